@@ -1,0 +1,41 @@
+// The record behind the POA Current, and the context that each thread's upcall sets.
+#pragma once
+
+#include "identity.h"
+#include "poa.h"
+
+/// One per process. The context it answers from is the calling thread's.
+class CurrentInfo {
+ public:
+  CurrentInfo();
+  explicit CurrentInfo(CORBA::Environment& ev);
+  CurrentInfo(PortableServer::Current* object, CORBA::Environment& ev);
+  ~CurrentInfo();
+  CurrentInfo(const CurrentInfo&) = delete;
+  CurrentInfo& operator=(const CurrentInfo&) = delete;
+
+  PortableServer::Current* createObject(CORBA::Environment& ev);
+  static CurrentInfo* findCurrentInfo(PortableServer::Current* current, CORBA::Environment& ev);
+  PortableServer::POA* get_POA(CORBA::Environment& ev);
+  PortableServer::ObjectId* get_object_id(CORBA::Environment& ev);
+
+  const Identity identity;
+  PortableServer::Current* current_object = nullptr;
+};
+
+/// The context of one upcall: set on construction, gone on destruction, when the outer upcall's (if any) is in force again.
+class CurrentContext {
+ public:
+  /// Neither is copied: both outlive the context.
+  CurrentContext(PortableServer::POA* poa, const PortableServer::ObjectId* oid);
+  ~CurrentContext();
+  CurrentContext(const CurrentContext&) = delete;
+  CurrentContext& operator=(const CurrentContext&) = delete;
+
+  PortableServer::POA* const poa_ptr;
+  const PortableServer::ObjectId* const objectId_ptr;
+  static CurrentContext* innermost();
+
+ private:
+  CurrentContext* outer_;
+};

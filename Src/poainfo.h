@@ -1,0 +1,203 @@
+// The record of one POA: its place in the tree, its policies, its objects. A source file a concern:
+//   poainfo.cpp (record, registry), poainfo_tree.cpp, poainfo_policies.cpp, poainfo_identity.cpp (ids, reference data), poainfo_activation.cpp,
+//   poainfo_conversion.cpp, poainfo_dispatch.cpp (upcall), poainfo_managers.cpp (servant managers), poainfo_registration.cpp.
+#pragma once
+
+#include <memory>
+
+#include "activeobjectmap.h"
+#include "currentinfo.h"
+#include "identity.h"
+#include "locks.h"
+#include "poamanagerinfo.h"
+#include "policytags.h"
+#include "queue.h"
+#include "raise.h"
+
+class POAInfo;
+/// A record in use: it stays until the last holder lets go, also when its POA is destroyed meanwhile.
+using POAInfoPtr = std::shared_ptr<POAInfo>;
+
+/// Upper bounds of reference data.
+inline constexpr CORBA::ULong NAME_PART_MAXIMUM = 1024;
+inline constexpr CORBA::ULong REFERENCE_DATA_MAXIMUM = 2056;
+inline constexpr const char* poa_seperator = "\xFF";
+
+class POAInfo : public std::enable_shared_from_this<POAInfo> {
+ public:
+  POAInfo();
+  /// A record for a new POA, not yet in the tree and without a POA object.
+  POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& policies,
+          CORBA::Environment& _ev);
+  ~POAInfo();
+  POAInfo(const POAInfo&) = delete;
+  POAInfo& operator=(const POAInfo&) = delete;
+
+  // ---- The record (poainfo.cpp) ----
+  /// Makes the record's POA object.
+  PortableServer::POA* createObject(CORBA::Environment& _ev);
+  /// The one place that asks the ORB core for a new reference. Null when it makes none.
+  static void* createObject(const CORBA_sequence_octet* referenceData, const char* impl_name, const char* intf_name,
+                            void* register_methods, CORBA::Environment* _ev);
+  /// The live record of a POA object, or null. Never raises.
+  static POAInfoPtr findPOAInfo(PortableServer::POA* _this, CORBA::Environment& _ev);
+  static bool is_existent(const POAInfo* target);
+  static bool is_existent_sub(const POAInfo* parent, const POAInfo* target);
+  /// Unlinks the record from its parent's children and from the table of live records.
+  static void remove_from_list(POAInfo* target);
+  /// Enters the record into the table of live records, which holds it. poa_mutex is held.
+  static void enter_live(const POAInfoPtr& record);
+  POAInfo* the_first_child() const { return first_child; }
+  const char* the_adapter_name() const { return adapter_name; }
+  POAManagerInfo* get_poa_manager_info() const { return poa_managerInfo_ptr; }
+
+  // ---- The tree (poainfo_tree.cpp) ----
+  PortableServer::POA* create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
+                                  const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+  PortableServer::POA* find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& _ev);
+  POAInfoPtr findChildByName(const char* _adapter_name, CORBA::Environment& _ev, CORBA::Boolean act);
+  char* the_name(CORBA::Environment& _ev);
+  PortableServer::POA* the_parent(CORBA::Environment& _ev);
+  PortableServer::POAList* the_children(CORBA::Environment& _ev);
+  PortableServer::POAManager* the_POAManager(CORBA::Environment& _ev);
+  PortableServer::AdapterActivator* the_activator(CORBA::Environment& _ev);
+  void the_activator(PortableServer::AdapterActivator* adapterActivator_ptr, CORBA::Environment& _ev);
+  void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void _destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+
+  // ---- Policies (poainfo_policies.cpp) ----
+  static PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(PortableServer::IdUniquenessPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::IdAssignmentPolicy* create_id_assignment_policy(PortableServer::IdAssignmentPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::ServantRetentionPolicy* create_servant_retention_policy(PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::RequestProcessingPolicy* create_request_processing_policy(PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev);
+  /// Sets the seven fields from the defaults and the list; InvalidPolicy for a rejected combination.
+  void read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+
+  // ---- Ids and reference data (poainfo_identity.cpp) ----
+  static PortableServer::ObjectId* genSystemId();
+  bool createNameReferenceData(CORBA_sequence_octet* referenceData) const;
+  bool createPOAReferenceData(CORBA_sequence_octet* referenceData, const CORBA_sequence_octet* nameReferenceData,
+                              const PortableServer::ObjectId& oid) const;
+  CORBA::Object* POACreateReference(const PortableServer::ObjectId& oid, const char* intf, CORBA::Environment& ev);
+  /// Stores a new id through `oid`; BAD_PARAM when the data ends before what it claims.
+  static void GetOid(const CORBA_sequence_octet* referenceData, PortableServer::ObjectId*& oid, CORBA::Environment& ev);
+  static PortableServer::ObjectId* PortableServer_ObjectId_duplicate(const PortableServer::ObjectId* oid, CORBA::Environment& ev);
+
+  // ---- Activation (poainfo_activation.cpp) ----
+  PortableServer::ObjectId* activate_object(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
+  void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
+  void deactivate_object(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
+  CORBA::Object* create_reference(const char* intf, CORBA::Environment& ev);
+  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf, CORBA::Environment& ev);
+  PortableServer::ServantManager* get_servant_manager(CORBA::Environment& ev);
+  void set_servant_manager(PortableServer::ServantManager* imgr, CORBA::Environment& ev);
+  PortableServer::ServantBase* get_servant(CORBA::Environment& ev);
+  void set_servant(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
+  /// The map, made when there is none yet.
+  ActiveObjectMap* map_for_insert();
+
+  // ---- Conversions (poainfo_conversion.cpp) ----
+  PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
+  CORBA::Object* servant_to_reference(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
+  PortableServer::ServantBase* reference_to_servant(CORBA::Object* reference, CORBA::Environment& ev);
+  PortableServer::ObjectId* reference_to_id(CORBA::Object* reference, CORBA::Environment& ev);
+  PortableServer::ServantBase* id_to_servant(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
+  CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
+
+  // ---- Servant managers at dispatch (poainfo_managers.cpp) ----
+  PortableServer::ServantBase* incarnate(CORBA::Object* target, CORBA::Environment& _ev);
+  PortableServer::ServantBase* preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev);
+  void postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie, PortableServer::ServantBase* servant, CORBA::Environment& _ev);
+
+  // ---- POA managers (poamanagerinfo.cpp) ----
+  void activate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Environment& _ev);
+  void deactivate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+
+  // ---- Registration (poainfo_registration.cpp) ----
+  static void POA_impl_is_ready(PortableServer::ServantBase* servant, PortableServer::ObjectId* oid, CORBA::Environment& _ev);
+
+  // ---- Fields ----
+  const Identity identity;                       // reference data of the POA object
+  PortableServer::POA* poa_object = nullptr;     // owned
+  std::unique_ptr<Queue> requestCache;           // never made by the library
+  std::atomic<ActiveObjectMap*> active_object_map{nullptr};  // owned; made at the first activation
+  POAInfo* first_child = nullptr;                // links: guarded by poa_mutex
+  POAInfo* siblings = nullptr;
+  POAInfo* parent = nullptr;                     // set before the record is linked
+  bool destroyed = false;                        // guarded by poa_mutex
+  PortableServer::POAManager* poa_manager = nullptr;   // as given; not owned
+  POAManagerInfo* poa_managerInfo_ptr = nullptr;
+  std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned
+  char* adapter_name = nullptr;                  // owned
+  PolicyTag thread_policy = threadPolicy_ORB_CTRL_MODEL_tag;
+  PolicyTag lifespan_policy = lifespanPolicy_TRANSIENT_tag;
+  PolicyTag object_id_uniqeness_policy = idUniquenessPolicy_UNIQUE_ID_tag;
+  PolicyTag id_assignment_policy = idAssignmentPolicy_SYSTEM_ID_tag;
+  PolicyTag implicit_activation_policy = implicitActivationPolicy_NO_IMPLICIT_ACTIVATION_tag;
+  PolicyTag servant_retention_policy = servantRetentionPolicy_RETAIN_tag;
+  PolicyTag request_processing_policy = requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY_tag;
+  std::atomic<PortableServer::ServantManager*> servantManager_ptr{nullptr};  // as given; not owned
+  std::atomic<PortableServer::ServantBase*> servant_default{nullptr};        // the program's
+  std::shared_ptr<const PortableServer::ObjectId> oid_default;               // guarded by default_mutex
+  mutable std::mutex default_mutex;                                          // installation of the default servant
+
+  bool retains() const { return servant_retention_policy == servantRetentionPolicy_RETAIN_tag; }
+  bool unique_id() const { return object_id_uniqeness_policy == idUniquenessPolicy_UNIQUE_ID_tag; }
+  bool system_id_assigned() const { return id_assignment_policy == idAssignmentPolicy_SYSTEM_ID_tag; }
+  bool activates_implicitly() const { return implicit_activation_policy == implicitActivationPolicy_IMPLICIT_ACTIVATION_tag; }
+  bool uses_default_servant() const { return request_processing_policy == requestProcessingPolicy_USE_DEFAULT_SERVANT_tag; }
+  bool uses_servant_manager() const { return request_processing_policy == requestProcessingPolicy_USE_SERVANT_MANAGER_tag; }
+  std::shared_ptr<const PortableServer::ObjectId> default_oid() const {
+    std::lock_guard lock(default_mutex);
+    return oid_default;
+  }
+
+  // ---- Statics ----
+  static void* _orb;
+  static void* _boa;
+  static PortableServer::POA* root_poa;
+  static CORBA::ULong system_id;  // guarded by poa_mutex
+};
+
+// ---- State of the process (poainfo.cpp; start-up sets it) -----------------------------------------------------------------
+extern POAInfo* root_poa_info;
+extern bool initialised;
+extern void* _intfRep;
+extern void* _implRep;
+extern CurrentInfo* current_info;
+extern PortableServer::Current* poa_current;
+extern POAManagerInfo* default_poa_manager_info;
+extern PortableServer::POAManager* default_poa_manager;
+extern std::atomic<PortableServer::POAdisconnect*> _disc_instance;
+
+/// The POA that made a reference; missing POAs on its path are asked of adapter activators. Null when the ORB core gives no reference data.
+POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& _ev);
+/// 1 when the reference carries no reference data.
+int checkEmptyReferenceData(CORBA::Object* reference);
+
+// ---- Registration with the ORB core (poainfo_registration.cpp) -----------------------------------------------------------------
+struct ZRImplementationDef {
+  const char* impl_id;  // not copied; null marks a free entry
+  void* implDef;
+  unsigned char is_ready;
+};
+inline constexpr int IMPL_DEF_CACHE_SIZE = 1024;
+extern ZRImplementationDef implDef_cache[IMPL_DEF_CACHE_SIZE];  // guarded by a mutex of poainfo_registration.cpp
+extern std::atomic<const char*> POA_impl_name;
+extern std::atomic<int> POA_impl_is_ready_fl;
+ZRImplementationDef* FindImplementationDef(const char* impl_id);
+ZRImplementationDef* InsertImplementationDef(const char* impl_id, void* implDef);
+void _POA_impl_is_ready(void* _boa, CORBA::Environment& _ev);
+void clear_implementation_table();
+
+// ---- Upcalls (exported) -----------------------------------------------------------------------------------------------------------
+extern "C" {
+POA_API void* _poa_init(void* orb, void* boa);
+POA_API void call_cpp_handler(void* target, void* request, CORBA_Environment* env);
+POA_API void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6);
+POA_API void call_poa_inst_lifespan(void);
+}

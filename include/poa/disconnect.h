@@ -1,0 +1,28 @@
+// Lost clients: who decides which servants go.
+#pragma once
+
+#include "poa/servant.h"
+
+namespace PortableServer {
+
+/// A program derives from this and registers one object. When a client's connection is lost, the library asks it about the servants that this
+/// client activated or called last.
+class POA_API POAdisconnect {
+ public:
+  POAdisconnect() = default;
+  POAdisconnect(const POAdisconnect&) = default;
+  POAdisconnect& operator=(const POAdisconnect&) = default;
+  virtual ~POAdisconnect();
+
+  /// True to have the servant released: withdrawn from its POAs now, deleted on a later tick. Asked once a POA and id of the servant
+  /// until it says true. Called on a thread of the ORB core, no lock held; an exception is logged and counts as false.
+  virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid, CORBA::Environment& env) = 0;
+
+  /// Registers `ptr` (null: none), which stays the program's and must outlive its registration.
+  static void setDisconnect(POAdisconnect* ptr, CORBA_ENV);
+  /// Replaces, or clears, the registered object. BAD_PARAM (0x4B510007) when none is registered.
+  static void resetDisconnect(POAdisconnect* disconnect, CORBA_ENV);
+  static void resetDisconnect(CORBA_ENV);
+};
+
+}  // namespace PortableServer

@@ -1,0 +1,131 @@
+// Implementation classes of the module's interfaces, and their skeletons. Programs derive their servant managers and adapter activators from these;
+// the others are what the library hands out.
+#pragma once
+
+#include "poa/interfaces.h"
+
+class POA_API _sk_PortableServer_POA : public virtual PortableServer::POA {};
+class POA_API _sk_PortableServer_POAManager : public virtual PortableServer::POAManager {};
+class POA_API _sk_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {};
+class POA_API _sk_PortableServer_ServantManager : public virtual PortableServer::ServantManager {};
+class POA_API _sk_PortableServer_ServantActivator : public virtual PortableServer::ServantActivator {};
+class POA_API _sk_PortableServer_ServantLocator : public virtual PortableServer::ServantLocator {};
+class POA_API _sk_PortableServer_Current : public virtual PortableServer::Current {};
+
+template <class Kind>
+class POA_API _sk_PortableServer_Policy : public virtual Kind {};
+using _sk_PortableServer_ThreadPolicy = _sk_PortableServer_Policy<PortableServer::ThreadPolicy>;
+using _sk_PortableServer_LifespanPolicy = _sk_PortableServer_Policy<PortableServer::LifespanPolicy>;
+using _sk_PortableServer_IdUniquenessPolicy = _sk_PortableServer_Policy<PortableServer::IdUniquenessPolicy>;
+using _sk_PortableServer_IdAssignmentPolicy = _sk_PortableServer_Policy<PortableServer::IdAssignmentPolicy>;
+using _sk_PortableServer_ImplicitActivationPolicy = _sk_PortableServer_Policy<PortableServer::ImplicitActivationPolicy>;
+using _sk_PortableServer_ServantRetentionPolicy = _sk_PortableServer_Policy<PortableServer::ServantRetentionPolicy>;
+using _sk_PortableServer_RequestProcessingPolicy = _sk_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
+
+/// A POA object: finds the record of its POA and works on it.
+class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
+ public:
+  char* the_name(CORBA_ENV) override;
+  PortableServer::POA* the_parent(CORBA_ENV) override;
+  PortableServer::POAList* the_children(CORBA_ENV) override;
+  PortableServer::POAManager* the_POAManager(CORBA_ENV) override;
+  void the_activator(PortableServer::AdapterActivator* activator, CORBA_ENV) override;
+  PortableServer::AdapterActivator* the_activator(CORBA_ENV) override;
+  PortableServer::POA* create_POA(const char* adapter_name, PortableServer::POAManager* a_POAManager,
+                                  const CORBA::PolicyList& policies, CORBA_ENV) override;
+  PortableServer::POA* find_POA(const char* adapter_name, CORBA::Boolean activate_it, CORBA_ENV) override;
+  void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA_ENV) override;
+  PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value, CORBA_ENV) override;
+  PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value, CORBA_ENV) override;
+  PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(PortableServer::IdUniquenessPolicyValue value,
+                                                                  CORBA_ENV) override;
+  PortableServer::IdAssignmentPolicy* create_id_assignment_policy(PortableServer::IdAssignmentPolicyValue value,
+                                                                  CORBA_ENV) override;
+  PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(
+      PortableServer::ImplicitActivationPolicyValue value, CORBA_ENV) override;
+  PortableServer::ServantRetentionPolicy* create_servant_retention_policy(
+      PortableServer::ServantRetentionPolicyValue value, CORBA_ENV) override;
+  PortableServer::RequestProcessingPolicy* create_request_processing_policy(
+      PortableServer::RequestProcessingPolicyValue value, CORBA_ENV) override;
+  PortableServer::ServantManager* get_servant_manager(CORBA_ENV) override;
+  void set_servant_manager(PortableServer::ServantManager* servantManager_ptr, CORBA_ENV) override;
+  PortableServer::ServantBase* get_servant(CORBA_ENV) override;
+  void set_servant(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
+  PortableServer::ObjectId* activate_object(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
+  void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant,
+                               CORBA_ENV) override;
+  void deactivate_object(const PortableServer::ObjectId& oid, CORBA_ENV) override;
+  CORBA::Object* create_reference(const char* intf, CORBA_ENV) override;
+  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf, CORBA_ENV) override;
+  PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
+  CORBA::Object* servant_to_reference(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
+  PortableServer::ServantBase* reference_to_servant(CORBA::Object* reference, CORBA_ENV) override;
+  PortableServer::ObjectId* reference_to_id(CORBA::Object* reference, CORBA_ENV) override;
+  PortableServer::ServantBase* id_to_servant(const PortableServer::ObjectId& oid, CORBA_ENV) override;
+  CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA_ENV) override;
+};
+
+class POA_API PortableServer_POAManager_impl : public virtual _sk_PortableServer_POAManager {
+ public:
+  void activate(CORBA_ENV) override;
+  void hold_requests(CORBA::Boolean wait_for_completion, CORBA_ENV) override;
+  void discard_requests(CORBA::Boolean wait_for_completion, CORBA_ENV) override;
+  void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA_ENV) override;
+  State get_state(CORBA_ENV) override;
+};
+
+/// The policy objects: hold their value; `copy` gives the same reference, so a copy in a policy list counts as the original.
+template <class Kind>
+class POA_API PortableServer_Policy_impl : public virtual _sk_PortableServer_Policy<Kind>, public virtual CORBA_Policy_impl {
+ public:
+  using Value = typename Kind::value_type;
+  /// The kind's default value.
+  PortableServer_Policy_impl();
+  Value value(CORBA_ENV) override;
+  CORBA::Policy* copy(CORBA_ENV) override;
+  void* _cast(const char* repository_id) override;
+
+  Value __value;
+};
+using PortableServer_ThreadPolicy_impl = PortableServer_Policy_impl<PortableServer::ThreadPolicy>;
+using PortableServer_LifespanPolicy_impl = PortableServer_Policy_impl<PortableServer::LifespanPolicy>;
+using PortableServer_IdUniquenessPolicy_impl = PortableServer_Policy_impl<PortableServer::IdUniquenessPolicy>;
+using PortableServer_IdAssignmentPolicy_impl = PortableServer_Policy_impl<PortableServer::IdAssignmentPolicy>;
+using PortableServer_ImplicitActivationPolicy_impl = PortableServer_Policy_impl<PortableServer::ImplicitActivationPolicy>;
+using PortableServer_ServantRetentionPolicy_impl = PortableServer_Policy_impl<PortableServer::ServantRetentionPolicy>;
+using PortableServer_RequestProcessingPolicy_impl = PortableServer_Policy_impl<PortableServer::RequestProcessingPolicy>;
+
+/// Does nothing and says that it did it: true, and no POA made.
+class POA_API PortableServer_AdapterActivator_impl : public virtual _sk_PortableServer_AdapterActivator {
+ public:
+  CORBA::Boolean unknown_adapter(PortableServer::POA* parent, const char* name, CORBA_ENV) override;
+};
+
+class POA_API PortableServer_ServantManager_impl : public virtual _sk_PortableServer_ServantManager {};
+
+/// Activates nothing: a null servant.
+class POA_API PortableServer_ServantActivator_impl : public virtual _sk_PortableServer_ServantActivator,
+                                                     public virtual PortableServer_ServantManager_impl {
+ public:
+  PortableServer::ServantBase* incarnate(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
+                                         CORBA_ENV) override;
+  void etherealize(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
+                   PortableServer::ServantBase* servant, CORBA::Boolean cleanup_in_progress,
+                   CORBA::Boolean remaining_activations, CORBA_ENV) override;
+};
+
+/// Locates nothing: a null servant, and a cookie not written.
+class POA_API PortableServer_ServantLocator_impl : public virtual _sk_PortableServer_ServantLocator,
+                                                   public virtual PortableServer_ServantManager_impl {
+ public:
+  PortableServer::ServantBase* preinvoke(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
+                                         const char* operation, Cookie& the_cookie, CORBA_ENV) override;
+  void postinvoke(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr, const char* operation,
+                  Cookie the_cookie, PortableServer::ServantBase* servant, CORBA_ENV) override;
+};
+
+class POA_API PortableServer_Current_impl : public virtual _sk_PortableServer_Current, public virtual CORBA_Current_impl {
+ public:
+  PortableServer::POA* get_POA(CORBA_ENV) override;
+  PortableServer::ObjectId* get_object_id(CORBA_ENV) override;
+};

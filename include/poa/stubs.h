@@ -1,0 +1,3 @@
+// Stub classes.
+#pragma once
+#include "poa/interfaces.h"

@@ -1,0 +1,75 @@
+// Values of module PortableServer: object ids, policy values and type ids.
+#pragma once
+
+#include "corba.h"
+
+#define POA_API __attribute__((visibility("default")))
+
+namespace PortableServer {
+
+class ServantBase;
+/// Servants are passed as plain pointers; the program owns them.
+using Servant = ServantBase*;
+
+/// An object's identity within its POA: any octets, compared by length and content.
+class ObjectId : public CORBA::OctetSeq {
+ public:
+  using Sequence::Sequence;
+  /// The buffer itself; null when empty.
+  operator unsigned char*() { return get_buffer(); }
+};
+using ObjectId_var = CORBA::SequenceVar<ObjectId>;
+
+enum ThreadPolicyValue : CORBA::ULong { ORB_CTRL_MODEL = 0, SINGLE_THREAD_MODEL = 1 };
+enum LifespanPolicyValue : CORBA::ULong { TRANSIENT = 0, PERSISTENT = 1 };
+enum IdUniquenessPolicyValue : CORBA::ULong { UNIQUE_ID = 0, MULTIPLE_ID = 1 };
+enum IdAssignmentPolicyValue : CORBA::ULong { USER_ID = 0, SYSTEM_ID = 1 };
+enum ImplicitActivationPolicyValue : CORBA::ULong { IMPLICIT_ACTIVATION = 0, NO_IMPLICIT_ACTIVATION = 1 };
+enum ServantRetentionPolicyValue : CORBA::ULong { RETAIN = 0, NON_RETAIN = 1 };
+enum RequestProcessingPolicyValue : CORBA::ULong {
+  USE_ACTIVE_OBJECT_MAP_ONLY = 0,
+  USE_DEFAULT_SERVANT = 1,
+  USE_SERVANT_MANAGER = 2
+};
+
+inline constexpr CORBA::PolicyType THREAD_POLICY_ID = 16;
+inline constexpr CORBA::PolicyType LIFESPAN_POLICY_ID = 17;
+inline constexpr CORBA::PolicyType ID_UNIQUENESS_POLICY_ID = 18;
+inline constexpr CORBA::PolicyType ID_ASSIGNMENT_POLICY_ID = 19;
+inline constexpr CORBA::PolicyType IMPLICIT_ACTIVATION_POLICY_ID = 20;
+inline constexpr CORBA::PolicyType SERVANT_RETENTION_POLICY_ID = 21;
+inline constexpr CORBA::PolicyType REQUEST_PROCESSING_POLICY_ID = 22;
+
+/// A new deep copy, owned by the caller; null for null.
+POA_API ObjectId* ObjectId_duplicate(const ObjectId* oid, CORBA_ENV);
+
+/// Text of an id, freed with CORBA::string_free. BAD_PARAM (0x4B510000) when an octet is not printable ASCII (0x20 to 0x7E).
+POA_API char* ObjectId_to_string(const ObjectId& oid);
+/// The id of a text: its characters without the NUL, owned by the caller. BAD_PARAM: 0x4B510007 for null, 0x4B510000 for a character that
+/// is not printable ASCII.
+POA_API ObjectId* string_to_ObjectId(const char* text);
+/// The same rules on UTF-16 text: one octet a unit; the text is freed with CORBA::wstring_free.
+POA_API CORBA::WChar* ObjectId_to_wstring(const ObjectId& oid);
+POA_API ObjectId* wstring_to_ObjectId(const CORBA::WChar* text);
+
+/// Raised by a servant manager to send the client elsewhere.
+class POA_API ForwardRequest : public CORBA::UserExceptionOf<ForwardRequest> {
+ public:
+  static constexpr const char* repository_id = "IDL:omg.org/PortableServer/ForwardRequest:1.0";
+
+  ForwardRequest() = default;
+  /// Keeps a duplicate of `to`.
+  explicit ForwardRequest(CORBA::Object* to) { forward_reference(to); }
+  /// The reference held, not duplicated.
+  CORBA::Object* forward_reference() const { return _forward_reference; }
+  /// Stores a duplicate and releases the old one, unless both are the same pointer.
+  void forward_reference(CORBA::Object* to) {
+    if (to != forward_reference()) _forward_reference = CORBA::Object::_duplicate(to);
+  }
+
+ private:
+  CORBA::Object_var _forward_reference;
+};
+using ForwardRequest_var = CORBA::ExceptionVar<ForwardRequest>;
+
+}  // namespace PortableServer

@@ -1,0 +1,197 @@
+#include "assembler.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace zrsv {
+
+namespace {
+
+using giop::header_size;
+using giop::Type;
+
+constexpr std::size_t small_read = 8 << 10;
+constexpr std::size_t keep = 64 << 10;  // memory that an idle stream may keep
+constexpr unsigned char more_flag = 2;
+
+uint32_t word(const unsigned char* octets, bool little) {
+  uint32_t value = 0;
+  for (int i = 0; i < 4; ++i) value |= uint32_t{octets[i]} << (8 * (little ? i : 3 - i));
+  return value;
+}
+
+void put_word(unsigned char* octets, uint32_t value, bool little) {
+  for (int i = 0; i < 4; ++i) octets[i] = static_cast<unsigned char>(value >> (8 * (little ? i : 3 - i)));
+}
+
+bool may_be_fragmented(const giop::Header& header) {
+  const bool locate = header.type == Type::LocateRequest || header.type == Type::LocateReply;
+  return header.type == Type::Request || header.type == Type::Reply || (header.minor == 2 && locate);
+}
+
+}  // namespace
+
+unsigned char* Assembler::room(std::size_t* octets) {
+  if (start_ > 0) {
+    stream_.consume(start_);
+    start_ = 0;
+  }
+  const std::size_t wanted = std::max(small_read, std::min(needed_, stream_.size()));
+  if (!stream_.reserve(wanted)) return nullptr;
+  *octets = needed_ > small_read ? std::min(needed_, stream_.room()) : stream_.room();
+  return stream_.end();
+}
+
+Assembler::Result Assembler::next(giop::Header* header, Buffer* message) {
+  for (;;) {
+    if (have() < header_size) return need(header_size - have());
+    if (const char* error = giop::read_header(at(), max_message_, header)) return bad(error);
+    const std::size_t length = header_size + std::size_t{header->size};
+    if (have() < length) return need(length - have());
+    Result result = Result::NeedMore;
+    if (header->type == Type::Fragment) {
+      result = add_fragment(header, message);
+    } else if (header->more) {
+      result = begin_fragmented(*header);
+    } else if (may_be_fragmented(*header) && header->minor < 2 && find(1, 0)) {
+      return bad("message between the fragments of another");  // 1.1 fragments carry no id
+    } else {
+      return cut(length, message);
+    }
+    if (result == Result::Bad) return result;
+    skip(length);
+    if (result == Result::Message) return result;
+  }
+}
+
+bool Assembler::more() const {
+  if (have() < header_size) return false;
+  giop::Header header;
+  return giop::read_header(at(), max_message_, &header) || have() >= header_size + std::size_t{header.size};
+}
+
+Assembler::Result Assembler::need(std::size_t octets) {
+  needed_ = octets;
+  if (have() == 0) {
+    stream_.clear();
+    start_ = 0;
+    stream_.shrink(keep);
+  }
+  return Result::NeedMore;
+}
+
+Assembler::Result Assembler::bad(const char* error) {
+  error_ = error;
+  return Result::Bad;
+}
+
+// The larger part of the stream stays where it is; the smaller one is copied.
+Assembler::Result Assembler::cut(std::size_t length, Buffer* message) {
+  message->clear();
+  const std::size_t rest = have() - length;
+  if (start_ == 0 && rest <= length) {
+    if (!message->append(at() + length, rest)) return bad("memory");
+    std::swap(stream_, *message);
+    message->clear();
+    message->grow(length);
+  } else {
+    if (!message->append(at(), length)) return bad("memory");
+    skip(length);
+  }
+  return Result::Message;
+}
+
+Assembler::Result Assembler::begin_fragmented(const giop::Header& header) {
+  if (!may_be_fragmented(header)) return bad("fragments of a message that has none");
+  if (header.minor == 2 && header.size < 4) return bad("length");
+  const uint32_t id = header.minor == 2 ? word(at() + header_size, header.little) : 0;
+  if (find(header.minor, id)) return bad("fragmented message begun twice");
+  if (unfinished_.size() == max_unfinished) return bad("too many unfinished messages");
+  unfinished_.push_back({header, id, {}});
+  return append(&unfinished_.back(), at(), header_size + std::size_t{header.size});
+}
+
+Assembler::Result Assembler::add_fragment(giop::Header* header, Buffer* message) {
+  const std::size_t head = header->minor == 2 ? 4 : 0;
+  if (header->size < head) return bad("length");
+  Unfinished* to = find(header->minor, head ? word(at() + header_size, header->little) : 0);
+  if (!to) return bad("fragment of no message");
+  if (to->first.little != header->little) return bad("byte order changes between fragments");
+  const Result result = append(to, at() + header_size + head, header->size - head);
+  if (result == Result::Bad || header->more) return result;
+
+  unsigned char* octets = to->octets.data();
+  *header = to->first;
+  header->more = false;
+  header->size = static_cast<uint32_t>(to->octets.size() - header_size);
+  octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
+  put_word(octets + 8, header->size, header->little);
+  unfinished_octets_ -= to->octets.size();
+  *message = std::move(to->octets);
+  unfinished_.erase(unfinished_.begin() + (to - unfinished_.data()));
+  return Result::Message;
+}
+
+Assembler::Result Assembler::append(Unfinished* to, const unsigned char* octets, std::size_t count) {
+  if (unfinished_octets_ + count > header_size + std::size_t{max_message_}) return bad("length");
+  if (!to->octets.append(octets, count)) return bad("memory");
+  unfinished_octets_ += count;
+  return Result::NeedMore;
+}
+
+Assembler::Unfinished* Assembler::find(uint8_t minor, uint32_t id) {
+  for (Unfinished& u : unfinished_)
+    if (u.first.minor == minor && u.id == id) return &u;
+  return nullptr;
+}
+
+void Assembler::skip(std::size_t octets) {
+  start_ += octets;
+  needed_ = 0;
+}
+
+void Assembler::cancel(uint32_t id) {
+  // 1.1 has one unfinished message at a time, whose id stands behind its service contexts: it is cut off when it ends.
+  if (Unfinished* u = find(2, id)) {
+    unfinished_octets_ -= u->octets.size();
+    unfinished_.erase(unfinished_.begin() + (u - unfinished_.data()));
+  }
+}
+
+void Assembler::reset() {
+  stream_.clear();
+  stream_.shrink(0);
+  unfinished_.clear();
+  start_ = needed_ = unfinished_octets_ = 0;
+  error_ = "";
+}
+
+// first fragment  = header (more) body[0 .. n)
+// later fragments = header [request id, 1.2] body[n .. m)        each a multiple of 8 octets long but the last
+Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
+  if (!must_fragment(message, length, limit)) {
+    parts_.push_back({message, length});
+    return;
+  }
+  const bool little = (message[6] & 1) != 0;
+  const std::size_t head = header_size + (message[5] == 2 ? 4 : 0);
+  const std::size_t piece = std::max<std::size_t>(limit & ~7u, 64);
+  const std::size_t step = (piece - head) & ~std::size_t{7};
+  std::size_t at = std::min(piece, length);
+  heads_.resize((length - at + step - 1) / step);
+  message[6] = static_cast<unsigned char>(message[6] | more_flag);
+  put_word(message + 8, static_cast<uint32_t>(at - header_size), little);
+  parts_.push_back({message, at});
+  for (auto& octets : heads_) {
+    const std::size_t count = std::min(step, length - at);
+    std::memcpy(octets.data(), message, head);  // in 1.2 the request id comes first in the body
+    octets[7] = static_cast<unsigned char>(Type::Fragment);
+    if (at + count == length) octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
+    put_word(octets.data() + 8, static_cast<uint32_t>(head - header_size + count), little);
+    parts_.push_back({octets.data(), head});
+    parts_.push_back({message + at, count});
+    at += count;
+  }
+}
+
+}  // namespace zrsv

@@ -1,0 +1,87 @@
+// Messages out of a stream of octets, and fragments: put together on the way in, cut on the way out. No sockets here.
+#pragma once
+
+#include <sys/uio.h>
+
+#include <array>
+#include <vector>
+
+#include "buffer.h"
+#include "giop.h"
+
+namespace zrsv {
+
+/// Cuts the messages out of what one connection receives. Not for several threads at once.
+class Assembler {
+ public:
+  enum class Result { Message, NeedMore, Bad };
+
+  /// Unfinished messages that a peer may have at a time.
+  static constexpr std::size_t max_unfinished = 64;
+
+  explicit Assembler(uint32_t max_message) : max_message_(max_message) {}
+
+  /// Where the next octets go, and how many may. What it asks for grows with what has arrived, never with what a header claims. Null:
+  /// no memory.
+  unsigned char* room(std::size_t* octets);
+  void received(std::size_t octets) { stream_.grow(octets); }
+
+  /// The next whole message, its fragments joined: `message` holds header and body, and `header` says the same of it. The memory of
+  /// `message` is used again for the stream. After Bad nothing more can be read; error() says why.
+  Result next(giop::Header* header, Buffer* message);
+  const char* error() const { return error_; }
+
+  /// Whether next() has something to do before more octets come.
+  bool more() const;
+
+  /// Forgets the unfinished message of that request id.
+  void cancel(uint32_t id);
+
+  /// Empties it, keeping a little memory.
+  void reset();
+
+ private:
+  struct Unfinished {
+    giop::Header first;
+    uint32_t id = 0;  // 1.2 only
+    Buffer octets;
+  };
+
+  Result need(std::size_t octets);
+  Result bad(const char* error);
+  Result cut(std::size_t length, Buffer* message);
+  Result begin_fragmented(const giop::Header& header);
+  Result add_fragment(giop::Header* header, Buffer* message);
+  Result append(Unfinished* to, const unsigned char* octets, std::size_t count);
+  Unfinished* find(uint8_t minor, uint32_t id);
+  void skip(std::size_t octets);
+  const unsigned char* at() const { return stream_.data() + start_; }
+  std::size_t have() const { return stream_.size() - start_; }
+
+  const uint32_t max_message_;
+  Buffer stream_;
+  std::size_t start_ = 0;   // octets of stream_ that are done with
+  std::size_t needed_ = 0;  // octets that the message at start_ still lacks, as far as known
+  std::vector<Unfinished> unfinished_;
+  std::size_t unfinished_octets_ = 0;
+  const char* error_ = "";
+};
+
+/// A message as it leaves: in one piece, or cut into fragments. Views into the message, which must stay; its header is changed.
+class Pieces {
+ public:
+  /// `limit` 0: never cut. GIOP 1.0 knows no fragments.
+  Pieces(unsigned char* message, std::size_t length, uint32_t limit);
+  std::vector<iovec>& parts() { return parts_; }
+
+ private:
+  std::vector<std::array<unsigned char, 16>> heads_;
+  std::vector<iovec> parts_;
+};
+
+/// Whether a message of that length is cut at all.
+inline bool must_fragment(const unsigned char* message, std::size_t length, uint32_t limit) {
+  return limit != 0 && length > limit && message[5] != 0;
+}
+
+}  // namespace zrsv

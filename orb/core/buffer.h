@@ -1,0 +1,53 @@
+// An owned, growing run of octets on malloc, so that CDR streams and messages can hand it over without a copy.
+#pragma once
+
+#include <cstdlib>
+#include <utility>
+
+#include "zrsv.h"
+
+namespace zrsv {
+
+class Buffer {
+ public:
+  Buffer() = default;
+  Buffer(Buffer&& o) noexcept
+      : data_(std::exchange(o.data_, nullptr)), size_(std::exchange(o.size_, 0)), capacity_(std::exchange(o.capacity_, 0)) {}
+  Buffer& operator=(Buffer&& o) noexcept {
+    std::swap(data_, o.data_);
+    std::swap(size_, o.size_);
+    std::swap(capacity_, o.capacity_);
+    return *this;
+  }
+  ~Buffer() { std::free(data_); }
+
+  unsigned char* data() { return data_; }
+  const unsigned char* data() const { return data_; }
+  std::size_t size() const { return size_; }
+  std::size_t capacity() const { return capacity_; }
+  unsigned char* end() { return data_ + size_; }
+  std::size_t room() const { return capacity_ - size_; }
+
+  /// Makes room for `more` octets past size(); false when there is no memory.
+  bool reserve(std::size_t more);
+  /// Claims `n` octets that were written past size().
+  void grow(std::size_t n) { size_ += n; }
+  bool append(const unsigned char* octets, std::size_t n);
+  void clear() { size_ = 0; }
+  /// Drops the first n octets.
+  void consume(std::size_t n);
+  /// Gives memory back when the buffer has become larger than `keep`.
+  void shrink(std::size_t keep);
+
+  /// Takes over what an encoding stream holds, leaving the stream empty.
+  static Buffer take(CDR* cdr);
+  /// Lends this buffer's memory to an empty stream for encoding; the stream owns it from then on.
+  void lend(CDR* cdr);
+
+ private:
+  unsigned char* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+}  // namespace zrsv

@@ -1,0 +1,271 @@
+#include <bit>
+#include <cstdlib>
+#include <cstring>
+#include <type_traits>
+
+#include "cdr_chain.h"
+
+namespace zrsv {
+namespace {
+
+constexpr std::size_t first_capacity = 256;
+
+/// Octets up to the next multiple of N, a power of two.
+template <std::size_t N>
+std::size_t padding(std::ptrdiff_t at) {
+  return (std::size_t{0} - static_cast<std::size_t>(at)) & (N - 1);
+}
+
+/// Makes room for `more` octets. A message's size is a 32-bit word, so a stream never grows past that.
+[[gnu::noinline]] bool grow(CDR* cdr, std::size_t more) {
+  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+  if (more > UINT32_MAX - used) return false;
+  std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
+  if (wanted < used + more) wanted = used + more;
+  if (wanted < first_capacity) wanted = first_capacity;
+  auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
+  if (!grown) return false;
+  cdr->out_base = grown;
+  cdr->out_next = grown + used;
+  cdr->out_limit = grown + wanted;
+  return true;
+}
+
+bool has_room(CDR* cdr, std::size_t more) {
+  return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || grow(cdr, more);
+}
+
+/// Where N aligned octets are to be written; null when memory is short.
+template <std::size_t N>
+unsigned char* claim(CDR* cdr) {
+  const std::size_t pad = padding<N>(cdr->out_next - cdr->out_base);
+  if (!has_room(cdr, pad + N)) return nullptr;
+  unsigned char* at = cdr->out_next + pad;
+  if constexpr (N > 1) std::memset(cdr->out_next, 0, pad);
+  cdr->out_next = at + N;
+  return at;
+}
+
+/// Where N aligned octets are to be read; null when the window ends before.
+template <std::size_t N>
+const unsigned char* take(CDR* cdr) {
+  const std::size_t pad = padding<N>(cdr->in_next - cdr->in_base);
+  if (static_cast<std::size_t>(cdr->in_end - cdr->in_next) < pad + N) return nullptr;
+  const unsigned char* at = cdr->in_next + pad;
+  cdr->in_next = at + N;
+  return at;
+}
+
+uint8_t reversed(uint8_t v) { return v; }
+uint16_t reversed(uint16_t v) { return __builtin_bswap16(v); }
+uint32_t reversed(uint32_t v) { return __builtin_bswap32(v); }
+uint64_t reversed(uint64_t v) { return __builtin_bswap64(v); }
+
+template <std::size_t N>
+using Bits =
+    std::conditional_t<N == 1, uint8_t,
+                       std::conditional_t<N == 2, uint16_t, std::conditional_t<N == 4, uint32_t, uint64_t>>>;
+
+/// One value of a size that CDR knows, by the stream's direction.
+template <class T>
+unsigned char move_value(CDR* cdr, T* value) {
+  constexpr std::size_t n = sizeof(T);
+  if (cdr->direction == CDR_DECODE) {
+    const unsigned char* at = take<n>(cdr);
+    if (!at) return 0;
+    Bits<n> bits;
+    std::memcpy(&bits, at, n);
+    *value = std::bit_cast<T>(cdr->swap ? reversed(bits) : bits);
+    return 1;
+  }
+  if (cdr->direction != CDR_ENCODE) return 0;
+  unsigned char* at = claim<n>(cdr);
+  if (!at) return 0;
+  std::memcpy(at, value, n);
+  return 1;
+}
+
+/// A wide character of GIOP 1.2: a count of octets, then a UTF-16 unit, big-endian unless a byte-order mark
+/// says otherwise.
+bool read_counted_wchar(CDR* cdr, uint16_t* value) {
+  const auto left = static_cast<std::size_t>(cdr->in_end - cdr->in_next);
+  const unsigned char* at = cdr->in_next;
+  if (left < 1 || left - 1 < *at) return false;
+  const auto big = [](const unsigned char* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); };
+  if (at[0] == 2) {
+    *value = big(at + 1);
+  } else if (at[0] == 4 && big(at + 1) == 0xFEFF) {
+    *value = big(at + 3);
+  } else if (at[0] == 4 && big(at + 1) == 0xFFFE) {
+    *value = reversed(big(at + 3));
+  } else {
+    return false;
+  }
+  cdr->in_next += 1 + at[0];
+  return true;
+}
+
+bool write_counted_wchar(CDR* cdr, uint16_t value) {
+  const char octets[] = {2, static_cast<char>(value >> 8), static_cast<char>(value)};
+  return put_octets(cdr, {octets, sizeof octets});
+}
+
+bool write_string(CDR* cdr, const char* text) {
+  if (!text) return false;
+  const std::size_t length = std::strlen(text) + 1;
+  if (length > UINT32_MAX || !has_room(cdr, 3 + 4 + length)) return false;
+  auto word = static_cast<uint32_t>(length);
+  return move_value(cdr, &word) && put_octets(cdr, {text, length});
+}
+
+}  // namespace
+
+bool open_encapsulation(std::string_view octets, CDR* inner) {
+  if (octets.empty() || octets.size() > UINT32_MAX || static_cast<unsigned char>(octets[0]) > 1) return false;
+  const bool little = octets[0] == 1;
+  OM_cdr_open_decode(inner, reinterpret_cast<const unsigned char*>(octets.data()),
+                     static_cast<uint32_t>(octets.size()),
+                     little != (std::endian::native == std::endian::little));
+  ++inner->in_next;
+  return true;
+}
+
+bool put_octets(CDR* cdr, std::string_view octets) {
+  if (octets.empty()) return true;
+  if (!has_room(cdr, octets.size())) return false;
+  std::memcpy(cdr->out_next, octets.data(), octets.size());
+  cdr->out_next += octets.size();
+  return true;
+}
+
+std::size_t Writer::open() {
+  u32(0);
+  const auto opened = static_cast<std::size_t>(cdr_->out_next - cdr_->out_base);
+  u8(std::endian::native == std::endian::little);
+  return opened;
+}
+
+Writer& Writer::close(std::size_t opened) {
+  if (!ok_) return *this;
+  unsigned char* start = cdr_->out_base + opened;
+  const auto length = static_cast<uint32_t>(cdr_->out_next - start);
+  std::memcpy(start - sizeof length, &length, sizeof length);
+  return *this;
+}
+
+}  // namespace zrsv
+
+using namespace zrsv;
+
+unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_char(CDR* cdr, char* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_short(CDR* cdr, int16_t* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_unsigned_short(CDR* cdr, uint16_t* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_long(CDR* cdr, int32_t* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_unsigned_long(CDR* cdr, uint32_t* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_long_long(CDR* cdr, int64_t* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_unsigned_long_long(CDR* cdr, uint64_t* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_float(CDR* cdr, float* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_double(CDR* cdr, double* value) { return move_value(cdr, value); }
+
+unsigned char OM_cdr_boolean(CDR* cdr, unsigned char* value) {
+  unsigned char octet = *value != 0;
+  if (!move_value(cdr, &octet)) return 0;
+  if (cdr->direction == CDR_DECODE) *value = octet != 0;
+  return 1;
+}
+
+unsigned char OM_cdr_wchar(CDR* cdr, uint16_t* value) {
+  if (cdr->minor_version == 1) return move_value(cdr, value);
+  if (cdr->minor_version != 2) return 0;  // 1.0 has no wide characters
+  if (cdr->direction == CDR_DECODE) return read_counted_wchar(cdr, value);
+  return cdr->direction == CDR_ENCODE && write_counted_wchar(cdr, *value);
+}
+
+unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count) {
+  if (cdr->direction == CDR_ENCODE) return put_octets(cdr, as_view(octets, count));
+  const unsigned char* found = nullptr;
+  if (!OM_cdr_bytes_view(cdr, &found, count)) return 0;
+  if (count != 0) std::memcpy(octets, found, count);
+  return 1;
+}
+
+unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t count) {
+  if (cdr->direction != CDR_DECODE || OM_cdr_remaining(cdr) < count) return 0;
+  *octets = cdr->in_next;
+  cdr->in_next += count;
+  return 1;
+}
+
+unsigned char OM_cdr_string_view(CDR* cdr, const char** text) {
+  if (cdr->direction != CDR_DECODE) return 0;
+  const unsigned char* start = cdr->in_next;
+  uint32_t length = 0;
+  if (!move_value(cdr, &length)) return 0;
+  const unsigned char* at = cdr->in_next;
+  if (length == 0 || length > OM_cdr_remaining(cdr) || std::memchr(at, 0, length) != at + length - 1) {
+    cdr->in_next = start;
+    return 0;
+  }
+  *text = reinterpret_cast<const char*>(at);
+  cdr->in_next = at + length;
+  return 1;
+}
+
+unsigned char OM_cdr_string(CDR* cdr, char** text) {
+  if (cdr->direction == CDR_ENCODE) return write_string(cdr, *text);
+  const unsigned char* start = cdr->in_next;
+  const char* found = nullptr;
+  if (!OM_cdr_string_view(cdr, &found)) return 0;
+  char* copy = ::strdup(found);
+  if (!copy) {
+    cdr->in_next = start;
+    return 0;
+  }
+  *text = copy;
+  return 1;
+}
+
+uint32_t OM_cdr_remaining(const CDR* cdr) { return static_cast<uint32_t>(cdr->in_end - cdr->in_next); }
+
+void OM_cdr_open_decode(CDR* cdr, const unsigned char* octets, uint32_t length, unsigned char swap) {
+  *cdr = CDR{};
+  cdr->direction = CDR_DECODE;
+  cdr->swap = swap;
+  cdr->minor_version = 2;
+  cdr->in_base = cdr->in_next = octets;
+  cdr->in_end = octets + length;
+}
+
+void OM_cdr_open_encode(CDR* cdr) {
+  *cdr = CDR{};
+  cdr->direction = CDR_ENCODE;
+  cdr->minor_version = 2;
+}
+
+void OM_cdr_close(CDR* cdr) {
+  std::free(cdr->out_base);
+  cdr->out_base = cdr->out_next = cdr->out_limit = nullptr;
+}
+
+unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner) {
+  if (cdr->direction != CDR_DECODE) return 0;
+  const unsigned char* start = cdr->in_next;
+  Reader in(cdr);
+  const std::string_view octets = in.octets();
+  if (in.ok() && open_encapsulation(octets, inner)) return 1;
+  cdr->in_next = start;
+  return 0;
+}
+
+unsigned char OM_cdr_open_encapsulation(CDR* inner) {
+  OM_cdr_open_encode(inner);
+  unsigned char little = std::endian::native == std::endian::little;
+  return OM_cdr_octet(inner, &little);
+}
+
+unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner) {
+  const auto length = static_cast<std::size_t>(inner->out_next - inner->out_base);
+  if (cdr->direction != CDR_ENCODE || !has_room(cdr, 3 + 4 + length)) return 0;
+  return Writer(cdr).octets(as_view(inner->out_base, length)).ok();
+}

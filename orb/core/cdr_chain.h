@@ -1,0 +1,107 @@
+// Several CDR values in a row: the first failure is remembered and the rest do nothing.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "zrsv.h"
+
+namespace zrsv {
+
+/// Opens a decoding stream over an encapsulation, past its byte-order octet. False when it is empty, too long
+/// or that octet is not 0 or 1.
+bool open_encapsulation(std::string_view octets, CDR* inner);
+
+/// Appends raw octets, not aligned.
+bool put_octets(CDR* cdr, std::string_view octets);
+
+inline std::string_view as_view(const unsigned char* octets, std::size_t length) {
+  return {reinterpret_cast<const char*>(octets), length};
+}
+
+/// Decodes; the views that it hands out point into the stream's window. After a failure values are zero and
+/// views empty.
+class Reader {
+ public:
+  explicit Reader(CDR* cdr) : cdr_(cdr) { cdr->direction = CDR_DECODE; }
+
+  bool ok() const { return ok_; }
+  void fail() { ok_ = false; }
+  bool at_end() const { return OM_cdr_remaining(cdr_) == 0; }
+
+  uint8_t u8() { return value<uint8_t>(OM_cdr_octet); }
+  uint16_t u16() { return value<uint16_t>(OM_cdr_unsigned_short); }
+  uint32_t u32() { return value<uint32_t>(OM_cdr_unsigned_long); }
+  /// A string; NUL-terminated in place.
+  std::string_view text() {
+    const char* found = "";
+    ok_ = ok_ && OM_cdr_string_view(cdr_, &found);
+    return ok_ ? std::string_view(found) : std::string_view("");
+  }
+  std::string_view raw(uint32_t length) {
+    const unsigned char* found = nullptr;
+    ok_ = ok_ && OM_cdr_bytes_view(cdr_, &found, length);
+    return ok_ ? as_view(found, length) : std::string_view();
+  }
+  /// A sequence of octets.
+  std::string_view octets() { return raw(u32()); }
+  /// The length of a sequence whose elements take at least `least` octets each, so that a lie is found before
+  /// anything is allocated.
+  uint32_t count(uint32_t least) {
+    const uint32_t n = u32();
+    if (n > OM_cdr_remaining(cdr_) / least) fail();
+    return ok_ ? n : 0;
+  }
+
+ private:
+  template <class T>
+  T value(unsigned char (*primitive)(CDR*, T*)) {
+    T v{};
+    ok_ = ok_ && primitive(cdr_, &v);
+    return ok_ ? v : T{};
+  }
+
+  CDR* cdr_;
+  bool ok_ = true;
+};
+
+/// Encodes.
+class Writer {
+ public:
+  explicit Writer(CDR* cdr) : cdr_(cdr) { cdr->direction = CDR_ENCODE; }
+
+  bool ok() const { return ok_; }
+
+  Writer& u8(uint8_t v) { return value(OM_cdr_octet, v); }
+  Writer& u16(uint16_t v) { return value(OM_cdr_unsigned_short, v); }
+  Writer& u32(uint32_t v) { return value(OM_cdr_unsigned_long, v); }
+  Writer& raw(std::string_view octets) {
+    ok_ = ok_ && put_octets(cdr_, octets);
+    return *this;
+  }
+  /// A string; the text is without its NUL here.
+  Writer& text(std::string_view text) { return length(text.size() + 1).raw(text).u8(0); }
+  /// A sequence of octets.
+  Writer& octets(std::string_view octets) { return length(octets.size()).raw(octets); }
+
+  /// Starts an encapsulation in place; `close` with the result patches its length. It starts on a multiple of
+  /// 4 of the stream, so it must hold nothing that is aligned to 8.
+  std::size_t open();
+  Writer& close(std::size_t opened);
+
+ private:
+  template <class T>
+  Writer& value(unsigned char (*primitive)(CDR*, T*), T v) {
+    ok_ = ok_ && primitive(cdr_, &v);
+    return *this;
+  }
+  Writer& length(std::size_t n) {
+    ok_ = ok_ && n <= UINT32_MAX;
+    return u32(static_cast<uint32_t>(n));
+  }
+
+  CDR* cdr_;
+  bool ok_ = true;
+};
+
+}  // namespace zrsv

@@ -1,0 +1,327 @@
+#include "client_connection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+
+#include "cdr_chain.h"
+#include "options.h"
+
+namespace zrsv {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+// A connection that was idle for longer than this is looked at before it is used: servers close idle ones.
+constexpr auto trusted_idle = std::chrono::seconds(1);
+// Ids of given-up calls that are remembered. A server that never answers those must not cost memory.
+constexpr std::size_t max_cancelled = 1024;
+// How far SO_RCVTIMEO may be over the time that is left, so that it is not set anew for each call.
+constexpr auto limit_slack = milliseconds(10);
+
+bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
+
+/// False at the deadline.
+bool wait_until(std::condition_variable& event, std::unique_lock<std::mutex>& lock, Deadline deadline) {
+  if (deadline == Deadline::max()) {
+    event.wait(lock);
+    return true;
+  }
+  return event.wait_until(lock, deadline) == std::cv_status::no_timeout;
+}
+
+enum class Written { All, Part, Nothing, Dead };  // Part, Nothing: the time limit passed
+
+/// Writes all parts, which are used up by it.
+Written write_parts(int fd, iovec* part, std::size_t count, Deadline deadline) {
+  bool begun = false;
+  msghdr message{};
+  while (count > 0) {
+    message.msg_iov = part;
+    message.msg_iovlen = std::min<std::size_t>(count, 1024);
+    const ssize_t n = ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && !would_block(errno)) return Written::Dead;
+    if (n < 0) {
+      pollfd poll_fd{fd, POLLOUT, 0};
+      if (::poll(&poll_fd, 1, poll_timeout(deadline)) == 0) return begun ? Written::Part : Written::Nothing;
+      continue;
+    }
+    begun = true;
+    for (auto left = static_cast<std::size_t>(n); count > 0;) {
+      const std::size_t taken = std::min(left, part->iov_len);
+      part->iov_base = static_cast<unsigned char*>(part->iov_base) + taken;
+      part->iov_len -= taken;
+      left -= taken;
+      if (part->iov_len > 0) break;
+      ++part;
+      --count;
+    }
+  }
+  return Written::All;
+}
+
+/// Writes a message, cut into fragments where it must be; its header is afterwards as it was.
+Written write_message(int fd, unsigned char* message, std::size_t size, Deadline deadline) {
+  const uint32_t limit = options().fragment_size;
+  if (!must_fragment(message, size, limit)) {
+    iovec part{message, size};
+    return write_parts(fd, &part, 1, deadline);
+  }
+  unsigned char header[giop::header_size];
+  std::memcpy(header, message, sizeof header);
+  Pieces pieces(message, size, limit);
+  const Written written = write_parts(fd, pieces.parts().data(), pieces.parts().size(), deadline);
+  std::memcpy(message, header, sizeof header);
+  return written;
+}
+
+}  // namespace
+
+int poll_timeout(Deadline deadline) {
+  if (deadline == Deadline::max()) return -1;
+  const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now()).count();
+  return static_cast<int>(std::clamp<decltype(left)>(left, 0, INT32_MAX));
+}
+
+Deadline half_way(Deadline deadline) {
+  if (deadline == Deadline::max()) return deadline;
+  const auto now = Clock::now();
+  return now + std::max(deadline - now, Clock::duration::zero()) / 2;
+}
+
+const char* Reply::open(const giop::Header& header) {
+  OM_cdr_open_decode(&body, message.data(), static_cast<uint32_t>(message.size()), giop::needs_swap(header));
+  body.minor_version = header.minor;
+  body.in_next += giop::header_size;
+  if (!giop::read_reply(&body, header.minor, &head)) return "malformed reply header";
+  if (head.status > (header.minor < 2 ? 3u : 5u)) return "unknown reply status";
+  if (header.minor >= 2 && OM_cdr_remaining(&body) > 0) {
+    const auto pad = -(body.in_next - body.in_base) & 7;
+    if (pad > body.in_end - body.in_next) return "malformed reply header";
+    body.in_next += pad;
+  }
+  return nullptr;
+}
+
+ClientConnection::ClientConnection(Endpoint peer, int fd)
+    : peer_(std::move(peer)), fd_(fd), assembler_(options().max_message) {}
+
+ClientConnection::~ClientConnection() { ::close(fd_); }
+
+bool ClientConnection::alive() {
+  const std::lock_guard lock(mutex_);
+  if (usable_ && !reading_ && Clock::now() - last_used_ > trusted_idle) {
+    take_input(receive_some(MSG_DONTWAIT));
+  }
+  return usable_;
+}
+
+Clock::time_point ClientConnection::last_used() {
+  const std::lock_guard lock(mutex_);
+  return last_used_;
+}
+
+ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_t size, ClientCall* call,
+                                              bool reply_expected, Deadline deadline) {
+  std::unique_lock lock(mutex_);
+  while (usable_ && writing_) {
+    if (!wait_until(write_free_, lock, deadline)) return Sent::Late;
+  }
+  if (!usable_) return Sent::Dead;
+  if (reply_expected) {
+    waiting_.push_back(call);
+    call->state = ClientCall::State::Waiting;  // from before the first octet is out: the reply may be read by
+                                               // another thread
+  }
+  writing_ = true;
+  lock.unlock();
+  const Written written = write_message(fd_, message, size, deadline);
+  lock.lock();
+  writing_ = false;
+  last_used_ = Clock::now();
+  write_free_.notify_one();
+  if (written == Written::All || call->state == ClientCall::State::Answered) return Sent::Yes;
+  if (unlink(call)) call->state = ClientCall::State::Idle;
+  // Calls that wait here are not failed: their replies may have arrived before the break, and their threads
+  // will see.
+  if (written != Written::Nothing) retire();
+  return written == Written::Dead ? Sent::Dead : Sent::Late;
+}
+
+bool ClientConnection::receive(ClientCall* call, Deadline deadline) {
+  std::unique_lock lock(mutex_);
+  while (call->state == ClientCall::State::Waiting) {
+    if (Clock::now() >= deadline) break;
+    if (!reading_) {
+      lead(lock, call, deadline);
+      continue;
+    }
+    call->asleep = true;
+    wait_until(call->wake, lock, deadline);
+    call->asleep = false;
+  }
+  // Always: this thread may have been the one asked to read, and leave for another reason.
+  if (!reading_) pass_reading_on();
+  last_used_ = Clock::now();
+  if (call->state != ClientCall::State::Waiting) return true;
+  give_up(call);
+  return false;
+}
+
+void ClientConnection::forget(ClientCall* call) {
+  const std::lock_guard lock(mutex_);
+  if (call->state == ClientCall::State::Waiting) give_up(call);
+}
+
+void ClientConnection::close(Fault why) {
+  const std::lock_guard lock(mutex_);
+  fail_all(why, false);
+}
+
+/// Reads for everybody until this thread's own call is settled or its time is up.
+void ClientConnection::lead(std::unique_lock<std::mutex>& lock, ClientCall* own, Deadline deadline) {
+  reading_ = true;
+  while (own->state == ClientCall::State::Waiting) {
+    lock.unlock();
+    set_receive_limit(deadline);
+    const Got got = receive_some(0);
+    lock.lock();
+    take_input(got);
+    if (got == Got::Nothing && Clock::now() >= deadline) break;
+  }
+  reading_ = false;
+}
+
+void ClientConnection::pass_reading_on() {
+  const auto next =
+      std::find_if(waiting_.begin(), waiting_.end(), [](const ClientCall* c) { return c->asleep; });
+  if (next != waiting_.end()) (*next)->wake.notify_one();
+}
+
+/// One recv. Nothing: the socket's time limit passed, or nothing was there.
+ClientConnection::Got ClientConnection::receive_some(int flags) {
+  std::size_t room = 0;
+  unsigned char* at = assembler_.room(&room);
+  if (!at) return Got::End;
+  const ssize_t n = ::recv(fd_, at, room, flags);
+  if (n < 0 && (would_block(errno) || errno == EINTR)) return Got::Nothing;
+  if (n <= 0) return Got::End;
+  assembler_.received(static_cast<std::size_t>(n));
+  return Got::Octets;
+}
+
+void ClientConnection::take_input(Got got) {
+  if (got == Got::Nothing) return;
+  if (got == Got::End) return fail_all(fault::lost, false);
+  for (;;) {
+    giop::Header header;
+    const Assembler::Result result = assembler_.next(&header, &incoming_.message);
+    if (result == Assembler::Result::NeedMore) return;
+    const bool message = result == Assembler::Result::Message;
+    if (message && header.type == giop::Type::CloseConnection) return fail_all(fault::turned_away, true);
+    if (const char* wrong = message ? take_message(header) : assembler_.error()) {
+      OM_log("connection to %s:%u dropped: %s", peer_.host.c_str(), unsigned{peer_.port}, wrong);
+      return fail_all(fault::bad_reply, false);
+    }
+  }
+}
+
+/// Gives the incoming reply to the call that waits for it. Null, or what is wrong with the message.
+const char* ClientConnection::take_message(const giop::Header& header) {
+  if (header.type == giop::Type::MessageError) return "the server says that it got no GIOP";
+  if (header.type != giop::Type::Reply) return "a message that only clients send";
+  if (const char* wrong = incoming_.open(header)) return wrong;
+  const uint32_t id = incoming_.head.id;
+  const auto call =
+      std::find_if(waiting_.begin(), waiting_.end(), [&](const ClientCall* c) { return c->id == id; });
+  if (call != waiting_.end()) {
+    std::swap((*call)->reply, incoming_);
+    settle(*call, ClientCall::State::Answered);
+    return nullptr;
+  }
+  const auto late = std::find(cancelled_.begin(), cancelled_.end(), id);
+  if (late == cancelled_.end()) return "a reply to no request";
+  cancelled_.erase(late);
+  return nullptr;
+}
+
+/// The last that is done to a call: its owner may free it as soon as the mutex is free.
+void ClientConnection::settle(ClientCall* call, ClientCall::State state) {
+  unlink(call);
+  call->state = state;
+  call->wake.notify_one();
+}
+
+bool ClientConnection::unlink(ClientCall* call) {
+  const auto found = std::find(waiting_.begin(), waiting_.end(), call);
+  if (found == waiting_.end()) return false;
+  *found = waiting_.back();
+  waiting_.pop_back();
+  return true;
+}
+
+void ClientConnection::fail_all(Fault why, bool may_send_again) {
+  retire();
+  while (!waiting_.empty()) {
+    ClientCall* call = waiting_.back();
+    call->fault = why;
+    settle(call, may_send_again ? ClientCall::State::Unheard : ClientCall::State::Failed);
+  }
+}
+
+void ClientConnection::give_up(ClientCall* call) {
+  unlink(call);
+  call->state = ClientCall::State::Idle;
+  if (cancelled_.size() == max_cancelled) cancelled_.pop_front();
+  cancelled_.push_back(call->id);
+  cancel(*call);
+}
+
+/// Tells the server, when that costs no waiting: it is a hint, no more.
+void ClientConnection::cancel(const ClientCall& call) {
+  if (writing_ || !usable_) return;
+  unsigned char message[giop::header_size + 4];
+  giop::write_empty(message, call.minor, giop::Type::CancelRequest);
+  const uint32_t size = 4;
+  std::memcpy(message + 8, &size, sizeof size);
+  std::memcpy(message + giop::header_size, &call.id, sizeof call.id);
+  const ssize_t n = ::send(fd_, message, sizeof message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  const bool part = n >= 0 && static_cast<std::size_t>(n) < sizeof message;
+  if (part || (n < 0 && !would_block(errno))) retire();
+}
+
+/// No more requests on this connection. What the server sent before can still be read.
+void ClientConnection::retire() {
+  usable_ = false;
+  ::shutdown(fd_, SHUT_RDWR);
+  write_free_.notify_all();
+}
+
+/// Keeps SO_RCVTIMEO close to the time that is left; too short costs a turn of the loop, too long a late
+/// TIMEOUT.
+void ClientConnection::set_receive_limit(Deadline deadline) {
+  microseconds wanted{0};
+  if (deadline != Deadline::max()) {
+    const auto left = std::chrono::ceil<microseconds>(deadline - Clock::now());
+    wanted = std::max<microseconds>(left, milliseconds(1));
+    if (limit_ >= wanted / 2 && limit_ <= wanted + limit_slack && limit_.count() != 0) return;
+  } else if (limit_.count() == 0) {
+    return;
+  }
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(wanted);
+  timeval value{};
+  value.tv_sec = static_cast<time_t>(seconds.count());
+  value.tv_usec = static_cast<suseconds_t>((wanted - seconds).count());
+  if (::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &value, sizeof value) == 0) limit_ = wanted;
+}
+
+}  // namespace zrsv

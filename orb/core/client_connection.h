@@ -1,0 +1,141 @@
+// A connection to a server: requests of several threads out, their replies in. There is no thread of its own:
+// of those that wait for a reply one reads for all, and hands that role on when its own reply is there.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+#include "assembler.h"
+#include "reference.h"
+
+namespace zrsv {
+
+using Clock = std::chrono::steady_clock;
+/// When a call must be over; max() is never.
+using Deadline = Clock::time_point;
+
+/// Why a call failed: an exception's short name, and a minor code that tells apart what shares a name. Empty:
+/// it did not.
+struct Fault {
+  const char* name = nullptr;
+  uint32_t minor = 0;
+  explicit operator bool() const { return name != nullptr; }
+};
+
+namespace fault {
+inline constexpr Fault none{};
+inline constexpr Fault unknown_host{"TRANSIENT", 1};   // the host name has no address
+inline constexpr Fault no_connection{"TRANSIENT", 2};  // no address took the connection
+inline constexpr Fault turned_away{"TRANSIENT",
+                                   3};  // the server closed in good order, and again after sending anew
+inline constexpr Fault not_serving{"TRANSIENT", 4};   // an object of this process, which has no end point
+inline constexpr Fault lost{"COMM_FAILURE", 1};       // the connection broke with the call on it
+inline constexpr Fault bad_reply{"COMM_FAILURE", 2};  // the server sent what GIOP does not allow
+inline constexpr Fault shut_down{"COMM_FAILURE", 3};  // this side closed its connections
+inline constexpr Fault time_limit{"TIMEOUT", 1};
+inline constexpr Fault no_memory{"NO_MEMORY", 1};
+}  // namespace fault
+
+/// A reply, whole: its octets, and a stream over them that stands at the body.
+struct Reply {
+  Buffer message;
+  giop::ReplyHead head;
+  CDR body{};
+
+  /// Reads head and body out of `message`. Null on success, else what is wrong.
+  const char* open(const giop::Header& header);
+};
+
+/// A call as its connection sees it. While it is Waiting the connection's mutex guards it and it must stay
+/// where it is; the caller's otherwise.
+struct ClientCall {
+  enum class State : uint8_t {
+    Idle,
+    Waiting,
+    Answered,  // `reply` is filled
+    Unheard,   // the server closed before it took the request: it may be sent again
+    Failed     // with `fault`
+  };
+
+  uint32_t id = 0;
+  uint8_t minor = 2;  // GIOP version of its request
+  State state = State::Idle;
+  bool asleep = false;  // its thread sleeps on `wake`, and may be asked to read
+  Fault fault;
+  Reply reply;
+  std::condition_variable wake;
+};
+
+class ClientConnection {
+ public:
+  enum class Sent {
+    Yes,
+    Late,  // the time limit passed
+    Dead   // the connection is of no use, and the server cannot have taken the request
+  };
+
+  /// Takes over `fd`, a connected, blocking socket.
+  ClientConnection(Endpoint peer, int fd);
+  ~ClientConnection();
+  ClientConnection(const ClientConnection&) = delete;
+  ClientConnection& operator=(const ClientConnection&) = delete;
+
+  const Endpoint& peer() const { return peer_; }
+  /// False once it is of no use. A connection that was idle for a while is looked at first.
+  bool alive();
+  Clock::time_point last_used();
+
+  /// Sends one whole request message, in fragments when it is over the limit for that; the message is as it
+  /// was afterwards. With a reply expected, Yes leaves the call Waiting.
+  Sent send(unsigned char* message, std::size_t size, ClientCall* call, bool reply_expected,
+            Deadline deadline);
+  /// Returns when the call is no longer Waiting, true; or at the deadline, false: it is forgotten then.
+  bool receive(ClientCall* call, Deadline deadline);
+  /// Gives the call up: tells the server, and drops its reply should it still come.
+  void forget(ClientCall* call);
+  /// Fails the calls that wait. Any thread, at any time.
+  void close(Fault why);
+
+ private:
+  // All below are called with mutex_ held.
+  void lead(std::unique_lock<std::mutex>& lock, ClientCall* own, Deadline deadline);
+  void pass_reading_on();
+  enum class Got { Octets, Nothing, End };
+  Got receive_some(int flags);
+  void take_input(Got got);
+  const char* take_message(const giop::Header& header);
+  void settle(ClientCall* call, ClientCall::State state);
+  bool unlink(ClientCall* call);
+  void fail_all(Fault why, bool may_send_again);
+  void give_up(ClientCall* call);
+  void cancel(const ClientCall& call);
+  void retire();
+  void set_receive_limit(Deadline deadline);
+
+  const Endpoint peer_;
+  const int fd_;
+
+  std::mutex
+      mutex_;  // guards all below, except that assembler_ and limit_ are the reader's while reading_ is set
+  std::condition_variable write_free_;
+  bool usable_ = true;
+  bool writing_ = false;  // one message at a time goes out
+  bool reading_ = false;  // one thread at a time reads
+  Clock::time_point last_used_ = Clock::now();
+  std::vector<ClientCall*> waiting_;
+  std::deque<uint32_t> cancelled_;  // ids whose reply may still come
+  Reply incoming_;                  // the one being taken; its memory goes round
+  Assembler assembler_;
+  std::chrono::microseconds limit_{0};  // the SO_RCVTIMEO in force; 0: none
+};
+
+/// Milliseconds until the deadline for poll(): rounded up, -1 for never, 0 once it has passed.
+int poll_timeout(Deadline deadline);
+/// Half of the time that is left, so that one silent address does not use up what another one could do with.
+Deadline half_way(Deadline deadline);
+
+}  // namespace zrsv

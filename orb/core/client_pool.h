@@ -1,0 +1,73 @@
+// The connections to servers, one for each end point, shared by all threads.
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+#include "client_connection.h"
+
+namespace zrsv {
+
+/// An end point by view, for look-ups that allocate nothing.
+struct EndpointView {
+  std::string_view host;
+  uint16_t port = 0;
+};
+
+class ClientPool {
+ public:
+  using Connection = std::shared_ptr<ClientConnection>;
+
+  /// Idle connections kept; the one idle for longest goes first.
+  static constexpr std::size_t max_idle = 64;
+
+  /// The connection that is open to that end point, or null. Does not wait.
+  Connection find(EndpointView to);
+  /// The same, or a new one. Threads that want the same end point share one attempt, and its failure. Null,
+  /// with *why: no connection by the deadline.
+  Connection get(EndpointView to, Deadline deadline, Fault* why);
+  /// Forgets a connection that is of no use any more.
+  void discard(const Connection& connection);
+  /// Fails all calls under way and forgets all connections. Calls made afterwards open new ones.
+  void close_all();
+
+ private:
+  struct Entry {
+    Connection connection;    // null while there is none
+    uint32_t attempting = 0;  // threads that open a connection or wait for the one that does
+    uint64_t attempts = 0;
+    Fault last;  // how the latest attempt ended
+    bool opening = false;
+  };
+  struct Less {
+    using is_transparent = void;
+    template <class A, class B>
+    bool operator()(const A& a, const B& b) const {
+      return a.port != b.port ? a.port < b.port : std::string_view(a.host) < std::string_view(b.host);
+    }
+  };
+  using Entries = std::map<Endpoint, Entry, Less>;
+
+  Connection open(Entries::iterator at, std::unique_lock<std::mutex>& lock, Deadline deadline, Fault* why);
+  Connection wait_for(Entries::iterator at, std::unique_lock<std::mutex>& lock, Deadline deadline,
+                      Fault* why);
+  void drop_idle();
+  void drop_if_empty(Entries::iterator at);
+
+  std::mutex mutex_;  // guards all below; never held while a connection is made
+  std::condition_variable settled_;
+  Entries entries_;
+  uint64_t closed_ = 0;  // how often close_all ran
+};
+
+/// The pool of the process.
+ClientPool& client_pool();
+
+/// For the end of the ORB: calls that wait fail with COMM_FAILURE, and what the client side holds is freed
+/// but for what each thread keeps for its next call. The client side may be used again afterwards.
+void close_client_connections();
+
+}  // namespace zrsv

@@ -1,0 +1,461 @@
+#include "client_request.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "cdr_chain.h"
+#include "environment.h"
+#include "in_process.h"
+#include "method_table.h"
+#include "options.h"
+
+namespace zrsv {
+namespace {
+
+using Phase = ClientRequest::Phase;
+
+// Requests that a thread keeps: one call may be made while another is under way.
+constexpr std::size_t max_kept = 8;
+// Memory that a kept request holds on to, each way.
+constexpr std::size_t max_kept_octets = 64 << 10;
+
+// Minor codes of what is wrong with a call itself rather than with its way.
+constexpr Fault no_object{"INV_OBJREF", 1};       // null object
+constexpr Fault no_way{"INV_OBJREF", 2};          // the reference has no address of a protocol known here
+constexpr Fault other_address{"INV_OBJREF", 3};   // the server wants to be addressed in another form
+constexpr Fault bad_argument{"BAD_PARAM", 1};     // null where something is needed
+constexpr Fault wrong_order{"BAD_INV_ORDER", 1};  // a step of a call out of its turn
+constexpr Fault no_operation{"BAD_OPERATION", 1};
+constexpr Fault malformed{"MARSHAL", 1};
+constexpr Fault too_many_forwards{"TRANSIENT", 5};
+
+bool fail(Fault why) {
+  set_last_failure(why.name, why.minor);
+  return false;
+}
+
+bool is(Fault why, const char* name) { return why && std::strcmp(why.name, name) == 0; }
+
+ClientRequest* as_request(void* handle) {
+  return static_cast<ClientRequest*>(static_cast<RequestBase*>(handle));
+}
+
+// ---- Requests that a thread keeps
+// ----------------------------------------------------------------------------------
+
+class Kept {
+ public:
+  Kept() { free_.reserve(max_kept); }
+  ~Kept() { gone_ = true; }
+
+  static ClientRequest* take() {
+    if (gone_ || mine().free_.empty()) return new ClientRequest;
+    ClientRequest* request = mine().free_.back().release();
+    mine().free_.pop_back();
+    return request;
+  }
+  static void give(std::unique_ptr<ClientRequest> request) {
+    if (!gone_ && mine().free_.size() < max_kept) mine().free_.push_back(std::move(request));
+  }
+
+ private:
+  static Kept& mine() {
+    thread_local Kept kept;
+    return kept;
+  }
+
+  static thread_local bool gone_;  // calls are still allowed while the thread's own objects go
+  std::vector<std::unique_ptr<ClientRequest>> free_;
+};
+
+thread_local bool Kept::gone_ = false;
+
+void keep_for_later(std::unique_ptr<ClientRequest> request) {
+  request->connection.reset();
+  request->forward = {};
+  if (request->cdr.out_limit - request->cdr.out_base > static_cast<std::ptrdiff_t>(max_kept_octets)) {
+    OM_cdr_close(&request->cdr);
+  }
+  request->call.reply.message.clear();
+  request->call.reply.message.shrink(max_kept_octets);
+  Kept::give(std::move(request));
+}
+
+// ---- The request message
+// -------------------------------------------------------------------------------------------
+
+/// The key in messages to that address of the target.
+std::string_view key_for(const Reference& target, std::size_t address) {
+  return target.iiop().empty() ? target.key() : target.iiop()[address].key;
+}
+
+/// The lowest version of all places that the call may go to, so that the same body fits them all.
+uint8_t version_for(const ClientRequest& request) {
+  uint32_t minor = options().giop_minor;
+  for (const Reference* r : {request.object, request.forward.get()}) {
+    if (!r) continue;
+    for (const IiopProfile& profile : r->iiop()) minor = std::min<uint32_t>(minor, profile.minor);
+  }
+  return static_cast<uint8_t>(minor);
+}
+
+std::size_t encoded(const CDR& cdr) { return static_cast<std::size_t>(cdr.out_next - cdr.out_base); }
+
+bool begin_head(ClientRequest* request, CDR* cdr) {
+  const ClientCall& call = request->call;
+  if (!giop::begin_request(cdr, call.minor, call.id, request->response_expected, request->key,
+                           request->operation)) {
+    return false;
+  }
+  request->head_end = encoded(*cdr);
+  if (!giop::align_body(cdr, call.minor)) return false;
+  request->body_start = encoded(*cdr);
+  return true;
+}
+
+/// Starts the message in the memory of the last one, or else of the last reply.
+bool begin_message(ClientRequest* request) {
+  CDR* cdr = &request->cdr;
+  if (!cdr->out_base) request->call.reply.message.lend(cdr);
+  cdr->out_next = cdr->out_base;
+  cdr->direction = CDR_ENCODE;
+  cdr->minor_version = request->call.minor;
+  cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
+  return begin_head(request, cdr);
+}
+
+void end_message(ClientRequest* request) {
+  CDR* cdr = &request->cdr;
+  // No body, no padding in front of it.
+  if (encoded(*cdr) == request->body_start) cdr->out_next = cdr->out_base + request->head_end;
+  giop::end_message(cdr);
+}
+
+/// Before 1.2 nothing aligns the body to 8: lets the last member of the header, an octet sequence that nobody
+/// reads, grow until the body stands as it stood in the message that it comes from.
+bool pad_principal(ClientRequest* request, CDR* cdr, std::size_t old_start) {
+  const auto pad = static_cast<uint32_t>((old_start - request->body_start) & 7);
+  if (pad == 0) return true;
+  std::memcpy(cdr->out_next - sizeof pad, &pad, sizeof pad);
+  if (!put_octets(cdr, std::string_view("\0\0\0\0\0\0\0", pad))) return false;
+  request->head_end = request->body_start = encoded(*cdr);
+  return true;
+}
+
+/// The same call under another object key.
+bool address_anew(ClientRequest* request, std::string_view key) {
+  if (request->key == key) return true;
+  const std::size_t old_start = request->body_start;
+  CDR old = request->cdr;
+  CDR fresh{};
+  fresh.minor_version = request->call.minor;
+  request->key = key;
+  bool ok = begin_head(request, &fresh);
+  if (ok && request->call.minor < 2) ok = pad_principal(request, &fresh, old_start);
+  if (ok && encoded(old) > old_start) {
+    ok = put_octets(&fresh, as_view(old.out_base + old_start, encoded(old) - old_start));
+  }
+  std::swap(fresh.out_base, request->cdr.out_base);
+  std::swap(fresh.out_next, request->cdr.out_next);
+  std::swap(fresh.out_limit, request->cdr.out_limit);
+  OM_cdr_close(&fresh);
+  if (ok) end_message(request);
+  return ok;
+}
+
+// ---- The way to the object
+// -----------------------------------------------------------------------------------------
+
+/// Runs the call in this process. A time limit that passes is told by recv: the call may be running.
+Fault run_here(ClientRequest* request) {
+  Reply* reply = &request->call.reply;
+  reply->message.clear();
+  Fault why{call_in_process(Buffer::take(&request->cdr), request->response_expected, request->deadline,
+                            &reply->message),
+            fault::not_serving.minor};
+  request->call.fault = is(why, "TIMEOUT") ? fault::time_limit : fault::none;
+  if (request->call.fault && request->response_expected) return fault::none;
+  if (why || !request->response_expected) return why;
+  giop::Header header;
+  const bool whole = reply->message.size() >= giop::header_size &&
+                     !giop::read_header(reply->message.data(), UINT32_MAX, &header) && !reply->open(header);
+  return whole ? fault::none : fault::bad_reply;
+}
+
+Fault send_over(ClientRequest* request, ClientPool::Connection connection, bool* dead) {
+  const auto sent = connection->send(request->cdr.out_base, encoded(request->cdr), &request->call,
+                                     request->response_expected, request->deadline);
+  *dead = sent == ClientConnection::Sent::Dead;
+  if (sent == ClientConnection::Sent::Yes) {
+    request->connection = std::move(connection);
+    return fault::none;
+  }
+  if (!*dead) return fault::time_limit;
+  client_pool().discard(connection);
+  return fault::no_connection;
+}
+
+/// Sends to one address. A connection that turns out dead is made anew, once.
+Fault send_to_address(ClientRequest* request, EndpointView to, Deadline connect_by) {
+  bool dead = true;
+  Fault why = fault::no_connection;
+  for (int attempt = 0; attempt < 2 && dead; ++attempt) {
+    ClientPool::Connection connection = client_pool().get(to, connect_by, &why);
+    if (!connection) return why;
+    why = send_over(request, std::move(connection), &dead);
+  }
+  return why;
+}
+
+/// Sends to the first address of the target that takes the call, first of all to one whose connection is
+/// open.
+Fault send_to_any(ClientRequest* request, const Reference& target) {
+  const std::vector<IiopProfile>& addresses = target.iiop();
+  for (const IiopProfile& a : addresses) {
+    ClientPool::Connection open = client_pool().find({a.host, a.port});
+    if (!open) continue;
+    if (!address_anew(request, a.key)) return fault::no_memory;
+    bool dead = false;
+    const Fault why = send_over(request, std::move(open), &dead);
+    if (!dead) return why;
+  }
+  Fault why = no_way;
+  for (std::size_t i = 0; i < addresses.size(); ++i) {
+    const bool last = i + 1 == addresses.size();
+    if (!address_anew(request, addresses[i].key)) return fault::no_memory;
+    why = send_to_address(request, {addresses[i].host, addresses[i].port},
+                          last ? request->deadline : half_way(request->deadline));
+    if (!is(why, "TRANSIENT")) return why;
+  }
+  return why;
+}
+
+Fault send_to(ClientRequest* request, const Reference& target) {
+  if (!target.is_local()) return send_to_any(request, target);
+  if (!address_anew(request, target.key())) return fault::no_memory;
+  if (options().in_process) return run_here(request);
+  const std::vector<Endpoint>& own = published_endpoints();
+  if (own.empty()) return fault::not_serving;
+  return send_to_address(request, {own.front().host, own.front().port}, request->deadline);
+}
+
+/// Calls made from now on start at the object itself again, which may know a better place.
+void drop_forward(ClientRequest* request) {
+  if (request->forward && request->object->forward().get() == request->forward.get())
+    request->object->clear_forward();
+}
+
+/// Sends to where the object was forwarded, and to the object itself when nobody is there any more.
+Fault dispatch(ClientRequest* request) {
+  const Fault why = send_to(request, request->target());
+  if (!request->forward || !is(why, "TRANSIENT")) return why;
+  drop_forward(request);
+  if (!request->cdr.out_base) return why;  // the message went to an object of this process, and is used up
+  const Ref<Reference> forward =
+      std::move(request->forward);  // which owns the key that the message still has
+  return send_to(request, *request->object);
+}
+
+/// Why no connection came about: the time limit when it has passed meanwhile.
+Fault or_time_limit(const ClientRequest& request, Fault why) {
+  return is(why, "TRANSIENT") && Clock::now() >= request.deadline ? fault::time_limit : why;
+}
+
+/// Waits for the reply; a server that closes in good order before it took the request gets it once more.
+Fault await(ClientRequest* request) {
+  ClientCall* call = &request->call;
+  while (request->connection) {
+    if (!request->connection->receive(call, request->deadline)) return fault::time_limit;
+    if (call->state == ClientCall::State::Answered) return fault::none;
+    client_pool().discard(request->connection);
+    request->connection.reset();
+    if (call->state != ClientCall::State::Unheard) {
+      drop_forward(request);
+      return call->fault;
+    }
+    if (std::exchange(request->sent_again, true)) return fault::turned_away;
+    if (const Fault why = or_time_limit(*request, dispatch(request))) return why;
+  }
+  return call->fault;
+}
+
+// ---- The steps of a call
+// -------------------------------------------------------------------------------------------
+
+bool runs_in_process(const Reference& target) {
+  return target.is_local() && target.is_internal() && has_table(target.intf_name());
+}
+
+bool create(Reference* object, const char* operation, bool response_expected,
+            std::unique_ptr<ClientRequest>* made) {
+  static std::atomic<uint32_t> next_id{0};
+  std::unique_ptr<ClientRequest> request(Kept::take());
+  request->object = object;
+  request->forward = object->forward();
+  request->operation = operation;
+  request->response_expected = response_expected;
+  request->sent_again = false;
+  request->phase = Phase::Created;
+  request->call.state = ClientCall::State::Idle;
+  request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);
+  request->call.minor = version_for(*request);
+  const uint32_t limit = options().timeout_ms;
+  request->deadline = limit ? Clock::now() + std::chrono::milliseconds(limit) : Deadline::max();
+
+  const Reference& target = request->target();
+  request->kind = runs_in_process(target) ? ZR_REQUEST_IN_PROCESS : ZR_REQUEST_IIOP;
+  if (request->kind == ZR_REQUEST_IIOP) {
+    if (!target.is_local() && target.iiop().empty()) return fail(no_way);
+    request->key = key_for(target, 0);
+    if (!begin_message(request.get())) return fail(fault::no_memory);
+  }
+  *made = std::move(request);
+  return true;
+}
+
+bool send(ClientRequest* request) {
+  if (request->kind != ZR_REQUEST_IIOP || request->phase != Phase::Created) return fail(wrong_order);
+  request->phase = Phase::Over;
+  end_message(request);
+  if (const Fault why = or_time_limit(*request, dispatch(request))) return fail(why);
+  if (request->response_expected) {
+    request->phase = Phase::Sent;
+  } else {
+    request->connection.reset();
+  }
+  return true;
+}
+
+bool receive(ClientRequest* request) {
+  if (request->phase != Phase::Sent) return fail(wrong_order);
+  request->phase = Phase::Over;
+  if (const Fault why = await(request)) return fail(why);
+  request->phase = Phase::Answered;
+  return true;
+}
+
+/// Makes the reply's body the decoding side of the request's stream.
+void show_reply(ClientRequest* request) {
+  const CDR& body = request->call.reply.body;
+  request->cdr.direction = CDR_DECODE;
+  request->cdr.swap = body.swap;
+  request->cdr.minor_version = body.minor_version;
+  request->cdr.in_base = body.in_base;
+  request->cdr.in_next = body.in_next;
+  request->cdr.in_end = body.in_end;
+}
+
+/// Memory that runs out anywhere in a step is that step's failure.
+template <class Step>
+unsigned char step(Step&& body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return fail(fault::no_memory);
+  }
+}
+
+}  // namespace
+}  // namespace zrsv
+
+using namespace zrsv;
+
+unsigned char OM_req_lib_UNO_IIOP_get_cdr(void* request, CDR** cdr) {
+  if (!request || !cdr) return 0;
+  *cdr = &static_cast<RequestBase*>(request)->cdr;
+  return 1;
+}
+
+unsigned char OM_req_lib_initiator_request_create(void* object, const char* operation,
+                                                  unsigned char response_expected, void** request,
+                                                  uint32_t* kind) {
+  if (!object) return fail(no_object);
+  if (!operation || !request || !kind) return fail(bad_argument);
+  return step([&] {
+    std::unique_ptr<ClientRequest> made;
+    if (!create(as_reference(object), operation, response_expected != 0, &made)) return false;
+    *kind = made->kind;
+    *request = static_cast<RequestBase*>(made.release());
+    return true;
+  });
+}
+
+unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method) {
+  if (!request || !method) return fail(bad_argument);
+  const ClientRequest* r = as_request(request);
+  if (r->kind != ZR_REQUEST_IN_PROCESS) return fail(wrong_order);
+  *method = find_in_process(r->target().intf_name(), r->operation);
+  return *method != nullptr || fail(no_operation);
+}
+
+void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request) {
+  OM_req_lib_UNO_IIOP_initiator_request_complete(request);
+}
+
+unsigned char OM_req_lib_UNO_IIOP_send_request(void* request) {
+  if (!request) return fail(bad_argument);
+  return step([&] { return send(as_request(request)); });
+}
+
+unsigned char OM_req_lib_UNO_IIOP_recv_reply(void* request) {
+  if (!request) return fail(bad_argument);
+  return step([&] { return receive(as_request(request)); });
+}
+
+unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* status) {
+  if (!request || !status) return fail(bad_argument);
+  ClientRequest* r = as_request(request);
+  if (r->phase != Phase::Answered) return fail(wrong_order);
+  constexpr uint32_t forward_for_good = 4, needs_addressing_mode = 5;
+  *status = r->call.reply.head.status;
+  if (*status == needs_addressing_mode) return fail(other_address);
+  if (*status == forward_for_good) *status = ZR_REPLY_LOCATION_FORWARD;
+  if (*status != ZR_REPLY_LOCATION_FORWARD) r->object->answered();
+  show_reply(r);
+  return 1;
+}
+
+unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* env) {
+  if (!request || !env) return fail(bad_argument);
+  Reader in(&as_request(request)->cdr);
+  const std::string_view id = in.text();
+  if (in.ok()) {
+    ZR_set_user_exception(env, id.data());
+    return 1;
+  }
+  raise_standard(env, malformed.name, malformed.minor, CORBA_COMPLETED_YES);
+  return fail(malformed);
+}
+
+unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* env) {
+  if (!request || !env) return fail(bad_argument);
+  Reader in(&as_request(request)->cdr);
+  const std::string_view id = in.text();
+  const uint32_t minor = in.u32();
+  const uint32_t completed = in.u32();
+  if (in.ok()) {
+    const std::string_view name = internal_id(id);
+    for (const char* elsewhere : {"TRANSIENT", "COMM_FAILURE", "OBJECT_NOT_EXIST"}) {
+      if (name == internal_id(elsewhere)) drop_forward(as_request(request));
+    }
+    CORBA_BOA_set_standard_exception(env, id.data(), minor,
+                                     std::min<uint32_t>(completed, CORBA_COMPLETED_MAYBE));
+    return 1;
+  }
+  raise_standard(env, malformed.name, malformed.minor, CORBA_COMPLETED_MAYBE);
+  return fail(malformed);
+}
+
+void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
+  if (!request) return;
+  std::unique_ptr<ClientRequest> r(as_request(request));
+  if (r->connection) r->connection->forget(&r->call);
+  keep_for_later(std::move(r));
+}
+
+unsigned char OM_req_lib_set_locate_object(void* object, void* forward) {
+  if (!object || !forward) return fail(no_object);
+  return as_reference(object)->set_forward(Ref<Reference>::share(as_reference(forward))) ||
+         fail(too_many_forwards);
+}

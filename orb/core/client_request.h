@@ -1,0 +1,48 @@
+// A call as the client side's C face hands it out.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "client_pool.h"
+#include "request_base.h"
+
+namespace zrsv {
+
+/// One call, from create to complete. Each thread keeps a few that are done, with their memory, for its next
+/// calls. `cdr` has the request on its encoding side, kept until the reply is there, and the reply on its
+/// decoding side.
+struct ClientRequest : RequestBase {
+  enum class Phase : uint8_t {
+    Created,
+    Sent,      // over `connection`, or, for an object of this process, run with the result in `call`
+    Answered,  // the reply is in `call`
+    Over       // no more to come: failed, or sent without an answer wanted
+  };
+
+  ClientRequest() = default;
+  ClientRequest(const ClientRequest&) = delete;
+  ClientRequest& operator=(const ClientRequest&) = delete;
+  ~ClientRequest() { OM_cdr_close(&cdr); }
+
+  Reference* object = nullptr;  // what the caller asked for; outlives the request
+  Ref<Reference> forward;       // where calls on it went when the request was made; null: to itself
+  std::string operation;
+  uint32_t kind = ZR_REQUEST_IIOP;
+  bool response_expected = true;
+  bool sent_again = false;
+  Phase phase = Phase::Created;
+  Deadline deadline = Deadline::max();
+
+  std::string_view key;        // in the request's header
+  std::size_t head_end = 0;    // of that header, from the message's start
+  std::size_t body_start = 0;  // behind it, padding between
+
+  ClientCall call;
+  ClientPool::Connection connection;
+
+  Reference& target() const { return forward ? *forward : *object; }
+};
+
+}  // namespace zrsv

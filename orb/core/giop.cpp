@@ -1,0 +1,210 @@
+#include "giop.h"
+
+#include <bit>
+#include <cstring>
+
+#include "cdr_chain.h"
+#include "iiop_profile.h"
+
+// Layouts, in CDR, aligned from the first octet of the message:
+//
+//   message  = "GIOP" major[1] minor[1] flags[1] type[1] size:u32 body       flags: 1 little-endian, 2
+//   fragments follow (not in 1.0) request  = 1.0: contexts id:u32 response[1] key:octets operation:string
+//   principal:octets
+//              1.1: contexts id:u32 response[1] 0[3] key:octets operation:string principal:octets
+//              1.2: id:u32 response[1] 0[3] target operation:string contexts
+//   locate   = 1.0, 1.1: id:u32 key:octets;   1.2: id:u32 target
+//   reply    = 1.0, 1.1: contexts id:u32 status:u32;   1.2: id:u32 status:u32 contexts
+//   locate reply = id:u32 status:u32
+//   contexts = count:u32 (id:u32 octets)*
+//   target   = 0:u16 key:octets | 1:u16 profile | 2:u16 selected:u32 type-id:string count:u32 profile*
+//   profile  = tag:u32 octets
+//
+// The bodies of requests and replies of 1.2 start on a multiple of 8 when there are any.
+
+namespace zrsv::giop {
+namespace {
+
+constexpr bool native_little = std::endian::native == std::endian::little;
+constexpr uint32_t size_offset = 8;
+enum AddressKind : uint16_t { key_address = 0, profile_address = 1, reference_address = 2 };
+
+Reader start(CDR* cdr, uint8_t minor) {
+  cdr->minor_version = minor;
+  return Reader(cdr);
+}
+
+void skip_contexts(Reader* in) {
+  for (uint32_t left = in->count(8); left > 0 && in->ok(); --left) {
+    in->u32();
+    in->octets();
+  }
+}
+
+/// The key in a tagged profile; empty when it is not one of IIOP 1.
+std::string_view profile_key(Reader* in) {
+  const uint32_t tag = in->u32();
+  const std::string_view octets = in->octets();
+  if (!in->ok() || tag != profile_iiop) return {};
+  ProfileView profile;
+  if (read_iiop_profile(octets, &profile, nullptr) == ProfileRead::Malformed) in->fail();
+  return profile.key;
+}
+
+std::string_view selected_key(Reader* in) {
+  const uint32_t selected = in->u32();
+  in->text();  // type id
+  const uint32_t count = in->count(8);
+  if (selected >= count) in->fail();
+  std::string_view key;
+  for (uint32_t i = 0; i < count && in->ok(); ++i) {
+    const std::string_view found = profile_key(in);
+    if (i == selected) key = found;
+  }
+  return key;
+}
+
+std::string_view read_target(Reader* in) {
+  switch (in->u16()) {
+    case key_address:
+      return in->octets();
+    case profile_address:
+      return profile_key(in);
+    case reference_address:
+      return selected_key(in);
+    default:
+      in->fail();
+      return {};
+  }
+}
+
+/// Steps to the body of a 1.2 message; without a body there is no padding either.
+void skip_to_body(CDR* cdr) {
+  const auto at = static_cast<std::size_t>(cdr->in_next - cdr->in_base);
+  const std::size_t pad = (8 - at % 8) % 8;
+  cdr->in_next = pad < OM_cdr_remaining(cdr) ? cdr->in_next + pad : cdr->in_end;
+}
+
+bool is_status(uint32_t status, uint8_t minor, uint32_t most, uint32_t most_of_1_2) {
+  return status <= (minor >= 2 ? most_of_1_2 : most);
+}
+
+void write_header(unsigned char* to, uint8_t minor, Type type) {
+  const unsigned char octets[header_size] = {'G', 'I',   'O',           'P',
+                                             1,   minor, native_little, static_cast<unsigned char>(type)};
+  std::memcpy(to, octets, sizeof octets);
+}
+
+}  // namespace
+
+const char* read_header(const unsigned char* octets, uint32_t max_message, Header* header) {
+  if (std::memcmp(octets, "GIOP", 4) != 0) return "magic";
+  if (octets[4] != 1 || octets[5] > 2) return "version";
+  header->minor = octets[5];
+  header->little = octets[6] & 1;
+  header->more = header->minor >= 1 && (octets[6] & 2);
+  const Type last = header->minor >= 1 ? Type::Fragment : Type::MessageError;
+  if (octets[7] > static_cast<unsigned char>(last)) return "type";
+  header->type = static_cast<Type>(octets[7]);
+  uint32_t size;
+  std::memcpy(&size, octets + size_offset, sizeof size);
+  header->size = needs_swap(*header) ? __builtin_bswap32(size) : size;
+  return header->size > max_message ? "length" : nullptr;
+}
+
+bool needs_swap(const Header& header) { return header.little != native_little; }
+
+bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
+  Reader in = start(cdr, minor);
+  if (minor < 2) skip_contexts(&in);
+  head->id = in.u32();
+  head->response_expected = (in.u8() & 1) != 0;
+  if (minor >= 1) in.raw(3);
+  head->key = minor < 2 ? in.octets() : read_target(&in);
+  head->operation = in.text().data();
+  if (minor < 2) {
+    in.octets();  // principal
+  } else {
+    skip_contexts(&in);
+    skip_to_body(cdr);
+  }
+  return in.ok();
+}
+
+bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head) {
+  Reader in = start(cdr, minor);
+  head->id = in.u32();
+  head->response_expected = true;
+  head->key = minor < 2 ? in.octets() : read_target(&in);
+  head->operation = "";
+  return in.ok();
+}
+
+bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head) {
+  Reader in = start(cdr, minor);
+  if (minor < 2) skip_contexts(&in);
+  head->id = in.u32();
+  head->status = in.u32();
+  if (minor >= 2) {
+    skip_contexts(&in);
+    skip_to_body(cdr);
+  }
+  return in.ok() && is_status(head->status, minor, 3, 5);
+}
+
+bool read_locate_reply(CDR* cdr, uint8_t minor, ReplyHead* head) {
+  Reader in = start(cdr, minor);
+  head->id = in.u32();
+  head->status = in.u32();
+  return in.ok() && is_status(head->status, minor, 2, 5);
+}
+
+bool begin_message(CDR* cdr, uint8_t minor, Type type) {
+  cdr->minor_version = minor;
+  cdr->out_next = cdr->out_base;
+  unsigned char octets[header_size];
+  write_header(octets, minor, type);
+  return Writer(cdr).raw(as_view(octets, sizeof octets)).ok();
+}
+
+bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
+                   std::string_view operation) {
+  if (!begin_message(cdr, minor, Type::Request)) return false;
+  Writer out(cdr);
+  if (minor < 2) out.u32(0);  // no contexts
+  out.u32(id);
+  out.u8(static_cast<uint8_t>(!response_expected ? 0
+                              : minor >= 2       ? 3
+                                                 : 1));  // 3: the reply comes from the object itself
+  if (minor >= 1) out.raw({"\0\0", 3});
+  if (minor >= 2) out.u16(key_address);
+  out.octets(key).text(operation);
+  return out.u32(0).ok();  // no principal, or no contexts
+}
+
+bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status) {
+  if (!begin_message(cdr, minor, Type::Reply)) return false;
+  Writer out(cdr);
+  if (minor < 2) return out.u32(0).u32(id).u32(status).ok();
+  return out.u32(id).u32(status).u32(0).ok();
+}
+
+bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus status) {
+  return begin_message(cdr, minor, Type::LocateReply) &&
+         Writer(cdr).u32(id).u32(static_cast<uint32_t>(status)).ok();
+}
+
+bool align_body(CDR* cdr, uint8_t minor) {
+  if (minor < 2) return true;
+  const auto at = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+  return put_octets(cdr, {"\0\0\0\0\0\0\0", (8 - at % 8) % 8});
+}
+
+void end_message(CDR* cdr) {
+  const auto size = static_cast<uint32_t>(cdr->out_next - cdr->out_base) - header_size;
+  std::memcpy(cdr->out_base + size_offset, &size, sizeof size);
+}
+
+void write_empty(unsigned char* octets, uint8_t minor, Type type) { write_header(octets, minor, type); }
+
+}  // namespace zrsv::giop

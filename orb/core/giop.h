@@ -1,0 +1,76 @@
+// GIOP messages: headers read and written. Pure functions over octets; no sockets here.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "zrsv.h"
+
+namespace zrsv::giop {
+
+enum class Type : uint8_t {
+  Request = 0,
+  Reply = 1,
+  CancelRequest = 2,
+  LocateRequest = 3,
+  LocateReply = 4,
+  CloseConnection = 5,
+  MessageError = 6,
+  Fragment = 7
+};
+
+enum class LocateStatus : uint32_t { UnknownObject = 0, ObjectHere = 1, ObjectForward = 2 };
+
+inline constexpr uint32_t header_size = 12;
+
+/// The twelve octets in front of every message.
+struct Header {
+  uint8_t minor = 2;
+  bool little = true;
+  bool more = false;  // fragments follow
+  Type type = Type::Request;
+  uint32_t size = 0;  // of the body
+};
+
+/// Reads a header from 12 octets. Null on success; else what is wrong with it ("magic", "version", "type", "length").
+const char* read_header(const unsigned char* octets, uint32_t max_message, Header* header);
+
+/// True when this machine's byte order is not the message's.
+bool needs_swap(const Header& header);
+
+/// A request or locate request, decoded in place: views into the message.
+struct RequestHead {
+  uint32_t id = 0;
+  bool response_expected = false;
+  std::string_view key;       // object key; empty when the address names no IIOP profile
+  const char* operation = ""; // NUL-terminated in place; "" for a locate request
+};
+
+/// `cdr` stands at the body's start (in_base = start of the whole message, so that alignment is right); afterwards it stands at
+/// the arguments. False when malformed.
+bool read_request(CDR* cdr, uint8_t minor, RequestHead* head);
+bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head);
+
+/// A reply's head; `status` is a ZR_REPLY_... value, or 4 (LOC_FORWARD_PERM) and 5 (NEEDS_ADDRESSING_MODE) of 1.2.
+struct ReplyHead {
+  uint32_t id = 0;
+  uint32_t status = 0;
+};
+bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
+bool read_locate_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
+
+/// Start a message in an empty encoding stream: the GIOP header (size 0 for now, this machine's byte order) and the message's own head.
+/// With 1.2 the body is aligned to 8 by `align_body`, called once before its first octet is written.
+bool begin_message(CDR* cdr, uint8_t minor, Type type);
+bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
+                   std::string_view operation);
+bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status);
+bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus status);
+bool align_body(CDR* cdr, uint8_t minor);
+/// Patches the size into the header. The message is out_base .. out_next.
+void end_message(CDR* cdr);
+
+/// The whole of a message without a body (CloseConnection, MessageError): 12 octets.
+void write_empty(unsigned char* octets, uint8_t minor, Type type);
+
+}  // namespace zrsv::giop

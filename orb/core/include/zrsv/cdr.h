@@ -1,0 +1,81 @@
+/* CDR streams: one value each way, by the stream's direction. */
+#ifndef ZRSV_CDR_H
+#define ZRSV_CDR_H
+
+#include "zrsv/base.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum { CDR_ENCODE = 0, CDR_DECODE = 1 };
+
+/* A stream has a window of octets to decode and a buffer to encode into; `direction` says which of the two a primitive
+ * works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding grows the buffer.
+ * A stream belongs to one thread at a time. Only `direction` is for callers; the rest is for the primitives. */
+typedef struct CDR {
+  uint16_t direction;
+  unsigned char swap;          /* decoding: the peer's byte order is not ours */
+  unsigned char minor_version; /* of the GIOP message, 0 to 2; 2 for encapsulations */
+  const unsigned char* in_base;
+  const unsigned char* in_next;
+  const unsigned char* in_end;
+  unsigned char* out_base; /* malloc'd; owned by the stream */
+  unsigned char* out_next;
+  unsigned char* out_limit;
+} CDR;
+
+/* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true; false, and
+ * nothing moved, when the window ends too early or memory is short. Any direction but the two fails. */
+ZRSV_API unsigned char OM_cdr_boolean(CDR* cdr, unsigned char* value); /* decoded as 0 or 1 */
+ZRSV_API unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value);
+ZRSV_API unsigned char OM_cdr_char(CDR* cdr, char* value);
+ZRSV_API unsigned char OM_cdr_wchar(CDR* cdr, uint16_t* value); /* one UTF-16 unit */
+ZRSV_API unsigned char OM_cdr_short(CDR* cdr, int16_t* value);
+ZRSV_API unsigned char OM_cdr_unsigned_short(CDR* cdr, uint16_t* value);
+ZRSV_API unsigned char OM_cdr_long(CDR* cdr, int32_t* value);
+ZRSV_API unsigned char OM_cdr_unsigned_long(CDR* cdr, uint32_t* value);
+ZRSV_API unsigned char OM_cdr_long_long(CDR* cdr, int64_t* value);
+ZRSV_API unsigned char OM_cdr_unsigned_long_long(CDR* cdr, uint64_t* value);
+ZRSV_API unsigned char OM_cdr_float(CDR* cdr, float* value);
+ZRSV_API unsigned char OM_cdr_double(CDR* cdr, double* value);
+
+/* `count` raw octets, not aligned. */
+ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count);
+
+/* A string with its length word and NUL. Decoding hands out a new text (CORBA_free); a length of 0, a missing NUL or a
+ * NUL inside fails. Encoding writes *text; null fails. */
+ZRSV_API unsigned char OM_cdr_string(CDR* cdr, char** text);
+
+/* Decoding only: the next string, in place. *text points into the window, is NUL-terminated and lives as long as it. */
+ZRSV_API unsigned char OM_cdr_string_view(CDR* cdr, const char** text);
+
+/* Decoding only: the next `count` octets in place. */
+ZRSV_API unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t count);
+
+/* An object reference. Encoding writes *handle, null as the nil reference; decoding hands out a new handle, or null. */
+ZRSV_API unsigned char OM_cdr_object(CDR* cdr, void** handle);
+
+/* Octets left to decode. */
+ZRSV_API uint32_t OM_cdr_remaining(const CDR* cdr);
+
+/* A stream over `length` octets that the caller keeps (decoding; in_base = octets), or an empty one to encode. */
+ZRSV_API void OM_cdr_open_decode(CDR* cdr, const unsigned char* octets, uint32_t length, unsigned char swap);
+ZRSV_API void OM_cdr_open_encode(CDR* cdr);
+/* Frees the stream's own buffer. */
+ZRSV_API void OM_cdr_close(CDR* cdr);
+
+/* An encapsulation (length word, then a byte-order octet and the contents, aligned by themselves). Decoding: `inner`
+ * becomes a stream over the contents, past the byte-order octet. Encoding: `inner` is a stream whose octets so far are
+ * appended to `cdr` as one encapsulation; `OM_cdr_open_encapsulation` starts it with this machine's byte order. */
+ZRSV_API unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner);
+ZRSV_API unsigned char OM_cdr_open_encapsulation(CDR* inner);
+ZRSV_API unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner);
+
+/* Fills `env` with MARSHAL for a failed primitive, with that completion value. `cdr` may be null. */
+ZRSV_API void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,73 @@
+#include "method_table.h"
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+
+#include "environment.h"
+#include "reference.h"
+
+namespace zrsv {
+
+namespace {
+
+struct Operation {
+  ZR_skeleton skeleton = nullptr;
+  ZR_method in_process = nullptr;
+};
+using Table = std::map<std::string, Operation, std::less<>>;
+
+struct Tables {
+  std::shared_mutex mutex;
+  std::map<std::string, Table, std::less<>> of;  // by interface id; guarded by mutex
+};
+
+Tables& tables() {
+  static Tables* const one = new Tables;  // requests may come until the process ends
+  return *one;
+}
+
+Operation find(std::string_view intf, std::string_view operation) {
+  Tables& all = tables();
+  std::shared_lock lock(all.mutex);
+  const auto table = all.of.find(intf);
+  if (table == all.of.end()) return {};
+  const auto found = table->second.find(operation);
+  return found == table->second.end() ? Operation{} : found->second;
+}
+
+// Which interface a table is for: the definition is a reference whose data is the interface's id.
+std::string_view described_interface(void* intf_def) {
+  const Reference* reference = as_reference(intf_def);
+  if (!reference || !reference->is_local()) return {};
+  return reference->data().empty() ? std::string_view(reference->intf_name()) : reference->data();
+}
+
+}  // namespace
+
+ZR_skeleton find_skeleton(std::string_view intf, std::string_view operation) { return find(intf, operation).skeleton; }
+ZR_method find_in_process(std::string_view intf, std::string_view operation) { return find(intf, operation).in_process; }
+
+bool has_table(std::string_view intf) {
+  Tables& all = tables();
+  std::shared_lock lock(all.mutex);
+  return all.of.contains(intf);
+}
+
+}  // namespace zrsv
+
+void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* env, void* intf_def, const char* const* names,
+                                const ZR_skeleton* skeletons, const ZR_method* in_process) {
+  using namespace zrsv;
+  const std::string_view intf = described_interface(intf_def);
+  if (intf.empty() || !names || !skeletons || !in_process) return raise_standard(env, "BAD_PARAM");
+  guarded(env, [&] {
+    Table table;
+    for (std::size_t i = 0; names[i]; ++i) table[names[i]] = {skeletons[i], in_process[i]};
+    Tables& all = tables();
+    std::unique_lock lock(all.mutex);
+    all.of.insert_or_assign(std::string(intf), std::move(table));
+  });
+}

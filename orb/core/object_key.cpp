@@ -1,0 +1,87 @@
+#include "object_key.h"
+
+#include <array>
+
+// Layout; numbers are unsigned and little-endian, widths in octets:
+//
+//   key     = magic[4] version[1] sizes impl intf data check[4]
+//   magic   = "ZRSV"
+//   version = 1
+//   sizes   = impl-length[2] intf-length[2] data-length[2]
+//   impl    = impl-length octets, none of them 0
+//   intf    = intf-length octets, none of them 0
+//   data    = data-length octets
+//   check   = CRC-32C of all octets before it
+//
+// The check finds damage, not malice: what the data names is still looked up among the live records.
+
+namespace zrsv {
+namespace {
+
+constexpr std::string_view magic = {"ZRSV\1", 5};
+constexpr std::size_t head_size = magic.size() + 6;
+constexpr std::size_t check_size = 4;
+
+constexpr std::array<uint32_t, 256> crc_table = [] {
+  std::array<uint32_t, 256> table{};
+  for (uint32_t i = 0; i < 256; ++i) {
+    uint32_t c = i;
+    for (int bit = 0; bit < 8; ++bit) c = (c & 1) ? (c >> 1) ^ 0x82F63B78u : c >> 1;
+    table[i] = c;
+  }
+  return table;
+}();
+
+void put(std::string* to, uint32_t value, int width) {
+  for (int i = 0; i < width; ++i) to->push_back(static_cast<char>(value >> (8 * i)));
+}
+
+uint32_t get(std::string_view from, std::size_t at, std::size_t width) {
+  uint32_t value = 0;
+  for (std::size_t i = 0; i < width; ++i)
+    value |= uint32_t{static_cast<unsigned char>(from[at + i])} << (8 * i);
+  return value;
+}
+
+bool is_name(std::string_view text) { return text.find('\0') == text.npos; }
+
+}  // namespace
+
+uint32_t crc32c(std::string_view octets) {
+  uint32_t c = ~0u;
+  for (char octet : octets) c = crc_table[(c ^ static_cast<unsigned char>(octet)) & 0xFF] ^ (c >> 8);
+  return ~c;
+}
+
+std::optional<std::string> write_object_key(const KeyParts& parts) {
+  const std::string_view all[] = {parts.impl, parts.intf, parts.data};
+  std::size_t total = head_size + check_size;
+  for (std::string_view part : all) {
+    if (part.size() > UINT16_MAX) return std::nullopt;
+    total += part.size();
+  }
+  if (!is_name(parts.impl) || !is_name(parts.intf)) return std::nullopt;
+  std::string key;
+  key.reserve(total);
+  key += magic;
+  for (std::string_view part : all) put(&key, static_cast<uint32_t>(part.size()), 2);
+  for (std::string_view part : all) key += part;
+  put(&key, crc32c(key), check_size);
+  return key;
+}
+
+std::optional<KeyParts> read_object_key(std::string_view key) {
+  if (key.size() < head_size + check_size || !key.starts_with(magic)) return std::nullopt;
+  const std::size_t impl = get(key, magic.size(), 2);
+  const std::size_t intf = get(key, magic.size() + 2, 2);
+  const std::size_t data = get(key, magic.size() + 4, 2);
+  if (key.size() != head_size + impl + intf + data + check_size) return std::nullopt;
+  const std::string_view checked = key.substr(0, key.size() - check_size);
+  if (crc32c(checked) != get(key, checked.size(), check_size)) return std::nullopt;
+  const KeyParts parts{key.substr(head_size, impl), key.substr(head_size + impl, intf),
+                       key.substr(head_size + impl + intf, data)};
+  if (!is_name(parts.impl) || !is_name(parts.intf)) return std::nullopt;
+  return parts;
+}
+
+}  // namespace zrsv

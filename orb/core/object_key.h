@@ -1,0 +1,27 @@
+// Object keys of this kind of server: written, and taken apart again.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zrsv {
+
+/// Parts of an object key; of a key that was read, views into it.
+struct KeyParts {
+  std::string_view impl;  // implementation name
+  std::string_view intf;  // interface (repository) id
+  std::string_view data;  // reference data
+};
+
+/// Nothing when a part is over 65535 octets or a name holds a NUL.
+std::optional<std::string> write_object_key(const KeyParts& parts);
+
+/// The exact inverse: nothing for octets that write_object_key does not produce.
+std::optional<KeyParts> read_object_key(std::string_view key);
+
+/// CRC-32C (Castagnoli), reflected, initial value and final inversion all ones.
+uint32_t crc32c(std::string_view octets);
+
+}  // namespace zrsv

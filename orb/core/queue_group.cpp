@@ -1,0 +1,92 @@
+#include "queue_group.h"
+
+#include "options.h"
+#include "repository.h"
+
+namespace zrsv {
+
+QueueGroup& queue_group() {
+  static QueueGroup* const one = new QueueGroup;  // requests may come until the process ends
+  return *one;
+}
+
+QueueGroup::Admission QueueGroup::hold(ServerRequest* request) {
+  std::lock_guard lock(mutex_);
+  if (is_open()) return Admission::Pass;
+  if (!deliver_ || held_.size() >= options().queue) return Admission::Full;
+  held_.push_back(std::make_unique<ServerRequest>(std::move(*request)));
+  return Admission::Held;
+}
+
+void QueueGroup::announce(const std::string& name) {
+  std::lock_guard lock(mutex_);
+  announced_.insert(name);
+  if (state_ == State::Waiting) open_locked();
+}
+
+bool QueueGroup::is_announced(const std::string& name) {
+  std::lock_guard lock(mutex_);
+  return announced_.contains(name);
+}
+
+void QueueGroup::open_if_unannounced() {
+  std::lock_guard lock(mutex_);
+  if (announced_.empty() && state_ == State::Waiting) open_locked();
+}
+
+void QueueGroup::open() {
+  std::lock_guard lock(mutex_);
+  open_locked();
+}
+
+void QueueGroup::open_locked() {
+  Requests released(std::make_move_iterator(held_.begin()), std::make_move_iterator(held_.end()));
+  held_.clear();
+  if (deliver_ && !released.empty()) deliver_(std::move(released));
+  state_.store(State::Open, std::memory_order_release);
+}
+
+void QueueGroup::close() {
+  std::lock_guard lock(mutex_);
+  state_.store(State::Held, std::memory_order_release);
+}
+
+void QueueGroup::deliver_to(Deliver deliver) {
+  std::lock_guard lock(mutex_);
+  deliver_ = std::move(deliver);
+}
+
+QueueGroup::Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) {
+  Requests taken;
+  std::lock_guard lock(mutex_);
+  std::erase_if(held_, [&](std::unique_ptr<ServerRequest>& request) {
+    const bool wanted = (!connection || request->connection.get() == connection) && (!id || request->head.id == *id);
+    if (wanted) taken.push_back(std::move(request));
+    return wanted;
+  });
+  return taken;
+}
+
+}  // namespace zrsv
+
+using namespace zrsv;
+
+void CORBA_BOA_impl_is_ready(void* /*boa*/, void* impl_def, CORBA_Environment* env) {
+  if (!impl_def) return raise_standard(env, "BAD_PARAM");
+  queue_group().announce(static_cast<const ImplDef*>(impl_def)->name);
+}
+
+void ZR_queue_control_queue_group(uint32_t /*reserved*/, const char* name, int code, uint32_t /*reserved2*/,
+                                  CORBA_Environment* env) {
+  if (!name || code < ZR_QUEUE_DRAIN || code > ZR_QUEUE_CLOSE) return raise_standard(env, "BAD_PARAM");
+  if (!queue_group().is_announced(name)) return raise_standard(env, "NO_IMPLEMENT");
+  switch (code) {
+    case ZR_QUEUE_HOLD:
+      return queue_group().close();
+    case ZR_QUEUE_RELEASE:
+    case ZR_QUEUE_CLOSE:
+      return queue_group().open();
+    default:  // ZR_QUEUE_DRAIN only tells that ZR_QUEUE_CLOSE is near: what is held stays
+      return;
+  }
+}

@@ -1,0 +1,178 @@
+#include "reference.h"
+
+#include <algorithm>
+#include <array>
+
+#include "iiop_profile.h"
+#include "object_key.h"
+
+namespace zrsv {
+namespace {
+
+/// References that this thread was asked for last, by the check at the end of their keys: a hot object costs
+/// neither a checksum nor an allocation again. Large keys stay out, so that a slot pins little.
+class RecentKeys {
+ public:
+  static constexpr std::size_t largest_key = 1024;
+
+  static RecentKeys& mine() {
+    thread_local RecentKeys keys;
+    return keys;
+  }
+  /// The slot where `key` is, or is to be put; null for a key that is not kept.
+  Ref<Reference>* slot(std::string_view key) {
+    if (key.size() < 4 || key.size() > largest_key) return nullptr;
+    return &slots_[static_cast<unsigned char>(key[key.size() - 4]) % slots_.size()];
+  }
+
+ private:
+  std::array<Ref<Reference>, 64> slots_;
+};
+
+std::vector<Endpoint>& endpoints() {
+  static auto& one = *new std::vector<Endpoint>;
+  return one;
+}
+
+/// Port 0 means that the address is in a component for another protocol.
+bool can_be_called(std::string_view host, uint16_t port) { return !host.empty() && port != 0; }
+
+/// Appends the addresses of one profile; false when it is malformed.
+bool add_addresses(const std::string& octets, std::vector<IiopProfile>* to) {
+  ProfileView view;
+  std::vector<Tagged> components;
+  const ProfileRead read = read_iiop_profile(octets, &view, &components);
+  if (read == ProfileRead::Malformed) return false;
+  if (read == ProfileRead::UnknownVersion) return true;
+  IiopProfile profile{view.minor, std::string(view.host), view.port, std::string(view.key), {}};
+  std::vector<IiopProfile> alternates;
+  for (const Tagged& component : components) {
+    Endpoint address;
+    if (component.tag != component_alternate_iiop || !read_alternate_address(component.octets, &address))
+      continue;
+    if (!can_be_called(address.host, address.port)) continue;
+    alternates.push_back({view.minor, address.host, address.port, profile.key, {}});
+  }
+  profile.components = std::move(components);
+  if (can_be_called(profile.host, profile.port)) to->push_back(std::move(profile));
+  std::move(alternates.begin(), alternates.end(), std::back_inserter(*to));
+  return true;
+}
+
+bool is_published(const IiopProfile& profile) {
+  return std::any_of(endpoints().begin(), endpoints().end(), [&](const Endpoint& endpoint) {
+    return endpoint.port == profile.port && endpoint.host == profile.host;
+  });
+}
+
+}  // namespace
+
+Ref<Reference> Reference::adopt_key(std::string key, std::string type_id) {
+  if (!read_object_key(key)) return {};
+  Ref<Reference> made = Ref<Reference>::adopt(new Reference);
+  made->local_ = true;
+  made->key_ = std::move(key);
+  const KeyParts parts = *read_object_key(made->key_);  // views into the key where it stays
+  made->impl_ = parts.impl;
+  made->intf_ = parts.intf;
+  made->data_ = parts.data;
+  made->type_id_ = type_id.empty() ? made->intf_ : std::move(type_id);
+  return made;
+}
+
+Ref<Reference> Reference::make_local(std::string_view impl, std::string_view intf, std::string_view data) {
+  std::optional<std::string> key = write_object_key({impl, intf, data});
+  if (!key) return {};
+  return adopt_key(std::move(*key), {});
+}
+
+Ref<Reference> Reference::from_key(std::string_view key) {
+  Ref<Reference>* slot = RecentKeys::mine().slot(key);
+  if (slot && *slot && (*slot)->key() == key) return *slot;
+  Ref<Reference> made = adopt_key(std::string(key), {});
+  if (slot && made) *slot = made;
+  return made;
+}
+
+Ref<Reference> Reference::from_profiles(std::string type_id, std::vector<Tagged> profiles) {
+  std::vector<IiopProfile> iiop;
+  for (const Tagged& profile : profiles) {
+    if (profile.tag == profile_iiop && !add_addresses(profile.octets, &iiop)) return {};
+  }
+  for (const IiopProfile& address : iiop) {
+    if (!is_published(address)) continue;
+    if (Ref<Reference> local = adopt_key(address.key, type_id)) return local;
+  }
+  Ref<Reference> made = Ref<Reference>::adopt(new Reference);
+  made->type_id_ = std::move(type_id);
+  if (!iiop.empty()) made->key_ = iiop.front().key;
+  made->profiles_ = std::move(profiles);
+  made->iiop_ = std::move(iiop);
+  return made;
+}
+
+Ref<Reference> Reference::forward() const {
+  if (!has_forward_.load(std::memory_order_acquire)) return {};
+  std::lock_guard lock(forward_mutex_);
+  return forward_;
+}
+
+bool Reference::set_forward(Ref<Reference> to) {
+  if (!to) return false;
+  if (forwards_.fetch_add(1, std::memory_order_relaxed) >= ZR_FORWARD_LIMIT) {
+    clear_forward();
+    answered();  // the next call starts afresh
+    return false;
+  }
+  if (to.get() == this) {  // a forward to itself would keep itself alive
+    clear_forward();
+    return true;
+  }
+  std::lock_guard lock(forward_mutex_);
+  std::swap(forward_, to);
+  has_forward_.store(true, std::memory_order_release);
+  return true;
+}
+
+void Reference::clear_forward() {
+  Ref<Reference> dropped;  // after the lock
+  std::lock_guard lock(forward_mutex_);
+  std::swap(forward_, dropped);
+  has_forward_.store(false, std::memory_order_release);
+}
+
+bool write_reference(CDR* cdr, const Reference* reference) {
+  Writer out(cdr);
+  if (!reference) return out.text("").u32(0).ok();
+  out.text(reference->type_id());
+  if (reference->is_local()) {
+    if (published_endpoints().empty()) return false;  // nobody could reach the object
+    out.u32(1);
+    write_iiop_profile(&out, 2, published_endpoints(), reference->key());
+    return out.ok();
+  }
+  out.u32(static_cast<uint32_t>(reference->profiles().size()));
+  for (const Tagged& profile : reference->profiles()) out.u32(profile.tag).octets(profile.octets);
+  return out.ok();
+}
+
+bool read_reference(CDR* cdr, Ref<Reference>* out) {
+  Reader in(cdr);
+  const std::string_view type_id = in.text();
+  std::vector<Tagged> profiles;
+  for (uint32_t left = in.count(8); left > 0 && in.ok(); --left) {
+    const uint32_t tag = in.u32();
+    profiles.push_back({tag, std::string(in.octets())});
+  }
+  if (!in.ok()) return false;
+  *out = {};
+  if (profiles.empty()) return true;
+  *out = Reference::from_profiles(std::string(type_id), std::move(profiles));
+  return static_cast<bool>(*out);
+}
+
+const std::vector<Endpoint>& published_endpoints() { return endpoints(); }
+
+void set_published_endpoints(std::vector<Endpoint> published) { endpoints() = std::move(published); }
+
+}  // namespace zrsv

@@ -1,0 +1,156 @@
+// References: what a handle of the C face points to.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "zrsv.h"
+
+namespace zrsv {
+
+/// A counted pointer. T has `void add_ref()` and `void drop()`.
+template <class T>
+class Ref {
+ public:
+  Ref() = default;
+  /// Takes over one count of `p`.
+  static Ref adopt(T* p) {
+    Ref r;
+    r.p_ = p;
+    return r;
+  }
+  static Ref share(T* p) {
+    if (p) p->add_ref();
+    return adopt(p);
+  }
+  Ref(const Ref& o) : p_(o.p_) {
+    if (p_) p_->add_ref();
+  }
+  Ref(Ref&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+  Ref& operator=(Ref o) noexcept {
+    std::swap(p_, o.p_);
+    return *this;
+  }
+  ~Ref() {
+    if (p_) p_->drop();
+  }
+  T* get() const { return p_; }
+  T* operator->() const { return p_; }
+  T& operator*() const { return *p_; }
+  explicit operator bool() const { return p_ != nullptr; }
+  /// Gives the count to the caller.
+  T* release() { return std::exchange(p_, nullptr); }
+
+ private:
+  T* p_ = nullptr;
+};
+
+/// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
+struct Tagged {
+  uint32_t tag = 0;
+  std::string octets;
+};
+
+/// One IIOP profile, decoded.
+struct IiopProfile {
+  uint8_t minor = 2;
+  std::string host;
+  uint16_t port = 0;
+  std::string key;
+  std::vector<Tagged> components;
+};
+
+/// "host" and port of an end point.
+struct Endpoint {
+  std::string host;
+  uint16_t port = 0;
+  bool operator==(const Endpoint&) const = default;
+};
+
+/// One object reference: immutable, but for the forward that calls on it follow. A local reference is one whose key this process
+/// minted or accepted; it has no profiles of its own: they are written from the published end points each time it leaves the process.
+class Reference {
+ public:
+  /// Null when a part is too long for the key layout.
+  static Ref<Reference> make_local(std::string_view impl, std::string_view intf, std::string_view data);
+  /// The local reference that a key names; null when this kind of server never minted such a key, or it is damaged.
+  static Ref<Reference> from_key(std::string_view key);
+  /// A reference of another server (or of this one: it turns local when its key is ours and a profile names a published end point).
+  /// Null when an IIOP profile is malformed.
+  static Ref<Reference> from_profiles(std::string type_id, std::vector<Tagged> profiles);
+
+  void add_ref() { count_.fetch_add(1, std::memory_order_relaxed); }
+  void drop() {
+    if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
+  }
+
+  bool is_local() const { return local_; }
+  /// True when the object is one of the broker's own (its implementation name is an interface id): it names no POA path.
+  bool is_internal() const { return impl_.starts_with("IDL:"); }
+  const std::string& type_id() const { return type_id_; }
+  const std::string& key() const { return key_; }
+  /// Parts of a local reference's key, views into key(); NUL-terminated copies of the names are impl_name() and intf_name().
+  std::string_view data() const { return data_; }
+  const std::string& impl_name() const { return impl_; }
+  const std::string& intf_name() const { return intf_; }
+  /// Where a call may go, in order of preference; empty for a local reference.
+  const std::vector<IiopProfile>& iiop() const { return iiop_; }
+  const std::vector<Tagged>& profiles() const { return profiles_; }
+
+  /// The forward now in force, or null.
+  Ref<Reference> forward() const;
+  /// Counts forwards without an answer between; false when there were too many.
+  bool set_forward(Ref<Reference> to);
+  /// An answer came: forwards count from zero again.
+  void answered() {
+    if (forwards_.load(std::memory_order_relaxed) != 0) forwards_.store(0, std::memory_order_relaxed);
+  }
+  /// The forward failed: calls go to the reference itself again.
+  void clear_forward();
+
+ private:
+  Reference() = default;
+  ~Reference() = default;
+  /// A local reference of that key; null when the key is not one of ours. An empty type id becomes the key's interface id.
+  static Ref<Reference> adopt_key(std::string key, std::string type_id);
+
+  std::atomic<uint32_t> count_{1};
+  bool local_ = false;
+  std::string type_id_, key_, impl_, intf_;
+  std::string_view data_;
+  std::vector<Tagged> profiles_;
+  std::vector<IiopProfile> iiop_;
+  std::atomic<uint32_t> forwards_{0};
+  std::atomic<bool> has_forward_{false};
+  mutable std::mutex forward_mutex_;
+  Ref<Reference> forward_;  // guarded by forward_mutex_
+};
+
+/// Handles of the C face.
+inline Reference* as_reference(void* handle) { return static_cast<Reference*>(handle); }
+
+/// CDR form of a reference (type id, profiles; null = nil). Writing a local one takes the published end points.
+bool write_reference(CDR* cdr, const Reference* reference);
+/// False on malformed octets; *out is null for the nil reference.
+bool read_reference(CDR* cdr, Ref<Reference>* out);
+
+/// End points published in references; set by the ORB when it opens its end points, before any other thread runs.
+const std::vector<Endpoint>& published_endpoints();
+void set_published_endpoints(std::vector<Endpoint> endpoints);
+
+/// Whether references can be bound (zrsv/reference.h). The ORB says false when it shuts down, which empties the table, and true when it is made.
+void set_binding_open(bool open);
+
+/// Remembers the reason of this thread's last failed client-side call, for SetStdExReqLib. `id` is the short name ("TRANSIENT").
+void set_last_failure(const char* id, uint32_t minor = 0);
+
+/// Fills `env` with the system exception of that short name ("BAD_PARAM").
+void raise_standard(CORBA_Environment* env, const char* name, uint32_t minor = 0,
+                    uint32_t completed = CORBA_COMPLETED_NO);
+
+}  // namespace zrsv

@@ -1,0 +1,207 @@
+#include "server_request.h"
+
+#include <cstring>
+#include <exception>
+
+#include "environment.h"
+#include "method_table.h"
+#include "options.h"
+
+namespace zrsv {
+
+namespace {
+
+constexpr const char* interface_def = "IDL:CORBA/InterfaceDef:1.0";
+constexpr const char* object_id = "IDL:omg.org/CORBA/Object:1.0";
+
+thread_local ServerRequest* running = nullptr;
+
+/// The request that runs on this thread; a call inside the process may run within another.
+class Running {
+ public:
+  explicit Running(ServerRequest* request) : outer_(running) { running = request; }
+  ~Running() { running = outer_; }
+
+ private:
+  ServerRequest* outer_;
+};
+
+ServerRequest& as_request(void* handle) { return static_cast<ServerRequest&>(*static_cast<RequestBase*>(handle)); }
+void* as_handle(ServerRequest& request) { return static_cast<RequestBase*>(&request); }
+
+bool begin_reply(ServerRequest& request, uint32_t status) {
+  request.replied = false;
+  if (!giop::begin_reply(&request.cdr, request.minor, request.head.id, status)) return false;
+  request.cdr.direction = CDR_ENCODE;
+  return request.replied = giop::align_body(&request.cdr, request.minor);
+}
+
+bool put_text(CDR* cdr, const std::string& text) {
+  char* octets = const_cast<char*>(text.c_str());
+  return OM_cdr_string(cdr, &octets);
+}
+
+bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
+  uint32_t minor = env._minor, completed = env._completed;
+  request.cdr.direction = CDR_ENCODE;
+  return put_text(&request.cdr, public_id(env._id)) && OM_cdr_unsigned_long(&request.cdr, &minor) &&
+         OM_cdr_unsigned_long(&request.cdr, &completed);
+}
+
+// ---- Where a request goes -------------------------------------------------------------------------------------------------
+
+void call_adapter(ServerRequest& request) {
+  if (!_call_cpp_) return answer_exception(request, "OBJ_ADAPTER");
+  ZR_ServerRequest record{&request.info};
+  CORBA_Environment env{};
+  _call_cpp_(request.target.get(), &record, &env);
+  CORBA_exception_free(&env);
+}
+
+void answer_boolean(ServerRequest& request, bool answer) {
+  unsigned char value = answer;
+  if (!begin_reply(request, ZR_REPLY_NO_EXCEPTION) || !OM_cdr_boolean(&request.cdr, &value))
+    answer_exception(request, "NO_MEMORY", CORBA_COMPLETED_YES);
+}
+
+/// The two questions that every object answers. False when it was neither.
+bool answer_basic(ServerRequest& request, std::string_view intf) {
+  const std::string_view operation = request.head.operation;
+  if (operation == "_non_existent" || operation == "_not_existent") return answer_boolean(request, false), true;
+  if (operation != "_is_a") return false;
+  const char* id = nullptr;
+  request.cdr.direction = CDR_DECODE;
+  if (OM_cdr_string_view(&request.cdr, &id)) {
+    answer_boolean(request, id == intf || std::string_view(id) == object_id);
+  } else {
+    answer_exception(request, "MARSHAL");
+  }
+  return true;
+}
+
+/// An object of the broker's own: served by the operation table of its interface.
+void call_table(ServerRequest& request) {
+  const std::string& intf = request.target->intf_name();
+  if (ZR_skeleton skeleton = find_skeleton(intf, request.head.operation)) {
+    const bool ok = skeleton(request.info.request, request.target.get(), request.info.request_type,
+                             request.info.response_expected, nullptr);
+    // True and no reply: there is no such object (any more).
+    if (ok && !request.replied) answer_exception(request, "OBJECT_NOT_EXIST");
+    if (!ok) answer_exception(request, "MARSHAL", request.replied ? CORBA_COMPLETED_YES : CORBA_COMPLETED_NO);
+    return;
+  }
+  const bool known = has_table(intf), definition = request.target->impl_name() == interface_def;
+  if (!known && !definition) return answer_exception(request, "OBJECT_NOT_EXIST");
+  if (!answer_basic(request, intf)) answer_exception(request, known ? "BAD_OPERATION" : "NO_IMPLEMENT");
+}
+
+void call(ServerRequest& request) {
+  const Running scope(&request);
+  try {
+    request.target->is_internal() ? call_table(request) : call_adapter(request);
+  } catch (const std::exception& e) {
+    OM_log("operation %s: exception past the adapter: %s", request.head.operation, e.what());
+    answer_exception(request, "UNKNOWN", CORBA_COMPLETED_MAYBE);
+  } catch (...) {
+    OM_log("operation %s: exception past the adapter", request.head.operation);
+    answer_exception(request, "UNKNOWN", CORBA_COMPLETED_MAYBE);
+  }
+}
+
+/// Sees to it that the stream holds what is to be sent, and nothing else.
+void complete_reply(ServerRequest& request) {
+  CDR& cdr = request.cdr;
+  if (!request.head.response_expected) {
+    cdr.out_next = cdr.out_base;
+    return;
+  }
+  if (!request.replied) {
+    OM_log("operation %s: no reply was written", request.head.operation);
+    answer_exception(request, "INTERNAL", CORBA_COMPLETED_MAYBE);
+  }
+  if (static_cast<std::size_t>(cdr.out_next - cdr.out_base) > giop::header_size + std::size_t{options().max_message}) {
+    OM_log("operation %s: reply of %zu octets is over the limit of %u", request.head.operation,
+           static_cast<std::size_t>(cdr.out_next - cdr.out_base), options().max_message);
+    answer_exception(request, "IMP_LIMIT", CORBA_COMPLETED_YES);
+  }
+  if (cdr.out_next != cdr.out_base) giop::end_message(&cdr);
+}
+
+}  // namespace
+
+// ---- The record ------------------------------------------------------------------------------------------------------------
+
+void LocalCall::finish(Buffer message, const char* why) {
+  {
+    std::lock_guard lock(mutex);
+    reply = std::move(message);
+    error = why;
+    done = true;
+  }
+  over.notify_one();
+}
+
+bool ServerRequest::read_head(const giop::Header& header) {
+  minor = header.minor;
+  OM_cdr_open_decode(&cdr, message.data(), static_cast<uint32_t>(message.size()), giop::needs_swap(header));
+  cdr.in_next += giop::header_size;
+  cdr.minor_version = minor;
+  return header.type == giop::Type::Request ? giop::read_request(&cdr, minor, &head)
+                                            : giop::read_locate_request(&cdr, minor, &head);
+}
+
+void execute(ServerRequest& request, Buffer* reply) {
+  reply->lend(&request.cdr);
+  request.info.request = as_handle(request);
+  request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;
+  request.info.sequence = request.head.id;
+  request.info.operation = request.head.operation;
+  request.info.response_expected = request.head.response_expected;
+  call(request);
+  complete_reply(request);
+}
+
+void answer_exception(ServerRequest& request, const char* name, uint32_t completed) {
+  CORBA_Environment env{};
+  raise_standard(&env, name, 0, completed);
+  // Without memory for this little there is nothing to tell the client with.
+  if (!begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) || !put_exception(request, env)) request.cdr.out_next = request.cdr.out_base;
+  request.replied = true;
+}
+
+const ServerRequest* running_request() { return running; }
+
+}  // namespace zrsv
+
+using namespace zrsv;
+
+// ---- Reply encoders ---------------------------------------------------------------------------------------------------------
+
+unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t status) {
+  return request && status <= ZR_REPLY_LOCATION_FORWARD && begin_reply(as_request(request), status);
+}
+
+unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* env) {
+  return request && env && as_request(request).replied && put_exception(as_request(request), *env);
+}
+
+unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env) {
+  if (!request || !env || !env->_id || !as_request(request).replied) return 0;
+  as_request(request).cdr.direction = CDR_ENCODE;
+  return put_text(&as_request(request).cdr, env->_id);
+}
+
+// ---- Client data --------------------------------------------------------------------------------------------------------------
+
+int OM_boa_lib_get_iswitch(void) { return options().client_info; }
+
+unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, void* host_addr, void* /*reserved1*/,
+                                         void* /*reserved2*/, CORBA_Environment* /*env*/) {
+  const ServerRequest* request = running_request();
+  if (!request || !request->connection) return 0;
+  const PeerAddress& peer = request->connection->peer();
+  if (fd) *fd = request->connection->fd();
+  if (is_ipv6) *is_ipv6 = peer.ipv6;
+  if (host_addr) std::memcpy(host_addr, peer.octets, peer.ipv6 ? 16 : 4);
+  return 1;
+}

@@ -1,0 +1,59 @@
+// One request to an object of this process: read, run, answered.
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include "buffer.h"
+#include "connection.h"
+#include "giop.h"
+#include "reference.h"
+#include "request_base.h"
+
+namespace zrsv {
+
+/// A call of this process that waits until another thread has run it.
+struct LocalCall {
+  std::atomic<bool> given_up{false};
+  std::mutex mutex;
+  std::condition_variable over;
+  bool done = false;            // guarded by mutex, as all below
+  const char* error = nullptr;  // "TRANSIENT": it was not run
+  Buffer reply;
+
+  void finish(Buffer message, const char* why = nullptr);
+};
+
+/// Lives on the stack of the thread that read it; one that must wait is moved to the heap. The views in `head` and the stream point
+/// into the memory of `message`, which moves along.
+struct ServerRequest : RequestBase {
+  Buffer message;
+  uint8_t minor = 2;
+  giop::RequestHead head;
+  Ref<Reference> target;
+  Ref<Connection> connection;         // null: it came from this process
+  std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
+  bool replied = false;               // a reply was begun
+  ZR_RequestInfo info{};
+
+  ServerRequest() = default;
+  ServerRequest(ServerRequest&&) = default;
+  ServerRequest& operator=(ServerRequest&&) = delete;
+
+  /// Reads the head of `message`. False when the body is not what the header says.
+  bool read_head(const giop::Header& header);
+  /// The client is gone, or waits no longer: there is nobody to run it for.
+  bool orphaned() const { return connection ? !connection->registered() : waiter && waiter->given_up.load(); }
+};
+
+/// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream holds the whole reply message, empty
+/// when the client expects none. `reply` lends the memory for it.
+void execute(ServerRequest& request, Buffer* reply);
+/// Makes a system exception, by its short name, the reply.
+void answer_exception(ServerRequest& request, const char* name, uint32_t completed = CORBA_COMPLETED_NO);
+
+/// The request that this thread runs, or null.
+const ServerRequest* running_request();
+
+}  // namespace zrsv

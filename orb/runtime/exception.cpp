@@ -1,0 +1,114 @@
+#include "corba/exception.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "raise.h"
+
+namespace CORBA {
+namespace {
+
+struct Row {
+  std::string_view name;
+  SystemException* (*make)(ULong minor, CompletionStatus status);
+};
+
+template <Text Name>
+constexpr Row row{Name.value, [](ULong minor, CompletionStatus status) -> SystemException* {
+                    return new StandardException<Name>(minor, status);
+                  }};
+
+constexpr Row standard_exceptions[] = {
+    row<"UNKNOWN">,
+    row<"BAD_PARAM">,
+    row<"NO_MEMORY">,
+    row<"IMP_LIMIT">,
+    row<"COMM_FAILURE">,
+    row<"INV_OBJREF">,
+    row<"NO_PERMISSION">,
+    row<"INTERNAL">,
+    row<"MARSHAL">,
+    row<"INITIALIZE">,
+    row<"NO_IMPLEMENT">,
+    row<"BAD_TYPECODE">,
+    row<"BAD_OPERATION">,
+    row<"NO_RESOURCES">,
+    row<"NO_RESPONSE">,
+    row<"PERSIST_STORE">,
+    row<"BAD_INV_ORDER">,
+    row<"TRANSIENT">,
+    row<"FREE_MEM">,
+    row<"INV_IDENT">,
+    row<"INV_FLAG">,
+    row<"INTF_REPOS">,
+    row<"BAD_CONTEXT">,
+    row<"OBJ_ADAPTER">,
+    row<"DATA_CONVERSION">,
+    row<"OBJECT_NOT_EXIST">,
+    row<"TRANSACTION_REQUIRED">,
+    row<"TRANSACTION_ROLLEDBACK">,
+    row<"INVALID_TRANSACTION">,
+    row<"INV_POLICY">,
+    row<"CODESET_INCOMPATIBLE">,
+    row<"REBIND">,
+    row<"TIMEOUT">,
+    row<"TRANSACTION_UNAVAILABLE">,
+    row<"TRANSACTION_MODE">,
+    row<"BAD_QOS">,
+    row<"INVALID_ACTIVITY">,
+    row<"ACTIVITY_COMPLETED">,
+    row<"ACTIVITY_REQUIRED">,
+    row<"THREAD_CANCELLED">,
+};
+
+const Row* find_row(std::string_view id) {
+  constexpr std::string_view version = ":1.0";
+  for (const std::string_view prefix : {"IDL:CORBA/StExcep/", "IDL:omg.org/CORBA/"}) {
+    if (!id.starts_with(prefix) || !id.ends_with(version)) continue;
+    if (id.size() < prefix.size() + version.size()) continue;
+    const std::string_view name = id.substr(prefix.size(), id.size() - prefix.size() - version.size());
+    const auto* found = std::ranges::find(standard_exceptions, name, &Row::name);
+    if (found != std::end(standard_exceptions)) return found;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::string_view standard_exception_name(std::string_view id) {
+  const Row* found = find_row(id);
+  return found ? found->name : std::string_view();
+}
+
+std::unique_ptr<SystemException> make_standard_exception(std::string_view id, ULong minor,
+                                                         CompletionStatus status) {
+  const Row* found = find_row(id);
+  return std::unique_ptr<SystemException>(found ? found->make(minor, status) : nullptr);
+}
+
+void raise_environment(Environment& env) {
+  if (!env.exception()) raise<UNKNOWN>(env, 0U, COMPLETED_MAYBE);
+  env.exception()->_raise();
+}
+
+// Each class's destructor is defined here so that its type information has one home.
+Exception::~Exception() = default;
+UserException::~UserException() = default;
+SystemException::~SystemException() = default;
+
+std::string Exception::_name() const {
+  std::string_view name = id_;
+  if (const auto version = name.rfind(':'); version != name.npos && version > name.find(':')) {
+    name = name.substr(0, version);
+  }
+  return std::string(name.substr(name.find_last_of("/:") + 1));
+}
+
+Exception* Exception::_clone() const { return new Exception(*this); }
+Exception* UserException::_clone() const { return new UserException(*this); }
+Exception* SystemException::_clone() const { return new SystemException(*this); }
+void Exception::_raise() const { throw Exception(*this); }
+void UserException::_raise() const { throw UserException(*this); }
+void SystemException::_raise() const { throw SystemException(*this); }
+
+}  // namespace CORBA

@@ -1,0 +1,12 @@
+// Zrsvcpp: module CORBA of the C++ mapping. What a program includes; poa.h includes it too.
+#pragma once
+
+#include "corba/any.h"
+#include "corba/exception.h"
+#include "corba/object.h"
+#include "corba/operation.h"
+#include "corba/orb.h"
+#include "corba/policy.h"
+#include "corba/sequence.h"
+#include "corba/server_request.h"
+#include "corba/types.h"

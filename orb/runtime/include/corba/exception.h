@@ -1,0 +1,209 @@
+// Exceptions and the environment (OMG IDL to C++, "Mapping for Exception Types").
+#pragma once
+
+#include <string>
+
+#include "corba/types.h"
+#include "zrsv.h"
+
+namespace CORBA {
+
+/// Root of all exceptions. A value: copying copies the repository id and, in derived classes, the members; a copy of the base
+/// class alone keeps the id of what it was copied from.
+class ZRSVCPP_API Exception : public Allocated {
+ public:
+  Exception() = default;
+  Exception(const Exception&) = default;
+  Exception& operator=(const Exception&) = default;
+  virtual ~Exception();
+
+  /// Repository id; "" before one is set. The text belongs to the exception.
+  const char* id() const { return id_.c_str(); }
+  void id(const char* text) { id_ = text ? text : ""; }
+  const char* _rep_id() const { return id(); }
+  /// The id's last name, without version.
+  std::string _name() const;
+
+  /// A heap copy of the exception's own type, owned by the caller.
+  virtual Exception* _clone() const;
+  /// Throws a copy of the exception's own type.
+  [[noreturn]] virtual void _raise() const;
+
+ private:
+  std::string id_;
+};
+
+class ZRSVCPP_API UserException : public Exception {
+ public:
+  ~UserException() override;
+  UserException() = default;
+  UserException(const UserException&) = default;
+  UserException& operator=(const UserException&) = default;
+  Exception* _clone() const override;
+  [[noreturn]] void _raise() const override;
+  static UserException* _narrow(Exception* e) { return dynamic_cast<UserException*>(e); }
+};
+
+enum CompletionStatus : ULong { COMPLETED_YES = 0, COMPLETED_NO = 1, COMPLETED_MAYBE = 2 };
+
+/// A system exception: minor code and completion status beside the id.
+class ZRSVCPP_API SystemException : public Exception {
+ public:
+  SystemException() = default;
+  SystemException(ULong minor_code, CompletionStatus status) : minor_(minor_code), completed_(status) {}
+  SystemException(const SystemException&) = default;
+  SystemException& operator=(const SystemException&) = default;
+  ~SystemException() override;
+
+  ULong minor() const { return minor_; }
+  void minor(ULong code) { minor_ = code; }
+  CompletionStatus completed() const { return completed_; }
+  void completed(CompletionStatus status) { completed_ = status; }
+
+  Exception* _clone() const override;
+  [[noreturn]] void _raise() const override;
+  static SystemException* _narrow(Exception* e) { return dynamic_cast<SystemException*>(e); }
+
+ private:
+  ULong minor_ = 0;
+  CompletionStatus completed_ = COMPLETED_NO;
+};
+
+/// A standard system exception; `Name` is its name in module CORBA.
+template <Text Name>
+class ZRSVCPP_API StandardException : public SystemException {
+ public:
+  static constexpr JoinedText repository_id{"IDL:CORBA/StExcep/", Name.value, ":1.0"};
+
+  StandardException() { id(repository_id.value); }
+  explicit StandardException(ULong minor_code, CompletionStatus status = COMPLETED_NO)
+      : SystemException(minor_code, status) {
+    id(repository_id.value);
+  }
+  Exception* _clone() const override { return new StandardException(*this); }
+  [[noreturn]] void _raise() const override { throw StandardException(*this); }
+  static StandardException* _narrow(Exception* e) { return dynamic_cast<StandardException*>(e); }
+};
+
+/// The standard system exceptions. Each also stands in CORBA itself, as the standard has it.
+namespace StExcep {
+using UNKNOWN = StandardException<"UNKNOWN">;
+using BAD_PARAM = StandardException<"BAD_PARAM">;
+using NO_MEMORY = StandardException<"NO_MEMORY">;
+using IMP_LIMIT = StandardException<"IMP_LIMIT">;
+using COMM_FAILURE = StandardException<"COMM_FAILURE">;
+using INV_OBJREF = StandardException<"INV_OBJREF">;
+using NO_PERMISSION = StandardException<"NO_PERMISSION">;
+using INTERNAL = StandardException<"INTERNAL">;
+using MARSHAL = StandardException<"MARSHAL">;
+using INITIALIZE = StandardException<"INITIALIZE">;
+using NO_IMPLEMENT = StandardException<"NO_IMPLEMENT">;
+using BAD_TYPECODE = StandardException<"BAD_TYPECODE">;
+using BAD_OPERATION = StandardException<"BAD_OPERATION">;
+using NO_RESOURCES = StandardException<"NO_RESOURCES">;
+using NO_RESPONSE = StandardException<"NO_RESPONSE">;
+using PERSIST_STORE = StandardException<"PERSIST_STORE">;
+using BAD_INV_ORDER = StandardException<"BAD_INV_ORDER">;
+using TRANSIENT = StandardException<"TRANSIENT">;
+using FREE_MEM = StandardException<"FREE_MEM">;
+using INV_IDENT = StandardException<"INV_IDENT">;
+using INV_FLAG = StandardException<"INV_FLAG">;
+using INTF_REPOS = StandardException<"INTF_REPOS">;
+using BAD_CONTEXT = StandardException<"BAD_CONTEXT">;
+using OBJ_ADAPTER = StandardException<"OBJ_ADAPTER">;
+using DATA_CONVERSION = StandardException<"DATA_CONVERSION">;
+using OBJECT_NOT_EXIST = StandardException<"OBJECT_NOT_EXIST">;
+using INV_POLICY = StandardException<"INV_POLICY">;
+using CODESET_INCOMPATIBLE = StandardException<"CODESET_INCOMPATIBLE">;
+using REBIND = StandardException<"REBIND">;
+using TIMEOUT = StandardException<"TIMEOUT">;
+using BAD_QOS = StandardException<"BAD_QOS">;
+}  // namespace StExcep
+using namespace StExcep;
+
+/// A user exception without members, of that repository id.
+template <Text Id>
+class ZRSVCPP_API PlainUserException : public UserException {
+ public:
+  static constexpr const char* repository_id = Id.value;
+
+  PlainUserException() { id(repository_id); }
+  Exception* _clone() const override { return new PlainUserException(*this); }
+  [[noreturn]] void _raise() const override { throw PlainUserException(*this); }
+  static PlainUserException* _nil() { return nullptr; }
+  /// `e` when its repository id is this one, else null.
+  static PlainUserException* _narrow(Exception* e) {
+    return e && std::strcmp(e->id(), repository_id) == 0 ? dynamic_cast<PlainUserException*>(e) : nullptr;
+  }
+};
+
+/// Base of a user exception with members: E has `repository_id` and is copyable.
+template <class E>
+class ZRSVCPP_API UserExceptionOf : public UserException {
+ public:
+  UserExceptionOf() { id(E::repository_id); }
+  Exception* _clone() const override { return new E(static_cast<const E&>(*this)); }
+  [[noreturn]] void _raise() const override { throw E(static_cast<const E&>(*this)); }
+  static E* _nil() { return nullptr; }
+  static E* _narrow(Exception* e) {
+    return e && std::strcmp(e->id(), E::repository_id) == 0 ? dynamic_cast<E*>(e) : nullptr;
+  }
+};
+
+/// Owns one exception, never null: a fresh one holds a new exception; copies are deep.
+template <class E>
+class ExceptionVar {
+ public:
+  ExceptionVar() : _ptr(new E) {}
+  ExceptionVar(E* e) : _ptr(e) {}
+  ExceptionVar(const E& e) : _ptr(new E(e)) {}
+  ExceptionVar(const ExceptionVar& o) : _ptr(new E(*o._ptr)) {}
+  ~ExceptionVar() { delete _ptr; }
+  ExceptionVar& operator=(E* e) {
+    if (e != _ptr) delete std::exchange(_ptr, e);
+    return *this;
+  }
+  ExceptionVar& operator=(const E& e) { return &e == _ptr ? *this : *this = new E(e); }
+  ExceptionVar& operator=(const ExceptionVar& o) { return this == &o ? *this : *this = new E(*o._ptr); }
+  E* operator->() const { return _ptr; }
+  operator E*() const { return _ptr; }
+
+ private:
+  E* _ptr;
+};
+
+/// How an operation reports a failure beside throwing it: every operation takes one last, by default a fresh one that nobody looks at.
+/// Belongs to one thread at a time.
+class ZRSVCPP_API Environment {
+ public:
+  Environment() noexcept : _evp(&record_) {}
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+  ~Environment() {
+    if (_exp || record_._major) clear();
+  }
+
+  /// Takes over an exception made with new; the one held before is deleted. Null empties the environment.
+  void exception(Exception* e);
+  Exception* exception() const { return _exp; }
+  /// Takes over a filled record, which is left empty; _exp then holds the matching exception (a plain UserException with its id for
+  /// a user exception, none for a location forward).
+  void set_ref(CORBA_Environment* filled);
+  void clear();
+  /// This environment as an lvalue: lets a temporary be the default of a reference parameter.
+  Environment& self() { return *this; }
+
+  CORBA_Environment* _evp;    ///< the ORB core's record: _major 0 none, 1 user, 2 system, 3 location forward
+  Exception* _exp = nullptr;  ///< the exception held, or null
+
+ private:
+  CORBA_Environment record_{};
+};
+
+/// Throws a copy, of its own type, of the exception that `env` holds; UNKNOWN, stored in `env` too, when it holds none.
+[[noreturn]] ZRSVCPP_API void raise_environment(Environment& env);
+
+}  // namespace CORBA
+
+/// The last parameter of every operation of the mapping.
+#define CORBA_ENV CORBA::Environment &env = CORBA::Environment().self()

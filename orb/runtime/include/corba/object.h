@@ -1,0 +1,112 @@
+// Object references (OMG IDL to C++, "Mapping for Object References").
+#pragma once
+
+#include "corba/exception.h"
+
+namespace CORBA {
+
+class InterfaceDef;
+
+/// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of every interface.
+/// A wrapper belongs to one thread at a time; a handle may be shared.
+class ZRSVCPP_API Object : public Allocated {
+ public:
+  Object() = default;
+  Object(const Object&) = delete;
+  Object& operator=(const Object&) = delete;
+  /// Gives the handle back, if there is one.
+  virtual ~Object();
+
+  /// Stores the handle, which the wrapper owns from then on; the one stored before is neither released nor returned.
+  void set_ref(void* handle) { _ptr = handle; }
+  void* get_ref() const { return _ptr; }
+
+  static Object* _nil() { return nullptr; }
+  /// A new wrapper over one more handle; null for null.
+  static Object* _duplicate(Object* object);
+  static Object* _narrow(Object* object) { return _duplicate(object); }
+
+  /// Ask the object itself, by a call; the first compares the reference's type id before it calls.
+  Boolean _is_a(const char* repository_id, CORBA_ENV);
+  Boolean _non_existent(CORBA_ENV);
+  /// The interface definition, nil when its server knows none. The caller releases it.
+  InterfaceDef* _get_interface(CORBA_ENV);
+  /// Without a call: same object by key and end point.
+  Boolean _is_equivalent(Object* other, CORBA_ENV);
+  ULong _hash(ULong maximum, CORBA_ENV);
+
+ protected:
+  void* _ptr = nullptr;
+};
+using Object_ptr = Object*;
+
+/// True exactly for a null pointer: a wrapper whose handle is null is not nil.
+inline Boolean is_nil(const Object* object) { return object == nullptr; }
+/// Destroys the wrapper, which lets go of its handle. Null is allowed.
+inline void release(Object* object) { delete object; }
+
+/// Base of the interface _var types.
+class _var {};
+
+/// Owns one reference of interface X.
+template <class X>
+class ObjectVar : public _var {
+ public:
+  ObjectVar() = default;
+  ObjectVar(X* p) : _ptr(p) {}
+  ObjectVar(const ObjectVar& o) : _ptr(X::_duplicate(o._ptr)) {}
+  ObjectVar(ObjectVar&& o) noexcept : _ptr(o._retn()) {}
+  ~ObjectVar() { _free(); }
+  ObjectVar& operator=(X* p) {
+    if (p != _ptr) reset(p);
+    return *this;
+  }
+  ObjectVar& operator=(const ObjectVar& o) {
+    if (this != &o) reset(X::_duplicate(o._ptr));
+    return *this;
+  }
+  ObjectVar& operator=(ObjectVar&& o) noexcept {
+    if (this != &o) reset(o._retn());
+    return *this;
+  }
+
+  void reset(X* p) {
+    _free();
+    _ptr = p;
+  }
+  void _free() { release(std::exchange(_ptr, nullptr)); }
+
+  operator X*() const { return _ptr; }
+  operator X*&() { return _ptr; }
+  X* operator->() const { return _ptr; }
+  X* in() const { return _ptr; }
+  X*& inout() { return _ptr; }
+  X*& out() {
+    _free();
+    return _ptr;
+  }
+  X* _retn() { return std::exchange(_ptr, nullptr); }
+
+ private:
+  X* _ptr = nullptr;
+};
+
+using Object_var = ObjectVar<Object>;
+
+/// What the interface repository knows of an interface: that it exists, under which id.
+class ZRSVCPP_API InterfaceDef : public virtual Object {
+ public:
+  static InterfaceDef* _nil() { return nullptr; }
+  static InterfaceDef* _duplicate(InterfaceDef* p);
+  static InterfaceDef* _narrow(Object* object);
+};
+using InterfaceDef_ptr = InterfaceDef*;
+using InterfaceDef_var = ObjectVar<InterfaceDef>;
+
+}  // namespace CORBA
+
+/// Marshalling by the stream's direction; true on success. Decoding hands out new values.
+ZRSVCPP_API unsigned char OM_cdr_object(CDR* cdr, CORBA::Object*& object);
+ZRSVCPP_API unsigned char cdr_CORBA_InterfaceDef(CDR* cdr, CORBA::InterfaceDef*& object);
+/// A string of CORBA::string_alloc; null encodes as the empty string.
+ZRSVCPP_API unsigned char cdr_CORBA_string_cpp(CDR* cdr, char** text);

@@ -1,0 +1,104 @@
+// Basic types, memory and strings of the C++ mapping (OMG IDL to C++, "Mapping for Basic Data Types" and "String Types").
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <utility>
+
+#define ZRSVCPP_API __attribute__((visibility("default")))
+
+namespace CORBA {
+
+using Boolean = unsigned char;  // 0 false, else true
+using Char = char;
+using WChar = char16_t;
+using Octet = unsigned char;
+using Short = std::int16_t;
+using UShort = std::uint16_t;
+using Long = std::int32_t;
+using ULong = std::uint32_t;
+using LongLong = std::int64_t;
+using ULongLong = std::uint64_t;
+using Float = float;
+using Double = double;
+
+/// Memory of the mapping's objects; they back the operator new and delete of its classes. Never null: throws std::bad_alloc.
+ZRSVCPP_API void* om_new(std::size_t octets);
+ZRSVCPP_API void om_delete(void* block) noexcept;
+
+/// Base of every class of the mapping that programs allocate.
+struct Allocated {
+  static void* operator new(std::size_t octets) { return om_new(octets); }
+  static void* operator new(std::size_t, void* place) noexcept { return place; }
+  static void operator delete(void* block) noexcept { om_delete(block); }
+  static void operator delete(void*, void*) noexcept {}
+};
+
+/// `length` characters and a NUL, the first set to NUL; null for a negative length or without memory. The caller frees it.
+ZRSVCPP_API char* string_alloc(Long length);
+/// A copy of `text`; null for null.
+ZRSVCPP_API char* string_dup(const char* text);
+/// Frees what string_alloc, string_dup or an operation returned; null is allowed.
+ZRSVCPP_API void string_free(char* text);
+
+/// The same for wide strings of UTF-16 units.
+ZRSVCPP_API WChar* wstring_alloc(Long length);
+ZRSVCPP_API void wstring_free(WChar* text);
+
+/// Owns one string. As the standard's String_var.
+class String_var {
+ public:
+  String_var() = default;
+  String_var(char* text) : text_(text) {}
+  String_var(const char* text) : text_(string_dup(text)) {}
+  String_var(const String_var& o) : text_(string_dup(o.text_)) {}
+  String_var(String_var&& o) noexcept : text_(o._retn()) {}
+  ~String_var() { string_free(text_); }
+  String_var& operator=(char* text) {
+    if (text != text_) string_free(std::exchange(text_, text));
+    return *this;
+  }
+  String_var& operator=(const char* text) { return *this = string_dup(text); }
+  String_var& operator=(const String_var& o) { return this == &o ? *this : *this = string_dup(o.text_); }
+
+  operator char*() { return text_; }
+  operator const char*() const { return text_; }
+  const char* in() const { return text_; }
+  char*& inout() { return text_; }
+  char*& out() {
+    *this = static_cast<char*>(nullptr);
+    return text_;
+  }
+  char* _retn() { return std::exchange(text_, nullptr); }
+  char& operator[](ULong i) { return text_[i]; }
+  char operator[](ULong i) const { return text_[i]; }
+
+ private:
+  char* text_ = nullptr;
+};
+
+/// A literal as a template argument: names and repository ids of rows.
+template <std::size_t N>
+struct Text {
+  char value[N]{};
+  constexpr Text(const char (&text)[N]) {
+    for (std::size_t i = 0; i < N; ++i) value[i] = text[i];
+  }
+};
+
+template <std::size_t A, std::size_t B, std::size_t C>
+struct JoinedText {
+  char value[A + B + C - 2]{};
+  constexpr JoinedText(const char (&a)[A], const char (&b)[B], const char (&c)[C]) {
+    std::size_t n = 0;
+    for (std::size_t i = 0; i + 1 < A; ++i) value[n++] = a[i];
+    for (std::size_t i = 0; i + 1 < B; ++i) value[n++] = b[i];
+    for (std::size_t i = 0; i < C; ++i) value[n++] = c[i];
+  }
+};
+
+}  // namespace CORBA
+
+using CORBA::om_delete;
+using CORBA::om_new;

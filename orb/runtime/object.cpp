@@ -1,0 +1,114 @@
+#include "corba/object.h"
+
+#include "corba/operation.h"
+#include "raise.h"
+
+namespace CORBA::idl {
+
+template <>
+struct Wire<InterfaceDef*> {
+  static bool move(CDR* cdr, InterfaceDef*& object) { return cdr_CORBA_InterfaceDef(cdr, object); }
+};
+
+}  // namespace CORBA::idl
+
+namespace CORBA {
+namespace {
+
+using is_a = idl::operation<"_is_a", &Object::_is_a>;
+using non_existent = idl::operation<"_non_existent", &Object::_non_existent>;
+using get_interface = idl::operation<"_get_interface", &Object::_get_interface>;
+
+/// A new X over one more handle of what `object` refers to; nil for nil, and when the handle cannot be duplicated.
+template <class X>
+X* duplicate_as(Object* object) {
+  if (!object) return nullptr;
+  auto made = std::make_unique<X>();
+  if (void* handle = object->get_ref()) {
+    made->set_ref(server_CORBA_object_duplicate(handle, nullptr));
+    if (!made->get_ref()) return nullptr;
+  }
+  return made.release();
+}
+
+/// Encodes the handle of `object`, or decodes one into a new X; nil travels as the nil reference.
+template <class X>
+bool move_reference(CDR* cdr, X*& object) {
+  void* handle = cdr->direction == CDR_ENCODE && object ? object->get_ref() : nullptr;
+  if (!OM_cdr_object(cdr, &handle)) return false;
+  if (cdr->direction == CDR_ENCODE) return true;
+  object = handle ? new X : nullptr;
+  if (object) object->set_ref(handle);
+  return true;
+}
+
+/// True when calls of `object` go straight to an operation table of this process. Those tables hold the operations of the
+/// interface only; what every object answers is then answered here.
+bool has_local_table(Object* object, Environment& env) {
+  void* request = nullptr;
+  std::uint32_t kind = 0;
+  if (!OM_req_lib_initiator_request_create(object->get_ref(), "_is_a", 1, &request, &kind)) {
+    idl::fail_request(CORBA_COMPLETED_NO, env);
+  }
+  const bool local = kind == ZR_REQUEST_IN_PROCESS;
+  (local ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
+         : OM_req_lib_UNO_IIOP_initiator_request_complete)(request);
+  return local;
+}
+
+InterfaceDef* local_interface(void* handle) {
+  CORBA_Environment record{};
+  void* definition = CORBA_Repository_lookup_id(nullptr, ZR_object_get_IntfID(handle, 0, &record), &record);
+  CORBA_exception_free(&record);
+  if (!definition) return nullptr;
+  auto* found = new InterfaceDef;
+  found->set_ref(definition);
+  return found;
+}
+
+}  // namespace
+
+Object::~Object() { CORBA_object_release(_ptr); }
+
+Object* Object::_duplicate(Object* object) { return duplicate_as<Object>(object); }
+
+Boolean Object::_is_a(const char* repository_id, Environment& env) {
+  env.clear();
+  if (!repository_id) raise<BAD_PARAM>(env);
+  if (_ptr && std::strcmp(repository_id, ZR_object_type_id(_ptr)) == 0) return 1;
+  if (has_local_table(this, env)) return std::strcmp(repository_id, ZR_object_get_IntfID(_ptr, 0, nullptr)) == 0;
+  return idl::call_stub<is_a, false, const char*>(this, env, repository_id);
+}
+
+Boolean Object::_non_existent(Environment& env) {
+  env.clear();
+  if (has_local_table(this, env)) return 0;
+  return idl::call_stub<non_existent, false>(this, env);
+}
+
+InterfaceDef* Object::_get_interface(Environment& env) {
+  env.clear();
+  if (has_local_table(this, env)) return local_interface(_ptr);
+  return idl::call_stub<get_interface, false>(this, env);
+}
+
+Boolean Object::_is_equivalent(Object* other, Environment& env) {
+  env.clear();
+  return CORBA_object_is_equivalent(_ptr, other ? other->get_ref() : nullptr);
+}
+
+ULong Object::_hash(ULong maximum, Environment& env) {
+  env.clear();
+  return CORBA_object_hash(_ptr, maximum);
+}
+
+InterfaceDef* InterfaceDef::_duplicate(InterfaceDef* p) { return duplicate_as<InterfaceDef>(p); }
+InterfaceDef* InterfaceDef::_narrow(Object* object) { return duplicate_as<InterfaceDef>(object); }
+
+}  // namespace CORBA
+
+unsigned char OM_cdr_object(CDR* cdr, CORBA::Object*& object) { return CORBA::move_reference(cdr, object); }
+
+unsigned char cdr_CORBA_InterfaceDef(CDR* cdr, CORBA::InterfaceDef*& object) {
+  return CORBA::move_reference(cdr, object);
+}

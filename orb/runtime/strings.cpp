@@ -1,0 +1,34 @@
+#include <new>
+
+#include "corba/object.h"
+
+namespace CORBA {
+
+void* om_new(std::size_t octets) { return ::operator new(octets); }
+
+void om_delete(void* block) noexcept { ::operator delete(block); }
+
+// Strings share the ORB core's allocator, so that string_free also frees those that a stream decoded.
+char* string_alloc(Long length) {
+  return length < 0 ? nullptr : CORBA_string_alloc(static_cast<ULong>(length));
+}
+
+char* string_dup(const char* text) {
+  if (!text) return nullptr;
+  const std::size_t length = std::strlen(text);
+  char* copy = length > INT32_MAX ? nullptr : string_alloc(static_cast<Long>(length));
+  if (!copy) throw std::bad_alloc();
+  std::memcpy(copy, text, length + 1);
+  return copy;
+}
+
+void string_free(char* text) { CORBA_free(text); }
+
+}  // namespace CORBA
+
+unsigned char cdr_CORBA_string_cpp(CDR* cdr, char** text) {
+  if (cdr->direction != CDR_ENCODE || *text) return OM_cdr_string(cdr, text);
+  char empty[] = "";
+  char* instead = empty;
+  return OM_cdr_string(cdr, &instead);
+}

@@ -1,41 +1,61 @@
-// The active object map of a POA: blocks of 1024 slots, searched linearly.
+// The active object map of a POA (blocks of 1024 slots, searched linearly), and the lists that servants are kept in.
 #pragma once
 
+#include <memory>
+#include <string_view>
+#include <vector>
+
 #include "poa.h"
+#include "referencedata.h"
+
+class POAInfo;
 
 struct _ActiveObjectEntry {
   PortableServer::ObjectId* oid;           // owned; null marks a free slot
   PortableServer::ServantBase* p_servant;  // the program's
   unsigned char deactivated;
-  CORBA::Long fd;              // descriptor of the client's connection, 0 when none
-  CORBA::Long host_ipv4;       // as the ORB core delivers it; 0 for IPv6
-  unsigned char host_ipv6[16]; // zero for IPv4
+  unsigned char etherealized;   // handed to the activator's etherealize: the servant may be gone, nothing touches it any more
+  CORBA::Long fd;               // descriptor of the client's connection, 0 when none
+  CORBA::Long host_ipv4;        // as the ORB core delivers it; 0 for IPv6
+  unsigned char host_ipv6[16];  // zero for IPv4
 };
 
-/// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is also in the list that starts at _root_aom.
-/// All operations take the POA semaphore and are called on a map's first block.
+/// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is also in the list that
+/// starts at _root_aom. All operations take the POA semaphore and are called on a map's first block.
 class ActiveObjectMap {
  public:
   static constexpr int SLOTS = 1024;
 
   ActiveObjectMap();
+  /// Frees the blocks behind it and the ids; touches no servant.
   ~ActiveObjectMap();
   ActiveObjectMap(const ActiveObjectMap&) = delete;
   ActiveObjectMap& operator=(const ActiveObjectMap&) = delete;
 
   /// Takes over `oid`, also when it throws (NO_MEMORY: no room for another block).
   ActiveObjectMap* insertActiveObjectMap(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant);
-  /// With `hold`, the servant's request counter is raised before the semaphore is given back, so that it cannot be deleted meanwhile; the caller
-  /// gives it back (remove_ref_counter).
-  PortableServer::ServantBase* findServantById(const PortableServer::ObjectId& oid, bool hold = false);
+  /// With `hold`, the servant's request counter is raised before the semaphore is given back, so that it cannot be deleted
+  /// meanwhile; the caller gives it back with ServantAccess::release. A servant that was etherealized cannot be held: null.
+  PortableServer::ServantBase* findServantById(std::string_view oid, bool hold = false);
+  PortableServer::ServantBase* findServantById(const PortableServer::ObjectId& oid, bool hold = false) {
+    return findServantById(oid_view(oid), hold);
+  }
   /// The map's own id, valid until it is removed: see copyOidByServant for a copy made under the semaphore.
   PortableServer::ObjectId* findOidByServant(PortableServer::ServantBase* p_servant);
   /// A copy of the id found, or null; owned by the caller.
   PortableServer::ObjectId* copyOidByServant(PortableServer::ServantBase* p_servant);
   void deactivateByOid(const PortableServer::ObjectId& oid);
   void removeById(const PortableServer::ObjectId& oid);
-  PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6);
+  /// Only the entries of that servant; an id that went over to another servant stays.
+  void removeById(const PortableServer::ObjectId& oid, const PortableServer::ServantBase* p_servant);
+  /// Exactly one entry: the one that holds this very id for this servant. Nothing when it is gone.
+  void removeInserted(const PortableServer::ObjectId* own_oid, const PortableServer::ServantBase* p_servant);
+  /// `hold` as for findServantById.
+  PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6,
+                                                         bool hold = false);
   void clear_servants(PortableServer::POA* poa);
+  /// Each servant is handed over once, one after the other, without the semaphore: the program's code may block and may
+  /// delete the servant.
   void etherealize(PortableServer::POA* poa_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                    PortableServer::ServantActivator* servantActivator_ptr, CORBA::Environment& _ev);
 
@@ -46,6 +66,22 @@ class ActiveObjectMap {
   ActiveObjectMap* _pre_aom;
   _ActiveObjectEntry entries[SLOTS];
   ActiveObjectMap* next;  // next block of the same map
+
+ private:
+  struct Cursor;
+  struct Client;
+
+  template <class Match>
+  _ActiveObjectEntry* find(Match&& match);
+  template <class Match>
+  void remove_first_of_each_block(Match&& match);
+  /// The next entry whose servant was not etherealized; the cursor moves past it.
+  static _ActiveObjectEntry* next_active(Cursor& at);
+  // Of one block:
+  int fill_free_slot(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant, const Client& client);
+  void vacate(_ActiveObjectEntry& entry);
+
+  int used;  // slots taken in this block: inserting passes over full blocks, lookups over empty ones
 };
 
 extern ActiveObjectMap* _root_aom;  // guarded by the POA semaphore
@@ -73,7 +109,7 @@ extern POA_ServantList* servant_lifespan_list;  // guarded by poa_svt_lifespan_m
 
 namespace PortableServer {
 
-/// A servant's list of the references made for it.
+/// A servant's list of the references made for it. All of it is guarded by poa_svt_objref_mutex.
 class ObjectRefList {
  public:
   ObjectRefList() = default;
@@ -90,20 +126,58 @@ class ObjectRefList {
   void set_object_ref(CORBA::Object* ref) { _m_object_ref = ref; }
   ObjectRefList* get_next() const { return next; }
   void set_next(ObjectRefList* n) { next = n; }
+  /// The POA's record; null once the POA is gone, when get_poa() must not be followed.
+  std::shared_ptr<POAInfo> get_record() const { return _m_record.lock(); }
+  void set_record(const std::shared_ptr<POAInfo>& record) { _m_record = record; }
+  /// A node of `poa` (and not of an earlier POA object at that address) for that id.
+  bool holds(const POA* poa, std::string_view oid) const {
+    return _m_poa == poa && _m_oid && !_m_record.expired() && oid_view(*_m_oid) == oid;
+  }
 
  private:
-  POA* _m_poa = nullptr;
+  POA* _m_poa = nullptr;  // a number to compare while _m_record lives, else a dead pointer
   ObjectId* _m_oid = nullptr;
   CORBA::Object* _m_object_ref = nullptr;
   ObjectRefList* next = nullptr;
+  std::weak_ptr<POAInfo> _m_record;
 };
 
-/// What the library may see of a servant beyond its public face.
+/// A POA and an id that a servant has a reference for. The record keeps the POA's object alive.
+struct ServantReference {
+  std::shared_ptr<POAInfo> record;
+  ObjectId oid;
+};
+
+/// What the library may see and do of a servant beyond its public face.
 struct ServantAccess {
   static ObjectRefList* references(const ServantBase& s) { return s._object_ref; }
   static ObjectRefList*& references(ServantBase& s) { return s._object_ref; }
-  static CORBA::Object*& target(ServantBase& s) { return s._obj_ref; }
+  static std::atomic<CORBA::Object*>& target(ServantBase& s) { return s._obj_ref; }
   static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
+  static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }
+
+  /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the POA semaphore).
+  static void hold(ServantBase& s) { ++s._counter; }
+  /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
+  static void release(ServantBase& s);
+  /// The references of live POAs, as they are now.
+  static std::vector<ServantReference> list_references(const ServantBase& s);
+  /// A duplicate of the reference kept for (poa, oid), or null.
+  static CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid);
+  /// Takes the reference kept for (poa, oid), if there is one, out of the ORB core's table and out of the servant.
+  static void withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid, void* orb);
+};
+
+/// Gives back, at the end of a scope, what a lookup with `hold` took.
+class ServantHold {
+ public:
+  explicit ServantHold(ServantBase& servant) : servant_(servant) {}
+  ~ServantHold() { ServantAccess::release(servant_); }
+  ServantHold(const ServantHold&) = delete;
+  ServantHold& operator=(const ServantHold&) = delete;
+
+ private:
+  ServantBase& servant_;
 };
 
 }  // namespace PortableServer

@@ -1,6 +1,8 @@
 // The record behind the POA Current, and the context that each thread's upcall sets.
 #pragma once
 
+#include <string_view>
+
 #include "identity.h"
 #include "poa.h"
 
@@ -26,15 +28,19 @@ class CurrentInfo {
 /// The context of one upcall: set on construction, gone on destruction, when the outer upcall's (if any) is in force again.
 class CurrentContext {
  public:
-  /// Neither is copied: both outlive the context.
-  CurrentContext(PortableServer::POA* poa, const PortableServer::ObjectId* oid);
+  /// Neither is copied: both outlive the context. `oid` is a view of the id's octets in the request's reference data.
+  CurrentContext(PortableServer::POA* poa, std::string_view oid, bool oid_known);
   ~CurrentContext();
   CurrentContext(const CurrentContext&) = delete;
   CurrentContext& operator=(const CurrentContext&) = delete;
 
   PortableServer::POA* const poa_ptr;
-  const PortableServer::ObjectId* const objectId_ptr;
+  const std::string_view object_id;
+  const bool has_object_id;
+  /// The context in force on this thread; null outside upcalls.
   static CurrentContext* innermost();
+  /// A new copy of the id, owned by the caller.
+  PortableServer::ObjectId* copy_object_id() const;
 
  private:
   CurrentContext* outer_;

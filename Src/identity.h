@@ -12,6 +12,13 @@ using Identity = std::uint64_t;
 /// A number not given out before; never 0.
 Identity new_identity();
 
+/// What reading an object's reference data came to.
+enum class DataRead { whole, too_short, failed };
+
+/// Copies the first `count` octets of an object's reference data to `octets`, which stay as they are when there are fewer or when the
+/// ORB core reports an exception (nil object, reference of another process); `env`, if given, then holds it.
+DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t count, CORBA_Environment* env = nullptr);
+
 /// The identity in an object's reference data; 0 when the data cannot be read or is shorter.
 /// `failed` (may be null) is set when the ORB core reported an exception, which is then in `*env`.
 Identity read_identity(CORBA::Object* object, bool* failed = nullptr, CORBA_Environment* env = nullptr);

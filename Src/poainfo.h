@@ -15,8 +15,11 @@
 #include "raise.h"
 
 class POAInfo;
+struct RequestTarget;
 /// A record in use: it stays until the last holder lets go, also when its POA is destroyed meanwhile.
 using POAInfoPtr = std::shared_ptr<POAInfo>;
+/// A record's POA object; whoever holds it holds the record.
+using POAObjectPtr = std::shared_ptr<PortableServer::POA>;
 
 /// Upper bounds of reference data.
 inline constexpr CORBA::ULong NAME_PART_MAXIMUM = 1024;
@@ -38,7 +41,7 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   PortableServer::POA* createObject(CORBA::Environment& _ev);
   /// The one place that asks the ORB core for a new reference. Null when it makes none.
   static void* createObject(const CORBA_sequence_octet* referenceData, const char* impl_name, const char* intf_name,
-                            void* register_methods, CORBA::Environment* _ev);
+                            void* register_methods, CORBA_Environment* _ev);
   /// The live record of a POA object, or null. Never raises.
   static POAInfoPtr findPOAInfo(PortableServer::POA* _this, CORBA::Environment& _ev);
   static bool is_existent(const POAInfo* target);
@@ -52,9 +55,11 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   POAManagerInfo* get_poa_manager_info() const { return poa_managerInfo_ptr; }
 
   // ---- The tree (poainfo_tree.cpp) ----
-  PortableServer::POA* create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-                                  const CORBA::PolicyList& policies, CORBA::Environment& _ev);
-  PortableServer::POA* find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& _ev);
+  POAObjectPtr create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
+                          const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+  POAObjectPtr find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& _ev);
+  /// Never null: AdapterNonExistent, or BAD_PARAM for a null name. With `act`, a missing child is asked of the adapter activator, which
+  /// is called with no lock held.
   POAInfoPtr findChildByName(const char* _adapter_name, CORBA::Environment& _ev, CORBA::Boolean act);
   char* the_name(CORBA::Environment& _ev);
   PortableServer::POA* the_parent(CORBA::Environment& _ev);
@@ -73,7 +78,9 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   static PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev);
   static PortableServer::ServantRetentionPolicy* create_servant_retention_policy(PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev);
   static PortableServer::RequestProcessingPolicy* create_request_processing_policy(PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev);
-  /// Sets the seven fields from the defaults and the list; InvalidPolicy for a rejected combination.
+  /// The shared object of a policy tag; null until its factory was first asked for it. Lives until the process ends.
+  static CORBA::Policy* shared_policy(PolicyTag tag);
+  /// Sets the seven fields, which hold the defaults, from the list; InvalidPolicy for a rejected combination.
   void read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev);
 
   // ---- Ids and reference data (poainfo_identity.cpp) ----
@@ -96,8 +103,13 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   void set_servant_manager(PortableServer::ServantManager* imgr, CORBA::Environment& ev);
   PortableServer::ServantBase* get_servant(CORBA::Environment& ev);
   void set_servant(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
-  /// The map, made when there is none yet.
+  /// The map, made when there is none yet. NO_MEMORY.
   ActiveObjectMap* map_for_insert();
+  /// Enters a copy of `id`; under UNIQUE_ID only when neither the servant nor the id is active. Gives the map's own id, to be compared only.
+  const PortableServer::ObjectId* enter_active(const PortableServer::ObjectId& id, PortableServer::ServantBase& servant, CORBA::Environment& ev);
+  /// Registers the servant's implementation; when that fails, the entry just made is withdrawn.
+  void register_active(const PortableServer::ObjectId& id, PortableServer::ServantBase& servant, const PortableServer::ObjectId* own_id,
+                       CORBA::Environment& ev);
 
   // ---- Conversions (poainfo_conversion.cpp) ----
   PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
@@ -106,19 +118,35 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   PortableServer::ObjectId* reference_to_id(CORBA::Object* reference, CORBA::Environment& ev);
   PortableServer::ServantBase* id_to_servant(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
   CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
+  /// Activates under `id` and returns that; the id it is active under already (UNIQUE_ID) when another thread was first.
+  std::unique_ptr<PortableServer::ObjectId> activate_implicitly(std::unique_ptr<PortableServer::ObjectId> id, PortableServer::ServantBase& servant,
+                                                                CORBA::Environment& ev);
+  /// A new reference, kept by the servant and bound in the ORB core.
+  CORBA::Object* make_bound_reference(const PortableServer::ObjectId& oid, PortableServer::ServantBase& servant, CORBA::Environment& ev);
 
   // ---- Servant managers at dispatch (poainfo_managers.cpp) ----
   PortableServer::ServantBase* incarnate(CORBA::Object* target, CORBA::Environment& _ev);
   PortableServer::ServantBase* preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev);
   void postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie, PortableServer::ServantBase* servant, CORBA::Environment& _ev);
 
+  // The same for a request's target, read once (dispatch.h). `incarnate_held` raises the servant's request counter before it can be
+  // deleted; `find_servant` gives the active or default servant, held when asked, or null.
+  PortableServer::ServantBase* find_servant(const RequestTarget& target, bool hold);
+  PortableServer::ServantBase* incarnate_held(const RequestTarget& target, CORBA::Environment& _ev);
+  PortableServer::ServantBase* enter_incarnated(const PortableServer::ObjectId& oid, PortableServer::ServantBase& servant, CORBA::Environment& _ev);
+  PortableServer::ServantBase* preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev);
+  void postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie, PortableServer::ServantBase* servant, CORBA::Environment& _ev);
+
   // ---- POA managers (poamanagerinfo.cpp) ----
   void activate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Environment& _ev);
   void deactivate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
   void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
 
+  /// Hands every active servant to the servant activator, when the POA has one and that is asked for.
+  void etherealize_active(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+
   // ---- Registration (poainfo_registration.cpp) ----
-  static void POA_impl_is_ready(PortableServer::ServantBase* servant, PortableServer::ObjectId* oid, CORBA::Environment& _ev);
+  static void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid, CORBA::Environment& _ev);
 
   // ---- Fields ----
   const Identity identity;                       // reference data of the POA object
@@ -127,8 +155,9 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   std::atomic<ActiveObjectMap*> active_object_map{nullptr};  // owned; made at the first activation
   POAInfo* first_child = nullptr;                // links: guarded by poa_mutex
   POAInfo* siblings = nullptr;
-  POAInfo* parent = nullptr;                     // set before the record is linked
-  bool destroyed = false;                        // guarded by poa_mutex
+  POAInfo* parent = nullptr;                     // set before the record is linked, and kept when it is unlinked
+  POAInfoPtr parent_record;                      // holds `parent` for as long as someone may follow it
+  bool destroyed = false;                        // being destroyed, or gone; guarded by poa_mutex
   PortableServer::POAManager* poa_manager = nullptr;   // as given; not owned
   POAManagerInfo* poa_managerInfo_ptr = nullptr;
   std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned
@@ -157,10 +186,27 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   }
 
   // ---- Statics ----
-  static void* _orb;
-  static void* _boa;
+  static std::atomic<void*> _orb;
+  static std::atomic<void*> _boa;
   static PortableServer::POA* root_poa;
   static CORBA::ULong system_id;  // guarded by poa_mutex
+
+ private:
+  /// Takes a record out of its parent's children and out of the table of live records; false, and nothing changed, when its parent
+  /// has no such child. poa_mutex is held.
+  static bool unlink(const POAInfo& child);
+  static bool is_live(const POAInfo& record);
+  /// Gives the record the shared default manager, which is made here the first time.
+  void share_default_manager(CORBA::Environment& _ev);
+  POAInfoPtr ask_activator(PortableServer::AdapterActivator& activator, const char* name, CORBA::Environment& _ev);
+
+  // poa_mutex is held.
+  POAInfo* child_named(const char* name) const;
+  POAInfoPtr add_child(const char* name, PortableServer::POAManager* manager, const CORBA::PolicyList& policies,
+                       CORBA::Environment& _ev);
+  void destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void withdraw_default_servant();
+  void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
 };
 
 // ---- State of the process (poainfo.cpp; start-up sets it) -----------------------------------------------------------------

@@ -2,12 +2,11 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 
 #include "identity.h"
 #include "poa.h"
 
-/// One a POA manager; lives until the process ends.
+/// One a POA manager; lives until the process ends. State changes are made under poa_mutex; reading the state takes no lock.
 class POAManagerInfo {
  public:
   using State = PortableServer::POAManager::State;
@@ -34,5 +33,4 @@ class POAManagerInfo {
 
  private:
   std::atomic<State> state{PortableServer::POAManager::HOLDING};
-  std::recursive_mutex change_mutex;  // one state change at a time
 };

@@ -19,6 +19,13 @@ template <class E>
   throw copy;
 }
 
+/// The same with a line before that tells the reason.
+template <class E>
+[[noreturn]] void raise(CORBA::Environment& ev, const char* reason, const char* trace, CORBA::ULong minor = MINOR_BAD_PARAM) {
+  POA_TRACE("%s", reason);
+  raise<E>(ev, trace, minor);
+}
+
 /// Runs `work`; exceptions of the types Pass... go on unchanged, any other CORBA::Exception is traced with `first` and replaced by an E
 /// raised with `last`.
 template <class E, class... Pass, class Work>

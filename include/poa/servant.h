@@ -31,7 +31,7 @@ class POA_API ServantBase : public CORBA::Allocated {
   virtual void _remove_ref();
   /// Serves one request: finds the operation, decodes, runs it, writes the reply. False when there is no such operation.
   virtual CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env);
-  /// The repository id of the object `oid`; the text outlives the servant.
+  /// The repository id of the object `oid`; the text lives until the process ends (a literal), for the library keeps it.
   virtual const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA_ENV);
   virtual unsigned char _skel__get_interface_(void* request, void* unused, CORBA::ULong type,
                                               unsigned char response_expected, void* table);
@@ -71,14 +71,16 @@ class POA_API ServantBase : public CORBA::Allocated {
   void deactivate_ObjectReference();
 
  protected:
-  CORBA::Object* _obj_ref = nullptr;      ///< target of the request being served last; for the library
+  std::atomic<CORBA::Object*> _obj_ref{nullptr};  ///< target of a request being served, the last one begun; for the library
   ObjectRefList* _object_ref = nullptr;   ///< head of the reference list; guarded by poa_svt_objref_mutex
   const char* _intf = nullptr;            ///< the servant's repository id, a literal; skeleton classes set it
-  std::atomic<CORBA::ULong> _counter{0};  ///< changed under poa_svt_ref_counter_mutex
+  /// Requests in progress. Lowered under poa_svt_ref_counter_mutex; raised under it, or under the POA semaphore by a map lookup.
+  std::atomic<CORBA::ULong> _counter{0};
   std::atomic<CORBA::Boolean> _to_be_deleted{0};
   std::atomic<CORBA::Boolean> _deleted{0};
   std::atomic<CORBA::ULong> _timer{0};           ///< changed under poa_svt_lifespan_mutex
   std::atomic<CORBA::ULong> _default_servant{0};  ///< changed under poa_default_servant_ref_mutex
+  std::atomic<CORBA::ULong> _active_entries{0};   ///< at least its active-object-map entries; changed under the POA semaphore
 
   friend struct ServantAccess;  // the library's own view of the fields
 };

@@ -7,9 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <cstring>
+#include <new>
+#include <optional>
 
 #include "cdr_chain.h"
 #include "options.h"
@@ -69,20 +70,32 @@ Written write_parts(int fd, iovec* part, std::size_t count, Deadline deadline) {
   return Written::All;
 }
 
-/// Writes a message, cut into fragments where it must be; its header is afterwards as it was.
-Written write_message(int fd, unsigned char* message, std::size_t size, Deadline deadline) {
-  const uint32_t limit = options().fragment_size;
-  if (!must_fragment(message, size, limit)) {
-    iovec part{message, size};
-    return write_parts(fd, &part, 1, deadline);
+/// A message on its way out, cut into fragments where it must be. The message is as it was when this goes.
+class Outgoing {
+ public:
+  Outgoing(unsigned char* message, std::size_t size) : message_(message), whole_{message, size} {
+    const uint32_t limit = options().fragment_size;
+    if (!must_fragment(message, size, limit)) return;
+    std::memcpy(header_, message, sizeof header_);
+    pieces_.emplace(message, size, limit);
   }
-  unsigned char header[giop::header_size];
-  std::memcpy(header, message, sizeof header);
-  Pieces pieces(message, size, limit);
-  const Written written = write_parts(fd, pieces.parts().data(), pieces.parts().size(), deadline);
-  std::memcpy(message, header, sizeof header);
-  return written;
-}
+  ~Outgoing() {
+    if (pieces_) std::memcpy(message_, header_, sizeof header_);
+  }
+  Outgoing(const Outgoing&) = delete;
+  Outgoing& operator=(const Outgoing&) = delete;
+
+  Written write(int fd, Deadline deadline) {
+    if (!pieces_) return write_parts(fd, &whole_, 1, deadline);
+    return write_parts(fd, pieces_->parts().data(), pieces_->parts().size(), deadline);
+  }
+
+ private:
+  unsigned char* message_;
+  iovec whole_;
+  unsigned char header_[giop::header_size];
+  std::optional<Pieces> pieces_;
+};
 
 }  // namespace
 
@@ -102,14 +115,7 @@ const char* Reply::open(const giop::Header& header) {
   OM_cdr_open_decode(&body, message.data(), static_cast<uint32_t>(message.size()), giop::needs_swap(header));
   body.minor_version = header.minor;
   body.in_next += giop::header_size;
-  if (!giop::read_reply(&body, header.minor, &head)) return "malformed reply header";
-  if (head.status > (header.minor < 2 ? 3u : 5u)) return "unknown reply status";
-  if (header.minor >= 2 && OM_cdr_remaining(&body) > 0) {
-    const auto pad = -(body.in_next - body.in_base) & 7;
-    if (pad > body.in_end - body.in_next) return "malformed reply header";
-    body.in_next += pad;
-  }
-  return nullptr;
+  return giop::read_reply(&body, header.minor, &head) ? nullptr : "malformed reply header";
 }
 
 ClientConnection::ClientConnection(Endpoint peer, int fd)
@@ -132,28 +138,29 @@ Clock::time_point ClientConnection::last_used() {
 
 ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_t size, ClientCall* call,
                                               bool reply_expected, Deadline deadline) {
+  Outgoing outgoing(message, size);
   std::unique_lock lock(mutex_);
   while (usable_ && writing_) {
     if (!wait_until(write_free_, lock, deadline)) return Sent::Late;
   }
   if (!usable_) return Sent::Dead;
+  // Waiting from before the first octet is out: the reply may be read by another thread.
   if (reply_expected) {
     waiting_.push_back(call);
-    call->state = ClientCall::State::Waiting;  // from before the first octet is out: the reply may be read by
-                                               // another thread
+    call->state = ClientCall::State::Waiting;
   }
   writing_ = true;
   lock.unlock();
-  const Written written = write_message(fd_, message, size, deadline);
+  const Written written = outgoing.write(fd_, deadline);
   lock.lock();
   writing_ = false;
   last_used_ = Clock::now();
   write_free_.notify_one();
-  if (written == Written::All || call->state == ClientCall::State::Answered) return Sent::Yes;
-  if (unlink(call)) call->state = ClientCall::State::Idle;
-  // Calls that wait here are not failed: their replies may have arrived before the break, and their threads
-  // will see.
+  if (written == Written::All) return Sent::Yes;
+  // Other calls are not failed here: their replies may have arrived before the break, and their threads see.
   if (written != Written::Nothing) retire();
+  if (call->state == ClientCall::State::Answered) return Sent::Yes;
+  if (unlink(call)) call->state = ClientCall::State::Idle;
   return written == Written::Dead ? Sent::Dead : Sent::Late;
 }
 
@@ -196,7 +203,7 @@ void ClientConnection::lead(std::unique_lock<std::mutex>& lock, ClientCall* own,
     const Got got = receive_some(0);
     lock.lock();
     take_input(got);
-    if (got == Got::Nothing && Clock::now() >= deadline) break;
+    if (Clock::now() >= deadline) break;  // also while the replies of others keep coming
   }
   reading_ = false;
 }
@@ -222,14 +229,24 @@ ClientConnection::Got ClientConnection::receive_some(int flags) {
 void ClientConnection::take_input(Got got) {
   if (got == Got::Nothing) return;
   if (got == Got::End) return fail_all(fault::lost, false);
+  try {
+    take_messages();
+  } catch (const std::bad_alloc&) {
+    fail_all(fault::no_memory, false);
+  }
+}
+
+void ClientConnection::take_messages() {
   for (;;) {
     giop::Header header;
     const Assembler::Result result = assembler_.next(&header, &incoming_.message);
     if (result == Assembler::Result::NeedMore) return;
     const bool message = result == Assembler::Result::Message;
+    // The server's word that it took none of the requests without an answer.
     if (message && header.type == giop::Type::CloseConnection) return fail_all(fault::turned_away, true);
     if (const char* wrong = message ? take_message(header) : assembler_.error()) {
-      OM_log("connection to %s:%u dropped: %s", peer_.host.c_str(), unsigned{peer_.port}, wrong);
+      OM_log("connection to %s:%u dropped: %s%s", peer_.host.c_str(), unsigned{peer_.port},
+             message ? "" : "bad message: ", wrong);
       return fail_all(fault::bad_reply, false);
     }
   }
@@ -306,8 +323,7 @@ void ClientConnection::retire() {
   write_free_.notify_all();
 }
 
-/// Keeps SO_RCVTIMEO close to the time that is left; too short costs a turn of the loop, too long a late
-/// TIMEOUT.
+/// Keeps SO_RCVTIMEO close to the time left; too short costs a turn of the loop, too long a late TIMEOUT.
 void ClientConnection::set_receive_limit(Deadline deadline) {
   microseconds wanted{0};
   if (deadline != Deadline::max()) {

@@ -107,6 +107,7 @@ class ClientConnection {
   enum class Got { Octets, Nothing, End };
   Got receive_some(int flags);
   void take_input(Got got);
+  void take_messages();
   const char* take_message(const giop::Header& header);
   void settle(ClientCall* call, ClientCall::State state);
   bool unlink(ClientCall* call);

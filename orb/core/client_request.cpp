@@ -41,8 +41,7 @@ ClientRequest* as_request(void* handle) {
   return static_cast<ClientRequest*>(static_cast<RequestBase*>(handle));
 }
 
-// ---- Requests that a thread keeps
-// ----------------------------------------------------------------------------------
+// ---- Requests that a thread keeps -----------------------------------------------------------------------
 
 class Kept {
  public:
@@ -82,8 +81,7 @@ void keep_for_later(std::unique_ptr<ClientRequest> request) {
   Kept::give(std::move(request));
 }
 
-// ---- The request message
-// -------------------------------------------------------------------------------------------
+// ---- The request message --------------------------------------------------------------------------------
 
 /// The key in messages to that address of the target.
 std::string_view key_for(const Reference& target, std::size_t address) {
@@ -164,8 +162,7 @@ bool address_anew(ClientRequest* request, std::string_view key) {
   return ok;
 }
 
-// ---- The way to the object
-// -----------------------------------------------------------------------------------------
+// ---- The way to the object ------------------------------------------------------------------------------
 
 /// Runs the call in this process. A time limit that passes is told by recv: the call may be running.
 Fault run_here(ClientRequest* request) {
@@ -175,7 +172,7 @@ Fault run_here(ClientRequest* request) {
                             &reply->message),
             fault::not_serving.minor};
   request->call.fault = is(why, "TIMEOUT") ? fault::time_limit : fault::none;
-  if (request->call.fault && request->response_expected) return fault::none;
+  if (request->call.fault) return request->response_expected ? fault::none : fault::time_limit;
   if (why || !request->response_expected) return why;
   giop::Header header;
   const bool whole = reply->message.size() >= giop::header_size &&
@@ -208,8 +205,7 @@ Fault send_to_address(ClientRequest* request, EndpointView to, Deadline connect_
   return why;
 }
 
-/// Sends to the first address of the target that takes the call, first of all to one whose connection is
-/// open.
+/// Sends to the first address of the target that takes the call; those whose connection is open come first.
 Fault send_to_any(ClientRequest* request, const Reference& target) {
   const std::vector<IiopProfile>& addresses = target.iiop();
   for (const IiopProfile& a : addresses) {
@@ -242,8 +238,8 @@ Fault send_to(ClientRequest* request, const Reference& target) {
 
 /// Calls made from now on start at the object itself again, which may know a better place.
 void drop_forward(ClientRequest* request) {
-  if (request->forward && request->object->forward().get() == request->forward.get())
-    request->object->clear_forward();
+  if (!request->forward || request->object->forward().get() != request->forward.get()) return;
+  request->object->clear_forward();
 }
 
 /// Sends to where the object was forwarded, and to the object itself when nobody is there any more.
@@ -252,8 +248,7 @@ Fault dispatch(ClientRequest* request) {
   if (!request->forward || !is(why, "TRANSIENT")) return why;
   drop_forward(request);
   if (!request->cdr.out_base) return why;  // the message went to an object of this process, and is used up
-  const Ref<Reference> forward =
-      std::move(request->forward);  // which owns the key that the message still has
+  const Ref<Reference> last_key = std::move(request->forward);  // the message still has its key
   return send_to(request, *request->object);
 }
 
@@ -266,7 +261,10 @@ Fault or_time_limit(const ClientRequest& request, Fault why) {
 Fault await(ClientRequest* request) {
   ClientCall* call = &request->call;
   while (request->connection) {
-    if (!request->connection->receive(call, request->deadline)) return fault::time_limit;
+    if (!request->connection->receive(call, request->deadline)) {
+      drop_forward(request);
+      return fault::time_limit;
+    }
     if (call->state == ClientCall::State::Answered) return fault::none;
     client_pool().discard(request->connection);
     request->connection.reset();
@@ -280,8 +278,7 @@ Fault await(ClientRequest* request) {
   return call->fault;
 }
 
-// ---- The steps of a call
-// -------------------------------------------------------------------------------------------
+// ---- The steps of a call --------------------------------------------------------------------------------
 
 bool runs_in_process(const Reference& target) {
   return target.is_local() && target.is_internal() && has_table(target.intf_name());

@@ -21,9 +21,10 @@ constexpr std::size_t most_kept = 1 << 20;      // of messages that a peer does 
 constexpr std::size_t most_discarded = 1 << 18;  // of input thrown away at the end
 constexpr std::size_t parts_at_once = 64;
 
-std::chrono::milliseconds send_limit() {
-  const uint32_t limit = options().timeout_ms;
-  return std::chrono::milliseconds(limit ? limit : 60'000);
+/// How long a peer may take for so many octets: the time limit of calls, and as much again for each 60 MiB.
+std::chrono::milliseconds send_limit(std::size_t octets) {
+  const uint64_t limit = options().timeout_ms ? options().timeout_ms : 60'000;
+  return std::chrono::milliseconds(limit + limit * (octets >> 20) / 60);
 }
 
 /// Drops the first `count` octets of the parts.
@@ -216,8 +217,9 @@ void Connection::write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<i
 }
 
 bool Connection::write_all(std::vector<iovec>* parts) {
-  const auto deadline = Clock::now() + send_limit();
-  std::size_t first = 0;
+  std::size_t octets = 0, first = 0;
+  for (const iovec& part : *parts) octets += part.iov_len;
+  const auto deadline = Clock::now() + send_limit(octets);
   while (first < parts->size()) {
     msghdr message{};
     message.msg_iov = parts->data() + first;

@@ -71,7 +71,7 @@ class Connection {
   Assembler& assembler() { return assembler_; }
   TargetCache& targets() { return targets_; }
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then
-  uint8_t minor = 0;                 // of the last message
+  std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
 
   // ---- Sending: any thread, whole messages --------------------------------------------------------------------------

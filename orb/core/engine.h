@@ -1,8 +1,8 @@
 // The threads that read requests and run them.
 //
 // N + 1 threads wait on one epoll set. The one that gets an event reads the connection, and runs the request that it read itself, after it
-// has given reading back, so that no other thread has to be woken for it. At most N run requests at a time: one thread is always left to
-// read, to refuse and to close.
+// has given reading back: no other thread has to be woken for it. At most N threads run requests at a time, so one is always left to read,
+// to refuse and to close.
 #pragma once
 
 #include <atomic>
@@ -21,24 +21,34 @@
 
 namespace zrsv {
 
+/// Program code runs on this thread on behalf of the ORB: it has its slot, and cannot wait for the ORB's end.
+class Upcall {
+ public:
+  Upcall();
+  ~Upcall();
+  Upcall(const Upcall&) = delete;
+  Upcall& operator=(const Upcall&) = delete;
+  static bool running();
+};
+
 class Engine : public std::enable_shared_from_this<Engine> {
  public:
   using Clock = std::chrono::steady_clock;
 
-  explicit Engine(uint32_t threads);
+  explicit Engine(uint32_t slots);
   ~Engine();
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 
   /// False when the descriptors or threads cannot be had; stop() cleans up.
   bool start();
-  /// Serves an accepted connection. Takes over `fd`; false, and it is closed, when there are too many or the engine stops.
+  /// Serves an accepted connection. Takes over `fd`; false, and it is closed, when there are too many.
   bool add(int fd, const PeerAddress& peer);
   /// Starts nothing any more, lets running requests finish until `deadline`, says CloseConnection to every client and ends the threads. One
   /// that is still in a servant then is left to itself. Not for threads of the engine.
   void stop(Clock::time_point deadline);
-  /// in_process.h.
-  const char* call_local(ServerRequest* request, Clock::time_point deadline, Buffer* reply);
+  /// call_in_process (in_process.h).
+  const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
 
  private:
   /// What one thread keeps from request to request.
@@ -46,53 +56,55 @@ class Engine : public std::enable_shared_from_this<Engine> {
     giop::Header header;
     Buffer message;  // the one just read; its memory goes round with those of the connections
     Buffer reply;
+    bool has_slot = false;
   };
-  /// What waits for a thread: requests to run one after another, the end of a connection to report, or its output to send.
+  /// What waits for a slot: requests to run one after another, the end of a connection to report, or its output to send.
   struct Job {
-    QueueGroup::Requests requests;
+    QueueGroup::Requests requests;  // guarded by jobs_mutex_; null where one was withdrawn
     std::size_t next = 0;
+    Ref<Connection> in_line;  // whose later requests are appended to these
     Ref<Connection> lost;
     Ref<Connection> flush;
   };
-  enum class Next { Read, Leave };  // what the reader does after a message: go on reading, or leave, as another one reads now
+  /// What the reader does after a message: read on, or leave, as reading is another's now or at its end.
+  enum class Next { Read, Leave };
 
-  // The thread's round.
+  // The thread's round, and the road of a request.
   void work();
-  void wait_for_event(Worker& worker, bool busy);
+  void wait_for_event(Worker& worker, bool block);
   void serve(Worker& worker, const Ref<Connection>& connection);
   Next handle(Worker& worker, const Ref<Connection>& connection);
   Next handle_request(Worker& worker, const Ref<Connection>& connection);
-  void handle_locate(Worker& worker, const Ref<Connection>& connection, ServerRequest& request);
-  void cancel(const Connection& connection, uint32_t id);
+  Next admit(Worker& worker, ServerRequest& request);
   void run(Worker& worker, ServerRequest& request);
+  bool answer_locate(Worker& worker, const Ref<Connection>& connection);
+  bool cancel(Worker& worker, const Ref<Connection>& connection);
 
-  // Reading handed on.
+  // Reading, handed on to another thread where there is more.
   void pass_on(const Ref<Connection>& connection);
-  void push_ready(const Ref<Connection>& connection);
+  void push_ready(Ref<Connection> connection);
   Ref<Connection> pop_ready();
   void wake();
 
-  // Slots and waiting jobs.
+  // Slots, and the jobs that wait for one.
   bool enter();
   void leave();
-  void release_slot();
-  bool stand_in_line(ServerRequest& request);
-  bool must_wait(ServerRequest& request);
+  bool try_run_now(const ServerRequest& request);
+  bool enqueue(ServerRequest* request);
   void deliver(QueueGroup::Requests requests);
   void push_job(Job job);
   void run_jobs(Worker& worker);
   void run_job(Worker& worker, Job& job);
   std::unique_ptr<ServerRequest> next_request(Job& job);
-  void withdraw(const Connection* connection, const uint32_t* id);
+  QueueGroup::Requests withdraw(const Connection* connection, const uint32_t* id);
+  const char* await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
 
-  // Answers of threads that must not wait.
+  // Answers of threads that must not wait for the peer.
   void refuse(Worker& worker, ServerRequest& request, const char* exception);
   void send_now(const Ref<Connection>& connection, const unsigned char* message, std::size_t length);
-  void reject(const Ref<Connection>& connection, const char* what);
+  void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   void lose(const Ref<Connection>& connection);
-  void report_lost(const Connection& connection);
 
-  // The end.
   void refuse_all_waiting();
   void say_goodbye();
   void end_threads(Clock::time_point deadline);
@@ -100,29 +112,30 @@ class Engine : public std::enable_shared_from_this<Engine> {
   const uint32_t slots_;
   ConnectionPool pool_;
   int epoll_ = -1;
-  int wake_ = -1;  // eventfd in the epoll set
+  int wake_ = -1;  // an eventfd in the epoll set, with a null pointer
   std::atomic<bool> stopping_{false};
   std::atomic<bool> quit_{false};
 
-  // A thread that finds nothing to do counts itself idle before it looks a last time; who adds something looks for idle ones afterwards.
+  // A thread that found nothing to do counts itself idle before it looks a last time, and who adds something looks for idle threads
+  // afterwards: one of the two sees the other.
   std::atomic<uint32_t> idle_{0};
   std::atomic<bool> wake_pending_{false};
-
   std::atomic<uint32_t> running_{0};  // slots taken
   std::atomic<uint32_t> ready_count_{0};
+  std::atomic<uint32_t> job_count_{0};
+
   std::mutex ready_mutex_;
   Connection* ready_head_ = nullptr;  // guarded by ready_mutex_; each with a count and the ownership of its reading
   Connection* ready_tail_ = nullptr;
 
-  std::atomic<uint32_t> job_count_{0};
   std::mutex jobs_mutex_;
   std::deque<std::unique_ptr<Job>> jobs_;                // guarded by jobs_mutex_, as all below
-  uint32_t waiting_ = 0;                                 // requests in jobs_ that wait for a slot, but for released ones
-  std::unordered_map<const Connection*, Job*> in_line_;  // released requests of a connection, not all run yet
+  uint32_t waiting_ = 0;                                 // requests in jobs
+  std::unordered_map<const Connection*, Job*> in_line_;  // jobs with later requests of the same connection to come
 
   std::mutex end_mutex_;
-  std::condition_variable end_;
-  uint32_t alive_ = 0;  // guarded by end_mutex_: threads in work()
+  std::condition_variable end_;               // a slot was given back while stopping, or a thread ended
+  std::vector<std::thread::id> ended_;        // guarded by end_mutex_
   std::vector<std::thread> threads_;
 };
 

@@ -23,8 +23,8 @@ std::unique_ptr<Exception> matching_exception(const CORBA_Environment& record) {
   return std::make_unique<UNKNOWN>(record._minor, status);
 }
 
-/// Fills a record from an exception. What is no system exception by type is a user exception: a base-class copy of a
-/// system exception has lost its minor code and completion.
+/// Fills a record from an exception. What is no system exception by type is a user exception: a base-class
+/// copy of a system exception has lost its minor code and completion.
 void fill_record(CORBA_Environment* record, const Exception& e) {
   if (const auto* system = dynamic_cast<const SystemException*>(&e)) {
     CORBA_BOA_set_standard_exception(record, e.id(), system->minor(), system->completed());

@@ -17,11 +17,12 @@ struct IdlClass {
   OM_IDL_cast cast = nullptr;
 };
 
-/// The skeleton classes of this process by repository id. CORBA's own abstract interfaces have no class, but an object that was seen as
-/// one of them can be disposed of as such.
+/// The skeleton classes of this process by repository id. CORBA's own abstract interfaces have no class, but
+/// an object that was seen as one of them can be disposed of as such.
 struct Classes {
   std::shared_mutex mutex;
-  std::map<std::string, IdlClass, std::less<>> by_id{  // guarded by mutex
+  std::map<std::string, IdlClass, std::less<>> by_id{
+      // guarded by mutex
       {"IDL:CORBA/Policy:1.0", {nullptr, [](void* p) { delete static_cast<CORBA::Policy*>(p); }, nullptr}},
       {"IDL:CORBA/Current:1.0", {nullptr, [](void* p) { delete static_cast<CORBA::Current*>(p); }, nullptr}},
   };

@@ -1,5 +1,7 @@
 #include "corba/object.h"
 
+#include <algorithm>
+
 #include "corba/operation.h"
 #include "raise.h"
 
@@ -19,7 +21,8 @@ using is_a = idl::operation<"_is_a", &Object::_is_a>;
 using non_existent = idl::operation<"_non_existent", &Object::_non_existent>;
 using get_interface = idl::operation<"_get_interface", &Object::_get_interface>;
 
-/// A new X over one more handle of what `object` refers to; nil for nil, and when the handle cannot be duplicated.
+/// A new X over one more handle of what `object` refers to; nil for nil, and when the handle cannot be
+/// duplicated.
 template <class X>
 X* duplicate_as(Object* object) {
   if (!object) return nullptr;
@@ -42,8 +45,8 @@ bool move_reference(CDR* cdr, X*& object) {
   return true;
 }
 
-/// True when calls of `object` go straight to an operation table of this process. Those tables hold the operations of the
-/// interface only; what every object answers is then answered here.
+/// True when calls of `object` go straight to an operation table of this process. Those tables hold the
+/// operations of the interface only; what every object answers is then answered here.
 bool has_local_table(Object* object, Environment& env) {
   void* request = nullptr;
   std::uint32_t kind = 0;
@@ -54,6 +57,10 @@ bool has_local_table(Object* object, Environment& env) {
   (local ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
          : OM_req_lib_UNO_IIOP_initiator_request_complete)(request);
   return local;
+}
+
+bool is_one_of(std::string_view id, std::initializer_list<std::string_view> ids) {
+  return std::ranges::find(ids, id) != ids.end();
 }
 
 InterfaceDef* local_interface(void* handle) {
@@ -75,21 +82,21 @@ Object* Object::_duplicate(Object* object) { return duplicate_as<Object>(object)
 Boolean Object::_is_a(const char* repository_id, Environment& env) {
   env.clear();
   if (!repository_id) raise<BAD_PARAM>(env);
-  if (_ptr && std::strcmp(repository_id, ZR_object_type_id(_ptr)) == 0) return 1;
-  if (has_local_table(this, env)) return std::strcmp(repository_id, ZR_object_get_IntfID(_ptr, 0, nullptr)) == 0;
-  return idl::call_stub<is_a, false, const char*>(this, env, repository_id);
+  if (_ptr && is_one_of(repository_id, {ZR_object_type_id(_ptr), "IDL:omg.org/CORBA/Object:1.0"})) return 1;
+  if (has_local_table(this, env)) return is_one_of(repository_id, {ZR_object_get_IntfID(_ptr, 0, nullptr)});
+  return is_a::Roads::stub(this, repository_id, env);
 }
 
 Boolean Object::_non_existent(Environment& env) {
   env.clear();
   if (has_local_table(this, env)) return 0;
-  return idl::call_stub<non_existent, false>(this, env);
+  return non_existent::Roads::stub(this, env);
 }
 
 InterfaceDef* Object::_get_interface(Environment& env) {
   env.clear();
   if (has_local_table(this, env)) return local_interface(_ptr);
-  return idl::call_stub<get_interface, false>(this, env);
+  return get_interface::Roads::stub(this, env);
 }
 
 Boolean Object::_is_equivalent(Object* other, Environment& env) {

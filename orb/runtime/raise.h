@@ -31,7 +31,8 @@ inline void check_record(CORBA_Environment& filled, Environment& env) {
 /// The name in the repository id (either form) of a standard system exception; "" when `id` is none.
 std::string_view standard_exception_name(std::string_view id);
 
-/// A new exception of the type that `id` (either form) names; null when it names no standard system exception.
+/// A new exception of the type that `id` (either form) names; null when it names no standard system
+/// exception.
 std::unique_ptr<SystemException> make_standard_exception(std::string_view id, ULong minor,
                                                          CompletionStatus status);
 

@@ -24,6 +24,13 @@ char* string_dup(const char* text) {
 
 void string_free(char* text) { CORBA_free(text); }
 
+WChar* wstring_alloc(Long length) {
+  if (length < 0) return nullptr;
+  return new (std::nothrow) WChar[static_cast<std::size_t>(length) + 1]();
+}
+
+void wstring_free(WChar* text) { delete[] text; }
+
 }  // namespace CORBA
 
 unsigned char cdr_CORBA_string_cpp(CDR* cdr, char** text) {

@@ -35,33 +35,33 @@ bool move_all(CDR* cdr, Values* v) {
          OM_cdr_unsigned_long_long(cdr, &v->ull) && OM_cdr_float(cdr, &v->f) && OM_cdr_double(cdr, &v->d);
 }
 
-const std::string little_values = hex(
-    "7f 00"                    // octet, padding to 2
-    "fe ff"                    // short -2
-    "01 00"                    // boolean, padding to 2
-    "34 12"                    // unsigned short
-    "63 00 00 00"              // char 'c', padding to 4
-    "fd ff ff ff"              // long -3
-    "78 56 34 12 00 00 00 00"  // unsigned long, padding to 8
-    "fc ff ff ff ff ff ff ff"  // long long -4
-    "f0 de bc 9a 78 56 34 12"  // unsigned long long
-    "00 00 c0 3f 00 00 00 00"  // float 1.5, padding to 8
-    "00 00 00 00 00 00 02 c0"  // double -2.25
-);
+const std::string little_values =
+    hex("7f 00"                    // octet, padding to 2
+        "fe ff"                    // short -2
+        "01 00"                    // boolean, padding to 2
+        "34 12"                    // unsigned short
+        "63 00 00 00"              // char 'c', padding to 4
+        "fd ff ff ff"              // long -3
+        "78 56 34 12 00 00 00 00"  // unsigned long, padding to 8
+        "fc ff ff ff ff ff ff ff"  // long long -4
+        "f0 de bc 9a 78 56 34 12"  // unsigned long long
+        "00 00 c0 3f 00 00 00 00"  // float 1.5, padding to 8
+        "00 00 00 00 00 00 02 c0"  // double -2.25
+    );
 
-const std::string big_values = hex(
-    "7f 00"                    // octet, padding to 2
-    "ff fe"                    // short -2
-    "05 00"                    // boolean, any octet but 0 is true; padding to 2
-    "12 34"                    // unsigned short
-    "63 00 00 00"              // char 'c', padding to 4
-    "ff ff ff fd"              // long -3
-    "12 34 56 78 00 00 00 00"  // unsigned long, padding to 8
-    "ff ff ff ff ff ff ff fc"  // long long -4
-    "12 34 56 78 9a bc de f0"  // unsigned long long
-    "3f c0 00 00 00 00 00 00"  // float 1.5, padding to 8
-    "c0 02 00 00 00 00 00 00"  // double -2.25
-);
+const std::string big_values =
+    hex("7f 00"                    // octet, padding to 2
+        "ff fe"                    // short -2
+        "05 00"                    // boolean, any octet but 0 is true; padding to 2
+        "12 34"                    // unsigned short
+        "63 00 00 00"              // char 'c', padding to 4
+        "ff ff ff fd"              // long -3
+        "12 34 56 78 00 00 00 00"  // unsigned long, padding to 8
+        "ff ff ff ff ff ff ff fc"  // long long -4
+        "12 34 56 78 9a bc de f0"  // unsigned long long
+        "3f c0 00 00 00 00 00 00"  // float 1.5, padding to 8
+        "c0 02 00 00 00 00 00 00"  // double -2.25
+    );
 
 void expect_values(const Values& v) {
   EXPECT_EQ(v.octet, 0x7F);
@@ -81,11 +81,12 @@ TEST(Cdr, PrimitivesAreAlignedAndPaddedWithZeros) {
   Encoding out;
   Values v;
   ASSERT_TRUE(move_all(out, &v));
-  EXPECT_EQ(out.octets(), std::endian::native == std::endian::little ? little_values : [] {
-    std::string expected = big_values;
-    expected[4] = 1;
-    return expected;
-  }());
+  EXPECT_EQ(
+      out.octets(), std::endian::native == std::endian::little ? little_values : [] {
+        std::string expected = big_values;
+        expected[4] = 1;
+        return expected;
+      }());
 }
 
 TEST(Cdr, BothByteOrdersDecodeAndEveryPrefixFails) {
@@ -170,14 +171,14 @@ TEST(Cdr, StringsAreCheckedAndFailuresMoveNothing) {
     const char* text;  // null: refused
   };
   const Case cases[] = {
-      {hex("03 00 00 00 61 62 00"), "ab"},        // length with NUL, text, NUL
-      {hex("01 00 00 00 00"), ""},                // the empty string
-      {hex("00 00 00 00"), nullptr},              // no room for the NUL
-      {hex("02 00 00 00 61 62"), nullptr},        // no NUL
-      {hex("03 00 00 00 61 00 00"), nullptr},     // NUL inside
-      {hex("04 00 00 00 61 62 00"), nullptr},     // length past the end
-      {hex("ff ff ff ff 61 62 00"), nullptr},     // length that would wrap
-      {hex("03 00 00"), nullptr},                 // length word cut
+      {hex("03 00 00 00 61 62 00"), "ab"},     // length with NUL, text, NUL
+      {hex("01 00 00 00 00"), ""},             // the empty string
+      {hex("00 00 00 00"), nullptr},           // no room for the NUL
+      {hex("02 00 00 00 61 62"), nullptr},     // no NUL
+      {hex("03 00 00 00 61 00 00"), nullptr},  // NUL inside
+      {hex("04 00 00 00 61 62 00"), nullptr},  // length past the end
+      {hex("ff ff ff ff 61 62 00"), nullptr},  // length that would wrap
+      {hex("03 00 00"), nullptr},              // length word cut
   };
   for (const Case& c : cases) {
     Decoding in(c.octets), view(c.octets);
@@ -219,7 +220,10 @@ TEST(Cdr, EncapsulationsAreAlignedByThemselves) {
 }
 
 TEST(Cdr, ReaderBoundsCountsBeforeAnythingIsMade) {
-  Decoding in(hex("03 00 00 00" "00 00 00 00 00 00 00 00" "00 00 00 00 00 00 00 00"));  // three elements announced, room for two
+  Decoding in(
+      hex("03 00 00 00"
+          "00 00 00 00 00 00 00 00"
+          "00 00 00 00 00 00 00 00"));  // three elements announced, room for two
   Reader reader(in);
   EXPECT_EQ(reader.count(8), 0u);
   EXPECT_FALSE(reader.ok());
@@ -253,7 +257,8 @@ TEST(Environment, IdsTravelInThePublicForm) {
     EXPECT_STREQ(internal_id(any), internal);
     EXPECT_EQ(public_id(any), "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0");
   }
-  for (const char* other : {"", "IDL:CORBA/StExcep/:1.0", "IDL:omg.org/CORBA/NOT_ONE:1.0", "IDL:omg.org/CORBA/OBJ_ADAPTER:2.0"}) {
+  for (const char* other :
+       {"", "IDL:CORBA/StExcep/:1.0", "IDL:omg.org/CORBA/NOT_ONE:1.0", "IDL:omg.org/CORBA/OBJ_ADAPTER:2.0"}) {
     EXPECT_STREQ(internal_id(other), "IDL:CORBA/StExcep/UNKNOWN:1.0") << other;
   }
 }
@@ -302,8 +307,9 @@ TEST(Sync, LocksExcludeOthersAndLetTheirHolderIn) {
 
 TEST(Trace, LinesGoToTheSinkOnlyWhileTraceIsOn) {
   std::vector<std::string> lines;
-  OM_trace_set_sink([](const char* text, void* to) { static_cast<std::vector<std::string>*>(to)->push_back(text); },
-                    &lines);
+  OM_trace_set_sink(
+      [](const char* text, void* to) { static_cast<std::vector<std::string>*>(to)->push_back(text); },
+      &lines);
   OM_trace_select(1, "dropped");
   OM_trace_switch(1);
   const std::string longer(2000, 'x');

@@ -22,11 +22,11 @@ struct Golden {
 };
 
 const std::string profile_data =
-    "01 01 02 00"           // byte order, IIOP 1.2, padding
-    "02 00 00 00 68 00"     // host "h"
-    "50 00"                 // port 80
+    "01 01 02 00"              // byte order, IIOP 1.2, padding
+    "02 00 00 00 68 00"        // host "h"
+    "50 00"                    // port 80
     "02 00 00 00 6b 65 00 00"  // key "ke", padding
-    "00 00 00 00";          // no components
+    "00 00 00 00";             // no components
 
 const Golden requests[] = {
     {"1.0, little-endian", 0, true,
@@ -47,24 +47,24 @@ const Golden requests[] = {
          "00 00 00 01 ff"),                     // a principal of one octet; no body
      8, false, "k", "op", 0},
     {"1.2 by key", 2, true,
-     hex("47 49 4f 50 01 02 01 00 24 00 00 00"  // header: size 36
+     hex("47 49 4f 50 01 02 01 00 26 00 00 00"  // header: size 38
          "09 00 00 00 03 00 00 00"              // id 9, response expected, reserved
          "00 00 00 00 01 00 00 00 6b 00 00 00"  // address kind 0, padding, key "k", padding
          "03 00 00 00 6f 70 00 00"              // operation "op", padding
-         "00 00 00 00"                          // no contexts; the body starts at 44 + 4
+         "00 00 00 00"                          // no contexts
          "00 00 00 00"                          // padding to 8
          "11 22"),                              // body
      9, true, "k", "op", 2},
     {"1.2 by profile, no body", 2, true,
-     hex("47 49 4f 50 01 02 01 00 44 00 00 00"  // header
-         "0a 00 00 00 00 00 00 00"              // id 10, no response, reserved
+     hex("47 49 4f 50 01 02 01 00 38 00 00 00"    // header: size 56
+         "0a 00 00 00 00 00 00 00"                // id 10, no response, reserved
          "01 00 00 00 00 00 00 00 18 00 00 00" +  // address kind 1, padding, profile of IIOP, 24 octets
          profile_data +
          "03 00 00 00 6f 70 00 00"  // operation "op", padding
          "00 00 00 00"),            // no contexts
      10, false, "ke", "op", 0},
     {"1.2 by reference", 2, true,
-     hex("47 49 4f 50 01 02 01 00 64 00 00 00"  // header
+     hex("47 49 4f 50 01 02 01 00 54 00 00 00"  // header: size 84
          "0b 00 00 00 01 00 00 00"              // id 11, response expected, reserved
          "02 00 00 00 01 00 00 00"              // address kind 2, padding, profile 1 selected
          "02 00 00 00 54 00 00 00"              // type id "T", padding
@@ -84,6 +84,7 @@ TEST(Giop, RequestsOfEveryVersionAndAddressAreRead) {
     ASSERT_EQ(read_header(reinterpret_cast<const unsigned char*>(g.octets.data()), 1000, &header), nullptr);
     EXPECT_EQ(header.minor, g.minor);
     EXPECT_EQ(header.little, g.little);
+    EXPECT_EQ(header.size, g.octets.size() - header_size);
     Decoding in(g.octets, g.little, header_size);
     RequestHead head;
     ASSERT_TRUE(read_request(in, g.minor, &head));
@@ -161,7 +162,8 @@ TEST(Giop, RepliesAreWrittenAndStatusesBounded) {
     for (uint32_t status = 0; status <= 6; ++status) {
       Encoding out;
       uint32_t word = 0xABCD;
-      ASSERT_TRUE(begin_reply(out, minor, 5, status) && align_body(out, minor) && OM_cdr_unsigned_long(out, &word));
+      ASSERT_TRUE(begin_reply(out, minor, 5, status) && align_body(out, minor) &&
+                  OM_cdr_unsigned_long(out, &word));
       Decoding in(out.octets(), std::endian::native == std::endian::little, header_size);
       ReplyHead head;
       ASSERT_EQ(read_reply(in, minor, &head), status <= most);
@@ -173,9 +175,9 @@ TEST(Giop, RepliesAreWrittenAndStatusesBounded) {
 }
 
 TEST(Giop, LocateMessages) {
-  const std::string request = hex(
-      "47 49 4f 50 01 02 01 03 10 00 00 00"               // header
-      "03 00 00 00 00 00 00 00 03 00 00 00 6b 65 79");  // id 3, address kind 0, padding, key "key"
+  const std::string request =
+      hex("47 49 4f 50 01 02 01 03 0f 00 00 00"             // header: size 15
+          "03 00 00 00 00 00 00 00 03 00 00 00 6b 65 79");  // id 3, address kind 0, padding, key "key"
   RequestHead head;
   Decoding in(request, true, header_size);
   ASSERT_TRUE(read_locate_request(in, 2, &head));
@@ -211,7 +213,8 @@ TEST(Giop, HeadersAreChecked) {
   for (const Case& c : cases) {
     Header header;
     const std::string octets = hex(c.octets);
-    EXPECT_STREQ(read_header(reinterpret_cast<const unsigned char*>(octets.data()), 1000, &header), c.wrong) << c.octets;
+    EXPECT_STREQ(read_header(reinterpret_cast<const unsigned char*>(octets.data()), 1000, &header), c.wrong)
+        << c.octets;
   }
   unsigned char empty[header_size];
   write_empty(empty, 1, Type::CloseConnection);

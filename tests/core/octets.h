@@ -55,7 +55,8 @@ class Encoding {
   ~Encoding() { OM_cdr_close(&cdr_); }
   operator CDR*() { return &cdr_; }
   std::string octets() const {
-    return {reinterpret_cast<const char*>(cdr_.out_base), static_cast<std::size_t>(cdr_.out_next - cdr_.out_base)};
+    return {reinterpret_cast<const char*>(cdr_.out_base),
+            static_cast<std::size_t>(cdr_.out_next - cdr_.out_base)};
   }
 
  private:

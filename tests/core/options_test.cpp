@@ -23,9 +23,27 @@ struct CommandLine {
 };
 
 TEST(Options, AreTakenOutOfTheCommandLine) {
-  CommandLine line({"program", "-ORBListen", "0.0.0.0:0", "file", "-ORBListen", "[::1]:4000", "-ORBPublish", "name",
-                    "-ORBPublish", "[fe80::1%eth0]:99", "-ORBThreads", "8", "-ORBGIOPVersion", "1.1", "-ORBInProcess",
-                    "0", "-ORBFragmentSize", "0", "-ORBImplRepository", "names.txt", "-v"});
+  CommandLine line({"program",
+                    "-ORBListen",
+                    "0.0.0.0:0",
+                    "file",
+                    "-ORBListen",
+                    "[::1]:4000",
+                    "-ORBPublish",
+                    "name",
+                    "-ORBPublish",
+                    "[fe80::1%eth0]:99",
+                    "-ORBThreads",
+                    "8",
+                    "-ORBGIOPVersion",
+                    "1.1",
+                    "-ORBInProcess",
+                    "0",
+                    "-ORBFragmentSize",
+                    "0",
+                    "-ORBImplRepository",
+                    "names.txt",
+                    "-v"});
   Options o;
   ASSERT_EQ(parse_options(&line.argc, line.pointers.data(), &o), "");
   EXPECT_EQ(line.left(), (std::vector<std::string>{"program", "file", "-v"}));
@@ -42,12 +60,12 @@ TEST(Options, AreTakenOutOfTheCommandLine) {
 
 TEST(Options, ErrorsNameOptionAndValueAndChangeNothing) {
   const std::vector<std::vector<std::string>> cases = {
-      {"-ORBNoSuchThing", "1"}, {"-ORBThreads"},           {"-ORBThreads", ""},
-      {"-ORBThreads", "-1"},    {"-ORBThreads", "4x"},     {"-ORBThreads", "4097"},
-      {"-ORBTimeout", "4294967296"}, {"-ORBTick", "0"},    {"-ORBListen", "host"},
-      {"-ORBListen", ":80"},    {"-ORBListen", "h:65536"}, {"-ORBListen", "[::1:80"},
-      {"-ORBListen", "::1:80"}, {"-ORBPublish", "a b"},    {"-ORBGIOPVersion", "1.3"},
-      {"-ORBGIOPVersion", "2"}, {"-ORBClientInfo", "yes"}, {"-ORBImplRepository", ""},
+      {"-ORBNoSuchThing", "1"},      {"-ORBThreads"},           {"-ORBThreads", ""},
+      {"-ORBThreads", "-1"},         {"-ORBThreads", "4x"},     {"-ORBThreads", "4097"},
+      {"-ORBTimeout", "4294967296"}, {"-ORBTick", "0"},         {"-ORBListen", "host"},
+      {"-ORBListen", ":80"},         {"-ORBListen", "h:65536"}, {"-ORBListen", "[::1:80"},
+      {"-ORBListen", "::1:80"},      {"-ORBPublish", "a b"},    {"-ORBGIOPVersion", "1.3"},
+      {"-ORBGIOPVersion", "2"},      {"-ORBClientInfo", "yes"}, {"-ORBImplRepository", ""},
       {"-ORBFragmentSize", "1"}};
   for (const std::vector<std::string>& words : cases) {
     std::vector<std::string> all = {"program", "-ORBQueue", "5"};

@@ -2,6 +2,7 @@
 #ifndef ZRSV_REQUEST_H
 #define ZRSV_REQUEST_H
 
+#include "zrsv/boa.h"
 #include "zrsv/cdr.h"
 
 #ifdef __cplusplus

@@ -1,21 +1,370 @@
-// CORBA::Any, CORBA::TypeCode and named value lists.
+// CORBA::Any (CORBA and OMG IDL to C++, "Mapping for the Any Type") and named value lists.
 #pragma once
 
-#include "corba/object.h"
+#include <concepts>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "corba/operation.h"
+#include "corba/typecode.h"
 
 namespace CORBA {
 
-enum TCKind : ULong {
-  tk_null = 0, tk_void = 1, tk_short = 2, tk_long = 3, tk_ushort = 4, tk_ulong = 5, tk_float = 6, tk_double = 7,
-  tk_boolean = 8, tk_char = 9, tk_octet = 10, tk_any = 11, tk_TypeCode = 12, tk_Principal = 13, tk_objref = 14,
-  tk_struct = 15, tk_union = 16, tk_enum = 17, tk_string = 18, tk_sequence = 19, tk_array = 20, tk_alias = 21,
-  tk_except = 22, tk_longlong = 23, tk_ulonglong = 24
+/// How an Any handles a value that it holds as an untyped pointer. References, TypeCodes and strings are
+/// pointers themselves; other values are pointed to. A null value is copied as null and encoded as nil or,
+/// where there is no nil, not at all.
+struct ValueOps {
+  void* (*copy)(const void* value);
+  void (*destroy)(void* value);
+  /// By the stream's direction: encodes the value, or decodes a new one and stores it; false, and nothing
+  /// stored, on failure.
+  bool (*move)(CDR* cdr, void*& value);
 };
 
-class TypeCode;
-class Any;
-class NVList;
-using TypeCode_ptr = TypeCode*;
+/// A value of any IDL type with its TypeCode. What came from a wire is kept as octets until it is extracted.
+/// Copies are deep. An Any, constant or not, belongs to one thread at a time: extracting may decode.
+class ZRSVCPP_API Any : public Allocated {
+ public:
+  // Values whose C++ types are not their own in the mapping: `any <<= Any::from_octet(1)`, `any >>=
+  // Any::to_octet(value)`.
+  struct from_boolean {
+    Boolean value;
+  };
+  struct from_octet {
+    Octet value;
+  };
+  struct from_char {
+    Char value;
+  };
+  struct from_string {  // bounded; copied
+    const char* value;
+    ULong bound;
+  };
+  struct to_boolean {
+    Boolean& value;
+  };
+  struct to_octet {
+    Octet& value;
+  };
+  struct to_char {
+    Char& value;
+  };
+  struct to_string {  // bounded; the Any's own text
+    const char*& value;
+    ULong bound;
+  };
+  struct to_object {  // a reference of any interface; a new one, that the caller releases
+    Object*& value;
+  };
+
+  /// Holds nothing; its type is _tc_null.
+  Any() = default;
+  Any(const Any& o);
+  Any(Any&& o) noexcept = default;
+  Any& operator=(const Any& o);
+  Any& operator=(Any&& o) noexcept = default;
+  ~Any() = default;
+
+  /// A new TypeCode reference, never nil, that the caller releases.
+  TypeCode* type() const;
+  /// The value, which stays the Any's: what was given to replace, or the decoded value when it came from a
+  /// wire and its type is a basic one, an enum, a string or a reference. Null when there is no value.
+  void* value() const;
+  /// Drops what the Any held, takes one more count of `type`, and holds `value`, which it owns when
+  /// `release`. Without `ops` the type says how the value is held, as in value(). Null without `ops`: a type
+  /// without a value, which decode_value may fill. Throws BAD_TYPECODE, and takes over nothing, for a nil
+  /// type and for a value of a type that needs `ops`.
+  void replace(TypeCode* type, void* value, unsigned char release, const ValueOps* ops = nullptr);
+
+  /// True when the Any's type is equal to `wanted`.
+  bool is_of(const TypeCode* wanted) const;
+  /// The value as `ops` sees it, still the Any's: the value put in with these `ops`, else one decoded by them
+  /// and kept. False when there is no value or it does not decode.
+  bool view(const ValueOps& ops, void*& value) const;
+
+  /// The value alone, without its TypeCode, into an encoding stream; false when there is none.
+  bool encode_value(CDR* cdr) const;
+  /// Replaces the value by one of the Any's type out of a decoding stream; false, and nothing changed, when
+  /// it is malformed.
+  bool decode_value(CDR* cdr);
+
+ private:
+  struct Held {  // a value as `ops` sees it
+    Held() = default;
+    Held(void* v, const ValueOps* o, Boolean r) : value(v), ops(o), release(r) {}
+    Held(Held&& o) noexcept;
+    Held& operator=(Held&& o) noexcept;
+    ~Held();
+
+    void* value = nullptr;
+    const ValueOps* ops = nullptr;  // null: there is none
+    Boolean release = 0;
+  };
+
+  const TypeCode* own_type() const { return type_.in() ? type_.in() : _tc_null; }
+  bool recode(const ValueOps& ops, void*& value) const;
+
+  TypeCode_var type_;          // nil: _tc_null
+  Held held_;                  // what was put in
+  bool has_octets_ = false;    // what came from a wire:
+  std::vector<Octet> octets_;  // the value in CDR, in this machine's byte order, aligned by itself
+  mutable Held decoded_;       // the same value, as the last extraction wanted to see it
+};
+
+/// Owns one Any, never null: a fresh one holds a new empty Any; copies are deep.
+class Any_var {
+ public:
+  Any_var() : ptr_(new Any) {}
+  Any_var(Any* any) : ptr_(any) {}
+  Any_var(const Any& any) : ptr_(new Any(any)) {}
+  Any_var(const Any_var& o) : Any_var(*o.ptr_) {}
+  Any_var& operator=(Any* any) {
+    if (any != ptr_.get()) ptr_.reset(any);
+    return *this;
+  }
+  Any_var& operator=(const Any& any) { return &any == ptr_.get() ? *this : *this = new Any(any); }
+  Any_var& operator=(const Any_var& o) { return *this = *o.ptr_; }
+  Any* operator->() const { return ptr_.get(); }
+  Any& operator*() const { return *ptr_; }
+  operator Any*() const { return ptr_.get(); }
+  const Any& in() const { return *ptr_; }
+  Any* _retn() { return ptr_.release(); }
+
+ private:
+  std::unique_ptr<Any> ptr_;
+};
+
+/// Copies one value of that type from a decoding stream to another, encoding one, which has this machine's
+/// byte order. False when the octets are no such value, or nested too deep.
+ZRSVCPP_API bool copy_value(const TypeCode* type, CDR* from, CDR* to);
+
+// ---- Insertion and extraction
+// ---------------------------------------------------------------------------------------------- Insertions
+// copy unless they say otherwise. Extractions give false, and leave the target alone, when the Any holds
+// another type; pointers that they give stay the Any's and live until it changes or the value is extracted as
+// another C++ type.
+
+template <class T>
+concept AnyNumber = std::same_as<T, Short> || std::same_as<T, UShort> || std::same_as<T, Long> ||
+    std::same_as<T, ULong> || std::same_as<T, LongLong> || std::same_as<T, ULongLong> ||
+    std::same_as<T, Float> || std::same_as<T, Double>;
+
+template <AnyNumber T>
+TypeCode* number_typecode() {
+  if constexpr (std::same_as<T, Short>) return _tc_short;
+  if constexpr (std::same_as<T, UShort>) return _tc_ushort;
+  if constexpr (std::same_as<T, Long>) return _tc_long;
+  if constexpr (std::same_as<T, ULong>) return _tc_ulong;
+  if constexpr (std::same_as<T, LongLong>) return _tc_longlong;
+  if constexpr (std::same_as<T, ULongLong>) return _tc_ulonglong;
+  if constexpr (std::same_as<T, Float>) return _tc_float;
+  if constexpr (std::same_as<T, Double>) return _tc_double;
+}
+
+/// Values that are pointed to: T is copyable, has a default, and travels by Wire<T>.
+template <class T>
+struct ZRSVCPP_API ValueOpsOf {
+  static void* copy(const void* value) { return value ? new T(*static_cast<const T*>(value)) : nullptr; }
+  static void destroy(void* value) { delete static_cast<T*>(value); }
+  static bool move(CDR* cdr, void*& value) {
+    if (cdr->direction == CDR_ENCODE) return value && idl::Wire<T>::move(cdr, *static_cast<T*>(value));
+    auto fresh = std::make_unique<T>();
+    if (!idl::Wire<T>::move(cdr, *fresh)) return false;
+    value = fresh.release();
+    return true;
+  }
+  static constexpr ValueOps ops{copy, destroy, move};
+};
+
+/// User exceptions: E has `repository_id`, and Wire<E> when it has members.
+template <class E>
+struct ZRSVCPP_API ExceptionOpsOf {
+  static bool move_members([[maybe_unused]] CDR* cdr, [[maybe_unused]] E& e) {
+    if constexpr (requires { idl::Wire<E>::move(cdr, e); }) return idl::Wire<E>::move(cdr, e);
+    return true;
+  }
+  static bool move(CDR* cdr, void*& value) {
+    const char* id = E::repository_id;
+    if (cdr->direction == CDR_ENCODE) {
+      return value && idl::Wire<const char*>::move(cdr, id) && move_members(cdr, *static_cast<E*>(value));
+    }
+    auto fresh = std::make_unique<E>();
+    if (!idl::Wire<const char*>::move(cdr, id) || std::strcmp(id, E::repository_id) != 0) return false;
+    if (!move_members(cdr, *fresh)) return false;
+    value = fresh.release();
+    return true;
+  }
+  static constexpr ValueOps ops{ValueOpsOf<E>::copy, ValueOpsOf<E>::destroy, move};
+};
+
+/// Object references, held as Object*.
+struct ZRSVCPP_API ReferenceOps {
+  static const ValueOps ops;
+};
+
+// For one-line operators of other types. `type` is the type's TypeCode: a plain TypeCode* is taken over, as
+// by any _var, so a TypeCode that was built for the call goes in as it is. It may be nil (it could not be
+// built): insertions then throw BAD_TYPECODE, extractions give false.
+
+/// Takes over `value`, whatever happens.
+template <class T>
+void any_insert_value(Any& any, const TypeCode_var& type, T* value) {
+  std::unique_ptr<T> owned(value);
+  any.replace(type.in(), value, 1, &ValueOpsOf<T>::ops);
+  owned.release();
+}
+template <class T>
+void any_insert_copy(Any& any, const TypeCode_var& type, const T& value) {
+  any_insert_value(any, type, new T(value));
+}
+/// The Any's own value.
+template <class T>
+Boolean any_extract(const Any& any, const TypeCode_var& type, T*& value) {
+  void* found = nullptr;
+  if (!any.is_of(type.in()) || !any.view(ValueOpsOf<T>::ops, found) || !found) return 0;
+  value = static_cast<T*>(found);
+  return 1;
+}
+template <class T>
+Boolean any_extract_copy(const Any& any, const TypeCode_var& type, T& value) {
+  T* found = nullptr;
+  if (!any_extract(any, type, found)) return 0;
+  value = *found;
+  return 1;
+}
+/// Takes over `reference`, which may be nil, whatever happens.
+template <class X>
+void any_insert_owned_reference(Any& any, const TypeCode_var& type, X* reference) {
+  Object_var owned(reference);
+  any.replace(type.in(), owned.in(), 1, &ReferenceOps::ops);
+  owned._retn();
+}
+/// Duplicates `reference`.
+template <class X>
+void any_insert_reference(Any& any, const TypeCode_var& type, X* reference) {
+  any_insert_owned_reference(any, type, X::_duplicate(reference));
+}
+/// Takes over the reference in a cell made with new, and deletes the cell.
+template <class X>
+void any_insert_reference(Any& any, const TypeCode_var& type, X** cell) {
+  const std::unique_ptr<X*> owned(cell);
+  any_insert_owned_reference(any, type, *cell);
+}
+/// Copies a user exception, for ServerRequest::set_exception.
+template <class E>
+void any_insert_exception(Any& any, const TypeCode_var& type, const E& exception) {
+  auto owned = std::make_unique<E>(exception);
+  any.replace(type.in(), owned.get(), 1, &ExceptionOpsOf<E>::ops);
+  owned.release();
+}
+
+template <AnyNumber T>
+void operator<<=(Any& any, T value) {
+  any_insert_copy(any, number_typecode<T>(), value);
+}
+template <AnyNumber T>
+Boolean operator>>=(const Any& any, T& value) {
+  return any_extract_copy(any, number_typecode<T>(), value);
+}
+
+ZRSVCPP_API void operator<<=(Any& any, Any::from_boolean from);
+ZRSVCPP_API void operator<<=(Any& any, Any::from_octet from);
+ZRSVCPP_API void operator<<=(Any& any, Any::from_char from);
+ZRSVCPP_API void operator<<=(Any& any, Any::from_string from);
+ZRSVCPP_API void operator<<=(Any& any, const char* text);
+ZRSVCPP_API void operator<<=(Any& any, const Any& value);
+ZRSVCPP_API void operator<<=(Any& any, TypeCode* type);
+ZRSVCPP_API void operator<<=(Any& any, Object* reference);
+ZRSVCPP_API void operator<<=(Any& any, const SystemException& exception);
+
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_boolean to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_octet to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_char to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_string to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_object to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, const char*& text);
+ZRSVCPP_API Boolean operator>>=(const Any& any, const Any*& value);
+ZRSVCPP_API Boolean operator>>=(const Any& any, TypeCode*& type);
+/// Any standard system exception.
+ZRSVCPP_API Boolean operator>>=(const Any& any, const SystemException*& exception);
+
+/// An Any_var takes and gives what its Any does.
+template <class A, class V>
+requires std::same_as<std::remove_const_t<A>, Any_var>
+void operator<<=(A& any, V&& value) { *any <<= std::forward<V>(value); }
+template <class A, class V>
+requires std::same_as<std::remove_const_t<A>, Any_var> Boolean operator>>=(A& any, V&& value) {
+  return any.in() >>= std::forward<V>(value);
+}
+
+// ---- Named values
+// --------------------------------------------------------------------------------------------------------------
+
+using Flags = ULong;
+inline constexpr Flags ARG_IN = 1;
+inline constexpr Flags ARG_OUT = 2;
+inline constexpr Flags ARG_INOUT = ARG_IN | ARG_OUT;
+
+using Bounds = PlainUserException<"IDL:omg.org/CORBA/Bounds:1.0">;
+
+class ZRSVCPP_API NamedValue : public Allocated {
+ public:
+  NamedValue(const char* name, const Any& value, Flags flags)
+      : name_(name ? name : ""), value_(value), flags_(flags) {}
+
+  const char* name() const { return name_.c_str(); }
+  /// The value itself, to be read and changed.
+  Any* value() { return &value_; }
+  Flags flags() const { return flags_; }
+
+ private:
+  std::string name_;
+  Any value_;
+  Flags flags_;
+};
+
+/// The arguments of an operation, in wire order. An argument to be decoded has a type, but needs no value.
+class ZRSVCPP_API NVList : public Allocated {
+ public:
+  ULong count() const { return static_cast<ULong>(items_.size()); }
+  /// Appends a copy of `value`. What is returned belongs to the list and stays where it is. BAD_PARAM for
+  /// flags other than ARG_....
+  NamedValue* add_value(const char* name, const Any& value, Flags flags, CORBA_ENV);
+  /// Bounds for an index at or past the count.
+  NamedValue* item(ULong index, CORBA_ENV) const;
+
+ private:
+  std::vector<std::unique_ptr<NamedValue>> items_;
+};
 using NVList_ptr = NVList*;
 
 }  // namespace CORBA
+
+/// An Any: its TypeCode, then its value.
+ZRSVCPP_API unsigned char cdr_CORBA_Any(CDR* cdr, CORBA::Any* any);
+
+namespace CORBA::idl {
+
+template <>
+struct Wire<Any> {
+  static bool move(CDR* cdr, Any& any) { return cdr_CORBA_Any(cdr, &any); }
+};
+
+// A TypeCode is counted: it is given back, not deleted.
+template <>
+struct Wire<TypeCode*> {
+  static bool move(CDR* cdr, TypeCode*& type) { return cdr_CORBA_TypeCode(cdr, type); }
+};
+template <>
+struct Slot<TypeCode*> {
+  TypeCode* value = nullptr;
+  Slot() = default;
+  Slot(const Slot&) = delete;
+  Slot& operator=(const Slot&) = delete;
+  ~Slot() { CORBA::release(value); }
+};
+template <>
+inline constexpr bool is_heap_value<TypeCode*> = false;
+
+}  // namespace CORBA::idl

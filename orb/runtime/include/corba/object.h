@@ -76,7 +76,7 @@ class ObjectVar : public _var {
   }
   void _free() { release(std::exchange(_ptr, nullptr)); }
 
-  operator X*() const { return _ptr; }
+  operator X* const&() const { return _ptr; }  // a reference too: else g++ -Wconversion warns at every use
   operator X*&() { return _ptr; }
   X* operator->() const { return _ptr; }
   X* in() const { return _ptr; }

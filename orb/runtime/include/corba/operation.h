@@ -10,6 +10,7 @@
 
 #include <concepts>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
@@ -221,6 +222,8 @@ struct signature<R (C::*)(A...)> {
 
 template <class Op, class... A>
 typename Op::Return call_stub(Object* self, Environment& env, A... arguments);
+template <class Op, class... A>
+typename Op::Return call_iiop(Object* self, void* request, bool response_expected, Environment& env, A&&... arguments);
 
 template <Text Name, auto Member, class Raises = raises<>, bool Oneway = false>
 struct operation {
@@ -247,7 +250,7 @@ struct operation {
     std::tuple<Slot<typename Param<I>::Value>...> slots;
     Result<Return> result;
 
-    bool decode(CDR* cdr) { return (move_if<I>(cdr, true) && ...); }
+    bool decode([[maybe_unused]] CDR* cdr) { return (move_if<I>(cdr, true) && ...); }
     bool encode(CDR* cdr) { return result.move(cdr) && (move_if<I>(cdr, false) && ...); }
     template <class Target>
     void run(Target& target, Environment& env) {
@@ -272,6 +275,10 @@ struct operation {
     static Return stub(Object* self, Arg<I>... arguments, Environment& env) {
       return call_stub<operation, Arg<I>...>(self, env, static_cast<Arg<I>&&>(arguments)...);
     }
+    /// The IIOP part of such a call: the caller made `request` and completes it.
+    static Return iiop(Object* self, void* request, bool response_expected, Arg<I>... arguments, Environment& env) {
+      return call_iiop<operation, Arg<I>...>(self, request, response_expected, env, static_cast<Arg<I>&&>(arguments)...);
+    }
     /// The in-process skeleton: the operation of a fresh, unattached implementation object.
     template <class Impl>
     static Return in_process(Arg<I>... arguments, Environment& env) {
@@ -287,49 +294,62 @@ struct operation {
 /// What became of a request that a skeleton served.
 enum class Served { yes, bad_arguments, bad_reply };
 
-/// Writes the reply of a call that ended with `env`: result and out arguments, user exception or system exception.
+/// Records in `env` that a value did not fit the stream.
+ZRSVCPP_API void set_marshal(CDR* cdr, std::uint32_t completed, Environment& env);
+
+/// Writes the body of the reply to a call that ended with `env`: result and out arguments, user exception or system exception.
 template <class Op>
-Served reply(typename Op::Call& call, void* request, CDR* cdr, Environment& env) {
-  const std::uint32_t status = env._evp->_major;
-  if (status > CORBA_SYSTEM_EXCEPTION || !OM_req_lib_UNO_IIOP_encode_reply_header(request, status)) return Served::bad_reply;
-  bool done = false;
-  switch (status) {
+bool encode_outcome(typename Op::Call& call, void* request, CDR* cdr, Environment& env) {
+  switch (env._evp->_major) {
     case CORBA_NO_EXCEPTION:
       cdr->direction = CDR_ENCODE;
-      done = call.encode(cdr);
-      break;
+      return call.encode(cdr);
     case CORBA_USER_EXCEPTION:
-      done = OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, env._evp);
+      if (!OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, env._evp)) return false;
       cdr->direction = CDR_ENCODE;
-      done = done && Op::Exceptions::encode(cdr, env);
-      break;
+      return Op::Exceptions::encode(cdr, env);
+    case CORBA_SYSTEM_EXCEPTION:
+      return OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
     default:
-      done = OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
+      return false;
   }
-  return done ? Served::yes : Served::bad_reply;
+}
+
+/// Writes the reply when the client expects one. What is no outcome of a call (a location forward) is a bad reply in any case.
+template <class Op>
+Served reply(typename Op::Call& call, void* request, bool response_expected, CDR* cdr, Environment& env) {
+  const std::uint32_t status = env._evp->_major;
+  if (!response_expected) return status > CORBA_SYSTEM_EXCEPTION ? Served::bad_reply : Served::yes;
+  if (!OM_req_lib_UNO_IIOP_encode_reply_header(request, status)) return Served::bad_reply;
+  if (encode_outcome<Op>(call, request, cdr, env)) return Served::yes;
+  set_marshal(cdr, CORBA_COMPLETED_YES, env);
+  return Served::bad_reply;
 }
 
 /// The CDR skeleton of `Op`: decodes the arguments, finds the target, runs the operation, writes the reply. `find` returns the target,
-/// or null when there is none; it is asked after the arguments were read. Exceptions that the operation does not list pass through.
+/// or null when there is none; it is asked after the arguments were read. A failure that the operation left in its environment counts
+/// like one that it threw. Exceptions that the operation does not list pass through.
 template <class Op, class Find>
 Served serve(void* request, bool response_expected, Find&& find) {
+  Environment env;
   CDR* cdr = nullptr;
   if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) return Served::bad_arguments;
   typename Op::Call call;
   cdr->direction = CDR_DECODE;
-  if (!call.decode(cdr)) return Served::bad_arguments;
+  if (!call.decode(cdr)) {
+    set_marshal(cdr, CORBA_COMPLETED_NO, env);
+    return Served::bad_arguments;
+  }
   auto* target = find();
   if (!target) return Served::yes;
-  Environment env;
   try {
     call.run(*target, env);
-    env.clear();
   } catch (const UserException& e) {
     if (!Op::Exceptions::store(e, env)) throw;
   } catch (const SystemException& e) {
     env.exception(e._clone());
   }
-  return response_expected ? reply<Op>(call, request, cdr, env) : Served::yes;
+  return reply<Op>(call, request, response_expected, cdr, env);
 }
 
 /// One servant operation: what a servant's `invoke` finds by name.
@@ -366,6 +386,8 @@ bool invoke(Servant& servant, const char* operation_name, void* request, bool re
 /// Ways out of a failed call: fill the environment from the ORB core's reason, and throw.
 [[noreturn]] ZRSVCPP_API void fail_request(std::uint32_t completed, Environment& env);
 [[noreturn]] ZRSVCPP_API void fail_marshal(CDR* cdr, std::uint32_t completed, Environment& env);
+/// No memory for what the reply holds.
+[[noreturn]] ZRSVCPP_API void fail_memory(Environment& env);
 /// The reply holds a system exception: reads it into `env` and throws it.
 [[noreturn]] ZRSVCPP_API void throw_reply_exception(void* request, Environment& env);
 /// The reply forwards: records the new location for `self`; `env` then has _major 3.
@@ -390,6 +412,27 @@ bool receive_argument(CDR* cdr, P&& value) {
   }
 }
 
+/// Reads the result, then the out arguments.
+template <class R, class... A>
+void read_results(CDR* cdr, Result<R>& result, Environment& env, A&&... arguments) {
+  bool read = false;
+  try {
+    read = result.move(cdr) && (receive_argument<A>(cdr, static_cast<A>(arguments)) && ...);
+  } catch (const std::bad_alloc&) {
+    fail_memory(env);
+  }
+  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
+}
+
+/// Throws the user exception of the reply; one that the operation does not list stays in `env`.
+template <class Op>
+void read_user_exception(void* request, CDR* cdr, Environment& env) {
+  CORBA_Environment filled{};
+  const bool read = OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, &filled);
+  env.set_ref(&filled);
+  if (!read || !Op::Exceptions::decode_and_throw(cdr, env)) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
+}
+
 /// Marshals, sends, receives and unmarshals one IIOP request.
 template <class Op, class... A>
 typename Op::Return call_iiop(Object* self, void* request, bool response_expected, Environment& env, A&&... arguments) {
@@ -405,41 +448,46 @@ typename Op::Return call_iiop(Object* self, void* request, bool response_expecte
     fail_request(CORBA_COMPLETED_MAYBE, env);
   cdr->direction = CDR_DECODE;
   switch (status) {
-    case ZR_REPLY_NO_EXCEPTION:
-      if (!result.move(cdr) || !(receive_argument<A>(cdr, static_cast<A>(arguments)) && ...))
-        fail_marshal(cdr, CORBA_COMPLETED_YES, env);
-      return result.give();
-    case ZR_REPLY_USER_EXCEPTION: {
-      CORBA_Environment filled{};
-      if (!OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, &filled)) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
-      env.set_ref(&filled);
-      if (!Op::Exceptions::decode_and_throw(cdr, env)) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
-      break;  // an exception that the operation does not list stays in env
-    }
+    case ZR_REPLY_NO_EXCEPTION: read_results<typename Op::Return, A...>(cdr, result, env, static_cast<A>(arguments)...); break;
+    case ZR_REPLY_USER_EXCEPTION: read_user_exception<Op>(request, cdr, env); break;
     case ZR_REPLY_SYSTEM_EXCEPTION: throw_reply_exception(request, env);
     case ZR_REPLY_LOCATION_FORWARD: follow_forward(self, request, cdr, env); break;
     default: break;
   }
-  return Result<typename Op::Return>().give();
+  return result.give();
 }
 
 /// A request, completed on every way out.
 class request_guard {
  public:
-  explicit request_guard(void (*complete)(void*)) : complete_(complete) {}
-  ~request_guard() {
-    if (request) complete_(request);
-  }
+  request_guard(void* request, void (*complete)(void*)) : request_(request), complete_(complete) {}
+  ~request_guard() { complete_(request_); }
   request_guard(const request_guard&) = delete;
   request_guard& operator=(const request_guard&) = delete;
-  void* request = nullptr;
 
  private:
+  void* request_;
   void (*complete_)(void*);
 };
 
+/// A call of the in-process skeleton; completes the request.
+template <class Op, class... A>
+typename Op::Return call_in_process(void* request, Environment& env, A&&... arguments) {
+  request_guard guard(request, OM_req_lib_INTRA_PROCESS_initiator_request_complete);
+  ZR_method method = nullptr;
+  if (!OM_req_lib_INTRA_PROCESS_get_method(request, &method)) fail_request(CORBA_COMPLETED_NO, env);
+  return reinterpret_cast<typename Op::Return (*)(A..., Environment&)>(method)(static_cast<A>(arguments)..., env);
+}
+
+/// A call over IIOP; completes the request.
+template <class Op, class... A>
+typename Op::Return call_iiop_once(Object* self, void* request, Environment& env, A&&... arguments) {
+  request_guard guard(request, OM_req_lib_UNO_IIOP_initiator_request_complete);
+  return call_iiop<Op, A...>(self, request, !Op::oneway, env, static_cast<A>(arguments)...);
+}
+
 /// The stub of `Op`: a call of `self` over IIOP, or of its in-process skeleton; location forwards are followed. `A` are the operation's
-/// own parameter types.
+/// own parameter types. Of any other kind of request comes nothing: nil, zero.
 template <class Op, class... A>
 typename Op::Return call_stub(Object* self, Environment& env, A... arguments) {
   using Return = typename Op::Return;
@@ -449,21 +497,13 @@ typename Op::Return call_stub(Object* self, Environment& env, A... arguments) {
     std::uint32_t kind = 0;
     if (!OM_req_lib_initiator_request_create(self->get_ref(), Op::name, !Op::oneway, &request, &kind))
       fail_request(CORBA_COMPLETED_NO, env);
-    if (kind == ZR_REQUEST_IN_PROCESS) {
-      request_guard guard(OM_req_lib_INTRA_PROCESS_initiator_request_complete);
-      guard.request = request;
-      ZR_method method = nullptr;
-      if (!OM_req_lib_INTRA_PROCESS_get_method(request, &method)) fail_request(CORBA_COMPLETED_NO, env);
-      return reinterpret_cast<Return (*)(A..., Environment&)>(method)(static_cast<A>(arguments)..., env);
-    }
+    if (kind == ZR_REQUEST_IN_PROCESS) return call_in_process<Op, A...>(request, env, static_cast<A>(arguments)...);
     if (kind != ZR_REQUEST_IIOP) return Result<Return>().give();
-    request_guard guard(OM_req_lib_UNO_IIOP_initiator_request_complete);
-    guard.request = request;
     if constexpr (std::is_void_v<Return>) {
-      call_iiop<Op, A...>(self, request, !Op::oneway, env, static_cast<A&&>(arguments)...);
+      call_iiop_once<Op, A...>(self, request, env, static_cast<A>(arguments)...);
       if (env._evp->_major != CORBA_LOCATION_FORWARD) return;
     } else {
-      Return result = call_iiop<Op, A...>(self, request, !Op::oneway, env, static_cast<A&&>(arguments)...);
+      Return result = call_iiop_once<Op, A...>(self, request, env, static_cast<A>(arguments)...);
       if (env._evp->_major != CORBA_LOCATION_FORWARD) return result;
     }
     env.clear();

@@ -1,0 +1,353 @@
+#include "activeobjectmap.h"
+
+#include <cstring>
+#include <iterator>
+#include <new>
+
+#include "locks.h"
+#include "minor_codes.h"
+#include "trace.h"
+#include "zrsocket.h"
+
+using PortableServer::ObjectId;
+using PortableServer::ObjectRefList;
+using PortableServer::POA;
+using PortableServer::ServantAccess;
+using PortableServer::ServantBase;
+
+ActiveObjectMap* _root_aom = nullptr;
+POA_ServantList* servant_delete_list = nullptr;
+POA_ServantList* servant_lifespan_list = nullptr;
+
+// ---- The client of the request that the calling thread runs --------------------------------------------------------
+
+struct ActiveObjectMap::Client {
+  bool known = false;
+  unsigned char is_ipv6 = 0;
+  CORBA::Long fd = 0;
+  unsigned char host[16] = {};  // the first four octets for IPv4
+
+  static Client current();
+  void store(_ActiveObjectEntry& entry) const;
+  bool is_of(const _ActiveObjectEntry& entry) const;
+  void trace() const;
+
+ private:
+  CORBA::Long host_ipv4() const {
+    CORBA::Long address = 0;
+    std::memcpy(&address, host, sizeof address);
+    return address;
+  }
+};
+
+ActiveObjectMap::Client ActiveObjectMap::Client::current() {
+  Client client;
+  if (OM_boa_lib_get_iswitch() != 1) return client;
+  POA_TRACE("  OM_ext_get_client_info_ip6 call");
+  CORBA::Environment core;
+  if (OM_ext_get_client_info_ip6(&client.fd, &client.is_ipv6, client.host, nullptr, nullptr, core._evp)) {
+    client.known = true;
+    client.trace();
+  } else {
+    POA_TRACE("  No client data!!!");
+  }
+  return client;
+}
+
+void ActiveObjectMap::Client::store(_ActiveObjectEntry& entry) const {
+  entry.fd = known ? fd : 0;
+  entry.host_ipv4 = known && !is_ipv6 ? host_ipv4() : 0;
+  std::memset(entry.host_ipv6, 0, sizeof entry.host_ipv6);
+  if (known && is_ipv6) std::memcpy(entry.host_ipv6, host, sizeof host);
+}
+
+bool ActiveObjectMap::Client::is_of(const _ActiveObjectEntry& entry) const {
+  if (entry.fd != fd) return false;
+  return is_ipv6 ? std::memcmp(entry.host_ipv6, host, sizeof host) == 0 : entry.host_ipv4 == host_ipv4();
+}
+
+void ActiveObjectMap::Client::trace() const {
+  if (!OM_TRACE_IS_ON) return;
+  char text[65];
+  const char* printed = is_ipv6 ? OM_inet_ntop(ZR_af_inet6, host, text, 65) : OM_inet_ntop(ZR_af_inet, host, text, 22);
+  if (!printed) printed = "NULL";
+  if (is_ipv6) {
+    POA_TRACE("  fd = %d, host_ipv6 = %s", fd, printed);
+  } else {
+    POA_TRACE("  fd = %d, host_ipv4 = %s", fd, printed);
+  }
+}
+
+// ---- Blocks --------------------------------------------------------------------------------------------------------
+
+ActiveObjectMap::ActiveObjectMap() : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), used(0) {
+  PoaSemaphoreGuard guard(__LINE__);
+  ActiveObjectMap** tail = &_root_aom;
+  for (; *tail; tail = &(*tail)->_next_aom) _pre_aom = *tail;
+  *tail = this;
+}
+
+ActiveObjectMap::~ActiveObjectMap() {
+  PoaSemaphoreGuard guard(__LINE__);
+  (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
+  if (_next_aom) _next_aom->_pre_aom = _pre_aom;
+  for (_ActiveObjectEntry& entry : entries) delete entry.oid;
+  while (ActiveObjectMap* block = next) {  // one by one: a long chain is no deep recursion
+    next = std::exchange(block->next, nullptr);
+    delete block;
+  }
+}
+
+template <class Match>
+_ActiveObjectEntry* ActiveObjectMap::find(Match&& match) {
+  for (ActiveObjectMap* block = this; block; block = block->next) {
+    if (block->used == 0) continue;
+    for (_ActiveObjectEntry& entry : block->entries)
+      if (entry.oid && match(entry)) return &entry;
+  }
+  return nullptr;
+}
+
+int ActiveObjectMap::fill_free_slot(ObjectId* oid, ServantBase* p_servant, const Client& client) {
+  int slot = 0;
+  while (entries[slot].oid) ++slot;
+  entries[slot].oid = oid;
+  entries[slot].p_servant = p_servant;
+  entries[slot].deactivated = 0;
+  client.store(entries[slot]);
+  ++used;
+  ++ServantAccess::active_entries(*p_servant);
+  return slot;
+}
+
+void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
+  if (!entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+  delete std::exchange(entry.oid, nullptr);
+  entry.p_servant = nullptr;
+  entry.etherealized = 0;
+  Client().store(entry);
+  --used;
+}
+
+// ---- Inserting and finding -----------------------------------------------------------------------------------------
+
+ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBase* p_servant) {
+  POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
+  std::unique_ptr<ObjectId> own(oid);
+  PoaSemaphoreGuard guard(__LINE__);
+  const Client client = Client::current();
+  ActiveObjectMap* block = this;
+  while (block->used == SLOTS && block->next) block = block->next;
+  if (block->used < SLOTS) {
+    const int slot = block->fill_free_slot(own.release(), p_servant, client);
+    POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this), trace_address(oid),
+              trace_address(p_servant));
+    POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[%d]]", slot);
+    return this;
+  }
+  block->next = new (std::nothrow) ActiveObjectMap;
+  if (!block->next) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+  block->next->fill_free_slot(own.release(), p_servant, client);
+  POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
+  return this;
+}
+
+ServantBase* ActiveObjectMap::findServantById(std::string_view oid, bool hold) {
+  POA_TRACE("ActiveObjectMap::findServantById called...");
+  PoaSemaphoreGuard guard(__LINE__);
+  _ActiveObjectEntry* entry = find([&](const _ActiveObjectEntry& e) { return oid_view(*e.oid) == oid; });
+  if (!entry || (hold && entry->etherealized)) {
+    POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
+    return nullptr;
+  }
+  if (const Client client = Client::current(); client.known) client.store(*entry);
+  if (hold) ServantAccess::hold(*entry->p_servant);
+  POA_TRACE("ActiveObjectMap::findServantById end...[return Servant]");
+  return entry->p_servant;
+}
+
+ObjectId* ActiveObjectMap::findOidByServant(ServantBase* p_servant) {
+  POA_TRACE("ActiveObjectMap::findOidByServant called...[p_servant = 0x%lx]", trace_address(p_servant));
+  PoaSemaphoreGuard guard(__LINE__);
+  _ActiveObjectEntry* entry = nullptr;
+  if (ServantAccess::active_entries(*p_servant) != 0)
+    entry = find([&](const _ActiveObjectEntry& e) { return e.p_servant == p_servant && !e.etherealized; });
+  if (!entry) {
+    POA_TRACE("ActiveObjectMap::findOidByServant end...[return NULL]");
+    return nullptr;
+  }
+  POA_TRACE("  found oid. svt = 0x%lx", trace_address(p_servant));
+  if (const Client client = Client::current(); client.known) client.store(*entry);
+  POA_TRACE("ActiveObjectMap::findOidByServant end...[return oid]");
+  return entry->oid;
+}
+
+ObjectId* ActiveObjectMap::copyOidByServant(ServantBase* p_servant) {
+  PoaSemaphoreGuard guard(__LINE__);
+  const ObjectId* own = findOidByServant(p_servant);
+  return own ? make_oid(oid_view(*own)) : nullptr;
+}
+
+ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6,
+                                                        bool hold) {
+  POA_TRACE("ActiveObjectMap::searchServantByClient called...");
+  Client client;
+  client.fd = fd;
+  client.is_ipv6 = is_ipv6;
+  std::memcpy(client.host, host_addr, is_ipv6 ? 16 : 4);
+  client.trace();
+  PoaSemaphoreGuard guard(__LINE__);
+  _ActiveObjectEntry* entry =
+      find([&](const _ActiveObjectEntry& e) { return client.is_of(e) && !(hold && e.etherealized); });
+  if (!entry) {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return NULL]");
+    return nullptr;
+  }
+  if (hold) ServantAccess::hold(*entry->p_servant);
+  POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : %s]", is_ipv6 ? "ipv6" : "ipv4");
+  return entry->p_servant;
+}
+
+// ---- Deactivating and removing -------------------------------------------------------------------------------------
+
+void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
+  POA_TRACE("ActiveObjectMap::deactivateByOid called...");
+  PoaSemaphoreGuard guard(__LINE__);
+  _ActiveObjectEntry* entry = find([&](const _ActiveObjectEntry& e) { return oid_is_equivalent(*e.oid, oid); });
+  if (!entry) {
+    POA_TRACE("ActiveObjectMap::deactivateByOid end...");
+    return;
+  }
+  entry->deactivated = 1;
+  POA_TRACE("ActiveObjectMap::deactivateByOid end...[servant is deactivated.]");
+}
+
+template <class Match>
+void ActiveObjectMap::remove_first_of_each_block(Match&& match) {
+  POA_TRACE("ActiveObjectMap::removeById called...");
+  PoaSemaphoreGuard guard(__LINE__);
+  for (ActiveObjectMap* block = this; block; block = block->next) {
+    for (_ActiveObjectEntry& entry : block->entries) {
+      if (!entry.oid || !match(entry)) continue;
+      block->vacate(entry);
+      POA_TRACE("  data is removed.");
+      break;
+    }
+  }
+  POA_TRACE("ActiveObjectMap::removeByOid end...");
+}
+
+void ActiveObjectMap::removeById(const ObjectId& oid) {
+  remove_first_of_each_block([&](const _ActiveObjectEntry& e) { return oid_is_equivalent(*e.oid, oid); });
+}
+
+void ActiveObjectMap::removeById(const ObjectId& oid, const ServantBase* p_servant) {
+  remove_first_of_each_block([&](const _ActiveObjectEntry& e) {
+    return e.p_servant == p_servant && oid_is_equivalent(*e.oid, oid);
+  });
+}
+
+void ActiveObjectMap::removeInserted(const ObjectId* own_oid, const ServantBase* p_servant) {
+  remove_first_of_each_block(
+      [&](const _ActiveObjectEntry& e) { return e.oid == own_oid && e.p_servant == p_servant; });
+}
+
+void ActiveObjectMap::forget_servant(ServantBase* servant) {
+  PoaSemaphoreGuard guard(__LINE__);
+  if (ServantAccess::active_entries(*servant) == 0) return;
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom)
+    for (_ActiveObjectEntry& entry : block->entries)
+      if (entry.oid && entry.p_servant == servant) block->vacate(entry);
+  ServantAccess::active_entries(*servant) = 0;  // a map that is gone has counted nothing down
+}
+
+// ---- Walks over all servants: the semaphore is given back for each ---------------------------------------------------
+
+struct ActiveObjectMap::Cursor {
+  ActiveObjectMap* block;  // lives as long as the map
+  int slot = 0;
+};
+
+_ActiveObjectEntry* ActiveObjectMap::next_active(Cursor& at) {
+  for (; at.block; at = {at.block->next}) {
+    while (at.slot < SLOTS) {
+      _ActiveObjectEntry& entry = at.block->entries[at.slot++];
+      if (entry.p_servant && !entry.etherealized) return &entry;
+    }
+  }
+  return nullptr;
+}
+
+void ActiveObjectMap::clear_servants(POA* poa) {
+  POA_TRACE("ActiveObjectMap::clear_servants called...[POA_ptr = 0x%lx]", trace_address(poa));
+  for (Cursor at{this};;) {
+    ServantBase* servant = nullptr;
+    ObjectId oid;
+    {
+      PoaSemaphoreGuard guard(__LINE__);
+      const _ActiveObjectEntry* entry = next_active(at);
+      if (!entry) break;
+      oid = *entry->oid;
+      servant = entry->p_servant;
+      ServantAccess::hold(*servant);
+    }
+    ServantAccess::withdraw_reference(*servant, poa, oid, nullptr);
+    ServantAccess::release(*servant);
+  }
+  POA_TRACE("ActiveObjectMap::clear_servants end...");
+}
+
+void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+                                  PortableServer::ServantActivator* servantActivator_ptr, CORBA::Environment& _ev) {
+  POA_TRACE("ActiveObjectMap::etherealize called...[POA_ptr = 0x%lx, ServantActivator_ptr = 0x%lx]",
+            trace_address(poa_ptr), trace_address(servantActivator_ptr));
+  clear_servants(poa_ptr);
+  for (Cursor at{this}; servantActivator_ptr;) {
+    ServantBase* servant = nullptr;
+    ObjectId oid;
+    {
+      PoaSemaphoreGuard guard(__LINE__);
+      _ActiveObjectEntry* entry = next_active(at);
+      if (!entry) break;
+      oid = *entry->oid;
+      servant = entry->p_servant;
+      entry->etherealized = 1;
+      --ServantAccess::active_entries(*servant);
+    }
+    servantActivator_ptr->etherealize(oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, _ev);
+  }
+  POA_TRACE("ActiveObjectMap::etherealize end...");
+}
+
+// ---- Servant lists -------------------------------------------------------------------------------------------------
+
+void POA_ServantList::add_servant(POA_ServantList*& list, ServantBase* svt) {
+  auto* node = new POA_ServantList;
+  node->_svt = svt;
+  POA_ServantList** tail = &list;
+  while (*tail) tail = &(*tail)->_next;
+  *tail = node;
+}
+
+void POA_ServantList::remove_servant(POA_ServantList*& list, ServantBase* svt) {
+  if (!svt) return;
+  POA_ServantList** link = &list;
+  while (*link && (*link)->_svt != svt) link = &(*link)->_next;
+  if (POA_ServantList* found = *link) {
+    *link = found->_next;
+    delete found;
+  }
+}
+
+bool POA_ServantList::search_servant(const POA_ServantList* list, const ServantBase* svt) {
+  if (!svt) return false;
+  while (list && list->_svt != svt) list = list->_next;
+  return list != nullptr;
+}
+
+ObjectRefList::~ObjectRefList() {
+  while (ObjectRefList* node = next) {  // one by one: a long chain is no deep recursion
+    next = std::exchange(node->next, nullptr);
+    delete node;
+  }
+}

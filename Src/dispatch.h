@@ -1,0 +1,29 @@
+// What a request is addressed to, read once and handed down the road of the request.
+#pragma once
+
+#include "poainfo.h"
+#include "referencedata.h"
+
+/// The target of a request: its reference, the reference data in it (views, read once), and the POA that the data names.
+struct RequestTarget {
+  CORBA::Object* object = nullptr;
+  ReferenceDataView data;
+  bool has_data = false;  // false: the reference carries no reference data
+  POAInfoPtr poa;         // null when the ORB core gives no reference data
+
+  /// Reads the data and walks the POA path, asking adapter activators for missing POAs. BAD_PARAM for a nil target or bad data; what
+  /// findChildByName raises. The views live as long as the reference.
+  static RequestTarget find(CORBA::Object* reference, CORBA::Environment& ev);
+};
+
+/// An ObjectId over octets that somebody else keeps, for the length of a call.
+class BorrowedObjectId {
+ public:
+  explicit BorrowedObjectId(std::string_view octets)
+      : oid_(static_cast<CORBA::ULong>(octets.size()), static_cast<CORBA::ULong>(octets.size()),
+             reinterpret_cast<CORBA::Octet*>(const_cast<char*>(octets.data())), 0) {}
+  const PortableServer::ObjectId& get() const { return oid_; }
+
+ private:
+  PortableServer::ObjectId oid_;
+};

@@ -1,0 +1,154 @@
+// The two upcalls beside requests: a lost client, and the lifespan tick. No exception passes their edge.
+#include <ctime>
+#include <exception>
+#include <vector>
+
+#include "poainfo.h"
+#include "zrsocket.h"
+
+std::atomic<PortableServer::POAdisconnect*> _disc_instance{nullptr};
+
+namespace PortableServer {
+
+POAdisconnect::~POAdisconnect() = default;
+
+void POAdisconnect::setDisconnect(POAdisconnect* ptr, CORBA::Environment&) { _disc_instance = ptr; }
+
+void POAdisconnect::resetDisconnect(POAdisconnect* disconnect, CORBA::Environment& env) {
+  for (POAdisconnect* old = _disc_instance; old;)
+    if (_disc_instance.compare_exchange_weak(old, disconnect)) return;
+  raise<CORBA::BAD_PARAM>(env, nullptr);
+}
+
+void POAdisconnect::resetDisconnect(CORBA::Environment& env) { resetDisconnect(nullptr, env); }
+
+}  // namespace PortableServer
+
+namespace {
+
+using PortableServer::ServantAccess;
+using PortableServer::ServantBase;
+
+/// Runs a piece of program code; what it throws is logged and goes no further. False when it threw.
+template <class Call>
+bool contained(const char* what, Call&& call) {
+  try {
+    call();
+    return true;
+  } catch (const CORBA::Exception& e) {
+    OM_log("%s raised %s", what, e.id());
+  } catch (const std::exception& e) {
+    OM_log("%s threw: %s", what, e.what());
+  } catch (...) {
+    OM_log("%s threw something that is no exception class", what);
+  }
+  return false;
+}
+
+void trace_client(long fd, const void* host_addr, unsigned char is_ipv6) {
+  if (!OM_TRACE_IS_ON) return;
+  char text[65];
+  const char* printed = OM_inet_ntop(is_ipv6 ? ZR_af_inet6 : ZR_af_inet, host_addr, text, is_ipv6 ? 65 : 22);
+  if (!printed) printed = "NULL";
+  if (is_ipv6) {
+    POA_TRACE("  fd = %ld, host_ipv6 = %s", fd, printed);
+  } else {
+    POA_TRACE("  fd = %ld, host_ipv4 = %s", fd, printed);
+  }
+}
+
+/// The servants of a lost client, at most one a block of the maps, each held.
+std::vector<ServantBase*> servants_of_client(long fd, const void* host_addr, unsigned char is_ipv6) {
+  std::vector<ServantBase*> found;
+  PoaSemaphoreGuard guard(__LINE__);
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
+    ServantBase* servant = block->searchServantByClientData(static_cast<CORBA::Long>(fd), host_addr, is_ipv6, /*hold=*/true);
+    if (servant) found.push_back(servant);
+  }
+  return found;
+}
+
+/// Asks the program about each reference of the servant, until it wants the servant released.
+bool wants_release(PortableServer::POAdisconnect& callback, ServantBase& servant) {
+  CORBA::Environment environment;
+  bool released = false;
+  for (PortableServer::ServantReference& reference : ServantAccess::list_references(servant)) {
+    contained("release_instance", [&] {
+      released = callback.release_instance(reference.record->poa_object, &servant, reference.oid, environment);
+    });
+    if (released) return true;
+  }
+  return false;
+}
+
+void release_if_wanted(PortableServer::POAdisconnect& callback, ServantBase& servant) {
+  contained("releasing a servant", [&] {
+    if (!wants_release(callback, servant)) return;
+    servant.deactivate_ObjectReference();
+    servant.servant_delete();
+    POA_TRACE("  servant is deleted by POAdisconnect...");
+  });
+}
+
+std::vector<ServantBase*> take_delete_list() {
+  std::vector<ServantBase*> servants;
+  MutexGuard guard(poa_svt_delete_mutex);
+  while (POA_ServantList* node = servant_delete_list) {
+    servants.push_back(node->get_servant());
+    servant_delete_list = node->get_next();
+    delete node;
+  }
+  return servants;
+}
+
+/// Deletes a listed servant, unless a request got into it before it left the maps: then the next tick tries again.
+void delete_servant(ServantBase* servant) {
+  servant->deactivate_ObjectReference();
+  ActiveObjectMap::forget_servant(servant);
+  {
+    MutexGuard count_guard(poa_svt_ref_counter_mutex);
+    if (servant->get_ref_counter() != 0) {
+      MutexGuard list_guard(poa_svt_delete_mutex);
+      POA_ServantList::add_servant(servant_delete_list, servant);
+      return;
+    }
+  }
+  contained("a servant's destructor", [&] { delete servant; });
+}
+
+std::vector<ServantBase*> take_expired() {
+  std::vector<ServantBase*> expired;
+  MutexGuard guard(poa_svt_lifespan_mutex);
+  for (POA_ServantList *node = servant_lifespan_list, *next; node; node = next) {
+    next = node->get_next();
+    ServantBase* servant = node->get_servant();
+    if (servant->get_timer() > static_cast<CORBA::ULong>(std::time(nullptr))) continue;
+    POA_ServantList::remove_servant(servant_lifespan_list, servant);
+    expired.push_back(servant);
+  }
+  return expired;
+}
+
+}  // namespace
+
+void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6) {
+  POA_TRACE("call_disconnect_cpp_handler called...");
+  PortableServer::POAdisconnect* callback = _disc_instance;
+  if (!callback) return;
+  trace_client(fd, host_addr, is_ipv6);
+  for (ServantBase* servant : servants_of_client(fd, host_addr, is_ipv6)) {
+    release_if_wanted(*callback, *servant);
+    ServantAccess::release(*servant);
+  }
+}
+
+void call_poa_inst_lifespan() {
+  POA_TRACE("call_poa_inst_lifespan called...");
+  for (ServantBase* servant : take_delete_list()) delete_servant(servant);
+  POA_TRACE("  Servant is deleted...");
+  for (ServantBase* servant : take_expired()) {
+    servant->deactivate_ObjectReference();
+    servant->servant_delete();
+  }
+  POA_TRACE("call_poa_inst_lifespan end...");
+}

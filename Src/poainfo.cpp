@@ -1,0 +1,206 @@
+#include "poainfo.h"
+
+#include <unordered_map>
+
+std::atomic<void*> POAInfo::_orb{nullptr};
+std::atomic<void*> POAInfo::_boa{nullptr};
+PortableServer::POA* POAInfo::root_poa = nullptr;
+CORBA::ULong POAInfo::system_id = 0;
+
+POAInfo* root_poa_info = nullptr;
+bool initialised = false;
+void* _intfRep = nullptr;
+void* _implRep = nullptr;
+CurrentInfo* current_info = nullptr;
+PortableServer::Current* poa_current = nullptr;
+POAManagerInfo* default_poa_manager_info = nullptr;
+PortableServer::POAManager* default_poa_manager = nullptr;
+
+namespace {
+
+constexpr const char* POA_OBJECT_ID = "IDL:org.omg/PortableServer/POA:1.0";
+constexpr const char* MANAGER_OBJECT_ID = "IDL:omg.org/PortableServer/POAManager:1.0";
+
+/// The records that are alive, by identity; it owns them. Guarded by poa_mutex. Never destroyed: POAs live
+/// until the process ends.
+std::unordered_map<Identity, POAInfoPtr>& live_records() {
+  static auto& records = *new std::unordered_map<Identity, POAInfoPtr>;
+  return records;
+}
+
+POAInfoPtr live_record(Identity identity) {
+  MutexGuard guard(poa_mutex);
+  const auto found = live_records().find(identity);
+  return found == live_records().end() ? nullptr : found->second;
+}
+
+/// A copy for CORBA::string_free; null without memory.
+char* copy_name(const char* name) {
+  const std::size_t length = std::strlen(name);
+  char* copy = length < INT32_MAX ? CORBA::string_alloc(static_cast<CORBA::Long>(length + 1)) : nullptr;
+  if (copy) std::memcpy(copy, name, length + 1);
+  return copy;
+}
+
+}  // namespace
+
+// ---- Life
+// ---------------------------------------------------------------------------------------------------------------
+
+POAInfo::POAInfo() : identity(new_identity()) {
+  POA_TRACE("POAInfo::POAInfo called...[this=0x%lx]", trace_address(this));
+}
+
+POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
+                 const CORBA::PolicyList& policies, CORBA::Environment& _ev)
+    : identity(new_identity()) {
+  POA_TRACE("POAInfo::POAInfo(...) called...");
+  read_policies(policies, _ev);
+  CORBA::String_var name(copy_name(_adapter_name));
+  if (!name.in()) {
+    raise<CORBA::BAD_PARAM>(_ev, "NULL name.. throw CORBA::StExcep::BAD_PARAM.",
+                            "POAInfo::POAInfo [adapter_name is invalid.]");
+  }
+  if (!CORBA::is_nil(a_POAManager)) {
+    POA_TRACE("  set this->poa_manager to a_POAManger");
+    poa_manager = a_POAManager;
+    poa_managerInfo_ptr = POAManagerInfo::findPOAManagerInfo(a_POAManager, _ev);
+  } else {
+    POA_TRACE("  a_POAManager is NULL");
+    share_default_manager(_ev);
+  }
+  adapter_name = name._retn();
+  POA_TRACE("POAInfo::POAInfo(...) end...");
+}
+
+void POAInfo::share_default_manager(CORBA::Environment& _ev) {
+  if (!default_poa_manager) {
+    POA_TRACE("  default_poa_manager is NULL");
+    ValueReferenceData<Identity> data(default_poa_manager_info->identity);
+    CORBA_Environment core{};
+    POA_TRACE("  createObject call");
+    void* reference = createObject(&data.sequence, MANAGER_OBJECT_ID, MANAGER_OBJECT_ID, nullptr, &core);
+    if (!reference) raise<CORBA::BAD_PARAM>(_ev, "POAInfo::POAInfo [obj is nil.]");
+    default_poa_manager = new PortableServer_POAManager_impl;
+    default_poa_manager->set_ref(reference);
+  }
+  poa_manager = default_poa_manager;
+  poa_managerInfo_ptr = default_poa_manager_info;
+}
+
+POAInfo::~POAInfo() {
+  POA_TRACE("POAInfo::~POAInfo called...[this=0x%lx]", trace_address(this));
+  CORBA::string_free(std::exchange(adapter_name, nullptr));
+  delete active_object_map.exchange(nullptr);
+  requestCache.reset();
+  CORBA::release(std::exchange(poa_object, nullptr));
+}
+
+// ---- The POA object
+// -------------------------------------------------------------------------------------------------------
+
+PortableServer::POA* POAInfo::createObject(CORBA::Environment& _ev) {
+  POA_TRACE("POAInfo::createObject called...");
+  ValueReferenceData<Identity> data(identity);
+  CORBA_Environment core{};
+  POA_TRACE("  POAInfo::createObject(...) call");
+  void* reference = createObject(&data.sequence, POA_OBJECT_ID, POA_OBJECT_ID, nullptr, &core);
+  POA_TRACE("  POAInfo::createObject(...) end");
+  if (!reference) {
+    raise<CORBA::BAD_PARAM>(_ev, "obj = NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::createObject [obj is nil.]");
+  }
+  poa_object = new PortableServer_POA_impl;
+  poa_object->set_ref(reference);
+  POA_TRACE("POAInfo::createObject end...");
+  return poa_object;
+}
+
+void* POAInfo::createObject(const CORBA_sequence_octet* referenceData, const char* impl_name,
+                            const char* intf_name, void*, CORBA_Environment* _ev) {
+  POA_TRACE("imple_name=%s intf_name=%s", impl_name, intf_name);
+  void* reference = ZR_create_object_reference(referenceData, intf_name, impl_name, _ev);
+  return _ev->_major == CORBA_NO_EXCEPTION ? reference : nullptr;
+}
+
+POAInfoPtr POAInfo::findPOAInfo(PortableServer::POA* _this, CORBA::Environment&) {
+  POA_TRACE("POAInfo::findPOAInfo called...");
+  Identity wanted = 0;
+  switch (read_reference_data(_this, &wanted, sizeof wanted)) {
+    case DataRead::failed:
+      POA_TRACE("POAInfo::findPOAInfo end... [return NULL : exeption]");
+      return nullptr;
+    case DataRead::too_short:
+      POA_TRACE("POAInfo::findPOAInfo end... [return NULL 1]");
+      return nullptr;
+    case DataRead::whole:
+      break;
+  }
+  POAInfoPtr record = live_record(wanted);
+  if (!is_existent(record.get())) {
+    POA_TRACE("POAInfo::findPOAInfo end... [return NULL 2]");
+    return nullptr;
+  }
+  POA_TRACE("POAInfo::findPOAInfo end... [find POAInfo]");
+  return record;
+}
+
+// ---- Proof of life
+// ----------------------------------------------------------------------------------------------------------
+
+bool POAInfo::is_existent(const POAInfo* target) {
+  POA_TRACE("POAInfo::is_existent called...");
+  if (!target) return false;
+  if (!root_poa_info) {
+    POA_TRACE("not exist...");
+    return false;
+  }
+  MutexGuard guard(poa_mutex);
+  const bool exists = is_existent_sub(root_poa_info, target);
+  POA_TRACE("POAInfo::is_existent end...");
+  return exists;
+}
+
+bool POAInfo::is_existent_sub(const POAInfo* parent, const POAInfo* target) {
+  POA_TRACE("POAInfo::is_existent_sub called...");
+  if (parent == target) return true;
+  for (const POAInfo* child = parent->first_child; child; child = child->siblings) {
+    if (child == target) {
+      POA_TRACE("POAInfo::is_existent_sub end...[exist]");
+      return true;
+    }
+    if (is_existent_sub(child, target)) return true;
+  }
+  POA_TRACE("POAInfo::is_existent_sub end...[not exist]");
+  return false;
+}
+
+void POAInfo::enter_live(const POAInfoPtr& record) { live_records().emplace(record->identity, record); }
+
+bool POAInfo::is_live(const POAInfo& record) { return live_records().count(record.identity) != 0; }
+
+bool POAInfo::unlink(const POAInfo& child) {
+  if (!child.parent) return false;
+  for (POAInfo** link = &child.parent->first_child; *link; link = &(*link)->siblings) {
+    if (*link != &child) continue;
+    *link = child.siblings;
+    live_records().erase(child.identity);
+    return true;
+  }
+  return false;
+}
+
+void POAInfo::remove_from_list(POAInfo* target) {
+  POA_TRACE("POAInfo::remove_from_list called...");
+  if (!target || !root_poa_info) return;
+  const POAInfoPtr hold = target->shared_from_this();  // so that it is deleted with the lock given back
+  MutexGuard guard(poa_mutex);
+  const bool is_first = target->parent && target->parent->first_child == target;
+  const bool removed = unlink(*target);
+  if (is_first) return;
+  if (removed) {
+    POA_TRACE("POAInfo::remove_from_list end...[removed. POAInfo=0x%lx]", trace_address(target));
+  } else {
+    POA_TRACE("POAInfo::remove_from_list end...[not removed]");
+  }
+}

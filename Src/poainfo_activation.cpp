@@ -1,0 +1,260 @@
+// Activating and deactivating objects, references to objects that need not be active, servant manager and default servant.
+#include <new>
+
+#include "poainfo.h"
+
+using PortableServer::ObjectId;
+using PortableServer::POA;
+using PortableServer::ServantAccess;
+using PortableServer::ServantBase;
+using PortableServer::ServantHold;
+using PortableServer::ServantManager;
+
+// ---- activate_object -----------------------------------------------------------------------------------------------
+
+ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::activate_object called...");
+  if (!p_servant)
+    raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object [servant is null.]");
+  if (!retains())
+    raise<POA::WrongPolicy>(ev, "non_retain.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object [wrong policy.]");
+  if (!system_id_assigned())
+    raise<POA::WrongPolicy>(ev, "user_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object [wrong policy.]");
+  std::unique_ptr<ObjectId> oid(genSystemId());
+  if (!oid)
+    raise<CORBA::BAD_PARAM>(ev, "system_id=NULL.. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object [systemId is null.]");
+  const auto first = trace_octets(oid_view(*oid));
+  POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+  POA_TRACE("  POAInfo::activate_object_with_id call");
+  replacing<POA::ServantAlreadyActive, POA::WrongPolicy>(
+      ev, "throw PortableServer::POA::ServantAlreadyActive", "POAInfo::activate_object [already activate.]",
+      [&] { activate_object_with_id(*oid, p_servant, ev); });
+  POA_TRACE("POAInfo::activate_object end...");
+  return oid.release();
+}
+
+void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::activate_object_with_id called...");
+  if (id.length() < 1)
+    raise<CORBA::BAD_PARAM>(ev, "id.length()<1 throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object_with_id [id length is invalid.]");
+  if (!p_servant)
+    raise<CORBA::BAD_PARAM>(ev, "p_servant=NULL throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object_with_id [servant is null.]");
+  if (!retains())
+    raise<POA::WrongPolicy>(ev, "non_retain...  PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object_with_id [wrong policy.]");
+  replacing<POA::ServantAlreadyActive, POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>(
+      ev, "other ex. throw PortableServer::POA::ServantAlreadyActive",
+      "POAInfo::activate_object_with_id [already activate.]", [&] {
+        const ObjectId* own_id = enter_active(id, *p_servant, ev);
+        POA_TRACE("  POA_impl_is_ready call");
+        register_active(id, *p_servant, own_id, ev);
+      });
+  POA_TRACE("POAInfo::activate_object_with_id end...");
+}
+
+ActiveObjectMap* POAInfo::map_for_insert() {
+  PoaSemaphoreGuard guard(__LINE__);
+  if (!active_object_map) {
+    auto* map = new (std::nothrow) ActiveObjectMap;
+    if (!map) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+    active_object_map = map;
+  }
+  return active_object_map;
+}
+
+const ObjectId* POAInfo::enter_active(const ObjectId& id, ServantBase& servant, CORBA::Environment& ev) {
+  PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the checks and the entry
+  if (ActiveObjectMap* map = active_object_map; map && unique_id()) {
+    if (map->findOidByServant(&servant))
+      raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
+    if (map->findServantById(id))
+      raise<POA::ObjectAlreadyActive>(ev, "already activated. throw PortableServer::POA::ObjectAlreadyActive",
+                                      "POAInfo::activate_object_with_id [already activate.]");
+  }
+  std::unique_ptr<ObjectId> copy(PortableServer_ObjectId_duplicate(&id, ev));
+  ActiveObjectMap* map = map_for_insert();
+  POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [servant = 0x%lx this = 0x%lx into AOM]",
+            trace_address(&servant), trace_address(this));
+  const ObjectId* own_id = copy.get();
+  map->insertActiveObjectMap(copy.release(), &servant);
+  return own_id;
+}
+
+void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const ObjectId* own_id, CORBA::Environment& ev) {
+  try {
+    POA_impl_is_ready(&servant, &id, ev);
+  } catch (...) {
+    active_object_map.load()->removeInserted(own_id, &servant);
+    throw;
+  }
+}
+
+// ---- deactivate_object ---------------------------------------------------------------------------------------------
+
+namespace {
+
+/// The activator that etherealizes for the POA; null when it has none.
+PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
+  CORBA::Environment ev;  // that the policy is another is no failure of the caller's operation
+  ServantManager* manager = nullptr;
+  try {
+    manager = poa.get_servant_manager(ev);
+  } catch (const POA::WrongPolicy&) {
+    return nullptr;
+  }
+  if (CORBA::is_nil(manager)) {
+    POA_TRACE("  ServantManager_ptr is NULL, return...");
+    return nullptr;
+  }
+  auto* activator = static_cast<PortableServer::ServantActivator*>(manager->get_servant_activator());
+  if (!activator) POA_TRACE("  ServantActivator is NULL, return...");
+  return activator;
+}
+
+/// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told that it is not active.
+/// Gives the servant, held, or null.
+ServantBase* take_active(ActiveObjectMap& map, const ObjectId& oid) {
+  PoaSemaphoreGuard guard(__LINE__);
+  ServantBase* servant = map.findServantById(oid, /*hold=*/true);
+  if (!servant) return nullptr;
+  POA_TRACE("  ActiveObjectMap::deactivateByOid call");
+  map.deactivateByOid(oid);
+  POA_TRACE("  ActiveObjectMap::removeById call");
+  map.removeById(oid);
+  return servant;
+}
+
+}  // namespace
+
+void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::deactivate_object called...");
+  if (oid.length() < 1)
+    raise<CORBA::BAD_PARAM>(ev, "oid.length() < 1, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::deactivate_object [oid invalid.]");
+  if (!retains())
+    raise<POA::WrongPolicy>(ev, "non_retain, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::deactivate_object [wrong policy.]");
+  ActiveObjectMap* map = active_object_map;
+  POA_TRACE("  aom = 0x%lx, this = 0x%lx, oid = 0x%lx", trace_address(map), trace_address(this), trace_address(&oid));
+  if (!map)
+    raise<POA::ObjectNotActive>(ev, "active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::deactivate_object [activate_object_map is null.]");
+  ServantBase* servant = take_active(*map, oid);
+  if (!servant)
+    raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::deactivate_object [servant is null.]");
+  {
+    const ServantHold held(*servant);  // not as long as into the activator, which may delete it
+    ServantAccess::withdraw_reference(*servant, poa_object, oid, _orb);
+  }
+  if (auto* activator = etherealizer(*this)) {
+    POA_TRACE("  ServantActivator->etherealiize call [servant = 0x%lx]", trace_address(servant));
+    activator->etherealize(oid, poa_object, servant, 1, 1, ev);
+  }
+}
+
+// ---- References without an active object ---------------------------------------------------------------------------
+
+CORBA::Object* POAInfo::create_reference(const char* intf, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::create_reference called...");
+  if (!intf)
+    raise<CORBA::BAD_PARAM>(ev, "intf == NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference [intf is null.]");
+  if (!system_id_assigned())
+    raise<POA::WrongPolicy>(ev, "not system_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::create_reference [wrong policy.]");
+  const std::unique_ptr<ObjectId> oid(genSystemId());
+  if (!oid)
+    raise<CORBA::BAD_PARAM>(ev, "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference [systemId is null.]");
+  CORBA::Object* reference = POACreateReference(*oid, intf, ev);
+  POA_TRACE("POAInfo::create_reference end...");
+  return reference;
+}
+
+CORBA::Object* POAInfo::create_reference_with_id(const ObjectId& oid, const char* intf, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::create_reference_with_id called...");
+  if (!intf)
+    raise<CORBA::BAD_PARAM>(ev, "intf=NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference_with_id [intf is null.]");
+  if (oid.length() < 1)
+    raise<CORBA::BAD_PARAM>(ev, "oid.length() < 1,throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference_with_id [oid is invalid.]");
+  if (system_id_assigned())
+    raise<POA::WrongPolicy>(ev, "system_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::create_reference_with_id [wrong policy.]");
+  POA_TRACE("POAInfo::create_reference_with_id end...");
+  return POACreateReference(oid, intf, ev);
+}
+
+// ---- Servant manager -----------------------------------------------------------------------------------------------
+
+ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::get_servant_manager called...");
+  if (!uses_servant_manager())
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::get_servant_manager [wrong policy.]");
+  if (!retains() && servant_retention_policy != servantRetentionPolicy_NON_RETAIN_tag)
+    raise<CORBA::OBJ_ADAPTER>(ev, "throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::get_servant_manager [OBJ_ADAPTER.]",
+                              MINOR_NO_MANAGER);
+  POA_TRACE("POAInfo::get_servant_manager end...[return ServantManager");
+  return servantManager_ptr;
+}
+
+void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) {
+  constexpr const char* set_already = "POAInfo::set_servant_manager [BAD_INV_ORDER.]";
+  POA_TRACE("POAInfo::set_servant_manager called...");
+  if (!uses_servant_manager())
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::set_servant_manager [wrong policy.]");
+  if (!CORBA::is_nil(servantManager_ptr)) raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
+  if (imgr && retains() != static_cast<bool>(imgr->is_activator()))
+    raise<CORBA::BAD_PARAM>(ev,
+                            retains() ? "retain. throw CORBA::StExcep::BAD_PARAM"
+                                      : "non_retain. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::set_servant_manager [BAD_PARAM.]");
+  ServantManager* none = nullptr;
+  if (!servantManager_ptr.compare_exchange_strong(none, imgr))  // by another thread, just now
+    raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
+  POA_TRACE("POAInfo::set_servant_manager end...");
+}
+
+// ---- Default servant -----------------------------------------------------------------------------------------------
+
+ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::get_servant called...");
+  if (!uses_default_servant())
+    raise<POA::WrongPolicy>(ev, "non_retain.\tPortableServer::POA::WrongPolicy",
+                            "POAInfo::get_servant [wrong policy.]");
+  ServantBase* servant = servant_default;
+  if (!servant)
+    raise<POA::NoServant>(ev, "non_retain.\tPortableServer::POA::NoServant",
+                          "POAInfo::get_servant [default servant is null.]");
+  POA_TRACE("POAInfo::get_servant end...");
+  return servant;
+}
+
+void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::set_servant called...[POAInfo = 0x%lx, servant = 0x%lx]", trace_address(this),
+            trace_address(p_servant));
+  if (!uses_default_servant())
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant [wrong policy.]");
+  if (servant_default == p_servant) return;
+  std::shared_ptr<const ObjectId> oid(p_servant ? genSystemId() : nullptr);
+  if (p_servant && !oid)  // the old one stays installed
+    raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant [BAD_PARAM.]");
+  if (p_servant) p_servant->add_default_servant_ref();
+  ServantBase* old = nullptr;
+  {
+    std::lock_guard lock(default_mutex);
+    old = servant_default.exchange(p_servant);
+    oid_default.swap(oid);
+  }
+  if (old) old->rem_default_servant_ref();
+  POA_TRACE("POAInfo::set_servant end...");
+}

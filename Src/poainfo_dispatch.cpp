@@ -1,0 +1,217 @@
+// The road of a request through the adapter, top to bottom: upcall, POA, manager state, servant, invoke, release, and what the client gets when
+// any of it fails.
+#include <cstdlib>
+
+#include "dispatch.h"
+#include "poainfo.h"
+#include "serverrequest.h"
+
+namespace {
+
+using PortableServer::ServantAccess;
+using PortableServer::ServantBase;
+
+/// The ORB core's raw handles as mapping objects, for the length of an upcall. The handles stay the core's.
+class UpcallObjects {
+ public:
+  UpcallObjects(void* raw_target, void* raw_request) {
+    target.set_ref(raw_target);
+    request.set_ref(raw_request);
+  }
+  ~UpcallObjects() {
+    target.set_ref(nullptr);
+    request.set_ref(nullptr);
+  }
+  UpcallObjects(const UpcallObjects&) = delete;
+  UpcallObjects& operator=(const UpcallObjects&) = delete;
+
+  CORBA::Object target;
+  CORBA::ServerRequest request;
+};
+
+/// The operation's name, copied for the dispatch.
+class OperationName {
+ public:
+  explicit OperationName(void* request) : text_(server_CORBA_ServerRequest_operation(request, nullptr)) {}
+  ~OperationName() { CORBA_free(text_); }
+  OperationName(const OperationName&) = delete;
+  OperationName& operator=(const OperationName&) = delete;
+  const char* get() const { return text_ ? text_ : ""; }
+
+ private:
+  char* text_;
+};
+
+/// A servant in use: counted, so that nobody deletes it, and tied to the target of the request.
+class ServantInUse {
+ public:
+  /// The servant's counter has been raised already.
+  ServantInUse(ServantBase& servant, CORBA::Object& target) : servant_(servant) { ServantAccess::target(servant) = &target; }
+  ~ServantInUse() { release(); }
+  ServantInUse(const ServantInUse&) = delete;
+  ServantInUse& operator=(const ServantInUse&) = delete;
+
+  /// Gives the count back; the servant goes onto the delete list when it was waiting for that. It is not to be touched afterwards.
+  void release() {
+    if (std::exchange(released_, true)) return;
+    ServantAccess::target(servant_) = nullptr;
+    ServantAccess::release(servant_);
+  }
+
+ private:
+  ServantBase& servant_;
+  bool released_ = false;
+};
+
+void check_manager_state(POAInfo& poa, CORBA::Environment& ev) {
+  switch (poa.get_poa_manager_info()->get_state()) {
+    case PortableServer::POAManager::DISCARDING:
+      POA_TRACE("poa is discarging, throw CORBA::StExcep::TRANSIENT");
+      raise<CORBA::TRANSIENT>(ev, "dsi_routine_cpp_poa [state is DISCARDING.]", MINOR_DISCARDING);
+    case PortableServer::POAManager::INACTIVE:
+      raise<PortableServer::POAManager::AdapterInactive>(ev, "dsi_routine_cpp_poa [state is INACTIVE.]");
+    default: break;  // a holding manager holds requests in the ORB core: one that got here is served
+  }
+}
+
+void trace_request(void* raw, const char* operation) {
+  if (!OM_TRACE_IS_ON) return;
+  void* request = server_CORBA_ServerRequest_request(raw, nullptr);
+  CDR* cdr = nullptr;
+  OM_req_lib_UNO_IIOP_get_cdr(request, &cdr);
+  POA_TRACE("  _response_expected : %d", server_CORBA_ServerRequest_response_expected(raw, nullptr));
+  POA_TRACE("  _request_type      : %u", server_CORBA_ServerRequest_request_type(raw, nullptr));
+  POA_TRACE("  _operation         : %s", operation);
+  POA_TRACE("  _request           : 0x%lx", trace_address(request));
+  POA_TRACE("  __cdr              : 0x%lx", trace_address(cdr));
+}
+
+/// Where the servant of a request came from, and what has to be done with it afterwards.
+struct Located {
+  ServantBase* servant = nullptr;  // its counter is raised
+  bool by_locator = false;
+  CORBA::ULong cookie = 0;
+};
+
+/// The servant in the map or the default servant, held; null when there is none that may serve. What `reference_to_servant` and the check of the
+/// deletion flags would raise is raised nowhere, because the search goes on: only its trace lines are written.
+ServantBase* find_active(const RequestTarget& target) {
+  POA_TRACE("  POAInfo::reference_to_servant call");
+  ServantBase* servant = target.poa->find_servant(target, /*hold=*/true);
+  if (!servant) return nullptr;
+  POA_TRACE("  POAInfo::reference_to_servant done");
+  if (!servant->get_to_be_deleted() && !servant->get_deleted()) return servant;
+  POA_TRACE("dsi_routine_cpp_poa : throw OBJECT_NOT_EXIST");
+  ServantAccess::release(*servant);
+  return nullptr;
+}
+
+/// Asks the servant activator. What it raises reaches the client as a plain exception, whatever its type.
+ServantBase* ask_activator(const RequestTarget& target, CORBA::Environment& ev) {
+  try {
+    POA_TRACE("  POAInfo::incarnate call");
+    ServantBase* servant = target.poa->incarnate_held(target, ev);
+    POA_TRACE("  POAInfo::incarnate done");
+    return servant;
+  } catch (const CORBA::Exception& e) {
+    throw CORBA::Exception(e);
+  }
+}
+
+Located locate_servant(const RequestTarget& target, const char* operation, CORBA::Environment& ev) {
+  Located found;
+  found.servant = find_active(target);
+  if (found.servant) return found;
+  if (target.poa->retains() && target.poa->uses_servant_manager()) {
+    found.servant = ask_activator(target, ev);
+    return found;
+  }
+  POA_TRACE("  POAInfo::preinvoke call");
+  found.by_locator = true;
+  found.servant = target.poa->preinvoke(target, operation, found.cookie, ev);
+  POA_TRACE("  POAInfo::preinvoke done [servant = 0x%lx]", trace_address(found.servant));
+  ServantAccess::hold(*found.servant);
+  return found;
+}
+
+/// Runs the operation on the servant: the POA Current is set meanwhile, and the target is entered among the servant's references.
+void invoke_servant(const RequestTarget& target, ServantBase& servant, CORBA::ServerRequest& request, CORBA::Environment& ev) {
+  POAInfo& poa = *target.poa;
+  const CurrentContext context(poa.poa_object, target.data.object_id, target.has_data);
+  ServantInUse use(servant, *target.object);
+  const auto default_oid = &servant == poa.servant_default.load() ? poa.default_oid() : nullptr;
+  servant.set_ObjectReference(poa.poa_object, target.object, 1, POAInfo::_boa, default_oid.get());
+  POA_TRACE("  servant->invoke call [servant=0x%lx]", trace_address(&servant));
+  if (!servant.invoke(&request, ev))
+    raise<CORBA::BAD_OPERATION>(ev, "servant invoke faild.  throw BAD_OPERATION.", MINOR_NO_OPERATION);
+  if (dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) {
+    POA_TRACE("  using DSI...");
+    OM_CORBA_ServerRequest_dsi_complete_cpp(request.get_ref());
+  }
+  use.release();
+  if (ev.exception()) POA_TRACE("exception-id %s", ev.exception()->id());
+}
+
+void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, CORBA::Environment& ev) {
+  POA_TRACE("dsi_routine_cpp_poa called...");
+  const RequestTarget target = RequestTarget::find(&object, ev);
+  POA_TRACE("  find poa.. poa_info=0x%lx", trace_address(target.poa.get()));
+  if (!target.poa) {
+    POA_TRACE("poa_info == NULL,throw PortableServer::POA::AdapterNonExistent");
+    raise<PortableServer::POA::AdapterNonExistent>(ev, "dsi_routine_cpp_poa [poa_info is null.]");
+  }
+  check_manager_state(*target.poa, ev);
+  const OperationName operation(request.get_ref());
+  trace_request(request.get_ref(), operation.get());
+  const Located found = locate_servant(target, operation.get(), ev);
+  try {
+    invoke_servant(target, *found.servant, request, ev);
+    if (found.by_locator) {
+      POA_TRACE("  POAInfo::postinvoke call");
+      target.poa->postinvoke(target, operation.get(), found.cookie, found.servant, ev);
+      POA_TRACE("  POAInfo::postinvoke done");
+    }
+  } catch (const CORBA::SystemException& e) {
+    POA_TRACE("dsi_routine_cpp_poa [throw SystemException : id = %s]", e.id());
+    throw;
+  } catch (const CORBA::Exception& e) {
+    POA_TRACE("dsi_routine_cpp_poa [throw Exception : id = %s]", e.id());
+    throw;
+  }
+  POA_TRACE("dsi_routine_cpp_poa end...");
+}
+
+/// Replies with a system exception.
+void reply_exception(void* request, const CORBA::SystemException& exception) {
+  CORBA::Environment environment;
+  void* handle = server_CORBA_ServerRequest_request(request, nullptr);
+  environment.exception(exception._clone());
+  const bool begun = OM_req_lib_UNO_IIOP_encode_reply_header(handle, ZR_REPLY_SYSTEM_EXCEPTION);
+  if (begun && server_CORBA_ServerRequest_response_expected(request, nullptr))
+    OM_req_lib_UNO_IIOP_encode_standard_excep(handle, environment._evp);
+}
+
+}  // namespace
+
+void call_cpp_handler(void* target, void* request, CORBA_Environment* env) {
+  POA_TRACE("call_cpp_handler called...");
+  env->_major = CORBA_NO_EXCEPTION;
+  try {
+    CORBA::Environment ev;
+    UpcallObjects objects(target, request);
+    POA_TRACE("  dsi_routine_cpp_poa call");
+    dsi_routine_cpp_poa(objects.target, objects.request, ev);
+  } catch (const CORBA::SystemException& e) {
+    POA_TRACE("system-exception-id: %s", e.id());
+    reply_exception(request, e);
+  } catch (const CORBA::Exception& e) {
+    POA_TRACE("system-exception-id: %s", e.id());
+    reply_exception(request, CORBA::UNKNOWN());
+  } catch (const std::bad_alloc&) {
+    reply_exception(request, CORBA::NO_MEMORY(0, CORBA::COMPLETED_MAYBE));
+  } catch (const std::exception& e) {
+    OM_log("a servant let a C++ exception pass: %s", e.what());
+    reply_exception(request, CORBA::UNKNOWN(0, CORBA::COMPLETED_MAYBE));
+  }
+  POA_TRACE("call_cpp_handler end...");
+}

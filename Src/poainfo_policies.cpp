@@ -1,0 +1,190 @@
+// Policies: the factories of the shared policy objects, and how a policy list shapes a record.
+#include <algorithm>
+#include <iterator>
+#include <mutex>
+#include <string>
+
+#include "policykinds.h"
+
+namespace {
+
+/// Names of the shared objects, by tag.
+constexpr const char* shared_names[POLICY_TAGS] = {
+    "threadPolicy_ORB_CTRL_MODEL",
+    "threadPolicy_SINGLE_THREAD_MODEL",
+    "lifespanPolicy_TRANSIENT",
+    "lifespanPolicy_PERSISTENT",
+    "idUniquenessPolicy_UNIQUE_ID",
+    "idUniquenessPolicy_MULTIPLE_ID",
+    "idAssignmentPolicy_USER_ID",
+    "idAssignmentPolicy_SYSTEM_ID",
+    "implicitActivationPolicy_IMPLICIT_ACTIVATION",
+    "implicitActivationPolicy_NO_IMPLICIT_ACTIVATION",
+    "servantRetentionPolicy_RETAIN",
+    "servantRetentionPolicy_NON_RETAIN",
+    "requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY",
+    "requestProcessingPolicy_USE_DEFAULT_SERVANT",
+    "requestProcessingPolicy_USE_SERVANT_MANAGER",
+};
+
+std::mutex shared_mutex;
+CORBA::Policy* shared_objects[POLICY_TAGS];  // guarded by shared_mutex; each is made once and never destroyed
+
+[[noreturn]] void raise_bad_param(const PolicyKind& kind, const char* first, const char* reason,
+                                  CORBA::Environment& ev) {
+  raise<CORBA::BAD_PARAM>(ev, first, (std::string("POAInfo::") + kind.factory + reason).c_str());
+}
+
+template <class Kind>
+CORBA::Policy* make_shared_object(PolicyTag tag, CORBA::Environment& ev) {
+  constexpr const PolicyKind& kind = policy_kind<Kind>;
+  constexpr const char* id = Kind::repository_id.value;
+  ValueReferenceData<PolicyTag> data(tag);
+  CORBA_Environment core{};
+  void* reference = POAInfo::createObject(&data.sequence, id, id, nullptr, &core);
+  if (!reference) raise_bad_param(kind, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", " [obj is nil.]", ev);
+  auto* made = new PortableServer_Policy_impl<Kind>;
+  made->__value = static_cast<typename Kind::value_type>(tag - kind.first);
+  made->set_ref(reference);
+  POA_TRACE("POAInfo::%s end...[%s]", kind.factory, shared_names[tag]);
+  return made;
+}
+
+template <class Kind>
+Kind* shared_object(typename Kind::value_type value, CORBA::Environment& ev) {
+  constexpr const PolicyKind& kind = policy_kind<Kind>;
+  POA_TRACE("POAInfo::%s called...", kind.factory);
+  if (value >= kind.count)
+    raise_bad_param(kind, "bad param, throw CORBA::StExcep::BAD_PARAM", " [bad param.]", ev);
+  const PolicyTag tag = kind.first + value;
+  std::lock_guard lock(shared_mutex);
+  if (!shared_objects[tag]) shared_objects[tag] = make_shared_object<Kind>(tag, ev);
+  return static_cast<Kind*>(shared_objects[tag]->_cast(Kind::repository_id.value));
+}
+
+/// The number in the reference data of a list's element: any reference is taken for a policy. -1 when the ORB
+/// core cannot tell.
+CORBA::Long findPolicyTag(CORBA::Object* _this) {
+  POA_TRACE("findPolicyTag called...");
+  PolicyTag tag = 0;
+  switch (read_reference_data(_this, &tag, sizeof tag)) {
+    case DataRead::failed:
+      return -1;
+    case DataRead::too_short:
+      return 0;
+    case DataRead::whole:
+      break;
+  }
+  POA_TRACE("policy_tag end...[ret = %d]", static_cast<int>(tag));
+  return static_cast<CORBA::Long>(tag);
+}
+
+/// A combination that no POA can have: all of `tags`.
+struct Rule {
+  PolicyTag tags[3];  // the last one again where there are two
+  const char* first_trace;
+  const char* second_trace;
+};
+
+constexpr Rule rules[] = {
+    {{servantRetentionPolicy_NON_RETAIN_tag, requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY_tag,
+      requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY_tag},
+     "ERROR InvaridPolicy! NON_RETAIN,USE_ACTIVE_OBJECT_MAP_ONLY",
+     "POAInfo::POAInfo [ERROR InvaridPolicy! NON_RETAIN,USE_ACTIVE_OBJECT_MAP_ONLY.]"},
+    {{requestProcessingPolicy_USE_DEFAULT_SERVANT_tag, idUniquenessPolicy_UNIQUE_ID_tag,
+      idUniquenessPolicy_UNIQUE_ID_tag},
+     "ERROR InvaridPolicy! USE_DEFAULT_SERVANT,UNIQUE_ID",
+     "POAInfo::POAInfo [ERROR InvaridPolicy! USE_DEFAULT_SERVANT,UNIQUE_ID.]"},
+    {{implicitActivationPolicy_IMPLICIT_ACTIVATION_tag, idAssignmentPolicy_SYSTEM_ID_tag,
+      servantRetentionPolicy_NON_RETAIN_tag},
+     "ERROR InvaridPolicy! IMPLICIT_ACTIVATION,SYSTEM_ID,NON_RETAIN",
+     "POAInfo::POAInfo [ERROR InvaridPolicy! IMPLICIT_ACTIVATION,SYSTEM_ID,NON_RETAIN.]"},
+    {{implicitActivationPolicy_IMPLICIT_ACTIVATION_tag, idAssignmentPolicy_USER_ID_tag,
+      idAssignmentPolicy_USER_ID_tag},
+     "ERROR InvaridPolicy! IMPLICIT_ACTIVATION,USER_ID",
+     "POAInfo::POAInfo [ERROR InvaridPolicy! IMPLICIT_ACTIVATION,USER_ID.]"},
+};
+
+/// The row of policy_kinds that a tag belongs to; the number of rows when it belongs to none.
+std::size_t kind_index(PolicyTag tag) {
+  const auto row = std::find_if(std::begin(policy_kinds), std::end(policy_kinds),
+                                [tag](const PolicyKind& kind) { return kind.has(tag); });
+  return static_cast<std::size_t>(row - std::begin(policy_kinds));
+}
+
+[[noreturn]] void raise_invalid(const Rule& rule, CORBA::ULong index, CORBA::Environment& ev) {
+  POA_TRACE("%s", rule.first_trace);
+  auto* exception =
+      new PortableServer::POA::InvalidPolicy(static_cast<CORBA::UShort>(std::min(index, 0xFFFFu)));
+  const PortableServer::POA::InvalidPolicy copy(*exception);
+  POA_TRACE("%s", rule.second_trace);
+  ev.exception(exception);
+  throw copy;
+}
+
+}  // namespace
+
+void POAInfo::read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
+  CORBA::ULong set_by[std::size(policy_kinds)] = {};  // the element that set each field last
+  for (CORBA::ULong i = 0; i < policies.length(); ++i) {
+    CORBA::Policy* element = policies[i].in();
+    if (CORBA::is_nil(element)) continue;
+    const auto tag = static_cast<PolicyTag>(findPolicyTag(element));
+    const std::size_t kind = kind_index(tag);
+    if (kind == std::size(policy_kinds)) continue;
+    this->*policy_kinds[kind].field = tag;
+    set_by[kind] = i;
+  }
+  for (const Rule& rule : rules) {
+    CORBA::ULong completed_by = 0;
+    const bool broken = std::all_of(std::begin(rule.tags), std::end(rule.tags), [&](PolicyTag tag) {
+      const std::size_t kind = kind_index(tag);
+      completed_by = std::max(completed_by, set_by[kind]);
+      return this->*policy_kinds[kind].field == tag;
+    });
+    if (broken) raise_invalid(rule, completed_by, _ev);
+  }
+}
+
+// ---- The factories
+// --------------------------------------------------------------------------------------------------------
+
+CORBA::Policy* POAInfo::shared_policy(PolicyTag tag) {
+  std::lock_guard lock(shared_mutex);
+  return tag < POLICY_TAGS ? shared_objects[tag] : nullptr;
+}
+
+PortableServer::ThreadPolicy* POAInfo::create_thread_policy(PortableServer::ThreadPolicyValue value,
+                                                            CORBA::Environment& _ev) {
+  return shared_object<PortableServer::ThreadPolicy>(value, _ev);
+}
+
+PortableServer::LifespanPolicy* POAInfo::create_lifespan_policy(PortableServer::LifespanPolicyValue value,
+                                                                CORBA::Environment& _ev) {
+  return shared_object<PortableServer::LifespanPolicy>(value, _ev);
+}
+
+PortableServer::IdUniquenessPolicy* POAInfo::create_id_uniqueness_policy(
+    PortableServer::IdUniquenessPolicyValue value, CORBA::Environment& _ev) {
+  return shared_object<PortableServer::IdUniquenessPolicy>(value, _ev);
+}
+
+PortableServer::IdAssignmentPolicy* POAInfo::create_id_assignment_policy(
+    PortableServer::IdAssignmentPolicyValue value, CORBA::Environment& _ev) {
+  return shared_object<PortableServer::IdAssignmentPolicy>(value, _ev);
+}
+
+PortableServer::ImplicitActivationPolicy* POAInfo::create_implicit_activation_policy(
+    PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev) {
+  return shared_object<PortableServer::ImplicitActivationPolicy>(value, _ev);
+}
+
+PortableServer::ServantRetentionPolicy* POAInfo::create_servant_retention_policy(
+    PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev) {
+  return shared_object<PortableServer::ServantRetentionPolicy>(value, _ev);
+}
+
+PortableServer::RequestProcessingPolicy* POAInfo::create_request_processing_policy(
+    PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev) {
+  return shared_object<PortableServer::RequestProcessingPolicy>(value, _ev);
+}

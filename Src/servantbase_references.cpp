@@ -1,0 +1,246 @@
+// The references made for a servant, one a POA and id.
+//
+// A list that was in use stays non-empty: clearing frees the cleared nodes, but for the last node of all, which stays behind cleared. So the
+// list is never longer than its references and one, however often objects come and go.
+#include <optional>
+
+#include "poainfo.h"
+
+namespace PortableServer {
+
+namespace {
+
+ObjectRefList* find_node(ObjectRefList* list, const POA* poa, std::string_view oid) {
+  while (list && !list->holds(poa, oid)) list = list->get_next();
+  return list;
+}
+
+/// What a node owns.
+struct Content {
+  std::unique_ptr<ObjectId> oid;
+  CORBA::Object_var object;
+};
+
+/// Takes it out of the node, which is left cleared.
+Content take(ObjectRefList& node) {
+  Content content{std::unique_ptr<ObjectId>(node.get_oid()), node.get_object_ref()};
+  node.set_poa(nullptr);
+  node.set_record(nullptr);
+  node.set_oid(nullptr);
+  node.set_object_ref(nullptr);
+  return content;
+}
+
+void drop_cleared(ObjectRefList*& list) {
+  ObjectRefList* kept = nullptr;
+  for (ObjectRefList *node = list, *following; node; node = following) {
+    following = node->get_next();
+    const bool cleared = !node->get_poa() && !node->get_oid() && !node->get_object_ref();
+    const bool only_one_left = !kept && !following;
+    if (!cleared || only_one_left) {
+      kept = node;
+      continue;
+    }
+    if (kept) {
+      kept->set_next(following);
+    } else {
+      list = following;
+    }
+    node->set_next(nullptr);
+    delete node;
+  }
+}
+
+/// Clears and drops what was kept for POAs that are gone.
+void drop_dead(ObjectRefList*& list) {
+  for (ObjectRefList* node = list; node; node = node->get_next())
+    if (node->get_poa() && !node->get_record()) take(*node);
+  drop_cleared(list);
+}
+
+void append(ObjectRefList*& list, std::unique_ptr<ObjectRefList> node) {
+  if (!list) {
+    list = node.release();
+    POA_TRACE("ServantBase::set_ObjectReference end...[ior added in or_list top]");
+    return;
+  }
+  ObjectRefList* last = list;
+  while (last->get_next()) last = last->get_next();
+  last->set_next(node.release());
+  POA_TRACE("ServantBase::set_ObjectReference end...[ior added in or_list]");
+}
+
+CORBA::Object* duplicate_of(CORBA::Object* reference) {
+  auto object = std::make_unique<CORBA::Object>();
+  CORBA::Environment core;
+  object->set_ref(CORBA_object_duplicate(reference->get_ref(), core._evp));
+  return object.release();
+}
+
+/// The octets of the id that a reference is recorded under; none when that cannot be told.
+std::optional<std::string_view> recorded_id(bool is_default_servant, const ObjectId* oid, CORBA::Object* ior) {
+  ReferenceDataView view;
+  if (is_default_servant) return oid ? std::optional(oid_view(*oid)) : std::nullopt;
+  return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
+}
+
+bool recorded(const ServantBase& servant, const POA* poa, std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!find_node(ServantAccess::references(servant), poa, oid)) return false;
+  POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
+  return true;
+}
+
+void unbind(CORBA::Object& reference, void* orb) {
+  PoaSemaphoreGuard guard(__LINE__);
+  CORBA::Environment core;
+  CORBA_ORB_unbind_object2(orb, reference.get_ref(), nullptr, core._evp);
+}
+
+}  // namespace
+
+// ---- One reference -------------------------------------------------------------------------------------------------
+
+CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
+  POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!poa || !oid || !_object_ref) {
+    POA_TRACE("ServantBase::get_ObjectReference end...[poa or oid or _object_ref is NULL]");
+    return nullptr;
+  }
+  const ObjectRefList* node = find_node(_object_ref, poa, oid_view(*oid));
+  if (!node) {
+    POA_TRACE("ServantBase::get_ObjectReference end...[return NULL]");
+    return nullptr;
+  }
+  POA_TRACE("ServantBase::get_ObjectReference end...[return obj_ref : obj_ref = 0x%lx]",
+            trace_address(node->get_object_ref()));
+  return node->get_object_ref();
+}
+
+CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, int flag, void* /*boa*/,
+                                                const ObjectId* oid) {
+  POA_TRACE("ServantBase::set_ObjectReference called...[poa = 0x%lx, ior = 0x%lx]", trace_address(poa),
+            trace_address(ior));
+  if (!poa || !ior) {
+    POA_TRACE("ServantBase::set_ObjectReference end...[poa or ior is NULL]");
+    return nullptr;
+  }
+  const auto id = recorded_id(_default_servant > 0, oid, ior);
+  if (!id || recorded(*this, poa, *id)) return nullptr;
+  const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
+  if (!record) return nullptr;
+  auto node = std::make_unique<ObjectRefList>();
+  std::unique_ptr<ObjectId> own_id(make_oid(*id));
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (recorded(*this, poa, *id)) return nullptr;  // another thread was first
+  CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
+  node->set_poa(poa);
+  node->set_record(record);
+  node->set_oid(own_id.release());
+  node->set_object_ref(object);
+  drop_dead(_object_ref);
+  append(_object_ref, std::move(node));
+  return object;
+}
+
+void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
+  POA_TRACE("ServantBase::clear_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
+  Content content;  // freed after the lock
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!poa || !oid || !_object_ref) {
+    POA_TRACE("ServantBase::clear_ObjectReference end...[poa or oid or ior or _object_ref = NULL]");
+    return;
+  }
+  ObjectRefList* node = find_node(_object_ref, poa, oid_view(*oid));
+  if (!node) {
+    POA_TRACE("ServantBase::clear_ObjectReference end...[ior is not found in _object_ref]");
+    return;
+  }
+  content = take(*node);
+  drop_cleared(_object_ref);
+  POA_TRACE("ServantBase::clear_ObjectReference end...[poa_info is cleard and obj_ref is deleted]");
+}
+
+CORBA::Object* ServantAccess::duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  return CORBA::Object::_duplicate(s.get_ObjectReference(poa, &oid));
+}
+
+void ServantAccess::withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid, void* orb) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  CORBA::Object* reference = s.get_ObjectReference(poa, &oid);
+  if (!reference) return;
+  unbind(*reference, orb);
+  s.clear_ObjectReference(poa, &oid);
+}
+
+// ---- All references ------------------------------------------------------------------------------------------------
+
+std::vector<ServantReference> ServantAccess::list_references(const ServantBase& s) {
+  std::vector<ServantReference> list;
+  MutexGuard guard(poa_svt_objref_mutex);
+  for (const ObjectRefList* node = s._object_ref; node; node = node->get_next())
+    if (POAInfoPtr record = node->get_record(); record && node->get_oid())
+      list.push_back({std::move(record), *node->get_oid()});
+  return list;
+}
+
+namespace {
+
+/// A reference taken out of a servant's list, and the record of its POA when that lives.
+struct Withdrawn {
+  POAInfoPtr record;
+  Content content;
+};
+
+std::vector<Withdrawn> take_all(ObjectRefList*& list) {
+  std::vector<Withdrawn> taken;
+  for (ObjectRefList* node = list; node; node = node->get_next()) {
+    if (!node->get_poa() || !node->get_oid()) continue;
+    if (node->get_oid()->length() != 0) {
+      taken.push_back({node->get_record(), {}});
+      taken.back().content = take(*node);
+    } else {
+      delete node->get_oid();
+      node->set_oid(nullptr);
+    }
+  }
+  drop_cleared(list);
+  return taken;
+}
+
+}  // namespace
+
+void ServantBase::deactivate_ObjectReference() {
+  POA_TRACE("ServantBase::dectivate_ObjectReference called...");
+  std::vector<Withdrawn> taken;
+  {
+    MutexGuard guard(poa_svt_objref_mutex);
+    if (!_object_ref) {
+      POA_TRACE("ServantBase::deactivate_ObjectReference end...[_object_ref = NULL]");
+      return;
+    }
+    taken = take_all(_object_ref);
+  }
+  for (const auto& [record, content] : taken) {
+    ActiveObjectMap* map = record && record->retains() ? record->active_object_map.load() : nullptr;
+    if (map) {
+      map->deactivateByOid(*content.oid);
+      map->removeById(*content.oid, this);
+    }
+    if (content.object.in()) unbind(*content.object.in(), POAInfo::_orb);
+  }
+  POA_TRACE("ServantBase::deactivate_ObjectReference end...[ior is not found in _object_ref]");
+}
+
+ServantBase::~ServantBase() {
+  if (_timer > 0) {
+    MutexGuard guard(poa_svt_lifespan_mutex);
+    POA_ServantList::remove_servant(servant_lifespan_list, this);
+  }
+  for (ObjectRefList* node = _object_ref; node; node = node->get_next()) take(*node);
+  delete _object_ref;
+}
+
+}  // namespace PortableServer

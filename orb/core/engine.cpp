@@ -1,0 +1,552 @@
+#include "engine.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <exception>
+#include <system_error>
+
+#include "options.h"
+
+namespace zrsv {
+
+namespace {
+
+constexpr std::size_t keep = 64 << 10;      // memory that a thread keeps in each of its buffers
+constexpr unsigned turns_in_a_row = 64;     // messages and reads of one connection before others are looked at
+constexpr unsigned ready_in_a_row = 16;     // connections from the ready list before new events are looked at
+
+thread_local unsigned upcalls = 0;
+
+void reuse(Buffer* kept, Buffer* used) {
+  used->clear();
+  used->shrink(keep);
+  *kept = std::move(*used);
+}
+
+}  // namespace
+
+Upcall::Upcall() { ++upcalls; }
+Upcall::~Upcall() { --upcalls; }
+bool Upcall::running() { return upcalls != 0; }
+
+// ---- Start ------------------------------------------------------------------------------------------------------------------
+
+Engine::Engine(uint32_t slots) : slots_(slots), pool_(options().max_message) {}
+
+Engine::~Engine() {
+  if (epoll_ >= 0) ::close(epoll_);
+  if (wake_ >= 0) ::close(wake_);
+}
+
+bool Engine::start() {
+  epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
+  wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  epoll_event event{EPOLLIN | EPOLLET, {.ptr = nullptr}};
+  if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
+  queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
+  try {
+    for (uint32_t i = 0; i <= slots_; ++i) threads_.emplace_back([self = shared_from_this()] { self->work(); });
+  } catch (const std::system_error& e) {
+    OM_log("thread %zu of %u cannot be started: %s", threads_.size() + 1, slots_ + 1, e.what());
+    return false;
+  }
+  return true;
+}
+
+bool Engine::add(int fd, const PeerAddress& peer) {
+  const uint32_t limit = options().max_connections;
+  if (limit != 0 && pool_.open_connections() >= limit) {
+    OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), limit);
+    ::close(fd);
+    return false;
+  }
+  Connection* connection = pool_.take(fd, peer);
+  epoll_event event{EPOLLIN | EPOLLRDHUP | EPOLLET, {.ptr = connection}};
+  if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0) return true;
+  OM_log("%s refused: no memory to watch it", peer.text().c_str());
+  if (connection->unregister()) connection->drop();
+  return false;
+}
+
+// ---- The thread's round -----------------------------------------------------------------------------------------------------
+
+void Engine::work() {
+  Worker worker;
+  unsigned in_a_row = 0;
+  while (!quit_.load(std::memory_order_relaxed)) {
+    if (worker.has_slot || (job_count_.load() > 0 && enter())) run_jobs(worker);
+    const bool ready = ready_count_.load() > 0;
+    if (ready && ++in_a_row % ready_in_a_row != 0) {
+      if (Ref<Connection> connection = pop_ready()) serve(worker, connection);
+      continue;
+    }
+    wait_for_event(worker, !ready);
+  }
+  const uint64_t one = 1;
+  if (::write(wake_, &one, sizeof one) < 0) OM_log("a thread cannot be woken");  // the next one leaves
+  std::lock_guard lock(end_mutex_);
+  ended_.push_back(std::this_thread::get_id());
+  end_.notify_all();
+}
+
+// One event at a time: a second one would have to wait until the first request has run.
+void Engine::wait_for_event(Worker& worker, bool block) {
+  idle_.fetch_add(1);
+  if (ready_count_.load() > 0 || (job_count_.load() > 0 && running_.load() < slots_)) block = false;
+  epoll_event event{};
+  const int n = ::epoll_wait(epoll_, &event, 1, block ? -1 : 0);
+  idle_.fetch_sub(1);
+  if (n <= 0) return;
+  if (!event.data.ptr) {
+    wake_pending_.store(false);
+    return;
+  }
+  auto* connection = static_cast<Connection*>(event.data.ptr);
+  if (!connection->try_add_ref()) return;
+  const Ref<Connection> counted = Ref<Connection>::adopt(connection);
+  if (counted->begin_read((event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0)) serve(worker, counted);
+}
+
+// Called with the ownership of the connection's reading.
+void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
+  for (unsigned turns = 0; turns < turns_in_a_row; ++turns) {
+    worker.header = {};
+    switch (connection->assembler().next(&worker.header, &worker.message)) {
+      case Assembler::Result::Message:
+        if (handle(worker, connection) == Next::Leave) return;
+        break;
+      case Assembler::Result::Bad:
+        return reject(worker.header.minor, connection, connection->assembler().error());
+      case Assembler::Result::NeedMore:
+        const Connection::Input input = connection->receive();
+        if (input == Connection::Input::End) return lose(connection);
+        if (input == Connection::Input::None && connection->end_read()) return;
+    }
+  }
+  push_ready(connection);  // others want to be read, too
+}
+
+Engine::Next Engine::handle(Worker& worker, const Ref<Connection>& connection) {
+  connection->minor = worker.header.minor;
+  switch (worker.header.type) {
+    case giop::Type::Request:
+      return handle_request(worker, connection);
+    case giop::Type::LocateRequest:
+      if (answer_locate(worker, connection)) return Next::Read;
+      break;
+    case giop::Type::CancelRequest:
+      if (cancel(worker, connection)) return Next::Read;
+      break;
+    case giop::Type::MessageError:
+      OM_log("%s could not read a reply", connection->peer().text().c_str());
+      lose(connection);
+      return Next::Leave;
+    case giop::Type::CloseConnection:
+      lose(connection);
+      return Next::Leave;
+    default:
+      reject(connection->minor, connection, "a message that only servers send");
+      return Next::Leave;
+  }
+  reject(connection->minor, connection, "malformed header of a message");
+  return Next::Leave;
+}
+
+Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& connection) {
+  ServerRequest request;
+  std::swap(request.message, worker.message);
+  if (!request.read_head(worker.header)) {
+    reject(connection->minor, connection, "malformed header of a request");
+    return Next::Leave;
+  }
+  if (stopping_.load()) return Next::Read;  // CloseConnection will tell the client that it was not taken
+  connection->served = true;
+  request.connection = connection;
+  request.target = connection->targets().find(request.head.key);
+  const Next next = admit(worker, request);
+  reuse(&worker.message, &request.message);
+  return next;
+}
+
+// The gates, in order: is there such an object, is the queue group open, is a slot free.
+Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
+  if (!request.target) {
+    refuse(worker, request, "OBJECT_NOT_EXIST");
+    return Next::Read;
+  }
+  if (!request.target->is_internal() && !queue_group().is_open()) {
+    const QueueGroup::Admission admission = queue_group().hold(&request);
+    if (admission == QueueGroup::Admission::Held) return Next::Read;
+    if (admission == QueueGroup::Admission::Full) {
+      refuse(worker, request, "TRANSIENT");
+      return Next::Read;
+    }
+  }
+  if (try_run_now(request)) {
+    worker.has_slot = true;
+    pass_on(request.connection);
+    run(worker, request);
+    return Next::Leave;
+  }
+  if (!enqueue(&request)) refuse(worker, request, "TRANSIENT");
+  return Next::Read;
+}
+
+// With a slot.
+void Engine::run(Worker& worker, ServerRequest& request) {
+  if (request.orphaned()) return;
+  {
+    const Upcall upcall;
+    execute(request, &worker.reply);
+  }
+  Buffer reply = Buffer::take(&request.cdr);
+  if (request.waiter) return request.waiter->finish(std::move(reply));
+  if (request.connection && reply.size() > 0) request.connection->send(reply.data(), reply.size());
+  reuse(&worker.reply, &reply);
+}
+
+bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
+  ServerRequest request;
+  std::swap(request.message, worker.message);
+  if (!request.read_head(worker.header)) return false;
+  const bool here = static_cast<bool>(connection->targets().find(request.head.key));
+  worker.reply.lend(&request.cdr);
+  const auto status = here ? giop::LocateStatus::ObjectHere : giop::LocateStatus::UnknownObject;
+  if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status)) giop::end_message(&request.cdr);
+  Buffer reply = Buffer::take(&request.cdr);
+  send_now(connection, reply.data(), reply.size());
+  reuse(&worker.reply, &reply);
+  reuse(&worker.message, &request.message);
+  return true;
+}
+
+bool Engine::cancel(Worker& worker, const Ref<Connection>& connection) {
+  CDR cdr{};
+  OM_cdr_open_decode(&cdr, worker.message.data() + giop::header_size, worker.header.size, giop::needs_swap(worker.header));
+  uint32_t id = 0;
+  if (!OM_cdr_unsigned_long(&cdr, &id)) return false;
+  connection->assembler().cancel(id);
+  withdraw(connection.get(), &id);
+  return true;
+}
+
+// ---- Reading, handed on -----------------------------------------------------------------------------------------------------
+
+void Engine::pass_on(const Ref<Connection>& connection) {
+  if (connection->more_input() || !connection->end_read()) push_ready(connection);
+}
+
+void Engine::push_ready(Ref<Connection> connection) {
+  {
+    std::lock_guard lock(ready_mutex_);
+    Connection* last = connection.release();
+    last->next_ready = nullptr;
+    (ready_head_ ? ready_tail_->next_ready : ready_head_) = last;
+    ready_tail_ = last;
+    ready_count_.fetch_add(1);
+  }
+  wake();
+}
+
+Ref<Connection> Engine::pop_ready() {
+  Ref<Connection> first;
+  {
+    std::lock_guard lock(ready_mutex_);
+    if (!ready_head_) return first;
+    first = Ref<Connection>::adopt(ready_head_);
+    ready_head_ = ready_head_->next_ready;
+    ready_count_.fetch_sub(1);
+  }
+  if (ready_count_.load() > 0) wake();
+  return first;
+}
+
+// One wake-up at a time is on its way; the thread that it wakes wakes the next one where there is more to do.
+void Engine::wake() {
+  if (idle_.load() == 0 || wake_pending_.exchange(true)) return;
+  const uint64_t one = 1;
+  if (::write(wake_, &one, sizeof one) < 0) wake_pending_.store(false);
+}
+
+// ---- Slots and jobs ---------------------------------------------------------------------------------------------------------
+
+bool Engine::enter() {
+  uint32_t running = running_.load(std::memory_order_relaxed);
+  do
+    if (running >= slots_) return false;
+  while (!running_.compare_exchange_weak(running, running + 1));
+  return true;
+}
+
+void Engine::leave() {
+  running_.fetch_sub(1);
+  if (stopping_.load()) {
+    std::lock_guard lock(end_mutex_);
+    end_.notify_all();
+  }
+}
+
+// True: the caller has a slot. Nobody overtakes those that wait, or their own connection's released requests.
+bool Engine::try_run_now(const ServerRequest& request) {
+  if (request.connection && request.connection->in_line.load(std::memory_order_relaxed)) return false;
+  if (job_count_.load() > 0 || !enter()) return false;
+  if (!stopping_.load()) return true;
+  leave();
+  return false;
+}
+
+bool Engine::enqueue(ServerRequest* request) {
+  {
+    std::lock_guard lock(jobs_mutex_);
+    if (stopping_.load() || waiting_ >= options().queue) return false;
+    ++waiting_;
+    const auto line = in_line_.find(request->connection.get());
+    auto kept = std::make_unique<ServerRequest>(std::move(*request));
+    if (line != in_line_.end()) {
+      line->second->requests.push_back(std::move(kept));
+      return true;
+    }
+    jobs_.push_back(std::make_unique<Job>());
+    jobs_.back()->requests.push_back(std::move(kept));
+    job_count_.fetch_add(1);
+  }
+  if (running_.load() < slots_) wake();
+  return true;
+}
+
+// Called by the queue group: released requests of one connection form one job, so that they run in the order in which they came.
+void Engine::deliver(QueueGroup::Requests requests) {
+  {
+    std::lock_guard lock(jobs_mutex_);
+    for (auto& request : requests) {
+      ++waiting_;
+      Connection* connection = request->connection.get();  // null: calls of this process know no order
+      const auto line = in_line_.find(connection);
+      if (line != in_line_.end()) {
+        line->second->requests.push_back(std::move(request));
+        continue;
+      }
+      jobs_.push_back(std::make_unique<Job>());
+      job_count_.fetch_add(1);
+      if (connection) {
+        jobs_.back()->in_line = request->connection;
+        in_line_.emplace(connection, jobs_.back().get());
+        connection->in_line.store(true);
+      }
+      jobs_.back()->requests.push_back(std::move(request));
+    }
+  }
+  wake();
+}
+
+void Engine::push_job(Job job) {
+  {
+    std::lock_guard lock(jobs_mutex_);
+    jobs_.push_back(std::make_unique<Job>(std::move(job)));
+    job_count_.fetch_add(1);
+  }
+  wake();
+}
+
+// With a slot, which it gives back when no job is left.
+void Engine::run_jobs(Worker& worker) {
+  do {
+    while (job_count_.load() > 0) {
+      std::unique_ptr<Job> job;
+      {
+        std::lock_guard lock(jobs_mutex_);
+        if (jobs_.empty()) break;
+        job = std::move(jobs_.front());
+        jobs_.pop_front();
+        job_count_.fetch_sub(1);
+      }
+      if (job_count_.load() > 0 && running_.load() < slots_) wake();
+      run_job(worker, *job);
+    }
+    leave();
+  } while (job_count_.load() > 0 && enter());
+  worker.has_slot = false;
+}
+
+void Engine::run_job(Worker& worker, Job& job) {
+  if (job.flush) return job.flush->flush();
+  if (job.lost) {
+    const Upcall upcall;
+    PeerAddress peer = job.lost->peer();
+    try {
+      if (_call_disconnect_cpp_) _call_disconnect_cpp_(job.lost->fd(), peer.octets, peer.ipv6);
+    } catch (...) {
+      OM_log("%s: exception past the disconnect hook", peer.text().c_str());
+    }
+    return;
+  }
+  while (const std::unique_ptr<ServerRequest> request = next_request(job)) run(worker, *request);
+}
+
+std::unique_ptr<ServerRequest> Engine::next_request(Job& job) {
+  std::lock_guard lock(jobs_mutex_);
+  while (job.next < job.requests.size()) {
+    if (std::unique_ptr<ServerRequest> request = std::move(job.requests[job.next++])) {
+      --waiting_;
+      return request;
+    }
+  }
+  if (job.in_line) {
+    in_line_.erase(job.in_line.get());
+    job.in_line->in_line.store(false);
+  }
+  return nullptr;
+}
+
+// Takes back requests that have not started: of a connection, or all.
+QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32_t* id) {
+  QueueGroup::Requests taken = queue_group().withdraw(connection, id);
+  const auto take_from = [&](Job& job) {
+    for (auto& request : job.requests) {
+      if (!request || (connection && request->connection.get() != connection) || (id && request->head.id != *id)) continue;
+      taken.push_back(std::move(request));
+      --waiting_;
+    }
+  };
+  std::lock_guard lock(jobs_mutex_);
+  for (auto& job : jobs_) take_from(*job);
+  for (auto& [of, job] : in_line_) take_from(*job);
+  return taken;
+}
+
+// ---- Calls of this process --------------------------------------------------------------------------------------------------
+
+const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
+  thread_local TargetCache targets;
+  giop::Header header;
+  ServerRequest request;
+  std::swap(request.message, message);
+  if (request.message.size() < giop::header_size ||
+      giop::read_header(request.message.data(), UINT32_MAX, &header) || !request.read_head(header))
+    return "OBJECT_NOT_EXIST";
+  request.target = targets.find(request.head.key);
+  if (!request.target) return "OBJECT_NOT_EXIST";
+
+  const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
+  const bool has_slot = Upcall::running();
+  if (may_be_held || (!has_slot && !try_run_now(request))) {
+    std::shared_ptr<LocalCall> call;
+    if (request.head.response_expected) call = request.waiter = std::make_shared<LocalCall>();
+    const auto admission = may_be_held ? queue_group().hold(&request) : QueueGroup::Admission::Pass;
+    if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
+    if (admission == QueueGroup::Admission::Pass && !has_slot && !enqueue(&request)) return "TRANSIENT";
+    if (admission == QueueGroup::Admission::Held || !has_slot) return call ? await(*call, deadline, reply) : nullptr;
+    request.waiter = nullptr;
+  }
+  {
+    const Upcall upcall;
+    execute(request, reply);
+  }
+  *reply = Buffer::take(&request.cdr);
+  if (has_slot) return nullptr;
+  leave();
+  if (job_count_.load() > 0) wake();  // a thread of the engine takes over what waits for the slot
+  return nullptr;
+}
+
+const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
+  std::unique_lock lock(call.mutex);
+  const auto done = [&] { return call.done; };
+  if (deadline == Clock::time_point::max()) {
+    call.over.wait(lock, done);
+  } else if (!call.over.wait_until(lock, deadline, done)) {
+    call.given_up = true;
+    return "TIMEOUT";
+  }
+  *reply = std::move(call.reply);
+  return call.error;
+}
+
+// ---- Answers that must not wait ---------------------------------------------------------------------------------------------
+
+void Engine::refuse(Worker& worker, ServerRequest& request, const char* exception) {
+  if (request.waiter) return request.waiter->finish({}, exception);
+  if (!request.connection || !request.head.response_expected) return;
+  worker.reply.lend(&request.cdr);
+  answer_exception(request, exception);
+  if (request.cdr.out_next != request.cdr.out_base) giop::end_message(&request.cdr);
+  Buffer reply = Buffer::take(&request.cdr);
+  send_now(request.connection, reply.data(), reply.size());
+  reuse(&worker.reply, &reply);
+}
+
+void Engine::send_now(const Ref<Connection>& connection, const unsigned char* message, std::size_t length) {
+  if (connection->send_now(message, length)) push_job({.requests = {}, .in_line = {}, .lost = {}, .flush = connection});
+}
+
+void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char* what) {
+  OM_log("%s sent bad input (%s; at most %u octets a message): connection closed", connection->peer().text().c_str(),
+         what, options().max_message);
+  unsigned char message[giop::header_size];
+  giop::write_empty(message, minor, giop::Type::MessageError);
+  connection->say_goodbye(message, sizeof message);
+  lose(connection);
+}
+
+// By the thread that owns reading, which is never given back: nothing of this connection is started any more.
+void Engine::lose(const Ref<Connection>& connection) {
+  if (!connection->unregister()) return;
+  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(), nullptr);
+  withdraw(connection.get(), nullptr);
+  if (connection->served && !stopping_.load()) push_job({.requests = {}, .in_line = {}, .lost = connection, .flush = {}});
+  connection->drop();
+}
+
+// ---- The end ------------------------------------------------------------------------------------------------------------------
+
+void Engine::stop(Clock::time_point deadline) {
+  queue_group().deliver_to(nullptr);
+  stopping_ = true;
+  refuse_all_waiting();
+  {
+    std::unique_lock lock(end_mutex_);
+    if (!end_.wait_until(lock, deadline, [this] { return running_.load() == 0; }))
+      OM_log("shutdown: %u requests still run at the deadline", running_.load());
+  }
+  say_goodbye();
+  end_threads(std::max(deadline, Clock::now() + std::chrono::milliseconds(200)));
+  while (pop_ready()) continue;
+}
+
+void Engine::refuse_all_waiting() {
+  Worker worker;
+  for (auto& request : withdraw(nullptr, nullptr)) refuse(worker, *request, "TRANSIENT");
+}
+
+void Engine::say_goodbye() {
+  for (const Ref<Connection>& connection : pool_.all()) {
+    unsigned char message[giop::header_size];
+    giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
+    connection->say_goodbye(message, sizeof message);
+    if (connection->unregister()) connection->drop();
+  }
+}
+
+void Engine::end_threads(Clock::time_point deadline) {
+  quit_ = true;
+  const uint64_t one = 1;
+  if (threads_.empty()) return;
+  if (::write(wake_, &one, sizeof one) < 0) OM_log("the threads cannot be woken");
+  std::unique_lock lock(end_mutex_);
+  end_.wait_until(lock, deadline, [this] { return ended_.size() == threads_.size(); });
+  for (std::thread& thread : threads_) {
+    if (std::find(ended_.begin(), ended_.end(), thread.get_id()) == ended_.end()) {
+      thread.detach();  // in a servant; it keeps the engine alive until it comes back
+      continue;
+    }
+    lock.unlock();
+    thread.join();
+    lock.lock();
+  }
+  threads_.clear();
+}
+
+}  // namespace zrsv

@@ -1,0 +1,170 @@
+#include "listener.h"
+
+#include <fcntl.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace zrsv {
+
+namespace {
+
+constexpr std::chrono::milliseconds shortage_pause{100};
+
+bool is_lost_client(int error) { return error == EINTR || error == ECONNABORTED || error == EPROTO; }
+
+Endpoint as_endpoint(const asio::ip::tcp::endpoint& at) { return {at.address().to_string(), at.port()}; }
+
+/// The machine's own name where it leads to an address that others can reach, else loopback.
+std::string host_for_wildcard(bool ipv6) {
+  const std::string loopback = ipv6 ? "::1" : "127.0.0.1";
+  asio::error_code error;
+  const std::string name = asio::ip::host_name(error);
+  if (error || name.empty()) return loopback;
+  asio::io_context context;
+  asio::ip::tcp::resolver resolver(context);
+  for (const auto& found : resolver.resolve(name, "", error)) {
+    const asio::ip::address address = found.endpoint().address();
+    if (address.is_v6() == ipv6 && !address.is_unspecified()) return name;
+  }
+  return loopback;
+}
+
+}  // namespace
+
+// ---- Opening ----------------------------------------------------------------------------------------------------------------
+
+std::string Listener::open(const std::vector<Endpoint>& wanted) {
+  tcp::resolver resolver(context_);
+  for (const Endpoint& endpoint : wanted.empty() ? std::vector<Endpoint>{{"127.0.0.1", 0}} : wanted) {
+    asio::error_code error;
+    const auto addresses = resolver.resolve(endpoint.host, std::to_string(endpoint.port), tcp::resolver::passive, error);
+    if (error) return endpoint.host + ": " + error.message();
+    for (const auto& address : addresses)
+      if (std::string wrong = open_address(address.endpoint()); !wrong.empty()) return wrong;
+  }
+  return {};
+}
+
+std::string Listener::open_address(const tcp::endpoint& at) {
+  for (const Door& door : doors_)
+    if (at.port() != 0 && door.acceptor.local_endpoint() == at) return {};  // a name may lead twice to one address
+  Door& door = doors_.emplace_back(context_);
+  asio::error_code error;
+  const auto failed = [&] { return at.address().to_string() + ":" + std::to_string(at.port()) + ": " + error.message(); };
+  if (door.acceptor.open(at.protocol(), error)) return failed();
+  ::fcntl(door.acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
+  door.acceptor.set_option(tcp::acceptor::reuse_address(true), error);
+  if (at.address().is_v6()) door.acceptor.set_option(asio::ip::v6_only(true), error);
+  if (door.acceptor.bind(at, error)) return failed();
+  if (door.acceptor.listen(asio::socket_base::max_listen_connections, error)) return failed();
+  door.acceptor.non_blocking(true, error);
+  return error ? failed() : std::string();
+}
+
+std::vector<Endpoint> Listener::bound() const {
+  std::vector<Endpoint> all;
+  for (const Door& door : doors_) all.push_back(as_endpoint(door.acceptor.local_endpoint()));
+  return all;
+}
+
+std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) const {
+  std::vector<Endpoint> all;
+  if (doors_.empty()) return all;
+  for (const Endpoint& endpoint : wanted)
+    all.push_back({endpoint.host, endpoint.port ? endpoint.port : doors_.front().acceptor.local_endpoint().port()});
+  if (!all.empty()) return all;
+  for (const Door& door : doors_) {
+    const tcp::endpoint at = door.acceptor.local_endpoint();
+    const bool any = at.address().is_unspecified();
+    all.push_back({any ? host_for_wildcard(at.address().is_v6()) : at.address().to_string(), at.port()});
+  }
+  return all;
+}
+
+// ---- Accepting --------------------------------------------------------------------------------------------------------------
+
+void Listener::start() {
+  for (Door& door : doors_) wait(door);
+  thread_ = std::thread([this] { context_.run(); });
+}
+
+void Listener::stop() {
+  context_.stop();
+  if (thread_.joinable()) thread_.join();
+  doors_.clear();
+}
+
+void Listener::wait(Door& door) {
+  door.acceptor.async_wait(tcp::acceptor::wait_read, [this, &door](const asio::error_code& error) {
+    if (!error) accept_all(door);
+  });
+}
+
+void Listener::accept_all(Door& door) {
+  for (;;) {
+    sockaddr_storage from{};
+    socklen_t length = sizeof from;
+    const int fd = ::accept4(door.acceptor.native_handle(), reinterpret_cast<sockaddr*>(&from), &length,
+                             SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return wait(door);
+    if (fd < 0 && is_lost_client(errno)) continue;
+    if (fd < 0) return accept_later(door, errno);
+    door.in_need = false;
+    const int on = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    engine_->add(fd, PeerAddress::of(from));
+  }
+}
+
+void Listener::accept_later(Door& door, int error) {
+  if (!std::exchange(door.in_need, true)) OM_log("no more connections can be accepted for now: %s", std::strerror(error));
+  door.pause.expires_after(shortage_pause);
+  door.pause.async_wait([this, &door](const asio::error_code& stopped) {
+    if (!stopped) accept_all(door);
+  });
+}
+
+// ---- The tick ---------------------------------------------------------------------------------------------------------------
+
+void Ticker::start(std::chrono::milliseconds period) {
+  state_ = std::make_shared<State>();
+  thread_ = std::thread([state = state_, period] { work(*state, period); });
+}
+
+void Ticker::work(State& state, std::chrono::milliseconds period) {
+  std::unique_lock lock(state.mutex);
+  while (!state.changed.wait_for(lock, period, [&] { return state.stop; })) {
+    lock.unlock();
+    try {
+      const Upcall upcall;
+      if (_call_poa_inst_lifespan_) _call_poa_inst_lifespan_();
+    } catch (...) {
+      OM_log("exception past the lifespan hook");
+    }
+    lock.lock();
+  }
+  state.ended = true;
+  state.changed.notify_all();
+}
+
+void Ticker::stop(std::chrono::steady_clock::time_point deadline) {
+  if (!thread_.joinable()) return;
+  std::unique_lock lock(state_->mutex);
+  state_->stop = true;
+  state_->changed.notify_all();
+  const bool ended = state_->changed.wait_until(lock, deadline, [this] { return state_->ended; });
+  lock.unlock();
+  if (ended) {
+    thread_.join();
+  } else {
+    OM_log("shutdown: the lifespan tick still runs at the deadline");
+    thread_.detach();
+  }
+}
+
+}  // namespace zrsv

@@ -1,0 +1,74 @@
+// The end points: where connections are accepted, and what references say about it; and the lifespan tick.
+#pragma once
+
+#include <asio.hpp>
+
+#include <chrono>
+#include <condition_variable>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine.h"
+#include "options.h"
+
+namespace zrsv {
+
+/// Accepts on one thread, which runs no program code.
+class Listener {
+ public:
+  explicit Listener(std::shared_ptr<Engine> engine) : engine_(std::move(engine)) {}
+  ~Listener() { stop(); }
+
+  /// Binds the end points, so that their ports are known. "" or what is wrong.
+  std::string open(const std::vector<Endpoint>& wanted);
+  /// What references should carry: `wanted` where given, else the addresses bound. Never a wildcard address.
+  std::vector<Endpoint> published(const std::vector<Endpoint>& wanted) const;
+  std::vector<Endpoint> bound() const;
+  void start();
+  /// Accepts no more; joins the thread.
+  void stop();
+
+ private:
+  using tcp = asio::ip::tcp;
+  struct Door {
+    explicit Door(asio::io_context& context) : acceptor(context), pause(context) {}
+    tcp::acceptor acceptor;
+    asio::steady_timer pause;  // after a failure, such as a shortage of descriptors
+    bool in_need = false;      // the last attempt failed, which was logged
+  };
+  std::string open_address(const tcp::endpoint& at);
+  void wait(Door& door);
+  void accept_all(Door& door);
+  void accept_later(Door& door, int error);
+
+  std::shared_ptr<Engine> engine_;
+  asio::io_context context_{1};
+  std::list<Door> doors_;
+  std::thread thread_;
+};
+
+/// Calls the lifespan hook again and again, on a thread of its own as that runs program code.
+class Ticker {
+ public:
+  void start(std::chrono::milliseconds period);
+  /// Waits for a tick under way, but not past the deadline.
+  void stop(std::chrono::steady_clock::time_point deadline);
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool stop = false;   // guarded by mutex
+    bool ended = false;  // guarded by mutex
+  };
+  static void work(State& state, std::chrono::milliseconds period);
+
+  std::shared_ptr<State> state_;
+  std::thread thread_;
+};
+
+}  // namespace zrsv

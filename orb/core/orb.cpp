@@ -1,0 +1,287 @@
+#include "orb.h"
+
+#include <algorithm>
+#include <deque>
+
+#include "client_pool.h"
+#include "environment.h"
+#include "in_process.h"
+#include "queue_group.h"
+#include "repository.h"
+
+void* (*_cpp_poa_init)(void* orb, void* boa) = nullptr;
+void (*_call_cpp_)(void* target, void* request, CORBA_Environment* env) = nullptr;
+void (*_call_disconnect_cpp_)(long fd, void* host_addr, unsigned char is_ipv6) = nullptr;
+void (*_call_poa_inst_lifespan_)(void) = nullptr;
+
+namespace zrsv {
+
+namespace {
+
+// What the untyped service handles point to.
+char boa, interface_repository, implementation_repository;
+
+uint32_t slots() {
+  return options().threads ? options().threads : std::max(4u, 2 * std::thread::hardware_concurrency());
+}
+
+std::string text_of(const Endpoint& at) {
+  const bool ipv6 = at.host.find(':') != std::string::npos;
+  return (ipv6 ? "[" + at.host + "]" : at.host) + ":" + std::to_string(at.port);
+}
+
+std::string list_of(const std::vector<Endpoint>& all) {
+  std::string list;
+  for (const Endpoint& at : all) list += (list.empty() ? "" : ", ") + text_of(at);
+  return list;
+}
+
+}  // namespace
+
+Orb& orb() {
+  static Orb* const one = new Orb;
+  return *one;
+}
+
+// ---- Uses -------------------------------------------------------------------------------------------------------------------
+
+std::string Orb::init(int* argc, char** argv) {
+  Options wanted;
+  if (std::string wrong = parse_options(argc, argv, &wanted); !wrong.empty()) return wrong;
+  std::lock_guard lock(mutex_);
+  if (uses_ == 0) {
+    if (std::string wrong = load_impl_repository(wanted.impl_repository); !wrong.empty()) return wrong;
+    set_options(std::move(wanted));
+    set_binding_open(true);
+  }
+  ++uses_;
+  return {};
+}
+
+void Orb::destroy(CORBA_Environment* env) {
+  {
+    std::lock_guard lock(mutex_);
+    if (uses_ == 0) return raise_standard(env, "BAD_INV_ORDER");
+    if (uses_ > 1) {
+      --uses_;
+      return;
+    }
+  }
+  if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
+  shutdown(true, env);
+  close_client_connections();
+  std::map<std::string, Ref<Reference>> dropped;
+  std::lock_guard lock(mutex_);
+  dropped.swap(initial_);
+  published_.clear();
+  state_ = State::Idle;
+  uses_ = 0;
+}
+
+// ---- Initial references, start ------------------------------------------------------------------------------------------------
+
+Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* env) {
+  {
+    std::lock_guard lock(mutex_);
+    const auto found = initial_.find(name);
+    if (found != initial_.end()) return found->second;
+  }
+  if (name == "RootPOA") return start(env);
+  raise_standard(env, "BAD_PARAM");
+  return {};
+}
+
+void Orb::set_initial(const std::string& name, Ref<Reference> object) {
+  std::lock_guard lock(mutex_);
+  initial_[name] = std::move(object);
+}
+
+Ref<Reference> Orb::start(CORBA_Environment* env) {
+  std::lock_guard start_lock(start_mutex_);
+  {
+    std::lock_guard lock(mutex_);
+    if (const auto found = initial_.find("RootPOA"); found != initial_.end()) return found->second;
+    if (starting_ || state_ == State::Closing || uses_ == 0) return raise_standard(env, "BAD_INV_ORDER"), Ref<Reference>();
+    state_ = State::Idle;
+  }
+  starting_ = true;
+  std::unique_ptr<Listener> listener;
+  std::shared_ptr<Engine> engine;
+  Ref<Reference> root;
+  std::string wrong = open(&listener, &engine);
+  if (wrong.empty() && !(root = make_root())) wrong = _cpp_poa_init ? "no root POA was made" : "no object adapter is linked in";
+  if (wrong.empty() && !engine->start()) wrong = "the threads cannot be had";
+  if (wrong.empty() && !serve(&listener, engine, root)) wrong = "shut down meanwhile";
+  starting_ = false;
+  if (wrong.empty()) return root;
+  OM_log("start failed: %s", wrong.c_str());
+  engine->stop(Engine::Clock::now());
+  set_published_endpoints({});
+  raise_standard(env, "INITIALIZE");
+  return {};
+}
+
+// The adapter hands out a new handle the first time; after that the same one, which is not new.
+Ref<Reference> Orb::make_root() {
+  set_binding_open(true);
+  auto* const made = _cpp_poa_init ? as_reference(_cpp_poa_init(this, &boa)) : nullptr;
+  if (made && made != root_.get()) root_ = Ref<Reference>::adopt(made);
+  return made ? root_ : Ref<Reference>();
+}
+
+std::string Orb::open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine) {
+  *engine = std::make_shared<Engine>(slots());
+  *listener = std::make_unique<Listener>(*engine);
+  if (std::string wrong = (*listener)->open(options().listen); !wrong.empty()) return wrong;
+  const std::vector<Endpoint> published = (*listener)->published(options().publish);
+  set_published_endpoints(published);
+  OM_log("listening on %s, references publish %s", list_of((*listener)->bound()).c_str(), list_of(published).c_str());
+  std::lock_guard lock(mutex_);
+  published_.clear();
+  for (const Endpoint& at : published) published_.push_back(text_of(at));
+  return {};
+}
+
+bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine, const Ref<Reference>& root) {
+  std::lock_guard lock(mutex_);
+  if (state_ != State::Idle) return false;
+  initial_["RootPOA"] = root;
+  engine_ = engine;
+  listener_ = std::move(*listener);
+  state_ = State::Serving;
+  listener_->start();
+  ticker_.start(std::chrono::milliseconds(options().tick_ms));
+  return true;
+}
+
+// ---- Serving, end -------------------------------------------------------------------------------------------------------------
+
+void Orb::run(CORBA_Environment* env) {
+  if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
+  queue_group().open_if_unannounced();
+  wait_until_closed();
+}
+
+void Orb::wait_until_closed() {
+  std::thread closer;
+  {
+    std::unique_lock lock(mutex_);
+    const uint64_t ends = ends_;
+    changed_.wait(lock, [&] { return state_ == State::Closed || ends_ != ends; });
+    closer.swap(closer_);
+  }
+  if (closer.joinable()) closer.join();
+}
+
+void Orb::shutdown(bool wait, CORBA_Environment* env) {
+  if (wait && Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
+  {
+    std::lock_guard lock(mutex_);
+    if (state_ == State::Serving) {
+      state_ = State::Closing;
+      initial_.erase("RootPOA");
+      if (closer_.joinable()) closer_.join();  // of an earlier start: it is over
+      closer_ = std::thread([this] { close(); });
+    } else if (state_ == State::Idle) {
+      state_ = State::Closed;
+      ++ends_;
+      changed_.notify_all();
+    }
+  }
+  if (wait) wait_until_closed();
+}
+
+// The closer thread: whoever asked for the end may be one of those that have to end.
+void Orb::close() {
+  const auto deadline = Engine::Clock::now() + std::chrono::milliseconds(options().shutdown_timeout_ms);
+  std::unique_ptr<Listener> listener;
+  std::shared_ptr<Engine> engine;
+  {
+    std::lock_guard lock(mutex_);
+    listener = std::move(listener_);
+    engine = engine_;
+  }
+  listener->stop();
+  engine->stop(deadline);
+  ticker_.stop(deadline);
+  set_binding_open(false);
+  listener.reset();
+  engine.reset();
+  std::lock_guard lock(mutex_);
+  engine_.reset();
+  state_ = State::Closed;
+  ++ends_;
+  changed_.notify_all();
+}
+
+const char* Orb::published(uint32_t index) {
+  std::lock_guard lock(mutex_);
+  return index < published_.size() ? published_[index].c_str() : nullptr;
+}
+
+std::shared_ptr<Engine> Orb::engine() {
+  std::lock_guard lock(mutex_);
+  return engine_;
+}
+
+const char* call_in_process(Buffer request, bool /*response_expected*/, std::chrono::steady_clock::time_point deadline,
+                            Buffer* reply) {
+  const std::shared_ptr<Engine> engine = orb().engine();
+  return engine ? engine->call_local(std::move(request), deadline, reply) : "TRANSIENT";
+}
+
+}  // namespace zrsv
+
+using namespace zrsv;
+
+namespace {
+
+/// The ORB behind a handle, or null with `env` filled.
+Orb* orb_of(void* handle, CORBA_Environment* env) {
+  if (handle == &orb()) return &orb();
+  raise_standard(env, "BAD_PARAM");
+  return nullptr;
+}
+
+}  // namespace
+
+void* CORBA_ORB_init(int* argc, char** argv, const char* /*orb_id*/, CORBA_Environment* env) {
+  return guarded(env, [&]() -> void* {
+    const std::string wrong = orb().init(argc, argv);
+    if (wrong.empty()) return &orb();
+    OM_log("%s", wrong.c_str());
+    raise_standard(env, "BAD_PARAM");
+    return nullptr;
+  });
+}
+
+void* CORBA_ORB_resolve_initial_references(void* handle, const char* name, CORBA_Environment* env) {
+  return guarded(env, [&]() -> void* {
+    Orb* const of = orb_of(handle, env);
+    if (!of) return nullptr;
+    const std::string wanted = name ? name : "";
+    if (wanted == "KQ_LightInterfaceRepository") return &interface_repository;
+    if (wanted == "ImplementationRepository") return &implementation_repository;
+    return of->resolve(wanted, env).release();
+  });
+}
+
+void ZR_register_initial_reference(void* handle, const char* name, void* object) {
+  if (handle == &orb() && name && object) orb().set_initial(name, Ref<Reference>::share(as_reference(object)));
+}
+
+void CORBA_ORB_run(void* handle, CORBA_Environment* env) {
+  if (Orb* const of = orb_of(handle, env)) of->run(env);
+}
+
+void CORBA_ORB_shutdown(void* handle, unsigned char wait, CORBA_Environment* env) {
+  if (Orb* const of = orb_of(handle, env)) of->shutdown(wait, env);
+}
+
+void CORBA_ORB_destroy(void* handle, CORBA_Environment* env) {
+  if (Orb* const of = orb_of(handle, env)) of->destroy(env);
+}
+
+const char* ZR_published_endpoint(void* handle, uint32_t index) {
+  return handle == &orb() ? orb().published(index) : nullptr;
+}

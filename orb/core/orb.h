@@ -1,0 +1,67 @@
+// The ORB of the process: one start after another, each with an engine, end points and a tick of its own.
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine.h"
+#include "listener.h"
+#include "options.h"
+#include "reference.h"
+
+namespace zrsv {
+
+class Orb {
+ public:
+  /// Counts a use; the first one puts the options in force. "" or what is wrong with them.
+  std::string init(int* argc, char** argv);
+  /// Undoes one init; the last one shuts down and frees.
+  void destroy(CORBA_Environment* env);
+
+  Ref<Reference> resolve(const std::string& name, CORBA_Environment* env);
+  void set_initial(const std::string& name, Ref<Reference> object);
+
+  void run(CORBA_Environment* env);
+  void shutdown(bool wait, CORBA_Environment* env);
+
+  const char* published(uint32_t index);
+  /// Null while nothing is served.
+  std::shared_ptr<Engine> engine();
+
+ private:
+  /// Idle -> Serving (start) -> Closing (shutdown) -> Closed (the closer) -> Serving ...
+  enum class State { Idle, Serving, Closing, Closed };
+
+  Ref<Reference> start(CORBA_Environment* env);
+  std::string open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine);
+  Ref<Reference> make_root();
+  bool serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine, const Ref<Reference>& root);
+  void close();
+  void wait_until_closed();
+
+  std::recursive_mutex start_mutex_;  // a start, in which the adapter calls back; taken before mutex_
+  bool starting_ = false;             // guarded by start_mutex_
+  Ref<Reference> root_;               // guarded by start_mutex_: what the adapter made, kept for good
+
+  std::mutex mutex_;  // guards all below
+  std::condition_variable changed_;
+  State state_ = State::Idle;
+  uint64_t ends_ = 0;  // how often it came to Closed
+  uint32_t uses_ = 0;
+  std::map<std::string, Ref<Reference>> initial_;
+  std::vector<std::string> published_;
+  std::shared_ptr<Engine> engine_;
+  std::unique_ptr<Listener> listener_;
+  Ticker ticker_;
+  std::thread closer_;
+};
+
+/// The ORB of the process. It is never freed, as threads in servants may outlive main.
+Orb& orb();
+
+}  // namespace zrsv

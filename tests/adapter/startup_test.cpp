@@ -1,0 +1,224 @@
+// Start-up, the root POA, records and their proof of life.
+#include <functional>
+#include <thread>
+
+#include <gmock/gmock.h>
+
+#include "orb_fixture.h"
+#include "poainfo.h"
+#include "policy_list.h"
+#include "raised.h"
+#include "trace_recorder.h"
+
+using namespace PortableServer;
+using testing::Contains;
+
+namespace {
+
+class StartUp : public AdapterTest {
+ protected:
+  POAInfoPtr record_of(POA* poa) { return POAInfo::findPOAInfo(poa, env); }
+  POA_var child(POA* parent, const char* name) { return parent->create_POA(name, nullptr, CORBA::PolicyList()); }
+  CORBA::Environment env;
+};
+
+}  // namespace
+
+TEST_F(StartUp, TheRootPoaStandsWhole) {
+  ASSERT_TRUE(initialised);
+  EXPECT_STREQ(CORBA::String_var(POAInfo::root_poa->the_name()).in(), "rootPOA");
+  const POAInfoPtr record = record_of(root);
+  ASSERT_EQ(record.get(), root_poa_info);
+  EXPECT_EQ(record->parent, nullptr);
+  EXPECT_EQ(record->poa_object, POAInfo::root_poa);
+  EXPECT_EQ(record->poa_managerInfo_ptr, default_poa_manager_info);
+  EXPECT_EQ(record->poa_manager, default_poa_manager);
+  const PolicyTag tags[] = {record->thread_policy, record->lifespan_policy, record->object_id_uniqeness_policy,
+                            record->id_assignment_policy, record->implicit_activation_policy,
+                            record->servant_retention_policy, record->request_processing_policy};
+  EXPECT_THAT(tags, testing::ElementsAre(0, 2, 4, 7, 8, 10, 12));
+  EXPECT_STREQ(ZR_object_get_IntfID(POAInfo::root_poa->get_ref(), 0, env._evp), "IDL:org.omg/PortableServer/POA:1.0");
+  EXPECT_STREQ(ZR_object_get_ImplID(POAInfo::root_poa->get_ref(), 0, env._evp), "IDL:org.omg/PortableServer/POA:1.0");
+  EXPECT_EQ(_call_cpp_, call_cpp_handler);
+  EXPECT_EQ(_call_disconnect_cpp_, call_disconnect_cpp_handler);
+  EXPECT_EQ(_call_poa_inst_lifespan_, call_poa_inst_lifespan);
+}
+
+TEST_F(StartUp, TheCurrentIsAnInitialReference) {
+  CORBA::Object current;
+  current.set_ref(CORBA_ORB_resolve_initial_references(test_orb(), "POACurrent", env._evp));
+  EXPECT_TRUE(CORBA_object_is_equivalent(current.get_ref(), poa_current->get_ref()));
+}
+
+TEST_F(StartUp, AgainItOnlyTakesOverTheHandles) {
+  void* const orb = POAInfo::_orb;
+  void* const boa = POAInfo::_boa;
+  char other_orb = 0;
+  char other_boa = 0;
+  POAInfo* const before = root_poa_info;
+  EXPECT_EQ(_poa_init(&other_orb, &other_boa), POAInfo::root_poa->get_ref());
+  EXPECT_EQ(POAInfo::_orb, &other_orb);
+  EXPECT_EQ(POAInfo::_boa, &other_boa);
+  EXPECT_EQ(root_poa_info, before);
+  EXPECT_EQ(_poa_init(orb, boa), POAInfo::root_poa->get_ref());
+  EXPECT_EQ(POAInfo::_orb, orb);
+}
+
+// The ORB's end does not end the POAs: the next start gives the same root.
+TEST_F(StartUp, AFailedStartLeavesItToBeDoneAgain) {
+  void* const orb = POAInfo::_orb;
+  void* const boa = POAInfo::_boa;
+  const CORBA::ULong ids = POAInfo::system_id;
+  char no_orb = 0;
+  initialised = false;
+  EXPECT_EQ(_poa_init(&no_orb, boa), nullptr) << "the repositories cannot be resolved there";
+  EXPECT_FALSE(initialised);
+  EXPECT_EQ(POAInfo::system_id, 0x01234567u);
+  initialised = true;
+  POAInfo::system_id = ids;
+  _poa_init(orb, boa);
+  EXPECT_EQ(record_of(root).get(), root_poa_info);
+}
+
+TEST_F(StartUp, APoaObjectCarriesAnIdentityAndNoAddress) {
+  const POAInfoPtr record = record_of(top);
+  const unsigned char* data = nullptr;
+  std::uint32_t length = 0;
+  ASSERT_TRUE(ZR_object_peek_id(top->get_ref(), &data, &length));
+  ASSERT_EQ(length, sizeof(Identity));
+  EXPECT_EQ(std::memcmp(data, &record->identity, length), 0);
+}
+
+TEST_F(StartUp, FindPoaInfoTellsWhyItFindsNothing) {
+  POA_var gone = child(top, "gone");
+  gone->destroy(false, false);
+  POA_var again = child(top, "gone");  // does not bring the old one back
+  POA_var no_handle = new PortableServer_POA_impl;
+  ThreadPolicy_var policy = root->create_thread_policy(ORB_CTRL_MODEL);
+  POA_var four_octets = POA::_narrow(policy);
+  POA_var never_given_out = new PortableServer_POA_impl;
+  ValueReferenceData<Identity> data(~Identity{0});
+  never_given_out->set_ref(POAInfo::createObject(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", nullptr, env._evp));
+  const struct {
+    POA* poa;
+    const char* trace;
+  } rows[] = {
+      {gone, "POAInfo::findPOAInfo end... [return NULL 2]"},
+      {never_given_out, "POAInfo::findPOAInfo end... [return NULL 2]"},
+      {four_octets, "POAInfo::findPOAInfo end... [return NULL 1]"},
+      {no_handle, "POAInfo::findPOAInfo end... [return NULL : exeption]"},
+      {nullptr, "POAInfo::findPOAInfo end... [return NULL : exeption]"},
+  };
+  for (const auto& row : rows) {
+    TraceRecorder trace;
+    EXPECT_EQ(record_of(row.poa), nullptr) << row.trace;
+    EXPECT_TRUE(trace.in_order({"POAInfo::findPOAInfo called...", row.trace}));
+    EXPECT_EQ(env._exp, nullptr);
+  }
+  TraceRecorder trace;
+  EXPECT_NE(record_of(again), nullptr);
+  EXPECT_TRUE(trace.in_order({"POAInfo::findPOAInfo called...", "POAInfo::is_existent called...",
+                              "POAInfo::is_existent_sub end...[exist]", "POAInfo::is_existent end...",
+                              "POAInfo::findPOAInfo end... [find POAInfo]"}));
+}
+
+TEST_F(StartUp, ExistenceIsAPlaceInTheTree) {
+  POA_var below = child(top, "below");
+  POA_var deep = child(below, "deep");
+  const POAInfoPtr record = record_of(deep);
+  const POAInfo stranger;
+  EXPECT_FALSE(POAInfo::is_existent(nullptr));
+  EXPECT_TRUE(POAInfo::is_existent(root_poa_info));
+  EXPECT_TRUE(POAInfo::is_existent(record.get()));
+  EXPECT_TRUE(POAInfo::is_existent_sub(record->parent->parent, record.get()));
+  EXPECT_FALSE(POAInfo::is_existent(&stranger));
+  below->destroy(false, false);
+  EXPECT_FALSE(POAInfo::is_existent(record.get()));
+}
+
+TEST_F(StartUp, RemovingARecordKeepsTheOrderOfTheOthers) {
+  for (const char* name : {"a", "b", "c", "d"}) child(top, name);
+  const POAInfoPtr parent = record_of(top);
+  const auto names = [&] {
+    std::string all;
+    for (POAInfo* at = parent->the_first_child(); at; at = at->siblings) all += at->the_adapter_name();
+    return all;
+  };
+  const POAInfoPtr middle = parent->findChildByName("b", env, false);
+  const POAInfoPtr first = parent->findChildByName("d", env, false);
+  ASSERT_EQ(names(), "dcba");
+
+  TraceRecorder trace;
+  POAInfo::remove_from_list(middle.get());
+  EXPECT_EQ(names(), "dca");
+  EXPECT_EQ(trace.count_starting("POAInfo::remove_from_list end...[removed. POAInfo=0x"), 1u);
+  POAInfo::remove_from_list(middle.get());
+  POAInfo::remove_from_list(root_poa_info);
+  EXPECT_EQ(names(), "dca");
+  EXPECT_EQ(trace.count("POAInfo::remove_from_list end...[not removed]"), 2u);
+  EXPECT_TRUE(POAInfo::is_existent(root_poa_info));
+  trace.clear();
+  POAInfo::remove_from_list(first.get());
+  POAInfo::remove_from_list(nullptr);
+  EXPECT_EQ(names(), "ca");
+  EXPECT_EQ(trace.count_starting("POAInfo::remove_from_list"), 2u) << "no end line for the first child";
+}
+
+TEST_F(StartUp, ARecordInUseOutlivesItsPoaAndHoldsItsParents) {
+  POA_var below = child(top, "below");
+  POA_var deep = child(below, "deep");
+  POAInfoPtr held = record_of(deep);
+  TraceRecorder trace;
+  top->destroy(false, false);
+  EXPECT_EQ(trace.count_starting("POAInfo::~POAInfo called..."), 0u) << "each record is the parent of one in use";
+  EXPECT_STREQ(held->parent->the_adapter_name(), "below");
+  EXPECT_NE(POA_var(POA::_duplicate(held->the_parent(env))).in(), nullptr);
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { held->create_POA("late", nullptr, CORBA::PolicyList(), ev); });
+  EXPECT_TRUE(trace.has("PortableServer_POA_impl::create_POA [poa_info is null.]"));
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { held->destroy(false, false, ev); });
+  EXPECT_TRUE(trace.has("PortableServer_POA_impl::destroy [poa_info is null.]"));
+  held.reset();
+  EXPECT_EQ(trace.count_starting("POAInfo::~POAInfo called..."), 3u);
+}
+
+TEST_F(StartUp, WithoutAReferenceThereIsNoObject) {
+  ValueReferenceData<Identity> data(1);
+  TraceRecorder trace;
+  EXPECT_EQ(POAInfo::createObject(&data.sequence, "impl", nullptr, nullptr, env._evp), nullptr);
+  EXPECT_NE(env._evp->_major, static_cast<uint32_t>(CORBA_NO_EXCEPTION));
+  CORBA_Environment fine{};
+  void* made = POAInfo::createObject(&data.sequence, "the impl", "IDL:the/intf:1.0", nullptr, &fine);
+  EXPECT_TRUE(trace.has("imple_name=the impl intf_name=IDL:the/intf:1.0"));
+  EXPECT_STREQ(ZR_object_get_ImplID(made, 0, &fine), "the impl");
+  EXPECT_STREQ(ZR_object_get_IntfID(made, 0, &fine), "IDL:the/intf:1.0");
+  CORBA_object_release(made);
+}
+
+TEST(Mutexes, ExcludeOtherThreadsAndAreReentrant) {
+  test_root_poa();
+  const struct {
+    unsigned char (*reserve)();
+    unsigned char (*release)();
+  } mutexes[] = {{poa_mutex_reserve, poa_mutex_release},
+                 {poa_svt_delete_mutex_reserve, poa_svt_delete_mutex_release},
+                 {poa_svt_ref_counter_mutex_reserve, poa_svt_ref_counter_mutex_release},
+                 {poa_svt_lifespan_mutex_reserve, poa_svt_lifespan_mutex_release},
+                 {poa_default_servant_ref_mutex_reserve, poa_default_servant_ref_mutex_release},
+                 {poa_svt_objref_mutex_reserve, poa_svt_objref_mutex_release}};
+  for (const auto& mutex : mutexes) {
+    int count = 0;
+    const auto work = [&] {
+      for (int i = 0; i < 1000; ++i) {
+        EXPECT_TRUE(mutex.reserve() && mutex.reserve());
+        const int seen = count;
+        EXPECT_TRUE(mutex.release());
+        count = seen + 1;
+        EXPECT_TRUE(mutex.release());
+      }
+    };
+    std::thread other(work);
+    work();
+    other.join();
+    EXPECT_EQ(count, 2000);
+  }
+}

@@ -1,0 +1,164 @@
+#include <gtest/gtest.h>
+
+#include "../core/octets.h"
+#include "orb_fixture.h"
+#include "poa_cdr.h"
+
+namespace {
+
+using namespace PortableServer;
+
+constexpr uint16_t no_direction = 2;
+const std::string nil_reference = hex("01000000 00 000000 00000000");
+
+template <class Wire, class... Value>
+std::string encode(Wire wire, Value&&... value) {
+  Encoding out;
+  static_cast<CDR*>(out)->direction = CDR_ENCODE;
+  return wire(out, std::forward<Value>(value)...) ? out.octets() : "failed";
+}
+
+template <class Wire, class Value>
+bool decode(Wire wire, const std::string& octets, Value&& value) {
+  Decoding in(octets);
+  static_cast<CDR*>(in)->direction = CDR_DECODE;
+  return wire(in, std::forward<Value>(value));
+}
+
+template <class X>
+void expect_reference_travels(unsigned char (*wire)(CDR*, X*&)) {
+  SCOPED_TRACE(typeid(X).name());
+  CORBA::ObjectVar<X> reference = X::_narrow(test_root_poa());
+  const std::string octets = encode(wire, reference.inout());
+  CORBA::ObjectVar<X> decoded;
+  ASSERT_TRUE(decode(wire, octets, decoded.out()));
+  EXPECT_TRUE(decoded->_is_equivalent(reference.in()));
+  for (std::size_t cut = 0; cut < octets.size(); ++cut) {
+    X* none = nullptr;
+    EXPECT_FALSE(decode(wire, octets.substr(0, cut), none)) << cut;
+    EXPECT_EQ(none, nullptr);
+  }
+  X* nil = nullptr;
+  EXPECT_EQ(encode(wire, nil), nil_reference);
+  EXPECT_TRUE(decode(wire, nil_reference, decoded.inout())) << "what was there is not the function's to release";
+  EXPECT_EQ(decoded.in(), nullptr);
+  Encoding out;
+  static_cast<CDR*>(out)->direction = no_direction;
+  EXPECT_FALSE(wire(out, reference.inout()));
+}
+
+TEST(Cdr, References) {
+  expect_reference_travels(cdr_PortableServer_POA);
+  expect_reference_travels(cdr_PortableServer_POAManager);
+  expect_reference_travels(cdr_PortableServer_ThreadPolicy);
+  expect_reference_travels(cdr_PortableServer_LifespanPolicy);
+  expect_reference_travels(cdr_PortableServer_IdUniquenessPolicy);
+  expect_reference_travels(cdr_PortableServer_IdAssignmentPolicy);
+  expect_reference_travels(cdr_PortableServer_ImplicitActivationPolicy);
+  expect_reference_travels(cdr_PortableServer_ServantRetentionPolicy);
+  expect_reference_travels(cdr_PortableServer_RequestProcessingPolicy);
+  expect_reference_travels(cdr_PortableServer_AdapterActivator);
+  expect_reference_travels(cdr_PortableServer_ServantManager);
+  expect_reference_travels(cdr_PortableServer_ServantActivator);
+  expect_reference_travels(cdr_PortableServer_ServantLocator);
+  expect_reference_travels(cdr_PortableServer_Current);
+}
+
+TEST(Cdr, Enumerations) {
+  auto state = POAManager::DISCARDING;
+  EXPECT_EQ(encode(cdr_PortableServer_POAManager_State, &state), hex("02000000"));
+  EXPECT_TRUE(decode(cdr_PortableServer_POAManager_State, hex("03000000"), &state));
+  EXPECT_EQ(state, POAManager::INACTIVE);
+  EXPECT_FALSE(decode(cdr_PortableServer_POAManager_State, hex("030000"), &state));
+  auto value = USE_SERVANT_MANAGER;
+  EXPECT_EQ(encode(cdr_PortableServer_RequestProcessingPolicyValue, &value), hex("02000000"));
+  EXPECT_TRUE(decode(cdr_PortableServer_RequestProcessingPolicyValue, hex("01000000"), &value));
+  EXPECT_EQ(value, USE_DEFAULT_SERVANT);
+}
+
+TEST(Cdr, ObjectIds) {
+  ObjectId id(3);
+  id.length(3);
+  std::memcpy(id.get_buffer(), "abc", 3);
+  const std::string octets = encode(cdr_PortableServer_ObjectId, &id);
+  EXPECT_EQ(octets, hex("03000000 616263"));
+  ObjectId empty, decoded;
+  EXPECT_EQ(encode(cdr_PortableServer_ObjectId, &empty), hex("00000000"));
+  ASSERT_TRUE(decode(cdr_PortableServer_ObjectId, octets, &decoded));
+  EXPECT_EQ(decoded.length(), 3u);
+  EXPECT_EQ(decoded[2], 'c');
+  for (std::size_t cut = 0; cut < octets.size(); ++cut) {
+    EXPECT_FALSE(decode(cdr_PortableServer_ObjectId, octets.substr(0, cut), &empty)) << cut;
+    EXPECT_EQ(empty.get_buffer(), nullptr);
+  }
+  EXPECT_FALSE(decode(cdr_PortableServer_ObjectId, hex("FFFFFFFF 61"), &empty));
+  EXPECT_TRUE(decode(cdr_PortableServer_ObjectId, hex("00000000"), &decoded));
+  EXPECT_EQ(decoded.length(), 0u);
+}
+
+TEST(Cdr, POALists) {
+  POAList list;
+  list.length(3);
+  list[0] = POA::_duplicate(test_root_poa());
+  list[2] = POA::_duplicate(test_root_poa());
+  const std::string octets = encode(cdr_PortableServer_POAList, &list);
+  POAList decoded;
+  ASSERT_TRUE(decode(cdr_PortableServer_POAList, octets, &decoded));
+  ASSERT_EQ(decoded.length(), 3u);
+  EXPECT_EQ(decoded[1].in(), nullptr);
+  EXPECT_TRUE(decoded[2]->_is_equivalent(test_root_poa()));
+
+  POAList cut;
+  EXPECT_FALSE(decode(cdr_PortableServer_POAList, octets.substr(0, octets.size() - 4), &cut));
+  ASSERT_GE(cut.length(), 2u) << "what came before the third element stays";
+  EXPECT_TRUE(cut[0]->_is_equivalent(test_root_poa()));
+  EXPECT_EQ(cut[2].in(), nullptr);
+
+  POAList huge;
+  EXPECT_FALSE(decode(cdr_PortableServer_POAList, hex("FFFFFFFF 01000000"), &huge));
+  EXPECT_EQ(huge.maximum(), 0u) << "more elements than the stream can hold";
+  EXPECT_TRUE(decode(cdr_PortableServer_POAList, hex("00000000"), &decoded));
+  EXPECT_EQ(decoded.length(), 0u);
+}
+
+TEST(Cdr, ExceptionsWithMembers) {
+  POA::InvalidPolicy policy(3);
+  EXPECT_EQ(encode(cdr_PortableServer_POA_InvalidPolicy, &policy), hex("0300"));
+  EXPECT_TRUE(decode(cdr_PortableServer_POA_InvalidPolicy, hex("0501"), &policy));
+  EXPECT_EQ(policy.index(), 0x105);
+  EXPECT_FALSE(decode(cdr_PortableServer_POA_InvalidPolicy, hex("05"), &policy));
+
+  ForwardRequest forward(test_root_poa()), decoded, nil;
+  const std::string octets = encode(cdr_PortableServer_ForwardRequest, &forward);
+  ASSERT_TRUE(decode(cdr_PortableServer_ForwardRequest, octets, &decoded));
+  EXPECT_TRUE(decoded.forward_reference()->_is_equivalent(test_root_poa()));
+  EXPECT_FALSE(decode(cdr_PortableServer_ForwardRequest, octets.substr(0, 9), &decoded));
+  EXPECT_NE(decoded.forward_reference(), nullptr);
+  EXPECT_EQ(encode(cdr_PortableServer_ForwardRequest, &nil), nil_reference);
+  EXPECT_TRUE(decode(cdr_PortableServer_ForwardRequest, nil_reference, &decoded));
+  EXPECT_EQ(decoded.forward_reference(), nullptr);
+}
+
+TEST(Cdr, AnotherDirectionMovesNothing) {
+  ObjectId id;
+  POAList list;
+  ForwardRequest forward;
+  POA::InvalidPolicy policy;
+  auto state = POAManager::ACTIVE;
+  Encoding out;
+  static_cast<CDR*>(out)->direction = no_direction;
+  EXPECT_TRUE(cdr_PortableServer_ObjectId(out, &id));
+  EXPECT_TRUE(cdr_PortableServer_POAList(out, &list));
+  EXPECT_TRUE(cdr_PortableServer_ForwardRequest(out, &forward));
+  EXPECT_TRUE(cdr_PortableServer_POA_InvalidPolicy(out, &policy));
+  EXPECT_FALSE(cdr_PortableServer_POAManager_State(out, &state)) << "the primitive refuses";
+  EXPECT_EQ(out.octets(), "");
+}
+
+TEST(Cdr, ServantsDoNotTravel) {
+  ServantBase* servant = nullptr;
+  EXPECT_EQ(encode(cdr_PortableServer_Servant, &servant), "failed");
+  EXPECT_FALSE(decode(cdr_PortableServer_Servant, hex("00000000 00000000"), &servant));
+}
+
+}  // namespace

@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "orb_fixture.h"
+#include "poa.h"
+
+namespace {
+
+using namespace PortableServer;
+
+std::string text(const ObjectId& id) { return {reinterpret_cast<const char*>(id.get_buffer()), id.length()}; }
+
+ObjectId make_id(const std::string& octets, CORBA::ULong maximum = 0) {
+  ObjectId id(maximum);
+  id.length(static_cast<CORBA::ULong>(octets.size()));
+  for (CORBA::ULong i = 0; i < id.length(); ++i) id[i] = static_cast<CORBA::Octet>(octets[i]);
+  return id;
+}
+
+TEST(ObjectId, HoldsWhatItsConstructorSays) {
+  const ObjectId fresh;
+  EXPECT_EQ(fresh.maximum() + fresh.length() + fresh.release(), 0u);
+  EXPECT_EQ(fresh.get_buffer(), nullptr);
+  const ObjectId roomy(8);
+  EXPECT_EQ(roomy.maximum(), 8u);
+  EXPECT_EQ(roomy.length(), 0u);
+  EXPECT_TRUE(roomy.release());
+  CORBA::Octet lent[4] = {1, 2, 3, 4};
+  const ObjectId view(4, 3, lent, 0);
+  EXPECT_EQ(view.get_buffer(), lent);
+  EXPECT_EQ(view[2], 3);
+  const ObjectId too_long(2, 9, lent, 0);
+  EXPECT_LE(too_long.length(), 2u) << "only to be destroyed safely";
+  EXPECT_EQ(ObjectId::allocbuf(0), nullptr);
+  ObjectId::freebuf(nullptr);
+}
+
+TEST(ObjectId, LengthGrowsAndShrinks) {
+  ObjectId id = make_id("abcd");
+  const CORBA::Octet* buffer = id.get_buffer();
+  id.length(2);
+  EXPECT_EQ(id.maximum(), 4u);
+  id.length(4);
+  EXPECT_EQ(text(id), "abcd") << "growing within the maximum keeps what is there";
+  EXPECT_EQ(id.get_buffer(), buffer);
+  id.length(6);
+  EXPECT_EQ(text(id).substr(0, 4), "abcd");
+  EXPECT_EQ(id.maximum(), 6u);
+
+  CORBA::Octet lent[2] = {7, 8};
+  ObjectId view(2, 2, lent, 0);
+  view.length(3);  // leaves the lent buffer alone
+  EXPECT_NE(view.get_buffer(), lent);
+  EXPECT_TRUE(view.release());
+}
+
+TEST(ObjectId, CopiesAreDeepAndKeepTheMaximum) {
+  const ObjectId source = make_id("ab", 6);
+  ObjectId copy(source), assigned = make_id("longer than the source");
+  assigned = source;
+  for (ObjectId* each : {&copy, &assigned}) {
+    EXPECT_EQ(each->maximum(), 6u);
+    const CORBA::Octet* buffer = each->get_buffer();
+    each->length(6);  // all of it is there to be written
+    for (CORBA::ULong i = 2; i < 6; ++i) (*each)[i] = '!';
+    EXPECT_EQ(each->get_buffer(), buffer);
+    EXPECT_EQ(text(*each), "ab!!!!");
+  }
+  EXPECT_EQ(text(source), "ab");
+  ObjectId& self = copy;
+  copy = self;
+  EXPECT_EQ(text(copy), "ab!!!!");
+}
+
+TEST(ObjectId, AnIndexPastTheLengthGivesAScratchElement) {
+  ObjectId id = make_id("ab", 4);
+  id[2] = 'X';
+  id[UINT32_MAX] = 'Y';
+  EXPECT_EQ(id.length(), 2u);
+  id.length(4);
+  EXPECT_EQ(id[2], 0);
+  EXPECT_EQ(static_cast<unsigned char*>(id), id.get_buffer());
+}
+
+/// One reference of the root POA in a list, and how the list's elements refer to it.
+class POALists : public testing::Test {
+ protected:
+  POA* const root = test_root_poa();
+
+  POAList list_of(CORBA::ULong n) {
+    POAList list;
+    list.length(n);
+    for (CORBA::ULong i = 0; i < n; ++i) list[i] = POA::_duplicate(root);
+    return list;
+  }
+  void expect_valid(const POAList& list, CORBA::ULong n) {
+    for (CORBA::ULong i = 0; i < n; ++i) {
+      ASSERT_NE(list[i].in(), nullptr) << i;
+      const CORBA::String_var name = list[i]->the_name();
+      EXPECT_STREQ(name.in(), "rootPOA");
+    }
+  }
+};
+
+TEST_F(POALists, GrowingAndCopyingKeepValidReferences) {
+  POAList list = list_of(2);
+  list.length(5);
+  expect_valid(list, 2);
+  EXPECT_EQ(list[3].in(), nullptr);
+  {
+    POAList copy(list);
+    EXPECT_NE(copy[0].in(), list[0].in()) << "a copied element is a reference of its own";
+    list = POAList();
+    expect_valid(copy, 2);
+    list = copy;
+  }
+  expect_valid(list, 2);
+  POAList& self = list;
+  list = self;
+  expect_valid(list, 2);
+}
+
+template <class Var, class Sequence>
+void expect_var_behaviour(const Sequence& two_elements) {
+  Var fresh;
+  ASSERT_NE(static_cast<Sequence*>(fresh), nullptr);
+  EXPECT_EQ(fresh->length(), 0u);
+
+  Var adopted(new Sequence(two_elements));
+  Sequence* const held = adopted;
+  adopted = held;
+  EXPECT_EQ(static_cast<Sequence*>(adopted), held);
+  adopted = *held;
+  EXPECT_EQ(static_cast<Sequence*>(adopted), held) << "assigned the very sequence it holds";
+  Var& self = adopted;
+  adopted = self;
+  EXPECT_EQ(adopted->length(), 2u);
+
+  Var copy(adopted);
+  EXPECT_NE(static_cast<Sequence*>(copy), held);
+  copy = two_elements;
+  fresh = adopted;
+  adopted->length(1);
+  EXPECT_EQ(copy->length() + fresh->length(), 4u);
+  fresh = new Sequence;
+  EXPECT_EQ(fresh->length(), 0u);
+}
+
+TEST_F(POALists, VarsOwnOneSequence) {
+  expect_var_behaviour<ObjectId_var>(make_id("ab"));
+  expect_var_behaviour<POAList_var>(list_of(2));
+  ObjectId_var id(make_id("ab"));
+  EXPECT_EQ(id[1], 'b');
+  id[7] = 'X';
+  EXPECT_EQ(text(*id), "ab");
+}
+
+}  // namespace

@@ -1,0 +1,313 @@
+#include "corba/any.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "wire.h"
+
+enum class Color : CORBA::ULong { red, green };
+
+class Names : public CORBA::Sequence<CORBA::String_var> {
+ public:
+  using Sequence::Sequence;
+};
+
+struct Broken : CORBA::UserExceptionOf<Broken> {
+  static constexpr const char* repository_id = "IDL:Broken:1.0";
+  CORBA::UShort index = 0;
+};
+
+namespace CORBA::idl {
+
+template <>
+struct Wire<Names> {
+  static bool move(CDR* cdr, Names& names) {
+    ULong count = names.length();
+    if (!OM_cdr_unsigned_long(cdr, &count)) return false;
+    if (cdr->direction == CDR_DECODE) names.length(count);
+    for (ULong i = 0; i < count; ++i) {
+      if (!Wire<char*>::move(cdr, cdr->direction == CDR_DECODE ? names[i].out() : names[i].inout()))
+        return false;
+    }
+    return true;
+  }
+};
+template <>
+struct Wire<Broken> {
+  static bool move(CDR* cdr, Broken& e) { return OM_cdr_unsigned_short(cdr, &e.index); }
+};
+
+}  // namespace CORBA::idl
+
+namespace {
+
+using CORBA::Any;
+using CORBA::TypeCode;
+using CORBA::TypeCode_var;
+using CORBA::ULong;
+
+TypeCode* tc_color() { return TypeCode::create_enum_tc("IDL:Color:1.0", "Color", {"red", "green"}); }
+TypeCode* tc_names() {
+  const TypeCode_var list(TypeCode::create_sequence_tc(0, CORBA::_tc_string));
+  return TypeCode::create_alias_tc("IDL:Names:1.0", "Names", list.in());
+}
+TypeCode* tc_broken() {
+  return TypeCode::create_exception_tc("IDL:Broken:1.0", "Broken", {{"index", CORBA::_tc_ushort}});
+}
+
+void operator<<=(Any& any, const Color& value) { CORBA::any_insert_copy(any, tc_color(), value); }
+CORBA::Boolean operator>>=(const Any& any, Color& value) {
+  return CORBA::any_extract_copy(any, tc_color(), value);
+}
+void operator<<=(Any& any, Names* value) { CORBA::any_insert_value(any, tc_names(), value); }
+CORBA::Boolean operator>>=(const Any& any, Names*& value) {
+  return CORBA::any_extract(any, tc_names(), value);
+}
+
+bool from_wire(CDR cdr, Any& any) { return cdr_CORBA_Any(&cdr, &any); }
+
+/// The Any after a journey, whose every shorter form is refused.
+Any travelled(Any any) {
+  const Octets octets = encoded([&](CDR* cdr) { return cdr_CORBA_Any(cdr, &any); });
+  Any arrived;
+  expect_no_prefix(octets, [&](const Octets& prefix) { return from_wire(reader(prefix), arrived); });
+  EXPECT_TRUE(from_wire(reader(octets), arrived));
+  EXPECT_EQ(encoded([&](CDR* cdr) { return cdr_CORBA_Any(cdr, &arrived); }), octets);
+  return arrived;
+}
+
+template <class T>
+void expect_number(T value) {
+  Any any;
+  any <<= value;
+  for (const Any& each : {any, travelled(any), Any(travelled(any))}) {
+    T found{};
+    EXPECT_TRUE(each >>= found);
+    EXPECT_EQ(found, value);
+    EXPECT_EQ(*static_cast<T*>(each.value()), value);
+    Color color = Color::green;
+    EXPECT_FALSE(each >>= color);
+    EXPECT_EQ(color, Color::green);
+  }
+}
+
+TEST(AnyTest, NumbersTravel) {
+  expect_number(std::numeric_limits<CORBA::Short>::min());
+  expect_number(std::numeric_limits<CORBA::UShort>::max());
+  expect_number(std::numeric_limits<CORBA::Long>::min());
+  expect_number(std::numeric_limits<CORBA::ULong>::max());
+  expect_number(std::numeric_limits<CORBA::LongLong>::min());
+  expect_number(std::numeric_limits<CORBA::ULongLong>::max());
+  expect_number(CORBA::Float{-0.5F});
+  expect_number(CORBA::Double{1e300});
+}
+
+TEST(AnyTest, OctetsBooleansAndCharsAreToldApart) {
+  Any octet, boolean, character;
+  octet <<= Any::from_octet{200};
+  boolean <<= Any::from_boolean{1};
+  character <<= Any::from_char{'x'};
+  const Any arrived = travelled(octet);
+  CORBA::Octet number = 0;
+  CORBA::Boolean flag = 0;
+  CORBA::Char letter = 0;
+  EXPECT_TRUE(arrived >>= Any::to_octet{number});
+  EXPECT_EQ(number, 200);
+  EXPECT_FALSE(octet >>= Any::to_boolean{flag});
+  EXPECT_TRUE(travelled(boolean) >>= Any::to_boolean{flag});
+  EXPECT_EQ(flag, 1);
+  EXPECT_TRUE(travelled(character) >>= Any::to_char{letter});
+  EXPECT_EQ(letter, 'x');
+}
+
+TEST(AnyTest, StringsAnysAndTypeCodesTravel) {
+  Any text, outer, type;
+  text <<= "hello";
+  outer <<= text;
+  type <<= CORBA::_tc_double;
+  const Any arrived = travelled(outer), arrived_type = travelled(type);
+  const Any* inner = nullptr;
+  ASSERT_TRUE(arrived >>= inner);
+  const char* found = nullptr;
+  ASSERT_TRUE(*inner >>= found);
+  EXPECT_STREQ(found, "hello");
+  TypeCode* found_type = nullptr;
+  ASSERT_TRUE(arrived_type >>= found_type);
+  EXPECT_EQ(found_type, CORBA::_tc_double);
+
+  Any bounded;
+  EXPECT_THROW((bounded <<= Any::from_string{"hello", 4}), CORBA::BAD_PARAM);
+  bounded <<= Any::from_string{"hello", 5};
+  EXPECT_FALSE(bounded >>= found);
+  const Any bounded_arrived = travelled(bounded);
+  EXPECT_TRUE(bounded_arrived >>= (Any::to_string{found, 5}));
+  EXPECT_STREQ(found, "hello");
+}
+
+TEST(AnyTest, ReferencesAreDuplicated) {
+  const char* const ior = "corbaloc:iiop:192.0.2.1:1/key";
+  CORBA::Object object;
+  object.set_ref(CORBA_ORB_string_to_object(nullptr, ior, nullptr));
+  ASSERT_NE(object.get_ref(), nullptr);
+  Any any, nil, moved;
+  any <<= &object;
+  nil <<= static_cast<CORBA::Object*>(nullptr);
+  CORBA::any_insert_reference(moved, TypeCode::create_interface_tc("IDL:I:1.0", "I"),
+                              new CORBA::Object*(CORBA::Object::_duplicate(&object)));
+  for (const Any& each : {any, travelled(any), travelled(moved)}) {
+    CORBA::Object_var found;
+    ASSERT_TRUE(each >>= Any::to_object{found.out()});
+    EXPECT_TRUE(object._is_equivalent(found.in()));
+  }
+  CORBA::Object_var found(CORBA::Object::_duplicate(&object));
+  ASSERT_TRUE(travelled(nil) >>= Any::to_object{found.out()});
+  EXPECT_EQ(found.in(), nullptr);
+}
+
+TEST(AnyTest, TypesOfOtherLibrariesAreOneLineEach) {
+  Any color, names;
+  color <<= Color::green;
+  Color found = Color::red;
+  EXPECT_TRUE(color >>= found);
+  EXPECT_EQ(found, Color::green);
+  found = Color::red;
+  EXPECT_TRUE(travelled(color) >>= found);
+  EXPECT_EQ(found, Color::green);
+
+  auto* list = new Names(2);
+  list->length(2);
+  (*list)[0] = "a";
+  (*list)[1] = "bc";
+  names <<= list;
+  Names* own = nullptr;
+  ASSERT_TRUE(names >>= own);
+  EXPECT_EQ(own, list) << "extraction points to the Any's own value";
+  const Any copy(names), arrived = travelled(names);
+  for (const Any* each : {&copy, &arrived}) {
+    Names* again = nullptr;
+    ASSERT_TRUE(*each >>= own);
+    ASSERT_TRUE(*each >>= again);
+    EXPECT_EQ(own, again);
+    EXPECT_NE(own, list);
+    ASSERT_EQ(own->length(), 2u);
+    EXPECT_STREQ((*own)[1], "bc");
+  }
+  EXPECT_THROW(CORBA::any_insert_value<Names>(color, nullptr, new Names), CORBA::BAD_TYPECODE);
+  EXPECT_TRUE(color >>= found) << "a refused insertion changes nothing";
+}
+
+TEST(AnyTest, ExceptionsTravel) {
+  Any system, user;
+  system <<= CORBA::TRANSIENT(0x4B510301, CORBA::COMPLETED_MAYBE);
+  const Any arrived = travelled(system);
+  const CORBA::SystemException* found = nullptr;
+  ASSERT_TRUE(arrived >>= found);
+  EXPECT_STREQ(found->id(), "IDL:CORBA/StExcep/TRANSIENT:1.0");
+  EXPECT_EQ(found->minor(), 0x4B510301u);
+  EXPECT_EQ(found->completed(), CORBA::COMPLETED_MAYBE);
+  EXPECT_THROW(found->_raise(), CORBA::TRANSIENT);
+
+  Broken broken;
+  broken.index = 3;
+  CORBA::any_insert_exception(user, tc_broken(), broken);
+  EXPECT_FALSE(user >>= found);
+  EXPECT_TRUE(travelled(user).is_of(TypeCode_var(tc_broken()).in()));
+}
+
+TEST(AnyTest, ReplaceOwnsByFlag) {
+  CORBA::Long number = 5;
+  Any any;
+  any.replace(CORBA::_tc_long, &number, 0);
+  EXPECT_EQ(any.value(), &number);
+  const Any copy(any);
+  number = 6;
+  CORBA::Long found = 0;
+  EXPECT_TRUE(copy >>= found);
+  EXPECT_EQ(found, 5);
+  EXPECT_TRUE(any >>= found);
+  EXPECT_EQ(found, 6);
+  any.replace(CORBA::_tc_long, new CORBA::Long(7), 1);
+  any.replace(CORBA::_tc_long, any.value(), 1);
+  EXPECT_TRUE(any >>= found);
+  EXPECT_EQ(found, 7);
+
+  const TypeCode_var names(tc_names());
+  EXPECT_THROW(any.replace(names.in(), &number, 0), CORBA::BAD_TYPECODE);
+  EXPECT_THROW(any.replace(nullptr, &number, 0), CORBA::BAD_TYPECODE);
+  any.replace(names.in(), nullptr, 0);
+  Names* none = nullptr;
+  EXPECT_FALSE(any >>= none);
+  EXPECT_EQ(any.value(), nullptr);
+  EXPECT_EQ(TypeCode_var(Any().type()).in(), CORBA::_tc_null);
+  travelled(Any());
+
+  CORBA::Any_var var;
+  var <<= "text";
+  const char* text = nullptr;
+  CORBA::Any_var other(var);
+  EXPECT_TRUE(other >>= text);
+  EXPECT_STREQ(text, "text");
+}
+
+TEST(AnyWireTest, ReadsBothByteOrders) {
+  const Octets big = {
+      0, 0, 0, 19, 0,    0,    0,    12,                // sequence, encapsulation
+      0, 0, 0, 0,  0,    0,    0,    2,    0, 0, 0, 2,  //   big-endian, short, bound 2
+      0, 0, 0, 2,  0x12, 0x34, 0x56, 0x78,              // two elements
+  };
+  Any any;
+  ASSERT_TRUE(from_wire(reader(big, true), any));
+  const Octets own = encoded([&](CDR* cdr) { return any.encode_value(cdr); });
+  ASSERT_EQ(own.size(), 8u);
+  CORBA::Short elements[2];
+  std::memcpy(elements, own.data() + 4, sizeof elements);
+  EXPECT_EQ(elements[0], 0x1234);
+  EXPECT_EQ(elements[1], 0x5678);
+}
+
+/// A value of that type from these octets, in this machine's byte order.
+bool decodes(TypeCode* owned, const std::vector<ULong>& words) {
+  const TypeCode_var type(owned);
+  CDR cdr;
+  OM_cdr_open_decode(&cdr, reinterpret_cast<const unsigned char*>(words.data()),
+                     static_cast<ULong>(words.size() * 4), 0);
+  Any any;
+  any.replace(type.in(), nullptr, 0);
+  return any.decode_value(&cdr);
+}
+
+TEST(AnyWireTest, RefusesValuesThatAreNotOfTheirType) {
+  EXPECT_TRUE(decodes(tc_color(), {1}));
+  EXPECT_FALSE(decodes(tc_color(), {2})) << "an enumerator too far";
+  EXPECT_FALSE(decodes(TypeCode::create_sequence_tc(1, CORBA::_tc_long), {2, 1, 1})) << "over the bound";
+  EXPECT_FALSE(decodes(TypeCode::create_sequence_tc(0, CORBA::_tc_octet), {0xffffffff, 0}))
+      << "more than is there";
+  EXPECT_FALSE(decodes(TypeCode::create_array_tc(0x7fffffff, CORBA::_tc_double), {1, 2, 3}));
+  const ULong text = std::endian::native == std::endian::little ? 0x00636261 : 0x61626300;
+  EXPECT_TRUE(decodes(TypeCode::create_string_tc(3), {4, text}));
+  EXPECT_FALSE(decodes(TypeCode::create_string_tc(2), {4, text})) << "over the bound";
+  EXPECT_FALSE(decodes(tc_broken(), {4, text, 0})) << "the id of another exception";
+  EXPECT_FALSE(decodes(TypeCode::_duplicate(CORBA::_tc_Object), {1, 0, 0xffffffff, 0, 0}))
+      << "profiles without end";
+  std::vector<ULong> nested(4000, CORBA::tk_any);
+  nested.push_back(CORBA::tk_null);
+  EXPECT_FALSE(decodes(CORBA::_tc_any, nested)) << "Anys without end";
+}
+
+TEST(NVListTest, KeepsItsItems) {
+  CORBA::NVList list;
+  Any value;
+  value <<= CORBA::Long{1};
+  CORBA::NamedValue* first = list.add_value("a", value, CORBA::ARG_IN);
+  for (int i = 0; i < 20; ++i) list.add_value("b", value, CORBA::ARG_INOUT);
+  EXPECT_EQ(list.item(0), first);
+  EXPECT_STREQ(first->name(), "a");
+  EXPECT_EQ(list.count(), 21u);
+  EXPECT_EQ(list.item(20)->flags(), CORBA::ARG_INOUT);
+  EXPECT_THROW(list.item(21), CORBA::Bounds);
+  EXPECT_THROW(list.add_value("c", value, 4), CORBA::BAD_PARAM);
+  EXPECT_THROW(list.add_value("c", value, 0), CORBA::BAD_PARAM);
+}
+
+}  // namespace

@@ -1,0 +1,190 @@
+#include "corba/object.h"
+
+#include <gtest/gtest.h>
+
+#include "corba.h"
+#include "corba/stubs.h"
+#include "running_orb.h"
+#include "wire.h"
+
+namespace {
+
+constexpr const char* color_id = "IDL:test/ColorPolicy:1.0";
+
+/// A policy of an interface of its own.
+class ColorPolicy : public CORBA_Policy_impl {
+ public:
+  ColorPolicy() { __policy_type = 42; }
+  CORBA::Policy* copy(CORBA_ENV) override {
+    env.clear();
+    auto made = std::make_unique<ColorPolicy>();
+    made->set_ref(CORBA_object_duplicate(_ptr, nullptr));
+    return made.release();
+  }
+  void* _cast(const char* id) override {
+    return std::strcmp(id, color_id) == 0 ? this : CORBA_Policy_impl::_cast(id);
+  }
+};
+
+void* make_color() { return new ColorPolicy; }
+void dispose_color(void* p) { delete static_cast<ColorPolicy*>(p); }
+void* cast_color(void* p, const char* id) {
+  auto* color = static_cast<ColorPolicy*>(p);
+  return id ? color->_cast(id) : static_cast<CORBA::Object*>(color);
+}
+
+CORBA::Object_var object_of(const char* intf, const char* impl) {
+  CORBA::Object_var object(new CORBA::Object);
+  object->set_ref(make_reference(intf, impl));
+  return object;
+}
+
+class ObjectTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { OM_IDL_register_class(color_id, make_color, dispose_color, cast_color); }
+  CORBA::Object_var plain = object_of("IDL:test/Plain:1.0", "plain");
+  CORBA::Object_var color = object_of(color_id, "IDL:test");
+};
+
+TEST_F(ObjectTest, DuplicatesShareTheReference) {
+  const CORBA::Object_var copy(CORBA::Object::_narrow(plain.in()));
+  EXPECT_NE(copy.in(), plain.in());
+  EXPECT_TRUE(copy->_is_equivalent(plain.in()));
+  EXPECT_FALSE(copy->_is_equivalent(color.in()));
+  EXPECT_FALSE(copy->_is_equivalent(nullptr));
+  EXPECT_EQ(copy->_hash(1000), plain->_hash(1000));
+  CORBA::Object unattached;
+  EXPECT_FALSE(CORBA::is_nil(&unattached));
+  const CORBA::Object_var unattached_copy(CORBA::Object::_duplicate(&unattached));
+  ASSERT_NE(unattached_copy.in(), nullptr);
+  EXPECT_EQ(unattached_copy->get_ref(), nullptr);
+  EXPECT_EQ(CORBA::Object::_duplicate(nullptr), nullptr);
+}
+
+TEST_F(ObjectTest, AnswersWithoutACallWhereItCan) {
+  EXPECT_TRUE(plain->_is_a("IDL:test/Plain:1.0"));
+  EXPECT_TRUE(plain->_is_a("IDL:omg.org/CORBA/Object:1.0"));
+  CORBA::Environment env;
+  EXPECT_THROW(plain->_is_a(nullptr, env), CORBA::BAD_PARAM);
+  CORBA::Object unattached;
+  EXPECT_THROW(unattached._is_a("IDL:test/Plain:1.0", env), CORBA::INV_OBJREF);
+  EXPECT_NE(CORBA::INV_OBJREF::_narrow(env.exception()), nullptr);
+  EXPECT_THROW(plain->_non_existent(env), CORBA::TRANSIENT) << "no ORB runs";
+  EXPECT_EQ(env._evp->_completed, CORBA_COMPLETED_NO);
+
+  const char* const names[] = {nullptr};
+  const ZR_skeleton skeletons[] = {nullptr};
+  const ZR_method methods[] = {nullptr};
+  ZR_register_interface(color_id);
+  CORBA::InterfaceDef definition;
+  definition.set_ref(CORBA_Repository_lookup_id(nullptr, color_id, nullptr));
+  CORBA_BOA_set_impl_methods(nullptr, nullptr, definition.get_ref(), names, skeletons, methods);
+  EXPECT_FALSE(color->_is_a("IDL:test/Plain:1.0", env));
+  EXPECT_FALSE(color->_non_existent(env));
+  const CORBA::InterfaceDef_var found(color->_get_interface(env));
+  ASSERT_NE(found.in(), nullptr);
+  EXPECT_TRUE(found->_is_equivalent(&definition));
+}
+
+TEST_F(ObjectTest, ReferencesAndStringsTravel) {
+  const RunningOrb published;
+  CORBA::Object* nil = nullptr;
+  CORBA::Object* some = plain.in();
+  char* null_text = nullptr;
+  char text[] = "text";
+  char* some_text = text;
+  const Octets octets = encoded([&](CDR* cdr) {
+    return OM_cdr_object(cdr, nil) && OM_cdr_object(cdr, some) && cdr_CORBA_string_cpp(cdr, &null_text) &&
+           cdr_CORBA_string_cpp(cdr, &some_text);
+  });
+  CDR read = reader(octets);
+  CORBA::Object_var first, second;
+  CORBA::String_var empty, same;
+  ASSERT_TRUE(OM_cdr_object(&read, first.out()) && OM_cdr_object(&read, second.out()) &&
+              cdr_CORBA_string_cpp(&read, &empty.out()) && cdr_CORBA_string_cpp(&read, &same.out()));
+  EXPECT_EQ(first.in(), nullptr);
+  EXPECT_TRUE(second->_is_equivalent(plain.in()));
+  EXPECT_STREQ(empty.in(), "");
+  EXPECT_STREQ(same.in(), "text");
+  EXPECT_FALSE(OM_cdr_object(&read, first.out()));
+
+  EXPECT_EQ(CORBA::string_alloc(-1), nullptr);
+  EXPECT_EQ(CORBA::string_dup(nullptr), nullptr);
+  const CORBA::String_var fresh(CORBA::string_alloc(3));
+  EXPECT_STREQ(fresh.in(), "");
+}
+
+TEST_F(ObjectTest, ServingObjectsAreMadeByTheirClass) {
+  void* served = nullptr;
+  EXPECT_FALSE(OM_IDL_get_object2(served, plain->get_ref(), nullptr, "IDL:test/Plain:1.0"));
+  EXPECT_FALSE(OM_IDL_get_object2(served, plain->get_ref(), nullptr, "IDL:CORBA/Policy:1.0"));
+  for (const char* id : {color_id, "IDL:CORBA/Policy:1.0"}) {
+    ASSERT_TRUE(OM_IDL_get_object2(served, color->get_ref(), nullptr, id)) << id;
+    CORBA::Policy* policy = std::strcmp(id, color_id) == 0 ? static_cast<ColorPolicy*>(served)
+                                                           : static_cast<CORBA::Policy*>(served);
+    EXPECT_EQ(policy->policy_type(), 42u);
+    EXPECT_TRUE(policy->_is_equivalent(color.in()));
+    OM_IDL_release_object2(served, id);
+  }
+  EXPECT_FALSE(OM_IDL_get_object2(served, color->get_ref(), nullptr, "IDL:CORBA/Current:1.0"));
+  OM_IDL_release_object2(nullptr, color_id);
+}
+
+TEST_F(ObjectTest, PolicyListsTravelAsTheirClassesOrAsStubs) {
+  const RunningOrb published;
+  CORBA::PolicyList sent;
+  sent.length(3);
+  sent[0] = CORBA::Policy::_narrow(color.in());
+  sent[1] = CORBA::Policy::_narrow(plain.in());
+  EXPECT_NE(dynamic_cast<ColorPolicy*>(sent[0].in()), nullptr);
+  EXPECT_NE(dynamic_cast<_st_CORBA_Policy*>(sent[1].in()), nullptr);
+  const Octets octets = encoded([&](CDR* cdr) { return cdr_CORBA_PolicyList(cdr, &sent); });
+  CORBA::PolicyList got;
+  const auto accepts = [&](const Octets& these) {
+    CDR read = reader(these);
+    return cdr_CORBA_PolicyList(&read, &got);
+  };
+  expect_no_prefix(octets, accepts);
+  EXPECT_FALSE(accepts({0xff, 0xff, 0xff, 0xff, 0, 0, 0, 0}));
+  ASSERT_TRUE(accepts(octets));
+  const CORBA::PolicyList copy(got);
+  ASSERT_EQ(copy.length(), 3u);
+  EXPECT_NE(dynamic_cast<ColorPolicy*>(copy[0].in()), nullptr);
+  EXPECT_NE(dynamic_cast<_st_CORBA_Policy*>(copy[1].in()), nullptr);
+  EXPECT_TRUE(copy[1]->_is_equivalent(plain.in()));
+  EXPECT_EQ(copy[2].in(), nullptr);
+}
+
+void* served_policy = nullptr;  // the handle that the skeletons below serve; null for one that nobody serves
+
+void call_policy(void* target, void* record, CORBA_Environment* /*env*/) {
+  const ZR_RequestInfo& info = *static_cast<ZR_ServerRequest*>(record)->info;
+  const std::pair<std::string_view, ZR_skeleton> skeletons[] = {
+      {"copy", skel_CORBA_Policy_copy},
+      {"destroy", skel_CORBA_Policy_destroy},
+      {"_get_policy_type", skel_CORBA_Policy__get_policy_type},
+  };
+  for (const auto& [name, skeleton] : skeletons) {
+    if (name != info.operation) continue;
+    EXPECT_TRUE(skeleton(info.request, served_policy ? served_policy : target, info.request_type,
+                         info.response_expected, nullptr));
+  }
+}
+
+TEST_F(ObjectTest, PolicyStubsReachThePolicySkeletons) {
+  const RunningOrb published;
+  _call_cpp_ = call_policy;
+  served_policy = color->get_ref();
+  _st_CORBA_Policy stub;
+  stub.set_ref(make_reference("IDL:test/Far:1.0", "dynamic"));
+  CORBA::Environment env;
+  EXPECT_EQ(stub.policy_type(env), 42u);
+  stub.destroy(env);
+  const CORBA::Policy_var copy(stub.copy(env));
+  ASSERT_NE(dynamic_cast<ColorPolicy*>(copy.in()), nullptr) << "this process knows the class";
+  EXPECT_TRUE(copy->_is_equivalent(color.in()));
+  served_policy = nullptr;
+  EXPECT_THROW(stub.policy_type(env), CORBA::INTERNAL) << "nothing was answered";
+}
+
+}  // namespace

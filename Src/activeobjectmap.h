@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "identity.h"
 #include "poa.h"
 #include "referencedata.h"
 
@@ -128,18 +129,20 @@ class ObjectRefList {
   void set_next(ObjectRefList* n) { next = n; }
   /// The POA's record; null once the POA is gone, when get_poa() must not be followed.
   std::shared_ptr<POAInfo> get_record() const { return _m_record.lock(); }
-  void set_record(const std::shared_ptr<POAInfo>& record) { _m_record = record; }
-  /// A node of `poa` (and not of an earlier POA object at that address) for that id.
-  bool holds(const POA* poa, std::string_view oid) const {
-    return _m_poa == poa && _m_oid && !_m_record.expired() && oid_view(*_m_oid) == oid;
+  /// Makes the node one of that record's POA; null: of none.
+  void set_record(const std::shared_ptr<POAInfo>& record);
+  /// A node of that POA for that id.
+  bool holds(Identity poa, std::string_view oid) const {
+    return _m_oid && _m_identity == poa && oid_view(*_m_oid) == oid;
   }
 
  private:
-  POA* _m_poa = nullptr;  // a number to compare while _m_record lives, else a dead pointer
+  POA* _m_poa = nullptr;  // lives as long as _m_record does
   ObjectId* _m_oid = nullptr;
   CORBA::Object* _m_object_ref = nullptr;
   ObjectRefList* next = nullptr;
   std::weak_ptr<POAInfo> _m_record;
+  Identity _m_identity = 0;  // of the record; unlike an address it is no other POA's afterwards
 };
 
 /// A POA and an id that a servant has a reference for. The record keeps the POA's object alive.

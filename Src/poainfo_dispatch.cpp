@@ -144,7 +144,8 @@ void invoke_servant(const RequestTarget& target, ServantBase& servant, CORBA::Se
   POA_TRACE("  servant->invoke call [servant=0x%lx]", trace_address(&servant));
   if (!servant.invoke(&request, ev))
     raise<CORBA::BAD_OPERATION>(ev, "servant invoke faild.  throw BAD_OPERATION.", MINOR_NO_OPERATION);
-  if (dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) {
+  // A servant that said nothing through the request object has nothing to complete; the type is asked only of the others.
+  if (request.dynamic() && dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) {
     POA_TRACE("  using DSI...");
     OM_CORBA_ServerRequest_dsi_complete_cpp(request.get_ref());
   }

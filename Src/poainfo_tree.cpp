@@ -230,16 +230,8 @@ void POAInfo::destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolea
 
 void POAInfo::withdraw_default_servant() {
   PortableServer::ServantBase* servant = servant_default;
-  if (!servant) return;
   const auto oid = default_oid();
-  CORBA::Object* reference = servant->get_ObjectReference(poa_object, oid.get());
-  if (CORBA::is_nil(reference)) return;
-  {
-    PoaSemaphoreGuard guard(__LINE__);
-    CORBA::Environment ev;
-    CORBA_ORB_unbind_object2(_orb, reference->get_ref(), nullptr, ev._evp);
-  }
-  servant->clear_ObjectReference(poa_object, oid.get());
+  if (servant && oid) PortableServer::ServantAccess::withdraw_reference(*servant, poa_object, *oid, _orb);
 }
 
 void POAInfo::etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,

@@ -6,13 +6,6 @@
 #include "poainfo.h"
 #include "serverrequest.h"
 
-namespace CORBA::idl {
-template <>
-struct Wire<InterfaceDef*> {
-  static bool move(CDR* cdr, InterfaceDef*& object) { return cdr_CORBA_InterfaceDef(cdr, object); }
-};
-}  // namespace CORBA::idl
-
 namespace PortableServer {
 
 // ---- Construction --------------------------------------------------------------------------------------------------

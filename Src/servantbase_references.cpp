@@ -8,10 +8,18 @@
 
 namespace PortableServer {
 
+void ObjectRefList::set_record(const std::shared_ptr<POAInfo>& record) {
+  _m_record = record;
+  _m_poa = record ? record->poa_object : nullptr;
+  _m_identity = record ? record->identity : 0;
+}
+
 namespace {
 
-ObjectRefList* find_node(ObjectRefList* list, const POA* poa, std::string_view oid) {
-  while (list && !list->holds(poa, oid)) list = list->get_next();
+/// `poa` is any reference object of the POA.
+ObjectRefList* find_node(ObjectRefList* list, POA* poa, std::string_view oid) {
+  const Identity identity = read_identity(poa);
+  while (list && !list->holds(identity, oid)) list = list->get_next();
   return list;
 }
 
@@ -24,7 +32,6 @@ struct Content {
 /// Takes it out of the node, which is left cleared.
 Content take(ObjectRefList& node) {
   Content content{std::unique_ptr<ObjectId>(node.get_oid()), node.get_object_ref()};
-  node.set_poa(nullptr);
   node.set_record(nullptr);
   node.set_oid(nullptr);
   node.set_object_ref(nullptr);
@@ -84,7 +91,7 @@ std::optional<std::string_view> recorded_id(bool is_default_servant, const Objec
   return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
 }
 
-bool recorded(const ServantBase& servant, const POA* poa, std::string_view oid) {
+bool recorded(const ServantBase& servant, POA* poa, std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   if (!find_node(ServantAccess::references(servant), poa, oid)) return false;
   POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
@@ -135,7 +142,6 @@ CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, in
   MutexGuard guard(poa_svt_objref_mutex);
   if (recorded(*this, poa, *id)) return nullptr;  // another thread was first
   CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
-  node->set_poa(poa);
   node->set_record(record);
   node->set_oid(own_id.release());
   node->set_object_ref(object);

@@ -17,6 +17,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using Files = std::map<std::string, fs::path, TourOrder>;
 
 /// The reference in the file.
 CORBA::Object_ptr read_reference(CORBA::ORB_ptr orb, const fs::path& file) {
@@ -42,8 +43,8 @@ X* narrow(const CORBA::Object_var& object, const fs::path& file) {
 }
 
 /// The references of the directory by their names.
-std::map<std::string, fs::path> find_references(const fs::path& dir) {
-  std::map<std::string, fs::path> found;
+Files find_references(const fs::path& dir) {
+  Files found;
   for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
     if (entry.path().extension() == ".ior") found[entry.path().stem()] = entry.path();
   }
@@ -55,14 +56,14 @@ std::map<std::string, fs::path> find_references(const fs::path& dir) {
 }
 
 bool visit_all(CORBA::ORB_ptr orb, const fs::path& dir) {
-  std::map<std::string, fs::path> files = find_references(dir);
+  Files files = find_references(dir);
   Demo::Control_var control;
   if (const auto at = files.find("control"); at != files.end()) {
     control = narrow<Demo::Control>(read_reference(orb, at->second), at->second);
     files.erase(at);
   }
   Report report;
-  std::map<std::string, Demo::Echo_var> echoes;
+  Echoes echoes;
   for (const auto& [name, file] : files) {
     const Demo::Echo_var echo = narrow<Demo::Echo>(read_reference(orb, file), file);
     report.object(name, how_it_is_served(name));

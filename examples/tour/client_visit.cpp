@@ -1,5 +1,9 @@
 #include "client_visit.h"
 
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
 #include "tour_text.h"
 
 namespace {
@@ -91,10 +95,9 @@ constexpr Known known[] = {
 };
 
 const Known* find(const std::string& name) {
-  for (const Known& one : known) {
-    if (name == one.name) return &one;
-  }
-  return nullptr;
+  const auto* found =
+      std::find_if(std::begin(known), std::end(known), [&](const Known& one) { return name == one.name; });
+  return found == std::end(known) ? nullptr : found;
 }
 
 std::string who(const std::string& name, Demo::Echo& echo) {
@@ -153,6 +156,14 @@ std::string set_lifespan(Demo::Control& control, const std::string& name) {
 
 }  // namespace
 
+bool TourOrder::operator()(const std::string& a, const std::string& b) const {
+  const auto place = [](const std::string& name) {
+    const Known* found = find(name);
+    return std::pair(found ? found - known : std::ssize(known), name);
+  };
+  return place(a) < place(b);
+}
+
 void report_call(Report& report, const std::string& call, const std::function<std::string()>& make) {
   const Clock::time_point start = Clock::now();
   std::string answer;
@@ -181,8 +192,7 @@ void visit_echo(Report& report, const std::string& name, Demo::Echo& echo) {
   report_call(report, "sleep_ms(20)", [&] { return sleep_ms(echo); });
 }
 
-void visit_control(Report& report, Demo::Control& control,
-                   const std::map<std::string, Demo::Echo_var>& echoes) {
+void visit_control(Report& report, Demo::Control& control, const Echoes& echoes) {
   const auto look = [&](const std::string& name, const std::string& call, auto&& make) {
     const auto found = echoes.find(name);
     if (found != echoes.end()) report_call(report, call, [&] { return make(control, *found->second.in()); });

@@ -10,6 +10,12 @@
 #include "control.h"
 #include "echo.h"
 
+/// Whether the tour comes by the object `a` before `b`.
+struct TourOrder {
+  bool operator()(const std::string& a, const std::string& b) const;
+};
+using Echoes = std::map<std::string, Demo::Echo_var, TourOrder>;
+
 /// The server cannot be reached, or is gone.
 class ServerGone : public std::runtime_error {
  public:
@@ -30,8 +36,7 @@ void report_call(Report& report, const std::string& call, const std::function<st
 void visit_echo(Report& report, const std::string& name, Demo::Echo& echo);
 /// Turns every switch, and looks with `echoes`, the objects by name, at what that does. Leaves everything as
 /// it was.
-void visit_control(Report& report, Demo::Control& control,
-                   const std::map<std::string, Demo::Echo_var>& echoes);
+void visit_control(Report& report, Demo::Control& control, const Echoes& echoes);
 
-/// One line on how the object of that name is served; "" for a name that is not of the tour.
+/// One line on how the object of that name is served.
 std::string how_it_is_served(const std::string& name);

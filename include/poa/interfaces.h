@@ -6,6 +6,9 @@
 
 #include "poa/types.h"
 
+// g++ hides what is made from a literal as a template argument, unless the literal is first named where things are visible.
+#pragma GCC visibility push(default)
+
 namespace PortableServer {
 
 class AdapterActivator;
@@ -280,3 +283,5 @@ using Current_ptr = Current*;
 using Current_var = CORBA::ObjectVar<Current>;
 
 }  // namespace PortableServer
+
+#pragma GCC visibility pop

@@ -20,13 +20,13 @@ class ObjectId : public CORBA::OctetSeq {
 };
 using ObjectId_var = CORBA::SequenceVar<ObjectId>;
 
-enum ThreadPolicyValue : CORBA::ULong { ORB_CTRL_MODEL = 0, SINGLE_THREAD_MODEL = 1 };
-enum LifespanPolicyValue : CORBA::ULong { TRANSIENT = 0, PERSISTENT = 1 };
-enum IdUniquenessPolicyValue : CORBA::ULong { UNIQUE_ID = 0, MULTIPLE_ID = 1 };
-enum IdAssignmentPolicyValue : CORBA::ULong { USER_ID = 0, SYSTEM_ID = 1 };
-enum ImplicitActivationPolicyValue : CORBA::ULong { IMPLICIT_ACTIVATION = 0, NO_IMPLICIT_ACTIVATION = 1 };
-enum ServantRetentionPolicyValue : CORBA::ULong { RETAIN = 0, NON_RETAIN = 1 };
-enum RequestProcessingPolicyValue : CORBA::ULong {
+enum POA_API ThreadPolicyValue : CORBA::ULong { ORB_CTRL_MODEL = 0, SINGLE_THREAD_MODEL = 1 };
+enum POA_API LifespanPolicyValue : CORBA::ULong { TRANSIENT = 0, PERSISTENT = 1 };
+enum POA_API IdUniquenessPolicyValue : CORBA::ULong { UNIQUE_ID = 0, MULTIPLE_ID = 1 };
+enum POA_API IdAssignmentPolicyValue : CORBA::ULong { USER_ID = 0, SYSTEM_ID = 1 };
+enum POA_API ImplicitActivationPolicyValue : CORBA::ULong { IMPLICIT_ACTIVATION = 0, NO_IMPLICIT_ACTIVATION = 1 };
+enum POA_API ServantRetentionPolicyValue : CORBA::ULong { RETAIN = 0, NON_RETAIN = 1 };
+enum POA_API RequestProcessingPolicyValue : CORBA::ULong {
   USE_ACTIVE_OBJECT_MAP_ONLY = 0,
   USE_DEFAULT_SERVANT = 1,
   USE_SERVANT_MANAGER = 2

@@ -151,7 +151,8 @@ void Assembler::skip(std::size_t octets) {
 }
 
 void Assembler::cancel(uint32_t id) {
-  // 1.1 has one unfinished message at a time, whose id stands behind its service contexts: it is cut off when it ends.
+  // 1.1 has one unfinished message at a time, whose id stands behind its service contexts: it is cut off when
+  // it ends.
   if (Unfinished* u = find(2, id)) {
     unfinished_octets_ -= u->octets.size();
     unfinished_.erase(unfinished_.begin() + (u - unfinished_.data()));
@@ -167,7 +168,8 @@ void Assembler::reset() {
 }
 
 // first fragment  = header (more) body[0 .. n)
-// later fragments = header [request id, 1.2] body[n .. m)        each a multiple of 8 octets long but the last
+// later fragments = header [request id, 1.2] body[n .. m)        each a multiple of 8 octets long but the
+// last
 Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
   if (!must_fragment(message, length, limit)) {
     parts_.push_back({message, length});

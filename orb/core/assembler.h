@@ -1,4 +1,5 @@
-// Messages out of a stream of octets, and fragments: put together on the way in, cut on the way out. No sockets here.
+// Messages out of a stream of octets, and fragments: put together on the way in, cut on the way out. No
+// sockets here.
 #pragma once
 
 #include <sys/uio.h>
@@ -21,13 +22,14 @@ class Assembler {
 
   explicit Assembler(uint32_t max_message) : max_message_(max_message) {}
 
-  /// Where the next octets go, and how many may. What it asks for grows with what has arrived, never with what a header claims. Null:
-  /// no memory.
+  /// Where the next octets go, and how many may. What it asks for grows with what has arrived, never with
+  /// what a header claims. Null: no memory.
   unsigned char* room(std::size_t* octets);
   void received(std::size_t octets) { stream_.grow(octets); }
 
-  /// The next whole message, its fragments joined: `message` holds header and body, and `header` says the same of it. The memory of
-  /// `message` is used again for the stream. After Bad nothing more can be read; error() says why.
+  /// The next whole message, its fragments joined: `message` holds header and body, and `header` says the
+  /// same of it. The memory of `message` is used again for the stream. After Bad nothing more can be read;
+  /// error() says why.
   Result next(giop::Header* header, Buffer* message);
   const char* error() const { return error_; }
 
@@ -67,7 +69,8 @@ class Assembler {
   const char* error_ = "";
 };
 
-/// A message as it leaves: in one piece, or cut into fragments. Views into the message, which must stay; its header is changed.
+/// A message as it leaves: in one piece, or cut into fragments. Views into the message, which must stay; its
+/// header is changed.
 class Pieces {
  public:
   /// `limit` 0: never cut. GIOP 1.0 knows no fragments.

@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 
-#include "options.h"
 #include "zrsocket.h"
 
 namespace zrsv {
@@ -17,15 +15,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t most_kept = 1 << 20;      // of messages that a peer does not take
+constexpr std::size_t most_kept = 1 << 20;       // of messages that a peer does not take
 constexpr std::size_t most_discarded = 1 << 18;  // of input thrown away at the end
 constexpr std::size_t parts_at_once = 64;
-
-/// How long a peer may take for so many octets: the time limit of calls, and as much again for each 60 MiB.
-std::chrono::milliseconds send_limit(std::size_t octets) {
-  const uint64_t limit = options().timeout_ms ? options().timeout_ms : 60'000;
-  return std::chrono::milliseconds(limit + limit * (octets >> 20) / 60);
-}
 
 /// Drops the first `count` octets of the parts.
 void advance(std::vector<iovec>* parts, std::size_t* first, std::size_t count) {
@@ -52,12 +44,15 @@ bool wait_writable(int fd, Clock::time_point deadline) {
 
 }  // namespace
 
-// ---- TargetCache ---------------------------------------------------------------------------------------------------------
+// ---- TargetCache
+// ---------------------------------------------------------------------------------------------------------
 
 Ref<Reference> TargetCache::find(std::string_view key) {
   for (std::size_t i = 0; i < targets_.size(); ++i) {
     if (!targets_[i] || targets_[i]->key() != key) continue;
-    if (i > 0) std::rotate(targets_.begin(), targets_.begin() + static_cast<long>(i), targets_.begin() + static_cast<long>(i) + 1);
+    if (i > 0)
+      std::rotate(targets_.begin(), targets_.begin() + static_cast<long>(i),
+                  targets_.begin() + static_cast<long>(i) + 1);
     return targets_[0];
   }
   Ref<Reference> made = Reference::from_key(key);
@@ -68,7 +63,8 @@ Ref<Reference> TargetCache::find(std::string_view key) {
 
 void TargetCache::clear() { targets_.fill({}); }
 
-// ---- PeerAddress ---------------------------------------------------------------------------------------------------------
+// ---- PeerAddress
+// ---------------------------------------------------------------------------------------------------------
 
 PeerAddress PeerAddress::of(const sockaddr_storage& from) {
   PeerAddress peer;
@@ -91,9 +87,10 @@ std::string PeerAddress::text() const {
   return (ipv6 ? "[" + std::string(text) + "]" : std::string(text)) + ":" + std::to_string(port);
 }
 
-// ---- Counting --------------------------------------------------------------------------------------------------------------
+// ---- Counting
+// --------------------------------------------------------------------------------------------------------------
 
-Connection::Connection(ConnectionPool* pool) : pool_(pool), assembler_(pool->max_message()) {}
+Connection::Connection(ConnectionPool* pool) : pool_(pool), assembler_(pool->options().max_message) {}
 
 bool Connection::try_add_ref() {
   uint32_t count = count_.load(std::memory_order_relaxed);
@@ -119,7 +116,8 @@ void Connection::open(int fd, const PeerAddress& peer) {
   count_.store(1, std::memory_order_release);
 }
 
-// ---- Reading ---------------------------------------------------------------------------------------------------------------
+// ---- Reading
+// ---------------------------------------------------------------------------------------------------------------
 
 bool Connection::begin_read(bool hung_up) {
   if (hung_up) hung_up_.store(true, std::memory_order_relaxed);
@@ -159,18 +157,20 @@ Connection::Input Connection::receive() {
   return Input::Octets;
 }
 
-// ---- Sending ---------------------------------------------------------------------------------------------------------------
+// ---- Sending
+// ---------------------------------------------------------------------------------------------------------------
 
 void Connection::send(unsigned char* message, std::size_t length) {
   std::unique_lock lock(out_mutex_);
   std::size_t sent = 0;
-  if (!out_busy_ && out_kept_.size() == 0 && !broken() && !must_fragment(message, length, options().fragment_size)) {
+  if (!out_busy_ && out_kept_.size() == 0 && !broken() &&
+      !must_fragment(message, length, pool_->options().fragment_size)) {
     const ssize_t n = ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n == static_cast<ssize_t>(length)) return;
     if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return failed(nullptr);
     if (n > 0) sent = static_cast<std::size_t>(n);
   }
-  Pieces pieces(message, length, options().fragment_size);
+  Pieces pieces(message, length, pool_->options().fragment_size);
   std::size_t first = 0;
   advance(&pieces.parts(), &first, sent);
   write_in_turn(lock, &pieces.parts());
@@ -198,7 +198,8 @@ void Connection::flush() {
   write_in_turn(lock, &nothing);
 }
 
-// Waits until no other thread is sending, then sends what was kept and `parts`, with the lock open while the peer is slow.
+// Waits until no other thread is sending, then sends what was kept and `parts`, with the lock open while the
+// peer is slow.
 void Connection::write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<iovec>* parts) {
   out_turn_.wait(lock, [this] { return !out_busy_; });
   out_busy_ = true;
@@ -214,6 +215,12 @@ void Connection::write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<i
   } while (out_kept_.size() > 0 && !broken());
   out_busy_ = false;
   out_turn_.notify_one();
+}
+
+// How long a peer may take for so many octets: the time limit of calls, and as much again for each 60 MiB.
+std::chrono::milliseconds Connection::send_limit(std::size_t octets) const {
+  const uint64_t limit = pool_->options().timeout_ms ? pool_->options().timeout_ms : 60'000;
+  return std::chrono::milliseconds(limit + limit * (octets >> 20) / 60);
 }
 
 bool Connection::write_all(std::vector<iovec>* parts) {
@@ -237,7 +244,8 @@ bool Connection::write_all(std::vector<iovec>* parts) {
   return true;
 }
 
-// ---- End ---------------------------------------------------------------------------------------------------------------------
+// ---- End
+// ---------------------------------------------------------------------------------------------------------------------
 
 void Connection::failed(const char* what) {
   if (what && !broken()) OM_log("%s %s: connection closed", peer_.text().c_str(), what);
@@ -252,7 +260,8 @@ void Connection::say_goodbye(const unsigned char* message, std::size_t length) {
   {
     std::lock_guard lock(out_mutex_);
     // In the middle of another message it would only be taken for a part of it.
-    if (!broken() && !out_busy_ && out_kept_.size() == 0) ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (!broken() && !out_busy_ && out_kept_.size() == 0)
+      ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
     broken_ = true;
   }
   ::shutdown(fd_, SHUT_WR);
@@ -264,7 +273,8 @@ void Connection::say_goodbye(const unsigned char* message, std::size_t length) {
   }
 }
 
-// ---- ConnectionPool ----------------------------------------------------------------------------------------------------------
+// ---- ConnectionPool
+// ----------------------------------------------------------------------------------------------------------
 
 ConnectionPool::~ConnectionPool() {
   for (auto& connection : all_)

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -12,11 +13,13 @@
 #include <vector>
 
 #include "assembler.h"
+#include "options.h"
 #include "reference.h"
 
 namespace zrsv {
 
-/// The references of the keys seen last, last used first, so that a warm request compares octets and makes nothing.
+/// The references of the keys seen last, last used first, so that a warm request compares octets and makes
+/// nothing.
 class TargetCache {
  public:
   /// The local reference that `key` names; null when this process never minted such a key.
@@ -38,15 +41,17 @@ struct PeerAddress {
 
 class ConnectionPool;
 
-/// The memory of a connection is never freed while its pool lives, it is used again for a later one. So a thread that got an event for
-/// a connection that another thread has closed meanwhile finds no count to take, or at worst looks in vain for input on the new one.
+/// The memory of a connection is never freed while its pool lives, it is used again for a later one. So a
+/// thread that got an event for a connection that another thread has closed meanwhile finds no count to take,
+/// or at worst looks in vain for input on the new one.
 class Connection {
  public:
   explicit Connection(ConnectionPool* pool);
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Counting. The last drop closes the descriptor, so it is not used again while a request may still send on it.
+  /// Counting. The last drop closes the descriptor, so it is not used again while a request may still send on
+  /// it.
   bool try_add_ref();
   void add_ref() { count_.fetch_add(1, std::memory_order_relaxed); }
   void drop();
@@ -54,7 +59,8 @@ class Connection {
   int fd() const { return fd_; }
   const PeerAddress& peer() const { return peer_; }
 
-  // ---- Reading: one thread owns it at a time -----------------------------------------------------------------------
+  // ---- Reading: one thread owns it at a time
+  // -----------------------------------------------------------------------
 
   /// An event came. True: the caller owns reading now. False: another thread does, and will look again.
   bool begin_read(bool hung_up);
@@ -62,7 +68,8 @@ class Connection {
   bool end_read();
 
   enum class Input { Octets, None, End };
-  /// At most one recv into the assembler. A short read tells that there is no more, so the next call answers None without one.
+  /// At most one recv into the assembler. A short read tells that there is no more, so the next call answers
+  /// None without one.
   Input receive();
   /// Whether reading must go on without an event.
   bool more_input() const { return !drained_ || assembler_.more(); }
@@ -74,23 +81,25 @@ class Connection {
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
 
-  // ---- Sending: any thread, whole messages --------------------------------------------------------------------------
+  // ---- Sending: any thread, whole messages
+  // --------------------------------------------------------------------------
 
-  /// Sends a message (its header may be changed), in fragments where it is long. Waits for a slow peer, at most until the limit for that;
-  /// then the connection is broken.
+  /// Sends a message (its header may be changed), in fragments where it is long. Waits for a slow peer, at
+  /// most until the limit for that; then the connection is broken.
   void send(unsigned char* message, std::size_t length);
   /// The same without waiting: what the peer does not take now is kept. True: somebody must call flush().
   bool send_now(const unsigned char* message, std::size_t length);
   /// Sends what was kept; waits as send() does.
   void flush();
 
-  // ---- End --------------------------------------------------------------------------------------------------------------
+  // ---- End
+  // --------------------------------------------------------------------------------------------------------------
 
   /// Ends the connection as far as others see it; the reader gets an event and finishes it.
   void break_off();
   bool broken() const { return broken_.load(std::memory_order_acquire); }
-  /// Says the last word: nothing is sent after `message`, and what the peer has sent is thrown away, so that closing does not take the
-  /// message from it.
+  /// Says the last word: nothing is sent after `message`, and what the peer has sent is thrown away, so that
+  /// closing does not take the message from it.
   void say_goodbye(const unsigned char* message, std::size_t length);
   /// Takes the engine's own count, once. True for the caller that must drop it.
   bool unregister() { return registered_.exchange(false); }
@@ -105,6 +114,7 @@ class Connection {
 
   void open(int fd, const PeerAddress& peer);
   bool write_all(std::vector<iovec>* parts);
+  std::chrono::milliseconds send_limit(std::size_t octets) const;
   void write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<iovec>* parts);
   void failed(const char* what);
 
@@ -130,9 +140,10 @@ class Connection {
 /// Makes and keeps the connections of an engine.
 class ConnectionPool {
  public:
-  explicit ConnectionPool(uint32_t max_message) : max_message_(max_message) {}
+  /// With the options of now: the engine's, whatever becomes of it and them.
+  ConnectionPool() : options_(zrsv::options()) {}
   ~ConnectionPool();
-  uint32_t max_message() const { return max_message_; }
+  const Options& options() const { return options_; }
 
   /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor.
   Connection* take(int fd, const PeerAddress& peer);
@@ -142,7 +153,7 @@ class ConnectionPool {
   std::vector<Ref<Connection>> all();
 
  private:
-  const uint32_t max_message_;
+  const Options options_;
   std::atomic<uint32_t> open_{0};
   std::mutex mutex_;
   std::vector<std::unique_ptr<Connection>> all_;  // guarded by mutex_

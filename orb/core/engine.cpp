@@ -14,9 +14,9 @@ namespace zrsv {
 
 namespace {
 
-constexpr std::size_t keep = 64 << 10;      // memory that a thread keeps in each of its buffers
-constexpr unsigned turns_in_a_row = 64;     // messages and reads of one connection before others are looked at
-constexpr unsigned ready_in_a_row = 16;     // connections from the ready list before new events are looked at
+constexpr std::size_t keep = 64 << 10;   // memory that a thread keeps in each of its buffers
+constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection before others are looked at
+constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
 
 thread_local unsigned upcalls = 0;
 
@@ -32,9 +32,10 @@ Upcall::Upcall() { ++upcalls; }
 Upcall::~Upcall() { --upcalls; }
 bool Upcall::running() { return upcalls != 0; }
 
-// ---- Start ------------------------------------------------------------------------------------------------------------------
+// ---- Start
+// ------------------------------------------------------------------------------------------------------------------
 
-Engine::Engine(uint32_t slots) : slots_(slots), pool_(options().max_message) {}
+Engine::Engine(uint32_t slots) : slots_(slots) {}
 
 Engine::~Engine() {
   if (epoll_ >= 0) ::close(epoll_);
@@ -48,7 +49,8 @@ bool Engine::start() {
   if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
   queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
   try {
-    for (uint32_t i = 0; i <= slots_; ++i) threads_.emplace_back([self = shared_from_this()] { self->work(); });
+    for (uint32_t i = 0; i <= slots_; ++i)
+      threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::system_error& e) {
     OM_log("thread %zu of %u cannot be started: %s", threads_.size() + 1, slots_ + 1, e.what());
     return false;
@@ -57,7 +59,7 @@ bool Engine::start() {
 }
 
 bool Engine::add(int fd, const PeerAddress& peer) {
-  const uint32_t limit = options().max_connections;
+  const uint32_t limit = pool_.options().max_connections;
   if (limit != 0 && pool_.open_connections() >= limit) {
     OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), limit);
     ::close(fd);
@@ -71,7 +73,8 @@ bool Engine::add(int fd, const PeerAddress& peer) {
   return false;
 }
 
-// ---- The thread's round -----------------------------------------------------------------------------------------------------
+// ---- The thread's round
+// -----------------------------------------------------------------------------------------------------
 
 void Engine::work() {
   Worker worker;
@@ -178,7 +181,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
     return Next::Read;
   }
   if (!request.target->is_internal() && !queue_group().is_open()) {
-    const QueueGroup::Admission admission = queue_group().hold(&request);
+    const QueueGroup::Admission admission = queue_group().hold(&request, pool_.options().queue);
     if (admission == QueueGroup::Admission::Held) return Next::Read;
     if (admission == QueueGroup::Admission::Full) {
       refuse(worker, request, "TRANSIENT");
@@ -200,7 +203,7 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   if (request.orphaned()) return;
   {
     const Upcall upcall;
-    execute(request, &worker.reply);
+    execute(request, pool_.options().max_message, &worker.reply);
   }
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
@@ -215,7 +218,8 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
   const bool here = static_cast<bool>(connection->targets().find(request.head.key));
   worker.reply.lend(&request.cdr);
   const auto status = here ? giop::LocateStatus::ObjectHere : giop::LocateStatus::UnknownObject;
-  if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status)) giop::end_message(&request.cdr);
+  if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status))
+    giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
   send_now(connection, reply.data(), reply.size());
   reuse(&worker.reply, &reply);
@@ -225,7 +229,8 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
 
 bool Engine::cancel(Worker& worker, const Ref<Connection>& connection) {
   CDR cdr{};
-  OM_cdr_open_decode(&cdr, worker.message.data() + giop::header_size, worker.header.size, giop::needs_swap(worker.header));
+  OM_cdr_open_decode(&cdr, worker.message.data() + giop::header_size, worker.header.size,
+                     giop::needs_swap(worker.header));
   uint32_t id = 0;
   if (!OM_cdr_unsigned_long(&cdr, &id)) return false;
   connection->assembler().cancel(id);
@@ -233,7 +238,8 @@ bool Engine::cancel(Worker& worker, const Ref<Connection>& connection) {
   return true;
 }
 
-// ---- Reading, handed on -----------------------------------------------------------------------------------------------------
+// ---- Reading, handed on
+// -----------------------------------------------------------------------------------------------------
 
 void Engine::pass_on(const Ref<Connection>& connection) {
   if (connection->more_input() || !connection->end_read()) push_ready(connection);
@@ -271,7 +277,8 @@ void Engine::wake() {
   if (::write(wake_, &one, sizeof one) < 0) wake_pending_.store(false);
 }
 
-// ---- Slots and jobs ---------------------------------------------------------------------------------------------------------
+// ---- Slots and jobs
+// ---------------------------------------------------------------------------------------------------------
 
 bool Engine::enter() {
   uint32_t running = running_.load(std::memory_order_relaxed);
@@ -301,7 +308,7 @@ bool Engine::try_run_now(const ServerRequest& request) {
 bool Engine::enqueue(ServerRequest* request) {
   {
     std::lock_guard lock(jobs_mutex_);
-    if (stopping_.load() || waiting_ >= options().queue) return false;
+    if (stopping_.load() || waiting_ >= pool_.options().queue) return false;
     ++waiting_;
     const auto line = in_line_.find(request->connection.get());
     auto kept = std::make_unique<ServerRequest>(std::move(*request));
@@ -317,7 +324,8 @@ bool Engine::enqueue(ServerRequest* request) {
   return true;
 }
 
-// Called by the queue group: released requests of one connection form one job, so that they run in the order in which they came.
+// Called by the queue group: released requests of one connection form one job, so that they run in the order
+// in which they came.
 void Engine::deliver(QueueGroup::Requests requests) {
   {
     std::lock_guard lock(jobs_mutex_);
@@ -406,7 +414,9 @@ QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32
   QueueGroup::Requests taken = queue_group().withdraw(connection, id);
   const auto take_from = [&](Job& job) {
     for (auto& request : job.requests) {
-      if (!request || (connection && request->connection.get() != connection) || (id && request->head.id != *id)) continue;
+      if (!request || (connection && request->connection.get() != connection) ||
+          (id && request->head.id != *id))
+        continue;
       taken.push_back(std::move(request));
       --waiting_;
     }
@@ -417,7 +427,8 @@ QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32
   return taken;
 }
 
-// ---- Calls of this process --------------------------------------------------------------------------------------------------
+// ---- Calls of this process
+// --------------------------------------------------------------------------------------------------
 
 const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
   thread_local TargetCache targets;
@@ -435,15 +446,17 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   if (may_be_held || (!has_slot && !try_run_now(request))) {
     std::shared_ptr<LocalCall> call;
     if (request.head.response_expected) call = request.waiter = std::make_shared<LocalCall>();
-    const auto admission = may_be_held ? queue_group().hold(&request) : QueueGroup::Admission::Pass;
+    const auto admission =
+        may_be_held ? queue_group().hold(&request, pool_.options().queue) : QueueGroup::Admission::Pass;
     if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
     if (admission == QueueGroup::Admission::Pass && !has_slot && !enqueue(&request)) return "TRANSIENT";
-    if (admission == QueueGroup::Admission::Held || !has_slot) return call ? await(*call, deadline, reply) : nullptr;
+    if (admission == QueueGroup::Admission::Held || !has_slot)
+      return call ? await(*call, deadline, reply) : nullptr;
     request.waiter = nullptr;
   }
   {
     const Upcall upcall;
-    execute(request, reply);
+    execute(request, pool_.options().max_message, reply);
   }
   *reply = Buffer::take(&request.cdr);
   if (has_slot) return nullptr;
@@ -465,7 +478,8 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
   return call.error;
 }
 
-// ---- Answers that must not wait ---------------------------------------------------------------------------------------------
+// ---- Answers that must not wait
+// ---------------------------------------------------------------------------------------------
 
 void Engine::refuse(Worker& worker, ServerRequest& request, const char* exception) {
   if (request.waiter) return request.waiter->finish({}, exception);
@@ -479,12 +493,13 @@ void Engine::refuse(Worker& worker, ServerRequest& request, const char* exceptio
 }
 
 void Engine::send_now(const Ref<Connection>& connection, const unsigned char* message, std::size_t length) {
-  if (connection->send_now(message, length)) push_job({.requests = {}, .in_line = {}, .lost = {}, .flush = connection});
+  if (connection->send_now(message, length))
+    push_job({.requests = {}, .in_line = {}, .lost = {}, .flush = connection});
 }
 
 void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char* what) {
-  OM_log("%s sent bad input (%s; at most %u octets a message): connection closed", connection->peer().text().c_str(),
-         what, options().max_message);
+  OM_log("%s sent bad input (%s; at most %u octets a message): connection closed",
+         connection->peer().text().c_str(), what, pool_.options().max_message);
   unsigned char message[giop::header_size];
   giop::write_empty(message, minor, giop::Type::MessageError);
   connection->say_goodbye(message, sizeof message);
@@ -496,11 +511,13 @@ void Engine::lose(const Ref<Connection>& connection) {
   if (!connection->unregister()) return;
   ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(), nullptr);
   withdraw(connection.get(), nullptr);
-  if (connection->served && !stopping_.load()) push_job({.requests = {}, .in_line = {}, .lost = connection, .flush = {}});
+  if (connection->served && !stopping_.load())
+    push_job({.requests = {}, .in_line = {}, .lost = connection, .flush = {}});
   connection->drop();
 }
 
-// ---- The end ------------------------------------------------------------------------------------------------------------------
+// ---- The end
+// ------------------------------------------------------------------------------------------------------------------
 
 void Engine::stop(Clock::time_point deadline) {
   queue_group().deliver_to(nullptr);

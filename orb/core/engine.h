@@ -1,8 +1,8 @@
 // The threads that read requests and run them.
 //
-// N + 1 threads wait on one epoll set. The one that gets an event reads the connection, and runs the request that it read itself, after it
-// has given reading back: no other thread has to be woken for it. At most N threads run requests at a time, so one is always left to read,
-// to refuse and to close.
+// N + 1 threads wait on one epoll set. The one that gets an event reads the connection, and runs the request
+// that it read itself, after it has given reading back: no other thread has to be woken for it. At most N
+// threads run requests at a time, so one is always left to read, to refuse and to close.
 #pragma once
 
 #include <atomic>
@@ -44,8 +44,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
   bool start();
   /// Serves an accepted connection. Takes over `fd`; false, and it is closed, when there are too many.
   bool add(int fd, const PeerAddress& peer);
-  /// Starts nothing any more, lets running requests finish until `deadline`, says CloseConnection to every client and ends the threads. One
-  /// that is still in a servant then is left to itself. Not for threads of the engine.
+  /// Starts nothing any more, lets running requests finish until `deadline`, says CloseConnection to every
+  /// client and ends the threads. One that is still in a servant then is left to itself. Not for threads of
+  /// the engine.
   void stop(Clock::time_point deadline);
   /// call_in_process (in_process.h).
   const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
@@ -58,7 +59,8 @@ class Engine : public std::enable_shared_from_this<Engine> {
     Buffer reply;
     bool has_slot = false;
   };
-  /// What waits for a slot: requests to run one after another, the end of a connection to report, or its output to send.
+  /// What waits for a slot: requests to run one after another, the end of a connection to report, or its
+  /// output to send.
   struct Job {
     QueueGroup::Requests requests;  // guarded by jobs_mutex_; null where one was withdrawn
     std::size_t next = 0;
@@ -116,8 +118,8 @@ class Engine : public std::enable_shared_from_this<Engine> {
   std::atomic<bool> stopping_{false};
   std::atomic<bool> quit_{false};
 
-  // A thread that found nothing to do counts itself idle before it looks a last time, and who adds something looks for idle threads
-  // afterwards: one of the two sees the other.
+  // A thread that found nothing to do counts itself idle before it looks a last time, and who adds something
+  // looks for idle threads afterwards: one of the two sees the other.
   std::atomic<uint32_t> idle_{0};
   std::atomic<bool> wake_pending_{false};
   std::atomic<uint32_t> running_{0};  // slots taken
@@ -125,17 +127,19 @@ class Engine : public std::enable_shared_from_this<Engine> {
   std::atomic<uint32_t> job_count_{0};
 
   std::mutex ready_mutex_;
-  Connection* ready_head_ = nullptr;  // guarded by ready_mutex_; each with a count and the ownership of its reading
+  Connection* ready_head_ =
+      nullptr;  // guarded by ready_mutex_; each with a count and the ownership of its reading
   Connection* ready_tail_ = nullptr;
 
   std::mutex jobs_mutex_;
-  std::deque<std::unique_ptr<Job>> jobs_;                // guarded by jobs_mutex_, as all below
-  uint32_t waiting_ = 0;                                 // requests in jobs
-  std::unordered_map<const Connection*, Job*> in_line_;  // jobs with later requests of the same connection to come
+  std::deque<std::unique_ptr<Job>> jobs_;  // guarded by jobs_mutex_, as all below
+  uint32_t waiting_ = 0;                   // requests in jobs
+  std::unordered_map<const Connection*, Job*>
+      in_line_;  // jobs with later requests of the same connection to come
 
   std::mutex end_mutex_;
-  std::condition_variable end_;               // a slot was given back while stopping, or a thread ended
-  std::vector<std::thread::id> ended_;        // guarded by end_mutex_
+  std::condition_variable end_;         // a slot was given back while stopping, or a thread ended
+  std::vector<std::thread::id> ended_;  // guarded by end_mutex_
   std::vector<std::thread> threads_;
 };
 

@@ -36,13 +36,15 @@ std::string host_for_wildcard(bool ipv6) {
 
 }  // namespace
 
-// ---- Opening ----------------------------------------------------------------------------------------------------------------
+// ---- Opening
+// ----------------------------------------------------------------------------------------------------------------
 
 std::string Listener::open(const std::vector<Endpoint>& wanted) {
   tcp::resolver resolver(context_);
   for (const Endpoint& endpoint : wanted.empty() ? std::vector<Endpoint>{{"127.0.0.1", 0}} : wanted) {
     asio::error_code error;
-    const auto addresses = resolver.resolve(endpoint.host, std::to_string(endpoint.port), tcp::resolver::passive, error);
+    const auto addresses =
+        resolver.resolve(endpoint.host, std::to_string(endpoint.port), tcp::resolver::passive, error);
     if (error) return endpoint.host + ": " + error.message();
     for (const auto& address : addresses)
       if (std::string wrong = open_address(address.endpoint()); !wrong.empty()) return wrong;
@@ -52,10 +54,13 @@ std::string Listener::open(const std::vector<Endpoint>& wanted) {
 
 std::string Listener::open_address(const tcp::endpoint& at) {
   for (const Door& door : doors_)
-    if (at.port() != 0 && door.acceptor.local_endpoint() == at) return {};  // a name may lead twice to one address
+    if (at.port() != 0 && door.acceptor.local_endpoint() == at)
+      return {};  // a name may lead twice to one address
   Door& door = doors_.emplace_back(context_);
   asio::error_code error;
-  const auto failed = [&] { return at.address().to_string() + ":" + std::to_string(at.port()) + ": " + error.message(); };
+  const auto failed = [&] {
+    return at.address().to_string() + ":" + std::to_string(at.port()) + ": " + error.message();
+  };
   if (door.acceptor.open(at.protocol(), error)) return failed();
   ::fcntl(door.acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
   door.acceptor.set_option(tcp::acceptor::reuse_address(true), error);
@@ -76,7 +81,8 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
   std::vector<Endpoint> all;
   if (doors_.empty()) return all;
   for (const Endpoint& endpoint : wanted)
-    all.push_back({endpoint.host, endpoint.port ? endpoint.port : doors_.front().acceptor.local_endpoint().port()});
+    all.push_back(
+        {endpoint.host, endpoint.port ? endpoint.port : doors_.front().acceptor.local_endpoint().port()});
   if (!all.empty()) return all;
   for (const Door& door : doors_) {
     const tcp::endpoint at = door.acceptor.local_endpoint();
@@ -86,7 +92,8 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
   return all;
 }
 
-// ---- Accepting --------------------------------------------------------------------------------------------------------------
+// ---- Accepting
+// --------------------------------------------------------------------------------------------------------------
 
 void Listener::start() {
   for (Door& door : doors_) wait(door);
@@ -122,14 +129,16 @@ void Listener::accept_all(Door& door) {
 }
 
 void Listener::accept_later(Door& door, int error) {
-  if (!std::exchange(door.in_need, true)) OM_log("no more connections can be accepted for now: %s", std::strerror(error));
+  if (!std::exchange(door.in_need, true))
+    OM_log("no more connections can be accepted for now: %s", std::strerror(error));
   door.pause.expires_after(shortage_pause);
   door.pause.async_wait([this, &door](const asio::error_code& stopped) {
     if (!stopped) accept_all(door);
   });
 }
 
-// ---- The tick ---------------------------------------------------------------------------------------------------------------
+// ---- The tick
+// ---------------------------------------------------------------------------------------------------------------
 
 void Ticker::start(std::chrono::milliseconds period) {
   state_ = std::make_shared<State>();

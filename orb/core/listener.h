@@ -2,7 +2,6 @@
 #pragma once
 
 #include <asio.hpp>
-
 #include <chrono>
 #include <condition_variable>
 #include <list>

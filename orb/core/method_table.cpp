@@ -47,8 +47,12 @@ std::string_view described_interface(void* intf_def) {
 
 }  // namespace
 
-ZR_skeleton find_skeleton(std::string_view intf, std::string_view operation) { return find(intf, operation).skeleton; }
-ZR_method find_in_process(std::string_view intf, std::string_view operation) { return find(intf, operation).in_process; }
+ZR_skeleton find_skeleton(std::string_view intf, std::string_view operation) {
+  return find(intf, operation).skeleton;
+}
+ZR_method find_in_process(std::string_view intf, std::string_view operation) {
+  return find(intf, operation).in_process;
+}
 
 bool has_table(std::string_view intf) {
   Tables& all = tables();
@@ -58,8 +62,9 @@ bool has_table(std::string_view intf) {
 
 }  // namespace zrsv
 
-void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* env, void* intf_def, const char* const* names,
-                                const ZR_skeleton* skeletons, const ZR_method* in_process) {
+void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* env, void* intf_def,
+                                const char* const* names, const ZR_skeleton* skeletons,
+                                const ZR_method* in_process) {
   using namespace zrsv;
   const std::string_view intf = described_interface(intf_def);
   if (intf.empty() || !names || !skeletons || !in_process) return raise_standard(env, "BAD_PARAM");

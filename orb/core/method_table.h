@@ -1,4 +1,5 @@
-// The operation tables of interfaces: for requests to the broker's own objects and for calls inside the process.
+// The operation tables of interfaces: for requests to the broker's own objects and for calls inside the
+// process.
 #pragma once
 
 #include <string_view>

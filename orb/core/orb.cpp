@@ -43,7 +43,8 @@ Orb& orb() {
   return *one;
 }
 
-// ---- Uses -------------------------------------------------------------------------------------------------------------------
+// ---- Uses
+// -------------------------------------------------------------------------------------------------------------------
 
 std::string Orb::init(int* argc, char** argv) {
   Options wanted;
@@ -78,7 +79,8 @@ void Orb::destroy(CORBA_Environment* env) {
   uses_ = 0;
 }
 
-// ---- Initial references, start ------------------------------------------------------------------------------------------------
+// ---- Initial references, start
+// ------------------------------------------------------------------------------------------------
 
 Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* env) {
   {
@@ -101,7 +103,8 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
   {
     std::lock_guard lock(mutex_);
     if (const auto found = initial_.find("RootPOA"); found != initial_.end()) return found->second;
-    if (starting_ || state_ == State::Closing || uses_ == 0) return raise_standard(env, "BAD_INV_ORDER"), Ref<Reference>();
+    if (starting_ || state_ == State::Closing || uses_ == 0)
+      return raise_standard(env, "BAD_INV_ORDER"), Ref<Reference>();
     state_ = State::Idle;
   }
   starting_ = true;
@@ -109,7 +112,8 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
   std::shared_ptr<Engine> engine;
   Ref<Reference> root;
   std::string wrong = open(&listener, &engine);
-  if (wrong.empty() && !(root = make_root())) wrong = _cpp_poa_init ? "no root POA was made" : "no object adapter is linked in";
+  if (wrong.empty() && !(root = make_root()))
+    wrong = _cpp_poa_init ? "no root POA was made" : "no object adapter is linked in";
   if (wrong.empty() && !engine->start()) wrong = "the threads cannot be had";
   if (wrong.empty() && !serve(&listener, engine, root)) wrong = "shut down meanwhile";
   starting_ = false;
@@ -135,14 +139,16 @@ std::string Orb::open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engin
   if (std::string wrong = (*listener)->open(options().listen); !wrong.empty()) return wrong;
   const std::vector<Endpoint> published = (*listener)->published(options().publish);
   set_published_endpoints(published);
-  OM_log("listening on %s, references publish %s", list_of((*listener)->bound()).c_str(), list_of(published).c_str());
+  OM_log("listening on %s, references publish %s", list_of((*listener)->bound()).c_str(),
+         list_of(published).c_str());
   std::lock_guard lock(mutex_);
   published_.clear();
   for (const Endpoint& at : published) published_.push_back(text_of(at));
   return {};
 }
 
-bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine, const Ref<Reference>& root) {
+bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine,
+                const Ref<Reference>& root) {
   std::lock_guard lock(mutex_);
   if (state_ != State::Idle) return false;
   initial_["RootPOA"] = root;
@@ -154,7 +160,8 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
   return true;
 }
 
-// ---- Serving, end -------------------------------------------------------------------------------------------------------------
+// ---- Serving, end
+// -------------------------------------------------------------------------------------------------------------
 
 void Orb::run(CORBA_Environment* env) {
   if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
@@ -224,8 +231,8 @@ std::shared_ptr<Engine> Orb::engine() {
   return engine_;
 }
 
-const char* call_in_process(Buffer request, bool /*response_expected*/, std::chrono::steady_clock::time_point deadline,
-                            Buffer* reply) {
+const char* call_in_process(Buffer request, bool /*response_expected*/,
+                            std::chrono::steady_clock::time_point deadline, Buffer* reply) {
   const std::shared_ptr<Engine> engine = orb().engine();
   return engine ? engine->call_local(std::move(request), deadline, reply) : "TRANSIENT";
 }
@@ -267,7 +274,8 @@ void* CORBA_ORB_resolve_initial_references(void* handle, const char* name, CORBA
 }
 
 void ZR_register_initial_reference(void* handle, const char* name, void* object) {
-  if (handle == &orb() && name && object) orb().set_initial(name, Ref<Reference>::share(as_reference(object)));
+  if (handle == &orb() && name && object)
+    orb().set_initial(name, Ref<Reference>::share(as_reference(object)));
 }
 
 void CORBA_ORB_run(void* handle, CORBA_Environment* env) {

@@ -40,7 +40,8 @@ class Orb {
   Ref<Reference> start(CORBA_Environment* env);
   std::string open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine);
   Ref<Reference> make_root();
-  bool serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine, const Ref<Reference>& root);
+  bool serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine,
+             const Ref<Reference>& root);
   void close();
   void wait_until_closed();
 

@@ -1,6 +1,5 @@
 #include "queue_group.h"
 
-#include "options.h"
 #include "repository.h"
 
 namespace zrsv {
@@ -10,10 +9,10 @@ QueueGroup& queue_group() {
   return *one;
 }
 
-QueueGroup::Admission QueueGroup::hold(ServerRequest* request) {
+QueueGroup::Admission QueueGroup::hold(ServerRequest* request, uint32_t limit) {
   std::lock_guard lock(mutex_);
   if (is_open()) return Admission::Pass;
-  if (!deliver_ || held_.size() >= options().queue) return Admission::Full;
+  if (!deliver_ || held_.size() >= limit) return Admission::Full;
   held_.push_back(std::make_unique<ServerRequest>(std::move(*request)));
   return Admission::Held;
 }
@@ -60,7 +59,8 @@ QueueGroup::Requests QueueGroup::withdraw(const Connection* connection, const ui
   Requests taken;
   std::lock_guard lock(mutex_);
   std::erase_if(held_, [&](std::unique_ptr<ServerRequest>& request) {
-    const bool wanted = (!connection || request->connection.get() == connection) && (!id || request->head.id == *id);
+    const bool wanted =
+        (!connection || request->connection.get() == connection) && (!id || request->head.id == *id);
     if (wanted) taken.push_back(std::move(request));
     return wanted;
   });

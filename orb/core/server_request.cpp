@@ -26,7 +26,9 @@ class Running {
   ServerRequest* outer_;
 };
 
-ServerRequest& as_request(void* handle) { return static_cast<ServerRequest&>(*static_cast<RequestBase*>(handle)); }
+ServerRequest& as_request(void* handle) {
+  return static_cast<ServerRequest&>(*static_cast<RequestBase*>(handle));
+}
 void* as_handle(ServerRequest& request) { return static_cast<RequestBase*>(&request); }
 
 bool begin_reply(ServerRequest& request, uint32_t status) {
@@ -48,7 +50,8 @@ bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
          OM_cdr_unsigned_long(&request.cdr, &completed);
 }
 
-// ---- Where a request goes -------------------------------------------------------------------------------------------------
+// ---- Where a request goes
+// -------------------------------------------------------------------------------------------------
 
 void call_adapter(ServerRequest& request) {
   if (!_call_cpp_) return answer_exception(request, "OBJ_ADAPTER");
@@ -67,7 +70,8 @@ void answer_boolean(ServerRequest& request, bool answer) {
 /// The two questions that every object answers. False when it was neither.
 bool answer_basic(ServerRequest& request, std::string_view intf) {
   const std::string_view operation = request.head.operation;
-  if (operation == "_non_existent" || operation == "_not_existent") return answer_boolean(request, false), true;
+  if (operation == "_non_existent" || operation == "_not_existent")
+    return answer_boolean(request, false), true;
   if (operation != "_is_a") return false;
   const char* id = nullptr;
   request.cdr.direction = CDR_DECODE;
@@ -109,7 +113,7 @@ void call(ServerRequest& request) {
 }
 
 /// Sees to it that the stream holds what is to be sent, and nothing else.
-void complete_reply(ServerRequest& request) {
+void complete_reply(ServerRequest& request, uint32_t max_message) {
   CDR& cdr = request.cdr;
   if (!request.head.response_expected) {
     cdr.out_next = cdr.out_base;
@@ -119,9 +123,9 @@ void complete_reply(ServerRequest& request) {
     OM_log("operation %s: no reply was written", request.head.operation);
     answer_exception(request, "INTERNAL", CORBA_COMPLETED_MAYBE);
   }
-  if (static_cast<std::size_t>(cdr.out_next - cdr.out_base) > giop::header_size + std::size_t{options().max_message}) {
+  if (static_cast<std::size_t>(cdr.out_next - cdr.out_base) > giop::header_size + std::size_t{max_message}) {
     OM_log("operation %s: reply of %zu octets is over the limit of %u", request.head.operation,
-           static_cast<std::size_t>(cdr.out_next - cdr.out_base), options().max_message);
+           static_cast<std::size_t>(cdr.out_next - cdr.out_base), max_message);
     answer_exception(request, "IMP_LIMIT", CORBA_COMPLETED_YES);
   }
   if (cdr.out_next != cdr.out_base) giop::end_message(&cdr);
@@ -129,7 +133,8 @@ void complete_reply(ServerRequest& request) {
 
 }  // namespace
 
-// ---- The record ------------------------------------------------------------------------------------------------------------
+// ---- The record
+// ------------------------------------------------------------------------------------------------------------
 
 void LocalCall::finish(Buffer message, const char* why) {
   {
@@ -150,7 +155,7 @@ bool ServerRequest::read_head(const giop::Header& header) {
                                             : giop::read_locate_request(&cdr, minor, &head);
 }
 
-void execute(ServerRequest& request, Buffer* reply) {
+void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) {
   reply->lend(&request.cdr);
   request.info.request = as_handle(request);
   request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;
@@ -158,14 +163,15 @@ void execute(ServerRequest& request, Buffer* reply) {
   request.info.operation = request.head.operation;
   request.info.response_expected = request.head.response_expected;
   call(request);
-  complete_reply(request);
+  complete_reply(request, max_message);
 }
 
 void answer_exception(ServerRequest& request, const char* name, uint32_t completed) {
   CORBA_Environment env{};
   raise_standard(&env, name, 0, completed);
   // Without memory for this little there is nothing to tell the client with.
-  if (!begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) || !put_exception(request, env)) request.cdr.out_next = request.cdr.out_base;
+  if (!begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) || !put_exception(request, env))
+    request.cdr.out_next = request.cdr.out_base;
   request.replied = true;
 }
 
@@ -175,7 +181,8 @@ const ServerRequest* running_request() { return running; }
 
 using namespace zrsv;
 
-// ---- Reply encoders ---------------------------------------------------------------------------------------------------------
+// ---- Reply encoders
+// ---------------------------------------------------------------------------------------------------------
 
 unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t status) {
   return request && status <= ZR_REPLY_LOCATION_FORWARD && begin_reply(as_request(request), status);
@@ -191,12 +198,14 @@ unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const COR
   return put_text(&as_request(request).cdr, env->_id);
 }
 
-// ---- Client data --------------------------------------------------------------------------------------------------------------
+// ---- Client data
+// --------------------------------------------------------------------------------------------------------------
 
 int OM_boa_lib_get_iswitch(void) { return options().client_info; }
 
-unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, void* host_addr, void* /*reserved1*/,
-                                         void* /*reserved2*/, CORBA_Environment* /*env*/) {
+unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, void* host_addr,
+                                         void* /*reserved1*/, void* /*reserved2*/,
+                                         CORBA_Environment* /*env*/) {
   const ServerRequest* request = running_request();
   if (!request || !request->connection) return 0;
   const PeerAddress& peer = request->connection->peer();

@@ -25,8 +25,8 @@ struct LocalCall {
   void finish(Buffer message, const char* why = nullptr);
 };
 
-/// Lives on the stack of the thread that read it; one that must wait is moved to the heap. The views in `head` and the stream point
-/// into the memory of `message`, which moves along.
+/// Lives on the stack of the thread that read it; one that must wait is moved to the heap. The views in
+/// `head` and the stream point into the memory of `message`, which moves along.
 struct ServerRequest : RequestBase {
   Buffer message;
   uint8_t minor = 2;
@@ -47,9 +47,10 @@ struct ServerRequest : RequestBase {
   bool orphaned() const { return connection ? !connection->registered() : waiter && waiter->given_up.load(); }
 };
 
-/// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream holds the whole reply message, empty
-/// when the client expects none. `reply` lends the memory for it.
-void execute(ServerRequest& request, Buffer* reply);
+/// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream
+/// holds the whole reply message, empty when the client expects none. `reply` lends the memory for it; a body
+/// over `max_message` octets becomes IMP_LIMIT.
+void execute(ServerRequest& request, uint32_t max_message, Buffer* reply);
 /// Makes a system exception, by its short name, the reply.
 void answer_exception(ServerRequest& request, const char* name, uint32_t completed = CORBA_COMPLETED_NO);
 

@@ -157,8 +157,7 @@ bool fits(const char* text, ULong bound) { return !text || bound == 0 || std::st
 
 const ValueOps ReferenceOps::ops = ObjectOps::ops;
 
-// ---- What an Any holds
-// ---------------------------------------------------------------------------------------------------------
+// ---- What an Any holds ---------------------------------------------------------------------------
 
 Any::Held::Held(Held&& o) noexcept
     : value(std::exchange(o.value, nullptr)),
@@ -257,8 +256,7 @@ bool Any::decode_value(CDR* cdr) {
   return true;
 }
 
-// ---- Insertion
-// -----------------------------------------------------------------------------------------------------------------
+// ---- Insertion -----------------------------------------------------------------------------------
 
 void operator<<=(Any& any, Any::from_boolean from) {
   insert_usual(any, _tc_boolean, std::make_unique<Boolean>(from.value));
@@ -292,8 +290,7 @@ void operator<<=(Any& any, const SystemException& exception) {
   copy.release();
 }
 
-// ---- Extraction
-// ----------------------------------------------------------------------------------------------------------------
+// ---- Extraction ----------------------------------------------------------------------------------
 
 Boolean operator>>=(const Any& any, Any::to_boolean to) { return usual_copy(any, _tc_boolean, to.value); }
 Boolean operator>>=(const Any& any, Any::to_octet to) { return usual_copy(any, _tc_octet, to.value); }

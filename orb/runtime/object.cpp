@@ -5,15 +5,6 @@
 #include "corba/operation.h"
 #include "raise.h"
 
-namespace CORBA::idl {
-
-template <>
-struct Wire<InterfaceDef*> {
-  static bool move(CDR* cdr, InterfaceDef*& object) { return cdr_CORBA_InterfaceDef(cdr, object); }
-};
-
-}  // namespace CORBA::idl
-
 namespace CORBA {
 namespace {
 

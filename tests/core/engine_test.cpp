@@ -218,7 +218,7 @@ TEST_F(Engine, ManyClientsAtOnce) {
 TEST_F(Engine, AClientThatReadsNothingIsDropped) {
   script().operations["octets"] = [](Upcalled& r) { r.answer_octets(r.argument); };
   script().disconnect = [&](long, const unsigned char*, bool) { board_.add("lost"); };
-  start({"-ORBThreads", "1", "-ORBTimeout", "100", "-ORBMaxMessage", "8388608"});
+  start({"-ORBThreads", "1", "-ORBTimeout", "1500", "-ORBMaxMessage", "8388608"});
   Client silent(port()), good(port());
   ASSERT_TRUE(silent.send(call(1, "octets", 8'000'000) + short_request(Type::LocateRequest, 2, key())));
   EXPECT_TRUE(board_.wait_for(1));

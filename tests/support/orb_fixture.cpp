@@ -51,9 +51,10 @@ std::string unique_name(const std::string& stem) {
 }
 
 AdapterTest::AdapterTest()
-    : root(test_root_poa()), top(root->create_POA(unique_name("top").c_str(), nullptr, CORBA::PolicyList())) {}
+    : root(test_root_poa()),
+      top(root->create_POA(unique_name("top").c_str(), nullptr, CORBA::PolicyList())) {}
 
-AdapterTest::~AdapterTest() {
+void AdapterTest::TearDown() {
   try {
     top->destroy(false, false);
   } catch (const CORBA::BAD_PARAM&) {  // the test did it

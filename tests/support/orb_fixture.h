@@ -1,10 +1,10 @@
 // The ORB of a test program and its root POA.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include "poa.h"
 
@@ -20,8 +20,9 @@ std::string unique_name(const std::string& stem);
 class AdapterTest : public testing::Test {
  protected:
   AdapterTest();
-  ~AdapterTest() override;
+  void TearDown() override;
 
   PortableServer::POA* const root;
-  PortableServer::POA_var top;  // a fresh child of the root POA with the default policies; destroyed at the end
+  PortableServer::POA_var
+      top;  // a fresh child of the root POA, with the default policies; destroyed after the test
 };

@@ -1,4 +1,5 @@
-// Policy lists out of values: policies(root, PortableServer::NON_RETAIN, PortableServer::USE_SERVANT_MANAGER).
+// Policy lists out of values: policies(root, PortableServer::NON_RETAIN,
+// PortableServer::USE_SERVANT_MANAGER).
 #pragma once
 
 #include "poa.h"
@@ -15,13 +16,16 @@ inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::IdUn
 inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::IdAssignmentPolicyValue value) {
   return poa->create_id_assignment_policy(value);
 }
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::ImplicitActivationPolicyValue value) {
+inline CORBA::Policy* make_policy(PortableServer::POA* poa,
+                                  PortableServer::ImplicitActivationPolicyValue value) {
   return poa->create_implicit_activation_policy(value);
 }
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::ServantRetentionPolicyValue value) {
+inline CORBA::Policy* make_policy(PortableServer::POA* poa,
+                                  PortableServer::ServantRetentionPolicyValue value) {
   return poa->create_servant_retention_policy(value);
 }
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::RequestProcessingPolicyValue value) {
+inline CORBA::Policy* make_policy(PortableServer::POA* poa,
+                                  PortableServer::RequestProcessingPolicyValue value) {
   return poa->create_request_processing_policy(value);
 }
 

@@ -1,15 +1,15 @@
 // How a failing operation reports: it throws, and stores the same in the environment.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <type_traits>
 #include <typeinfo>
 
-#include <gtest/gtest.h>
-
 #include "corba.h"
 
-/// `fn(env)` throws exactly an E, with that minor code if it is a system exception, and leaves an exception of the same type, id and minor
-/// code in `env`. Gives the exception thrown.
+/// `fn(env)` throws exactly an E, with that minor code if it is a system exception, and leaves an exception
+/// of the same type, id and minor code in `env`. Gives the exception thrown.
 template <class E, class Fn>
 E expect_raised(Fn&& fn, CORBA::ULong minor = 0x4B510007) {
   CORBA::Environment env;
@@ -26,7 +26,8 @@ E expect_raised(Fn&& fn, CORBA::ULong minor = 0x4B510007) {
     EXPECT_EQ(typeid(*stored), typeid(E));
     EXPECT_STREQ(stored->id(), thrown.id());
     constexpr bool is_system = std::is_base_of_v<CORBA::SystemException, E>;
-    EXPECT_EQ(env._evp->_major, static_cast<uint32_t>(is_system ? CORBA_SYSTEM_EXCEPTION : CORBA_USER_EXCEPTION));
+    EXPECT_EQ(env._evp->_major,
+              static_cast<uint32_t>(is_system ? CORBA_SYSTEM_EXCEPTION : CORBA_USER_EXCEPTION));
     if constexpr (is_system) {
       EXPECT_EQ(thrown.minor(), minor);
       EXPECT_EQ(static_cast<const E*>(stored)->minor(), minor);

@@ -48,8 +48,8 @@ std::size_t TraceRecorder::count(std::string_view line) const {
 
 std::size_t TraceRecorder::count_starting(std::string_view prefix) const {
   const auto all = lines();
-  return static_cast<std::size_t>(
-      std::count_if(all.begin(), all.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; }));
+  return static_cast<std::size_t>(std::count_if(
+      all.begin(), all.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; }));
 }
 
 testing::AssertionResult TraceRecorder::in_order(std::initializer_list<std::string_view> wanted) const {

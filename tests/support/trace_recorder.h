@@ -1,12 +1,12 @@
 // Trace lines, recorded for a scope.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 /// Switches the trace on and collects its lines, of all threads, until it goes. One at a time.
 class TraceRecorder {

@@ -139,11 +139,10 @@ class Any_var {
 /// byte order. False when the octets are no such value, or nested too deep.
 ZRSVCPP_API bool copy_value(const TypeCode* type, CDR* from, CDR* to);
 
-// ---- Insertion and extraction
-// ---------------------------------------------------------------------------------------------- Insertions
-// copy unless they say otherwise. Extractions give false, and leave the target alone, when the Any holds
-// another type; pointers that they give stay the Any's and live until it changes or the value is extracted as
-// another C++ type.
+// ---- Insertion and extraction --------------------------------------------------------------------
+// Insertions copy unless they say otherwise. Extractions give false, and leave the target alone, when the Any
+// holds another type; pointers that they give stay the Any's and live until it changes or the value is
+// extracted as another C++ type.
 
 template <class T>
 concept AnyNumber = std::same_as<T, Short> || std::same_as<T, UShort> || std::same_as<T, Long> ||
@@ -298,8 +297,7 @@ requires std::same_as<std::remove_const_t<A>, Any_var> Boolean operator>>=(A& an
   return any.in() >>= std::forward<V>(value);
 }
 
-// ---- Named values
-// --------------------------------------------------------------------------------------------------------------
+// ---- Named values --------------------------------------------------------------------------------
 
 using Flags = ULong;
 inline constexpr Flags ARG_IN = 1;

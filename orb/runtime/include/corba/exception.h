@@ -85,6 +85,8 @@ class ZRSVCPP_API StandardException : public SystemException {
   static StandardException* _narrow(Exception* e) { return dynamic_cast<StandardException*>(e); }
 };
 
+// g++ hides what is made from a literal as a template argument, unless the literal is first named where things are visible.
+#pragma GCC visibility push(default)
 /// The standard system exceptions. Each also stands in CORBA itself, as the standard has it.
 namespace StExcep {
 using UNKNOWN = StandardException<"UNKNOWN">;
@@ -119,6 +121,7 @@ using REBIND = StandardException<"REBIND">;
 using TIMEOUT = StandardException<"TIMEOUT">;
 using BAD_QOS = StandardException<"BAD_QOS">;
 }  // namespace StExcep
+#pragma GCC visibility pop
 using namespace StExcep;
 
 /// A user exception without members, of that repository id.

@@ -68,6 +68,11 @@ struct Wire<Object*> {
   static bool move(CDR* cdr, Object*& object) { return OM_cdr_object(cdr, object); }
 };
 
+template <>
+struct Wire<InterfaceDef*> {
+  static bool move(CDR* cdr, InterfaceDef*& object) { return cdr_CORBA_InterfaceDef(cdr, object); }
+};
+
 /// A sequence of octets: its length, then the octets in one piece. The target is replaced only when all octets are there.
 template <class S>
   requires std::derived_from<S, OctetSeq>

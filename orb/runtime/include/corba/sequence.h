@@ -92,6 +92,7 @@ class SequenceVar {
   }
 
   typename S::Element& operator[](ULong i) { return _ptr ? (*_ptr)[i] : wkrtn; }
+  const typename S::Element& operator[](ULong i) const { return _ptr ? (*_ptr)[i] : wkrtn; }
   S* operator->() const { return _ptr; }
   operator S*() const { return _ptr; }
   operator const S&() const { return *_ptr; }

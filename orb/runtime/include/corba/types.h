@@ -78,9 +78,9 @@ class String_var {
   char* text_ = nullptr;
 };
 
-/// A literal as a template argument: names and repository ids of rows.
+/// A literal as a template argument: names and repository ids of rows. Visible, as what is made of a hidden type is hidden, too.
 template <std::size_t N>
-struct Text {
+struct ZRSVCPP_API Text {
   char value[N]{};
   constexpr Text(const char (&text)[N]) {
     for (std::size_t i = 0; i < N; ++i) value[i] = text[i];

@@ -1,0 +1,61 @@
+// Threads that stay with a connection.
+//
+// A client that calls and waits, again and again, is served best by one thread that sits in recv for it, as a plain blocking server does: no
+// other thread is woken, and there is one system call less for each call. The connection is taken out of the epoll set meanwhile. Should
+// a servant take long, the watch puts it back, and other threads read it.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "connection.h"
+
+namespace zrsv {
+
+class Seats {
+ public:
+  /// One thread's place at one connection. It waits for input, and runs what comes.
+  class Seat {
+   public:
+    void begin_run() { state_.store(state_.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
+    /// False: it took so long that the connection was put back. It is not this thread's any more.
+    bool end_run();
+
+   private:
+    friend class Seats;
+    static constexpr uint32_t put_back = UINT32_MAX;
+    std::atomic<Connection*> connection_{nullptr};
+    std::atomic<uint32_t> state_{0};  // even: waits, odd: runs; counts up, so that the watch sees whether it is still the same run
+    uint32_t seen_ = 0;               // the watch's own
+  };
+  using PutBack = std::function<void(Connection&)>;
+
+  explicit Seats(std::size_t count) : seats_(count) {}
+  std::size_t count() const { return seats_.size(); }
+  /// Starts the watch. `put_back` is called on its thread and must not wait.
+  void start(PutBack put_back);
+  void stop();
+
+  /// Null when all are taken. The caller keeps a count of the connection until leave().
+  Seat* take(Connection& connection);
+  void leave(Seat* seat);
+
+ private:
+  void watch();
+  void look_at(Seat& seat);
+
+  std::vector<Seat> seats_;
+  PutBack put_back_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Seat*> free_;  // guarded by mutex_
+  bool stop_ = false;        // guarded by mutex_
+  std::thread thread_;
+};
+
+}  // namespace zrsv

@@ -1,0 +1,41 @@
+// A server in a process of its own: this very program, started anew.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+
+#include "poa.h"
+
+/// Prepares what the server offers, and gives the references by name. Runs in the server's process, once its ORB is there.
+using Offer = std::map<std::string, CORBA::Object_var> (*)(CORBA::ORB* orb, PortableServer::POA* root);
+
+/// Makes an offer known under a name, before the tests run.
+struct ServerOffer {
+  ServerOffer(const char* name, Offer offer);
+};
+
+/// Runs a server with that offer until it is destroyed, which expects the server to end in good order.
+class ServerProcess {
+ public:
+  explicit ServerProcess(const char* offer);
+  ~ServerProcess();
+  ServerProcess(const ServerProcess&) = delete;
+  ServerProcess& operator=(const ServerProcess&) = delete;
+
+  /// A new handle to what the server offers under that name.
+  void* handle(const std::string& name) const;
+
+ private:
+  pid_t pid_ = -1;
+  int to_server_ = -1;
+  std::map<std::string, std::string> offered_;  // stringified references
+};
+
+/// A stub over `handle`, which it takes over, or over one more handle of `object`.
+template <class Stub>
+struct Remote : Stub {
+  explicit Remote(void* handle) { this->set_ref(handle); }
+  explicit Remote(const CORBA::Object* object) : Remote(CORBA_object_duplicate(object->get_ref(), nullptr)) {}
+};

@@ -19,7 +19,8 @@ ActiveObjectMap* _root_aom = nullptr;
 POA_ServantList* servant_delete_list = nullptr;
 POA_ServantList* servant_lifespan_list = nullptr;
 
-// ---- The client of the request that the calling thread runs --------------------------------------------------------
+// ---- The client of the request that the calling thread runs
+// --------------------------------------------------------
 
 struct ActiveObjectMap::Client {
   bool known = false;
@@ -69,7 +70,8 @@ bool ActiveObjectMap::Client::is_of(const _ActiveObjectEntry& entry) const {
 void ActiveObjectMap::Client::trace() const {
   if (!OM_TRACE_IS_ON) return;
   char text[65];
-  const char* printed = is_ipv6 ? OM_inet_ntop(ZR_af_inet6, host, text, 65) : OM_inet_ntop(ZR_af_inet, host, text, 22);
+  const char* printed =
+      is_ipv6 ? OM_inet_ntop(ZR_af_inet6, host, text, 65) : OM_inet_ntop(ZR_af_inet, host, text, 22);
   if (!printed) printed = "NULL";
   if (is_ipv6) {
     POA_TRACE("  fd = %d, host_ipv6 = %s", fd, printed);
@@ -78,10 +80,14 @@ void ActiveObjectMap::Client::trace() const {
   }
 }
 
-// ---- Blocks --------------------------------------------------------------------------------------------------------
+// ---- Blocks
+// --------------------------------------------------------------------------------------------------------
 
-ActiveObjectMap::ActiveObjectMap() : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), used(0) {
+ActiveObjectMap::ActiveObjectMap()
+    : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), used(0) {
+  static std::uint64_t last_number = 0;  // guarded by the POA semaphore
   PoaSemaphoreGuard guard(__LINE__);
+  number = ++last_number;
   ActiveObjectMap** tail = &_root_aom;
   for (; *tail; tail = &(*tail)->_next_aom) _pre_aom = *tail;
   *tail = this;
@@ -129,7 +135,8 @@ void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
   --used;
 }
 
-// ---- Inserting and finding -----------------------------------------------------------------------------------------
+// ---- Inserting and finding
+// -----------------------------------------------------------------------------------------
 
 ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
@@ -188,8 +195,8 @@ ObjectId* ActiveObjectMap::copyOidByServant(ServantBase* p_servant) {
   return own ? make_oid(oid_view(*own)) : nullptr;
 }
 
-ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6,
-                                                        bool hold) {
+ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr,
+                                                        unsigned char is_ipv6, bool hold) {
   POA_TRACE("ActiveObjectMap::searchServantByClient called...");
   Client client;
   client.fd = fd;
@@ -204,16 +211,19 @@ ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const vo
     return nullptr;
   }
   if (hold) ServantAccess::hold(*entry->p_servant);
-  POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : %s]", is_ipv6 ? "ipv6" : "ipv4");
+  POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : %s]",
+            is_ipv6 ? "ipv6" : "ipv4");
   return entry->p_servant;
 }
 
-// ---- Deactivating and removing -------------------------------------------------------------------------------------
+// ---- Deactivating and removing
+// -------------------------------------------------------------------------------------
 
 void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
   PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry = find([&](const _ActiveObjectEntry& e) { return oid_is_equivalent(*e.oid, oid); });
+  _ActiveObjectEntry* entry =
+      find([&](const _ActiveObjectEntry& e) { return oid_is_equivalent(*e.oid, oid); });
   if (!entry) {
     POA_TRACE("ActiveObjectMap::deactivateByOid end...");
     return;
@@ -261,7 +271,8 @@ void ActiveObjectMap::forget_servant(ServantBase* servant) {
   ServantAccess::active_entries(*servant) = 0;  // a map that is gone has counted nothing down
 }
 
-// ---- Walks over all servants: the semaphore is given back for each ---------------------------------------------------
+// ---- Walks over all servants: the semaphore is given back for each
+// ---------------------------------------------------
 
 struct ActiveObjectMap::Cursor {
   ActiveObjectMap* block;  // lives as long as the map
@@ -297,8 +308,10 @@ void ActiveObjectMap::clear_servants(POA* poa) {
   POA_TRACE("ActiveObjectMap::clear_servants end...");
 }
 
-void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                                  PortableServer::ServantActivator* servantActivator_ptr, CORBA::Environment& _ev) {
+void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objects,
+                                  CORBA::Boolean wait_for_completion_,
+                                  PortableServer::ServantActivator* servantActivator_ptr,
+                                  CORBA::Environment& _ev) {
   POA_TRACE("ActiveObjectMap::etherealize called...[POA_ptr = 0x%lx, ServantActivator_ptr = 0x%lx]",
             trace_address(poa_ptr), trace_address(servantActivator_ptr));
   clear_servants(poa_ptr);
@@ -319,7 +332,8 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
   POA_TRACE("ActiveObjectMap::etherealize end...");
 }
 
-// ---- Servant lists -------------------------------------------------------------------------------------------------
+// ---- Servant lists
+// -------------------------------------------------------------------------------------------------
 
 void POA_ServantList::add_servant(POA_ServantList*& list, ServantBase* svt) {
   auto* node = new POA_ServantList;

@@ -1,4 +1,5 @@
-// The active object map of a POA (blocks of 1024 slots, searched linearly), and the lists that servants are kept in.
+// The active object map of a POA (blocks of 1024 slots, searched linearly), and the lists that servants are
+// kept in.
 #pragma once
 
 #include <memory>
@@ -15,14 +16,16 @@ struct _ActiveObjectEntry {
   PortableServer::ObjectId* oid;           // owned; null marks a free slot
   PortableServer::ServantBase* p_servant;  // the program's
   unsigned char deactivated;
-  unsigned char etherealized;   // handed to the activator's etherealize: the servant may be gone, nothing touches it any more
+  unsigned char etherealized;   // handed to the activator's etherealize: the servant may be gone, nothing
+                                // touches it any more
   CORBA::Long fd;               // descriptor of the client's connection, 0 when none
   CORBA::Long host_ipv4;        // as the ORB core delivers it; 0 for IPv6
   unsigned char host_ipv6[16];  // zero for IPv4
 };
 
-/// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is also in the list that
-/// starts at _root_aom. All operations take the POA semaphore and are called on a map's first block.
+/// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is
+/// also in the list that starts at _root_aom. All operations take the POA semaphore and are called on a map's
+/// first block.
 class ActiveObjectMap {
  public:
   static constexpr int SLOTS = 1024;
@@ -34,9 +37,11 @@ class ActiveObjectMap {
   ActiveObjectMap& operator=(const ActiveObjectMap&) = delete;
 
   /// Takes over `oid`, also when it throws (NO_MEMORY: no room for another block).
-  ActiveObjectMap* insertActiveObjectMap(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant);
-  /// With `hold`, the servant's request counter is raised before the semaphore is given back, so that it cannot be deleted
-  /// meanwhile; the caller gives it back with ServantAccess::release. A servant that was etherealized cannot be held: null.
+  ActiveObjectMap* insertActiveObjectMap(PortableServer::ObjectId* oid,
+                                         PortableServer::ServantBase* p_servant);
+  /// With `hold`, the servant's request counter is raised before the semaphore is given back, so that it
+  /// cannot be deleted meanwhile; the caller gives it back with ServantAccess::release. A servant that was
+  /// etherealized cannot be held: null.
   PortableServer::ServantBase* findServantById(std::string_view oid, bool hold = false);
   PortableServer::ServantBase* findServantById(const PortableServer::ObjectId& oid, bool hold = false) {
     return findServantById(oid_view(oid), hold);
@@ -52,12 +57,13 @@ class ActiveObjectMap {
   /// Exactly one entry: the one that holds this very id for this servant. Nothing when it is gone.
   void removeInserted(const PortableServer::ObjectId* own_oid, const PortableServer::ServantBase* p_servant);
   /// `hold` as for findServantById.
-  PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6,
-                                                         bool hold = false);
+  PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr,
+                                                         unsigned char is_ipv6, bool hold = false);
   void clear_servants(PortableServer::POA* poa);
-  /// Each servant is handed over once, one after the other, without the semaphore: the program's code may block and may
-  /// delete the servant.
-  void etherealize(PortableServer::POA* poa_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+  /// Each servant is handed over once, one after the other, without the semaphore: the program's code may
+  /// block and may delete the servant.
+  void etherealize(PortableServer::POA* poa_ptr, CORBA::Boolean etherealize_objects,
+                   CORBA::Boolean wait_for_completion_,
                    PortableServer::ServantActivator* servantActivator_ptr, CORBA::Environment& _ev);
 
   /// Frees every slot of the process that holds `servant`: for a servant about to be deleted.
@@ -65,6 +71,7 @@ class ActiveObjectMap {
 
   ActiveObjectMap* _next_aom;  // process-wide list; guarded by the POA semaphore
   ActiveObjectMap* _pre_aom;
+  std::uint64_t number;  // rises along that list
   _ActiveObjectEntry entries[SLOTS];
   ActiveObjectMap* next;  // next block of the same map
 
@@ -79,7 +86,8 @@ class ActiveObjectMap {
   /// The next entry whose servant was not etherealized; the cursor moves past it.
   static _ActiveObjectEntry* next_active(Cursor& at);
   // Of one block:
-  int fill_free_slot(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant, const Client& client);
+  int fill_free_slot(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant,
+                     const Client& client);
   void vacate(_ActiveObjectEntry& entry);
 
   int used;  // slots taken in this block: inserting passes over full blocks, lookups over empty ones
@@ -159,7 +167,8 @@ struct ServantAccess {
   static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
   static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }
 
-  /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the POA semaphore).
+  /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the
+  /// POA semaphore).
   static void hold(ServantBase& s) { ++s._counter; }
   /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
   static void release(ServantBase& s);
@@ -167,7 +176,8 @@ struct ServantAccess {
   static std::vector<ServantReference> list_references(const ServantBase& s);
   /// A duplicate of the reference kept for (poa, oid), or null.
   static CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid);
-  /// Takes the reference kept for (poa, oid), if there is one, out of the ORB core's table and out of the servant.
+  /// Takes the reference kept for (poa, oid), if there is one, out of the ORB core's table and out of the
+  /// servant.
   static void withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid, void* orb);
 };
 

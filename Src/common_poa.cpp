@@ -17,7 +17,8 @@ bool printable(Char c) {
   return c >= 0x20 && c <= 0x7E;
 }
 
-/// Copies the octets into `text`, which has room for them; false, and `text` freed by the caller, for one that is no printable ASCII.
+/// Copies the octets into `text`, which has room for them; false, and `text` freed by the caller, for one
+/// that is no printable ASCII.
 template <class Char>
 bool copy_printable(const ObjectId& oid, Char* text) {
   for (CORBA::ULong i = 0; i < oid.length(); ++i) {
@@ -29,7 +30,8 @@ bool copy_printable(const ObjectId& oid, Char* text) {
 }
 
 template <class Char>
-Char* to_text(const ObjectId& oid, Char* (*alloc)(CORBA::Long), void (*free)(Char*), const char* range_trace) {
+Char* to_text(const ObjectId& oid, Char* (*alloc)(CORBA::Long), void (*free)(Char*),
+              const char* range_trace) {
   Char* text = alloc(static_cast<CORBA::Long>(oid.length()));
   if (!text) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
   if (copy_printable(oid, text)) return text;
@@ -58,7 +60,8 @@ namespace PortableServer {
 
 char* ObjectId_to_string(const ObjectId& oid) {
   POA_TRACE("PortableServer::ObjectId_to_string");
-  return to_text(oid, CORBA::string_alloc, CORBA::string_free, "PortableServer::ObjectId_to_string [Range over.]");
+  return to_text(oid, CORBA::string_alloc, CORBA::string_free,
+                 "PortableServer::ObjectId_to_string [Range over.]");
 }
 
 ObjectId* string_to_ObjectId(const char* text) {
@@ -68,7 +71,8 @@ ObjectId* string_to_ObjectId(const char* text) {
 
 CORBA::WChar* ObjectId_to_wstring(const ObjectId& oid) {
   POA_TRACE("PortableServer::ObjectId_to_wstring");
-  return to_text(oid, CORBA::wstring_alloc, CORBA::wstring_free, "PortableServer::ObjectId_to_wstring [Range over.]");
+  return to_text(oid, CORBA::wstring_alloc, CORBA::wstring_free,
+                 "PortableServer::ObjectId_to_wstring [Range over.]");
 }
 
 ObjectId* wstring_to_ObjectId(const CORBA::WChar* text) {

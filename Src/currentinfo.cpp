@@ -27,9 +27,7 @@ CurrentInfo::CurrentInfo() : identity(new_identity()) {
 }
 
 CurrentInfo::CurrentInfo(PortableServer::Current* object, CORBA::Environment&)
-    : identity(new_identity()), current_object(object) {
-  live_record = this;
-}
+    : identity(new_identity()), current_object(object) {}
 
 CurrentInfo::~CurrentInfo() {
   CurrentInfo* self = this;
@@ -78,8 +76,5 @@ CurrentContext::~CurrentContext() { innermost_context = outer_; }
 CurrentContext* CurrentContext::innermost() { return innermost_context; }
 
 PortableServer::ObjectId* CurrentContext::copy_object_id() const {
-  auto* copy = new PortableServer::ObjectId(static_cast<CORBA::ULong>(object_id.size()));
-  copy->length(static_cast<CORBA::ULong>(object_id.size()));
-  if (!object_id.empty()) std::memcpy(copy->get_buffer(), object_id.data(), object_id.size());
-  return copy;
+  return make_oid(object_id);
 }

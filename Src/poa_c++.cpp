@@ -5,8 +5,9 @@
 namespace PortableServer {
 namespace {
 
-/// A new object of interface X's implementation class over one more handle of what `object` refers to; nil for nil, and when the handle
-/// cannot be duplicated. The type of the object is not asked: any reference narrows.
+/// A new object of interface X's implementation class over one more handle of what `object` refers to; nil
+/// for nil, and when the handle cannot be duplicated. The type of the object is not asked: any reference
+/// narrows.
 template <class X, class Implementation>
 X* reference_to(CORBA::Object* object) {
   if (!object) return X::_nil();
@@ -59,6 +60,8 @@ ServantLocator* ServantLocator::_narrow(CORBA::Object* object) {
 }
 
 Current* Current::_duplicate(Current* p) { return reference_to<Current, PortableServer_Current_impl>(p); }
-Current* Current::_narrow(CORBA::Object* object) { return reference_to<Current, PortableServer_Current_impl>(object); }
+Current* Current::_narrow(CORBA::Object* object) {
+  return reference_to<Current, PortableServer_Current_impl>(object);
+}
 
 }  // namespace PortableServer

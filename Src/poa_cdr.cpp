@@ -61,8 +61,12 @@ unsigned char cdr_PortableServer_POA(CDR* cdr, POA*& value) { return move(cdr, v
 unsigned char cdr_PortableServer_POAManager(CDR* cdr, POAManager*& value) { return move(cdr, value); }
 unsigned char cdr_PortableServer_ThreadPolicy(CDR* cdr, ThreadPolicy*& value) { return move(cdr, value); }
 unsigned char cdr_PortableServer_LifespanPolicy(CDR* cdr, LifespanPolicy*& value) { return move(cdr, value); }
-unsigned char cdr_PortableServer_IdUniquenessPolicy(CDR* cdr, IdUniquenessPolicy*& value) { return move(cdr, value); }
-unsigned char cdr_PortableServer_IdAssignmentPolicy(CDR* cdr, IdAssignmentPolicy*& value) { return move(cdr, value); }
+unsigned char cdr_PortableServer_IdUniquenessPolicy(CDR* cdr, IdUniquenessPolicy*& value) {
+  return move(cdr, value);
+}
+unsigned char cdr_PortableServer_IdAssignmentPolicy(CDR* cdr, IdAssignmentPolicy*& value) {
+  return move(cdr, value);
+}
 unsigned char cdr_PortableServer_ImplicitActivationPolicy(CDR* cdr, ImplicitActivationPolicy*& value) {
   return move(cdr, value);
 }
@@ -72,22 +76,33 @@ unsigned char cdr_PortableServer_ServantRetentionPolicy(CDR* cdr, ServantRetenti
 unsigned char cdr_PortableServer_RequestProcessingPolicy(CDR* cdr, RequestProcessingPolicy*& value) {
   return move(cdr, value);
 }
-unsigned char cdr_PortableServer_AdapterActivator(CDR* cdr, AdapterActivator*& value) { return move(cdr, value); }
+unsigned char cdr_PortableServer_AdapterActivator(CDR* cdr, AdapterActivator*& value) {
+  return move(cdr, value);
+}
 unsigned char cdr_PortableServer_ServantManager(CDR* cdr, ServantManager*& value) { return move(cdr, value); }
-unsigned char cdr_PortableServer_ServantActivator(CDR* cdr, ServantActivator*& value) { return move(cdr, value); }
+unsigned char cdr_PortableServer_ServantActivator(CDR* cdr, ServantActivator*& value) {
+  return move(cdr, value);
+}
 unsigned char cdr_PortableServer_ServantLocator(CDR* cdr, ServantLocator*& value) { return move(cdr, value); }
 unsigned char cdr_PortableServer_Current(CDR* cdr, Current*& value) { return move(cdr, value); }
 
-unsigned char cdr_PortableServer_POAManager_State(CDR* cdr, POAManager::State* value) { return move(cdr, *value); }
-unsigned char cdr_PortableServer_ThreadPolicyValue(CDR* cdr, ThreadPolicyValue* value) { return move(cdr, *value); }
-unsigned char cdr_PortableServer_LifespanPolicyValue(CDR* cdr, LifespanPolicyValue* value) { return move(cdr, *value); }
+unsigned char cdr_PortableServer_POAManager_State(CDR* cdr, POAManager::State* value) {
+  return move(cdr, *value);
+}
+unsigned char cdr_PortableServer_ThreadPolicyValue(CDR* cdr, ThreadPolicyValue* value) {
+  return move(cdr, *value);
+}
+unsigned char cdr_PortableServer_LifespanPolicyValue(CDR* cdr, LifespanPolicyValue* value) {
+  return move(cdr, *value);
+}
 unsigned char cdr_PortableServer_IdUniquenessPolicyValue(CDR* cdr, IdUniquenessPolicyValue* value) {
   return move(cdr, *value);
 }
 unsigned char cdr_PortableServer_IdAssignmentPolicyValue(CDR* cdr, IdAssignmentPolicyValue* value) {
   return move(cdr, *value);
 }
-unsigned char cdr_PortableServer_ImplicitActivationPolicyValue(CDR* cdr, ImplicitActivationPolicyValue* value) {
+unsigned char cdr_PortableServer_ImplicitActivationPolicyValue(CDR* cdr,
+                                                               ImplicitActivationPolicyValue* value) {
   return move(cdr, *value);
 }
 unsigned char cdr_PortableServer_ServantRetentionPolicyValue(CDR* cdr, ServantRetentionPolicyValue* value) {
@@ -99,7 +114,9 @@ unsigned char cdr_PortableServer_RequestProcessingPolicyValue(CDR* cdr, RequestP
 
 unsigned char cdr_PortableServer_ObjectId(CDR* cdr, ObjectId* value) { return move_or_pass(cdr, value); }
 unsigned char cdr_PortableServer_POAList(CDR* cdr, POAList* value) { return move_or_pass(cdr, value); }
-unsigned char cdr_PortableServer_ForwardRequest(CDR* cdr, ForwardRequest* value) { return move_or_pass(cdr, value); }
+unsigned char cdr_PortableServer_ForwardRequest(CDR* cdr, ForwardRequest* value) {
+  return move_or_pass(cdr, value);
+}
 unsigned char cdr_PortableServer_POA_InvalidPolicy(CDR* cdr, POA::InvalidPolicy* value) {
   return move_or_pass(cdr, value);
 }

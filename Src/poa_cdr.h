@@ -1,5 +1,5 @@
-// CDR marshalling of the module's types. One function a type moves a value by the stream's direction; non-zero on success. The
-// operations of poa_operations.h marshal through the same Wire templates.
+// CDR marshalling of the module's types. One function a type moves a value by the stream's direction;
+// non-zero on success. The operations of poa_operations.h marshal through the same Wire templates.
 //
 //   reference          as the ORB core writes the handle; nil as the null handle
 //   enum               unsigned long
@@ -24,14 +24,15 @@ concept policy_interface = one_of<X, ThreadPolicy, LifespanPolicy, IdUniquenessP
 
 /// The interfaces of the module.
 template <class X>
-concept interface = policy_interface<X> || one_of<X, POA, POAManager, AdapterActivator, ServantManager, ServantActivator,
-                                                  ServantLocator, Current>;
+concept interface = policy_interface<X> ||
+    one_of<X, POA, POAManager, AdapterActivator, ServantManager, ServantActivator, ServantLocator, Current>;
 
 }  // namespace PortableServer
 
 namespace CORBA::idl {
 
-/// A reference: the handle travels. Decoding makes an object of the interface's implementation class with a handle of its own.
+/// A reference: the handle travels. Decoding makes an object of the interface's implementation class with a
+/// handle of its own.
 template <PortableServer::interface X>
 struct Wire<X*> {
   static bool move(CDR* cdr, X*& reference) {
@@ -86,9 +87,12 @@ unsigned char cdr_PortableServer_ThreadPolicy(CDR* cdr, PortableServer::ThreadPo
 unsigned char cdr_PortableServer_LifespanPolicy(CDR* cdr, PortableServer::LifespanPolicy*& value);
 unsigned char cdr_PortableServer_IdUniquenessPolicy(CDR* cdr, PortableServer::IdUniquenessPolicy*& value);
 unsigned char cdr_PortableServer_IdAssignmentPolicy(CDR* cdr, PortableServer::IdAssignmentPolicy*& value);
-unsigned char cdr_PortableServer_ImplicitActivationPolicy(CDR* cdr, PortableServer::ImplicitActivationPolicy*& value);
-unsigned char cdr_PortableServer_ServantRetentionPolicy(CDR* cdr, PortableServer::ServantRetentionPolicy*& value);
-unsigned char cdr_PortableServer_RequestProcessingPolicy(CDR* cdr, PortableServer::RequestProcessingPolicy*& value);
+unsigned char cdr_PortableServer_ImplicitActivationPolicy(CDR* cdr,
+                                                          PortableServer::ImplicitActivationPolicy*& value);
+unsigned char cdr_PortableServer_ServantRetentionPolicy(CDR* cdr,
+                                                        PortableServer::ServantRetentionPolicy*& value);
+unsigned char cdr_PortableServer_RequestProcessingPolicy(CDR* cdr,
+                                                         PortableServer::RequestProcessingPolicy*& value);
 unsigned char cdr_PortableServer_AdapterActivator(CDR* cdr, PortableServer::AdapterActivator*& value);
 unsigned char cdr_PortableServer_ServantManager(CDR* cdr, PortableServer::ServantManager*& value);
 unsigned char cdr_PortableServer_ServantActivator(CDR* cdr, PortableServer::ServantActivator*& value);
@@ -99,16 +103,19 @@ unsigned char cdr_PortableServer_Current(CDR* cdr, PortableServer::Current*& val
 unsigned char cdr_PortableServer_POAManager_State(CDR* cdr, PortableServer::POAManager::State* value);
 unsigned char cdr_PortableServer_ThreadPolicyValue(CDR* cdr, PortableServer::ThreadPolicyValue* value);
 unsigned char cdr_PortableServer_LifespanPolicyValue(CDR* cdr, PortableServer::LifespanPolicyValue* value);
-unsigned char cdr_PortableServer_IdUniquenessPolicyValue(CDR* cdr, PortableServer::IdUniquenessPolicyValue* value);
-unsigned char cdr_PortableServer_IdAssignmentPolicyValue(CDR* cdr, PortableServer::IdAssignmentPolicyValue* value);
-unsigned char cdr_PortableServer_ImplicitActivationPolicyValue(CDR* cdr,
-                                                               PortableServer::ImplicitActivationPolicyValue* value);
-unsigned char cdr_PortableServer_ServantRetentionPolicyValue(CDR* cdr,
-                                                             PortableServer::ServantRetentionPolicyValue* value);
-unsigned char cdr_PortableServer_RequestProcessingPolicyValue(CDR* cdr,
-                                                              PortableServer::RequestProcessingPolicyValue* value);
+unsigned char cdr_PortableServer_IdUniquenessPolicyValue(CDR* cdr,
+                                                         PortableServer::IdUniquenessPolicyValue* value);
+unsigned char cdr_PortableServer_IdAssignmentPolicyValue(CDR* cdr,
+                                                         PortableServer::IdAssignmentPolicyValue* value);
+unsigned char cdr_PortableServer_ImplicitActivationPolicyValue(
+    CDR* cdr, PortableServer::ImplicitActivationPolicyValue* value);
+unsigned char cdr_PortableServer_ServantRetentionPolicyValue(
+    CDR* cdr, PortableServer::ServantRetentionPolicyValue* value);
+unsigned char cdr_PortableServer_RequestProcessingPolicyValue(
+    CDR* cdr, PortableServer::RequestProcessingPolicyValue* value);
 
-// Sequences and exceptions with members. A direction that is neither encoding nor decoding succeeds without work.
+// Sequences and exceptions with members. A direction that is neither encoding nor decoding succeeds without
+// work.
 unsigned char cdr_PortableServer_ObjectId(CDR* cdr, PortableServer::ObjectId* value);
 unsigned char cdr_PortableServer_POAList(CDR* cdr, PortableServer::POAList* value);
 unsigned char cdr_PortableServer_ForwardRequest(CDR* cdr, PortableServer::ForwardRequest* value);

@@ -1,41 +1,42 @@
-#include "poa_skel_c++.h"
-
 #include <mutex>
 #include <vector>
 
 #include "poa/remote.h"
+#include "poa_skel_c++.h"
 #include "poainfo.h"
 
 namespace PortableServer::skeletons {
 namespace {
 
-// ---- Objects that serve requests ---------------------------------------------------------------------------------------------------
+// ---- Objects that serve requests --------------------------------------------------------------------------
 
-/// An activator that stays until the process ends, one for each object: a POA keeps the pointer it is given, while what a request
-/// brought goes with the request.
-AdapterActivator* lasting(AdapterActivator* activator) {
+/// A reference that stays until the process ends, one for each object: a POA keeps the pointer it is given,
+/// while what a request brought goes with the request.
+template <interface X>
+X* lasting(X* reference) {
   struct Kept {
     std::mutex mutex;
-    std::vector<AdapterActivator_var> all;  // guarded by mutex
+    std::vector<CORBA::ObjectVar<X>> all;  // guarded by mutex
   };
   static Kept& kept = *new Kept;
-  if (!activator) return nullptr;
+  if (!reference) return nullptr;
   std::lock_guard lock(kept.mutex);
-  for (const AdapterActivator_var& known : kept.all) {
-    if (CORBA_object_is_equivalent(known->get_ref(), activator->get_ref())) return known.in();
+  for (const auto& known : kept.all) {
+    if (CORBA_object_is_equivalent(known->get_ref(), reference->get_ref())) return known.in();
   }
-  return kept.all.emplace_back(AdapterActivator::_duplicate(activator)).in();
+  return kept.all.emplace_back(X::_duplicate(reference)).in();
 }
 
 /// The manager object that lasts as long as the manager; nil, which means the same, for the default one.
-POAManager* lasting(POAManager* manager, CORBA::Environment& env) {
+POAManager* lasting_manager(POAManager* manager, CORBA::Environment& env) {
   if (!manager) return nullptr;
   POAManagerInfo* record = POAManagerInfo::findPOAManagerInfo(manager, env);
   if (!record) raise<CORBA::BAD_PARAM>(env, "PortableServer_POA_impl::create_POA [poa manager is unknown.]");
   return record == default_poa_manager_info ? nullptr : record->poamanager_object;
 }
 
-/// A POA as requests reach it: references that it keeps must outlive the request, and those that it lends out must be the request's own.
+/// A POA as requests reach it: references that it keeps must outlive the request, and those that it lends out
+/// must be the request's own.
 class ServedPOA : public PortableServer_POA_impl {
  public:
   using PortableServer_POA_impl::the_activator;
@@ -44,7 +45,11 @@ class ServedPOA : public PortableServer_POA_impl {
   }
   POA* create_POA(const char* adapter_name, POAManager* a_POAManager, const CORBA::PolicyList& policies,
                   CORBA::Environment& env) override {
-    return PortableServer_POA_impl::create_POA(adapter_name, lasting(a_POAManager, env), policies, env);
+    return PortableServer_POA_impl::create_POA(adapter_name, lasting_manager(a_POAManager, env), policies,
+                                               env);
+  }
+  void set_servant_manager(ServantManager* manager, CORBA::Environment& env) override {
+    PortableServer_POA_impl::set_servant_manager(lasting(manager), env);
   }
   ServantManager* get_servant_manager(CORBA::Environment& env) override {
     return ServantManager::_duplicate(PortableServer_POA_impl::get_servant_manager(env));
@@ -74,7 +79,7 @@ struct served<Kind> {
   using type = ServedPolicy<Kind>;
 };
 
-// ---- Factory and casts -------------------------------------------------------------------------------------------------------------
+// ---- Factory and casts ------------------------------------------------------------------------------------
 
 template <interface X>
 void* make() {
@@ -101,7 +106,7 @@ void* cast(void* in, const char* repid) {
   return nullptr;
 }
 
-// ---- Registration ------------------------------------------------------------------------------------------------------------------
+// ---- Registration -----------------------------------------------------------------------------------------
 
 /// An operation table: names and both skeletons of each operation, and null entries at the end.
 template <std::size_t Count>
@@ -134,8 +139,9 @@ void register_operations(operations::list<Operation...>, CORBA::BOA* boa, CORBA:
     table.add("_get_policy_type", skel_CORBA_Policy__get_policy_type,
               as_method(skel_INTRA_PROCESS_CORBA_Policy__get_policy_type));
   }
-  CORBA_BOA_set_impl_methods(boa ? boa->get_ref() : nullptr, env._evp, impl_def ? impl_def->get_ref() : nullptr,
-                             table.names, table.skeletons, table.in_process);
+  CORBA_BOA_set_impl_methods(boa ? boa->get_ref() : nullptr, env._evp,
+                             impl_def ? impl_def->get_ref() : nullptr, table.names, table.skeletons,
+                             table.in_process);
 }
 
 template <interface X>
@@ -147,7 +153,8 @@ void register_methods(CORBA::BOA* boa, CORBA::Environment& env, CORBA::Interface
 
 using Register = void (*)(CORBA::BOA*, CORBA::Environment&, CORBA::InterfaceDef*);
 
-/// Makes the interface known to the repository and hands over its table. Throws what the ORB core left in `env`.
+/// Makes the interface known to the repository and hands over its table. Throws what the ORB core left in
+/// `env`.
 void register_interface(const char* id, Register function, CORBA::Environment& env) {
   ZR_register_interface(id);
   CORBA_Environment filled{};
@@ -168,22 +175,25 @@ void register_interface(const char* id, Register function, CORBA::Environment& e
 
 using namespace PortableServer;
 
-#define POA_DEFINE_SKELETONS(Interface)                                                                           \
-  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& env,                    \
-                                                     CORBA::InterfaceDef* impl_def) {                             \
-    skeletons::register_methods<Interface>(boa, env, impl_def, _ct_PortableServer_##Interface,                    \
-                                           _dt_PortableServer_##Interface, _pt_PortableServer_##Interface);       \
-  }                                                                                                               \
-  void* _ct_PortableServer_##Interface() { return skeletons::make<Interface>(); }                                 \
-  void _dt_PortableServer_##Interface(void* p) { skeletons::dispose<Interface>(p); }                              \
-  void* _pt_PortableServer_##Interface(void* in, const char* repid) { return skeletons::cast<Interface>(in, repid); }
+#define POA_DEFINE_SKELETONS(Interface)                                                                     \
+  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& env,              \
+                                                     CORBA::InterfaceDef* impl_def) {                       \
+    skeletons::register_methods<Interface>(boa, env, impl_def, _ct_PortableServer_##Interface,              \
+                                           _dt_PortableServer_##Interface, _pt_PortableServer_##Interface); \
+  }                                                                                                         \
+  void* _ct_PortableServer_##Interface() { return skeletons::make<Interface>(); }                           \
+  void _dt_PortableServer_##Interface(void* p) { skeletons::dispose<Interface>(p); }                        \
+  void* _pt_PortableServer_##Interface(void* in, const char* repid) {                                       \
+    return skeletons::cast<Interface>(in, repid);                                                           \
+  }
 POA_EACH_INTERFACE(POA_DEFINE_SKELETONS)
 #undef POA_DEFINE_SKELETONS
 
 void PortableServer::register_for_remote_use(CORBA::Environment& env) {
   env.clear();
-#define POA_REGISTER(Interface) \
-  skeletons::register_interface(skeletons::row<Interface>::id, PortableServer_##Interface##_register_methods, env);
+#define POA_REGISTER(Interface)                                \
+  skeletons::register_interface(skeletons::row<Interface>::id, \
+                                PortableServer_##Interface##_register_methods, env);
   POA_EACH_INTERFACE(POA_REGISTER)
 #undef POA_REGISTER
 }

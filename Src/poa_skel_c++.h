@@ -1,4 +1,5 @@
-// Skeletons of the module's interfaces: what serves requests for them once an interface is registered. Nothing registers itself.
+// Skeletons of the module's interfaces: what serves requests for them once an interface is registered.
+// Nothing registers itself.
 #pragma once
 
 #include "corba/orb.h"
@@ -7,8 +8,8 @@
 
 namespace PortableServer::skeletons {
 
-/// What the skeleton of X goes by: its repository id, its implementation class, and, where it has one, the base interface that an object can
-/// be seen as, with that one's id.
+/// What the skeleton of X goes by: its repository id, its implementation class, and, where it has one, the
+/// base interface that an object can be seen as, with that one's id.
 template <interface X>
 struct row;
 template <>
@@ -78,7 +79,8 @@ class served_object {
   void* object_ = nullptr;
 };
 
-/// The CDR skeleton of an operation of X. 0: arguments or reply did not fit; 1: done, without a reply when no object was found.
+/// The CDR skeleton of an operation of X. 0: arguments or reply did not fit; 1: done, without a reply when no
+/// object was found.
 template <interface X, class Operation>
 unsigned char skeleton(void* request, void* target, std::uint32_t /*type*/, unsigned char response_expected,
                        void* /*table*/) {
@@ -96,23 +98,26 @@ ZR_method in_process_skeleton() {
 }  // namespace PortableServer::skeletons
 
 /// The interfaces by name.
-#define POA_EACH_INTERFACE(DO)                                                                                    \
-  DO(POA) DO(POAManager) DO(ThreadPolicy) DO(LifespanPolicy) DO(IdUniquenessPolicy) DO(IdAssignmentPolicy)        \
-  DO(ImplicitActivationPolicy) DO(ServantRetentionPolicy) DO(RequestProcessingPolicy) DO(AdapterActivator)        \
-  DO(ServantManager) DO(ServantActivator) DO(ServantLocator) DO(Current)
+// clang-format off
+#define POA_EACH_INTERFACE(DO)                                                                       \
+  DO(POA) DO(POAManager) DO(ThreadPolicy) DO(LifespanPolicy) DO(IdUniquenessPolicy)                   \
+  DO(IdAssignmentPolicy) DO(ImplicitActivationPolicy) DO(ServantRetentionPolicy)                      \
+  DO(RequestProcessingPolicy) DO(AdapterActivator) DO(ServantManager) DO(ServantActivator)            \
+  DO(ServantLocator) DO(Current)
+// clang-format on
 
 // For each interface:
-//   register_methods  hands the operation table of the interface that `impl_def` describes to the ORB core, and the three functions below
-//                     to the runtime. `boa` may be null.
-//   _ct_              a new object that serves requests, as the interface's class (untyped); null without memory
-//   _dt_              disposes of it; null is ignored
-//   _pt_              the object as another class: null id CORBA::Object, the interface's own id itself, its base interface's id that;
-//                     null for any other id
-#define POA_DECLARE_SKELETONS(Interface)                                                                          \
-  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& env,                    \
-                                                     CORBA::InterfaceDef* impl_def);                              \
-  void* _ct_PortableServer_##Interface();                                                                         \
-  void _dt_PortableServer_##Interface(void* p);                                                                   \
+//   register_methods: hands the operation table of the interface that `impl_def` describes to the ORB core,
+//     and the three functions below to the runtime. `boa` may be null.
+//   _ct_: a new object that serves requests, as the interface's class (untyped); null without memory.
+//   _dt_: disposes of it; null is ignored.
+//   _pt_: the object as another class: as CORBA::Object for a null id, as itself for the interface's own id,
+//     as its base interface for that one's id; null for any other id.
+#define POA_DECLARE_SKELETONS(Interface)                                                       \
+  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& env, \
+                                                     CORBA::InterfaceDef* impl_def);           \
+  void* _ct_PortableServer_##Interface();                                                      \
+  void _dt_PortableServer_##Interface(void* p);                                                \
   void* _pt_PortableServer_##Interface(void* in, const char* repid);
 POA_EACH_INTERFACE(POA_DECLARE_SKELETONS)
 #undef POA_DECLARE_SKELETONS

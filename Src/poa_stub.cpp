@@ -7,16 +7,17 @@ using CORBA::Boolean;
 #define POA_UNPACK_FIRST(...) __VA_ARGS__ __VA_OPT__(, )
 
 /// Both members of one operation: its row, its result, its name, its parameters and their names.
-#define POA_STUB(Row, Result, Class, operation, parameters, arguments)                                             \
-  Result Class::operation(POA_UNPACK_FIRST parameters CORBA::Environment& env) {                                   \
-    return operations::Row::Roads::stub(this, POA_UNPACK_FIRST arguments env);                                     \
-  }                                                                                                                \
-  Result Class::UNO_IIOP_##operation(void* request, unsigned char response_expected POA_UNPACK parameters,         \
-                                     CORBA::Environment& env) {                                                    \
-    return operations::Row::Roads::iiop(this, request, response_expected != 0, POA_UNPACK_FIRST arguments env);    \
+#define POA_STUB(Row, Result, Class, operation, parameters, arguments)                                     \
+  Result Class::operation(POA_UNPACK_FIRST parameters CORBA::Environment& env) {                           \
+    return operations::Row::Roads::stub(this, POA_UNPACK_FIRST arguments env);                             \
+  }                                                                                                        \
+  Result Class::UNO_IIOP_##operation(void* request, unsigned char response_expected POA_UNPACK parameters, \
+                                     CORBA::Environment& env) {                                            \
+    return operations::Row::Roads::iiop(this, request, response_expected != 0,                             \
+                                        POA_UNPACK_FIRST arguments env);                                   \
   }
 
-// ---- POA -------------------------------------------------------------------------------------------------------------------
+// ---- POA --------------------------------------------------------------------------------------------------
 
 #define STUB(Result, operation, parameters, arguments) \
   POA_STUB(operation, Result, _st_PortableServer_POA, operation, parameters, arguments)
@@ -38,9 +39,11 @@ STUB(ThreadPolicy*, create_thread_policy, (ThreadPolicyValue value), (value))
 STUB(LifespanPolicy*, create_lifespan_policy, (LifespanPolicyValue value), (value))
 STUB(IdUniquenessPolicy*, create_id_uniqueness_policy, (IdUniquenessPolicyValue value), (value))
 STUB(IdAssignmentPolicy*, create_id_assignment_policy, (IdAssignmentPolicyValue value), (value))
-STUB(ImplicitActivationPolicy*, create_implicit_activation_policy, (ImplicitActivationPolicyValue value), (value))
+STUB(ImplicitActivationPolicy*, create_implicit_activation_policy, (ImplicitActivationPolicyValue value),
+     (value))
 STUB(ServantRetentionPolicy*, create_servant_retention_policy, (ServantRetentionPolicyValue value), (value))
-STUB(RequestProcessingPolicy*, create_request_processing_policy, (RequestProcessingPolicyValue value), (value))
+STUB(RequestProcessingPolicy*, create_request_processing_policy, (RequestProcessingPolicyValue value),
+     (value))
 STUB(ServantManager*, get_servant_manager, (), ())
 STUB(void, set_servant_manager, (ServantManager * manager), (manager))
 STUB(ServantBase*, get_servant, (), ())
@@ -57,7 +60,7 @@ STUB(ObjectId*, reference_to_id, (CORBA::Object * reference), (reference))
 STUB(ServantBase*, id_to_servant, (const ObjectId& oid), (oid))
 STUB(CORBA::Object*, id_to_reference, (const ObjectId& oid), (oid))
 
-// ---- POAManager --------------------------------------------------------------------------------------------------------------
+// ---- POAManager -------------------------------------------------------------------------------------------
 
 #undef STUB
 #define STUB(Result, operation, parameters, arguments) \
@@ -70,7 +73,7 @@ STUB(void, deactivate, (Boolean etherealize_objects, Boolean wait_for_completion
      (etherealize_objects, wait_for_completion))
 STUB(POAManager::State, get_state, (), ())
 
-// ---- Policies -----------------------------------------------------------------------------------------------------------------
+// ---- Policies ---------------------------------------------------------------------------------------------
 
 template <class Kind>
 typename Kind::value_type _st_PortableServer_Policy<Kind>::value(CORBA::Environment& env) {
@@ -78,8 +81,9 @@ typename Kind::value_type _st_PortableServer_Policy<Kind>::value(CORBA::Environm
 }
 
 template <class Kind>
-typename Kind::value_type _st_PortableServer_Policy<Kind>::UNO_IIOP_value(void* request, unsigned char response_expected,
-                                                                        CORBA::Environment& env) {
+typename Kind::value_type _st_PortableServer_Policy<Kind>::UNO_IIOP_value(void* request,
+                                                                          unsigned char response_expected,
+                                                                          CORBA::Environment& env) {
   return operations::get_value<Kind>::Roads::iiop(this, request, response_expected != 0, env);
 }
 
@@ -106,7 +110,7 @@ template class _st_PortableServer_Policy<ImplicitActivationPolicy>;
 template class _st_PortableServer_Policy<ServantRetentionPolicy>;
 template class _st_PortableServer_Policy<RequestProcessingPolicy>;
 
-// ---- What programs give a POA, Current ---------------------------------------------------------------------------------------
+// ---- What programs give a POA, Current --------------------------------------------------------------------
 
 #undef STUB
 #define STUB(Result, Interface, operation, parameters, arguments) \

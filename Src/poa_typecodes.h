@@ -1,5 +1,5 @@
-// Encoded TypeCode descriptions of the module's types and of the types of module CORBA that it uses, and insertion into and extraction
-// from CORBA::Any. Each description is encoded by the compiler from its row:
+// Encoded TypeCode descriptions of the module's types and of the types of module CORBA that it uses, and
+// insertion into and extraction from CORBA::Any. Each description is encoded by the compiler from its row:
 //
 //   description = 0[4] typecode                     numbers are unsigned and big-endian, widths in octets
 //   typecode    = kind[1] parameters                kind: CORBA::TCKind
@@ -30,7 +30,8 @@ struct Code {
   std::size_t size = 0;
 
   constexpr Code& number(std::size_t value, int width) {
-    for (int shift = 8 * (width - 1); shift >= 0; shift -= 8) octets[size++] = static_cast<unsigned char>(value >> shift);
+    for (int shift = 8 * (width - 1); shift >= 0; shift -= 8)
+      octets[size++] = static_cast<unsigned char>(value >> shift);
     return *this;
   }
   constexpr Code& text(std::string_view characters) {
@@ -98,7 +99,8 @@ struct Layout {
   std::size_t alignment = 0;
   std::size_t size = 0;
 };
-constexpr Code record(CORBA::TCKind kind, const Name& name, Layout layout, std::initializer_list<Member> members) {
+constexpr Code record(CORBA::TCKind kind, const Name& name, Layout layout,
+                      std::initializer_list<Member> members) {
   Code code = head(kind).number(layout.alignment, 1).number(layout.size, 2);
   identify(code, name).number(members.size(), 2);
   for (const Member& member : members) code.text(member.name).nested(member.type);
@@ -108,9 +110,11 @@ constexpr Code exception(const Name& name, Layout layout = {}, std::initializer_
   return record(CORBA::tk_except, name, layout, members);
 }
 
-/// Native layout of a sequence (maximum, length, buffer, scratch element, release flag) of elements of that layout.
+/// Native layout of a sequence (maximum, length, buffer, scratch element, release flag) of elements of that
+/// layout.
 constexpr Layout sequence_layout(Layout element) {
-  const std::size_t flag = (12 + element.alignment - 1) / element.alignment * element.alignment + element.size;
+  const std::size_t flag =
+      (12 + element.alignment - 1) / element.alignment * element.alignment + element.size;
   return {4, (flag + 1 + 3) / 4 * 4};
 }
 
@@ -139,17 +143,17 @@ CORBA::TypeCode* build(const Description& description);
 
 }  // namespace PortableServer::typecodes
 
-#define POA_DESCRIBE(Name, ...)                                                                                      \
-  inline constexpr auto _tc_##Name##_impl = [] {                                                                     \
-    using namespace PortableServer::typecodes;                                                                       \
-    using namespace CORBA;                                                                                           \
-    constexpr Code code = __VA_ARGS__;                                                                               \
-    return describe<code.size>(code);                                                                                \
-  }();                                                                                                               \
-  inline constexpr PortableServer::typecodes::Description _tc_##Name##_impl_seq{                                     \
+#define POA_DESCRIBE(Name, ...)                                                  \
+  inline constexpr auto _tc_##Name##_impl = [] {                                 \
+    using namespace PortableServer::typecodes;                                   \
+    using namespace CORBA;                                                       \
+    constexpr Code code = __VA_ARGS__;                                           \
+    return describe<code.size>(code);                                            \
+  }();                                                                           \
+  inline constexpr PortableServer::typecodes::Description _tc_##Name##_impl_seq{ \
       sizeof _tc_##Name##_impl.octets, sizeof _tc_##Name##_impl.octets, _tc_##Name##_impl.octets, 0};
 
-// ---- Module PortableServer ----------------------------------------------------------------------------------------------------
+// ---- Module PortableServer --------------------------------------------------------------------------------
 
 POA_DESCRIBE(PortableServer_POA, objref(in_poa("POA", "2.3")))
 POA_DESCRIBE(PortableServer_POAManager, objref(in_poa("POAManager")))
@@ -170,13 +174,15 @@ POA_DESCRIBE(PortableServer_POAManager_State,
              enumeration(in_poa("POAManager/State"), {"HOLDING", "ACTIVE", "DISCARDING", "INACTIVE"}))
 POA_DESCRIBE(PortableServer_ThreadPolicyValue,
              enumeration(in_poa("ThreadPolicyValue"), {"ORB_CTRL_MODEL", "SINGLE_THREAD_MODEL"}))
-POA_DESCRIBE(PortableServer_LifespanPolicyValue, enumeration(in_poa("LifespanPolicyValue"), {"TRANSIENT", "PERSISTENT"}))
+POA_DESCRIBE(PortableServer_LifespanPolicyValue,
+             enumeration(in_poa("LifespanPolicyValue"), {"TRANSIENT", "PERSISTENT"}))
 POA_DESCRIBE(PortableServer_IdUniquenessPolicyValue,
              enumeration(in_poa("IdUniquenessPolicyValue"), {"UNIQUE_ID", "MULTIPLE_ID"}))
 POA_DESCRIBE(PortableServer_IdAssignmentPolicyValue,
              enumeration(in_poa("IdAssignmentPolicyValue"), {"USER_ID", "SYSTEM_ID"}))
 POA_DESCRIBE(PortableServer_ImplicitActivationPolicyValue,
-             enumeration(in_poa("ImplicitActivationPolicyValue"), {"IMPLICIT_ACTIVATION", "NO_IMPLICIT_ACTIVATION"}))
+             enumeration(in_poa("ImplicitActivationPolicyValue"),
+                         {"IMPLICIT_ACTIVATION", "NO_IMPLICIT_ACTIVATION"}))
 POA_DESCRIBE(PortableServer_ServantRetentionPolicyValue,
              enumeration(in_poa("ServantRetentionPolicyValue"), {"RETAIN", "NON_RETAIN"}))
 POA_DESCRIBE(PortableServer_RequestProcessingPolicyValue,
@@ -204,7 +210,7 @@ POA_DESCRIBE(PortableServer_ForwardRequest,
              exception(in_poa("ForwardRequest"), {4, 4}, {{"forward_reference", any_objref()}}))
 POA_DESCRIBE(PortableServer_Current_NoContext, exception(in_poa("Current/NoContext")))
 
-// ---- Module CORBA -------------------------------------------------------------------------------------------------------------
+// ---- Module CORBA -----------------------------------------------------------------------------------------
 
 POA_DESCRIBE(CORBA_DomainManager, objref(in_corba("DomainManager")))
 POA_DESCRIBE(CORBA_OpaqueValue, alias(in_corba("OpaqueValue"), basic(tk_long)))
@@ -215,14 +221,16 @@ POA_DESCRIBE(CORBA_ServiceOption, alias(in_corba("ServiceOption"), basic(tk_ulon
 POA_DESCRIBE(CORBA_ServiceDetailType, alias(in_corba("ServiceDetailType"), basic(tk_ulong)))
 POA_DESCRIBE(CORBA_sequence_Policy, sequence(objref(in_corba("Policy"))))
 POA_DESCRIBE(CORBA_PolicyList, alias(in_corba("PolicyList"), sequence(objref(in_corba("Policy")))))
-POA_DESCRIBE(CORBA_SetOverrideType, enumeration(in_corba("SetOverrideType"), {"SET_OVERRIDE", "ADD_OVERRIDE"}))
+POA_DESCRIBE(CORBA_SetOverrideType,
+             enumeration(in_corba("SetOverrideType"), {"SET_OVERRIDE", "ADD_OVERRIDE"}))
 namespace PortableServer::typecodes {
 constexpr Layout service_detail_layout{4, 4 + sequence_layout({1, 1}).size};
 constexpr Code service_detail =
     record(CORBA::tk_struct, in_corba("ServiceDetail"), service_detail_layout,
            {{"service_detail_type", alias(in_corba("ServiceDetailType"), basic(CORBA::tk_ulong))},
             {"service_detail", sequence(basic(CORBA::tk_octet))}});
-constexpr Layout service_information_layout{4, sequence_layout({4, 4}).size + sequence_layout(service_detail_layout).size};
+constexpr Layout service_information_layout{
+    4, sequence_layout({4, 4}).size + sequence_layout(service_detail_layout).size};
 }  // namespace PortableServer::typecodes
 POA_DESCRIBE(CORBA_ServiceDetail, service_detail)
 POA_DESCRIBE(CORBA_ServiceInformation,
@@ -231,24 +239,24 @@ POA_DESCRIBE(CORBA_ServiceInformation,
                      {"service_details", sequence(service_detail)}}))
 POA_DESCRIBE(CORBA_DomainManagersList,
              alias(in_corba("DomainManagersList"), sequence(objref(in_corba("DomainManager")))))
-POA_DESCRIBE(CORBA_PolicyError,
-             exception(in_corba("PolicyError"), {2, 2},
-                       {{"reason", alias(in_corba("PolicyErrorCode"), basic(tk_short))}}))
+POA_DESCRIBE(CORBA_PolicyError, exception(in_corba("PolicyError"), {2, 2},
+                                          {{"reason", alias(in_corba("PolicyErrorCode"), basic(tk_short))}}))
 POA_DESCRIBE(CORBA_Policy, objref(in_corba("Policy")))
 POA_DESCRIBE(CORBA_Current, objref(in_corba("Current")))
 
 #undef POA_DESCRIBE
 
-// ---- Any ------------------------------------------------------------------------------------------------------------------------
+// ---- Any --------------------------------------------------------------------------------------------------
 
 namespace PortableServer {
 
 /// The description of a type that can be put into an Any.
 template <class T>
 inline constexpr const typecodes::Description* description_of = nullptr;
-#define POA_DESCRIBED(Type, Name) \
-  template <>                     \
-  inline constexpr const typecodes::Description* description_of<Type> = &_tc_PortableServer_##Name##_impl_seq;
+#define POA_DESCRIBED(Type, Name)                                       \
+  template <>                                                           \
+  inline constexpr const typecodes::Description* description_of<Type> = \
+      &_tc_PortableServer_##Name##_impl_seq;
 POA_DESCRIBED(POA, POA)
 POA_DESCRIBED(POAManager, POAManager)
 POA_DESCRIBED(ThreadPolicy, ThreadPolicy)
@@ -277,7 +285,8 @@ POA_DESCRIBED(ObjectId, ObjectId)
 
 /// Types with a description whose values an Any holds: enumerations and sequences.
 template <class T>
-concept any_value = description_of<T> != nullptr && !interface<T>;
+concept any_value = description_of<T>
+!= nullptr && !interface<T>;
 
 /// A new TypeCode of T.
 template <class T>
@@ -285,7 +294,8 @@ CORBA::TypeCode* typecode_of() {
   return typecodes::build(*description_of<T>);
 }
 
-// A reference is duplicated; one in a cell made with new is taken over, and the cell deleted. References are not extracted.
+// A reference is duplicated; one in a cell made with new is taken over, and the cell deleted. References are
+// not extracted.
 template <interface X>
 void operator<<=(CORBA::Any& any, X* reference) {
   CORBA::any_insert_reference(any, typecode_of<X>(), reference);
@@ -294,7 +304,8 @@ template <interface X>
 void operator<<=(CORBA::Any& any, X** cell) {
   CORBA::any_insert_reference(any, typecode_of<X>(), cell);
 }
-// A value is copied; one behind a pointer is taken over. An enumeration is extracted as a copy, a sequence as the Any's own.
+// A value is copied; one behind a pointer is taken over. An enumeration is extracted as a copy, a sequence as
+// the Any's own.
 template <any_value T>
 void operator<<=(CORBA::Any& any, const T& value) {
   CORBA::any_insert_copy(any, typecode_of<T>(), value);
@@ -304,13 +315,11 @@ void operator<<=(CORBA::Any& any, T* value) {
   CORBA::any_insert_value(any, typecode_of<T>(), value);
 }
 template <any_value T>
-  requires std::is_enum_v<T>
-CORBA::Boolean operator>>=(const CORBA::Any& any, T& value) {
+requires std::is_enum_v<T> CORBA::Boolean operator>>=(const CORBA::Any& any, T& value) {
   return CORBA::any_extract_copy(any, typecode_of<T>(), value);
 }
 template <any_value T>
-  requires(!std::is_enum_v<T>)
-CORBA::Boolean operator>>=(const CORBA::Any& any, T*& value) {
+requires(!std::is_enum_v<T>) CORBA::Boolean operator>>=(const CORBA::Any& any, T*& value) {
   return CORBA::any_extract(any, typecode_of<T>(), value);
 }
 

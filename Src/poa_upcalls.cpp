@@ -1,7 +1,7 @@
 // The two upcalls beside requests: a lost client, and the lifespan tick. No exception passes their edge.
 #include <ctime>
 #include <exception>
-#include <vector>
+#include <memory>
 
 #include "poainfo.h"
 #include "zrsocket.h"
@@ -57,15 +57,24 @@ void trace_client(long fd, const void* host_addr, unsigned char is_ipv6) {
   }
 }
 
-/// The servants of a lost client, at most one a block of the maps, each held.
-std::vector<ServantBase*> servants_of_client(long fd, const void* host_addr, unsigned char is_ipv6) {
-  std::vector<ServantBase*> found;
+struct LostClient {
+  long fd;
+  const void* host_addr;
+  unsigned char is_ipv6;
+};
+
+/// The first servant of the client in the blocks after number `block`, held; null when there is none. `block` becomes the number of its block. So the
+/// program is asked block after block while no lock is held, and blocks may come and go meanwhile.
+ServantBase* next_servant(const LostClient& client, std::uint64_t& block) {
   PoaSemaphoreGuard guard(__LINE__);
-  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
-    ServantBase* servant = block->searchServantByClientData(static_cast<CORBA::Long>(fd), host_addr, is_ipv6, /*hold=*/true);
-    if (servant) found.push_back(servant);
+  for (ActiveObjectMap* at = _root_aom; at; at = at->_next_aom) {
+    if (at->number <= block) continue;
+    block = at->number;
+    ServantBase* servant =
+        at->searchServantByClientData(static_cast<CORBA::Long>(client.fd), client.host_addr, client.is_ipv6, /*hold=*/true);
+    if (servant) return servant;
   }
-  return found;
+  return nullptr;
 }
 
 /// Asks the program about each reference of the servant, until it wants the servant released.
@@ -90,24 +99,27 @@ void release_if_wanted(PortableServer::POAdisconnect& callback, ServantBase& ser
   });
 }
 
-std::vector<ServantBase*> take_delete_list() {
-  std::vector<ServantBase*> servants;
+POA_ServantList* take_delete_list() {
   MutexGuard guard(poa_svt_delete_mutex);
-  while (POA_ServantList* node = servant_delete_list) {
-    servants.push_back(node->get_servant());
-    servant_delete_list = node->get_next();
-    delete node;
-  }
-  return servants;
+  return std::exchange(servant_delete_list, nullptr);
+}
+
+/// Takes the first node off a list that nobody else sees.
+ServantBase* pop(POA_ServantList*& list) {
+  const std::unique_ptr<POA_ServantList> node(list);
+  list = node->get_next();
+  return node->get_servant();
 }
 
 /// Deletes a listed servant, unless a request got into it before it left the maps: then the next tick tries again.
 void delete_servant(ServantBase* servant) {
-  servant->deactivate_ObjectReference();
-  ActiveObjectMap::forget_servant(servant);
+  const bool withdrawn = contained("withdrawing a servant", [&] {
+    servant->deactivate_ObjectReference();
+    ActiveObjectMap::forget_servant(servant);
+  });
   {
     MutexGuard count_guard(poa_svt_ref_counter_mutex);
-    if (servant->get_ref_counter() != 0) {
+    if (!withdrawn || servant->get_ref_counter() != 0) {
       MutexGuard list_guard(poa_svt_delete_mutex);
       POA_ServantList::add_servant(servant_delete_list, servant);
       return;
@@ -116,17 +128,25 @@ void delete_servant(ServantBase* servant) {
   contained("a servant's destructor", [&] { delete servant; });
 }
 
-std::vector<ServantBase*> take_expired() {
-  std::vector<ServantBase*> expired;
+/// The next servant whose time is over, held and off the lifespan list; null when there is none.
+ServantBase* take_expired() {
   MutexGuard guard(poa_svt_lifespan_mutex);
-  for (POA_ServantList *node = servant_lifespan_list, *next; node; node = next) {
-    next = node->get_next();
+  for (POA_ServantList* node = servant_lifespan_list; node; node = node->get_next()) {
     ServantBase* servant = node->get_servant();
     if (servant->get_timer() > static_cast<CORBA::ULong>(std::time(nullptr))) continue;
+    ServantAccess::hold(*servant);
     POA_ServantList::remove_servant(servant_lifespan_list, servant);
-    expired.push_back(servant);
+    return servant;
   }
-  return expired;
+  return nullptr;
+}
+
+void end_lifespan(ServantBase& servant) {
+  contained("ending a servant's lifespan", [&] {
+    servant.deactivate_ObjectReference();
+    servant.servant_delete();
+  });
+  ServantAccess::release(servant);
 }
 
 }  // namespace
@@ -136,7 +156,8 @@ void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6
   PortableServer::POAdisconnect* callback = _disc_instance;
   if (!callback) return;
   trace_client(fd, host_addr, is_ipv6);
-  for (ServantBase* servant : servants_of_client(fd, host_addr, is_ipv6)) {
+  const LostClient client{fd, host_addr, is_ipv6};
+  for (std::uint64_t block = 0; ServantBase* servant = next_servant(client, block);) {
     release_if_wanted(*callback, *servant);
     ServantAccess::release(*servant);
   }
@@ -144,11 +165,8 @@ void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6
 
 void call_poa_inst_lifespan() {
   POA_TRACE("call_poa_inst_lifespan called...");
-  for (ServantBase* servant : take_delete_list()) delete_servant(servant);
+  for (POA_ServantList* list = take_delete_list(); list;) delete_servant(pop(list));
   POA_TRACE("  Servant is deleted...");
-  for (ServantBase* servant : take_expired()) {
-    servant->deactivate_ObjectReference();
-    servant->servant_delete();
-  }
+  while (ServantBase* servant = take_expired()) end_lifespan(*servant);
   POA_TRACE("call_poa_inst_lifespan end...");
 }

@@ -63,8 +63,10 @@ POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAMan
   }
   if (!CORBA::is_nil(a_POAManager)) {
     POA_TRACE("  set this->poa_manager to a_POAManger");
-    poa_manager = a_POAManager;
     poa_managerInfo_ptr = POAManagerInfo::findPOAManagerInfo(a_POAManager, _ev);
+    if (!poa_managerInfo_ptr) raise<CORBA::BAD_PARAM>(_ev, "POAInfo::POAInfo [a_POAManager is unknown.]");
+    // The manager's own object: the one at hand is the program's, which may release it at once.
+    poa_manager = poa_managerInfo_ptr->poamanager_object;
   } else {
     POA_TRACE("  a_POAManager is NULL");
     share_default_manager(_ev);

@@ -157,7 +157,7 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   POAInfo* siblings = nullptr;
   POAInfo* parent = nullptr;                     // set before the record is linked, and kept when it is unlinked
   POAInfoPtr parent_record;                      // holds `parent` for as long as someone may follow it
-  bool destroyed = false;                        // being destroyed, or gone; guarded by poa_mutex
+  std::atomic<bool> destroyed{false};            // being destroyed, or gone; written under poa_mutex
   PortableServer::POAManager* poa_manager = nullptr;   // as given; not owned
   POAManagerInfo* poa_managerInfo_ptr = nullptr;
   std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned

@@ -1,4 +1,5 @@
-// Activating and deactivating objects, references to objects that need not be active, servant manager and default servant.
+// Activating and deactivating objects, references to objects that need not be active, servant manager and
+// default servant.
 #include <new>
 
 #include "poainfo.h"
@@ -10,12 +11,14 @@ using PortableServer::ServantBase;
 using PortableServer::ServantHold;
 using PortableServer::ServantManager;
 
-// ---- activate_object -----------------------------------------------------------------------------------------------
+// ---- activate_object
+// -----------------------------------------------------------------------------------------------
 
 ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::activate_object called...");
   if (!p_servant)
-    raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object [servant is null.]");
+    raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object [servant is null.]");
   if (!retains())
     raise<POA::WrongPolicy>(ev, "non_retain.. throw PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object [wrong policy.]");
@@ -85,7 +88,8 @@ const ObjectId* POAInfo::enter_active(const ObjectId& id, ServantBase& servant, 
   return own_id;
 }
 
-void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const ObjectId* own_id, CORBA::Environment& ev) {
+void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const ObjectId* own_id,
+                              CORBA::Environment& ev) {
   try {
     POA_impl_is_ready(&servant, &id, ev);
   } catch (...) {
@@ -94,7 +98,8 @@ void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const Ob
   }
 }
 
-// ---- deactivate_object ---------------------------------------------------------------------------------------------
+// ---- deactivate_object
+// ---------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -116,8 +121,8 @@ PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
   return activator;
 }
 
-/// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told that it is not active.
-/// Gives the servant, held, or null.
+/// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told
+/// that it is not active. Gives the servant, held, or null.
 ServantBase* take_active(ActiveObjectMap& map, const ObjectId& oid) {
   PoaSemaphoreGuard guard(__LINE__);
   ServantBase* servant = map.findServantById(oid, /*hold=*/true);
@@ -140,7 +145,8 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
     raise<POA::WrongPolicy>(ev, "non_retain, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::deactivate_object [wrong policy.]");
   ActiveObjectMap* map = active_object_map;
-  POA_TRACE("  aom = 0x%lx, this = 0x%lx, oid = 0x%lx", trace_address(map), trace_address(this), trace_address(&oid));
+  POA_TRACE("  aom = 0x%lx, this = 0x%lx, oid = 0x%lx", trace_address(map), trace_address(this),
+            trace_address(&oid));
   if (!map)
     raise<POA::ObjectNotActive>(ev, "active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [activate_object_map is null.]");
@@ -158,7 +164,8 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   }
 }
 
-// ---- References without an active object ---------------------------------------------------------------------------
+// ---- References without an active object
+// ---------------------------------------------------------------------------
 
 CORBA::Object* POAInfo::create_reference(const char* intf, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::create_reference called...");
@@ -177,7 +184,8 @@ CORBA::Object* POAInfo::create_reference(const char* intf, CORBA::Environment& e
   return reference;
 }
 
-CORBA::Object* POAInfo::create_reference_with_id(const ObjectId& oid, const char* intf, CORBA::Environment& ev) {
+CORBA::Object* POAInfo::create_reference_with_id(const ObjectId& oid, const char* intf,
+                                                 CORBA::Environment& ev) {
   POA_TRACE("POAInfo::create_reference_with_id called...");
   if (!intf)
     raise<CORBA::BAD_PARAM>(ev, "intf=NULL, throw CORBA::StExcep::BAD_PARAM",
@@ -192,7 +200,8 @@ CORBA::Object* POAInfo::create_reference_with_id(const ObjectId& oid, const char
   return POACreateReference(oid, intf, ev);
 }
 
-// ---- Servant manager -----------------------------------------------------------------------------------------------
+// ---- Servant manager
+// -----------------------------------------------------------------------------------------------
 
 ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::get_servant_manager called...");
@@ -200,8 +209,8 @@ ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
     raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
                             "POAInfo::get_servant_manager [wrong policy.]");
   if (!retains() && servant_retention_policy != servantRetentionPolicy_NON_RETAIN_tag)
-    raise<CORBA::OBJ_ADAPTER>(ev, "throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::get_servant_manager [OBJ_ADAPTER.]",
-                              MINOR_NO_MANAGER);
+    raise<CORBA::OBJ_ADAPTER>(ev, "throw CORBA::StExcep::OBJ_ADAPTER",
+                              "POAInfo::get_servant_manager [OBJ_ADAPTER.]", MINOR_NO_MANAGER);
   POA_TRACE("POAInfo::get_servant_manager end...[return ServantManager");
   return servantManager_ptr;
 }
@@ -214,17 +223,18 @@ void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) 
                             "POAInfo::set_servant_manager [wrong policy.]");
   if (!CORBA::is_nil(servantManager_ptr)) raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
   if (imgr && retains() != static_cast<bool>(imgr->is_activator()))
-    raise<CORBA::BAD_PARAM>(ev,
-                            retains() ? "retain. throw CORBA::StExcep::BAD_PARAM"
-                                      : "non_retain. throw CORBA::StExcep::BAD_PARAM",
-                            "POAInfo::set_servant_manager [BAD_PARAM.]");
+    raise<CORBA::BAD_PARAM>(
+        ev,
+        retains() ? "retain. throw CORBA::StExcep::BAD_PARAM" : "non_retain. throw CORBA::StExcep::BAD_PARAM",
+        "POAInfo::set_servant_manager [BAD_PARAM.]");
   ServantManager* none = nullptr;
   if (!servantManager_ptr.compare_exchange_strong(none, imgr))  // by another thread, just now
     raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
   POA_TRACE("POAInfo::set_servant_manager end...");
 }
 
-// ---- Default servant -----------------------------------------------------------------------------------------------
+// ---- Default servant
+// -----------------------------------------------------------------------------------------------
 
 ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::get_servant called...");
@@ -243,7 +253,8 @@ void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::set_servant called...[POAInfo = 0x%lx, servant = 0x%lx]", trace_address(this),
             trace_address(p_servant));
   if (!uses_default_servant())
-    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant [wrong policy.]");
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::set_servant [wrong policy.]");
   if (servant_default == p_servant) return;
   std::shared_ptr<const ObjectId> oid(p_servant ? genSystemId() : nullptr);
   if (p_servant && !oid)  // the old one stays installed

@@ -7,7 +7,8 @@ using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
 using PortableServer::ServantHold;
 
-// ---- Implicit activation, and references that are kept and bound -------------------------------------------------------
+// ---- Implicit activation, and references that are kept and bound
+// -------------------------------------------------------
 
 std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId> id, ServantBase& servant,
                                                        CORBA::Environment& ev) {
@@ -48,7 +49,8 @@ void bind(CORBA::Object& reference, CORBA::Environment& ev) {
 
 }  // namespace
 
-CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
+CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& servant,
+                                             CORBA::Environment& ev) {
   CORBA::Object_var reference(POACreateReference(oid, interface_of(servant, oid, poa_object, ev), ev));
   CORBA::Object_var duplicate(CORBA::Object::_duplicate(reference.in()));
   if (servant.set_ObjectReference(poa_object, duplicate.in(), 0, _boa, nullptr)) {
@@ -60,7 +62,8 @@ CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& s
   return reference._retn();
 }
 
-// ---- From a servant --------------------------------------------------------------------------------------------------
+// ---- From a servant
+// --------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -111,17 +114,19 @@ ObjectId* POAInfo::servant_to_id(ServantBase* p_servant, CORBA::Environment& ev)
     raise<POA::WrongPolicy>(ev, "non_retain,no use_def_servant, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::servant_to_id [wrong policy.]");
   if (!uses_default_servant() && !unique_id() && !activates_implicitly())
-    raise<POA::WrongPolicy>(ev, "implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy",
+    raise<POA::WrongPolicy>(ev,
+                            "implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::servant_to_id [wrong policy.]");
   return replacing<POA::ServantNotActive, POA::WrongPolicy>(
-      ev, "other ex, throw\tPortableServer::POA::ServantNotActive", "POAInfo::servant_to_id [ServantNotActive.]",
-      [&] { return id_of_servant(*this, *p_servant, ev); });
+      ev, "other ex, throw\tPortableServer::POA::ServantNotActive",
+      "POAInfo::servant_to_id [ServantNotActive.]", [&] { return id_of_servant(*this, *p_servant, ev); });
 }
 
 namespace {
 
 /// The reference of a servant that is active under `oid`.
-CORBA::Object* reference_of_active(POAInfo& poa, const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
+CORBA::Object* reference_of_active(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
+                                   CORBA::Environment& ev) {
   if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa.poa_object, oid)) {
     POA_TRACE("POAInfo::servant_to_reference end...[return registerd object reference : UNIQUE_ID]");
     return kept;
@@ -181,7 +186,8 @@ CORBA::Object* POAInfo::servant_to_reference(ServantBase* p_servant, CORBA::Envi
       });
 }
 
-// ---- From a reference --------------------------------------------------------------------------------------------------
+// ---- From a reference
+// --------------------------------------------------------------------------------------------------
 
 ServantBase* POAInfo::reference_to_servant(CORBA::Object* reference, CORBA::Environment& ev) {
   constexpr const char* not_active = "POAInfo::reference_to_servant [PortableServer::POA::ObjectNotActive.]";
@@ -227,8 +233,8 @@ ObjectId* id_of_reference(CORBA::Object* reference, CORBA::Environment& ev) {
 }  // namespace
 
 ObjectId* POAInfo::reference_to_id(CORBA::Object* reference, CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::reference_to_id called...[aom = 0x%lx, this = 0x%lx]", trace_address(active_object_map.load()),
-            trace_address(this));
+  POA_TRACE("POAInfo::reference_to_id called...[aom = 0x%lx, this = 0x%lx]",
+            trace_address(active_object_map.load()), trace_address(this));
   if (findPOAInfoByReference(reference, ev).get() != this)
     raise<POA::WrongAdapter>(ev, "poa_info != this,throw PortableServer::POA::WrongAdapter",
                              "POAInfo::reference_to_id [wrong adapter.]");
@@ -237,7 +243,8 @@ ObjectId* POAInfo::reference_to_id(CORBA::Object* reference, CORBA::Environment&
       [&] { return id_of_reference(reference, ev); });
 }
 
-// ---- From an id --------------------------------------------------------------------------------------------------------
+// ---- From an id
+// --------------------------------------------------------------------------------------------------------
 
 ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev) {
   constexpr const char* not_active = "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]";
@@ -257,14 +264,15 @@ ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev)
           POA_TRACE("POAInfo::id_to_servant end...[return servant]");
           return servant;
         }
-        raise<POA::ObjectNotActive>(ev, "not use_default_servant_policy,throw PortableServer::POA::ObjectNotActive",
-                                    not_active);
+        raise<POA::ObjectNotActive>(
+            ev, "not use_default_servant_policy,throw PortableServer::POA::ObjectNotActive", not_active);
       });
 }
 
 namespace {
 
-CORBA::Object* reference_of_id(POAInfo& poa, const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
+CORBA::Object* reference_of_id(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
+                               CORBA::Environment& ev) {
   if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa.poa_object, oid)) {
     POA_TRACE("POAInfo::id_to_reference end... [return duplicated object reference]");
     return kept;
@@ -290,7 +298,8 @@ CORBA::Object* POAInfo::id_to_reference(const ObjectId& oid, CORBA::Environment&
         ActiveObjectMap* map = active_object_map;
         ServantBase* servant = map ? map->findServantById(oid, /*hold=*/true) : nullptr;
         if (!servant)
-          raise<POA::ObjectNotActive>(ev, "no servant, throw PortableServer::POA::ObjectNotActive", not_active);
+          raise<POA::ObjectNotActive>(ev, "no servant, throw PortableServer::POA::ObjectNotActive",
+                                      not_active);
         const ServantHold hold(*servant);
         return reference_of_id(*this, oid, *servant, ev);
       });

@@ -47,20 +47,16 @@ class ServantInUse {
  public:
   /// The servant's counter has been raised already.
   ServantInUse(ServantBase& servant, CORBA::Object& target) : servant_(servant) { ServantAccess::target(servant) = &target; }
-  ~ServantInUse() { release(); }
-  ServantInUse(const ServantInUse&) = delete;
-  ServantInUse& operator=(const ServantInUse&) = delete;
-
   /// Gives the count back; the servant goes onto the delete list when it was waiting for that. It is not to be touched afterwards.
-  void release() {
-    if (std::exchange(released_, true)) return;
+  ~ServantInUse() {
     ServantAccess::target(servant_) = nullptr;
     ServantAccess::release(servant_);
   }
+  ServantInUse(const ServantInUse&) = delete;
+  ServantInUse& operator=(const ServantInUse&) = delete;
 
  private:
   ServantBase& servant_;
-  bool released_ = false;
 };
 
 void check_manager_state(POAInfo& poa, CORBA::Environment& ev) {
@@ -93,12 +89,38 @@ struct Located {
   CORBA::ULong cookie = 0;
 };
 
+/// The trace lines of a search that found no active servant.
+void trace_no_active_servant(const POAInfo& poa) {
+  if (!poa.retains() && !poa.uses_default_servant()) {
+    POA_TRACE("not use_default_servant_policy,throw PortableServer::POA::WrongPolicy");
+    POA_TRACE("POAInfo::reference_to_servant [wrong policy.]");
+  } else {
+    POA_TRACE("throw PortableServer::POA::ObjectNotActive");
+    POA_TRACE("POAInfo::reference_to_servant [PortableServer::POA::ObjectNotActive.]");
+  }
+}
+
+/// The trace lines of an activator that the POA's policies do not let one ask.
+void trace_no_activator(const POAInfo& poa) {
+  POA_TRACE("  POAInfo::incarnate call");
+  POA_TRACE("POAInfo::incarnate called...");
+  if (!poa.retains()) {
+    POA_TRACE("non_retain. throw PortableServer::POA::WrongPolicy");
+  } else {
+    POA_TRACE("not use_servant_manager,throw PortableServer::POA::WrongPolicy");
+  }
+  POA_TRACE("POAInfo::incarnate [wrong policy.]");
+}
+
 /// The servant in the map or the default servant, held; null when there is none that may serve. What `reference_to_servant` and the check of the
 /// deletion flags would raise is raised nowhere, because the search goes on: only its trace lines are written.
 ServantBase* find_active(const RequestTarget& target) {
   POA_TRACE("  POAInfo::reference_to_servant call");
   ServantBase* servant = target.poa->find_servant(target, /*hold=*/true);
-  if (!servant) return nullptr;
+  if (!servant) {
+    trace_no_active_servant(*target.poa);
+    return nullptr;
+  }
   POA_TRACE("  POAInfo::reference_to_servant done");
   if (!servant->get_to_be_deleted() && !servant->get_deleted()) return servant;
   POA_TRACE("dsi_routine_cpp_poa : throw OBJECT_NOT_EXIST");
@@ -106,13 +128,15 @@ ServantBase* find_active(const RequestTarget& target) {
   return nullptr;
 }
 
-/// Asks the servant activator. What it raises reaches the client as a plain exception, whatever its type.
+/// Asks the servant activator. What it raises, but WrongPolicy, reaches the client as a plain exception, whatever its type.
 ServantBase* ask_activator(const RequestTarget& target, CORBA::Environment& ev) {
   try {
     POA_TRACE("  POAInfo::incarnate call");
     ServantBase* servant = target.poa->incarnate_held(target, ev);
     POA_TRACE("  POAInfo::incarnate done");
     return servant;
+  } catch (const PortableServer::POA::WrongPolicy&) {
+    throw;
   } catch (const CORBA::Exception& e) {
     throw CORBA::Exception(e);
   }
@@ -126,6 +150,7 @@ Located locate_servant(const RequestTarget& target, const char* operation, CORBA
     found.servant = ask_activator(target, ev);
     return found;
   }
+  trace_no_activator(*target.poa);
   POA_TRACE("  POAInfo::preinvoke call");
   found.by_locator = true;
   found.servant = target.poa->preinvoke(target, operation, found.cookie, ev);
@@ -134,22 +159,52 @@ Located locate_servant(const RequestTarget& target, const char* operation, CORBA
   return found;
 }
 
+/// The target among the servant's references. That of a servant found for one request goes with the request: each id that clients make up would
+/// leave an entry behind.
+class TargetReference {
+ public:
+  TargetReference(const RequestTarget& target, ServantBase& servant, bool for_one_request)
+      : target_(target), servant_(for_one_request && target.has_data ? &servant : nullptr) {
+    POAInfo& poa = *target.poa;
+    const auto default_oid = &servant == poa.servant_default.load() ? poa.default_oid() : nullptr;
+    servant.set_ObjectReference(poa.poa_object, target.object, 1, POAInfo::_boa, default_oid.get());
+  }
+  ~TargetReference() {
+    if (servant_) servant_->clear_ObjectReference(target_.poa->poa_object, &BorrowedObjectId(target_.data.object_id).get());
+  }
+  TargetReference(const TargetReference&) = delete;
+  TargetReference& operator=(const TargetReference&) = delete;
+
+ private:
+  const RequestTarget& target_;
+  ServantBase* const servant_;
+};
+
+/// Completes the reply of a dynamic servant. Nothing that goes wrong here stops the request's end.
+void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
+  // A servant that said nothing through the request object has nothing to complete; the type is asked only of the others.
+  if (!request.dynamic() && !OM_TRACE_IS_ON) return;
+  if (!dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) return;
+  POA_TRACE("  using DSI...");
+  try {
+    OM_CORBA_ServerRequest_dsi_complete_cpp(request.get_ref());
+  } catch (const std::exception& e) {
+    OM_log("the reply of a dynamic servant could not be completed: %s", e.what());
+  } catch (const CORBA::Exception& e) {
+    OM_log("the reply of a dynamic servant could not be completed: %s", e.id());
+  }
+}
+
 /// Runs the operation on the servant: the POA Current is set meanwhile, and the target is entered among the servant's references.
-void invoke_servant(const RequestTarget& target, ServantBase& servant, CORBA::ServerRequest& request, CORBA::Environment& ev) {
-  POAInfo& poa = *target.poa;
-  const CurrentContext context(poa.poa_object, target.data.object_id, target.has_data);
-  ServantInUse use(servant, *target.object);
-  const auto default_oid = &servant == poa.servant_default.load() ? poa.default_oid() : nullptr;
-  servant.set_ObjectReference(poa.poa_object, target.object, 1, POAInfo::_boa, default_oid.get());
+void invoke_servant(const RequestTarget& target, const Located& found, CORBA::ServerRequest& request, CORBA::Environment& ev) {
+  ServantBase& servant = *found.servant;
+  const CurrentContext context(target.poa->poa_object, target.data.object_id, target.has_data);
+  const ServantInUse use(servant, *target.object);
+  const TargetReference reference(target, servant, found.by_locator);
   POA_TRACE("  servant->invoke call [servant=0x%lx]", trace_address(&servant));
   if (!servant.invoke(&request, ev))
     raise<CORBA::BAD_OPERATION>(ev, "servant invoke faild.  throw BAD_OPERATION.", MINOR_NO_OPERATION);
-  // A servant that said nothing through the request object has nothing to complete; the type is asked only of the others.
-  if (request.dynamic() && dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) {
-    POA_TRACE("  using DSI...");
-    OM_CORBA_ServerRequest_dsi_complete_cpp(request.get_ref());
-  }
-  use.release();
+  complete_dynamic(servant, request);
   if (ev.exception()) POA_TRACE("exception-id %s", ev.exception()->id());
 }
 
@@ -166,7 +221,7 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
   trace_request(request.get_ref(), operation.get());
   const Located found = locate_servant(target, operation.get(), ev);
   try {
-    invoke_servant(target, *found.servant, request, ev);
+    invoke_servant(target, found, request, ev);
     if (found.by_locator) {
       POA_TRACE("  POAInfo::postinvoke call");
       target.poa->postinvoke(target, operation.get(), found.cookie, found.servant, ev);

@@ -10,17 +10,20 @@
 using CORBA::ULong;
 using PortableServer::ObjectId;
 
-// ---- System ids ----------------------------------------------------------------------------------------------------
+// ---- System ids
+// ----------------------------------------------------------------------------------------------------
 
 SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& now) {
   const bool moved =
       now.seconds > last.seconds || (now.seconds == last.seconds && now.millisecond > last.millisecond);
   if (moved) return now;
-  return last.millisecond < 999 ? SystemIdTime{last.seconds, last.millisecond + 1} : SystemIdTime{last.seconds + 1, 0};
+  return last.millisecond < 999 ? SystemIdTime{last.seconds, last.millisecond + 1}
+                                : SystemIdTime{last.seconds + 1, 0};
 }
 
 void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const SystemIdTime& time) {
-  std::snprintf(text, sizeof text, "P%08xT%08x.%08xC%08x", process, time.seconds, time.millisecond, 0x1234567u);
+  std::snprintf(text, sizeof text, "P%08xT%08x.%08xC%08x", process, time.seconds, time.millisecond,
+                0x1234567u);
 }
 
 namespace {
@@ -75,7 +78,8 @@ ObjectId* make_oid(std::string_view octets) {
 
 std::array<unsigned, 4> trace_octets(std::string_view oid) {
   std::array<unsigned, 4> octets{};
-  for (std::size_t i = 0; i < octets.size() && i < oid.size(); ++i) octets[i] = static_cast<unsigned char>(oid[i]);
+  for (std::size_t i = 0; i < octets.size() && i < oid.size(); ++i)
+    octets[i] = static_cast<unsigned char>(oid[i]);
   return octets;
 }
 
@@ -96,7 +100,8 @@ ObjectId* POAInfo::genSystemId() {
   return oid.release();
 }
 
-// ---- Writing reference data ----------------------------------------------------------------------------------------
+// ---- Writing reference data
+// ----------------------------------------------------------------------------------------
 
 namespace {
 
@@ -140,19 +145,23 @@ bool POAInfo::createNameReferenceData(CORBA_sequence_octet* referenceData) const
   return out.put(std::string_view("\0", 1)) && out.finish();
 }
 
-bool POAInfo::createPOAReferenceData(CORBA_sequence_octet* referenceData, const CORBA_sequence_octet* nameReferenceData,
+bool POAInfo::createPOAReferenceData(CORBA_sequence_octet* referenceData,
+                                     const CORBA_sequence_octet* nameReferenceData,
                                      const ObjectId& oid) const {
   POA_TRACE("POAInfo::createPOAReferenceData called...");
-  const std::string_view name(reinterpret_cast<const char*>(nameReferenceData->_buffer), nameReferenceData->_length);
+  const std::string_view name(reinterpret_cast<const char*>(nameReferenceData->_buffer),
+                              nameReferenceData->_length);
   SequenceWriter out(*referenceData);
   const bool fits = out.put_word(nameReferenceData->_length) && out.put(name) && out.pad() &&
-                    out.put_word(id_assignment_policy) && out.put_word(oid.length()) && out.put(oid_view(oid));
+                    out.put_word(id_assignment_policy) && out.put_word(oid.length()) &&
+                    out.put(oid_view(oid));
   if (!fits) return false;
   POA_TRACE("createPOAReferenceData end...[length = %d]", static_cast<int>(out.used()));
   return out.finish();
 }
 
-// ---- Making references ---------------------------------------------------------------------------------------------
+// ---- Making references
+// ---------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -172,7 +181,8 @@ void* create_handle(const CORBA_sequence_octet& data, const POAInfo& poa, const 
   return create_handle(data, poa.adapter_name, intf);
 }
 
-CORBA::Object* create_reference_of(const POAInfo& poa, const ObjectId& oid, const char* intf, CORBA::Environment& ev) {
+CORBA::Object* create_reference_of(const POAInfo& poa, const ObjectId& oid, const char* intf,
+                                   CORBA::Environment& ev) {
   unsigned char qualified_name[NAME_PART_MAXIMUM];
   CORBA_sequence_octet name{sizeof qualified_name, 0, qualified_name};
   if (!poa.createNameReferenceData(&name))
@@ -204,7 +214,8 @@ CORBA::Object* POAInfo::POACreateReference(const ObjectId& oid, const char* intf
   });
 }
 
-// ---- Reading reference data ----------------------------------------------------------------------------------------
+// ---- Reading reference data
+// ----------------------------------------------------------------------------------------
 
 bool ReferenceDataView::parse(const unsigned char* data, ULong length) {
   const auto* octets = reinterpret_cast<const char*>(data);
@@ -253,7 +264,8 @@ int checkEmptyReferenceData(CORBA::Object* reference) {
   return empty;
 }
 
-// ---- Copies --------------------------------------------------------------------------------------------------------
+// ---- Copies
+// --------------------------------------------------------------------------------------------------------
 
 ObjectId* PortableServer::ObjectId_duplicate(const ObjectId* oid, CORBA::Environment&) {
   return oid ? make_oid(oid_view(*oid)) : nullptr;

@@ -1,5 +1,7 @@
 // From a reference to its POA.
 #include <cstdlib>
+#include <optional>
+#include <string>
 
 #include "dispatch.h"
 
@@ -9,16 +11,13 @@ namespace {
 class PathNames {
  public:
   explicit PathNames(std::string_view path) : rest_(path) {}
-  /// The next name, NUL-terminated in `buffer`; null when there is none.
-  const char* next(char (&buffer)[NAME_PART_MAXIMUM]) {
-    if (done_) return nullptr;
+  std::optional<std::string_view> next() {
+    if (done_) return std::nullopt;
     const auto separator = rest_.rfind(poa_seperator[0]);
-    const auto name = separator == std::string_view::npos ? rest_ : rest_.substr(separator + 1);
     done_ = separator == std::string_view::npos;
-    rest_ = done_ ? std::string_view() : rest_.substr(0, separator);
-    std::memcpy(buffer, name.data(), name.size());
-    buffer[name.size()] = '\0';
-    return buffer;
+    const auto name = done_ ? rest_ : rest_.substr(separator + 1);
+    if (!done_) rest_ = rest_.substr(0, separator);
+    return name;
   }
 
  private:
@@ -41,12 +40,27 @@ POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
   return parent->findChildByName(intf, ev, 1);
 }
 
+/// The warm road: all POAs of the path are there. One hold of the lock, no copies; null when one is missing.
+POAInfoPtr find_existing(std::string_view path) {
+  MutexGuard guard(poa_mutex);
+  const POAInfo* poa = root_poa_info;
+  for (PathNames names(path); const auto name = names.next();) {
+    poa = poa->first_child;
+    while (poa && *name != poa->the_adapter_name()) poa = poa->siblings;
+    if (!poa) return nullptr;
+  }
+  return std::const_pointer_cast<POAInfo>(poa->shared_from_this());
+}
+
+/// POA by POA: missing ones are asked of adapter activators.
 POAInfoPtr walk(std::string_view path, CORBA::Environment& ev) {
+  if (path.empty()) return root_poa_info->shared_from_this();
+  if (!OM_TRACE_IS_ON) {
+    if (POAInfoPtr found = find_existing(path)) return found;
+  }
   POAInfoPtr poa = root_poa_info->shared_from_this();
-  if (path.empty()) return poa;
-  PathNames names(path);
-  char name[NAME_PART_MAXIMUM];
-  while (names.next(name)) poa = poa->findChildByName(name, ev, 1);
+  for (PathNames names(path); const auto name = names.next();)
+    poa = poa->findChildByName(std::string(*name).c_str(), ev, 1);
   POA_TRACE("findPOAInfoByReference end...[Reverse order of qualified name]");
   return poa;
 }
@@ -55,9 +69,8 @@ void trace_names(std::string_view path) {
   if (!OM_TRACE_IS_ON) return;
   POA_TRACE("  reference_name = %.*s", static_cast<int>(path.size()), path.data());
   std::string qualified;
-  PathNames names(path);
-  char name[NAME_PART_MAXIMUM];
-  while (names.next(name)) qualified.append(qualified.empty() ? "" : poa_seperator).append(name);
+  for (PathNames names(path); const auto name = names.next();)
+    qualified.append(qualified.empty() ? "" : poa_seperator).append(*name);
   POA_TRACE("  qualified_name=%s", qualified.c_str());
 }
 
@@ -105,7 +118,9 @@ PortableServer::ServantBase* POAInfo::find_servant(const RequestTarget& target, 
   if (retains() && target.has_data && map) {
     if (PortableServer::ServantBase* found = map->findServantById(target.data.object_id, hold)) return found;
   }
-  PortableServer::ServantBase* servant = uses_default_servant() ? servant_default.load() : nullptr;
+  if (!uses_default_servant()) return nullptr;
+  std::lock_guard lock(default_mutex);  // the default servant cannot be taken away between its look-up and its being held
+  PortableServer::ServantBase* servant = servant_default;
   if (servant && hold) PortableServer::ServantAccess::hold(*servant);
   return servant;
 }

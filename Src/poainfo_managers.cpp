@@ -79,6 +79,17 @@ ServantActivator& activator_of(POAInfo& poa, CORBA::Environment& ev) {
   return *activator;
 }
 
+/// Gives back a servant's hold.
+struct HeldServant {
+  HeldServant() = default;
+  ~HeldServant() {
+    if (servant) ServantAccess::release(*servant);
+  }
+  HeldServant(const HeldServant&) = delete;
+  HeldServant& operator=(const HeldServant&) = delete;
+  ServantBase* servant = nullptr;
+};
+
 }  // namespace
 
 ServantBase* POAInfo::incarnate(CORBA::Object* target, CORBA::Environment& _ev) {
@@ -105,7 +116,14 @@ ServantBase* POAInfo::incarnate_held(const RequestTarget& target, CORBA::Environ
     POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
     raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [servant is nil.]", MINOR_NO_MANAGER);
   }
-  ServantBase* winner = enter_incarnated(oid.get(), *servant, _ev);
+  ServantBase* winner = nullptr;
+  try {
+    winner = enter_incarnated(oid.get(), *servant, _ev);
+  } catch (const CORBA::Exception&) {
+    // The POA went while the servant was made: nobody but the activator can take it back.
+    if (destroyed) activator.etherealize(oid.get(), poa_object, servant, 1, 0, _ev);
+    throw;
+  }
   // Another request for the id was first: its servant serves, this one goes back to the activator.
   if (winner != servant) activator.etherealize(oid.get(), poa_object, servant, 0, 0, _ev);
   POA_TRACE("POAInfo::incarnate end...");
@@ -113,26 +131,26 @@ ServantBase* POAInfo::incarnate_held(const RequestTarget& target, CORBA::Environ
 }
 
 ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant, CORBA::Environment& _ev) {
+  HeldServant dying;  // released after the semaphore
   PoaSemaphoreGuard guard(__LINE__);
+  if (destroyed) raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
   if (ActiveObjectMap* map = active_object_map) {
+    ServantBase* active = map->findServantById(oid, /*hold=*/true);
+    if (active && !active->get_to_be_deleted() && !active->get_deleted()) return active;
+    if (active) {  // its entry must not stand in front of the new one
+      dying.servant = active;
+      map->removeById(oid, active);
+    }
     if (unique_id() && map->findOidByServant(&servant)) {
       POA_TRACE("unique_id,throw CORBA::StExcep::OBJ_ADAPTER");
       raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [oid is nil.]", MINOR_NO_MANAGER);
     }
-    ServantBase* active = map->findServantById(oid, /*hold=*/true);
-    if (active && !active->get_to_be_deleted() && !active->get_deleted()) return active;
-    if (active) ServantAccess::release(*active);
   }
   std::unique_ptr<ObjectId> copy(PortableServer_ObjectId_duplicate(&oid, _ev));
   ActiveObjectMap* map = map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call");
+  map->insertActiveObjectMap(copy.release(), &servant);
   ServantAccess::hold(servant);
-  try {
-    map->insertActiveObjectMap(copy.release(), &servant);
-  } catch (...) {
-    ServantAccess::release(servant);
-    throw;
-  }
   return &servant;
 }
 

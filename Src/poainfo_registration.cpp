@@ -1,4 +1,5 @@
-// Announcing implementations to the ORB core: the whole process under one name, or interface by interface as servants are activated.
+// Announcing implementations to the ORB core: the whole process under one name, or interface by interface as
+// servants are activated.
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -57,7 +58,8 @@ bool same_text(const char* a, const char* b) { return a == b || std::strcmp(a, b
 
 }  // namespace
 
-// ---- The table -----------------------------------------------------------------------------------------------------
+// ---- The table
+// -----------------------------------------------------------------------------------------------------
 
 ZRImplementationDef* FindImplementationDef(const char* impl_id) {
   std::lock_guard lock(registration_mutex());
@@ -83,7 +85,8 @@ void clear_implementation_table() {
   for (ZRImplementationDef& entry : implDef_cache) entry = {};
 }
 
-// ---- Interface by interface ----------------------------------------------------------------------------------------
+// ---- Interface by interface
+// ----------------------------------------------------------------------------------------
 
 namespace {
 
@@ -126,7 +129,8 @@ void POAInfo::POA_impl_is_ready(PortableServer::ServantBase* servant, const Port
   register_interface(intf, name, _ev);
 }
 
-// ---- The whole process ---------------------------------------------------------------------------------------------
+// ---- The whole process
+// ---------------------------------------------------------------------------------------------
 
 namespace {
 

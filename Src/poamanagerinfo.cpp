@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 #include "poainfo.h"
 
@@ -218,12 +219,11 @@ void POAInfo::deactivate(POAManagerInfo* manager, CORBA::Boolean etherealize_obj
           deactivate(etherealize_objects, wait_for_completion_, _ev);
         }
         MutexGuard guard(poa_mutex);
-        // A program's etherealize may destroy POAs: hold the next sibling before the visit, and stop at one that went meanwhile.
-        for (POAInfoPtr child = first_child ? first_child->shared_from_this() : nullptr; child && !child->destroyed;) {
-          POAInfoPtr next = child->siblings ? child->siblings->shared_from_this() : nullptr;
-          child->deactivate(manager, etherealize_objects, wait_for_completion_, _ev);
-          child = std::move(next);
-        }
+        // A program's etherealize may destroy POAs: the children are those of now, less what goes meanwhile.
+        std::vector<POAInfoPtr> children;
+        for (POAInfo* child = first_child; child; child = child->siblings) children.push_back(child->shared_from_this());
+        for (const POAInfoPtr& child : children)
+          if (!child->destroyed) child->deactivate(manager, etherealize_objects, wait_for_completion_, _ev);
       });
   POA_TRACE("POAInfo::deactivate[POAManager] end...");
 }

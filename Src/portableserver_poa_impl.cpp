@@ -94,6 +94,7 @@ POA* PortableServer_POA_impl::find_POA(const char* adapter_name, CORBA::Boolean 
 void PortableServer_POA_impl::destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
                                       CORBA::Environment& env) {
   on_record(this, env, "PortableServer_POA_impl::destroy [poa_info is null.]", [&](POAInfo& record) {
+    MutexGuard guard(poa_mutex);  // nobody finds a record that is destroyed and still in the tree
     record.destroy(etherealize_objects, wait_for_completion, env);
     POAInfo::remove_from_list(&record);
   });

@@ -9,11 +9,11 @@ Queue::~Queue() { removeAll(); }
 void Queue::insert(CORBA::ServerRequest* request, CORBA::Object* target) {
   std::lock_guard lock(queue_mutex);
   if (tail == -1) throw CORBA::IMP_LIMIT(MINOR_QUEUE_FULL);
-  Request& entry = data[tail];
-  entry.target = CORBA::Object::_duplicate(target);
+  CORBA::Object_var target_copy = CORBA::Object::_duplicate(target);
   // A request object is a view of the ORB core's record: its duplicate is another view of the same one.
-  entry.serverRequest_ptr = request ? CORBA::ServerRequest::_narrow(request) : nullptr;
-  if (entry.serverRequest_ptr) entry.serverRequest_ptr->set_ref(request->get_ref());
+  CORBA::ServerRequest* request_copy = request ? CORBA::ServerRequest::_narrow(request) : nullptr;
+  if (request_copy) request_copy->set_ref(request->get_ref());
+  data[tail] = {request_copy, target_copy._retn()};
   if (head == -1) head = tail;
   tail = (tail + 1) % size;
   if (tail == head) tail = -1;

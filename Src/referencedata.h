@@ -24,15 +24,16 @@ std::array<unsigned, 4> trace_octets(std::string_view oid);
 
 /// Reference data read in place: the views live as long as the octets.
 struct ReferenceDataView {
-  std::string_view name_part;       // N octets, the NUL included; empty for N = 0, which no POA writes
-  CORBA::ULong id_assignment = 0;   // policy tag
+  std::string_view name_part;      // N octets, the NUL included; empty for N = 0, which no POA writes
+  CORBA::ULong id_assignment = 0;  // policy tag
   std::string_view object_id;
 
   /// The path of the POA: the name part up to its NUL. Empty for the root POA.
   std::string_view path() const { return name_part.substr(0, name_part.find('\0')); }
   /// False, and nothing to be read from the views, when the data ends before what it claims.
   bool parse(const unsigned char* data, CORBA::ULong length);
-  /// The data of a reference, which it then is a view of; false also when the reference has none or is not of this process.
+  /// The data of a reference, which it then is a view of; false also when the reference has none or is not of
+  /// this process.
   bool read(CORBA::Object* reference);
 };
 

@@ -1,4 +1,5 @@
-// Servants: standard operations, counters, deferred deletion, lifespan timers, and the three operations that every servant serves.
+// Servants: standard operations, counters, deferred deletion, lifespan timers, and the three operations that
+// every servant serves.
 #include <chrono>
 #include <string_view>
 
@@ -8,20 +9,23 @@
 
 namespace PortableServer {
 
-// ---- Construction --------------------------------------------------------------------------------------------------
+// ---- Construction
+// --------------------------------------------------------------------------------------------------
 
 ServantBase::ServantBase() = default;
 ServantBase::ServantBase(const ServantBase&) : CORBA::Allocated() {}
 ServantBase& ServantBase::operator=(const ServantBase&) { return *this; }
 
-// ---- Standard operations -------------------------------------------------------------------------------------------
+// ---- Standard operations
+// -------------------------------------------------------------------------------------------
 
 POA* ServantBase::_default_POA() { return nullptr; }
 
 CORBA::InterfaceDef* ServantBase::_get_interface(CORBA::Environment&) {
   CORBA::Environment core;
   void* handle = CORBA_Repository_lookup_id(_intfRep, _intf ? _intf : "", core._evp);
-  const bool raised = core._evp->_major == CORBA_USER_EXCEPTION || core._evp->_major == CORBA_SYSTEM_EXCEPTION;
+  const bool raised =
+      core._evp->_major == CORBA_USER_EXCEPTION || core._evp->_major == CORBA_SYSTEM_EXCEPTION;
   if (raised)
     report_core_exception("Src/servantbase", __LINE__, *core._evp, static_cast<int>(core._evp->_minor));
   if (core._evp->_major != CORBA_NO_EXCEPTION || !handle) return CORBA::InterfaceDef::_nil();
@@ -39,7 +43,8 @@ void ServantBase::_add_ref() {}
 void ServantBase::_remove_ref() {}
 const char* ServantBase::_primary_interface(const ObjectId&, POA*, CORBA::Environment&) { return _intf; }
 
-// ---- Counters ------------------------------------------------------------------------------------------------------
+// ---- Counters
+// ------------------------------------------------------------------------------------------------------
 
 void ServantBase::add_ref_counter() {
   MutexGuard guard(poa_svt_ref_counter_mutex);
@@ -68,7 +73,8 @@ void ServantAccess::release(ServantBase& s) {
   s.add_delete_list();
 }
 
-// ---- Deferred deletion ---------------------------------------------------------------------------------------------
+// ---- Deferred deletion
+// ---------------------------------------------------------------------------------------------
 
 void ServantBase::add_delete_list() {
   POA_TRACE("ServantBase::add_delete_list called...");
@@ -104,7 +110,8 @@ void ServantBase::servant_delete() {
   POA_TRACE("ServantBase::servant_delete end...");
 }
 
-// ---- Lifespan ------------------------------------------------------------------------------------------------------
+// ---- Lifespan
+// ------------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -118,7 +125,8 @@ CORBA::ULong seconds_since_1970() {
 void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
   POA_TRACE("ServantBase::set_timer called...[timer = %d]", static_cast<int>(_timer));
   if (seconds < 0) {
-    raise<CORBA::BAD_PARAM>(env, "ServantBase::set_timer", "ServantBase::set_timer [timer is wrong .. throw BAD_PARAM]");
+    raise<CORBA::BAD_PARAM>(env, "ServantBase::set_timer",
+                            "ServantBase::set_timer [timer is wrong .. throw BAD_PARAM]");
   }
   {
     MutexGuard guard(poa_svt_lifespan_mutex);
@@ -137,7 +145,8 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
   POA_TRACE("ServantBase::set_timer end...");
 }
 
-// ---- Requests that every servant serves ----------------------------------------------------------------------------
+// ---- Requests that every servant serves
+// ----------------------------------------------------------------------------
 
 namespace {
 
@@ -160,7 +169,8 @@ struct OwnOperation {
 constexpr OwnOperation OWN_OPERATIONS[] = {
     {GetInterface::name_view, &ServantBase::_skel__get_interface_,
      "ServantBase::invoke end...[_OP_PortableServer_ServantBase__get_interface_]"},
-    {IsA::name_view, &ServantBase::_skel_is_a, "ServantBase::invoke end...[_OP_PortableServer_ServantBase_is_a]"},
+    {IsA::name_view, &ServantBase::_skel_is_a,
+     "ServantBase::invoke end...[_OP_PortableServer_ServantBase_is_a]"},
     {NonExistent::name_view, &ServantBase::_skel_non_exitent,
      "ServantBase::invoke end...[_OP_PortableServer_ServantBase_non_existent]"},
 };
@@ -186,15 +196,18 @@ bool ask(Value (*accessor)(void*, CORBA_Environment*), void* record, Value& valu
 
 }  // namespace
 
-unsigned char ServantBase::_skel__get_interface_(void* request, void*, CORBA::ULong, unsigned char response_expected, void*) {
+unsigned char ServantBase::_skel__get_interface_(void* request, void*, CORBA::ULong,
+                                                 unsigned char response_expected, void*) {
   return serve_own<GetInterface>(*this, request, response_expected);
 }
 
-unsigned char ServantBase::_skel_is_a(void* request, void*, CORBA::ULong, unsigned char response_expected, void*) {
+unsigned char ServantBase::_skel_is_a(void* request, void*, CORBA::ULong, unsigned char response_expected,
+                                      void*) {
   return serve_own<IsA>(*this, request, response_expected);
 }
 
-unsigned char ServantBase::_skel_non_exitent(void* request, void*, CORBA::ULong, unsigned char response_expected, void*) {
+unsigned char ServantBase::_skel_non_exitent(void* request, void*, CORBA::ULong,
+                                             unsigned char response_expected, void*) {
   return serve_own<NonExistent>(*this, request, response_expected);
 }
 
@@ -206,23 +219,26 @@ CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::
   unsigned char response_expected = 0;
   char* name = nullptr;
   constexpr const char* failed = "ServantBase::invoke end...[env._major != CORBA_NO_EXCEPTION]";
-  const bool asked = ask(server_CORBA_ServerRequest_request, record, request, env,
-                         "ServantBase::invoke [server_CORBA_ServerRequest_request invoke]", failed) &&
-                     ask(server_CORBA_ServerRequest_request_type, record, type, env,
-                         "ServantBase::invoke [server_CORBA_ServerRequest_request_type invoke]",
-                         "ServantBase::invoke end...[env._major != CORBA_NO_ECEPTION]") &&
-                     ask(server_CORBA_ServerRequest_response_expected, record, response_expected, env,
-                         "ServantBase::invoke [server_CORBA_ServerRequest_response_expected invoke]", failed) &&
-                     ask(server_CORBA_ServerRequest_operation, record, name, env,
-                         "ServantBase::invoke [server_CORBA_ServerRequest_operation invoke]", failed);
+  const bool asked =
+      ask(server_CORBA_ServerRequest_request, record, request, env,
+          "ServantBase::invoke [server_CORBA_ServerRequest_request invoke]", failed) &&
+      ask(server_CORBA_ServerRequest_request_type, record, type, env,
+          "ServantBase::invoke [server_CORBA_ServerRequest_request_type invoke]",
+          "ServantBase::invoke end...[env._major != CORBA_NO_ECEPTION]") &&
+      ask(server_CORBA_ServerRequest_response_expected, record, response_expected, env,
+          "ServantBase::invoke [server_CORBA_ServerRequest_response_expected invoke]", failed) &&
+      ask(server_CORBA_ServerRequest_operation, record, name, env,
+          "ServantBase::invoke [server_CORBA_ServerRequest_operation invoke]", failed);
   if (!asked) return 0;
   const OwnOperation* operation = own_operation(name);
   CORBA_free(name);
-  POA_TRACE("%s", operation ? operation->trace : "PortableServer::ServantBase::invoke end...[return CORBA_FALSE]");
+  POA_TRACE("%s",
+            operation ? operation->trace : "PortableServer::ServantBase::invoke end...[return CORBA_FALSE]");
   return operation ? (this->*operation->skeleton)(request, nullptr, type, response_expected, nullptr) : 0;
 }
 
-// ---- Derived bases -------------------------------------------------------------------------------------------------
+// ---- Derived bases
+// -------------------------------------------------------------------------------------------------
 
 RefCountServantBase::RefCountServantBase() = default;
 RefCountServantBase::RefCountServantBase(const RefCountServantBase& other) : ServantBase(other) {}

@@ -1,7 +1,8 @@
 // The references made for a servant, one a POA and id.
 //
-// A list that was in use stays non-empty: clearing frees the cleared nodes, but for the last node of all, which stays behind cleared. So the
-// list is never longer than its references and one, however often objects come and go.
+// A list that was in use stays non-empty: clearing frees the cleared nodes, but for the last node of all,
+// which stays behind cleared. So the list is never longer than its references and one, however often objects
+// come and go.
 #include <optional>
 
 #include "poainfo.h"
@@ -85,7 +86,8 @@ CORBA::Object* duplicate_of(CORBA::Object* reference) {
 }
 
 /// The octets of the id that a reference is recorded under; none when that cannot be told.
-std::optional<std::string_view> recorded_id(bool is_default_servant, const ObjectId* oid, CORBA::Object* ior) {
+std::optional<std::string_view> recorded_id(bool is_default_servant, const ObjectId* oid,
+                                            CORBA::Object* ior) {
   ReferenceDataView view;
   if (is_default_servant) return oid ? std::optional(oid_view(*oid)) : std::nullopt;
   return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
@@ -106,7 +108,8 @@ void unbind(CORBA::Object& reference, void* orb) {
 
 }  // namespace
 
-// ---- One reference -------------------------------------------------------------------------------------------------
+// ---- One reference
+// -------------------------------------------------------------------------------------------------
 
 CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
   POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
@@ -181,7 +184,8 @@ void ServantAccess::withdraw_reference(ServantBase& s, POA* poa, const ObjectId&
   s.clear_ObjectReference(poa, &oid);
 }
 
-// ---- All references ------------------------------------------------------------------------------------------------
+// ---- All references
+// ------------------------------------------------------------------------------------------------
 
 std::vector<ServantReference> ServantAccess::list_references(const ServantBase& s) {
   std::vector<ServantReference> list;

@@ -238,7 +238,8 @@ class POA_API ServantActivator : public virtual ServantManager {
 
   /// The servant of `oid`, which stays the program's. Called with no lock held; two threads may ask for one id at once.
   virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter, CORBA_ENV) = 0;
-  /// The object is active no more. At destruction and deactivation of a POA it is called with the POA tree's lock held (re-entrant for the calling
+  /// The object is active no more. Requests may still be in the servant: ServantBase::servant_delete, not delete, is the way to be rid of
+  /// it. At destruction and deactivation of a POA it is called with the POA tree's lock held (re-entrant for the calling
   /// thread): it may call POA operations but must not wait for another thread that does.
   virtual void etherealize(const ObjectId& oid, POA* adapter, ServantBase* serv, CORBA::Boolean cleanup_in_progress,
                            CORBA::Boolean remaining_activations, CORBA_ENV) = 0;

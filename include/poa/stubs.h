@@ -6,14 +6,15 @@
 //   remote.set_ref(CORBA_object_duplicate(reference->get_ref(), nullptr));
 //   PortableServer::POA_var child = remote.find_POA("child", 0);
 //
-// Each operation marshals, waits for the reply and follows location forwards. Beside the exceptions of the interface it raises the ORB core's
-// system exceptions (INV_OBJREF without a handle, TRANSIENT, COMM_FAILURE, TIMEOUT, MARSHAL, ...). A user exception that the operation
-// does not list is left in the environment and not thrown. Operations that send or return a servant raise MARSHAL: servants cannot
-// travel. References that operations return are objects of this process's own classes and drive nothing elsewhere: give their
-// handle to a stub.
+// Each operation marshals, waits for the reply and follows location forwards. Beside the exceptions of the
+// interface it raises the ORB core's system exceptions (INV_OBJREF without a handle, TRANSIENT, COMM_FAILURE,
+// TIMEOUT, MARSHAL, ...). A user exception that the operation does not list is left in the environment and
+// not thrown. Operations that send or return a servant raise MARSHAL: servants cannot travel. References that
+// operations return are objects of this process's own classes and drive nothing elsewhere: give their handle
+// to a stub.
 //
-// UNO_IIOP_<operation> is the IIOP part alone, for a request that the caller created and completes (zrsv/request.h). A location forward is then in
-// the environment (_major 3), and the caller calls again.
+// UNO_IIOP_<operation> is the IIOP part alone, for a request that the caller created and completes
+// (zrsv/request.h). A location forward is then in the environment (_major 3), and the caller calls again.
 //
 // A stub belongs to one thread at a time.
 #pragma once
@@ -21,9 +22,10 @@
 #include "corba/stubs.h"
 #include "poa/interfaces.h"
 
-#define POA_STUB(Result, operation, ...)                           \
-  Result operation(__VA_ARGS__ __VA_OPT__(, ) CORBA_ENV) override; \
-  Result UNO_IIOP_##operation(void* request, unsigned char response_expected __VA_OPT__(, ) __VA_ARGS__, CORBA_ENV);
+#define POA_STUB(Result, operation, ...)                                                                 \
+  Result operation(__VA_ARGS__ __VA_OPT__(, ) CORBA_ENV) override;                                       \
+  Result UNO_IIOP_##operation(void* request, unsigned char response_expected __VA_OPT__(, ) __VA_ARGS__, \
+                              CORBA_ENV);
 
 class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
  public:
@@ -33,8 +35,8 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(PortableServer::POAManager*, the_POAManager)
   POA_STUB(void, the_activator, PortableServer::AdapterActivator* activator)
   POA_STUB(PortableServer::AdapterActivator*, the_activator)
-  POA_STUB(PortableServer::POA*, create_POA, const char* adapter_name, PortableServer::POAManager* a_POAManager,
-           const CORBA::PolicyList& policies)
+  POA_STUB(PortableServer::POA*, create_POA, const char* adapter_name,
+           PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& policies)
   POA_STUB(PortableServer::POA*, find_POA, const char* adapter_name, CORBA::Boolean activate_it)
   POA_STUB(void, destroy, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion)
   POA_STUB(PortableServer::ThreadPolicy*, create_thread_policy, PortableServer::ThreadPolicyValue value)
@@ -54,7 +56,8 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(PortableServer::ServantBase*, get_servant)
   POA_STUB(void, set_servant, PortableServer::ServantBase* p_servant)
   POA_STUB(PortableServer::ObjectId*, activate_object, PortableServer::ServantBase* p_servant)
-  POA_STUB(void, activate_object_with_id, const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant)
+  POA_STUB(void, activate_object_with_id, const PortableServer::ObjectId& id,
+           PortableServer::ServantBase* p_servant)
   POA_STUB(void, deactivate_object, const PortableServer::ObjectId& oid)
   POA_STUB(CORBA::Object*, create_reference, const char* intf)
   POA_STUB(CORBA::Object*, create_reference_with_id, const PortableServer::ObjectId& oid, const char* intf)
@@ -89,9 +92,12 @@ using _st_PortableServer_ThreadPolicy = _st_PortableServer_Policy<PortableServer
 using _st_PortableServer_LifespanPolicy = _st_PortableServer_Policy<PortableServer::LifespanPolicy>;
 using _st_PortableServer_IdUniquenessPolicy = _st_PortableServer_Policy<PortableServer::IdUniquenessPolicy>;
 using _st_PortableServer_IdAssignmentPolicy = _st_PortableServer_Policy<PortableServer::IdAssignmentPolicy>;
-using _st_PortableServer_ImplicitActivationPolicy = _st_PortableServer_Policy<PortableServer::ImplicitActivationPolicy>;
-using _st_PortableServer_ServantRetentionPolicy = _st_PortableServer_Policy<PortableServer::ServantRetentionPolicy>;
-using _st_PortableServer_RequestProcessingPolicy = _st_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
+using _st_PortableServer_ImplicitActivationPolicy =
+    _st_PortableServer_Policy<PortableServer::ImplicitActivationPolicy>;
+using _st_PortableServer_ServantRetentionPolicy =
+    _st_PortableServer_Policy<PortableServer::ServantRetentionPolicy>;
+using _st_PortableServer_RequestProcessingPolicy =
+    _st_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
 
 class POA_API _st_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {
  public:
@@ -102,20 +108,23 @@ class POA_API _st_PortableServer_ServantManager : public virtual PortableServer:
 
 class POA_API _st_PortableServer_ServantActivator : public virtual PortableServer::ServantActivator {
  public:
-  POA_STUB(PortableServer::ServantBase*, incarnate, const PortableServer::ObjectId& oid, PortableServer::POA* adapter)
+  POA_STUB(PortableServer::ServantBase*, incarnate, const PortableServer::ObjectId& oid,
+           PortableServer::POA* adapter)
   POA_STUB(void, etherealize, const PortableServer::ObjectId& oid, PortableServer::POA* adapter,
-           PortableServer::ServantBase* serv, CORBA::Boolean cleanup_in_progress, CORBA::Boolean remaining_activations)
+           PortableServer::ServantBase* serv, CORBA::Boolean cleanup_in_progress,
+           CORBA::Boolean remaining_activations)
 };
 
 class POA_API _st_PortableServer_ServantLocator : public virtual PortableServer::ServantLocator {
  public:
-  POA_STUB(PortableServer::ServantBase*, preinvoke, const PortableServer::ObjectId& oid, PortableServer::POA* adapter,
-           const char* operation, Cookie& the_cookie)
-  POA_STUB(void, postinvoke, const PortableServer::ObjectId& oid, PortableServer::POA* adapter, const char* operation,
-           Cookie the_cookie, PortableServer::ServantBase* the_servant)
+  POA_STUB(PortableServer::ServantBase*, preinvoke, const PortableServer::ObjectId& oid,
+           PortableServer::POA* adapter, const char* operation, Cookie& the_cookie)
+  POA_STUB(void, postinvoke, const PortableServer::ObjectId& oid, PortableServer::POA* adapter,
+           const char* operation, Cookie the_cookie, PortableServer::ServantBase* the_servant)
 };
 
-class POA_API _st_PortableServer_Current : public virtual PortableServer::Current, public virtual _st_CORBA_Current {
+class POA_API _st_PortableServer_Current : public virtual PortableServer::Current,
+                                           public virtual _st_CORBA_Current {
  public:
   POA_STUB(PortableServer::POA*, get_POA)
   POA_STUB(PortableServer::ObjectId*, get_object_id)

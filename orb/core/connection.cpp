@@ -109,10 +109,14 @@ void Connection::open(int fd, const PeerAddress& peer) {
   peer_ = peer;
   minor = 0;
   served = drained_ = false;
+  calls_in_turn = 0;
+  calls_wanted = first_calls_wanted;
   hung_up_ = broken_ = false;
   in_line = false;
   reading_ = Idle;
   registered_ = true;
+  const timeval limit{0, std::chrono::microseconds(patience).count()};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
   count_.store(1, std::memory_order_release);
 }
 
@@ -139,13 +143,19 @@ bool Connection::end_read() {
 }
 
 Connection::Input Connection::receive() {
+  if (drained_ && !broken()) return Input::None;
+  return receive_with(MSG_DONTWAIT);
+}
+
+Connection::Input Connection::receive_patiently() { return receive_with(0); }
+
+Connection::Input Connection::receive_with(int flags) {
   if (broken()) return Input::End;
-  if (drained_) return Input::None;
   std::size_t room = 0;
   unsigned char* to = assembler_.room(&room);
   if (!to) return Input::End;
   ssize_t n = 0;
-  do n = ::recv(fd_, to, room, MSG_DONTWAIT);
+  do n = ::recv(fd_, to, room, flags);
   while (n < 0 && errno == EINTR);
   if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
     drained_ = true;

@@ -71,6 +71,9 @@ class Connection {
   /// At most one recv into the assembler. A short read tells that there is no more, so the next call answers
   /// None without one.
   Input receive();
+  /// The same, but waits for octets, for `patience` at most.
+  Input receive_patiently();
+  static constexpr std::chrono::milliseconds patience{5};
   /// Whether reading must go on without an event.
   bool more_input() const { return !drained_ || assembler_.more(); }
 
@@ -80,6 +83,9 @@ class Connection {
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
+  uint32_t calls_in_turn = 0;        // requests that came alone, each after the reply to the one before
+  uint32_t calls_wanted = first_calls_wanted;  // so many before a thread stays
+  static constexpr uint32_t first_calls_wanted = 16;
 
   // ---- Sending: any thread, whole messages
   // --------------------------------------------------------------------------
@@ -113,6 +119,7 @@ class Connection {
   enum Reading : uint8_t { Idle, Owned, Again };
 
   void open(int fd, const PeerAddress& peer);
+  Input receive_with(int flags);
   bool write_all(std::vector<iovec>* parts);
   std::chrono::milliseconds send_limit(std::size_t octets) const;
   void write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<iovec>* parts);

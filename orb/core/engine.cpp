@@ -18,7 +18,17 @@ constexpr std::size_t keep = 64 << 10;   // memory that a thread keeps in each o
 constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection before others are looked at
 constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
 
+constexpr std::size_t most_seats = 16;
+constexpr uint32_t most_calls_wanted = 4096;
+
 thread_local unsigned upcalls = 0;
+
+/// Whether the client seems to wait for each reply before it calls again, so that a thread should stay with
+/// it.
+bool comes_alone(Connection& connection) {
+  connection.calls_in_turn = connection.more_input() ? 0 : connection.calls_in_turn + 1;
+  return connection.calls_in_turn >= connection.calls_wanted;
+}
 
 void reuse(Buffer* kept, Buffer* used) {
   used->clear();
@@ -35,7 +45,7 @@ bool Upcall::running() { return upcalls != 0; }
 // ---- Start
 // ------------------------------------------------------------------------------------------------------------------
 
-Engine::Engine(uint32_t slots) : slots_(slots) {}
+Engine::Engine(uint32_t slots) : slots_(slots), seats_(std::min<std::size_t>(slots, most_seats)) {}
 
 Engine::~Engine() {
   if (epoll_ >= 0) ::close(epoll_);
@@ -49,7 +59,8 @@ bool Engine::start() {
   if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
   queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
   try {
-    for (uint32_t i = 0; i <= slots_; ++i)
+    seats_.start([this](Connection& connection) { watch_input(connection, true); });
+    for (std::size_t i = 0; i <= slots_ + seats_.count(); ++i)
       threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::system_error& e) {
     OM_log("thread %zu of %u cannot be started: %s", threads_.size() + 1, slots_ + 1, e.what());
@@ -110,7 +121,48 @@ void Engine::wait_for_event(Worker& worker, bool block) {
   auto* connection = static_cast<Connection*>(event.data.ptr);
   if (!connection->try_add_ref()) return;
   const Ref<Connection> counted = Ref<Connection>::adopt(connection);
+  worker.may_stay = false;
   if (counted->begin_read((event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0)) serve(worker, counted);
+  if (worker.may_stay) stay(worker, counted);
+}
+
+// ---- Staying with a connection
+// --------------------------------------------------------------------------------------------
+
+void Engine::stay(Worker& worker, const Ref<Connection>& connection) {
+  if (worker.has_slot) run_jobs(worker);
+  Seats::Seat* const seat = seats_.take(*connection);
+  if (!seat) return;
+  if (connection->begin_read(false)) {
+    watch_input(*connection, false);
+    while (stay_for_one(worker, connection, seat)) continue;
+  }
+  seats_.leave(seat);
+}
+
+// Called with the ownership of reading. False: the thread leaves, and the connection is back in the epoll
+// set.
+bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat) {
+  const Connection::Input input = quit_ ? Connection::Input::None : connection->receive_patiently();
+  if (input == Connection::Input::End) return lose(connection), false;
+  if (input == Connection::Input::Octets) {
+    seat->begin_run();
+    serve(worker, connection);
+    if (worker.has_slot) run_jobs(worker);
+    if (!seat->end_run()) return false;
+    if (connection->begin_read(false)) return true;
+    return watch_input(*connection, true), false;  // another thread reads it now
+  }
+  connection->calls_wanted = std::min(connection->calls_wanted * 2, most_calls_wanted);
+  connection->calls_in_turn = 0;
+  watch_input(*connection, true);
+  pass_on(connection);
+  return false;
+}
+
+void Engine::watch_input(Connection& connection, bool on) {
+  epoll_event event{on ? EPOLLIN | EPOLLRDHUP | EPOLLET : 0u, {.ptr = &connection}};
+  ::epoll_ctl(epoll_, EPOLL_CTL_MOD, connection.fd(), &event);  // fails when it was lost meanwhile, as it may
 }
 
 // Called with the ownership of the connection's reading.
@@ -190,6 +242,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   }
   if (try_run_now(request)) {
     worker.has_slot = true;
+    worker.may_stay = comes_alone(*request.connection);
     pass_on(request.connection);
     run(worker, request);
     return Next::Leave;
@@ -529,6 +582,7 @@ void Engine::stop(Clock::time_point deadline) {
       OM_log("shutdown: %u requests still run at the deadline", running_.load());
   }
   say_goodbye();
+  seats_.stop();
   end_threads(std::max(deadline, Clock::now() + std::chrono::milliseconds(200)));
   while (pop_ready()) continue;
 }

@@ -2,7 +2,8 @@
 //
 // N + 1 threads wait on one epoll set. The one that gets an event reads the connection, and runs the request
 // that it read itself, after it has given reading back: no other thread has to be woken for it. At most N
-// threads run requests at a time, so one is always left to read, to refuse and to close.
+// threads run requests at a time, so one is always left to read, to refuse and to close. There are as many
+// threads more as may stay with a connection (stay.h).
 #pragma once
 
 #include <atomic>
@@ -18,6 +19,7 @@
 #include "connection.h"
 #include "queue_group.h"
 #include "server_request.h"
+#include "stay.h"
 
 namespace zrsv {
 
@@ -58,6 +60,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     Buffer message;  // the one just read; its memory goes round with those of the connections
     Buffer reply;
     bool has_slot = false;
+    bool may_stay = false;  // the connection just served is one to stay with
   };
   /// What waits for a slot: requests to run one after another, the end of a connection to report, or its
   /// output to send.
@@ -75,6 +78,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
   void work();
   void wait_for_event(Worker& worker, bool block);
   void serve(Worker& worker, const Ref<Connection>& connection);
+  void stay(Worker& worker, const Ref<Connection>& connection);
+  bool stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat);
+  void watch_input(Connection& connection, bool on);
   Next handle(Worker& worker, const Ref<Connection>& connection);
   Next handle_request(Worker& worker, const Ref<Connection>& connection);
   Next admit(Worker& worker, ServerRequest& request);
@@ -113,6 +119,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
 
   const uint32_t slots_;
   ConnectionPool pool_;
+  Seats seats_;
   int epoll_ = -1;
   int wake_ = -1;  // an eventfd in the epoll set, with a null pointer
   std::atomic<bool> stopping_{false};

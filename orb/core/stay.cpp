@@ -8,9 +8,13 @@ constexpr std::chrono::milliseconds watch_period{2};  // a run is put back after
 
 }  // namespace
 
+void Seats::Seat::begin_run() {
+  state_.store(state_.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+}
+
 bool Seats::Seat::end_run() {
-  uint32_t running = state_.load(std::memory_order_relaxed);
-  return running != put_back && state_.compare_exchange_strong(running, running + 1);
+  uint64_t running = state_.load(std::memory_order_relaxed);
+  return (running & put_back) == 0 && state_.compare_exchange_strong(running, running + 1);
 }
 
 void Seats::start(PutBack put_back) {
@@ -34,7 +38,8 @@ Seats::Seat* Seats::take(Connection& connection) {
   if (free_.empty()) return nullptr;
   Seat* seat = free_.back();
   free_.pop_back();
-  seat->state_.store(0);
+  const uint64_t last = seat->state_.load() & ~Seat::put_back;
+  seat->state_.store(last + last % 2);
   seat->connection_.store(&connection);
   if (free_.size() + 1 == seats_.size()) changed_.notify_all();
   return seat;
@@ -60,14 +65,17 @@ void Seats::watch() {
   }
 }
 
-// A count is taken before the seat is: whoever leaves it finds the connection no longer his, and drops his own.
+// A count is taken before the seat is: whoever leaves it finds the connection no longer his, and drops his
+// own.
 void Seats::look_at(Seat& seat) {
-  uint32_t state = seat.state_.load();
-  const uint32_t seen = std::exchange(seat.seen_, state);
+  uint64_t state = seat.state_.load();
+  const uint64_t seen = std::exchange(seat.seen_, state);
   Connection* connection = seat.connection_.load();
-  if (state != seen || state % 2 == 0 || state == Seat::put_back || !connection || !connection->try_add_ref()) return;
+  if (state != seen || state % 2 == 0 || (state & Seat::put_back) || !connection ||
+      !connection->try_add_ref())
+    return;
   const Ref<Connection> counted = Ref<Connection>::adopt(connection);
-  if (seat.state_.compare_exchange_strong(state, Seat::put_back)) put_back_(*counted);
+  if (seat.state_.compare_exchange_strong(state, state | Seat::put_back)) put_back_(*counted);
 }
 
 }  // namespace zrsv

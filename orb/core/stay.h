@@ -1,8 +1,9 @@
 // Threads that stay with a connection.
 //
-// A client that calls and waits, again and again, is served best by one thread that sits in recv for it, as a plain blocking server does: no
-// other thread is woken, and there is one system call less for each call. The connection is taken out of the epoll set meanwhile. Should
-// a servant take long, the watch puts it back, and other threads read it.
+// A client that calls and waits, again and again, is served best by one thread that sits in recv for it, as a
+// plain blocking server does: no other thread is woken, and there is one system call less for each call. The
+// connection is taken out of the epoll set meanwhile. Should a servant take long, the watch puts it back, and
+// other threads read it.
 #pragma once
 
 #include <array>
@@ -22,16 +23,18 @@ class Seats {
   /// One thread's place at one connection. It waits for input, and runs what comes.
   class Seat {
    public:
-    void begin_run() { state_.store(state_.load(std::memory_order_relaxed) + 1, std::memory_order_release); }
+    void begin_run();
     /// False: it took so long that the connection was put back. It is not this thread's any more.
     bool end_run();
 
    private:
     friend class Seats;
-    static constexpr uint32_t put_back = UINT32_MAX;
+    static constexpr uint64_t put_back = uint64_t{1} << 63;
     std::atomic<Connection*> connection_{nullptr};
-    std::atomic<uint32_t> state_{0};  // even: waits, odd: runs; counts up, so that the watch sees whether it is still the same run
-    uint32_t seen_ = 0;               // the watch's own
+    // Counts up for good, so that the watch sees whether a run is still the same: even while waiting, odd in
+    // a run, with put_back when the watch ended it.
+    std::atomic<uint64_t> state_{0};
+    uint64_t seen_ = 0;  // the watch's own
   };
   using PutBack = std::function<void(Connection&)>;
 

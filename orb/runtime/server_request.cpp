@@ -133,7 +133,12 @@ void OM_CORBA_ServerRequest_dsi_complete_cpp(void* record) {
   if (!said || !info_of(record)->response_expected) return;
   void* request = info_of(record)->request;
   CDR* cdr = stream_of(record);
-  const bool done = cdr && (said->exception ? reply_exception(request, cdr, *said->exception)
-                                            : reply_result(request, cdr, said->result, said->list.get()));
+  bool done = false;
+  try {
+    done = cdr && (said->exception ? reply_exception(request, cdr, *said->exception)
+                                   : reply_result(request, cdr, said->result, said->list.get()));
+  } catch (const std::bad_alloc&) {  // half a reply must not leave
+  } catch (const Exception&) {
+  }
   if (!done) reply_system_exception(request, MARSHAL(0, COMPLETED_YES));
 }

@@ -1,11 +1,10 @@
 // Activating and deactivating objects, references without objects, servant managers and default servants.
+#include <gmock/gmock.h>
 #include <malloc.h>
 
 #include <atomic>
 #include <cstdio>
 #include <functional>
-
-#include <gmock/gmock.h>
 
 #include "objects.h"
 #include "orb_fixture.h"
@@ -19,9 +18,10 @@ namespace {
 
 class Etherealizer : public PortableServer_ServantActivator_impl {
  public:
-  void etherealize(const ObjectId& oid, POA* poa, ServantBase* servant, CORBA::Boolean cleanup, CORBA::Boolean remaining,
-                   CORBA::Environment&) override {
-    calls.push_back(std::string(oid_view(oid)) + (cleanup ? " cleanup" : "") + (remaining ? " remaining" : ""));
+  void etherealize(const ObjectId& oid, POA* poa, ServantBase* servant, CORBA::Boolean cleanup,
+                   CORBA::Boolean remaining, CORBA::Environment&) override {
+    calls.push_back(std::string(oid_view(oid)) + (cleanup ? " cleanup" : "") +
+                    (remaining ? " remaining" : ""));
     last_poa = poa;
     last_servant = servant;
   }
@@ -75,7 +75,9 @@ void expect_failures(const std::vector<Failure>& rows) {
     row.expect(row.call);
     const auto lines = trace.lines();
     ASSERT_GE(lines.size(), row.lines.size());
-    EXPECT_EQ(std::vector<std::string>(lines.end() - static_cast<std::ptrdiff_t>(row.lines.size()), lines.end()), row.lines);
+    EXPECT_EQ(
+        std::vector<std::string>(lines.end() - static_cast<std::ptrdiff_t>(row.lines.size()), lines.end()),
+        row.lines);
   }
 }
 
@@ -90,71 +92,108 @@ TEST_F(Activation, Failures) {
   located->set_servant_manager(&locator, env);
   expect_failures({
       // activate_object
-      {[&](auto& ev) { user->activate_object(nullptr, ev); }, bad_param,
+      {[&](auto& ev) { user->activate_object(nullptr, ev); },
+       bad_param,
        {"throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object [servant is null.]"}},
-      {[&](auto& ev) { located->activate_object(&second, ev); }, wrong_policy,
+      {[&](auto& ev) { located->activate_object(&second, ev); },
+       wrong_policy,
        {"non_retain.. throw PortableServer::POA::WrongPolicy", "POAInfo::activate_object [wrong policy.]"}},
-      {[&](auto& ev) { user->activate_object(&second, ev); }, wrong_policy,
+      {[&](auto& ev) { user->activate_object(&second, ev); },
+       wrong_policy,
        {"user_id.. throw PortableServer::POA::WrongPolicy", "POAInfo::activate_object [wrong policy.]"}},
-      {[&](auto& ev) { retain->activate_object(&servant, ev); }, raises<POA::ServantAlreadyActive>,
-       {"POAInfo::activate_object_with_id [already activate.]", "throw PortableServer::POA::ServantAlreadyActive",
-        "POAInfo::activate_object [already activate.]"}},
+      {[&](auto& ev) { retain->activate_object(&servant, ev); },
+       raises<POA::ServantAlreadyActive>,
+       {"POAInfo::activate_object_with_id [already activate.]",
+        "throw PortableServer::POA::ServantAlreadyActive", "POAInfo::activate_object [already activate.]"}},
       // activate_object_with_id
-      {[&](auto& ev) { located->activate_object_with_id(empty, nullptr, ev); }, bad_param,
-       {"id.length()<1 throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object_with_id [id length is invalid.]"}},
-      {[&](auto& ev) { located->activate_object_with_id(a, nullptr, ev); }, bad_param,
-       {"p_servant=NULL throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object_with_id [servant is null.]"}},
-      {[&](auto& ev) { located->activate_object_with_id(a, &second, ev); }, wrong_policy,
-       {"non_retain...  PortableServer::POA::WrongPolicy", "POAInfo::activate_object_with_id [wrong policy.]"}},
-      {[&](auto& ev) { user->activate_object_with_id(b, &servant, ev); }, raises<POA::ServantAlreadyActive>,
-       {"ActiveObjectMap::findOidByServant end...[return oid]", "POAInfo::activate_object_with_id [already activate.]"}},
-      {[&](auto& ev) { user->activate_object_with_id(a, &second, ev); }, raises<POA::ObjectAlreadyActive>,
+      {[&](auto& ev) { located->activate_object_with_id(empty, nullptr, ev); },
+       bad_param,
+       {"id.length()<1 throw CORBA::StExcep::BAD_PARAM",
+        "POAInfo::activate_object_with_id [id length is invalid.]"}},
+      {[&](auto& ev) { located->activate_object_with_id(a, nullptr, ev); },
+       bad_param,
+       {"p_servant=NULL throw CORBA::StExcep::BAD_PARAM",
+        "POAInfo::activate_object_with_id [servant is null.]"}},
+      {[&](auto& ev) { located->activate_object_with_id(a, &second, ev); },
+       wrong_policy,
+       {"non_retain...  PortableServer::POA::WrongPolicy",
+        "POAInfo::activate_object_with_id [wrong policy.]"}},
+      {[&](auto& ev) { user->activate_object_with_id(b, &servant, ev); },
+       raises<POA::ServantAlreadyActive>,
+       {"ActiveObjectMap::findOidByServant end...[return oid]",
+        "POAInfo::activate_object_with_id [already activate.]"}},
+      {[&](auto& ev) { user->activate_object_with_id(a, &second, ev); },
+       raises<POA::ObjectAlreadyActive>,
        {"already activated. throw PortableServer::POA::ObjectAlreadyActive",
         "POAInfo::activate_object_with_id [already activate.]"}},
       // deactivate_object
-      {[&](auto& ev) { located->deactivate_object(empty, ev); }, bad_param,
+      {[&](auto& ev) { located->deactivate_object(empty, ev); },
+       bad_param,
        {"oid.length() < 1, throw CORBA::StExcep::BAD_PARAM", "POAInfo::deactivate_object [oid invalid.]"}},
-      {[&](auto& ev) { located->deactivate_object(a, ev); }, wrong_policy,
+      {[&](auto& ev) { located->deactivate_object(a, ev); },
+       wrong_policy,
        {"non_retain, throw PortableServer::POA::WrongPolicy", "POAInfo::deactivate_object [wrong policy.]"}},
-      {[&](auto& ev) { managed->deactivate_object(a, ev); }, not_active,
+      {[&](auto& ev) { managed->deactivate_object(a, ev); },
+       not_active,
        {"active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
         "POAInfo::deactivate_object [activate_object_map is null.]"}},
-      {[&](auto& ev) { user->deactivate_object(b, ev); }, not_active,
-       {"servant == NULL, throw PortableServer::POA::ObjectNotActive", "POAInfo::deactivate_object [servant is null.]"}},
+      {[&](auto& ev) { user->deactivate_object(b, ev); },
+       not_active,
+       {"servant == NULL, throw PortableServer::POA::ObjectNotActive",
+        "POAInfo::deactivate_object [servant is null.]"}},
       // create_reference and create_reference_with_id
-      {[&](auto& ev) { user->create_reference(nullptr, ev); }, bad_param,
+      {[&](auto& ev) { user->create_reference(nullptr, ev); },
+       bad_param,
        {"intf == NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::create_reference [intf is null.]"}},
-      {[&](auto& ev) { user->create_reference("IDL:x:1.0", ev); }, wrong_policy,
-       {"not system_id.. throw PortableServer::POA::WrongPolicy", "POAInfo::create_reference [wrong policy.]"}},
-      {[&](auto& ev) { retain->create_reference_with_id(empty, nullptr, ev); }, bad_param,
+      {[&](auto& ev) { user->create_reference("IDL:x:1.0", ev); },
+       wrong_policy,
+       {"not system_id.. throw PortableServer::POA::WrongPolicy",
+        "POAInfo::create_reference [wrong policy.]"}},
+      {[&](auto& ev) { retain->create_reference_with_id(empty, nullptr, ev); },
+       bad_param,
        {"intf=NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::create_reference_with_id [intf is null.]"}},
-      {[&](auto& ev) { retain->create_reference_with_id(empty, "IDL:x:1.0", ev); }, bad_param,
-       {"oid.length() < 1,throw CORBA::StExcep::BAD_PARAM", "POAInfo::create_reference_with_id [oid is invalid.]"}},
-      {[&](auto& ev) { retain->create_reference_with_id(a, "IDL:x:1.0", ev); }, wrong_policy,
-       {"system_id.. throw PortableServer::POA::WrongPolicy", "POAInfo::create_reference_with_id [wrong policy.]"}},
-      {[&](auto& ev) { user->create_reference_with_id(oid_of(std::string(2056, 'x')), "IDL:x:1.0", ev); }, bad_param,
-       {"POAInfo::POACreateReference [createPOAReferenceData.]", "POAInfo::POACreateReference [other exception.]"}},
+      {[&](auto& ev) { retain->create_reference_with_id(empty, "IDL:x:1.0", ev); },
+       bad_param,
+       {"oid.length() < 1,throw CORBA::StExcep::BAD_PARAM",
+        "POAInfo::create_reference_with_id [oid is invalid.]"}},
+      {[&](auto& ev) { retain->create_reference_with_id(a, "IDL:x:1.0", ev); },
+       wrong_policy,
+       {"system_id.. throw PortableServer::POA::WrongPolicy",
+        "POAInfo::create_reference_with_id [wrong policy.]"}},
+      {[&](auto& ev) { user->create_reference_with_id(oid_of(std::string(2056, 'x')), "IDL:x:1.0", ev); },
+       bad_param,
+       {"POAInfo::POACreateReference [createPOAReferenceData.]",
+        "POAInfo::POACreateReference [other exception.]"}},
       // servant managers
-      {[&](auto& ev) { user->get_servant_manager(ev); }, wrong_policy,
+      {[&](auto& ev) { user->get_servant_manager(ev); },
+       wrong_policy,
        {"throw PortableServer::POA::WrongPolicy", "POAInfo::get_servant_manager [wrong policy.]"}},
-      {[&](auto& ev) { user->set_servant_manager(&activator, ev); }, wrong_policy,
+      {[&](auto& ev) { user->set_servant_manager(&activator, ev); },
+       wrong_policy,
        {"throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant_manager [wrong policy.]"}},
-      {[&](auto& ev) { located->set_servant_manager(&locator, ev); }, raises<CORBA::BAD_INV_ORDER, 0x4B510303>,
+      {[&](auto& ev) { located->set_servant_manager(&locator, ev); },
+       raises<CORBA::BAD_INV_ORDER, 0x4B510303>,
        {"POAInfo::set_servant_manager [BAD_INV_ORDER.]"}},
-      {[&](auto& ev) { managed->set_servant_manager(&locator, ev); }, bad_param,
+      {[&](auto& ev) { managed->set_servant_manager(&locator, ev); },
+       bad_param,
        {"retain. throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant_manager [BAD_PARAM.]"}},
-      {[&](auto& ev) { make(NON_RETAIN, USE_SERVANT_MANAGER)->set_servant_manager(&activator, ev); }, bad_param,
+      {[&](auto& ev) { make(NON_RETAIN, USE_SERVANT_MANAGER)->set_servant_manager(&activator, ev); },
+       bad_param,
        {"non_retain. throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant_manager [BAD_PARAM.]"}},
       // default servants
-      {[&](auto& ev) { retain->get_servant(ev); }, wrong_policy,
+      {[&](auto& ev) { retain->get_servant(ev); },
+       wrong_policy,
        {"non_retain.\tPortableServer::POA::WrongPolicy", "POAInfo::get_servant [wrong policy.]"}},
-      {[&](auto& ev) { defaulted->get_servant(ev); }, raises<POA::NoServant>,
+      {[&](auto& ev) { defaulted->get_servant(ev); },
+       raises<POA::NoServant>,
        {"non_retain.\tPortableServer::POA::NoServant", "POAInfo::get_servant [default servant is null.]"}},
-      {[&](auto& ev) { retain->set_servant(&servant, ev); }, wrong_policy,
+      {[&](auto& ev) { retain->set_servant(&servant, ev); },
+       wrong_policy,
        {"throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant [wrong policy.]"}},
   });
   located->servant_retention_policy = 99;
-  expect_failures({{[&](auto& ev) { located->get_servant_manager(ev); }, raises<CORBA::OBJ_ADAPTER, 0x4B510302>,
+  expect_failures({{[&](auto& ev) { located->get_servant_manager(ev); },
+                    raises<CORBA::OBJ_ADAPTER, 0x4B510302>,
                     {"throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::get_servant_manager [OBJ_ADAPTER.]"}}});
 }
 
@@ -273,7 +312,8 @@ TEST_F(Activation, TheDefaultServantHasAnIdAsLongAsItIsInstalled) {
 TEST_F(Activation, DefaultServantsSetByManyThreads) {
   run_together(4, [&](int i) {
     CORBA::Environment own;
-    for (int n = 0; n < 100; ++n) defaulted->set_servant((n + i) % 3 == 0 ? nullptr : i % 2 ? &servant : &second, own);
+    for (int n = 0; n < 100; ++n)
+      defaulted->set_servant((n + i) % 3 == 0 ? nullptr : i % 2 ? &servant : &second, own);
   });
   defaulted->set_servant(nullptr, env);
   EXPECT_EQ(ServantAccess::default_count(servant) + ServantAccess::default_count(second), 0u);
@@ -323,9 +363,9 @@ TEST_F(Activation, OneIdActivatedByManyThreadsHasOneServant) {
   user->deactivate_object(a, env);
 }
 
-// The map is searched linearly, so the objects come in POAs of 500.
+// The map is searched linearly, so the objects come in POAs of 100.
 TEST_F(Activation, AHundredThousandObjectsComeAndGo) {
-  constexpr std::size_t PER_POA = 500, ROUNDS = 200;
+  constexpr std::size_t PER_POA = 100, ROUNDS = 1000;
   std::vector<PlainServant> servants(PER_POA);
   const uint32_t bound = ZR_bound_objects();
   std::size_t converted = 0, memory_before = 0;

@@ -14,7 +14,9 @@ namespace {
 
 class ActiveMap : public AdapterTest {
  protected:
-  void insert(std::string_view oid, ServantBase& servant) { map.insertActiveObjectMap(make_oid(oid), &servant); }
+  void insert(std::string_view oid, ServantBase& servant) {
+    map.insertActiveObjectMap(make_oid(oid), &servant);
+  }
   /// Fills the first block with "0", "1", ... of one servant.
   void fill_block(ServantBase& servant) {
     for (int i = 0; i < ActiveObjectMap::SLOTS; ++i) insert(std::to_string(i), servant);
@@ -44,7 +46,8 @@ TEST_F(ActiveMap, GrowsByBlocksAndUsesTheFirstFreeSlot) {
   {
     TraceRecorder trace;
     insert("next", two);
-    EXPECT_EQ(trace.lines().back(), "ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
+    EXPECT_EQ(trace.lines().back(),
+              "ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
   }
   ASSERT_NE(map.next, nullptr);
   EXPECT_EQ(map.next->entries[0].p_servant, &two);
@@ -158,7 +161,8 @@ TEST_F(ActiveMap, ServantsOfAClient) {
       {5, v6, 1, &two, "  fd = 5, host_ipv6 = 2001:db8::1", "[return Servant : ipv6]"},
       {6, v4, 0, nullptr, "  fd = 6, host_ipv4 = 192.0.2.1", "[return NULL]"},
       {5, other_v6, 1, nullptr, "  fd = 5, host_ipv6 = 2001:db8::2", "[return NULL]"},
-      {0, zero, 0, nullptr, "  fd = 0, host_ipv4 = 0.0.0.0", "[return NULL]"},  // no free slot is taken for a client
+      {0, zero, 0, nullptr, "  fd = 0, host_ipv4 = 0.0.0.0",
+       "[return NULL]"},  // no free slot is taken for a client
   };
   for (const auto& row : rows) {
     TraceRecorder trace;
@@ -174,9 +178,11 @@ TEST_F(ActiveMap, BlocksAreListedWhileTheyLive) {
   const auto before = blocks();
   auto first = std::make_unique<ActiveObjectMap>();
   ActiveObjectMap last;
-  for (int i = 0; i <= ActiveObjectMap::SLOTS; ++i) first->insertActiveObjectMap(make_oid(std::to_string(i)), &one);
+  for (int i = 0; i <= ActiveObjectMap::SLOTS; ++i)
+    first->insertActiveObjectMap(make_oid(std::to_string(i)), &one);
   auto expected = before;
-  for (const ActiveObjectMap* block : std::vector<const ActiveObjectMap*>{first.get(), &last, first->next}) expected.push_back(block);
+  for (const ActiveObjectMap* block : std::vector<const ActiveObjectMap*>{first.get(), &last, first->next})
+    expected.push_back(block);
   EXPECT_EQ(blocks(), expected);
   first.reset();
   expected = before;
@@ -210,8 +216,8 @@ struct Call {
 
 class DeletingActivator : public PortableServer_ServantActivator_impl {
  public:
-  void etherealize(const ObjectId& oid, POA* poa, ServantBase* servant, CORBA::Boolean cleanup, CORBA::Boolean remaining,
-                   CORBA::Environment&) override {
+  void etherealize(const ObjectId& oid, POA* poa, ServantBase* servant, CORBA::Boolean cleanup,
+                   CORBA::Boolean remaining, CORBA::Environment&) override {
     calls.push_back({std::string(oid_view(oid)), poa, servant, cleanup != 0, remaining != 0});
     std::thread([&] { EXPECT_NE(map->findServantById(oid), nullptr); }).join();  // the semaphore is free
     delete servant;
@@ -282,14 +288,16 @@ TEST_F(ActiveMap, ClearingOneWayAndDeactivatingTheOtherDoNotBlockEachOther) {
   for (auto& servant : servants) EXPECT_EQ(entries_of(*record, *servant), 0);
 }
 
-// ---- Servant lists -------------------------------------------------------------------------------------------------
+// ---- Servant lists
+// -------------------------------------------------------------------------------------------------
 
 TEST(ServantLists, AddSearchRemove) {
   PlainServant a, b, c;
   POA_ServantList* list = nullptr;
   const auto servants = [&] {
     std::vector<ServantBase*> all;
-    for (const POA_ServantList* node = list; node; node = node->get_next()) all.push_back(node->get_servant());
+    for (const POA_ServantList* node = list; node; node = node->get_next())
+      all.push_back(node->get_servant());
     return all;
   };
   POA_ServantList::remove_servant(list, &a);

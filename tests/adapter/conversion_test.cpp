@@ -1,7 +1,7 @@
 // Servants, ids and references, each from the other.
-#include <functional>
-
 #include <gmock/gmock.h>
+
+#include <functional>
 
 #include "objects.h"
 #include "orb_fixture.h"
@@ -64,37 +64,60 @@ void expect_failures(const std::vector<Failure>& rows) {
 
 }  // namespace
 
-// For each kind of POA: what the operations come to for the servant that is active under `a` (where the POA retains), and for another servant
-// and another id. The default servant, where there is one, is a third.
+// For each kind of POA: what the operations come to for the servant that is active under `a` (where the POA
+// retains), and for another servant and another id. The default servant, where there is one, is a third.
 TEST_F(Conversion, DecisionTable) {
   const struct {
     const char* name;
     POAInfoPtr poa;
-    // servant_to_id, servant_to_reference: of the active servant, of another; reference_to_servant and id_to_servant: of a, of b; id_to_reference
+    // servant_to_id, servant_to_reference: of the active servant, of another; reference_to_servant and
+    // id_to_servant: of a, of b; id_to_reference
     std::vector<std::string> expected;
   } rows[] = {
-      {"UNIQUE_ID SYSTEM_ID", make(),
-       {"a", "ServantNotActive", "a", "ServantNotActive", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
-      {"UNIQUE_ID SYSTEM_ID IMPLICIT", make(IMPLICIT_ACTIVATION),
-       {"a", "new", "a", "a new one", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
-      {"MULTIPLE_ID SYSTEM_ID IMPLICIT", make(IMPLICIT_ACTIVATION, MULTIPLE_ID),
-       {"new", "new", "a new one", "a new one", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
-      {"MULTIPLE_ID SYSTEM_ID", make(MULTIPLE_ID),
-       {"WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
-      {"UNIQUE_ID USER_ID", make(USER_ID),
-       {"a", "ServantNotActive", "WrongPolicy", "WrongPolicy", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
-      {"MULTIPLE_ID USER_ID", make(USER_ID, MULTIPLE_ID),
-       {"WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
-      {"RETAIN USE_DEFAULT_SERVANT", make(USE_DEFAULT_SERVANT, MULTIPLE_ID),
-       {"default", "default", "WrongPolicy", "WrongPolicy", "active", "fallback", "active", "fallback", "a", "ObjectNotActive"}},
-      {"RETAIN USE_DEFAULT_SERVANT IMPLICIT", make(USE_DEFAULT_SERVANT, MULTIPLE_ID, IMPLICIT_ACTIVATION),
-       {"new", "new", "a new one", "a new one", "active", "fallback", "active", "fallback", "a", "ObjectNotActive"}},
-      {"NON_RETAIN USE_DEFAULT_SERVANT", make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID),
-       {"default", "default", "WrongPolicy", "WrongPolicy", "fallback", "fallback", "fallback", "fallback", "WrongPolicy", "WrongPolicy"}},
-      {"NON_RETAIN USE_SERVANT_MANAGER", make(NON_RETAIN, USE_SERVANT_MANAGER),
-       {"WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy"}},
-      {"RETAIN USE_SERVANT_MANAGER", make(USE_SERVANT_MANAGER),
-       {"a", "ServantNotActive", "a", "ServantNotActive", "active", "ObjectNotActive", "active", "ObjectNotActive", "a", "ObjectNotActive"}},
+      {"UNIQUE_ID SYSTEM_ID",
+       make(),
+       {"a", "ServantNotActive", "a", "ServantNotActive", "active", "ObjectNotActive", "active",
+        "ObjectNotActive", "a", "ObjectNotActive"}},
+      {"UNIQUE_ID SYSTEM_ID IMPLICIT",
+       make(IMPLICIT_ACTIVATION),
+       {"a", "new", "a", "a new one", "active", "ObjectNotActive", "active", "ObjectNotActive", "a",
+        "ObjectNotActive"}},
+      {"MULTIPLE_ID SYSTEM_ID IMPLICIT",
+       make(IMPLICIT_ACTIVATION, MULTIPLE_ID),
+       {"new", "new", "a new one", "a new one", "active", "ObjectNotActive", "active", "ObjectNotActive", "a",
+        "ObjectNotActive"}},
+      {"MULTIPLE_ID SYSTEM_ID",
+       make(MULTIPLE_ID),
+       {"WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "active", "ObjectNotActive", "active",
+        "ObjectNotActive", "a", "ObjectNotActive"}},
+      {"UNIQUE_ID USER_ID",
+       make(USER_ID),
+       {"a", "ServantNotActive", "WrongPolicy", "WrongPolicy", "active", "ObjectNotActive", "active",
+        "ObjectNotActive", "a", "ObjectNotActive"}},
+      {"MULTIPLE_ID USER_ID",
+       make(USER_ID, MULTIPLE_ID),
+       {"WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "active", "ObjectNotActive", "active",
+        "ObjectNotActive", "a", "ObjectNotActive"}},
+      {"RETAIN USE_DEFAULT_SERVANT",
+       make(USE_DEFAULT_SERVANT, MULTIPLE_ID),
+       {"default", "default", "WrongPolicy", "WrongPolicy", "active", "fallback", "active", "fallback", "a",
+        "ObjectNotActive"}},
+      {"RETAIN USE_DEFAULT_SERVANT IMPLICIT",
+       make(USE_DEFAULT_SERVANT, MULTIPLE_ID, IMPLICIT_ACTIVATION),
+       {"new", "new", "a new one", "a new one", "active", "fallback", "active", "fallback", "a",
+        "ObjectNotActive"}},
+      {"NON_RETAIN USE_DEFAULT_SERVANT",
+       make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID),
+       {"default", "default", "WrongPolicy", "WrongPolicy", "fallback", "fallback", "fallback", "fallback",
+        "WrongPolicy", "WrongPolicy"}},
+      {"NON_RETAIN USE_SERVANT_MANAGER",
+       make(NON_RETAIN, USE_SERVANT_MANAGER),
+       {"WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy",
+        "WrongPolicy", "WrongPolicy", "WrongPolicy", "WrongPolicy"}},
+      {"RETAIN USE_SERVANT_MANAGER",
+       make(USE_SERVANT_MANAGER),
+       {"a", "ServantNotActive", "a", "ServantNotActive", "active", "ObjectNotActive", "active",
+        "ObjectNotActive", "a", "ObjectNotActive"}},
   };
   for (const auto& [name, poa, expected] : rows) {
     if (poa->retains()) poa->activate_object_with_id(a, &servant, env);
@@ -107,17 +130,21 @@ TEST_F(Conversion, DecisionTable) {
     const auto to_id = [&, poa = poa](ServantBase& s) {
       return outcome([&](auto& ev) { return id_word(ObjectId_var(poa->servant_to_id(&s, ev)).in(), "new"); });
     };
-    const auto id_of = [&, poa = poa](CORBA::Object* reference, CORBA::Environment& ev, const char* other_word) {
+    const auto id_of = [&, poa = poa](CORBA::Object* reference, CORBA::Environment& ev,
+                                      const char* other_word) {
       const CORBA::Object_var owned(reference);
       return id_word(ObjectId_var(poa->reference_to_id(reference, ev)).in(), other_word);
     };
     const auto to_reference = [&, poa = poa](ServantBase& s) {
       return outcome([&](auto& ev) { return id_of(poa->servant_to_reference(&s, ev), ev, "a new one"); });
     };
-    const auto servant_word = [&](const ServantBase* s) { return s == &servant ? "active" : s == &fallback ? "fallback" : "?"; };
+    const auto servant_word = [&](const ServantBase* s) {
+      return s == &servant ? "active" : s == &fallback ? "fallback" : "?";
+    };
     const auto from_reference = [&, poa = poa](const ObjectId& oid) {
       const CORBA::Object_var reference(poa->POACreateReference(oid, "IDL:x:1.0", env));
-      EXPECT_TRUE(oid_is_equivalent(ObjectId_var(poa->reference_to_id(reference.in(), env)).in(), oid));  // whatever the policies
+      EXPECT_TRUE(oid_is_equivalent(ObjectId_var(poa->reference_to_id(reference.in(), env)).in(),
+                                    oid));  // whatever the policies
       return outcome([&](auto& ev) { return servant_word(poa->reference_to_servant(reference.in(), ev)); });
     };
     const auto from_id = [&, poa = poa](const ObjectId& oid) {
@@ -127,9 +154,10 @@ TEST_F(Conversion, DecisionTable) {
       return outcome([&](auto& ev) { return id_of(poa->id_to_reference(oid, ev), ev, "?"); });
     };
     PlainServant second;
-    const std::vector<std::string> got = {to_id(servant),   to_id(other),    to_reference(servant), to_reference(second),
-                                          from_reference(a), from_reference(b), from_id(a),           from_id(b),
-                                          reference_of(a),   reference_of(b)};
+    const std::vector<std::string> got = {to_id(servant),       to_id(other),      to_reference(servant),
+                                          to_reference(second), from_reference(a), from_reference(b),
+                                          from_id(a),           from_id(b),        reference_of(a),
+                                          reference_of(b)};
     EXPECT_EQ(got, expected) << name;
     const POA_var object(POA::_duplicate(poa->poa_object));
     object->destroy(false, false);
@@ -141,7 +169,8 @@ TEST_F(Conversion, Failures) {
   const auto wrong_policy = raises<POA::WrongPolicy>;
   const auto not_active = raises<POA::ObjectNotActive>;
   const POAInfoPtr plain = make(), user = make(USER_ID), multiple = make(MULTIPLE_ID);
-  const POAInfoPtr located = make(NON_RETAIN, USE_SERVANT_MANAGER), defaulted = make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID);
+  const POAInfoPtr located = make(NON_RETAIN, USE_SERVANT_MANAGER),
+                   defaulted = make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID);
   const CORBA_sequence_octet no_data{};
   CORBA::Object empty_reference;
   empty_reference.set_ref(ZR_create_object_reference(&no_data, "IDL:x:1.0", "x", env._evp));
@@ -149,60 +178,98 @@ TEST_F(Conversion, Failures) {
   const CORBA::Object_var no_default(defaulted->create_reference("IDL:x:1.0", env));
   const CORBA::Object_var not_served(located->create_reference("IDL:x:1.0", env));
   expect_failures({
-      {[&](auto& ev) { plain->servant_to_id(nullptr, ev); }, bad_param,
+      {[&](auto& ev) { plain->servant_to_id(nullptr, ev); },
+       bad_param,
        {"p_servant = NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::servant_to_id [servant is null.]"}},
-      {[&](auto& ev) { located->servant_to_id(&servant, ev); }, wrong_policy,
-       {"non_retain,no use_def_servant, throw PortableServer::POA::WrongPolicy", "POAInfo::servant_to_id [wrong policy.]"}},
-      {[&](auto& ev) { multiple->servant_to_id(&servant, ev); }, wrong_policy,
-       {"implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy", "POAInfo::servant_to_id [wrong policy.]"}},
-      {[&](auto& ev) { plain->servant_to_id(&servant, ev); }, raises<POA::ServantNotActive>,
-       {"failed.  throw PortableServer::POA::ServantNotActive", "other ex, throw\tPortableServer::POA::ServantNotActive",
+      {[&](auto& ev) { located->servant_to_id(&servant, ev); },
+       wrong_policy,
+       {"non_retain,no use_def_servant, throw PortableServer::POA::WrongPolicy",
+        "POAInfo::servant_to_id [wrong policy.]"}},
+      {[&](auto& ev) { multiple->servant_to_id(&servant, ev); },
+       wrong_policy,
+       {"implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy",
+        "POAInfo::servant_to_id [wrong policy.]"}},
+      {[&](auto& ev) { plain->servant_to_id(&servant, ev); },
+       raises<POA::ServantNotActive>,
+       {"failed.  throw PortableServer::POA::ServantNotActive",
+        "other ex, throw\tPortableServer::POA::ServantNotActive",
         "POAInfo::servant_to_id [ServantNotActive.]"}},
-      {[&](auto& ev) { defaulted->servant_to_id(&servant, ev); }, raises<POA::ServantNotActive>,
-       {"POAInfo::get_servant [default servant is null.]", "other ex, throw\tPortableServer::POA::ServantNotActive",
+      {[&](auto& ev) { defaulted->servant_to_id(&servant, ev); },
+       raises<POA::ServantNotActive>,
+       {"POAInfo::get_servant [default servant is null.]",
+        "other ex, throw\tPortableServer::POA::ServantNotActive",
         "POAInfo::servant_to_id [ServantNotActive.]"}},
 
-      {[&](auto& ev) { located->servant_to_reference(nullptr, ev); }, bad_param,
-       {"p_servant==NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::servant_to_reference [servant is null.]"}},
-      {[&](auto& ev) { located->servant_to_reference(&servant, ev); }, wrong_policy,
-       {"non_retain, throw PortableServer::POA::WrongPolicy", "POAInfo::servant_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { user->servant_to_reference(&servant, ev); }, wrong_policy,
-       {"retain,user_id.. throw PortableServer::POA::WrongPolicy", "POAInfo::servant_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { multiple->servant_to_reference(&servant, ev); }, wrong_policy,
-       {"multiple,no_implicit.. throw PortableServer::POA::WrongPolicy", "POAInfo::servant_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { plain->servant_to_reference(&servant, ev); }, raises<POA::ServantNotActive>,
-       {"throw PortableServer::POA::ServantNotActive", "other ex.. throw PortableServer::POA::ServantNotActive",
+      {[&](auto& ev) { located->servant_to_reference(nullptr, ev); },
+       bad_param,
+       {"p_servant==NULL, throw CORBA::StExcep::BAD_PARAM",
+        "POAInfo::servant_to_reference [servant is null.]"}},
+      {[&](auto& ev) { located->servant_to_reference(&servant, ev); },
+       wrong_policy,
+       {"non_retain, throw PortableServer::POA::WrongPolicy",
+        "POAInfo::servant_to_reference [wrong policy.]"}},
+      {[&](auto& ev) { user->servant_to_reference(&servant, ev); },
+       wrong_policy,
+       {"retain,user_id.. throw PortableServer::POA::WrongPolicy",
+        "POAInfo::servant_to_reference [wrong policy.]"}},
+      {[&](auto& ev) { multiple->servant_to_reference(&servant, ev); },
+       wrong_policy,
+       {"multiple,no_implicit.. throw PortableServer::POA::WrongPolicy",
+        "POAInfo::servant_to_reference [wrong policy.]"}},
+      {[&](auto& ev) { plain->servant_to_reference(&servant, ev); },
+       raises<POA::ServantNotActive>,
+       {"throw PortableServer::POA::ServantNotActive",
+        "other ex.. throw PortableServer::POA::ServantNotActive",
         "POAInfo::servant_to_reference [ServantNotActive.]"}},
 
-      {[&](auto& ev) { plain->reference_to_servant(nullptr, ev); }, bad_param, {"findPOAInfoByReference [reference is nil.]"}},
-      {[&](auto& ev) { plain->reference_to_servant(foreign.in(), ev); }, raises<POA::WrongAdapter>,
+      {[&](auto& ev) { plain->reference_to_servant(nullptr, ev); },
+       bad_param,
+       {"findPOAInfoByReference [reference is nil.]"}},
+      {[&](auto& ev) { plain->reference_to_servant(foreign.in(), ev); },
+       raises<POA::WrongAdapter>,
        {"POAInfo::reference_to_servant [wrong adapter.]"}},
-      {[&](auto& ev) { located->reference_to_servant(not_served.in(), ev); }, wrong_policy,
-       {"not use_default_servant_policy,throw PortableServer::POA::WrongPolicy", "POAInfo::reference_to_servant [wrong policy.]"}},
-      {[&](auto& ev) { defaulted->reference_to_servant(no_default.in(), ev); }, not_active,
+      {[&](auto& ev) { located->reference_to_servant(not_served.in(), ev); },
+       wrong_policy,
+       {"not use_default_servant_policy,throw PortableServer::POA::WrongPolicy",
+        "POAInfo::reference_to_servant [wrong policy.]"}},
+      {[&](auto& ev) { defaulted->reference_to_servant(no_default.in(), ev); },
+       not_active,
        {"POAInfo::get_servant [default servant is null.]", "throw PortableServer::POA::ObjectNotActive",
         "POAInfo::reference_to_servant [PortableServer::POA::ObjectNotActive.]"}},
 
-      {[&](auto& ev) { plain->reference_to_id(nullptr, ev); }, bad_param, {"findPOAInfoByReference [reference is nil.]"}},
-      {[&](auto& ev) { plain->reference_to_id(foreign.in(), ev); }, raises<POA::WrongAdapter>,
-       {"poa_info != this,throw PortableServer::POA::WrongAdapter", "POAInfo::reference_to_id [wrong adapter.]"}},
+      {[&](auto& ev) { plain->reference_to_id(nullptr, ev); },
+       bad_param,
+       {"findPOAInfoByReference [reference is nil.]"}},
+      {[&](auto& ev) { plain->reference_to_id(foreign.in(), ev); },
+       raises<POA::WrongAdapter>,
+       {"poa_info != this,throw PortableServer::POA::WrongAdapter",
+        "POAInfo::reference_to_id [wrong adapter.]"}},
 
-      {[&](auto& ev) { located->id_to_servant(empty, ev); }, bad_param,
+      {[&](auto& ev) { located->id_to_servant(empty, ev); },
+       bad_param,
        {"oid is empty, throw CORBA::StExcep::BAD_PARAM", "POAInfo::id_to_servant [oid is invalid.]"}},
-      {[&](auto& ev) { located->id_to_servant(a, ev); }, wrong_policy,
+      {[&](auto& ev) { located->id_to_servant(a, ev); },
+       wrong_policy,
        {"non_retain, throw PortableServer::POA::WrongPolicy", "POAInfo::id_to_servant [wrong policy.]"}},
-      {[&](auto& ev) { plain->id_to_servant(a, ev); }, not_active,
+      {[&](auto& ev) { plain->id_to_servant(a, ev); },
+       not_active,
        {"not use_default_servant_policy,throw PortableServer::POA::ObjectNotActive",
         "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]"}},
-      {[&](auto& ev) { defaulted->id_to_servant(a, ev); }, not_active,
-       {"other ex, throw PortableServer::POA::ObjectNotActive", "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]"}},
+      {[&](auto& ev) { defaulted->id_to_servant(a, ev); },
+       not_active,
+       {"other ex, throw PortableServer::POA::ObjectNotActive",
+        "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]"}},
 
-      {[&](auto& ev) { located->id_to_reference(empty, ev); }, bad_param,
+      {[&](auto& ev) { located->id_to_reference(empty, ev); },
+       bad_param,
        {"oid is empty, throw CORBA::StExcep::BAD_PARAM", "POAInfo::id_to_reference [oid is invalid.]"}},
-      {[&](auto& ev) { located->id_to_reference(a, ev); }, wrong_policy,
+      {[&](auto& ev) { located->id_to_reference(a, ev); },
+       wrong_policy,
        {"non_retain.., throw PortableServer::POA::WrongPolicy", "POAInfo::id_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { user->id_to_reference(a, ev); }, not_active,
-       {"no servant, throw PortableServer::POA::ObjectNotActive", "POAInfo::id_to_reference [PortableServer::POA::ObjectNotActive.]"}},
+      {[&](auto& ev) { user->id_to_reference(a, ev); },
+       not_active,
+       {"no servant, throw PortableServer::POA::ObjectNotActive",
+        "POAInfo::id_to_reference [PortableServer::POA::ObjectNotActive.]"}},
   });
 }
 
@@ -212,7 +279,8 @@ TEST_F(Conversion, AReferenceWithoutDataHasNoId) {
   const POAInfoPtr poa = make();
   const CORBA_sequence_octet no_data{};
   CORBA::Object reference;
-  reference.set_ref(ZR_create_object_reference(&no_data, poa->adapter_name, record_of(top)->adapter_name, env._evp));
+  reference.set_ref(
+      ZR_create_object_reference(&no_data, poa->adapter_name, record_of(top)->adapter_name, env._evp));
   TraceRecorder trace;
   expect_raised<POA::WrongAdapter>([&](auto& ev) { poa->reference_to_id(&reference, ev); });
   EXPECT_TRUE(trace.in_order({"referenceData is empty,throw PortableServer::POA::WrongAdapter",
@@ -243,9 +311,11 @@ TEST_F(Conversion, OneServantAndIdYieldOneBoundReference) {
   const uint32_t bound = ZR_bound_objects();
   TraceRecorder trace;
   const CORBA::Object_var first(poa->servant_to_reference(&servant, env));
-  EXPECT_EQ(trace.lines().back(), "POAInfo::servant_to_reference end...[return duplicated object reference : UNIQUE_ID]");
+  EXPECT_EQ(trace.lines().back(),
+            "POAInfo::servant_to_reference end...[return duplicated object reference : UNIQUE_ID]");
   const CORBA::Object_var second(poa->servant_to_reference(&servant, env));
-  EXPECT_EQ(trace.lines().back(), "POAInfo::servant_to_reference end...[return registerd object reference : UNIQUE_ID]");
+  EXPECT_EQ(trace.lines().back(),
+            "POAInfo::servant_to_reference end...[return registerd object reference : UNIQUE_ID]");
   const CORBA::Object_var third(poa->id_to_reference(oid.in(), env));
   EXPECT_EQ(trace.lines().back(), "POAInfo::id_to_reference end... [return duplicated object reference]");
   EXPECT_EQ(ZR_bound_objects(), bound + 1);

@@ -1,10 +1,10 @@
 // Object ids: system ids, reference data, text.
+#include <gmock/gmock.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <mutex>
 #include <set>
-
-#include <gmock/gmock.h>
-#include <unistd.h>
 
 #include "objects.h"
 #include "orb_fixture.h"
@@ -34,14 +34,17 @@ class ReferenceDataTest : public AdapterTest {
     EXPECT_TRUE(record->createPOAReferenceData(&data, &name, oid));
     return {reinterpret_cast<char*>(data_octets), data._length};
   }
-  POA_var child(POA* parent, const std::string& name) { return parent->create_POA(name.c_str(), nullptr, {}); }
+  POA_var child(POA* parent, const std::string& name) {
+    return parent->create_POA(name.c_str(), nullptr, {});
+  }
 
   CORBA::Environment env;
 };
 
 }  // namespace
 
-// ---- System ids ----------------------------------------------------------------------------------------------------
+// ---- System ids
+// ----------------------------------------------------------------------------------------------------
 
 TEST(SystemIdForm, TheUniqueFormIsPrintedInFourNumbers) {
   char text[UNIQUE_ID_LENGTH + 1];
@@ -53,13 +56,13 @@ TEST(SystemIdForm, NoTimeIsGivenOutTwice) {
   const struct {
     SystemIdTime last, now, next;
   } rows[] = {
-      {{0, 0}, {100, 7}, {100, 7}},       // the first
-      {{100, 7}, {100, 8}, {100, 8}},     // the clock has moved
-      {{100, 999}, {101, 0}, {101, 0}},   // into the next second
-      {{100, 7}, {100, 7}, {100, 8}},     // within the same millisecond
-      {{100, 9}, {100, 7}, {100, 10}},    // still ahead of the clock
-      {{100, 999}, {100, 999}, {101, 0}}, // carry
-      {{101, 3}, {100, 999}, {101, 4}},   // the clock was set back
+      {{0, 0}, {100, 7}, {100, 7}},        // the first
+      {{100, 7}, {100, 8}, {100, 8}},      // the clock has moved
+      {{100, 999}, {101, 0}, {101, 0}},    // into the next second
+      {{100, 7}, {100, 7}, {100, 8}},      // within the same millisecond
+      {{100, 9}, {100, 7}, {100, 10}},     // still ahead of the clock
+      {{100, 999}, {100, 999}, {101, 0}},  // carry
+      {{101, 3}, {100, 999}, {101, 4}},    // the clock was set back
   };
   for (const auto& row : rows) {
     const SystemIdTime got = next_system_id_time(row.last, row.now);
@@ -98,7 +101,8 @@ TEST_F(SystemIds, TheCounterStartsAndWrapsAndIsTraced) {
   {
     TraceRecorder trace;
     EXPECT_EQ(generated(), "\x68\x45\x23\x01");
-    EXPECT_TRUE(trace.in_order({"POAInfo::genSystemId called...", "  oid = 0x68452301", "POAInfo::genSystemId end..."}));
+    EXPECT_TRUE(trace.in_order(
+        {"POAInfo::genSystemId called...", "  oid = 0x68452301", "POAInfo::genSystemId end..."}));
   }
   POAInfo::system_id = 0xFFFFFFFF;
   EXPECT_EQ(generated(), "\xFF\xFF\xFF\xFF");
@@ -122,7 +126,8 @@ TEST_F(SystemIds, ManyThreadsGetDifferentIds) {
   }
 }
 
-// ---- Reference data --------------------------------------------------------------------------------------------------
+// ---- Reference data
+// --------------------------------------------------------------------------------------------------
 
 TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
   const POA_var ab = child(root, "AB"), abc = child(root, "abc"), a = child(root, "A"), b = child(a, "B");
@@ -134,25 +139,63 @@ TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
     CORBA::ULong tag;
   } rows[] = {
       // N           name part        pad      policy          M               object id
-      {ab, "\1\2\3\4", "\3\0\0\0"s "AB\0"s "\0"s "\7\0\0\0"s "\4\0\0\0"s "\1\2\3\4"s, "AB", 7},
-      {root, "", "\1\0\0\0"s "\0"s "\0\0\0"s "\7\0\0\0"s "\0\0\0\0"s, "", 7},
-      {abc, "x", "\4\0\0\0"s "abc\0"s "\7\0\0\0"s "\1\0\0\0"s "x"s, "abc", 7},
-      {b, "\xFF", "\4\0\0\0"s "B\xFF""A\0"s "\7\0\0\0"s "\1\0\0\0"s "\xFF"s, "B\xFF""A", 7},
-      {user, "id", "\5\0\0\0"s "user\0"s "\0\0\0"s "\6\0\0\0"s "\2\0\0\0"s "id"s, "user", 6},
+      {ab, "\1\2\3\4",
+       "\3\0\0\0"s
+       "AB\0"s
+       "\0"s
+       "\7\0\0\0"s
+       "\4\0\0\0"s
+       "\1\2\3\4"s,
+       "AB", 7},
+      {root, "",
+       "\1\0\0\0"s
+       "\0"s
+       "\0\0\0"s
+       "\7\0\0\0"s
+       "\0\0\0\0"s,
+       "", 7},
+      {abc, "x",
+       "\4\0\0\0"s
+       "abc\0"s
+       "\7\0\0\0"s
+       "\1\0\0\0"s
+       "x"s,
+       "abc", 7},
+      {b, "\xFF",
+       "\4\0\0\0"s
+       "B\xFF"
+       "A\0"s
+       "\7\0\0\0"s
+       "\1\0\0\0"s
+       "\xFF"s,
+       "B\xFF"
+       "A",
+       7},
+      {user, "id",
+       "\5\0\0\0"s
+       "user\0"s
+       "\0\0\0"s
+       "\6\0\0\0"s
+       "\2\0\0\0"s
+       "id"s,
+       "user", 6},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
     EXPECT_EQ(data_of(row.poa, oid_of(row.oid)), row.data);
     for (std::size_t length = 0; length <= row.data.size(); ++length) {
-      std::vector<unsigned char> octets(row.data.begin(), row.data.begin() + static_cast<std::ptrdiff_t>(length));
-      CORBA_sequence_octet data{static_cast<CORBA::ULong>(length), static_cast<CORBA::ULong>(length), octets.data()};
+      std::vector<unsigned char> octets(row.data.begin(),
+                                        row.data.begin() + static_cast<std::ptrdiff_t>(length));
+      CORBA_sequence_octet data{static_cast<CORBA::ULong>(length), static_cast<CORBA::ULong>(length),
+                                octets.data()};
       ReferenceDataView view;
       ObjectId* oid = nullptr;
       if (length < row.data.size()) {
         EXPECT_FALSE(view.parse(data._buffer, data._length)) << length;
         TraceRecorder trace;
         expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAInfo::GetOid(&data, oid, ev); });
-        EXPECT_TRUE(trace.in_order({"POAInfo::GetOid called...", "POAInfo::GetOid [reference_data is invalid.]"}));
+        EXPECT_TRUE(
+            trace.in_order({"POAInfo::GetOid called...", "POAInfo::GetOid [reference_data is invalid.]"}));
         continue;
       }
       ASSERT_TRUE(view.parse(data._buffer, data._length));
@@ -168,12 +211,19 @@ TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
 
 TEST(ReferenceDataLengths, ClaimsBeyondTheDataAreRefused) {
   using namespace std::string_literals;
-  for (const std::string& data :
-       {"\xFF\xFF\xFF\xFF"s "AB\0\0\7\0\0\0\0\0\0\0"s, "\xFC\xFF\xFF\xFF"s "AB\0\0\7\0\0\0\0\0\0\0"s,
-        "\xFB\xFF\xFF\x7F"s "AB\0\0\7\0\0\0\0\0\0\0"s, "\1\0\0\0\0\0\0\0\7\0\0\0\xFF\xFF\xFF\xFF"s,
-        "\1\0\0\0\0\0\0\0\7\0\0\0\xF0\xFF\xFF\xFF"s "12345678"s, "\1\0\0\0\0\0\0\0\7\0\0\0\2\0\0\0x"s}) {
+  for (const std::string& data : {"\xFF\xFF\xFF\xFF"s
+                                  "AB\0\0\7\0\0\0\0\0\0\0"s,
+                                  "\xFC\xFF\xFF\xFF"s
+                                  "AB\0\0\7\0\0\0\0\0\0\0"s,
+                                  "\xFB\xFF\xFF\x7F"s
+                                  "AB\0\0\7\0\0\0\0\0\0\0"s,
+                                  "\1\0\0\0\0\0\0\0\7\0\0\0\xFF\xFF\xFF\xFF"s,
+                                  "\1\0\0\0\0\0\0\0\7\0\0\0\xF0\xFF\xFF\xFF"s
+                                  "12345678"s,
+                                  "\1\0\0\0\0\0\0\0\7\0\0\0\2\0\0\0x"s}) {
     ReferenceDataView view;
-    EXPECT_FALSE(view.parse(reinterpret_cast<const unsigned char*>(data.data()), static_cast<CORBA::ULong>(data.size())))
+    EXPECT_FALSE(view.parse(reinterpret_cast<const unsigned char*>(data.data()),
+                            static_cast<CORBA::ULong>(data.size())))
         << testing::PrintToString(data);
   }
 }
@@ -188,7 +238,8 @@ TEST_F(ReferenceDataTest, LongestNamesAndIds) {
   const auto refused_data = {"createPOAReferenceData() = NULL, throw CORBA::StExcep::BAD_PARAM",
                              "POAInfo::POACreateReference [createPOAReferenceData.]",
                              "POAInfo::POACreateReference [other exception.]"};
-  const auto refused_object = {"obj = NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::POACreateReference [obj is nil.]",
+  const auto refused_object = {"obj = NULL, throw CORBA::StExcep::BAD_PARAM",
+                               "POAInfo::POACreateReference [obj is nil.]",
                                "POAInfo::POACreateReference [other exception.]"};
   const struct {
     POA* poa;
@@ -196,15 +247,20 @@ TEST_F(ReferenceDataTest, LongestNamesAndIds) {
     const char* intf;
     const std::initializer_list<const char*>* refused;
   } rows[] = {
-      {fits, 1, "IDL:x:1.0", nullptr},       {inner_fits, 1024, "IDL:x:1.0", nullptr},
-      {ab, 2040, "IDL:x:1.0", nullptr},      {too_long, 1, "IDL:x:1.0", &refused_name},
-      {ab, 2041, "IDL:x:1.0", &refused_data}, {inner_too_long, 1, "IDL:x:1.0", &refused_name},
-      {inner_fits, 1025, "IDL:x:1.0", &refused_data}, {ab, 1, nullptr, &refused_object},
+      {fits, 1, "IDL:x:1.0", nullptr},
+      {inner_fits, 1020, "IDL:x:1.0", nullptr},
+      {ab, 2040, "IDL:x:1.0", nullptr},
+      {too_long, 1, "IDL:x:1.0", &refused_name},
+      {ab, 2041, "IDL:x:1.0", &refused_data},
+      {inner_too_long, 1, "IDL:x:1.0", &refused_name},
+      {inner_fits, 1021, "IDL:x:1.0", &refused_data},
+      {ab, 1, nullptr, &refused_object},
   };
   for (const auto& row : rows) {
     const ObjectId oid = oid_of(std::string(row.oid_length, '\x80'));
     const POAInfoPtr record = record_of(row.poa);
-    SCOPED_TRACE(std::to_string(std::strlen(record->adapter_name)) + " and " + std::to_string(row.oid_length));
+    SCOPED_TRACE(std::to_string(std::strlen(record->adapter_name)) + " and " +
+                 std::to_string(row.oid_length));
     if (!row.refused) {
       const CORBA::Object_var reference(record->POACreateReference(oid, row.intf, env));
       EXPECT_EQ(text_of(*ObjectId_var(record->reference_to_id(reference.in(), env))), text_of(oid));
@@ -222,7 +278,8 @@ TEST_F(ReferenceDataTest, TheImplementationNameOfAReference) {
   for (const char* variable : {static_cast<const char*>(nullptr), "the-server"}) {
     const ScopedVariable implid("ZR_IMPLID", variable);
     const CORBA::Object_var reference(record->POACreateReference(oid_of("x"), "IDL:test/X:1.0", env));
-    EXPECT_STREQ(ZR_object_get_ImplID(reference->get_ref(), 0, env._evp), variable ? variable : record->adapter_name);
+    EXPECT_STREQ(ZR_object_get_ImplID(reference->get_ref(), 0, env._evp),
+                 variable ? variable : record->adapter_name);
     EXPECT_STREQ(ZR_object_get_IntfID(reference->get_ref(), 0, env._evp), "IDL:test/X:1.0");
   }
 }
@@ -242,7 +299,8 @@ TEST_F(ReferenceDataTest, EmptyReferenceData) {
   EXPECT_TRUE(trace.in_order({"checkEmptyReferenceData len=8 return(0)", "checkEmptyReferenceData end..."}));
 }
 
-// ---- Copies and text ---------------------------------------------------------------------------------------------------
+// ---- Copies and text
+// ---------------------------------------------------------------------------------------------------
 
 TEST(ObjectIds, EqualityIsLengthAndContent) {
   const char* texts[] = {"", "a", "b", "ab", "aB"};
@@ -273,7 +331,8 @@ TEST(ObjectIds, TextAndBack) {
     const CORBA::String_var narrow(ObjectId_to_string(oid_of(text)));
     EXPECT_EQ(narrow.in(), text);
     EXPECT_EQ(text_of(ObjectId_var(string_to_ObjectId(narrow.in())).in()), text);
-    const std::unique_ptr<CORBA::WChar, void (*)(CORBA::WChar*)> wide(ObjectId_to_wstring(oid_of(text)), CORBA::wstring_free);
+    const std::unique_ptr<CORBA::WChar, void (*)(CORBA::WChar*)> wide(ObjectId_to_wstring(oid_of(text)),
+                                                                      CORBA::wstring_free);
     EXPECT_EQ(std::u16string_view(wide.get()), std::u16string(text.begin(), text.end()));
     EXPECT_EQ(text_of(ObjectId_var(wstring_to_ObjectId(wide.get())).in()), text);
   }
@@ -286,17 +345,25 @@ TEST(ObjectIds, TextOutOfRange) {
     CORBA::ULong minor;
     const char* trace;
   } rows[] = {
-      {[] { ObjectId_to_string(oid_of("a\x7F")); }, 0x4B510000, "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { ObjectId_to_string(oid_of("\x1F")); }, 0x4B510000, "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { ObjectId_to_string(oid_of("\x80")); }, 0x4B510000, "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { ObjectId_to_string(oid_of("\0"sv)); }, 0x4B510000, "PortableServer::ObjectId_to_string [Range over.]"},
+      {[] { ObjectId_to_string(oid_of("a\x7F")); }, 0x4B510000,
+       "PortableServer::ObjectId_to_string [Range over.]"},
+      {[] { ObjectId_to_string(oid_of("\x1F")); }, 0x4B510000,
+       "PortableServer::ObjectId_to_string [Range over.]"},
+      {[] { ObjectId_to_string(oid_of("\x80")); }, 0x4B510000,
+       "PortableServer::ObjectId_to_string [Range over.]"},
+      {[] { ObjectId_to_string(oid_of("\0"sv)); }, 0x4B510000,
+       "PortableServer::ObjectId_to_string [Range over.]"},
       {[] { string_to_ObjectId(nullptr); }, 0x4B510007, "PortableServer::string_to_ObjectId [str is null.]"},
       {[] { string_to_ObjectId("a\x7F"); }, 0x4B510000, "PortableServer::string_to_ObjectId [Range over.]"},
-      {[] { string_to_ObjectId("\xC3\xA4"); }, 0x4B510000, "PortableServer::string_to_ObjectId [Range over.]"},
-      {[] { ObjectId_to_wstring(oid_of("\x1F")); }, 0x4B510000, "PortableServer::ObjectId_to_wstring [Range over.]"},
+      {[] { string_to_ObjectId("\xC3\xA4"); }, 0x4B510000,
+       "PortableServer::string_to_ObjectId [Range over.]"},
+      {[] { ObjectId_to_wstring(oid_of("\x1F")); }, 0x4B510000,
+       "PortableServer::ObjectId_to_wstring [Range over.]"},
       {[] { wstring_to_ObjectId(nullptr); }, 0x4B510007, "PortableServer::string_to_ObjectId [str is null.]"},
-      {[] { wstring_to_ObjectId(u"a\x0161"); }, 0x4B510000, "PortableServer::wstring_to_ObjectId [Range over.]"},
-      {[] { wstring_to_ObjectId(u"\x0141"); }, 0x4B510000, "PortableServer::wstring_to_ObjectId [Range over.]"},
+      {[] { wstring_to_ObjectId(u"a\x0161"); }, 0x4B510000,
+       "PortableServer::wstring_to_ObjectId [Range over.]"},
+      {[] { wstring_to_ObjectId(u"\x0141"); }, 0x4B510000,
+       "PortableServer::wstring_to_ObjectId [Range over.]"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.trace);

@@ -21,7 +21,9 @@ inline PortableServer::ObjectId oid_of(std::string_view octets) {
   return *oid;
 }
 
-inline POAInfoPtr record_of(PortableServer::POA* poa) { return POAInfo::findPOAInfo(poa, CORBA::Environment().self()); }
+inline POAInfoPtr record_of(PortableServer::POA* poa) {
+  return POAInfo::findPOAInfo(poa, CORBA::Environment().self());
+}
 
 /// How many entries of a map hold this id for this servant.
 inline int entries_of(const POAInfo& record, const PortableServer::ServantBase& servant) {

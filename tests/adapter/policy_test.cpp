@@ -123,7 +123,8 @@ TEST_F(Policies, EachObjectKnowsItsValueTypeAndTag) {
     TraceRecorder trace;
     CORBA::Policy* policy = row.make(row.value, env);
     EXPECT_TRUE(trace.has(std::string("POAInfo::") + row.factory + " called..."));
-    EXPECT_EQ(trace.count(std::string("POAInfo::") + row.factory + " end...[" + row.shared_name + "]"), is_new);
+    EXPECT_EQ(trace.count(std::string("POAInfo::") + row.factory + " end...[" + row.shared_name + "]"),
+              is_new);
     trace.clear();
     EXPECT_EQ(row.make(row.value, env), policy);
     EXPECT_EQ(trace.count_starting(std::string("POAInfo::") + row.factory + " end"), 0u) << "made once";

@@ -1,8 +1,8 @@
 // Announcing implementations to the ORB core.
+#include <gmock/gmock.h>
+
 #include <array>
 #include <cstdio>
-
-#include <gmock/gmock.h>
 
 #include "objects.h"
 #include "orb_fixture.h"
@@ -27,7 +27,9 @@ class Registration : public AdapterTest {
     POA_impl_is_ready_fl = kept_flag;
     std::copy(kept_table.begin(), kept_table.end(), std::begin(implDef_cache));
   }
-  void announce(ServantBase& servant, CORBA::Environment& ev) { POAInfo::POA_impl_is_ready(&servant, &oid, ev); }
+  void announce(ServantBase& servant, CORBA::Environment& ev) {
+    POAInfo::POA_impl_is_ready(&servant, &oid, ev);
+  }
   static int registered() {
     int count = 0;
     for (const ZRImplementationDef& entry : implDef_cache) count += entry.impl_id != nullptr;
@@ -80,8 +82,9 @@ TEST_F(Registration, AnInterfaceIsRegisteredOnceUnderTheNewestChildsName) {
   PlainServant first("IDL:test/One:1.0"), second("IDL:test/One:1.0"), third("IDL:test/Two:1.0");
   TraceRecorder trace;
   announce(first, env);
-  EXPECT_TRUE(trace.in_order({"POAInfo::POA_impl_is_ready called...", "ZR_IMPLID)=NULL use _intf = IDL:test/One:1.0",
-                              "POAInfo::POA_impl_is_ready end..."}));
+  EXPECT_TRUE(
+      trace.in_order({"POAInfo::POA_impl_is_ready called...", "ZR_IMPLID)=NULL use _intf = IDL:test/One:1.0",
+                      "POAInfo::POA_impl_is_ready end..."}));
   EXPECT_STREQ(POA_impl_name, record_of(newest)->adapter_name);
   EXPECT_EQ(FindImplementationDef("IDL:test/One:1.0")->is_ready, 1);
   trace.clear();
@@ -98,12 +101,16 @@ TEST_F(Registration, TheProcessIsRegisteredOnce) {
     const char *variable, *name;
     std::vector<std::string> lines;
   } rows[] = {
-      {"the-server", "the-server",
-       {"_POA_impl_is_ready called...", "getenv(ZR_IMPLID)=the-server", "  CORBA_BOA_impl_is_ready call [ZR_IMPLID]",
-        "  CORBA_BOA_impl_is_ready done [ZR_IMPLID]", "_POA_impl_is_ready end...[ZR_IMPLID]"}},
-      {nullptr, record_of(top)->adapter_name,
+      {"the-server",
+       "the-server",
+       {"_POA_impl_is_ready called...", "getenv(ZR_IMPLID)=the-server",
+        "  CORBA_BOA_impl_is_ready call [ZR_IMPLID]", "  CORBA_BOA_impl_is_ready done [ZR_IMPLID]",
+        "_POA_impl_is_ready end...[ZR_IMPLID]"}},
+      {nullptr,
+       record_of(top)->adapter_name,
        {"_POA_impl_is_ready called...", std::string("use poa_name.. ") + record_of(top)->adapter_name,
-        "  CORBA_BOA_impl_is_ready call [ZR_IMPLID is NULL]", "  CORBA_BOA_impl_is_ready done [ZR_IMPLID is NULL]",
+        "  CORBA_BOA_impl_is_ready call [ZR_IMPLID is NULL]",
+        "  CORBA_BOA_impl_is_ready done [ZR_IMPLID is NULL]",
         "_POA_impl_is_ready end...[ZR_IMPLID is NULL]"}},
   };
   for (const auto& row : rows) {
@@ -154,7 +161,8 @@ TEST_F(Registration, AFailureReachesTheCallerAndTheEntryIsWithdrawn) {
   PlainServant servant("IDL:test/NoRoom:1.0");
   const POAInfoPtr record = record_of(top);
   TraceRecorder trace;
-  expect_raised<POA::ServantAlreadyActive>([&](auto& ev) { record->activate_object_with_id(oid, &servant, ev); });
+  expect_raised<POA::ServantAlreadyActive>(
+      [&](auto& ev) { record->activate_object_with_id(oid, &servant, ev); });
   EXPECT_TRUE(trace.in_order({"  POA_impl_is_ready call", "InsertImplementationDef [NO_MEMORY]",
                               "other ex. throw PortableServer::POA::ServantAlreadyActive",
                               "POAInfo::activate_object_with_id [already activate.]"}));

@@ -1,7 +1,8 @@
-// Servants: standard operations, counters, deferred deletion, timers, references, and the operations that every servant serves.
-#include <ctime>
-
+// Servants: standard operations, counters, deferred deletion, timers, references, and the operations that
+// every servant serves.
 #include <gmock/gmock.h>
+
+#include <ctime>
 
 #include "objects.h"
 #include "orb_fixture.h"
@@ -36,7 +37,8 @@ class Servants : public AdapterTest {
   }
   static std::size_t nodes(const ServantBase& servant) {
     std::size_t count = 0;
-    for (const ObjectRefList* node = ServantAccess::references(servant); node; node = node->get_next()) ++count;
+    for (const ObjectRefList* node = ServantAccess::references(servant); node; node = node->get_next())
+      ++count;
     return count;
   }
 
@@ -69,13 +71,15 @@ class Lifespans : public Servants {
 
 }  // namespace
 
-// ---- Standard operations -------------------------------------------------------------------------------------------
+// ---- Standard operations
+// -------------------------------------------------------------------------------------------
 
 TEST_F(Servants, BaseBehaviour) {
   CountedServant servant;
   EXPECT_EQ(servant._default_POA(), nullptr);
   EXPECT_TRUE(servant._is_a(COUNTED_ID, env));
-  for (const char* other : {"IDL:omg.org/CORBA/Object:1.0", "IDL:test/Counted:1.1", "", static_cast<const char*>(nullptr)})
+  for (const char* other :
+       {"IDL:omg.org/CORBA/Object:1.0", "IDL:test/Counted:1.1", "", static_cast<const char*>(nullptr)})
     EXPECT_FALSE(servant._is_a(other, env));
   EXPECT_FALSE(servant._non_existent(env));
   EXPECT_STREQ(servant._primary_interface(oid_of("x"), top, env), COUNTED_ID);
@@ -90,9 +94,10 @@ TEST_F(Servants, TheInterfaceComesFromTheRepository) {
   EXPECT_EQ(servant._get_interface(env), nullptr);
   servant.no_interface();
   EXPECT_EQ(servant._get_interface(env), nullptr);
-  EXPECT_THAT(testing::internal::GetCapturedStderr(),
-              testing::ContainsRegex("!!!Exception\t[0-9]+/[0-9]+ \\[Src/servantbase\\([0-9]+\\)\\]:\t"
-                                     "CORBA_USER_EXCEPTION:\tIDL:CORBA/StExcep/INTF_REPOS:1.0\\([0-9]+\\)\n"));
+  EXPECT_THAT(
+      testing::internal::GetCapturedStderr(),
+      testing::ContainsRegex("!!!Exception\t[0-9]+/[0-9]+ \\[Src/servantbase\\([0-9]+\\)\\]:\t"
+                             "CORBA_USER_EXCEPTION:\tIDL:CORBA/StExcep/INTF_REPOS:1.0\\([0-9]+\\)\n"));
   ZR_register_interface(COUNTED_ID);
   CountedServant known;
   const CORBA::InterfaceDef_var definition(known._get_interface(env));
@@ -162,7 +167,8 @@ TEST_F(Servants, CountersOfManyThreads) {
   EXPECT_EQ(ServantAccess::default_count(servant), 0u);
 }
 
-// ---- Deletion and lifespan -----------------------------------------------------------------------------------------
+// ---- Deletion and lifespan
+// -----------------------------------------------------------------------------------------
 
 TEST_F(Lifespans, AServantInUseIsListedWhenTheLastRequestEnds) {
   PlainServant* servant = make();
@@ -226,7 +232,8 @@ TEST_F(Lifespans, TimersAreSetMovedAndCleared) {
     const CORBA::ULong timer = servant->get_timer();
     expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { servant->set_timer(-1, ev); });
     EXPECT_TRUE(trace.in_order({"ServantBase::set_timer called...[timer = " + std::to_string(timer) + "]",
-                                "ServantBase::set_timer", "ServantBase::set_timer [timer is wrong .. throw BAD_PARAM]"}));
+                                "ServantBase::set_timer",
+                                "ServantBase::set_timer [timer is wrong .. throw BAD_PARAM]"}));
     EXPECT_EQ(servant->get_timer(), timer);
     EXPECT_EQ(times_listed(servant_lifespan_list, servant), 1);
   }
@@ -248,17 +255,21 @@ TEST_F(Servants, TimersOfManyThreads) {
   });
   for (PlainServant& servant : servants) servant.set_timer(0, env);
   MutexGuard guard(poa_svt_lifespan_mutex);
-  for (PlainServant& servant : servants) EXPECT_FALSE(POA_ServantList::search_servant(servant_lifespan_list, &servant));
+  for (PlainServant& servant : servants)
+    EXPECT_FALSE(POA_ServantList::search_servant(servant_lifespan_list, &servant));
 }
 
-// ---- References ----------------------------------------------------------------------------------------------------
+// ---- References
+// ----------------------------------------------------------------------------------------------------
 
 TEST_F(Servants, AReferenceIsKeptOnceForEachPoaAndId) {
   PlainServant servant;
   const ObjectId a = oid_of("a"), b = oid_of("b");
   const POA_var other = top->create_POA("other", nullptr, {});
   TraceRecorder trace;
-  const auto ended = [&](const char* end) { return trace.lines().back() == std::string("ServantBase::") + end; };
+  const auto ended = [&](const char* end) {
+    return trace.lines().back() == std::string("ServantBase::") + end;
+  };
   EXPECT_EQ(servant.get_ObjectReference(top, &a), nullptr);
   EXPECT_TRUE(ended("get_ObjectReference end...[poa or oid or _object_ref is NULL]"));
   EXPECT_EQ(servant.set_ObjectReference(nullptr, top, 0, nullptr, nullptr), nullptr);
@@ -298,7 +309,8 @@ TEST_F(Servants, TheListIsNoLongerThanWhatItHolds) {
     CORBA::Object* reference = new_reference(top, std::string(oid_view(oid)).c_str());
     TraceRecorder trace;
     EXPECT_EQ(servant.set_ObjectReference(top, reference, 0, nullptr, nullptr), reference);
-    EXPECT_EQ(trace.lines().back() == "ServantBase::set_ObjectReference end...[ior added in or_list top]", i == 0);
+    EXPECT_EQ(trace.lines().back() == "ServantBase::set_ObjectReference end...[ior added in or_list top]",
+              i == 0);
     servant.clear_ObjectReference(top, &oid);
     EXPECT_LE(nodes(servant), 1u);
   }
@@ -363,7 +375,8 @@ TEST_F(Servants, DeactivatingWithdrawsWhatIsItsOwn) {
   many->deactivate_object(oid_of("y"), env);
 }
 
-// ---- Operations that every servant serves ----------------------------------------------------------------------------
+// ---- Operations that every servant serves
+// ----------------------------------------------------------------------------
 
 TEST_F(Servants, TheObjectOperationsAreAnsweredThroughTheOrb) {
   static constexpr const char* id = "IDL:test/Answering:1.0";

@@ -26,6 +26,17 @@ class StartUp : public AdapterTest {
 
 }  // namespace
 
+TEST(FirstStart, WhenItFailsTheNextOneDoesItAll) {
+  if (initialised) GTEST_SKIP() << "only in a process of its own, as ctest runs it";
+  char no_orb = 0;
+  EXPECT_EQ(_poa_init(&no_orb, nullptr), nullptr) << "the repositories cannot be resolved there";
+  EXPECT_FALSE(initialised);
+  EXPECT_EQ(_call_cpp_, call_cpp_handler);
+  EXPECT_EQ(POAInfo::system_id, 0x01234567u);
+  EXPECT_NE(test_root_poa(), nullptr);
+  EXPECT_TRUE(initialised);
+}
+
 TEST_F(StartUp, TheRootPoaStandsWhole) {
   ASSERT_TRUE(initialised);
   EXPECT_STREQ(CORBA::String_var(POAInfo::root_poa->the_name()).in(), "rootPOA");
@@ -67,21 +78,6 @@ TEST_F(StartUp, AgainItOnlyTakesOverTheHandles) {
   EXPECT_EQ(root_poa_info, before);
   EXPECT_EQ(_poa_init(orb, boa), POAInfo::root_poa->get_ref());
   EXPECT_EQ(POAInfo::_orb, orb);
-}
-
-TEST_F(StartUp, AFailedStartLeavesItToBeDoneAgain) {
-  void* const orb = POAInfo::_orb;
-  void* const boa = POAInfo::_boa;
-  const CORBA::ULong ids = POAInfo::system_id;
-  char no_orb = 0;
-  initialised = false;
-  EXPECT_EQ(_poa_init(&no_orb, boa), nullptr) << "the repositories cannot be resolved there";
-  EXPECT_FALSE(initialised);
-  EXPECT_EQ(POAInfo::system_id, 0x01234567u);
-  initialised = true;
-  POAInfo::system_id = ids;
-  _poa_init(orb, boa);
-  EXPECT_EQ(record_of(root).get(), root_poa_info);
 }
 
 TEST_F(StartUp, FindPoaInfoTellsWhyItFindsNothing) {

@@ -40,7 +40,8 @@ void expect_reference_travels(unsigned char (*wire)(CDR*, X*&)) {
   }
   X* nil = nullptr;
   EXPECT_EQ(encode(wire, nil), nil_reference);
-  EXPECT_TRUE(decode(wire, nil_reference, decoded.inout())) << "what was there is not the function's to release";
+  EXPECT_TRUE(decode(wire, nil_reference, decoded.inout()))
+      << "what was there is not the function's to release";
   EXPECT_EQ(decoded.in(), nullptr);
   Encoding out;
   static_cast<CDR*>(out)->direction = no_direction;

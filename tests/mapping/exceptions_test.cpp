@@ -17,10 +17,10 @@ struct Naming {
 template <class E>
 class UserExceptions : public testing::Test {};
 
-using All = testing::Types<POA::AdapterAlreadyExists, POA::AdapterNonExistent, POA::InvalidPolicy, POA::NoServant,
-                           POA::ObjectAlreadyActive, POA::ObjectNotActive, POA::ServantAlreadyActive,
-                           POA::ServantNotActive, POA::WrongAdapter, POA::WrongPolicy, POAManager::AdapterInactive,
-                           ForwardRequest, Current::NoContext>;
+using All = testing::Types<POA::AdapterAlreadyExists, POA::AdapterNonExistent, POA::InvalidPolicy,
+                           POA::NoServant, POA::ObjectAlreadyActive, POA::ObjectNotActive,
+                           POA::ServantAlreadyActive, POA::ServantNotActive, POA::WrongAdapter,
+                           POA::WrongPolicy, POAManager::AdapterInactive, ForwardRequest, Current::NoContext>;
 TYPED_TEST_SUITE(UserExceptions, All, Naming);
 
 /// An exception of no other test.
@@ -65,7 +65,8 @@ TYPED_TEST(UserExceptions, VarsOwnOneException) {
 TEST(UserExceptionIds, AreTheModules) {
   EXPECT_STREQ(POA::WrongPolicy().id(), "IDL:omg.org/PortableServer/POA/WrongPolicy:1.0");
   EXPECT_STREQ(POA::InvalidPolicy().id(), "IDL:omg.org/PortableServer/POA/InvalidPolicy:1.0");
-  EXPECT_STREQ(POAManager::AdapterInactive().id(), "IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0");
+  EXPECT_STREQ(POAManager::AdapterInactive().id(),
+               "IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0");
   EXPECT_STREQ(ForwardRequest().id(), "IDL:omg.org/PortableServer/ForwardRequest:1.0");
   EXPECT_STREQ(Current::NoContext().id(), "IDL:omg.org/PortableServer/Current/NoContext:1.0");
 }

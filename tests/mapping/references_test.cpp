@@ -10,9 +10,10 @@ using namespace PortableServer;
 template <class X>
 class References : public testing::Test {};
 
-using All = testing::Types<POA, POAManager, ThreadPolicy, LifespanPolicy, IdUniquenessPolicy, IdAssignmentPolicy,
-                           ImplicitActivationPolicy, ServantRetentionPolicy, RequestProcessingPolicy, AdapterActivator,
-                           ServantManager, ServantActivator, ServantLocator, Current>;
+using All =
+    testing::Types<POA, POAManager, ThreadPolicy, LifespanPolicy, IdUniquenessPolicy, IdAssignmentPolicy,
+                   ImplicitActivationPolicy, ServantRetentionPolicy, RequestProcessingPolicy,
+                   AdapterActivator, ServantManager, ServantActivator, ServantLocator, Current>;
 TYPED_TEST_SUITE(References, All);
 
 TYPED_TEST(References, AnyObjectNarrows) {

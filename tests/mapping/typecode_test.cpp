@@ -26,7 +26,8 @@ std::string text(std::string_view characters) {
 TEST(Descriptions, Golden) {
   const std::string poa = hex("0E") + text("IDL:omg.org/PortableServer/POA:2.3") + text("POA");
   EXPECT_EQ(octets(_tc_PortableServer_POA_impl_seq),
-            hex("00000000 0E 0023 49444C3A6F6D672E6F72672F506F727461626C655365727665722F504F413A322E3300 0004 504F4100"));
+            hex("00000000 0E 0023 49444C3A6F6D672E6F72672F506F727461626C655365727665722F504F413A322E3300 "
+                "0004 504F4100"));
   EXPECT_EQ(octets(_tc_PortableServer_POA_impl_seq), hex("00000000") + poa);
   EXPECT_EQ(_tc_PortableServer_POA_impl_seq._length, 48u);
   EXPECT_EQ(_tc_PortableServer_POA_impl_seq._maximum, 48u);
@@ -37,10 +38,11 @@ TEST(Descriptions, Golden) {
                 text("InvalidPolicy") + hex("0001") + text("index") + hex("0001 04"));
   EXPECT_EQ(octets(_tc_PortableServer_ForwardRequest_impl_seq),
             hex("00000000 16 04 0004") + text("IDL:omg.org/PortableServer/ForwardRequest:1.0") +
-                text("ForwardRequest") + hex("0001") + text("forward_reference") + hex("0007 0E 0001 00 0001 00"));
+                text("ForwardRequest") + hex("0001") + text("forward_reference") +
+                hex("0007 0E 0001 00 0001 00"));
   EXPECT_EQ(octets(_tc_PortableServer_POA_NoServant_impl_seq),
-            hex("00000000 16 00 0000") + text("IDL:omg.org/PortableServer/POA/NoServant:1.0") + text("NoServant") +
-                hex("0000"));
+            hex("00000000 16 00 0000") + text("IDL:omg.org/PortableServer/POA/NoServant:1.0") +
+                text("NoServant") + hex("0000"));
   EXPECT_EQ(octets(_tc_PortableServer_ObjectId_impl_seq),
             hex("00000000 15") + text("IDL:omg.org/PortableServer/ObjectId:1.0") + text("ObjectId") +
                 hex("0008 13 00000001 0A 0000"));
@@ -48,10 +50,11 @@ TEST(Descriptions, Golden) {
             hex("00000000 15") + text("IDL:omg.org/PortableServer/POAList:1.0") + text("POAList") +
                 hex("0033 13 0000002C") + poa + hex("0000"));
   EXPECT_EQ(octets(_tc_PortableServer_POAManager_State_impl_seq),
-            hex("00000000 11") + text("IDL:omg.org/PortableServer/POAManager/State:1.0") + text("State") + hex("0004") +
-                text("HOLDING") + text("ACTIVE") + text("DISCARDING") + text("INACTIVE"));
-  EXPECT_EQ(octets(_tc_PortableServer_Servant_impl_seq),
-            hex("00000000 15") + text("IDL:omg.org/PortableServer/Servant:1.0") + text("Servant") + hex("0001 05"));
+            hex("00000000 11") + text("IDL:omg.org/PortableServer/POAManager/State:1.0") + text("State") +
+                hex("0004") + text("HOLDING") + text("ACTIVE") + text("DISCARDING") + text("INACTIVE"));
+  EXPECT_EQ(
+      octets(_tc_PortableServer_Servant_impl_seq),
+      hex("00000000 15") + text("IDL:omg.org/PortableServer/Servant:1.0") + text("Servant") + hex("0001 05"));
 }
 
 struct Row {
@@ -73,7 +76,11 @@ std::vector<Row> rows() {
       {ROW(LifespanPolicy), tk_objref, "LifespanPolicy:1.0", "LifespanPolicy", {}},
       {ROW(IdUniquenessPolicy), tk_objref, "IdUniquenessPolicy:1.0", "IdUniquenessPolicy", {}},
       {ROW(IdAssignmentPolicy), tk_objref, "IdAssignmentPolicy:1.0", "IdAssignmentPolicy", {}},
-      {ROW(ImplicitActivationPolicy), tk_objref, "ImplicitActivationPolicy:1.0", "ImplicitActivationPolicy", {}},
+      {ROW(ImplicitActivationPolicy),
+       tk_objref,
+       "ImplicitActivationPolicy:1.0",
+       "ImplicitActivationPolicy",
+       {}},
       {ROW(ServantRetentionPolicy), tk_objref, "ServantRetentionPolicy:1.0", "ServantRetentionPolicy", {}},
       {ROW(RequestProcessingPolicy), tk_objref, "RequestProcessingPolicy:1.0", "RequestProcessingPolicy", {}},
       {ROW(AdapterActivator), tk_objref, "AdapterActivator:2.3", "AdapterActivator", {}},
@@ -91,11 +98,18 @@ std::vector<Row> rows() {
        two("USER_ID", "SYSTEM_ID")},
       {ROW(ImplicitActivationPolicyValue), tk_enum, "ImplicitActivationPolicyValue:1.0",
        "ImplicitActivationPolicyValue", two("IMPLICIT_ACTIVATION", "NO_IMPLICIT_ACTIVATION")},
-      {ROW(ServantRetentionPolicyValue), tk_enum, "ServantRetentionPolicyValue:1.0", "ServantRetentionPolicyValue",
-       two("RETAIN", "NON_RETAIN")},
-      {ROW(RequestProcessingPolicyValue), tk_enum, "RequestProcessingPolicyValue:1.0", "RequestProcessingPolicyValue",
+      {ROW(ServantRetentionPolicyValue), tk_enum, "ServantRetentionPolicyValue:1.0",
+       "ServantRetentionPolicyValue", two("RETAIN", "NON_RETAIN")},
+      {ROW(RequestProcessingPolicyValue),
+       tk_enum,
+       "RequestProcessingPolicyValue:1.0",
+       "RequestProcessingPolicyValue",
        {"USE_ACTIVE_OBJECT_MAP_ONLY", "USE_DEFAULT_SERVANT", "USE_SERVANT_MANAGER"}},
-      {ROW(POAManager_State), tk_enum, "POAManager/State:1.0", "State", {"HOLDING", "ACTIVE", "DISCARDING", "INACTIVE"}},
+      {ROW(POAManager_State),
+       tk_enum,
+       "POAManager/State:1.0",
+       "State",
+       {"HOLDING", "ACTIVE", "DISCARDING", "INACTIVE"}},
       {ROW(POAList), tk_alias, "POAList:1.0", "POAList", {}},
       {ROW(Servant), tk_alias, "Servant:1.0", "Servant", {}},
       {ROW(ObjectId), tk_alias, "ObjectId:1.0", "ObjectId", {}},
@@ -147,7 +161,8 @@ TEST(Descriptions, EachIsTheTypeItSays) {
     if (row.id.empty()) continue;
     EXPECT_EQ(type->id(), row.id.starts_with("IDL:") ? row.id : "IDL:omg.org/PortableServer/" + row.id);
     EXPECT_EQ(type->name(), row.name);
-    const bool has_members = row.kind == CORBA::tk_enum || row.kind == CORBA::tk_except || row.kind == CORBA::tk_struct;
+    const bool has_members =
+        row.kind == CORBA::tk_enum || row.kind == CORBA::tk_except || row.kind == CORBA::tk_struct;
     ASSERT_EQ(has_members ? type->member_count() : 0, row.members.size());
     for (CORBA::ULong i = 0; i < row.members.size(); ++i) EXPECT_EQ(type->member_name(i), row.members[i]);
   }
@@ -161,7 +176,8 @@ TEST(Descriptions, EveryTruncationIsRefused) {
       std::string some = whole;
       some.resize(length);
       const std::vector<unsigned char> exact(some.begin(), some.end());
-      const Description description{static_cast<CORBA::ULong>(length), static_cast<CORBA::ULong>(length), exact.data(), 0};
+      const Description description{static_cast<CORBA::ULong>(length), static_cast<CORBA::ULong>(length),
+                                    exact.data(), 0};
       const TypeCode_var type = typecodes::build(description);
       EXPECT_EQ(type.in() != nullptr, length == whole.size()) << length;
     }

@@ -38,7 +38,9 @@ class Locator : public _sk_PortableServer_ServantLocator {
     cookie = oid.length();
     throw ForwardRequest(nullptr);
   }
-  void postinvoke(const ObjectId&, POA*, const char*, Cookie, ServantBase*, CORBA_ENV) override { env.clear(); }
+  void postinvoke(const ObjectId&, POA*, const char*, Cookie, ServantBase*, CORBA_ENV) override {
+    env.clear();
+  }
 };
 
 class Disconnect : public POAdisconnect {
@@ -93,8 +95,8 @@ TEST(Program, WorksOnPOAs) {
     try {
       poa->activate_object_with_id(*id, servant.in());
       ADD_FAILURE() << "active already";
-    } catch (const POA::ObjectAlreadyActive& e) {
-      EXPECT_STREQ(e.id(), POA::ObjectAlreadyActive::repository_id);
+    } catch (const POA::ServantAlreadyActive& e) {
+      EXPECT_STREQ(e.id(), POA::ServantAlreadyActive::repository_id);
     }
     EXPECT_THROW(poa->activate_object(servant.in()), POA::WrongPolicy);
     EXPECT_THROW(poa->get_servant(), CORBA::UserException);

@@ -1,11 +1,12 @@
 // POAs driven from another process, and within one.
 
+#include "poa/remote.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "orb_fixture.h"
-#include "poa/remote.h"
 #include "raised.h"
 #include "server_process.h"
 
@@ -21,7 +22,7 @@ void expect_failed(Fn&& fn, CORBA::CompletionStatus completed, CORBA::ULong mino
   EXPECT_EQ(expect_raised<E>(fn, minor).completed(), completed);
 }
 
-// ---- The server ----------------------------------------------------------------------------------------------------------------
+// ---- The server -------------------------------------------------------------------------------------------
 
 /// A reference to an object of that interface, which the library itself makes none of.
 CORBA::Object* reference_of(const char* id) {
@@ -72,12 +73,13 @@ class RemoteUse : public testing::Test {
   }
 };
 
-// ---- Tests ---------------------------------------------------------------------------------------------------------------------
+// ---- Tests ------------------------------------------------------------------------------------------------
 
 TEST(ClosedServer, SaysThatItsPOAsAreNoObjects) {
   const ServerProcess server("closed");
   RemotePOA root(server.handle("root"));
-  expect_failed<CORBA::OBJECT_NOT_EXIST>([&](CORBA::Environment& env) { root.the_name(env); }, CORBA::COMPLETED_NO);
+  expect_failed<CORBA::OBJECT_NOT_EXIST>([&](CORBA::Environment& env) { root.the_name(env); },
+                                         CORBA::COMPLETED_NO);
   expect_failed<CORBA::OBJECT_NOT_EXIST>([&](CORBA::Environment& env) { root.destroy(1, 0, env); },
                                          CORBA::COMPLETED_NO);
 }
@@ -105,8 +107,7 @@ TEST_F(RemoteUse, ChildrenAreMadeFoundListedAndDestroyed) {
   child.destroy(1, 0);
   expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { child.the_name(env); });
   expect_raised<POA::AdapterNonExistent>([&](CORBA::Environment& env) { root.find_POA("second", 0, env); });
-  expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { first->the_name(env); })
-      ;  // the object itself is of this process, where there is no such POA
+  expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { first->the_name(env); });  // of this process
 }
 
 TEST_F(RemoteUse, ManagersAreHeldAndActivated) {
@@ -124,7 +125,8 @@ TEST_F(RemoteUse, ManagersAreHeldAndActivated) {
   const POAManager_var same = RemotePOA(managed.in()).the_POAManager();
   EXPECT_TRUE(same->_is_equivalent(reference.in()));
   const POAManager_var none = POAManager::_narrow(&root);
-  expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { root.create_POA("other", none.in(), {}, env); });
+  expect_raised<CORBA::BAD_PARAM>(
+      [&](CORBA::Environment& env) { root.create_POA("other", none.in(), {}, env); });
 
   manager.deactivate(0, 0);
   EXPECT_EQ(manager.get_state(), POAManager::INACTIVE);
@@ -172,12 +174,21 @@ TEST_F(RemoteUse, APolicyListTravels) {
   const ObjectId_var back = child.reference_to_id(object.in());
   ASSERT_EQ(back->length(), 2u);
   EXPECT_EQ(back[1], 'd');
-  expect_raised<POA::WrongPolicy>([&](CORBA::Environment& env) { child.create_reference("IDL:test/Thing:1.0", env); });
-  expect_raised<POA::WrongAdapter>([&](CORBA::Environment& env) { child.reference_to_id(&root, env); });
+  expect_raised<POA::WrongPolicy>(
+      [&](CORBA::Environment& env) { child.create_reference("IDL:test/Thing:1.0", env); });
+  const CORBA::Object_var elsewhere = root.create_reference("IDL:test/Thing:1.0");
+  expect_raised<POA::WrongAdapter>(
+      [&](CORBA::Environment& env) { child.reference_to_id(elsewhere.in(), env); });
   expect_raised<POA::ObjectNotActive>([&](CORBA::Environment& env) { child.deactivate_object(id, env); });
   expect_raised<POA::ObjectNotActive>([&](CORBA::Environment& env) { child.id_to_reference(id, env); });
-  expect_raised<CORBA::OBJ_ADAPTER>([&](CORBA::Environment& env) { child.set_servant_manager(nullptr, env); },
-                                    0x4B510302);
+  CORBA::Object activator;
+  activator.set_ref(server.handle("servant_activator"));
+  const ServantManager_var manager = ServantManager::_narrow(&activator);
+  child.set_servant_manager(manager.in());
+  const ServantManager_var same = child.get_servant_manager();
+  EXPECT_TRUE(same->_is_equivalent(manager.in()));
+  expect_raised<CORBA::BAD_INV_ORDER>(
+      [&](CORBA::Environment& env) { child.set_servant_manager(manager.in(), env); }, 0x4B510303);
 }
 
 TEST_F(RemoteUse, WhatCarriesAServantDoesNotMarshal) {
@@ -223,14 +234,17 @@ TEST_F(RemoteUse, OtherInterfaces) {
   ObjectId id;
   ServantLocator::Cookie cookie = 7;
   Remote<_st_PortableServer_ServantActivator> activator(server.handle("servant_activator"));
-  expect_failed<MARSHAL>([&](CORBA::Environment& env) { activator.incarnate(id, &root, env); }, CORBA::COMPLETED_YES);
-  expect_failed<MARSHAL>([&](CORBA::Environment& env) { activator.etherealize(id, &root, nullptr, 0, 0, env); },
-                         CORBA::COMPLETED_NO);
+  expect_failed<MARSHAL>([&](CORBA::Environment& env) { activator.incarnate(id, &root, env); },
+                         CORBA::COMPLETED_YES);
+  expect_failed<MARSHAL>(
+      [&](CORBA::Environment& env) { activator.etherealize(id, &root, nullptr, 0, 0, env); },
+      CORBA::COMPLETED_NO);
   Remote<_st_PortableServer_ServantLocator> locator(server.handle("servant_locator"));
   expect_failed<MARSHAL>([&](CORBA::Environment& env) { locator.preinvoke(id, &root, "op", cookie, env); },
                          CORBA::COMPLETED_YES);
-  expect_failed<MARSHAL>([&](CORBA::Environment& env) { locator.postinvoke(id, &root, "op", cookie, nullptr, env); },
-                         CORBA::COMPLETED_NO);
+  expect_failed<MARSHAL>(
+      [&](CORBA::Environment& env) { locator.postinvoke(id, &root, "op", cookie, nullptr, env); },
+      CORBA::COMPLETED_NO);
 }
 
 /// Calls `operation` with those octets as its arguments; gives the system exception's name and completion.
@@ -241,7 +255,8 @@ std::string raw_call(void* object, const char* operation, std::string octets) {
   EXPECT_TRUE(OM_req_lib_initiator_request_create(object, operation, 1, &request, &kind));
   EXPECT_TRUE(OM_req_lib_UNO_IIOP_get_cdr(request, &cdr));
   cdr->direction = CDR_ENCODE;
-  EXPECT_TRUE(cdr_bytes(cdr, reinterpret_cast<unsigned char*>(octets.data()), static_cast<uint32_t>(octets.size())));
+  EXPECT_TRUE(
+      cdr_bytes(cdr, reinterpret_cast<unsigned char*>(octets.data()), static_cast<uint32_t>(octets.size())));
   EXPECT_TRUE(OM_req_lib_UNO_IIOP_send_request(request) && OM_req_lib_UNO_IIOP_recv_reply(request));
   EXPECT_TRUE(OM_req_lib_UNO_IIOP_decode_reply_header(request, &status));
   CORBA::Environment env;
@@ -262,7 +277,8 @@ TEST_F(RemoteUse, BadArgumentsNeverReachThePOA) {
   for (std::size_t cut = 0; cut <= name.size(); ++cut) {
     EXPECT_EQ(raw_call(root.get_ref(), "find_POA", name.substr(0, cut)), "MARSHAL 1") << cut;
   }
-  EXPECT_EQ(raw_call(root.get_ref(), "create_POA", std::string("\2\0\0\0a\0", 6) + std::string(14, '\xFF')), "MARSHAL 1");
+  EXPECT_EQ(raw_call(root.get_ref(), "create_POA", std::string("\2\0\0\0a\0", 6) + std::string(14, '\xFF')),
+            "MARSHAL 1");
   EXPECT_EQ(raw_call(root.get_ref(), "no_such_operation", ""), "BAD_OPERATION 1");
   EXPECT_EQ(raw_call(server.handle("root"), "_is_a", std::string("\2\0\0\0a\0", 6)), "status 0");
 }
@@ -281,7 +297,8 @@ TEST(InProcessUse, HasNoObjectBehindIt) {
   expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { root.create_POA("x", nullptr, {}, env); });
   expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { root.destroy(1, 0, env); });
   const POAManager_var manager = own->the_POAManager();
-  expect_raised<CORBA::BAD_PARAM>([&](CORBA::Environment& env) { RemoteManager(manager.in()).get_state(env); });
+  expect_raised<CORBA::BAD_PARAM>(
+      [&](CORBA::Environment& env) { RemoteManager(manager.in()).get_state(env); });
   const LifespanPolicy_var lifespan = own->create_lifespan_policy(PERSISTENT);
   Remote<_st_PortableServer_LifespanPolicy> policy(lifespan.in());
   EXPECT_EQ(policy.value(), TRANSIENT) << "of a fresh policy";

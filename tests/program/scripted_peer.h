@@ -43,7 +43,8 @@ class ScriptedPeer {
 
   /// A new handle to an object of this server.
   void* handle() const {
-    const std::string text = "corbaloc:iiop:1.2@127.0.0.1:" + std::to_string(ntohs(address_.sin_port)) + "/key";
+    const std::string text =
+        "corbaloc:iiop:1.2@127.0.0.1:" + std::to_string(ntohs(address_.sin_port)) + "/key";
     return CORBA_ORB_string_to_object(test_orb(), text.c_str(), nullptr);
   }
   /// How many requests came.
@@ -74,7 +75,9 @@ class ScriptedPeer {
     ++requests_;
     if (reply.status == ScriptedReply::hang_up) return false;
     std::string message = hex("47494F50 01020101");  // GIOP 1.2, little-endian, Reply
-    const auto word = [&](uint32_t value) { message.append(reinterpret_cast<const char*>(&value), sizeof value); };
+    const auto word = [&](uint32_t value) {
+      message.append(reinterpret_cast<const char*>(&value), sizeof value);
+    };
     word(12 + static_cast<uint32_t>(reply.body.size()));
     message += request.substr(0, 4);  // the request's number
     word(reply.status);

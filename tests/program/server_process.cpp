@@ -74,7 +74,8 @@ ServerProcess::ServerProcess(const char* offer) {
   FILE* lines = ::fdopen(out[0], "r");
   char line[4096], name[64], text[4000];
   while (std::fgets(line, sizeof line, lines) && line[0] != '\n') {
-    if (std::sscanf(line, "%63s %3999s", name, text) == 2 && std::strncmp(text, "IOR:", 4) == 0) offered_[name] = text;
+    if (std::sscanf(line, "%63s %3999s", name, text) == 2 && std::strncmp(text, "IOR:", 4) == 0)
+      offered_[name] = text;
   }
   std::fclose(lines);
   EXPECT_FALSE(offered_.empty()) << "the server did not start";

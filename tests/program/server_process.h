@@ -8,7 +8,8 @@
 
 #include "poa.h"
 
-/// Prepares what the server offers, and gives the references by name. Runs in the server's process, once its ORB is there.
+/// Prepares what the server offers, and gives the references by name. Runs in the server's process, once its
+/// ORB is there.
 using Offer = std::map<std::string, CORBA::Object_var> (*)(CORBA::ORB* orb, PortableServer::POA* root);
 
 /// Makes an offer known under a name, before the tests run.

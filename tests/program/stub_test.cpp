@@ -18,13 +18,14 @@ std::string encoded(void* handle) {
   return out.octets();
 }
 
-std::string encoded(const std::string& text) {
+/// A string, padded for a value of that alignment behind it.
+std::string encoded(const std::string& text, std::size_t alignment = 4) {
   Encoding out;
   static_cast<CDR*>(out)->direction = CDR_ENCODE;
   char* characters = const_cast<char*>(text.c_str());
   EXPECT_TRUE(OM_cdr_string(out, &characters));
   std::string octets = out.octets();
-  octets.resize((octets.size() + 3) & ~std::size_t{3});
+  octets.resize((octets.size() + alignment - 1) / alignment * alignment);
   return octets;
 }
 
@@ -86,14 +87,15 @@ TEST(Stubs, FollowForwards) {
 }
 
 TEST(Stubs, ABadForwardFails) {
-  ScriptedPeer peer({{ZR_REPLY_LOCATION_FORWARD, hex("FFFFFFFF")}, {ZR_REPLY_LOCATION_FORWARD, encoded(nullptr)}});
+  ScriptedPeer peer({{ZR_REPLY_LOCATION_FORWARD, hex("FFFFFFFF")},
+                     {ZR_REPLY_LOCATION_FORWARD, encoded(static_cast<void*>(nullptr))}});
   RemotePOA poa(peer.handle());
   expect_failed<CORBA::MARSHAL>([&](CORBA::Environment& env) { poa.the_name(env); }, CORBA::COMPLETED_YES);
   expect_failed<CORBA::INV_OBJREF>([&](CORBA::Environment& env) { poa.the_name(env); }, CORBA::COMPLETED_NO);
 }
 
 TEST(Stubs, UserExceptions) {
-  const std::string invalid = encoded(POA::InvalidPolicy::repository_id);
+  const std::string invalid = encoded(POA::InvalidPolicy::repository_id, 2);
   ScriptedPeer peer({{ZR_REPLY_USER_EXCEPTION, encoded(POA::AdapterNonExistent::repository_id)},
                      no_policy,  // not find_POA's
                      {ZR_REPLY_USER_EXCEPTION, invalid + hex("0300")},
@@ -108,8 +110,8 @@ TEST(Stubs, UserExceptions) {
   EXPECT_STREQ(env.exception()->id(), POA::WrongPolicy::repository_id);
   EXPECT_EQ(env._evp->_major, uint32_t{CORBA_USER_EXCEPTION});
 
-  const auto raised =
-      expect_raised<POA::InvalidPolicy>([&](CORBA::Environment& ev) { poa.create_POA("x", nullptr, {}, ev); });
+  const auto raised = expect_raised<POA::InvalidPolicy>(
+      [&](CORBA::Environment& ev) { poa.create_POA("x", nullptr, {}, ev); });
   EXPECT_EQ(raised.index(), 3);
   expect_failed<CORBA::MARSHAL>([&](CORBA::Environment& ev) { poa.create_POA("x", nullptr, {}, ev); },
                                 CORBA::COMPLETED_YES);
@@ -119,7 +121,8 @@ TEST(Stubs, UserExceptions) {
 
 TEST(Stubs, AForwardRequestBringsItsReference) {
   RemotePOA adapter(test_root_poa());
-  ScriptedPeer peer({{ZR_REPLY_USER_EXCEPTION, encoded(ForwardRequest::repository_id) + encoded(adapter.get_ref())}});
+  ScriptedPeer peer(
+      {{ZR_REPLY_USER_EXCEPTION, encoded(ForwardRequest::repository_id) + encoded(adapter.get_ref())}});
   Remote<_st_PortableServer_ServantLocator> locator(peer.handle());
   ObjectId id;
   ServantLocator::Cookie cookie = 7;
@@ -131,25 +134,29 @@ TEST(Stubs, AForwardRequestBringsItsReference) {
 }
 
 TEST(Stubs, SystemExceptions) {
-  ScriptedPeer peer({{ZR_REPLY_SYSTEM_EXCEPTION,
-                      encoded("IDL:omg.org/CORBA/NO_PERMISSION:1.0") + hex("07000000 02000000")},
-                     {ZR_REPLY_SYSTEM_EXCEPTION, encoded("IDL:omg.org/CORBA/NO_PERMISSION:1.0") + hex("07")},
-                     {ZR_REPLY_NO_EXCEPTION, hex("09000000 41")},
-                     {7, ""}});
+  ScriptedPeer peer(
+      {{ZR_REPLY_SYSTEM_EXCEPTION, encoded("IDL:omg.org/CORBA/NO_PERMISSION:1.0") + hex("07000000 02000000")},
+       {ZR_REPLY_SYSTEM_EXCEPTION, encoded("IDL:omg.org/CORBA/NO_PERMISSION:1.0") + hex("07")},
+       {ZR_REPLY_NO_EXCEPTION, hex("09000000 41")},
+       {7, ""}});
   RemotePOA poa(peer.handle());
-  expect_failed<CORBA::NO_PERMISSION>([&](CORBA::Environment& env) { poa.the_name(env); }, CORBA::COMPLETED_MAYBE);
+  expect_failed<CORBA::NO_PERMISSION>([&](CORBA::Environment& env) { poa.the_name(env); },
+                                      CORBA::COMPLETED_MAYBE);
   expect_failed<CORBA::MARSHAL>([&](CORBA::Environment& env) { poa.the_name(env); }, CORBA::COMPLETED_MAYBE);
   expect_failed<CORBA::MARSHAL>([&](CORBA::Environment& env) { poa.the_name(env); }, CORBA::COMPLETED_YES);
 }
 
 TEST(Stubs, WaysThatAreNone) {
-  RemotePOA nowhere(nullptr);
-  expect_failed<CORBA::INV_OBJREF>([&](CORBA::Environment& env) { nowhere.the_name(env); }, CORBA::COMPLETED_NO);
+  RemotePOA nowhere(static_cast<void*>(nullptr));
+  expect_failed<CORBA::INV_OBJREF>([&](CORBA::Environment& env) { nowhere.the_name(env); },
+                                   CORBA::COMPLETED_NO);
 
   ScriptedPeer silent({{ScriptedReply::hang_up, ""}, {ZR_REPLY_NO_EXCEPTION, encoded("x")}});
   RemotePOA poa(silent.handle());
-  expect_failed<CORBA::COMM_FAILURE>([&](CORBA::Environment& env) { poa.the_name(env); }, CORBA::COMPLETED_MAYBE);
-  expect_failed<CORBA::MARSHAL>([&](CORBA::Environment& env) { poa.set_servant(nullptr, env); }, CORBA::COMPLETED_NO);
+  expect_failed<CORBA::COMM_FAILURE>([&](CORBA::Environment& env) { poa.the_name(env); },
+                                     CORBA::COMPLETED_MAYBE);
+  expect_failed<CORBA::MARSHAL>([&](CORBA::Environment& env) { poa.set_servant(nullptr, env); },
+                                CORBA::COMPLETED_NO);
   EXPECT_EQ(silent.requests(), 1) << "what does not marshal is not sent";
 
   void* closed = nullptr;
@@ -158,13 +165,15 @@ TEST(Stubs, WaysThatAreNone) {
     closed = gone.handle();
   }
   RemotePOA refused(closed);
-  expect_failed<CORBA::TRANSIENT>([&](CORBA::Environment& env) { refused.the_name(env); }, CORBA::COMPLETED_NO);
+  expect_failed<CORBA::TRANSIENT>([&](CORBA::Environment& env) { refused.the_name(env); },
+                                  CORBA::COMPLETED_NO);
 }
 
 TEST(Stubs, TheIIOPPartLeavesTheRequestToItsCaller) {
   ScriptedPeer there({});
   void* const forward = there.handle();
-  ScriptedPeer peer({{ZR_REPLY_NO_EXCEPTION, encoded("name")}, {ZR_REPLY_LOCATION_FORWARD, encoded(forward)}});
+  ScriptedPeer peer(
+      {{ZR_REPLY_NO_EXCEPTION, encoded("name")}, {ZR_REPLY_LOCATION_FORWARD, encoded(forward)}});
   CORBA_object_release(forward);
   RemotePOA poa(peer.handle());
   const auto call = [&](CORBA::Environment& env) {

@@ -37,14 +37,7 @@ void expect_knows_itself(CORBA::Object* object) {
 TEST(This, IsTheObjectThatWasCalled) {
   const CORBA::Object_var resolved = orb()->resolve_initial_references("RootPOA");
   const ps::POA_var root = ps::POA::_narrow(resolved.in());
-  const ps::POAManager_var manager = root->the_POAManager();
-  manager->activate();
   Self implicit, active, standing_in;
-
-  const Demo::Echo_var first = implicit._this(), again = implicit._this();
-  EXPECT_TRUE(first->_is_equivalent(again.in())) << "activated twice";
-  expect_knows_itself(first.in());
-
   CORBA::PolicyList list;
   list.length(3);
   list[0] = root->create_id_assignment_policy(ps::USER_ID);
@@ -52,6 +45,12 @@ TEST(This, IsTheObjectThatWasCalled) {
   list[2] = root->create_request_processing_policy(ps::USE_DEFAULT_SERVANT);
   const ps::POA_var poa = root->create_POA("this", nullptr, list);
   poa->set_servant(&standing_in);
+  const ps::POAManager_var manager = root->the_POAManager();
+  manager->activate();
+
+  const Demo::Echo_var first = implicit._this(), again = implicit._this();
+  EXPECT_TRUE(first->_is_equivalent(again.in())) << "activated twice";
+  expect_knows_itself(first.in());
   for (const char* text : {"a", "b", "active", "active too"}) {
     const ps::ObjectId_var id = ps::string_to_ObjectId(text);
     if (std::string_view(text).starts_with("active")) poa->activate_object_with_id(id.in(), &active);

@@ -19,8 +19,7 @@ ActiveObjectMap* _root_aom = nullptr;
 POA_ServantList* servant_delete_list = nullptr;
 POA_ServantList* servant_lifespan_list = nullptr;
 
-// ---- The client of the request that the calling thread runs
-// --------------------------------------------------------
+// ---- The client of the request that the calling thread runs -------------------------------------
 
 struct ActiveObjectMap::Client {
   bool known = false;
@@ -80,8 +79,7 @@ void ActiveObjectMap::Client::trace() const {
   }
 }
 
-// ---- Blocks
-// --------------------------------------------------------------------------------------------------------
+// ---- Blocks -------------------------------------------------------------------------------------
 
 ActiveObjectMap::ActiveObjectMap()
     : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), used(0) {
@@ -135,8 +133,7 @@ void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
   --used;
 }
 
-// ---- Inserting and finding
-// -----------------------------------------------------------------------------------------
+// ---- Inserting and finding ----------------------------------------------------------------------
 
 ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
@@ -216,8 +213,7 @@ ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const vo
   return entry->p_servant;
 }
 
-// ---- Deactivating and removing
-// -------------------------------------------------------------------------------------
+// ---- Deactivating and removing ------------------------------------------------------------------
 
 void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
@@ -271,8 +267,7 @@ void ActiveObjectMap::forget_servant(ServantBase* servant) {
   ServantAccess::active_entries(*servant) = 0;  // a map that is gone has counted nothing down
 }
 
-// ---- Walks over all servants: the semaphore is given back for each
-// ---------------------------------------------------
+// ---- Walks over all servants: the semaphore is given back for each ------------------------------
 
 struct ActiveObjectMap::Cursor {
   ActiveObjectMap* block;  // lives as long as the map
@@ -332,8 +327,7 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
   POA_TRACE("ActiveObjectMap::etherealize end...");
 }
 
-// ---- Servant lists
-// -------------------------------------------------------------------------------------------------
+// ---- Servant lists ------------------------------------------------------------------------------
 
 void POA_ServantList::add_servant(POA_ServantList*& list, ServantBase* svt) {
   auto* node = new POA_ServantList;

@@ -27,14 +27,6 @@ X* lasting(X* reference) {
   return kept.all.emplace_back(X::_duplicate(reference)).in();
 }
 
-/// The manager object that lasts as long as the manager; nil, which means the same, for the default one.
-POAManager* lasting_manager(POAManager* manager, CORBA::Environment& env) {
-  if (!manager) return nullptr;
-  POAManagerInfo* record = POAManagerInfo::findPOAManagerInfo(manager, env);
-  if (!record) raise<CORBA::BAD_PARAM>(env, "PortableServer_POA_impl::create_POA [poa manager is unknown.]");
-  return record == default_poa_manager_info ? nullptr : record->poamanager_object;
-}
-
 /// A POA as requests reach it: references that it keeps must outlive the request, and those that it lends out
 /// must be the request's own.
 class ServedPOA : public PortableServer_POA_impl {
@@ -42,11 +34,6 @@ class ServedPOA : public PortableServer_POA_impl {
   using PortableServer_POA_impl::the_activator;
   void the_activator(AdapterActivator* activator, CORBA::Environment& env) override {
     PortableServer_POA_impl::the_activator(lasting(activator), env);
-  }
-  POA* create_POA(const char* adapter_name, POAManager* a_POAManager, const CORBA::PolicyList& policies,
-                  CORBA::Environment& env) override {
-    return PortableServer_POA_impl::create_POA(adapter_name, lasting_manager(a_POAManager, env), policies,
-                                               env);
   }
   void set_servant_manager(ServantManager* manager, CORBA::Environment& env) override {
     PortableServer_POA_impl::set_servant_manager(lasting(manager), env);

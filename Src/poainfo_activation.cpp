@@ -11,8 +11,7 @@ using PortableServer::ServantBase;
 using PortableServer::ServantHold;
 using PortableServer::ServantManager;
 
-// ---- activate_object
-// -----------------------------------------------------------------------------------------------
+// ---- activate_object ----------------------------------------------------------------------------
 
 ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::activate_object called...");
@@ -98,8 +97,7 @@ void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const Ob
   }
 }
 
-// ---- deactivate_object
-// ---------------------------------------------------------------------------------------------
+// ---- deactivate_object --------------------------------------------------------------------------
 
 namespace {
 
@@ -164,8 +162,7 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   }
 }
 
-// ---- References without an active object
-// ---------------------------------------------------------------------------
+// ---- References without an active object --------------------------------------------------------
 
 CORBA::Object* POAInfo::create_reference(const char* intf, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::create_reference called...");
@@ -200,8 +197,7 @@ CORBA::Object* POAInfo::create_reference_with_id(const ObjectId& oid, const char
   return POACreateReference(oid, intf, ev);
 }
 
-// ---- Servant manager
-// -----------------------------------------------------------------------------------------------
+// ---- Servant manager ----------------------------------------------------------------------------
 
 ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::get_servant_manager called...");
@@ -233,8 +229,7 @@ void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) 
   POA_TRACE("POAInfo::set_servant_manager end...");
 }
 
-// ---- Default servant
-// -----------------------------------------------------------------------------------------------
+// ---- Default servant ----------------------------------------------------------------------------
 
 ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::get_servant called...");

@@ -7,8 +7,7 @@ using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
 using PortableServer::ServantHold;
 
-// ---- Implicit activation, and references that are kept and bound
-// -------------------------------------------------------
+// ---- Implicit activation, and references that are kept and bound --------------------------------
 
 std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId> id, ServantBase& servant,
                                                        CORBA::Environment& ev) {
@@ -62,8 +61,7 @@ CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& s
   return reference._retn();
 }
 
-// ---- From a servant
-// --------------------------------------------------------------------------------------------------
+// ---- From a servant -----------------------------------------------------------------------------
 
 namespace {
 
@@ -186,8 +184,7 @@ CORBA::Object* POAInfo::servant_to_reference(ServantBase* p_servant, CORBA::Envi
       });
 }
 
-// ---- From a reference
-// --------------------------------------------------------------------------------------------------
+// ---- From a reference ---------------------------------------------------------------------------
 
 ServantBase* POAInfo::reference_to_servant(CORBA::Object* reference, CORBA::Environment& ev) {
   constexpr const char* not_active = "POAInfo::reference_to_servant [PortableServer::POA::ObjectNotActive.]";
@@ -243,8 +240,7 @@ ObjectId* POAInfo::reference_to_id(CORBA::Object* reference, CORBA::Environment&
       [&] { return id_of_reference(reference, ev); });
 }
 
-// ---- From an id
-// --------------------------------------------------------------------------------------------------------
+// ---- From an id ---------------------------------------------------------------------------------
 
 ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev) {
   constexpr const char* not_active = "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]";

@@ -10,8 +10,7 @@
 using CORBA::ULong;
 using PortableServer::ObjectId;
 
-// ---- System ids
-// ----------------------------------------------------------------------------------------------------
+// ---- System ids ---------------------------------------------------------------------------------
 
 SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& now) {
   const bool moved =
@@ -100,8 +99,7 @@ ObjectId* POAInfo::genSystemId() {
   return oid.release();
 }
 
-// ---- Writing reference data
-// ----------------------------------------------------------------------------------------
+// ---- Writing reference data ---------------------------------------------------------------------
 
 namespace {
 
@@ -160,8 +158,7 @@ bool POAInfo::createPOAReferenceData(CORBA_sequence_octet* referenceData,
   return out.finish();
 }
 
-// ---- Making references
-// ---------------------------------------------------------------------------------------------
+// ---- Making references --------------------------------------------------------------------------
 
 namespace {
 
@@ -214,8 +211,7 @@ CORBA::Object* POAInfo::POACreateReference(const ObjectId& oid, const char* intf
   });
 }
 
-// ---- Reading reference data
-// ----------------------------------------------------------------------------------------
+// ---- Reading reference data ---------------------------------------------------------------------
 
 bool ReferenceDataView::parse(const unsigned char* data, ULong length) {
   const auto* octets = reinterpret_cast<const char*>(data);
@@ -264,8 +260,7 @@ int checkEmptyReferenceData(CORBA::Object* reference) {
   return empty;
 }
 
-// ---- Copies
-// --------------------------------------------------------------------------------------------------------
+// ---- Copies -------------------------------------------------------------------------------------
 
 ObjectId* PortableServer::ObjectId_duplicate(const ObjectId* oid, CORBA::Environment&) {
   return oid ? make_oid(oid_view(*oid)) : nullptr;

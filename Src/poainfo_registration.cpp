@@ -58,8 +58,7 @@ bool same_text(const char* a, const char* b) { return a == b || std::strcmp(a, b
 
 }  // namespace
 
-// ---- The table
-// -----------------------------------------------------------------------------------------------------
+// ---- The table ----------------------------------------------------------------------------------
 
 ZRImplementationDef* FindImplementationDef(const char* impl_id) {
   std::lock_guard lock(registration_mutex());
@@ -85,8 +84,7 @@ void clear_implementation_table() {
   for (ZRImplementationDef& entry : implDef_cache) entry = {};
 }
 
-// ---- Interface by interface
-// ----------------------------------------------------------------------------------------
+// ---- Interface by interface ---------------------------------------------------------------------
 
 namespace {
 
@@ -129,8 +127,7 @@ void POAInfo::POA_impl_is_ready(PortableServer::ServantBase* servant, const Port
   register_interface(intf, name, _ev);
 }
 
-// ---- The whole process
-// ---------------------------------------------------------------------------------------------
+// ---- The whole process --------------------------------------------------------------------------
 
 namespace {
 

@@ -9,15 +9,13 @@
 
 namespace PortableServer {
 
-// ---- Construction
-// --------------------------------------------------------------------------------------------------
+// ---- Construction -------------------------------------------------------------------------------
 
 ServantBase::ServantBase() = default;
 ServantBase::ServantBase(const ServantBase&) : CORBA::Allocated() {}
 ServantBase& ServantBase::operator=(const ServantBase&) { return *this; }
 
-// ---- Standard operations
-// -------------------------------------------------------------------------------------------
+// ---- Standard operations ------------------------------------------------------------------------
 
 POA* ServantBase::_default_POA() { return nullptr; }
 
@@ -43,8 +41,7 @@ void ServantBase::_add_ref() {}
 void ServantBase::_remove_ref() {}
 const char* ServantBase::_primary_interface(const ObjectId&, POA*, CORBA::Environment&) { return _intf; }
 
-// ---- Counters
-// ------------------------------------------------------------------------------------------------------
+// ---- Counters -----------------------------------------------------------------------------------
 
 void ServantBase::add_ref_counter() {
   MutexGuard guard(poa_svt_ref_counter_mutex);
@@ -73,8 +70,7 @@ void ServantAccess::release(ServantBase& s) {
   s.add_delete_list();
 }
 
-// ---- Deferred deletion
-// ---------------------------------------------------------------------------------------------
+// ---- Deferred deletion --------------------------------------------------------------------------
 
 void ServantBase::add_delete_list() {
   POA_TRACE("ServantBase::add_delete_list called...");
@@ -110,8 +106,7 @@ void ServantBase::servant_delete() {
   POA_TRACE("ServantBase::servant_delete end...");
 }
 
-// ---- Lifespan
-// ------------------------------------------------------------------------------------------------------
+// ---- Lifespan -----------------------------------------------------------------------------------
 
 namespace {
 
@@ -145,8 +140,7 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
   POA_TRACE("ServantBase::set_timer end...");
 }
 
-// ---- Requests that every servant serves
-// ----------------------------------------------------------------------------
+// ---- Requests that every servant serves ---------------------------------------------------------
 
 namespace {
 
@@ -237,8 +231,7 @@ CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::
   return operation ? (this->*operation->skeleton)(request, nullptr, type, response_expected, nullptr) : 0;
 }
 
-// ---- Derived bases
-// -------------------------------------------------------------------------------------------------
+// ---- Derived bases ------------------------------------------------------------------------------
 
 RefCountServantBase::RefCountServantBase() = default;
 RefCountServantBase::RefCountServantBase(const RefCountServantBase& other) : ServantBase(other) {}

@@ -108,8 +108,7 @@ void unbind(CORBA::Object& reference, void* orb) {
 
 }  // namespace
 
-// ---- One reference
-// -------------------------------------------------------------------------------------------------
+// ---- One reference ------------------------------------------------------------------------------
 
 CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
   POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
@@ -184,8 +183,7 @@ void ServantAccess::withdraw_reference(ServantBase& s, POA* poa, const ObjectId&
   s.clear_ObjectReference(poa, &oid);
 }
 
-// ---- All references
-// ------------------------------------------------------------------------------------------------
+// ---- All references -----------------------------------------------------------------------------
 
 std::vector<ServantReference> ServantAccess::list_references(const ServantBase& s) {
   std::vector<ServantReference> list;

@@ -1,4 +1,5 @@
-// An owned, growing run of octets on malloc, so that CDR streams and messages can hand it over without a copy.
+// An owned, growing run of octets on malloc, so that CDR streams and messages can hand it over without a
+// copy.
 #pragma once
 
 #include <cstdlib>
@@ -12,7 +13,9 @@ class Buffer {
  public:
   Buffer() = default;
   Buffer(Buffer&& o) noexcept
-      : data_(std::exchange(o.data_, nullptr)), size_(std::exchange(o.size_, 0)), capacity_(std::exchange(o.capacity_, 0)) {}
+      : data_(std::exchange(o.data_, nullptr)),
+        size_(std::exchange(o.size_, 0)),
+        capacity_(std::exchange(o.capacity_, 0)) {}
   Buffer& operator=(Buffer&& o) noexcept {
     std::swap(data_, o.data_);
     std::swap(size_, o.size_);

@@ -44,8 +44,7 @@ bool wait_writable(int fd, Clock::time_point deadline) {
 
 }  // namespace
 
-// ---- TargetCache
-// ---------------------------------------------------------------------------------------------------------
+// ---- TargetCache ----
 
 Ref<Reference> TargetCache::find(std::string_view key) {
   for (std::size_t i = 0; i < targets_.size(); ++i) {
@@ -63,8 +62,7 @@ Ref<Reference> TargetCache::find(std::string_view key) {
 
 void TargetCache::clear() { targets_.fill({}); }
 
-// ---- PeerAddress
-// ---------------------------------------------------------------------------------------------------------
+// ---- PeerAddress ----
 
 PeerAddress PeerAddress::of(const sockaddr_storage& from) {
   PeerAddress peer;
@@ -87,8 +85,7 @@ std::string PeerAddress::text() const {
   return (ipv6 ? "[" + std::string(text) + "]" : std::string(text)) + ":" + std::to_string(port);
 }
 
-// ---- Counting
-// --------------------------------------------------------------------------------------------------------------
+// ---- Counting ----
 
 Connection::Connection(ConnectionPool* pool) : pool_(pool), assembler_(pool->options().max_message) {}
 
@@ -109,8 +106,8 @@ void Connection::open(int fd, const PeerAddress& peer) {
   peer_ = peer;
   minor = 0;
   served = drained_ = false;
-  calls_in_turn = 0;
-  calls_wanted = first_calls_wanted;
+  calls_in_turn_ = 0;
+  calls_wanted_ = least_calls;
   hung_up_ = broken_ = false;
   in_line = false;
   reading_ = Idle;
@@ -120,8 +117,7 @@ void Connection::open(int fd, const PeerAddress& peer) {
   count_.store(1, std::memory_order_release);
 }
 
-// ---- Reading
-// ---------------------------------------------------------------------------------------------------------------
+// ---- Reading ----
 
 bool Connection::begin_read(bool hung_up) {
   if (hung_up) hung_up_.store(true, std::memory_order_relaxed);
@@ -167,8 +163,18 @@ Connection::Input Connection::receive_with(int flags) {
   return Input::Octets;
 }
 
-// ---- Sending
-// ---------------------------------------------------------------------------------------------------------------
+bool Connection::count_call() {
+  calls_in_turn_ = more_input() ? 0 : calls_in_turn_ + 1;
+  return calls_in_turn_ >= calls_wanted_;
+}
+
+void Connection::paused() {
+  const bool worth_it = calls_in_turn_ / 4 >= calls_wanted_;
+  calls_wanted_ = worth_it ? least_calls : std::min(calls_wanted_ * 2, most_calls);
+  calls_in_turn_ = 0;
+}
+
+// ---- Sending ----
 
 void Connection::send(unsigned char* message, std::size_t length) {
   std::unique_lock lock(out_mutex_);
@@ -254,8 +260,7 @@ bool Connection::write_all(std::vector<iovec>* parts) {
   return true;
 }
 
-// ---- End
-// ---------------------------------------------------------------------------------------------------------------------
+// ---- End ----
 
 void Connection::failed(const char* what) {
   if (what && !broken()) OM_log("%s %s: connection closed", peer_.text().c_str(), what);
@@ -283,8 +288,7 @@ void Connection::say_goodbye(const unsigned char* message, std::size_t length) {
   }
 }
 
-// ---- ConnectionPool
-// ----------------------------------------------------------------------------------------------------------
+// ---- ConnectionPool ----
 
 ConnectionPool::~ConnectionPool() {
   for (auto& connection : all_)

@@ -59,8 +59,7 @@ class Connection {
   int fd() const { return fd_; }
   const PeerAddress& peer() const { return peer_; }
 
-  // ---- Reading: one thread owns it at a time
-  // -----------------------------------------------------------------------
+  // ---- Reading: one thread owns it at a time ----
 
   /// An event came. True: the caller owns reading now. False: another thread does, and will look again.
   bool begin_read(bool hung_up);
@@ -78,17 +77,18 @@ class Connection {
   bool more_input() const { return !drained_ || assembler_.more(); }
 
   // The reader's own:
+  /// Counts a request. True when the client seems to call and wait, again and again: a thread should stay
+  /// with it.
+  bool count_call();
+  /// The client paused: it takes more calls until a thread stays again, unless staying was worth it.
+  void paused();
   Assembler& assembler() { return assembler_; }
   TargetCache& targets() { return targets_; }
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
-  uint32_t calls_in_turn = 0;        // requests that came alone, each after the reply to the one before
-  uint32_t calls_wanted = first_calls_wanted;  // so many before a thread stays
-  static constexpr uint32_t first_calls_wanted = 16;
 
-  // ---- Sending: any thread, whole messages
-  // --------------------------------------------------------------------------
+  // ---- Sending: any thread, whole messages ----
 
   /// Sends a message (its header may be changed), in fragments where it is long. Waits for a slow peer, at
   /// most until the limit for that; then the connection is broken.
@@ -98,8 +98,7 @@ class Connection {
   /// Sends what was kept; waits as send() does.
   void flush();
 
-  // ---- End
-  // --------------------------------------------------------------------------------------------------------------
+  // ---- End ----
 
   /// Ends the connection as far as others see it; the reader gets an event and finishes it.
   void break_off();
@@ -135,6 +134,10 @@ class Connection {
   std::atomic<uint8_t> reading_{Idle};
   std::atomic<bool> hung_up_{false};  // the end of input is near: read until it is seen
   bool drained_ = false;              // the reader's own
+  static constexpr uint32_t least_calls = 16, most_calls = 4096;
+  uint32_t calls_in_turn_ =
+      0;  // the reader's own: requests that came alone, after the reply to the one before
+  uint32_t calls_wanted_ = least_calls;
   Assembler assembler_;
   TargetCache targets_;
 

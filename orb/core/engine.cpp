@@ -19,16 +19,8 @@ constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection
 constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
 
 constexpr std::size_t most_seats = 16;
-constexpr uint32_t most_calls_wanted = 4096;
 
 thread_local unsigned upcalls = 0;
-
-/// Whether the client seems to wait for each reply before it calls again, so that a thread should stay with
-/// it.
-bool comes_alone(Connection& connection) {
-  connection.calls_in_turn = connection.more_input() ? 0 : connection.calls_in_turn + 1;
-  return connection.calls_in_turn >= connection.calls_wanted;
-}
 
 void reuse(Buffer* kept, Buffer* used) {
   used->clear();
@@ -42,8 +34,7 @@ Upcall::Upcall() { ++upcalls; }
 Upcall::~Upcall() { --upcalls; }
 bool Upcall::running() { return upcalls != 0; }
 
-// ---- Start
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Start ----
 
 Engine::Engine(uint32_t slots) : slots_(slots), seats_(std::min<std::size_t>(slots, most_seats)) {}
 
@@ -84,8 +75,7 @@ bool Engine::add(int fd, const PeerAddress& peer) {
   return false;
 }
 
-// ---- The thread's round
-// -----------------------------------------------------------------------------------------------------
+// ---- The thread's round ----
 
 void Engine::work() {
   Worker worker;
@@ -126,8 +116,7 @@ void Engine::wait_for_event(Worker& worker, bool block) {
   if (worker.may_stay) stay(worker, counted);
 }
 
-// ---- Staying with a connection
-// --------------------------------------------------------------------------------------------
+// ---- Staying with a connection ----
 
 void Engine::stay(Worker& worker, const Ref<Connection>& connection) {
   if (worker.has_slot) run_jobs(worker);
@@ -153,8 +142,7 @@ bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Sea
     if (connection->begin_read(false)) return true;
     return watch_input(*connection, true), false;  // another thread reads it now
   }
-  connection->calls_wanted = std::min(connection->calls_wanted * 2, most_calls_wanted);
-  connection->calls_in_turn = 0;
+  connection->paused();
   watch_input(*connection, true);
   pass_on(connection);
   return false;
@@ -242,7 +230,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   }
   if (try_run_now(request)) {
     worker.has_slot = true;
-    worker.may_stay = comes_alone(*request.connection);
+    worker.may_stay = request.connection->count_call();
     pass_on(request.connection);
     run(worker, request);
     return Next::Leave;
@@ -291,8 +279,7 @@ bool Engine::cancel(Worker& worker, const Ref<Connection>& connection) {
   return true;
 }
 
-// ---- Reading, handed on
-// -----------------------------------------------------------------------------------------------------
+// ---- Reading, handed on ----
 
 void Engine::pass_on(const Ref<Connection>& connection) {
   if (connection->more_input() || !connection->end_read()) push_ready(connection);
@@ -330,8 +317,7 @@ void Engine::wake() {
   if (::write(wake_, &one, sizeof one) < 0) wake_pending_.store(false);
 }
 
-// ---- Slots and jobs
-// ---------------------------------------------------------------------------------------------------------
+// ---- Slots and jobs ----
 
 bool Engine::enter() {
   uint32_t running = running_.load(std::memory_order_relaxed);
@@ -480,8 +466,7 @@ QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32
   return taken;
 }
 
-// ---- Calls of this process
-// --------------------------------------------------------------------------------------------------
+// ---- Calls of this process ----
 
 const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
   thread_local TargetCache targets;
@@ -531,8 +516,7 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
   return call.error;
 }
 
-// ---- Answers that must not wait
-// ---------------------------------------------------------------------------------------------
+// ---- Answers that must not wait ----
 
 void Engine::refuse(Worker& worker, ServerRequest& request, const char* exception) {
   if (request.waiter) return request.waiter->finish({}, exception);
@@ -569,8 +553,7 @@ void Engine::lose(const Ref<Connection>& connection) {
   connection->drop();
 }
 
-// ---- The end
-// ------------------------------------------------------------------------------------------------------------------
+// ---- The end ----
 
 void Engine::stop(Clock::time_point deadline) {
   queue_group().deliver_to(nullptr);

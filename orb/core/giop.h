@@ -32,7 +32,8 @@ struct Header {
   uint32_t size = 0;  // of the body
 };
 
-/// Reads a header from 12 octets. Null on success; else what is wrong with it ("magic", "version", "type", "length").
+/// Reads a header from 12 octets. Null on success; else what is wrong with it ("magic", "version", "type",
+/// "length").
 const char* read_header(const unsigned char* octets, uint32_t max_message, Header* header);
 
 /// True when this machine's byte order is not the message's.
@@ -42,16 +43,17 @@ bool needs_swap(const Header& header);
 struct RequestHead {
   uint32_t id = 0;
   bool response_expected = false;
-  std::string_view key;       // object key; empty when the address names no IIOP profile
-  const char* operation = ""; // NUL-terminated in place; "" for a locate request
+  std::string_view key;        // object key; empty when the address names no IIOP profile
+  const char* operation = "";  // NUL-terminated in place; "" for a locate request
 };
 
-/// `cdr` stands at the body's start (in_base = start of the whole message, so that alignment is right); afterwards it stands at
-/// the arguments. False when malformed.
+/// `cdr` stands at the body's start (in_base = start of the whole message, so that alignment is right);
+/// afterwards it stands at the arguments. False when malformed.
 bool read_request(CDR* cdr, uint8_t minor, RequestHead* head);
 bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head);
 
-/// A reply's head; `status` is a ZR_REPLY_... value, or 4 (LOC_FORWARD_PERM) and 5 (NEEDS_ADDRESSING_MODE) of 1.2.
+/// A reply's head; `status` is a ZR_REPLY_... value, or 4 (LOC_FORWARD_PERM) and 5 (NEEDS_ADDRESSING_MODE)
+/// of 1.2.
 struct ReplyHead {
   uint32_t id = 0;
   uint32_t status = 0;
@@ -59,8 +61,9 @@ struct ReplyHead {
 bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
 bool read_locate_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
 
-/// Start a message in an empty encoding stream: the GIOP header (size 0 for now, this machine's byte order) and the message's own head.
-/// With 1.2 the body is aligned to 8 by `align_body`, called once before its first octet is written.
+/// Start a message in an empty encoding stream: the GIOP header (size 0 for now, this machine's byte order)
+/// and the message's own head. With 1.2 the body is aligned to 8 by `align_body`, called once before its
+/// first octet is written.
 bool begin_message(CDR* cdr, uint8_t minor, Type type);
 bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
                    std::string_view operation);

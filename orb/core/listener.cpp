@@ -36,8 +36,7 @@ std::string host_for_wildcard(bool ipv6) {
 
 }  // namespace
 
-// ---- Opening
-// ----------------------------------------------------------------------------------------------------------------
+// ---- Opening ----
 
 std::string Listener::open(const std::vector<Endpoint>& wanted) {
   tcp::resolver resolver(context_);
@@ -92,8 +91,7 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
   return all;
 }
 
-// ---- Accepting
-// --------------------------------------------------------------------------------------------------------------
+// ---- Accepting ----
 
 void Listener::start() {
   for (Door& door : doors_) wait(door);
@@ -137,8 +135,7 @@ void Listener::accept_later(Door& door, int error) {
   });
 }
 
-// ---- The tick
-// ---------------------------------------------------------------------------------------------------------------
+// ---- The tick ----
 
 void Ticker::start(std::chrono::milliseconds period) {
   state_ = std::make_shared<State>();

@@ -10,20 +10,21 @@
 namespace zrsv {
 
 struct Options {
-  std::vector<Endpoint> listen;        // -ORBListen HOST:PORT (repeatable; port 0 = any); empty: loopback, any port
-  std::vector<Endpoint> publish;       // -ORBPublish HOST[:PORT] (repeatable; no port = the port listened on)
-  uint32_t threads = 0;                // -ORBThreads N: requests run at once; 0: chosen from the cores, at least 4
-  uint32_t queue = 1024;               // -ORBQueue N: requests that may wait, for a thread and while held, each
-  uint32_t max_message = 128u << 20;   // -ORBMaxMessage OCTETS
-  uint32_t fragment_size = 4u << 20;   // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
-  uint32_t max_connections = 0;        // -ORBMaxConnections N; 0 = as many as there are descriptors
-  uint32_t timeout_ms = 60'000;        // -ORBTimeout MS: a call's time limit; 0 = none
-  uint32_t shutdown_timeout_ms = 5'000;// -ORBShutdownTimeout MS: how long running requests may go on
-  uint32_t tick_ms = 1'000;            // -ORBTick MS: the lifespan tick
-  uint32_t giop_minor = 2;             // -ORBGIOPVersion 1.0|1.1|1.2: the highest that calls use
-  std::string impl_repository;         // -ORBImplRepository FILE: one implementation name a line
-  bool client_info = true;             // -ORBClientInfo 0|1
-  bool in_process = true;              // -ORBInProcess 0|1: calls to this process's own objects skip the socket
+  std::vector<Endpoint> listen;  // -ORBListen HOST:PORT (repeatable; port 0 = any); empty: loopback, any port
+  std::vector<Endpoint> publish;  // -ORBPublish HOST[:PORT] (repeatable; no port = the port listened on)
+  uint32_t threads = 0;           // -ORBThreads N: requests run at once; 0: chosen from the cores, at least 4
+  uint32_t queue = 1024;          // -ORBQueue N: requests that may wait, for a thread and while held, each
+  uint32_t max_message = 128u << 20;  // -ORBMaxMessage OCTETS
+  uint32_t fragment_size =
+      4u << 20;                  // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
+  uint32_t max_connections = 0;  // -ORBMaxConnections N; 0 = as many as there are descriptors
+  uint32_t timeout_ms = 60'000;  // -ORBTimeout MS: a call's time limit; 0 = none
+  uint32_t shutdown_timeout_ms = 5'000;  // -ORBShutdownTimeout MS: how long running requests may go on
+  uint32_t tick_ms = 1'000;              // -ORBTick MS: the lifespan tick
+  uint32_t giop_minor = 2;               // -ORBGIOPVersion 1.0|1.1|1.2: the highest that calls use
+  std::string impl_repository;           // -ORBImplRepository FILE: one implementation name a line
+  bool client_info = true;               // -ORBClientInfo 0|1
+  bool in_process = true;  // -ORBInProcess 0|1: calls to this process's own objects skip the socket
 };
 
 /// The options in force; set by the first CORBA_ORB_init, read by anyone afterwards.

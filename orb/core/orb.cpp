@@ -43,8 +43,7 @@ Orb& orb() {
   return *one;
 }
 
-// ---- Uses
-// -------------------------------------------------------------------------------------------------------------------
+// ---- Uses ----
 
 std::string Orb::init(int* argc, char** argv) {
   Options wanted;
@@ -79,8 +78,7 @@ void Orb::destroy(CORBA_Environment* env) {
   uses_ = 0;
 }
 
-// ---- Initial references, start
-// ------------------------------------------------------------------------------------------------
+// ---- Initial references, start ----
 
 Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* env) {
   {
@@ -160,8 +158,7 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
   return true;
 }
 
-// ---- Serving, end
-// -------------------------------------------------------------------------------------------------------------
+// ---- Serving, end ----
 
 void Orb::run(CORBA_Environment* env) {
   if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");

@@ -72,16 +72,18 @@ struct Endpoint {
   bool operator==(const Endpoint&) const = default;
 };
 
-/// One object reference: immutable, but for the forward that calls on it follow. A local reference is one whose key this process
-/// minted or accepted; it has no profiles of its own: they are written from the published end points each time it leaves the process.
+/// One object reference: immutable, but for the forward that calls on it follow. A local reference is one
+/// whose key this process minted or accepted; it has no profiles of its own: they are written from the
+/// published end points each time it leaves the process.
 class Reference {
  public:
   /// Null when a part is too long for the key layout.
   static Ref<Reference> make_local(std::string_view impl, std::string_view intf, std::string_view data);
-  /// The local reference that a key names; null when this kind of server never minted such a key, or it is damaged.
+  /// The local reference that a key names; null when this kind of server never minted such a key, or it is
+  /// damaged.
   static Ref<Reference> from_key(std::string_view key);
-  /// A reference of another server (or of this one: it turns local when its key is ours and a profile names a published end point).
-  /// Null when an IIOP profile is malformed.
+  /// A reference of another server (or of this one: it turns local when its key is ours and a profile names a
+  /// published end point). Null when an IIOP profile is malformed.
   static Ref<Reference> from_profiles(std::string type_id, std::vector<Tagged> profiles);
 
   void add_ref() { count_.fetch_add(1, std::memory_order_relaxed); }
@@ -90,11 +92,13 @@ class Reference {
   }
 
   bool is_local() const { return local_; }
-  /// True when the object is one of the broker's own (its implementation name is an interface id): it names no POA path.
+  /// True when the object is one of the broker's own (its implementation name is an interface id): it names
+  /// no POA path.
   bool is_internal() const { return impl_.starts_with("IDL:"); }
   const std::string& type_id() const { return type_id_; }
   const std::string& key() const { return key_; }
-  /// Parts of a local reference's key, views into key(); NUL-terminated copies of the names are impl_name() and intf_name().
+  /// Parts of a local reference's key, views into key(); NUL-terminated copies of the names are impl_name()
+  /// and intf_name().
   std::string_view data() const { return data_; }
   const std::string& impl_name() const { return impl_; }
   const std::string& intf_name() const { return intf_; }
@@ -116,7 +120,8 @@ class Reference {
  private:
   Reference() = default;
   ~Reference() = default;
-  /// A local reference of that key; null when the key is not one of ours. An empty type id becomes the key's interface id.
+  /// A local reference of that key; null when the key is not one of ours. An empty type id becomes the key's
+  /// interface id.
   static Ref<Reference> adopt_key(std::string key, std::string type_id);
 
   std::atomic<uint32_t> count_{1};
@@ -134,19 +139,23 @@ class Reference {
 /// Handles of the C face.
 inline Reference* as_reference(void* handle) { return static_cast<Reference*>(handle); }
 
-/// CDR form of a reference (type id, profiles; null = nil). Writing a local one takes the published end points.
+/// CDR form of a reference (type id, profiles; null = nil). Writing a local one takes the published end
+/// points.
 bool write_reference(CDR* cdr, const Reference* reference);
 /// False on malformed octets; *out is null for the nil reference.
 bool read_reference(CDR* cdr, Ref<Reference>* out);
 
-/// End points published in references; set by the ORB when it opens its end points, before any other thread runs.
+/// End points published in references; set by the ORB when it opens its end points, before any other thread
+/// runs.
 const std::vector<Endpoint>& published_endpoints();
 void set_published_endpoints(std::vector<Endpoint> endpoints);
 
-/// Whether references can be bound (zrsv/reference.h). The ORB says false when it shuts down, which empties the table, and true when it is made.
+/// Whether references can be bound (zrsv/reference.h). The ORB says false when it shuts down, which empties
+/// the table, and true when it is made.
 void set_binding_open(bool open);
 
-/// Remembers the reason of this thread's last failed client-side call, for SetStdExReqLib. `id` is the short name ("TRANSIENT").
+/// Remembers the reason of this thread's last failed client-side call, for SetStdExReqLib. `id` is the short
+/// name ("TRANSIENT").
 void set_last_failure(const char* id, uint32_t minor = 0);
 
 /// Fills `env` with the system exception of that short name ("BAD_PARAM").

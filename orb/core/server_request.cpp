@@ -50,8 +50,7 @@ bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
          OM_cdr_unsigned_long(&request.cdr, &completed);
 }
 
-// ---- Where a request goes
-// -------------------------------------------------------------------------------------------------
+// ---- Where a request goes ----
 
 void call_adapter(ServerRequest& request) {
   if (!_call_cpp_) return answer_exception(request, "OBJ_ADAPTER");
@@ -133,8 +132,7 @@ void complete_reply(ServerRequest& request, uint32_t max_message) {
 
 }  // namespace
 
-// ---- The record
-// ------------------------------------------------------------------------------------------------------------
+// ---- The record ----
 
 void LocalCall::finish(Buffer message, const char* why) {
   {
@@ -181,8 +179,7 @@ const ServerRequest* running_request() { return running; }
 
 using namespace zrsv;
 
-// ---- Reply encoders
-// ---------------------------------------------------------------------------------------------------------
+// ---- Reply encoders ----
 
 unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t status) {
   return request && status <= ZR_REPLY_LOCATION_FORWARD && begin_reply(as_request(request), status);
@@ -198,8 +195,7 @@ unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const COR
   return put_text(&as_request(request).cdr, env->_id);
 }
 
-// ---- Client data
-// --------------------------------------------------------------------------------------------------------------
+// ---- Client data ----
 
 int OM_boa_lib_get_iswitch(void) { return options().client_info; }
 

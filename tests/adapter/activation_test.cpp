@@ -54,147 +54,102 @@ class Activation : public AdapterTest {
   CORBA::Environment env;
 };
 
-using Call = std::function<void(CORBA::Environment&)>;
-
-/// A call that fails: what it raises and the lines that it ends with.
-struct Failure {
-  Call call;
-  void (*expect)(const Call&);
-  std::vector<std::string> lines;
-};
-
-template <class E, CORBA::ULong Minor = 0x4B510007>
-void raises(const Call& call) {
-  expect_raised<E>(call, Minor);
-}
-
-void expect_failures(const std::vector<Failure>& rows) {
-  for (const Failure& row : rows) {
-    SCOPED_TRACE(row.lines.back());
-    TraceRecorder trace;
-    row.expect(row.call);
-    const auto lines = trace.lines();
-    ASSERT_GE(lines.size(), row.lines.size());
-    EXPECT_EQ(
-        std::vector<std::string>(lines.end() - static_cast<std::ptrdiff_t>(row.lines.size()), lines.end()),
-        row.lines);
-  }
-}
-
 }  // namespace
 
 TEST_F(Activation, Failures) {
-  const auto bad_param = raises<CORBA::BAD_PARAM>;
-  const auto wrong_policy = raises<POA::WrongPolicy>;
-  const auto not_active = raises<POA::ObjectNotActive>;
   user->activate_object_with_id(a, &servant, env);
   retain->activate_object_with_id(a, &servant, env);
   located->set_servant_manager(&locator, env);
-  expect_failures({
-      // activate_object
-      {[&](auto& ev) { user->activate_object(nullptr, ev); },
-       bad_param,
-       {"throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object [servant is null.]"}},
-      {[&](auto& ev) { located->activate_object(&second, ev); },
-       wrong_policy,
-       {"non_retain.. throw PortableServer::POA::WrongPolicy", "POAInfo::activate_object [wrong policy.]"}},
-      {[&](auto& ev) { user->activate_object(&second, ev); },
-       wrong_policy,
-       {"user_id.. throw PortableServer::POA::WrongPolicy", "POAInfo::activate_object [wrong policy.]"}},
-      {[&](auto& ev) { retain->activate_object(&servant, ev); },
-       raises<POA::ServantAlreadyActive>,
-       {"POAInfo::activate_object_with_id [already activate.]",
-        "throw PortableServer::POA::ServantAlreadyActive", "POAInfo::activate_object [already activate.]"}},
-      // activate_object_with_id
-      {[&](auto& ev) { located->activate_object_with_id(empty, nullptr, ev); },
-       bad_param,
-       {"id.length()<1 throw CORBA::StExcep::BAD_PARAM",
-        "POAInfo::activate_object_with_id [id length is invalid.]"}},
-      {[&](auto& ev) { located->activate_object_with_id(a, nullptr, ev); },
-       bad_param,
-       {"p_servant=NULL throw CORBA::StExcep::BAD_PARAM",
-        "POAInfo::activate_object_with_id [servant is null.]"}},
-      {[&](auto& ev) { located->activate_object_with_id(a, &second, ev); },
-       wrong_policy,
-       {"non_retain...  PortableServer::POA::WrongPolicy",
-        "POAInfo::activate_object_with_id [wrong policy.]"}},
-      {[&](auto& ev) { user->activate_object_with_id(b, &servant, ev); },
-       raises<POA::ServantAlreadyActive>,
-       {"ActiveObjectMap::findOidByServant end...[return oid]",
-        "POAInfo::activate_object_with_id [already activate.]"}},
-      {[&](auto& ev) { user->activate_object_with_id(a, &second, ev); },
-       raises<POA::ObjectAlreadyActive>,
-       {"already activated. throw PortableServer::POA::ObjectAlreadyActive",
-        "POAInfo::activate_object_with_id [already activate.]"}},
-      // deactivate_object
-      {[&](auto& ev) { located->deactivate_object(empty, ev); },
-       bad_param,
-       {"oid.length() < 1, throw CORBA::StExcep::BAD_PARAM", "POAInfo::deactivate_object [oid invalid.]"}},
-      {[&](auto& ev) { located->deactivate_object(a, ev); },
-       wrong_policy,
-       {"non_retain, throw PortableServer::POA::WrongPolicy", "POAInfo::deactivate_object [wrong policy.]"}},
-      {[&](auto& ev) { managed->deactivate_object(a, ev); },
-       not_active,
-       {"active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
-        "POAInfo::deactivate_object [activate_object_map is null.]"}},
-      {[&](auto& ev) { user->deactivate_object(b, ev); },
-       not_active,
-       {"servant == NULL, throw PortableServer::POA::ObjectNotActive",
-        "POAInfo::deactivate_object [servant is null.]"}},
-      // create_reference and create_reference_with_id
-      {[&](auto& ev) { user->create_reference(nullptr, ev); },
-       bad_param,
-       {"intf == NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::create_reference [intf is null.]"}},
-      {[&](auto& ev) { user->create_reference("IDL:x:1.0", ev); },
-       wrong_policy,
-       {"not system_id.. throw PortableServer::POA::WrongPolicy",
-        "POAInfo::create_reference [wrong policy.]"}},
-      {[&](auto& ev) { retain->create_reference_with_id(empty, nullptr, ev); },
-       bad_param,
-       {"intf=NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::create_reference_with_id [intf is null.]"}},
-      {[&](auto& ev) { retain->create_reference_with_id(empty, "IDL:x:1.0", ev); },
-       bad_param,
-       {"oid.length() < 1,throw CORBA::StExcep::BAD_PARAM",
-        "POAInfo::create_reference_with_id [oid is invalid.]"}},
-      {[&](auto& ev) { retain->create_reference_with_id(a, "IDL:x:1.0", ev); },
-       wrong_policy,
-       {"system_id.. throw PortableServer::POA::WrongPolicy",
-        "POAInfo::create_reference_with_id [wrong policy.]"}},
-      {[&](auto& ev) { user->create_reference_with_id(oid_of(std::string(2056, 'x')), "IDL:x:1.0", ev); },
-       bad_param,
-       {"POAInfo::POACreateReference [createPOAReferenceData.]",
-        "POAInfo::POACreateReference [other exception.]"}},
-      // servant managers
-      {[&](auto& ev) { user->get_servant_manager(ev); },
-       wrong_policy,
-       {"throw PortableServer::POA::WrongPolicy", "POAInfo::get_servant_manager [wrong policy.]"}},
-      {[&](auto& ev) { user->set_servant_manager(&activator, ev); },
-       wrong_policy,
-       {"throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant_manager [wrong policy.]"}},
-      {[&](auto& ev) { located->set_servant_manager(&locator, ev); },
-       raises<CORBA::BAD_INV_ORDER, 0x4B510303>,
-       {"POAInfo::set_servant_manager [BAD_INV_ORDER.]"}},
-      {[&](auto& ev) { managed->set_servant_manager(&locator, ev); },
-       bad_param,
-       {"retain. throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant_manager [BAD_PARAM.]"}},
-      {[&](auto& ev) { make(NON_RETAIN, USE_SERVANT_MANAGER)->set_servant_manager(&activator, ev); },
-       bad_param,
-       {"non_retain. throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant_manager [BAD_PARAM.]"}},
-      // default servants
-      {[&](auto& ev) { retain->get_servant(ev); },
-       wrong_policy,
-       {"non_retain.\tPortableServer::POA::WrongPolicy", "POAInfo::get_servant [wrong policy.]"}},
-      {[&](auto& ev) { defaulted->get_servant(ev); },
-       raises<POA::NoServant>,
-       {"non_retain.\tPortableServer::POA::NoServant", "POAInfo::get_servant [default servant is null.]"}},
-      {[&](auto& ev) { retain->set_servant(&servant, ev); },
-       wrong_policy,
-       {"throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant [wrong policy.]"}},
-  });
+
+  // activate_object
+  refused<CORBA::BAD_PARAM>("throw CORBA::StExcep::BAD_PARAM", "POAInfo::activate_object [servant is null.]",
+                            [&](auto& ev) { user->activate_object(nullptr, ev); });
+  refused<POA::WrongPolicy>("non_retain.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object [wrong policy.]",
+                            [&](auto& ev) { located->activate_object(&second, ev); });
+  refused<POA::WrongPolicy>("user_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object [wrong policy.]",
+                            [&](auto& ev) { user->activate_object(&second, ev); });
+  refused<POA::ServantAlreadyActive>("throw PortableServer::POA::ServantAlreadyActive",
+                                     "POAInfo::activate_object [already activate.]",
+                                     [&](auto& ev) { retain->activate_object(&servant, ev); });
+  // activate_object_with_id
+  refused<CORBA::BAD_PARAM>("id.length()<1 throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object_with_id [id length is invalid.]",
+                            [&](auto& ev) { located->activate_object_with_id(empty, nullptr, ev); });
+  refused<CORBA::BAD_PARAM>("p_servant=NULL throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object_with_id [servant is null.]",
+                            [&](auto& ev) { located->activate_object_with_id(a, nullptr, ev); });
+  refused<POA::WrongPolicy>("non_retain...  PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object_with_id [wrong policy.]",
+                            [&](auto& ev) { located->activate_object_with_id(a, &second, ev); });
+  refused<POA::ServantAlreadyActive>("ActiveObjectMap::findOidByServant end...[return oid]",
+                                     "POAInfo::activate_object_with_id [already activate.]",
+                                     [&](auto& ev) { user->activate_object_with_id(b, &servant, ev); });
+  refused<POA::ObjectAlreadyActive>("already activated. throw PortableServer::POA::ObjectAlreadyActive",
+                                    "POAInfo::activate_object_with_id [already activate.]",
+                                    [&](auto& ev) { user->activate_object_with_id(a, &second, ev); });
+  // deactivate_object
+  refused<CORBA::BAD_PARAM>("oid.length() < 1, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::deactivate_object [oid invalid.]",
+                            [&](auto& ev) { located->deactivate_object(empty, ev); });
+  refused<POA::WrongPolicy>("non_retain, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::deactivate_object [wrong policy.]",
+                            [&](auto& ev) { located->deactivate_object(a, ev); });
+  refused<POA::ObjectNotActive>("active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::deactivate_object [activate_object_map is null.]",
+                                [&](auto& ev) { managed->deactivate_object(a, ev); });
+  refused<POA::ObjectNotActive>("servant == NULL, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::deactivate_object [servant is null.]",
+                                [&](auto& ev) { user->deactivate_object(b, ev); });
+  // create_reference and create_reference_with_id
+  refused<CORBA::BAD_PARAM>("intf == NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference [intf is null.]",
+                            [&](auto& ev) { user->create_reference(nullptr, ev); });
+  refused<POA::WrongPolicy>("not system_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::create_reference [wrong policy.]",
+                            [&](auto& ev) { user->create_reference("IDL:x:1.0", ev); });
+  refused<CORBA::BAD_PARAM>("intf=NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference_with_id [intf is null.]",
+                            [&](auto& ev) { retain->create_reference_with_id(empty, nullptr, ev); });
+  refused<CORBA::BAD_PARAM>("oid.length() < 1,throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::create_reference_with_id [oid is invalid.]",
+                            [&](auto& ev) { retain->create_reference_with_id(empty, "IDL:x:1.0", ev); });
+  refused<POA::WrongPolicy>("system_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::create_reference_with_id [wrong policy.]",
+                            [&](auto& ev) { retain->create_reference_with_id(a, "IDL:x:1.0", ev); });
+  refused<CORBA::BAD_PARAM>("POAInfo::POACreateReference [createPOAReferenceData.]",
+                            "POAInfo::POACreateReference [other exception.]", [&](auto& ev) {
+                              user->create_reference_with_id(oid_of(std::string(2056, 'x')), "IDL:x:1.0", ev);
+                            });
+  // servant managers
+  refused<POA::WrongPolicy>("throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::get_servant_manager [wrong policy.]",
+                            [&](auto& ev) { user->get_servant_manager(ev); });
+  refused<POA::WrongPolicy>("throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::set_servant_manager [wrong policy.]",
+                            [&](auto& ev) { user->set_servant_manager(&activator, ev); });
+  refused<CORBA::BAD_INV_ORDER, 0x4B510303>(nullptr, "POAInfo::set_servant_manager [BAD_INV_ORDER.]",
+                                            [&](auto& ev) { located->set_servant_manager(&locator, ev); });
+  refused<CORBA::BAD_PARAM>("retain. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::set_servant_manager [BAD_PARAM.]",
+                            [&](auto& ev) { managed->set_servant_manager(&locator, ev); });
+  refused<CORBA::BAD_PARAM>(
+      "non_retain. throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant_manager [BAD_PARAM.]",
+      [&](auto& ev) { make(NON_RETAIN, USE_SERVANT_MANAGER)->set_servant_manager(&activator, ev); });
+  // default servants
+  refused<POA::WrongPolicy>("non_retain.\tPortableServer::POA::WrongPolicy",
+                            "POAInfo::get_servant [wrong policy.]",
+                            [&](auto& ev) { retain->get_servant(ev); });
+  refused<POA::NoServant>("non_retain.\tPortableServer::POA::NoServant",
+                          "POAInfo::get_servant [default servant is null.]",
+                          [&](auto& ev) { defaulted->get_servant(ev); });
+  refused<POA::WrongPolicy>("throw PortableServer::POA::WrongPolicy", "POAInfo::set_servant [wrong policy.]",
+                            [&](auto& ev) { retain->set_servant(&servant, ev); });
   located->servant_retention_policy = 99;
-  expect_failures({{[&](auto& ev) { located->get_servant_manager(ev); },
-                    raises<CORBA::OBJ_ADAPTER, 0x4B510302>,
-                    {"throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::get_servant_manager [OBJ_ADAPTER.]"}}});
+  refused<CORBA::OBJ_ADAPTER, 0x4B510302>("throw CORBA::StExcep::OBJ_ADAPTER",
+                                          "POAInfo::get_servant_manager [OBJ_ADAPTER.]",
+                                          [&](auto& ev) { located->get_servant_manager(ev); });
 }
 
 TEST_F(Activation, AnActivatedObjectHasItsIdUntilItIsDeactivated) {
@@ -283,106 +238,95 @@ TEST_F(Activation, TheServantManagerIsSetOnce) {
       ++set;
     } catch (const CORBA::BAD_INV_ORDER& e) {
       EXPECT_EQ(e.minor(), 0x4B510303u);
-    }
-  });
-  EXPECT_EQ(set, 1);
-  EXPECT_EQ(poa->get_servant_manager(env), &activator);
+    };
+    EXPECT_EQ(set, 1);
+    EXPECT_EQ(poa->get_servant_manager(env), &activator);
 }
 
 TEST_F(Activation, TheDefaultServantHasAnIdAsLongAsItIsInstalled) {
-  defaulted->set_servant(&servant, env);
-  const auto first = defaulted->default_oid();
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(ServantAccess::default_count(servant), 1u);
-  TraceRecorder trace;
-  defaulted->set_servant(&servant, env);
-  EXPECT_EQ(trace.lines().size(), 1u);  // no end
-  EXPECT_EQ(defaulted->default_oid(), first);
-  defaulted->set_servant(&second, env);
-  EXPECT_EQ(trace.lines().back(), "POAInfo::set_servant end...");
-  EXPECT_EQ(defaulted->get_servant(env), &second);
-  EXPECT_FALSE(oid_is_equivalent(*defaulted->default_oid(), *first));
-  EXPECT_EQ(ServantAccess::default_count(servant), 0u);
-  defaulted->set_servant(nullptr, env);
-  EXPECT_EQ(defaulted->default_oid(), nullptr);
-  EXPECT_EQ(ServantAccess::default_count(second), 0u);
-  expect_raised<POA::NoServant>([&](auto& ev) { defaulted->get_servant(ev); });
-}
-
-TEST_F(Activation, DefaultServantsSetByManyThreads) {
-  run_together(4, [&](int i) {
-    CORBA::Environment own;
-    for (int n = 0; n < 100; ++n)
-      defaulted->set_servant((n + i) % 3 == 0 ? nullptr : i % 2 ? &servant : &second, own);
-  });
-  defaulted->set_servant(nullptr, env);
-  EXPECT_EQ(ServantAccess::default_count(servant) + ServantAccess::default_count(second), 0u);
+    defaulted->set_servant(&servant, env);
+    const auto first = defaulted->default_oid();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(ServantAccess::default_count(servant), 1u);
+    TraceRecorder trace;
+    defaulted->set_servant(&servant, env);
+    EXPECT_EQ(trace.lines().size(), 1u);  // no end
+    EXPECT_EQ(defaulted->default_oid(), first);
+    defaulted->set_servant(&second, env);
+    EXPECT_EQ(trace.lines().back(), "POAInfo::set_servant end...");
+    EXPECT_EQ(defaulted->get_servant(env), &second);
+    EXPECT_FALSE(oid_is_equivalent(*defaulted->default_oid(), *first));
+    EXPECT_EQ(ServantAccess::default_count(servant), 0u);
+    defaulted->set_servant(nullptr, env);
+    EXPECT_EQ(defaulted->default_oid(), nullptr);
+    EXPECT_EQ(ServantAccess::default_count(second), 0u);
+    expect_raised<POA::NoServant>([&](auto& ev) { defaulted->get_servant(ev); });
 }
 
 TEST_F(Activation, OneServantActivatedByManyThreadsIsActiveOnce) {
-  for (int round = 0; round < 25; ++round) {
-    const POAInfoPtr poa = make(USER_ID);
-    std::atomic<int> activated{0}, refused{0}, deactivated{0};
-    run_together(4, [&](int i) {
-      CORBA::Environment own;
-      try {
-        poa->activate_object_with_id(i % 2 ? a : b, &servant, own);
-        ++activated;
-      } catch (const POA::ServantAlreadyActive&) {
-        ++refused;
-      }
-    });
-    EXPECT_EQ(activated, 1);
-    EXPECT_EQ(refused, 3);
-    EXPECT_EQ(entries_of(*poa, servant), 1);
-    const ObjectId_var oid(poa->servant_to_id(&servant, env));
-    run_together(4, [&](int) {
-      CORBA::Environment own;
-      try {
-        poa->deactivate_object(oid.in(), own);
-        ++deactivated;
-      } catch (const POA::ObjectNotActive&) {
-      }
-    });
-    EXPECT_EQ(deactivated, 1);
-  }
+    for (int round = 0; round < 25; ++round) {
+      const POAInfoPtr poa = make(USER_ID);
+      std::atomic<int> activated{0}, refused{0}, deactivated{0};
+      run_together(4, [&](int i) {
+        CORBA::Environment own;
+        try {
+          poa->activate_object_with_id(i % 2 ? a : b, &servant, own);
+          ++activated;
+        } catch (const POA::ServantAlreadyActive&) {
+          ++refused;
+        }
+      });
+      EXPECT_EQ(activated, 1);
+      EXPECT_EQ(refused, 3);
+      EXPECT_EQ(entries_of(*poa, servant), 1);
+      const ObjectId_var oid(poa->servant_to_id(&servant, env));
+      run_together(4, [&](int) {
+        CORBA::Environment own;
+        try {
+          poa->deactivate_object(oid.in(), own);
+          ++deactivated;
+        } catch (const POA::ObjectNotActive&) {
+        }
+      });
+      EXPECT_EQ(deactivated, 1);
+    }
 }
 
 TEST_F(Activation, OneIdActivatedByManyThreadsHasOneServant) {
-  std::vector<PlainServant> servants(4);
-  std::atomic<int> activated{0};
-  run_together(4, [&](int i) {
-    CORBA::Environment own;
-    try {
-      user->activate_object_with_id(a, &servants[static_cast<std::size_t>(i)], own);
-      ++activated;
-    } catch (const POA::ObjectAlreadyActive&) {
-    }
-  });
-  EXPECT_EQ(activated, 1);
-  user->deactivate_object(a, env);
+    std::vector<PlainServant> servants(4);
+    std::atomic<int> activated{0};
+    run_together(4, [&](int i) {
+      CORBA::Environment own;
+      try {
+        user->activate_object_with_id(a, &servants[static_cast<std::size_t>(i)], own);
+        ++activated;
+      } catch (const POA::ObjectAlreadyActive&) {
+      }
+    });
+    EXPECT_EQ(activated, 1);
+    user->deactivate_object(a, env);
 }
 
 // The map is searched linearly, so the objects come in POAs of 100.
 TEST_F(Activation, AHundredThousandObjectsComeAndGo) {
-  constexpr std::size_t PER_POA = 100, ROUNDS = 1000;
-  std::vector<PlainServant> servants(PER_POA);
-  const uint32_t bound = ZR_bound_objects();
-  std::size_t converted = 0, memory_before = 0;
-  for (std::size_t round = 0; round < ROUNDS; ++round) {
-    if (round == 1) memory_before = mallinfo2().uordblks;  // what stays for good is there by now
-    const POAInfoPtr poa = make();
-    std::vector<ObjectId_var> oids;
-    for (PlainServant& each : servants) oids.emplace_back(poa->activate_object(&each, env));
-    for (std::size_t i = 0; i < PER_POA; ++i) {
-      const CORBA::Object_var reference(poa->id_to_reference(oids[i].in(), env));
-      converted += poa->reference_to_servant(reference.in(), env) == &servants[i];
+    constexpr std::size_t PER_POA = 100, ROUNDS = 1000;
+    std::vector<PlainServant> servants(PER_POA);
+    const uint32_t bound = ZR_bound_objects();
+    std::size_t converted = 0, memory_before = 0;
+    for (std::size_t round = 0; round < ROUNDS; ++round) {
+      if (round == 1) memory_before = mallinfo2().uordblks;  // what stays for good is there by now
+      const POAInfoPtr poa = make();
+      std::vector<ObjectId_var> oids;
+      for (PlainServant& each : servants) oids.emplace_back(poa->activate_object(&each, env));
+      for (std::size_t i = 0; i < PER_POA; ++i) {
+        const CORBA::Object_var reference(poa->id_to_reference(oids[i].in(), env));
+        converted += poa->reference_to_servant(reference.in(), env) == &servants[i];
+      }
+      EXPECT_EQ(ZR_bound_objects(), bound + PER_POA);
+      for (const ObjectId_var& oid : oids) poa->deactivate_object(oid.in(), env);
+      EXPECT_EQ(ZR_bound_objects(), bound);
+      POA_var(POA::_duplicate(poa->poa_object))->destroy(false, false);
     }
-    EXPECT_EQ(ZR_bound_objects(), bound + PER_POA);
-    for (const ObjectId_var& oid : oids) poa->deactivate_object(oid.in(), env);
-    EXPECT_EQ(ZR_bound_objects(), bound);
-    POA_var(POA::_duplicate(poa->poa_object))->destroy(false, false);
-  }
-  EXPECT_EQ(converted, PER_POA * ROUNDS);
-  EXPECT_LT(mallinfo2().uordblks, memory_before + 256 * 1024);
+    EXPECT_EQ(converted, PER_POA * ROUNDS);
+    EXPECT_LT(mallinfo2().uordblks, memory_before + 256 * 1024);
 }

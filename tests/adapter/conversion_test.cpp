@@ -40,28 +40,6 @@ std::string outcome(const std::function<std::string(CORBA::Environment&)>& call)
   }
 }
 
-using Call = std::function<void(CORBA::Environment&)>;
-struct Failure {
-  Call call;
-  void (*expect)(const Call&);
-  std::vector<std::string> lines;  // in this order, others perhaps between them
-};
-
-template <class E>
-void raises(const Call& call) {
-  expect_raised<E>(call);
-}
-
-void expect_failures(const std::vector<Failure>& rows) {
-  for (const Failure& row : rows) {
-    SCOPED_TRACE(row.lines.back());
-    TraceRecorder trace;
-    row.expect(row.call);
-    EXPECT_EQ(trace.lines().back(), row.lines.back());
-    for (const std::string& line : row.lines) EXPECT_TRUE(trace.has(line)) << line;
-  }
-}
-
 }  // namespace
 
 // For each kind of POA: what the operations come to for the servant that is active under `a` (where the POA
@@ -165,9 +143,6 @@ TEST_F(Conversion, DecisionTable) {
 }
 
 TEST_F(Conversion, Failures) {
-  const auto bad_param = raises<CORBA::BAD_PARAM>;
-  const auto wrong_policy = raises<POA::WrongPolicy>;
-  const auto not_active = raises<POA::ObjectNotActive>;
   const POAInfoPtr plain = make(), user = make(USER_ID), multiple = make(MULTIPLE_ID);
   const POAInfoPtr located = make(NON_RETAIN, USE_SERVANT_MANAGER),
                    defaulted = make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID);
@@ -177,100 +152,73 @@ TEST_F(Conversion, Failures) {
   const CORBA::Object_var foreign(user->create_reference_with_id(a, "IDL:x:1.0", env));
   const CORBA::Object_var no_default(defaulted->create_reference("IDL:x:1.0", env));
   const CORBA::Object_var not_served(located->create_reference("IDL:x:1.0", env));
-  expect_failures({
-      {[&](auto& ev) { plain->servant_to_id(nullptr, ev); },
-       bad_param,
-       {"p_servant = NULL, throw CORBA::StExcep::BAD_PARAM", "POAInfo::servant_to_id [servant is null.]"}},
-      {[&](auto& ev) { located->servant_to_id(&servant, ev); },
-       wrong_policy,
-       {"non_retain,no use_def_servant, throw PortableServer::POA::WrongPolicy",
-        "POAInfo::servant_to_id [wrong policy.]"}},
-      {[&](auto& ev) { multiple->servant_to_id(&servant, ev); },
-       wrong_policy,
-       {"implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy",
-        "POAInfo::servant_to_id [wrong policy.]"}},
-      {[&](auto& ev) { plain->servant_to_id(&servant, ev); },
-       raises<POA::ServantNotActive>,
-       {"failed.  throw PortableServer::POA::ServantNotActive",
-        "other ex, throw\tPortableServer::POA::ServantNotActive",
-        "POAInfo::servant_to_id [ServantNotActive.]"}},
-      {[&](auto& ev) { defaulted->servant_to_id(&servant, ev); },
-       raises<POA::ServantNotActive>,
-       {"POAInfo::get_servant [default servant is null.]",
-        "other ex, throw\tPortableServer::POA::ServantNotActive",
-        "POAInfo::servant_to_id [ServantNotActive.]"}},
 
-      {[&](auto& ev) { located->servant_to_reference(nullptr, ev); },
-       bad_param,
-       {"p_servant==NULL, throw CORBA::StExcep::BAD_PARAM",
-        "POAInfo::servant_to_reference [servant is null.]"}},
-      {[&](auto& ev) { located->servant_to_reference(&servant, ev); },
-       wrong_policy,
-       {"non_retain, throw PortableServer::POA::WrongPolicy",
-        "POAInfo::servant_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { user->servant_to_reference(&servant, ev); },
-       wrong_policy,
-       {"retain,user_id.. throw PortableServer::POA::WrongPolicy",
-        "POAInfo::servant_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { multiple->servant_to_reference(&servant, ev); },
-       wrong_policy,
-       {"multiple,no_implicit.. throw PortableServer::POA::WrongPolicy",
-        "POAInfo::servant_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { plain->servant_to_reference(&servant, ev); },
-       raises<POA::ServantNotActive>,
-       {"throw PortableServer::POA::ServantNotActive",
-        "other ex.. throw PortableServer::POA::ServantNotActive",
-        "POAInfo::servant_to_reference [ServantNotActive.]"}},
-
-      {[&](auto& ev) { plain->reference_to_servant(nullptr, ev); },
-       bad_param,
-       {"findPOAInfoByReference [reference is nil.]"}},
-      {[&](auto& ev) { plain->reference_to_servant(foreign.in(), ev); },
-       raises<POA::WrongAdapter>,
-       {"POAInfo::reference_to_servant [wrong adapter.]"}},
-      {[&](auto& ev) { located->reference_to_servant(not_served.in(), ev); },
-       wrong_policy,
-       {"not use_default_servant_policy,throw PortableServer::POA::WrongPolicy",
-        "POAInfo::reference_to_servant [wrong policy.]"}},
-      {[&](auto& ev) { defaulted->reference_to_servant(no_default.in(), ev); },
-       not_active,
-       {"POAInfo::get_servant [default servant is null.]", "throw PortableServer::POA::ObjectNotActive",
-        "POAInfo::reference_to_servant [PortableServer::POA::ObjectNotActive.]"}},
-
-      {[&](auto& ev) { plain->reference_to_id(nullptr, ev); },
-       bad_param,
-       {"findPOAInfoByReference [reference is nil.]"}},
-      {[&](auto& ev) { plain->reference_to_id(foreign.in(), ev); },
-       raises<POA::WrongAdapter>,
-       {"poa_info != this,throw PortableServer::POA::WrongAdapter",
-        "POAInfo::reference_to_id [wrong adapter.]"}},
-
-      {[&](auto& ev) { located->id_to_servant(empty, ev); },
-       bad_param,
-       {"oid is empty, throw CORBA::StExcep::BAD_PARAM", "POAInfo::id_to_servant [oid is invalid.]"}},
-      {[&](auto& ev) { located->id_to_servant(a, ev); },
-       wrong_policy,
-       {"non_retain, throw PortableServer::POA::WrongPolicy", "POAInfo::id_to_servant [wrong policy.]"}},
-      {[&](auto& ev) { plain->id_to_servant(a, ev); },
-       not_active,
-       {"not use_default_servant_policy,throw PortableServer::POA::ObjectNotActive",
-        "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]"}},
-      {[&](auto& ev) { defaulted->id_to_servant(a, ev); },
-       not_active,
-       {"other ex, throw PortableServer::POA::ObjectNotActive",
-        "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]"}},
-
-      {[&](auto& ev) { located->id_to_reference(empty, ev); },
-       bad_param,
-       {"oid is empty, throw CORBA::StExcep::BAD_PARAM", "POAInfo::id_to_reference [oid is invalid.]"}},
-      {[&](auto& ev) { located->id_to_reference(a, ev); },
-       wrong_policy,
-       {"non_retain.., throw PortableServer::POA::WrongPolicy", "POAInfo::id_to_reference [wrong policy.]"}},
-      {[&](auto& ev) { user->id_to_reference(a, ev); },
-       not_active,
-       {"no servant, throw PortableServer::POA::ObjectNotActive",
-        "POAInfo::id_to_reference [PortableServer::POA::ObjectNotActive.]"}},
-  });
+  refused<CORBA::BAD_PARAM>("p_servant = NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::servant_to_id [servant is null.]",
+                            [&](auto& ev) { plain->servant_to_id(nullptr, ev); });
+  refused<POA::WrongPolicy>("non_retain,no use_def_servant, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::servant_to_id [wrong policy.]",
+                            [&](auto& ev) { located->servant_to_id(&servant, ev); });
+  refused<POA::WrongPolicy>("implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::servant_to_id [wrong policy.]",
+                            [&](auto& ev) { multiple->servant_to_id(&servant, ev); });
+  refused<POA::ServantNotActive>("other ex, throw\tPortableServer::POA::ServantNotActive",
+                                 "POAInfo::servant_to_id [ServantNotActive.]",
+                                 [&](auto& ev) { plain->servant_to_id(&servant, ev); });
+  refused<POA::ServantNotActive>("other ex, throw\tPortableServer::POA::ServantNotActive",
+                                 "POAInfo::servant_to_id [ServantNotActive.]",
+                                 [&](auto& ev) { defaulted->servant_to_id(&servant, ev); });
+  refused<CORBA::BAD_PARAM>("p_servant==NULL, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::servant_to_reference [servant is null.]",
+                            [&](auto& ev) { located->servant_to_reference(nullptr, ev); });
+  refused<POA::WrongPolicy>("non_retain, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::servant_to_reference [wrong policy.]",
+                            [&](auto& ev) { located->servant_to_reference(&servant, ev); });
+  refused<POA::WrongPolicy>("retain,user_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::servant_to_reference [wrong policy.]",
+                            [&](auto& ev) { user->servant_to_reference(&servant, ev); });
+  refused<POA::WrongPolicy>("multiple,no_implicit.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::servant_to_reference [wrong policy.]",
+                            [&](auto& ev) { multiple->servant_to_reference(&servant, ev); });
+  refused<POA::ServantNotActive>("other ex.. throw PortableServer::POA::ServantNotActive",
+                                 "POAInfo::servant_to_reference [ServantNotActive.]",
+                                 [&](auto& ev) { plain->servant_to_reference(&servant, ev); });
+  refused<CORBA::BAD_PARAM>(nullptr, "findPOAInfoByReference [reference is nil.]",
+                            [&](auto& ev) { plain->reference_to_servant(nullptr, ev); });
+  refused<POA::WrongAdapter>(nullptr, "POAInfo::reference_to_servant [wrong adapter.]",
+                             [&](auto& ev) { plain->reference_to_servant(foreign.in(), ev); });
+  refused<POA::WrongPolicy>("not use_default_servant_policy,throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::reference_to_servant [wrong policy.]",
+                            [&](auto& ev) { located->reference_to_servant(not_served.in(), ev); });
+  refused<POA::ObjectNotActive>("throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::reference_to_servant [PortableServer::POA::ObjectNotActive.]",
+                                [&](auto& ev) { defaulted->reference_to_servant(no_default.in(), ev); });
+  refused<CORBA::BAD_PARAM>(nullptr, "findPOAInfoByReference [reference is nil.]",
+                            [&](auto& ev) { plain->reference_to_id(nullptr, ev); });
+  refused<POA::WrongAdapter>("poa_info != this,throw PortableServer::POA::WrongAdapter",
+                             "POAInfo::reference_to_id [wrong adapter.]",
+                             [&](auto& ev) { plain->reference_to_id(foreign.in(), ev); });
+  refused<CORBA::BAD_PARAM>("oid is empty, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::id_to_servant [oid is invalid.]",
+                            [&](auto& ev) { located->id_to_servant(empty, ev); });
+  refused<POA::WrongPolicy>("non_retain, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::id_to_servant [wrong policy.]",
+                            [&](auto& ev) { located->id_to_servant(a, ev); });
+  refused<POA::ObjectNotActive>("not use_default_servant_policy,throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]",
+                                [&](auto& ev) { plain->id_to_servant(a, ev); });
+  refused<POA::ObjectNotActive>("other ex, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::id_to_servant [PortableServer::POA::ObjectNotActive.]",
+                                [&](auto& ev) { defaulted->id_to_servant(a, ev); });
+  refused<CORBA::BAD_PARAM>("oid is empty, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::id_to_reference [oid is invalid.]",
+                            [&](auto& ev) { located->id_to_reference(empty, ev); });
+  refused<POA::WrongPolicy>("non_retain.., throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::id_to_reference [wrong policy.]",
+                            [&](auto& ev) { located->id_to_reference(a, ev); });
+  refused<POA::ObjectNotActive>("no servant, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::id_to_reference [PortableServer::POA::ObjectNotActive.]",
+                                [&](auto& ev) { user->id_to_reference(a, ev); });
 }
 
 TEST_F(Conversion, AReferenceWithoutDataHasNoId) {

@@ -43,8 +43,7 @@ class ReferenceDataTest : public AdapterTest {
 
 }  // namespace
 
-// ---- System ids
-// ----------------------------------------------------------------------------------------------------
+// ---- System ids ---------------------------------------------------------------------------------
 
 TEST(SystemIdForm, TheUniqueFormIsPrintedInFourNumbers) {
   char text[UNIQUE_ID_LENGTH + 1];
@@ -94,22 +93,6 @@ TEST_F(SystemIds, TheVariableChoosesTheForm) {
   }
 }
 
-TEST_F(SystemIds, TheCounterStartsAndWrapsAndIsTraced) {
-  const ScopedVariable counter("POA_UNIQUE_SYSID", "no");
-  const CORBA::ULong kept = std::exchange(POAInfo::system_id, 0x1234567);
-  EXPECT_EQ(generated(), "\x67\x45\x23\x01");
-  {
-    TraceRecorder trace;
-    EXPECT_EQ(generated(), "\x68\x45\x23\x01");
-    EXPECT_TRUE(trace.in_order(
-        {"POAInfo::genSystemId called...", "  oid = 0x68452301", "POAInfo::genSystemId end..."}));
-  }
-  POAInfo::system_id = 0xFFFFFFFF;
-  EXPECT_EQ(generated(), "\xFF\xFF\xFF\xFF");
-  EXPECT_EQ(generated(), std::string(4, '\0'));
-  POAInfo::system_id = kept;
-}
-
 TEST_F(SystemIds, ManyThreadsGetDifferentIds) {
   for (const char* form : {"TRUE", "FALSE"}) {
     const ScopedVariable variable("POA_UNIQUE_SYSID", form);
@@ -126,8 +109,7 @@ TEST_F(SystemIds, ManyThreadsGetDifferentIds) {
   }
 }
 
-// ---- Reference data
-// --------------------------------------------------------------------------------------------------
+// ---- Reference data -----------------------------------------------------------------------------
 
 TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
   const POA_var ab = child(root, "AB"), abc = child(root, "abc"), a = child(root, "A"), b = child(a, "B");
@@ -299,8 +281,7 @@ TEST_F(ReferenceDataTest, EmptyReferenceData) {
   EXPECT_TRUE(trace.in_order({"checkEmptyReferenceData len=8 return(0)", "checkEmptyReferenceData end..."}));
 }
 
-// ---- Copies and text
-// ---------------------------------------------------------------------------------------------------
+// ---- Copies and text ----------------------------------------------------------------------------
 
 TEST(ObjectIds, EqualityIsLengthAndContent) {
   const char* texts[] = {"", "a", "b", "ab", "aB"};

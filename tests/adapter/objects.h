@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "poainfo.h"
+#include "raised.h"
+#include "trace_recorder.h"
 
 /// A servant of one interface, with nothing to serve.
 class PlainServant : public virtual PortableServer::ServantBase {
@@ -31,6 +33,18 @@ inline int entries_of(const POAInfo& record, const PortableServer::ServantBase& 
   for (const ActiveObjectMap* block = record.active_object_map; block; block = block->next)
     for (const _ActiveObjectEntry& entry : block->entries) count += entry.oid && entry.p_servant == &servant;
   return count;
+}
+
+/// `call` raises an E, after the trace line `reason` (if there is one) and, last of all, `where`.
+template <class E, CORBA::ULong Minor = 0x4B510007, class Call>
+void refused(const char* reason, const char* where, Call&& call) {
+  SCOPED_TRACE(where);
+  TraceRecorder trace;
+  expect_raised<E>(call, Minor);
+  EXPECT_EQ(trace.lines().back(), where);
+  if (reason) {
+    EXPECT_TRUE(trace.in_order({reason, where}));
+  }
 }
 
 /// Sets (or, with null, unsets) an environment variable for a scope.

@@ -132,7 +132,7 @@ class Scene {
   PortableServer::POAManager* const manager = manager_record.poamanager_object;
   std::string name;
   PortableServer::POA_var poa;
-  TestServant servant;
+  TestServant servant, other;
   Activator activator;
   Locator locator;
 

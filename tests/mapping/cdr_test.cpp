@@ -40,9 +40,9 @@ void expect_reference_travels(unsigned char (*wire)(CDR*, X*&)) {
   }
   X* nil = nullptr;
   EXPECT_EQ(encode(wire, nil), nil_reference);
-  EXPECT_TRUE(decode(wire, nil_reference, decoded.inout()))
-      << "what was there is not the function's to release";
-  EXPECT_EQ(decoded.in(), nullptr);
+  X* again = decoded.in();
+  EXPECT_TRUE(decode(wire, nil_reference, again)) << "what was there is not the function's to release";
+  EXPECT_EQ(again, nullptr);
   Encoding out;
   static_cast<CDR*>(out)->direction = no_direction;
   EXPECT_FALSE(wire(out, reference.inout()));

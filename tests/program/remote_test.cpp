@@ -280,7 +280,7 @@ TEST_F(RemoteUse, BadArgumentsNeverReachThePOA) {
   EXPECT_EQ(raw_call(root.get_ref(), "create_POA", std::string("\2\0\0\0a\0", 6) + std::string(14, '\xFF')),
             "MARSHAL 1");
   EXPECT_EQ(raw_call(root.get_ref(), "no_such_operation", ""), "BAD_OPERATION 1");
-  EXPECT_EQ(raw_call(server.handle("root"), "_is_a", std::string("\2\0\0\0a\0", 6)), "status 0");
+  EXPECT_EQ(raw_call(root.get_ref(), "_is_a", std::string("\2\0\0\0a\0", 6)), "status 0");
 }
 
 TEST(InProcessUse, HasNoObjectBehindIt) {

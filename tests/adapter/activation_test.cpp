@@ -3,8 +3,6 @@
 #include <malloc.h>
 
 #include <atomic>
-#include <cstdio>
-#include <functional>
 
 #include "objects.h"
 #include "orb_fixture.h"
@@ -238,95 +236,96 @@ TEST_F(Activation, TheServantManagerIsSetOnce) {
       ++set;
     } catch (const CORBA::BAD_INV_ORDER& e) {
       EXPECT_EQ(e.minor(), 0x4B510303u);
-    };
-    EXPECT_EQ(set, 1);
-    EXPECT_EQ(poa->get_servant_manager(env), &activator);
+    }
+  });
+  EXPECT_EQ(set, 1);
+  EXPECT_EQ(poa->get_servant_manager(env), &activator);
 }
 
 TEST_F(Activation, TheDefaultServantHasAnIdAsLongAsItIsInstalled) {
-    defaulted->set_servant(&servant, env);
-    const auto first = defaulted->default_oid();
-    ASSERT_NE(first, nullptr);
-    EXPECT_EQ(ServantAccess::default_count(servant), 1u);
-    TraceRecorder trace;
-    defaulted->set_servant(&servant, env);
-    EXPECT_EQ(trace.lines().size(), 1u);  // no end
-    EXPECT_EQ(defaulted->default_oid(), first);
-    defaulted->set_servant(&second, env);
-    EXPECT_EQ(trace.lines().back(), "POAInfo::set_servant end...");
-    EXPECT_EQ(defaulted->get_servant(env), &second);
-    EXPECT_FALSE(oid_is_equivalent(*defaulted->default_oid(), *first));
-    EXPECT_EQ(ServantAccess::default_count(servant), 0u);
-    defaulted->set_servant(nullptr, env);
-    EXPECT_EQ(defaulted->default_oid(), nullptr);
-    EXPECT_EQ(ServantAccess::default_count(second), 0u);
-    expect_raised<POA::NoServant>([&](auto& ev) { defaulted->get_servant(ev); });
+  defaulted->set_servant(&servant, env);
+  const auto first = defaulted->default_oid();
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(ServantAccess::default_count(servant), 1u);
+  TraceRecorder trace;
+  defaulted->set_servant(&servant, env);
+  EXPECT_EQ(trace.lines().size(), 1u);  // no end
+  EXPECT_EQ(defaulted->default_oid(), first);
+  defaulted->set_servant(&second, env);
+  EXPECT_EQ(trace.lines().back(), "POAInfo::set_servant end...");
+  EXPECT_EQ(defaulted->get_servant(env), &second);
+  EXPECT_FALSE(oid_is_equivalent(*defaulted->default_oid(), *first));
+  EXPECT_EQ(ServantAccess::default_count(servant), 0u);
+  defaulted->set_servant(nullptr, env);
+  EXPECT_EQ(defaulted->default_oid(), nullptr);
+  EXPECT_EQ(ServantAccess::default_count(second), 0u);
+  expect_raised<POA::NoServant>([&](auto& ev) { defaulted->get_servant(ev); });
 }
 
 TEST_F(Activation, OneServantActivatedByManyThreadsIsActiveOnce) {
-    for (int round = 0; round < 25; ++round) {
-      const POAInfoPtr poa = make(USER_ID);
-      std::atomic<int> activated{0}, refused{0}, deactivated{0};
-      run_together(4, [&](int i) {
-        CORBA::Environment own;
-        try {
-          poa->activate_object_with_id(i % 2 ? a : b, &servant, own);
-          ++activated;
-        } catch (const POA::ServantAlreadyActive&) {
-          ++refused;
-        }
-      });
-      EXPECT_EQ(activated, 1);
-      EXPECT_EQ(refused, 3);
-      EXPECT_EQ(entries_of(*poa, servant), 1);
-      const ObjectId_var oid(poa->servant_to_id(&servant, env));
-      run_together(4, [&](int) {
-        CORBA::Environment own;
-        try {
-          poa->deactivate_object(oid.in(), own);
-          ++deactivated;
-        } catch (const POA::ObjectNotActive&) {
-        }
-      });
-      EXPECT_EQ(deactivated, 1);
-    }
-}
-
-TEST_F(Activation, OneIdActivatedByManyThreadsHasOneServant) {
-    std::vector<PlainServant> servants(4);
-    std::atomic<int> activated{0};
+  for (int round = 0; round < 25; ++round) {
+    const POAInfoPtr poa = make(USER_ID);
+    std::atomic<int> activated{0}, refused{0}, deactivated{0};
     run_together(4, [&](int i) {
       CORBA::Environment own;
       try {
-        user->activate_object_with_id(a, &servants[static_cast<std::size_t>(i)], own);
+        poa->activate_object_with_id(i % 2 ? a : b, &servant, own);
         ++activated;
-      } catch (const POA::ObjectAlreadyActive&) {
+      } catch (const POA::ServantAlreadyActive&) {
+        ++refused;
       }
     });
     EXPECT_EQ(activated, 1);
-    user->deactivate_object(a, env);
+    EXPECT_EQ(refused, 3);
+    EXPECT_EQ(entries_of(*poa, servant), 1);
+    const ObjectId_var oid(poa->servant_to_id(&servant, env));
+    run_together(4, [&](int) {
+      CORBA::Environment own;
+      try {
+        poa->deactivate_object(oid.in(), own);
+        ++deactivated;
+      } catch (const POA::ObjectNotActive&) {
+      }
+    });
+    EXPECT_EQ(deactivated, 1);
+  }
+}
+
+TEST_F(Activation, OneIdActivatedByManyThreadsHasOneServant) {
+  std::vector<PlainServant> servants(4);
+  std::atomic<int> activated{0};
+  run_together(4, [&](int i) {
+    CORBA::Environment own;
+    try {
+      user->activate_object_with_id(a, &servants[static_cast<std::size_t>(i)], own);
+      ++activated;
+    } catch (const POA::ObjectAlreadyActive&) {
+    }
+  });
+  EXPECT_EQ(activated, 1);
+  user->deactivate_object(a, env);
 }
 
 // The map is searched linearly, so the objects come in POAs of 100.
 TEST_F(Activation, AHundredThousandObjectsComeAndGo) {
-    constexpr std::size_t PER_POA = 100, ROUNDS = 1000;
-    std::vector<PlainServant> servants(PER_POA);
-    const uint32_t bound = ZR_bound_objects();
-    std::size_t converted = 0, memory_before = 0;
-    for (std::size_t round = 0; round < ROUNDS; ++round) {
-      if (round == 1) memory_before = mallinfo2().uordblks;  // what stays for good is there by now
-      const POAInfoPtr poa = make();
-      std::vector<ObjectId_var> oids;
-      for (PlainServant& each : servants) oids.emplace_back(poa->activate_object(&each, env));
-      for (std::size_t i = 0; i < PER_POA; ++i) {
-        const CORBA::Object_var reference(poa->id_to_reference(oids[i].in(), env));
-        converted += poa->reference_to_servant(reference.in(), env) == &servants[i];
-      }
-      EXPECT_EQ(ZR_bound_objects(), bound + PER_POA);
-      for (const ObjectId_var& oid : oids) poa->deactivate_object(oid.in(), env);
-      EXPECT_EQ(ZR_bound_objects(), bound);
-      POA_var(POA::_duplicate(poa->poa_object))->destroy(false, false);
+  constexpr std::size_t PER_POA = 100, ROUNDS = 1000;
+  std::vector<PlainServant> servants(PER_POA);
+  const uint32_t bound = ZR_bound_objects();
+  std::size_t converted = 0, memory_before = 0;
+  for (std::size_t round = 0; round < ROUNDS; ++round) {
+    if (round == 1) memory_before = mallinfo2().uordblks;  // what stays for good is there by now
+    const POAInfoPtr poa = make();
+    std::vector<ObjectId_var> oids;
+    for (PlainServant& each : servants) oids.emplace_back(poa->activate_object(&each, env));
+    for (std::size_t i = 0; i < PER_POA; ++i) {
+      const CORBA::Object_var reference(poa->id_to_reference(oids[i].in(), env));
+      converted += poa->reference_to_servant(reference.in(), env) == &servants[i];
     }
-    EXPECT_EQ(converted, PER_POA * ROUNDS);
-    EXPECT_LT(mallinfo2().uordblks, memory_before + 256 * 1024);
+    EXPECT_EQ(ZR_bound_objects(), bound + PER_POA);
+    for (const ObjectId_var& oid : oids) poa->deactivate_object(oid.in(), env);
+    EXPECT_EQ(ZR_bound_objects(), bound);
+    POA_var(POA::_duplicate(poa->poa_object))->destroy(false, false);
+  }
+  EXPECT_EQ(converted, PER_POA * ROUNDS);
+  EXPECT_LT(mallinfo2().uordblks, memory_before + 256 * 1024);
 }

@@ -48,7 +48,7 @@ class Activation : public AdapterTest {
   PlainServant servant, second;
   Etherealizer activator;
   Locator locator;
-  const ObjectId a = oid_of("a"), b = oid_of("b"), empty;
+  const ObjectId a = oid_of("a"), b = oid_of("b"), empty = oid_of("");
   CORBA::Environment env;
 };
 

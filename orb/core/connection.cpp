@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "endpoint_text.h"
 #include "zrsocket.h"
 
 namespace zrsv {
@@ -82,7 +83,7 @@ PeerAddress PeerAddress::of(const sockaddr_storage& from) {
 std::string PeerAddress::text() const {
   char text[46] = "?";
   OM_inet_ntop(ipv6 ? ZR_af_inet6 : ZR_af_inet, octets, text, sizeof text);
-  return (ipv6 ? "[" + std::string(text) + "]" : std::string(text)) + ":" + std::to_string(port);
+  return endpoint_text({text, port});
 }
 
 // ---- Counting ----

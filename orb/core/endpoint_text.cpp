@@ -24,8 +24,10 @@ bool is_host(std::string_view text, bool bracketed) {
 
 std::string endpoint_text(const Endpoint& endpoint) {
   const bool is_ipv6 = endpoint.host.find(':') != endpoint.host.npos;
-  const std::string host = is_ipv6 ? "[" + endpoint.host + "]" : endpoint.host;
-  return host + ":" + std::to_string(endpoint.port);
+  std::string text = is_ipv6 ? "[" : "";  // built up in place: g++ 12 sees an overlap that is none in "[" + string
+  text += endpoint.host;
+  text += is_ipv6 ? "]:" : ":";
+  return text += std::to_string(endpoint.port);
 }
 
 std::optional<Endpoint> parse_endpoint(std::string_view text, std::optional<uint16_t> default_port) {

@@ -4,6 +4,7 @@
 #include <deque>
 
 #include "client_pool.h"
+#include "endpoint_text.h"
 #include "environment.h"
 #include "in_process.h"
 #include "queue_group.h"
@@ -25,14 +26,9 @@ uint32_t slots() {
   return options().threads ? options().threads : std::max(4u, 2 * std::thread::hardware_concurrency());
 }
 
-std::string text_of(const Endpoint& at) {
-  const bool ipv6 = at.host.find(':') != std::string::npos;
-  return (ipv6 ? "[" + at.host + "]" : at.host) + ":" + std::to_string(at.port);
-}
-
 std::string list_of(const std::vector<Endpoint>& all) {
   std::string list;
-  for (const Endpoint& at : all) list += (list.empty() ? "" : ", ") + text_of(at);
+  for (const Endpoint& at : all) list += (list.empty() ? "" : ", ") + endpoint_text(at);
   return list;
 }
 
@@ -141,7 +137,7 @@ std::string Orb::open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engin
          list_of(published).c_str());
   std::lock_guard lock(mutex_);
   published_.clear();
-  for (const Endpoint& at : published) published_.push_back(text_of(at));
+  for (const Endpoint& at : published) published_.push_back(endpoint_text(at));
   return {};
 }
 

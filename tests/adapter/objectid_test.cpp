@@ -3,43 +3,36 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <functional>
 #include <mutex>
 #include <set>
 
 #include "objects.h"
-#include "orb_fixture.h"
-#include "policy_list.h"
-#include "raised.h"
-#include "trace_recorder.h"
 
 using namespace PortableServer;
+using namespace std::literals;
 
 namespace {
-
-std::string text_of(const ObjectId& oid) { return std::string(oid_view(oid)); }
 
 std::string generated() {
   const std::unique_ptr<ObjectId> oid(POAInfo::genSystemId());
   return oid ? text_of(*oid) : "";
 }
 
+std::string data_of(POA* poa, const ObjectId& oid) {
+  unsigned char name_octets[NAME_PART_MAXIMUM], data_octets[REFERENCE_DATA_MAXIMUM];
+  CORBA_sequence_octet name{sizeof name_octets, 0, name_octets}, data{sizeof data_octets, 0, data_octets};
+  const POAInfoPtr record = record_of(poa);
+  EXPECT_TRUE(record->createNameReferenceData(&name));
+  EXPECT_TRUE(record->createPOAReferenceData(&data, &name, oid));
+  return {reinterpret_cast<char*>(data_octets), data._length};
+}
+
 class SystemIds : public AdapterTest {};
-class ReferenceDataTest : public AdapterTest {
+class ReferenceDataTest : public ObjectTest {
  protected:
-  std::string data_of(POA* poa, const ObjectId& oid) {
-    unsigned char name_octets[NAME_PART_MAXIMUM], data_octets[REFERENCE_DATA_MAXIMUM];
-    CORBA_sequence_octet name{sizeof name_octets, 0, name_octets}, data{sizeof data_octets, 0, data_octets};
-    const POAInfoPtr record = record_of(poa);
-    EXPECT_TRUE(record->createNameReferenceData(&name));
-    EXPECT_TRUE(record->createPOAReferenceData(&data, &name, oid));
-    return {reinterpret_cast<char*>(data_octets), data._length};
-  }
   POA_var child(POA* parent, const std::string& name) {
     return parent->create_POA(name.c_str(), nullptr, {});
   }
-
-  CORBA::Environment env;
 };
 
 }  // namespace
@@ -56,7 +49,6 @@ TEST(SystemIdForm, NoTimeIsGivenOutTwice) {
   const struct {
     SystemIdTime last, now, next;
   } rows[] = {
-      {{0, 0}, {100, 7}, {100, 7}},        // the first
       {{100, 7}, {100, 8}, {100, 8}},      // the clock has moved
       {{100, 999}, {101, 0}, {101, 0}},    // into the next second
       {{100, 7}, {100, 7}, {100, 8}},      // within the same millisecond
@@ -66,8 +58,8 @@ TEST(SystemIdForm, NoTimeIsGivenOutTwice) {
   };
   for (const auto& row : rows) {
     const SystemIdTime got = next_system_id_time(row.last, row.now);
-    EXPECT_EQ(got.seconds, row.next.seconds) << row.now.seconds << "." << row.now.millisecond;
-    EXPECT_EQ(got.millisecond, row.next.millisecond) << row.now.seconds << "." << row.now.millisecond;
+    EXPECT_TRUE(got.seconds == row.next.seconds && got.millisecond == row.next.millisecond)
+        << row.last.seconds << "." << row.last.millisecond << " gave " << got.seconds << "." << got.millisecond;
   }
 }
 
@@ -77,7 +69,7 @@ TEST_F(SystemIds, TheVariableChoosesTheForm) {
   const struct {
     const char* value;
     bool unique;
-  } rows[] = {{nullptr, true}, {"TRUE", true}, {"true", false}, {"FALSE", false}, {"", false}};
+  } rows[] = {{nullptr, true}, {"TRUE", true}, {"true", false}, {"", false}};
   for (const auto& row : rows) {
     const ScopedVariable variable("POA_UNIQUE_SYSID", row.value);
     const CORBA::ULong before = POAInfo::system_id;
@@ -85,10 +77,10 @@ TEST_F(SystemIds, TheVariableChoosesTheForm) {
     SCOPED_TRACE(row.value ? row.value : "(unset)");
     EXPECT_EQ(POAInfo::system_id, before + 1);
     if (row.unique) {
-      EXPECT_THAT(oid, testing::MatchesRegex(std::string(process) + "T[0-9a-f]{8}\\.[0-9a-f]{8}C01234567"));
+      EXPECT_THAT(oid, testing::MatchesRegex(process + "T[0-9a-f]{8}\\.[0-9a-f]{8}C01234567"s));
     } else {
-      const std::string counter{static_cast<char>(before), static_cast<char>(before >> 8),
-                                static_cast<char>(before >> 16), static_cast<char>(before >> 24)};
+      std::string counter;  // little endian
+      for (int bits = 0; bits < 32; bits += 8) counter += static_cast<char>(before >> bits);
       EXPECT_EQ(oid, counter);
     }
   }
@@ -99,11 +91,11 @@ TEST_F(SystemIds, ManyThreadsGetDifferentIds) {
     const ScopedVariable variable("POA_UNIQUE_SYSID", form);
     std::mutex mutex;
     std::set<std::string> seen;
-    run_together(4, [&](int) {
+    run_together(4, [&](std::size_t) {
       for (int i = 0; i < 500; ++i) {
         const std::string oid = generated();
         std::lock_guard lock(mutex);
-        EXPECT_TRUE(seen.insert(oid).second) << oid;
+        seen.insert(oid);
       }
     });
     EXPECT_EQ(seen.size(), 2000u);
@@ -113,75 +105,33 @@ TEST_F(SystemIds, ManyThreadsGetDifferentIds) {
 // ---- Reference data -----------------------------------------------------------------------------
 
 TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
-  const POA_var ab = child(root, "AB"), abc = child(root, "abc"), a = child(root, "A"), b = child(a, "B");
+  const POA_var ab = child(root, "AB"), outer = child(root, "A"), inner = child(outer, "B");
   const POA_var user = root->create_POA("user", nullptr, policies(root, USER_ID));
-  using namespace std::string_literals;
   const struct {
     POA* poa;
     std::string oid, data, path;
     CORBA::ULong tag;
   } rows[] = {
-      // N           name part        pad      policy          M               object id
-      {ab, "\1\2\3\4",
-       "\3\0\0\0"s
-       "AB\0"s
-       "\0"s
-       "\7\0\0\0"s
-       "\4\0\0\0"s
-       "\1\2\3\4"s,
-       "AB", 7},
-      {root, "",
-       "\1\0\0\0"s
-       "\0"s
-       "\0\0\0"s
-       "\7\0\0\0"s
-       "\0\0\0\0"s,
-       "", 7},
-      {abc, "x",
-       "\4\0\0\0"s
-       "abc\0"s
-       "\7\0\0\0"s
-       "\1\0\0\0"s
-       "x"s,
-       "abc", 7},
-      {b, "\xFF",
-       "\4\0\0\0"s
-       "B\xFF"
-       "A\0"s
-       "\7\0\0\0"s
-       "\1\0\0\0"s
-       "\xFF"s,
-       "B\xFF"
-       "A",
-       7},
-      {user, "id",
-       "\5\0\0\0"s
-       "user\0"s
-       "\0\0\0"s
-       "\6\0\0\0"s
-       "\2\0\0\0"s
-       "id"s,
-       "user", 6},
+      // N, the name part, padding; the policy; M, the object id
+      {ab, "\1\2\3\4", "\3\0\0\0AB\0\0\7\0\0\0\4\0\0\0\1\2\3\4"s, "AB", 7},
+      {root, "", "\1\0\0\0\0\0\0\0\7\0\0\0\0\0\0\0"s, "", 7},
+      {inner, "\377", "\4\0\0\0B\377A\0\7\0\0\0\1\0\0\0\377"s, "B\377A", 7},
+      {user, "id", "\5\0\0\0user\0\0\0\0\6\0\0\0\2\0\0\0id"s, "user", 6},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
     EXPECT_EQ(data_of(row.poa, oid_of(row.oid)), row.data);
-    for (std::size_t length = 0; length <= row.data.size(); ++length) {
-      std::vector<unsigned char> octets(row.data.begin(),
-                                        row.data.begin() + static_cast<std::ptrdiff_t>(length));
-      CORBA_sequence_octet data{static_cast<CORBA::ULong>(length), static_cast<CORBA::ULong>(length),
-                                octets.data()};
+    for (CORBA::ULong length = 0; length <= row.data.size(); ++length) {
+      std::vector<unsigned char> octets(row.data.begin(), row.data.begin() + length);
+      CORBA_sequence_octet data{length, length, octets.data()};
       ReferenceDataView view;
       ObjectId* oid = nullptr;
       if (length < row.data.size()) {
-        EXPECT_FALSE(view.parse(data._buffer, data._length)) << length;
-        TraceRecorder trace;
+        EXPECT_FALSE(view.parse(data._buffer, length)) << length;
         expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAInfo::GetOid(&data, oid, ev); });
-        EXPECT_TRUE(
-            trace.in_order({"POAInfo::GetOid called...", "POAInfo::GetOid [reference_data is invalid.]"}));
         continue;
       }
-      ASSERT_TRUE(view.parse(data._buffer, data._length));
+      ASSERT_TRUE(view.parse(data._buffer, length));
       EXPECT_EQ(view.path(), row.path);
       EXPECT_EQ(view.id_assignment, row.tag);
       EXPECT_EQ(view.object_id, row.oid);
@@ -189,25 +139,17 @@ TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
       EXPECT_EQ(text_of(*ObjectId_var(oid)), row.oid);
     }
   }
-  for (POA* poa : {ab.in(), abc.in(), a.in(), user.in()}) poa->destroy(false, false);
+  for (POA* poa : {ab.in(), outer.in(), user.in()}) poa->destroy(false, false);
 }
 
 TEST(ReferenceDataLengths, ClaimsBeyondTheDataAreRefused) {
-  using namespace std::string_literals;
-  for (const std::string& data : {"\xFF\xFF\xFF\xFF"s
-                                  "AB\0\0\7\0\0\0\0\0\0\0"s,
-                                  "\xFC\xFF\xFF\xFF"s
-                                  "AB\0\0\7\0\0\0\0\0\0\0"s,
-                                  "\xFB\xFF\xFF\x7F"s
-                                  "AB\0\0\7\0\0\0\0\0\0\0"s,
-                                  "\1\0\0\0\0\0\0\0\7\0\0\0\xFF\xFF\xFF\xFF"s,
-                                  "\1\0\0\0\0\0\0\0\7\0\0\0\xF0\xFF\xFF\xFF"s
-                                  "12345678"s,
-                                  "\1\0\0\0\0\0\0\0\7\0\0\0\2\0\0\0x"s}) {
+  for (const std::string& data :
+       {"\xFF\xFF\xFF\xFF\101B\0\0\7\0\0\0\0\0\0\0"s, "\xFC\xFF\xFF\xFF\101B\0\0\7\0\0\0\0\0\0\0"s,
+        "\xFB\xFF\xFF\x7F\101B\0\0\7\0\0\0\0\0\0\0"s, "\1\0\0\0\0\0\0\0\7\0\0\0\xFF\xFF\xFF\xFF"s,
+        "\1\0\0\0\0\0\0\0\7\0\0\0\xF0\xFF\xFF\377ABCDEFGH"s, "\1\0\0\0\0\0\0\0\7\0\0\0\2\0\0\0x"s}) {
     ReferenceDataView view;
-    EXPECT_FALSE(view.parse(reinterpret_cast<const unsigned char*>(data.data()),
-                            static_cast<CORBA::ULong>(data.size())))
-        << testing::PrintToString(data);
+    const auto* octets = reinterpret_cast<const unsigned char*>(data.data());
+    EXPECT_FALSE(view.parse(octets, static_cast<CORBA::ULong>(data.size()))) << testing::PrintToString(data);
   }
 }
 
@@ -215,35 +157,24 @@ TEST_F(ReferenceDataTest, LongestNamesAndIds) {
   const std::string x511(511, 'x'), x512(512, 'y'), x1023(1023, 'z'), x1024(1024, 'w');
   const POA_var fits = child(root, x1023), too_long = child(root, x1024), outer = child(root, x511);
   const POA_var inner_fits = child(outer, x511), inner_too_long = child(outer, x512), ab = child(root, "AB");
-  const auto refused_name = {"createNameReferenceData() = NULL, throw CORBA::StExcep::BAD_PARAM",
-                             "POAInfo::POACreateReference [createNameReferenceData.]",
-                             "POAInfo::POACreateReference [other exception.]"};
-  const auto refused_data = {"createPOAReferenceData() = NULL, throw CORBA::StExcep::BAD_PARAM",
-                             "POAInfo::POACreateReference [createPOAReferenceData.]",
-                             "POAInfo::POACreateReference [other exception.]"};
-  const auto refused_object = {"obj = NULL, throw CORBA::StExcep::BAD_PARAM",
-                               "POAInfo::POACreateReference [obj is nil.]",
-                               "POAInfo::POACreateReference [other exception.]"};
   const struct {
     POA* poa;
     std::size_t oid_length;
-    const char* intf;
-    const std::initializer_list<const char*>* refused;
+    const char *intf, *refused;
   } rows[] = {
       {fits, 1, "IDL:x:1.0", nullptr},
       {inner_fits, 1020, "IDL:x:1.0", nullptr},
       {ab, 2040, "IDL:x:1.0", nullptr},
-      {too_long, 1, "IDL:x:1.0", &refused_name},
-      {ab, 2041, "IDL:x:1.0", &refused_data},
-      {inner_too_long, 1, "IDL:x:1.0", &refused_name},
-      {inner_fits, 1021, "IDL:x:1.0", &refused_data},
-      {ab, 1, nullptr, &refused_object},
+      {too_long, 1, "IDL:x:1.0", "POAInfo::POACreateReference [createNameReferenceData.]"},
+      {inner_too_long, 1, "IDL:x:1.0", "POAInfo::POACreateReference [createNameReferenceData.]"},
+      {ab, 2041, "IDL:x:1.0", "POAInfo::POACreateReference [createPOAReferenceData.]"},
+      {inner_fits, 1021, "IDL:x:1.0", "POAInfo::POACreateReference [createPOAReferenceData.]"},
+      {ab, 1, nullptr, "POAInfo::POACreateReference [obj is nil.]"},
   };
   for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
     const ObjectId oid = oid_of(std::string(row.oid_length, '\x80'));
     const POAInfoPtr record = record_of(row.poa);
-    SCOPED_TRACE(std::to_string(std::strlen(record->adapter_name)) + " and " +
-                 std::to_string(row.oid_length));
     if (!row.refused) {
       const CORBA::Object_var reference(record->POACreateReference(oid, row.intf, env));
       EXPECT_EQ(text_of(*ObjectId_var(record->reference_to_id(reference.in(), env))), text_of(oid));
@@ -251,7 +182,7 @@ TEST_F(ReferenceDataTest, LongestNamesAndIds) {
     }
     TraceRecorder trace;
     expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { record->POACreateReference(oid, row.intf, ev); });
-    EXPECT_TRUE(trace.in_order({row.refused->begin()[0], row.refused->begin()[1], row.refused->begin()[2]}));
+    EXPECT_TRUE(trace.has(row.refused));
   }
   for (POA* poa : {fits.in(), too_long.in(), outer.in(), ab.in()}) poa->destroy(false, false);
 }
@@ -260,7 +191,7 @@ TEST_F(ReferenceDataTest, TheImplementationNameOfAReference) {
   const POAInfoPtr record = record_of(top);
   for (const char* variable : {static_cast<const char*>(nullptr), "the-server"}) {
     const ScopedVariable implid("ZR_IMPLID", variable);
-    const CORBA::Object_var reference(record->POACreateReference(oid_of("x"), "IDL:test/X:1.0", env));
+    const CORBA::Object_var reference(record->POACreateReference(a, "IDL:test/X:1.0", env));
     EXPECT_STREQ(ZR_object_get_ImplID(reference->get_ref(), 0, env._evp),
                  variable ? variable : record->adapter_name);
     EXPECT_STREQ(ZR_object_get_IntfID(reference->get_ref(), 0, env._evp), "IDL:test/X:1.0");
@@ -269,28 +200,21 @@ TEST_F(ReferenceDataTest, TheImplementationNameOfAReference) {
 
 TEST_F(ReferenceDataTest, EmptyReferenceData) {
   const CORBA_sequence_octet nothing{};
-  CORBA::Object empty, no_handle;
-  empty.set_ref(ZR_create_object_reference(&nothing, "IDL:x:1.0", "x", env._evp));
-  ASSERT_TRUE(empty.get_ref());
-  TraceRecorder trace;
-  EXPECT_EQ(checkEmptyReferenceData(nullptr), 1);
-  EXPECT_EQ(checkEmptyReferenceData(&no_handle), 1);
-  EXPECT_EQ(trace.count_starting("checkEmptyReferenceData len="), 0u);
-  EXPECT_EQ(checkEmptyReferenceData(&empty), 1);
-  EXPECT_EQ(trace.lines().back(), "checkEmptyReferenceData len=0 return(1)");
+  CORBA::Object no_data, no_handle;
+  no_data.set_ref(ZR_create_object_reference(&nothing, "IDL:x:1.0", "x", env._evp));
+  ASSERT_TRUE(no_data.get_ref());
+  for (CORBA::Object* object : {static_cast<CORBA::Object*>(nullptr), &no_handle, &no_data})
+    EXPECT_EQ(checkEmptyReferenceData(object), 1);
   EXPECT_EQ(checkEmptyReferenceData(root), 0);
-  EXPECT_TRUE(trace.in_order({"checkEmptyReferenceData len=8 return(0)", "checkEmptyReferenceData end..."}));
 }
 
 // ---- Copies and text ----------------------------------------------------------------------------
 
-TEST(ObjectIds, EqualityIsLengthAndContent) {
-  const char* texts[] = {"", "a", "b", "ab", "aB"};
-  for (const char* a : texts)
-    for (const char* b : texts) EXPECT_EQ(oid_is_equivalent(oid_of(a), oid_of(b)), a == b) << a << " " << b;
-}
+TEST(ObjectIds, EqualityIsLengthAndContentAndCopiesAreDeep) {
+  const std::string texts[] = {"", "a", "b", "ab", "aB"};
+  for (const std::string& x : texts)
+    for (const std::string& y : texts) EXPECT_EQ(oid_is_equivalent(oid_of(x), oid_of(y)), x == y) << x << y;
 
-TEST(ObjectIds, CopiesAreDeep) {
   CORBA::Environment env;
   EXPECT_EQ(ObjectId_duplicate(nullptr, env), nullptr);
   EXPECT_EQ(POAInfo::PortableServer_ObjectId_duplicate(nullptr, env), nullptr);
@@ -299,17 +223,14 @@ TEST(ObjectIds, CopiesAreDeep) {
   oid[0] = 'x';
   const ObjectId_var copy(POAInfo::PortableServer_ObjectId_duplicate(&oid, env));
   oid[0] = 'y';
-  EXPECT_EQ(text_of(copy.in()), std::string("x\0", 2));
+  EXPECT_EQ(text_of(copy.in()), "x\0"s);
   EXPECT_EQ(copy.in().maximum(), 2u);
 }
 
 TEST(ObjectIds, TextAndBack) {
-  const std::string printable = [] {
-    std::string all;
-    for (char c = 0x20; c < 0x7F; ++c) all += c;
-    return all;
-  }();
-  for (const std::string& text : {std::string(), std::string("abc"), printable}) {
+  std::string printable;
+  for (char c = 0x20; c < 0x7F; ++c) printable += c;
+  for (const std::string& text : {""s, printable}) {
     const CORBA::String_var narrow(ObjectId_to_string(oid_of(text)));
     EXPECT_EQ(narrow.in(), text);
     EXPECT_EQ(text_of(ObjectId_var(string_to_ObjectId(narrow.in())).in()), text);
@@ -321,41 +242,22 @@ TEST(ObjectIds, TextAndBack) {
 }
 
 TEST(ObjectIds, TextOutOfRange) {
-  using namespace std::string_view_literals;
-  const struct {
-    std::function<void()> call;
-    CORBA::ULong minor;
-    const char* trace;
-  } rows[] = {
-      {[] { ObjectId_to_string(oid_of("a\x7F")); }, 0x4B510000,
-       "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { ObjectId_to_string(oid_of("\x1F")); }, 0x4B510000,
-       "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { ObjectId_to_string(oid_of("\x80")); }, 0x4B510000,
-       "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { ObjectId_to_string(oid_of("\0"sv)); }, 0x4B510000,
-       "PortableServer::ObjectId_to_string [Range over.]"},
-      {[] { string_to_ObjectId(nullptr); }, 0x4B510007, "PortableServer::string_to_ObjectId [str is null.]"},
-      {[] { string_to_ObjectId("a\x7F"); }, 0x4B510000, "PortableServer::string_to_ObjectId [Range over.]"},
-      {[] { string_to_ObjectId("\xC3\xA4"); }, 0x4B510000,
-       "PortableServer::string_to_ObjectId [Range over.]"},
-      {[] { ObjectId_to_wstring(oid_of("\x1F")); }, 0x4B510000,
-       "PortableServer::ObjectId_to_wstring [Range over.]"},
-      {[] { wstring_to_ObjectId(nullptr); }, 0x4B510007, "PortableServer::string_to_ObjectId [str is null.]"},
-      {[] { wstring_to_ObjectId(u"a\x0161"); }, 0x4B510000,
-       "PortableServer::wstring_to_ObjectId [Range over.]"},
-      {[] { wstring_to_ObjectId(u"\x0141"); }, 0x4B510000,
-       "PortableServer::wstring_to_ObjectId [Range over.]"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.trace);
-    TraceRecorder trace;
+  const auto minor_of = [](auto&& call) -> CORBA::ULong {
     try {
-      row.call();
-      ADD_FAILURE() << "nothing was thrown";
+      call();
     } catch (const CORBA::BAD_PARAM& e) {
-      EXPECT_EQ(e.minor(), row.minor);
+      return e.minor();
     }
-    EXPECT_EQ(trace.lines().back(), row.trace);
+    return 0;
+  };
+  for (const std::string_view octets : {"a\x7F"sv, "\x1F"sv, "\x80"sv, "\0"sv}) {
+    EXPECT_EQ(minor_of([&] { ObjectId_to_string(oid_of(octets)); }), 0x4B510000u);
+    EXPECT_EQ(minor_of([&] { ObjectId_to_wstring(oid_of(octets)); }), 0x4B510000u);
   }
+  for (const char* text : {"a\x7F", "\xC3\xA4"})
+    EXPECT_EQ(minor_of([&] { string_to_ObjectId(text); }), 0x4B510000u);
+  for (const CORBA::WChar* text : {u"a\x0161", u"\x0141"})
+    EXPECT_EQ(minor_of([&] { wstring_to_ObjectId(text); }), 0x4B510000u);
+  EXPECT_EQ(minor_of([] { string_to_ObjectId(nullptr); }), 0x4B510007u);
+  EXPECT_EQ(minor_of([] { wstring_to_ObjectId(nullptr); }), 0x4B510007u);
 }

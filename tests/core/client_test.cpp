@@ -347,7 +347,7 @@ TEST_F(Client, SendsAgainOnlyWhatTheServerDidNotTake) {
   }
 }
 
-TEST_F(Client, FollowsForwardsAndComesBack) {
+TEST_F(Client, FollowsForwardsComesBackAndSeesACircle) {
   ScriptedServer second({[](Peer& peer) { peer.echo(*peer.read(), 100); }});
   ScriptedServer first({[&](Peer& peer) {
     const auto got = peer.read();
@@ -361,20 +361,14 @@ TEST_F(Client, FollowsForwardsAndComesBack) {
       call_and_follow(object);  // the second server goes: noticed while sending or while waiting
   EXPECT_TRUE(broken == "COMM_FAILURE 1" || broken == "42") << broken;
   EXPECT_EQ(call_and_follow(object), "42");
-}
 
-TEST_F(Client, GivesUpOnForwardsInACircle) {
-  int asked = 0;
-  ScriptedServer server({[&](Peer& peer) {
-    while (auto got = peer.read()) {
-      ++asked;
-      peer.send(Peer::reply(*got, 3, [&](Writer& out) { write_ior(out, {{server.port()}}); }));
-    }
+  ScriptedServer circle({[&](Peer& peer) {
+    int asked = 0;
+    for (; auto got = peer.read(); ++asked)
+      peer.send(Peer::reply(*got, 3, [&](Writer& out) { write_ior(out, {{circle.port()}}); }));
+    EXPECT_EQ(asked, ZR_FORWARD_LIMIT + 1);
   }});
-  EXPECT_EQ(call_and_follow(reference_to({{server.port()}})), "TRANSIENT 5");
-  close_client_connections();
-  server.join();
-  EXPECT_EQ(asked, ZR_FORWARD_LIMIT + 1);
+  EXPECT_EQ(call_and_follow(reference_to({{circle.port()}})), "TRANSIENT 5");
 }
 
 TEST_F(Client, TriesTheNextAddressUnderItsOwnKey) {
@@ -473,32 +467,6 @@ TEST_F(Client, CallsOwnObjectsOverASocketWhenToldTo) {
   set_published_endpoints({{"127.0.0.1", server.port()}});
   EXPECT_EQ(call(own), "42");
   set_published_endpoints({});
-}
-
-TEST_F(Client, ObjectsWithATableAreCalledDirectly) {
-  static int called;
-  called = 0;
-  const char* const names[] = {"op", nullptr};
-  const ZR_skeleton skeletons[] = {nullptr, nullptr};
-  const ZR_method methods[] = {[] { ++called; }, nullptr};
-  const auto interface = Reference::make_local("IDL:test/Direct:1.0", "IDL:test/Direct:1.0", "");
-  Outcome env;
-  CORBA_BOA_set_impl_methods(nullptr, env, interface.get(), names, skeletons, methods);
-  EXPECT_EQ(env.name(), "");
-  for (const char* operation : {"op", "other"}) {
-    void* request = nullptr;
-    uint32_t kind = 0;
-    ZR_method method = nullptr;
-    ASSERT_TRUE(OM_req_lib_initiator_request_create(interface.get(), operation, 1, &request, &kind));
-    EXPECT_EQ(kind, unsigned{ZR_REQUEST_IN_PROCESS});
-    const bool found = OM_req_lib_INTRA_PROCESS_get_method(request, &method);
-    EXPECT_EQ(found, std::string_view(operation) == "op");
-    if (found) method();
-    EXPECT_EQ(found ? "" : local_failure(), found ? "" : "BAD_OPERATION 1");
-    EXPECT_FALSE(OM_req_lib_UNO_IIOP_send_request(request));
-    OM_req_lib_INTRA_PROCESS_initiator_request_complete(request);
-  }
-  EXPECT_EQ(called, 1);
   EXPECT_EQ(call({}), "INV_OBJREF 1");
   EXPECT_EQ(call(reference_to({})), "INV_OBJREF 1");  // nil
 }

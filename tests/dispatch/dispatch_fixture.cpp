@@ -13,7 +13,8 @@ std::atomic<CoreCalls*> core_calls{nullptr};
 class DispatchOrb : public testing::Environment {
  public:
   void SetUp() override {
-    const char* options[] = {"test", "-ORBTick", "3600000", "-ORBTimeout", "30000", "-ORBThreads", "12"};
+    const std::string threads = std::to_string(requests_at_once);
+    const char* options[] = {"test", "-ORBTick", "3600000", "-ORBTimeout", "20000", "-ORBThreads", threads.c_str()};
     char* argv[8] = {};
     int argc = 0;
     for (const char* option : options) argv[argc++] = const_cast<char*>(option);

@@ -20,6 +20,8 @@
 inline constexpr std::chrono::seconds patience{30};
 /// How long it watches that something does not come.
 inline constexpr std::chrono::milliseconds a_while{50};
+/// How many requests the ORB of these tests runs at once.
+inline constexpr int requests_at_once = 12;
 
 // ---- Calls ----------------------------------------------------------------------------------------------
 

@@ -1,12 +1,11 @@
 // What the client receives when a request cannot be served, and that nothing stays behind.
+#include <cstdlib>
+
 #include "dispatch_fixture.h"
 
 using namespace PortableServer;
 
 namespace {
-
-using testing::ElementsAre;
-using testing::Eq;
 
 class Failures : public Dispatch {};
 BOTH_ROADS(Failures);

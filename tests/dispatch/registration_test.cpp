@@ -1,4 +1,6 @@
 // Under which name, and when, the process is announced to the ORB core.
+#include <cstdlib>
+
 #include "dispatch_fixture.h"
 
 using namespace PortableServer;
@@ -66,7 +68,7 @@ TEST_F(Registration, OnceForTheProcess) {
 TEST_F(Registration, OnceForEachInterface) {
   POA_var newest = root->create_POA(unique_name("newest").c_str(), nullptr, CORBA::PolicyList());
   const std::string lookup = "lookup " + name_of(newest);
-  OtherServant one("IDL:test/A:1.0"), same(std::string("IDL:test/A:1.0").c_str()), another("IDL:test/B:1.0");
+  OtherServant one("IDL:test/A:1.0"), another("IDL:test/B:1.0");
   const ObjectId_var a = top->activate_object(&one);
   EXPECT_THAT(core.take(), ElementsAre(lookup, "ready"));
   EXPECT_STREQ(POA_impl_name, name_of(newest).c_str());
@@ -91,28 +93,28 @@ TEST_F(Registration, NothingWithoutAName) {
   EXPECT_EQ(POA_impl_name.load(), nullptr);
   EXPECT_EQ(POA_impl_is_ready_fl, 0);
   EXPECT_EQ(FindImplementationDef(Demo::Echo::repository_id), nullptr);
-  root->deactivate_object(*id);
+  root->deactivate_object(id);
 }
 
 TEST_F(Registration, FailuresOfTheCore) {
   OtherServant servant("IDL:test/Failures:1.0");
-  const auto activate = [&](CORBA::Environment& ev) { delete top->activate_object(&servant, ev); };
+  const auto id = oid("x");
+  const auto announce = [&](CORBA::Environment& ev) { POAInfo::POA_impl_is_ready(&servant, &id, ev); };
   const auto ready = [](CORBA::Environment& ev) { _POA_impl_is_ready(POAInfo::_boa, ev); };
   TraceRecorder trace;
   for (const char* refused : {"lookup", "ready"}) {
     const Unregistered anew;
     core.refuse(refused);
     trace.clear();
-    expect_raised<CORBA::BAD_PARAM>(activate);
+    expect_raised<CORBA::BAD_PARAM>(announce);
     EXPECT_EQ(trace.has("POAInfo::POA_impl_is_ready [KQ_ImplementationRep_lookup_id.]"), *refused == 'l');
     EXPECT_EQ(trace.has("_POAInfo::POA_impl_is_ready [CORBA_BOA_impl_is_ready.]"), *refused == 'r');
-    expect_raised<POA::ServantNotActive>([&](auto& ev) { top->servant_to_id(&servant, ev); });  // withdrawn
     const ZRImplementationDef* entry = FindImplementationDef("IDL:test/Failures:1.0");
     EXPECT_EQ(entry != nullptr, *refused == 'r');
     if (entry) {  // stays, not ready: not tried again
       core.take();
       EXPECT_FALSE(entry->is_ready);
-      activate(CORBA::Environment().self());
+      announce(CORBA::Environment().self());
       EXPECT_THAT(core.take(), IsEmpty());
     }
     expect_raised<CORBA::BAD_PARAM>(ready);
@@ -120,7 +122,12 @@ TEST_F(Registration, FailuresOfTheCore) {
     EXPECT_EQ(trace.has("_POA_impl_is_ready [CORBA_BOA_impl_is_ready.]"), *refused == 'r');
     EXPECT_EQ(POA_impl_is_ready_fl, *refused == 'r');
   }
-  top->destroy(false, false);
+  const Unregistered anew;  // an activation that cannot be announced leaves nothing behind
+  core.refuse("lookup");
+  expect_raised<POA::ServantAlreadyActive>([&](auto& ev) { top->activate_object(&servant, ev); });
+  core.refuse("nothing");
+  const ObjectId_var active = top->activate_object(&servant);
+  top->deactivate_object(active);
 }
 
 TEST_F(Registration, TheTableHas1024Entries) {
@@ -136,7 +143,9 @@ TEST_F(Registration, TheTableHas1024Entries) {
   EXPECT_EQ(outcome([&] { InsertImplementationDef(ids.back().c_str(), nullptr); }), "NO_MEMORY 0x4b510001 NO");
   EXPECT_TRUE(trace.has("InsertImplementationDef [NO_MEMORY]"));
   OtherServant servant("IDL:test/one more:1.0");
-  expect_raised<CORBA::NO_MEMORY>([&](auto&) { top->activate_object(&servant); }, 0x4B510001);
+  const auto id = oid("x");
+  EXPECT_EQ(outcome([&] { POAInfo::POA_impl_is_ready(&servant, &id, CORBA::Environment().self()); }),
+            "NO_MEMORY 0x4b510001 NO");
 }
 
 TEST_F(Registration, ManyThreadsRegisterAnInterfaceOnce) {

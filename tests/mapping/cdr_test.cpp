@@ -8,7 +8,6 @@ namespace {
 
 using namespace PortableServer;
 
-constexpr uint16_t no_direction = 2;
 const std::string nil_reference = hex("01000000 00 000000 00000000");
 
 template <class Wire, class... Value>
@@ -43,9 +42,6 @@ void expect_reference_travels(unsigned char (*wire)(CDR*, X*&)) {
   X* again = decoded.in();
   EXPECT_TRUE(decode(wire, nil_reference, again)) << "what was there is not the function's to release";
   EXPECT_EQ(again, nullptr);
-  Encoding out;
-  static_cast<CDR*>(out)->direction = no_direction;
-  EXPECT_FALSE(wire(out, reference.inout()));
 }
 
 TEST(Cdr, References) {
@@ -65,16 +61,15 @@ TEST(Cdr, References) {
   expect_reference_travels(cdr_PortableServer_Current);
 }
 
-TEST(Cdr, Enumerations) {
+TEST(Cdr, EnumerationsAndWhatDoesNotTravel) {
   auto state = POAManager::DISCARDING;
   EXPECT_EQ(encode(cdr_PortableServer_POAManager_State, &state), hex("02000000"));
   EXPECT_TRUE(decode(cdr_PortableServer_POAManager_State, hex("03000000"), &state));
   EXPECT_EQ(state, POAManager::INACTIVE);
   EXPECT_FALSE(decode(cdr_PortableServer_POAManager_State, hex("030000"), &state));
-  auto value = USE_SERVANT_MANAGER;
-  EXPECT_EQ(encode(cdr_PortableServer_RequestProcessingPolicyValue, &value), hex("02000000"));
-  EXPECT_TRUE(decode(cdr_PortableServer_RequestProcessingPolicyValue, hex("01000000"), &value));
-  EXPECT_EQ(value, USE_DEFAULT_SERVANT);
+  ServantBase* servant = nullptr;
+  EXPECT_EQ(encode(cdr_PortableServer_Servant, &servant), "failed");
+  EXPECT_FALSE(decode(cdr_PortableServer_Servant, hex("00000000 00000000"), &servant));
 }
 
 TEST(Cdr, ObjectIds) {
@@ -93,8 +88,6 @@ TEST(Cdr, ObjectIds) {
     EXPECT_EQ(empty.get_buffer(), nullptr);
   }
   EXPECT_FALSE(decode(cdr_PortableServer_ObjectId, hex("FFFFFFFF 61"), &empty));
-  EXPECT_TRUE(decode(cdr_PortableServer_ObjectId, hex("00000000"), &decoded));
-  EXPECT_EQ(decoded.length(), 0u);
 }
 
 TEST(Cdr, POALists) {
@@ -118,8 +111,6 @@ TEST(Cdr, POALists) {
   POAList huge;
   EXPECT_FALSE(decode(cdr_PortableServer_POAList, hex("FFFFFFFF 01000000"), &huge));
   EXPECT_EQ(huge.maximum(), 0u) << "more elements than the stream can hold";
-  EXPECT_TRUE(decode(cdr_PortableServer_POAList, hex("00000000"), &decoded));
-  EXPECT_EQ(decoded.length(), 0u);
 }
 
 TEST(Cdr, ExceptionsWithMembers) {
@@ -136,30 +127,6 @@ TEST(Cdr, ExceptionsWithMembers) {
   EXPECT_FALSE(decode(cdr_PortableServer_ForwardRequest, octets.substr(0, 9), &decoded));
   EXPECT_NE(decoded.forward_reference(), nullptr);
   EXPECT_EQ(encode(cdr_PortableServer_ForwardRequest, &nil), nil_reference);
-  EXPECT_TRUE(decode(cdr_PortableServer_ForwardRequest, nil_reference, &decoded));
-  EXPECT_EQ(decoded.forward_reference(), nullptr);
-}
-
-TEST(Cdr, AnotherDirectionMovesNothing) {
-  ObjectId id;
-  POAList list;
-  ForwardRequest forward;
-  POA::InvalidPolicy policy;
-  auto state = POAManager::ACTIVE;
-  Encoding out;
-  static_cast<CDR*>(out)->direction = no_direction;
-  EXPECT_TRUE(cdr_PortableServer_ObjectId(out, &id));
-  EXPECT_TRUE(cdr_PortableServer_POAList(out, &list));
-  EXPECT_TRUE(cdr_PortableServer_ForwardRequest(out, &forward));
-  EXPECT_TRUE(cdr_PortableServer_POA_InvalidPolicy(out, &policy));
-  EXPECT_FALSE(cdr_PortableServer_POAManager_State(out, &state)) << "the primitive refuses";
-  EXPECT_EQ(out.octets(), "");
-}
-
-TEST(Cdr, ServantsDoNotTravel) {
-  ServantBase* servant = nullptr;
-  EXPECT_EQ(encode(cdr_PortableServer_Servant, &servant), "failed");
-  EXPECT_FALSE(decode(cdr_PortableServer_Servant, hex("00000000 00000000"), &servant));
 }
 
 }  // namespace

@@ -18,18 +18,13 @@ ObjectId make_id(const std::string& octets, CORBA::ULong maximum = 0) {
   return id;
 }
 
-TEST(ObjectId, HoldsWhatItsConstructorSays) {
-  const ObjectId fresh;
-  EXPECT_EQ(fresh.maximum() + fresh.length() + fresh.release(), 0u);
-  EXPECT_EQ(fresh.get_buffer(), nullptr);
-  const ObjectId roomy(8);
-  EXPECT_EQ(roomy.maximum(), 8u);
-  EXPECT_EQ(roomy.length(), 0u);
-  EXPECT_TRUE(roomy.release());
+TEST(ObjectId, LentBuffersAreLeftAlone) {
   CORBA::Octet lent[4] = {1, 2, 3, 4};
-  const ObjectId view(4, 3, lent, 0);
+  ObjectId view(4, 3, lent, 0);
   EXPECT_EQ(view.get_buffer(), lent);
-  EXPECT_EQ(view[2], 3);
+  view.length(5);
+  EXPECT_NE(view.get_buffer(), lent);
+  EXPECT_TRUE(view.release() && view[2] == 3);
   const ObjectId too_long(2, 9, lent, 0);
   EXPECT_LE(too_long.length(), 2u) << "only to be destroyed safely";
   EXPECT_EQ(ObjectId::allocbuf(0), nullptr);
@@ -47,12 +42,6 @@ TEST(ObjectId, LengthGrowsAndShrinks) {
   id.length(6);
   EXPECT_EQ(text(id).substr(0, 4), "abcd");
   EXPECT_EQ(id.maximum(), 6u);
-
-  CORBA::Octet lent[2] = {7, 8};
-  ObjectId view(2, 2, lent, 0);
-  view.length(3);  // leaves the lent buffer alone
-  EXPECT_NE(view.get_buffer(), lent);
-  EXPECT_TRUE(view.release());
 }
 
 TEST(ObjectId, CopiesAreDeepAndKeepTheMaximum) {
@@ -83,27 +72,20 @@ TEST(ObjectId, AnIndexPastTheLengthGivesAScratchElement) {
   EXPECT_EQ(static_cast<unsigned char*>(id), id.get_buffer());
 }
 
-/// One reference of the root POA in a list, and how the list's elements refer to it.
-class POALists : public testing::Test {
- protected:
-  POA* const root = test_root_poa();
-
-  POAList list_of(CORBA::ULong n) {
-    POAList list;
-    list.length(n);
-    for (CORBA::ULong i = 0; i < n; ++i) list[i] = POA::_duplicate(root);
-    return list;
+POAList list_of(CORBA::ULong n) {
+  POAList list;
+  list.length(n);
+  for (CORBA::ULong i = 0; i < n; ++i) list[i] = POA::_duplicate(test_root_poa());
+  return list;
+}
+void expect_valid(const POAList& list, CORBA::ULong n) {
+  for (CORBA::ULong i = 0; i < n; ++i) {
+    ASSERT_NE(list[i].in(), nullptr) << i;
+    EXPECT_TRUE(list[i]->_is_equivalent(test_root_poa()));
   }
-  void expect_valid(const POAList& list, CORBA::ULong n) {
-    for (CORBA::ULong i = 0; i < n; ++i) {
-      ASSERT_NE(list[i].in(), nullptr) << i;
-      const CORBA::String_var name = list[i]->the_name();
-      EXPECT_STREQ(name.in(), "rootPOA");
-    }
-  }
-};
+}
 
-TEST_F(POALists, GrowingAndCopyingKeepValidReferences) {
+TEST(POALists, GrowingAndCopyingKeepValidReferences) {
   POAList list = list_of(2);
   list.length(5);
   expect_valid(list, 2);
@@ -143,17 +125,11 @@ void expect_var_behaviour(const Sequence& two_elements) {
   fresh = adopted;
   adopted->length(1);
   EXPECT_EQ(copy->length() + fresh->length(), 4u);
-  fresh = new Sequence;
-  EXPECT_EQ(fresh->length(), 0u);
 }
 
-TEST_F(POALists, VarsOwnOneSequence) {
+TEST(POALists, VarsOwnOneSequence) {
   expect_var_behaviour<ObjectId_var>(make_id("ab"));
   expect_var_behaviour<POAList_var>(list_of(2));
-  ObjectId_var id(make_id("ab"));
-  EXPECT_EQ(id[1], 'b');
-  id[7] = 'X';
-  EXPECT_EQ(text(*id), "ab");
 }
 
 }  // namespace

@@ -1,13 +1,13 @@
 #include "server_process.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 #include "orb_fixture.h"
 
@@ -20,7 +20,8 @@ std::map<std::string, Offer>& offers() {
   return all;
 }
 
-/// Writes the references offered, ends them with an empty line, and serves until standard input ends.
+/// Writes the references offered, ends them with an empty line, and serves until nobody reads standard
+/// output.
 void serve(Offer offer) {
   int count = 0;
   char* none[] = {nullptr};
@@ -35,8 +36,8 @@ void serve(Offer offer) {
   }
   std::printf("\n");
   std::fflush(stdout);
-  char octet = 0;
-  while (::read(STDIN_FILENO, &octet, 1) > 0) {
+  pollfd reader{STDOUT_FILENO, 0, 0};  // says when the other end is closed
+  while (::poll(&reader, 1, -1) < 0) {
   }
   orb->destroy();
 }
@@ -57,36 +58,17 @@ class ServerMode : public testing::Environment {
 ServerOffer::ServerOffer(const char* name, Offer offer) { offers()[name] = offer; }
 
 ServerProcess::ServerProcess(const char* offer) {
-  int in[2], out[2];
-  if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
-  const std::string variable = std::string(offer_variable) + "=" + offer;
-  pid_ = ::fork();
-  if (pid_ == 0) {
-    ::dup2(in[0], STDIN_FILENO);
-    ::dup2(out[1], STDOUT_FILENO);
-    ::putenv(const_cast<char*>(variable.c_str()));
-    ::execl("/proc/self/exe", "server", static_cast<char*>(nullptr));
-    ::_exit(127);
-  }
-  ::close(in[0]);
-  ::close(out[1]);
-  to_server_ = in[1];
-  FILE* lines = ::fdopen(out[0], "r");
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  lines_ = ::popen((std::string(offer_variable) + "=" + offer + " exec '" + self + "'").c_str(), "re");
   char line[4096], name[64], text[4000];
-  while (std::fgets(line, sizeof line, lines) && line[0] != '\n') {
+  while (lines_ && std::fgets(line, sizeof line, lines_) && line[0] != '\n') {
     if (std::sscanf(line, "%63s %3999s", name, text) == 2 && std::strncmp(text, "IOR:", 4) == 0)
       offered_[name] = text;
   }
-  std::fclose(lines);
   EXPECT_FALSE(offered_.empty()) << "the server did not start";
 }
 
-ServerProcess::~ServerProcess() {
-  ::close(to_server_);
-  int status = -1;
-  EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the server ended with status " << status;
-}
+ServerProcess::~ServerProcess() { EXPECT_EQ(::pclose(lines_), 0) << "the server did not end well"; }
 
 void* ServerProcess::handle(const std::string& name) const {
   const auto found = offered_.find(name);

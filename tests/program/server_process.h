@@ -1,8 +1,7 @@
 // A server in a process of its own: this very program, started anew.
 #pragma once
 
-#include <sys/types.h>
-
+#include <cstdio>
 #include <map>
 #include <string>
 
@@ -29,8 +28,7 @@ class ServerProcess {
   void* handle(const std::string& name) const;
 
  private:
-  pid_t pid_ = -1;
-  int to_server_ = -1;
+  std::FILE* lines_;                            // of the server, which goes on until this is closed
   std::map<std::string, std::string> offered_;  // stringified references
 };
 

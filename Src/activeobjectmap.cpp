@@ -95,7 +95,10 @@ ActiveObjectMap::~ActiveObjectMap() {
   PoaSemaphoreGuard guard(__LINE__);
   (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
   if (_next_aom) _next_aom->_pre_aom = _pre_aom;
-  for (_ActiveObjectEntry& entry : entries) delete entry.oid;
+  for (_ActiveObjectEntry& entry : entries) {
+    if (entry.oid && !entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+    delete entry.oid;
+  }
   while (ActiveObjectMap* block = next) {  // one by one: a long chain is no deep recursion
     next = std::exchange(block->next, nullptr);
     delete block;
@@ -159,8 +162,10 @@ ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBa
 ServantBase* ActiveObjectMap::findServantById(std::string_view oid, bool hold) {
   POA_TRACE("ActiveObjectMap::findServantById called...");
   PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry = find([&](const _ActiveObjectEntry& e) { return oid_view(*e.oid) == oid; });
-  if (!entry || (hold && entry->etherealized)) {
+  // An etherealized servant may be gone: its entry answers nothing any more.
+  _ActiveObjectEntry* entry =
+      find([&](const _ActiveObjectEntry& e) { return !e.etherealized && oid_view(*e.oid) == oid; });
+  if (!entry) {
     POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
     return nullptr;
   }
@@ -208,9 +213,19 @@ ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const vo
     return nullptr;
   }
   if (hold) ServantAccess::hold(*entry->p_servant);
-  POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : %s]",
-            is_ipv6 ? "ipv6" : "ipv4");
+  if (is_ipv6) {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv6]");
+  } else {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv4]");
+  }
   return entry->p_servant;
+}
+
+bool ActiveObjectMap::holds(std::string_view oid, const ServantBase* p_servant) {
+  PoaSemaphoreGuard guard(__LINE__);
+  return find([&](const _ActiveObjectEntry& e) {
+           return e.p_servant == p_servant && !e.etherealized && oid_view(*e.oid) == oid;
+         }) != nullptr;
 }
 
 // ---- Deactivating and removing ------------------------------------------------------------------

@@ -50,6 +50,8 @@ class ActiveObjectMap {
   PortableServer::ObjectId* findOidByServant(PortableServer::ServantBase* p_servant);
   /// A copy of the id found, or null; owned by the caller.
   PortableServer::ObjectId* copyOidByServant(PortableServer::ServantBase* p_servant);
+  /// Whether the servant is active under that id.
+  bool holds(std::string_view oid, const PortableServer::ServantBase* p_servant);
   void deactivateByOid(const PortableServer::ObjectId& oid);
   void removeById(const PortableServer::ObjectId& oid);
   /// Only the entries of that servant; an id that went over to another servant stays.
@@ -172,6 +174,9 @@ struct ServantAccess {
   static void hold(ServantBase& s) { ++s._counter; }
   /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
   static void release(ServantBase& s);
+  /// Keeps `ior` (with flag 1 a duplicate) as the servant's reference for (POA, id); gives the object kept, or null when there is one already.
+  static CORBA::Object* keep_reference(ServantBase& s, const std::shared_ptr<POAInfo>& record, CORBA::Object* ior, int flag,
+                                       std::string_view oid);
   /// The references of live POAs, as they are now.
   static std::vector<ServantReference> list_references(const ServantBase& s);
   /// A duplicate of the reference kept for (poa, oid), or null.

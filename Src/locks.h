@@ -1,7 +1,8 @@
 // The six process-wide mutexes and the POA semaphore.
 //
 // Order, outermost first: poa_mutex, poa_svt_ref_counter_mutex, poa_svt_delete_mutex, poa_svt_lifespan_mutex, poa_default_servant_ref_mutex,
-// poa_svt_objref_mutex, the POA semaphore. All are re-entrant for the thread that holds them.
+// poa_svt_objref_mutex, the POA semaphore. All are re-entrant for the thread that holds them. The plain mutexes of single records and tables
+// (default_mutex, shared policies, live managers, registration) are leaves: taken last.
 #pragma once
 
 #include "zrsv.h"

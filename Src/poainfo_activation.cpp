@@ -71,6 +71,7 @@ ActiveObjectMap* POAInfo::map_for_insert() {
 
 const ObjectId* POAInfo::enter_active(const ObjectId& id, ServantBase& servant, CORBA::Environment& ev) {
   PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the checks and the entry
+  if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
   if (ActiveObjectMap* map = active_object_map; map && unique_id()) {
     if (map->findOidByServant(&servant))
       raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
@@ -128,7 +129,7 @@ ServantBase* take_active(ActiveObjectMap& map, const ObjectId& oid) {
   POA_TRACE("  ActiveObjectMap::deactivateByOid call");
   map.deactivateByOid(oid);
   POA_TRACE("  ActiveObjectMap::removeById call");
-  map.removeById(oid);
+  map.removeById(oid, servant);
   return servant;
 }
 

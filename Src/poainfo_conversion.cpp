@@ -15,12 +15,12 @@ std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId>
   const ObjectId* own_id = copy.get();
   {
     PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the look and the entry
+    if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
     ActiveObjectMap* map = map_for_insert();
     if (unique_id())
       if (ObjectId* active = map->copyOidByServant(&servant)) return std::unique_ptr<ObjectId>(active);
     map->insertActiveObjectMap(copy.release(), &servant);
   }
-  POA_TRACE("  POA_impl_is_ready call");
   register_active(*id, servant, own_id, ev);
   return id;
 }
@@ -52,12 +52,20 @@ CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& s
                                              CORBA::Environment& ev) {
   CORBA::Object_var reference(POACreateReference(oid, interface_of(servant, oid, poa_object, ev), ev));
   CORBA::Object_var duplicate(CORBA::Object::_duplicate(reference.in()));
-  if (servant.set_ObjectReference(poa_object, duplicate.in(), 0, _boa, nullptr)) {
-    duplicate._retn();  // the servant's now
-  } else if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa_object, oid)) {
-    return kept;  // another thread has made and bound it meanwhile
+  // Keeping and binding are one step, and so is withdrawing. Deactivation leaves the map first: an object that is still there is
+  // withdrawn after this.
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa_object, oid)) return kept;  // made meanwhile
+  ActiveObjectMap* map = active_object_map;
+  if (destroyed || !map || !map->holds(oid_view(oid), &servant)) raise<POA::ObjectNotActive>(ev, nullptr);
+  ServantAccess::keep_reference(servant, shared_from_this(), duplicate.in(), 0, oid_view(oid));
+  duplicate._retn();  // the servant's now
+  try {
+    bind(*reference.in(), ev);
+  } catch (const CORBA::Exception&) {
+    servant.clear_ObjectReference(poa_object, &oid);
+    throw;
   }
-  bind(*reference.in(), ev);
   return reference._retn();
 }
 
@@ -92,6 +100,7 @@ ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& 
                               "POAInfo::servant_to_id [systemId is null.]");
     POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [insert servant = 0x%lx ,this = 0x%lx]",
               trace_address(&servant), trace_address(&poa));
+    POA_TRACE("  POA_impl_is_ready call");
     oid = poa.activate_implicitly(std::move(oid), servant, ev);
     POA_TRACE("POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]");
     return oid.release();
@@ -148,6 +157,7 @@ CORBA::Object* reference_of_servant(POAInfo& poa, ServantBase& servant, CORBA::E
   if (!oid)
     raise<CORBA::BAD_PARAM>(ev, "oid create failed. throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::servant_to_reference [systemId is null.]");
+  map = poa.map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [aom = 0x%lx, serv = 0x%lx, this = 0x%lx]",
             trace_address(map), trace_address(&servant), trace_address(&poa));
   oid = poa.activate_implicitly(std::move(oid), servant, ev);

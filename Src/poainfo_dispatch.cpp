@@ -165,9 +165,10 @@ class TargetReference {
  public:
   TargetReference(const RequestTarget& target, ServantBase& servant, bool for_one_request)
       : target_(target), servant_(for_one_request && target.has_data ? &servant : nullptr) {
-    POAInfo& poa = *target.poa;
-    const auto default_oid = &servant == poa.servant_default.load() ? poa.default_oid() : nullptr;
-    servant.set_ObjectReference(poa.poa_object, target.object, 1, POAInfo::_boa, default_oid.get());
+    if (!target.has_data) return;
+    const auto default_oid = &servant == target.poa->servant_default.load() ? target.poa->default_oid() : nullptr;
+    ServantAccess::keep_reference(servant, target.poa, target.object, 1,
+                                  default_oid ? oid_view(*default_oid) : target.data.object_id);
   }
   ~TargetReference() {
     if (servant_) servant_->clear_ObjectReference(target_.poa->poa_object, &BorrowedObjectId(target_.data.object_id).get());

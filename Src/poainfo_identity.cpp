@@ -39,9 +39,11 @@ ObjectId* make_unique_id() {
   const SystemIdTime time = next_system_id_time(last, system_time());
   char text[UNIQUE_ID_LENGTH + 1];
   print_unique_id(text, static_cast<ULong>(getpid()), time);
-  ObjectId* oid = make_oid({text, UNIQUE_ID_LENGTH});
+  auto* const octets = ObjectId::allocbuf(sizeof text);  // the NUL behind the id lets programs print it
+  if (!octets) throw std::bad_alloc();
+  std::memcpy(octets, text, sizeof text);
   last = time;
-  return oid;
+  return new ObjectId(UNIQUE_ID_LENGTH, UNIQUE_ID_LENGTH, octets, 1);
 }
 
 void put_ulong(unsigned char* at, ULong value) {
@@ -191,13 +193,12 @@ CORBA::Object* create_reference_of(const POAInfo& poa, const ObjectId& oid, cons
   if (!poa.createPOAReferenceData(&data, &name, oid))
     raise<CORBA::BAD_PARAM>(ev, "createPOAReferenceData() = NULL, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::POACreateReference [createPOAReferenceData.]");
-  void* handle = create_handle(data, poa, intf);
-  if (!handle)
+  CORBA::Object_var object(new CORBA::Object);
+  object->set_ref(create_handle(data, poa, intf));
+  if (!object->get_ref())
     raise<CORBA::BAD_PARAM>(ev, "obj = NULL, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::POACreateReference [obj is nil.]");
-  auto* object = new CORBA::Object;
-  object->set_ref(handle);
-  return object;
+  return object._retn();
 }
 
 }  // namespace
@@ -254,10 +255,13 @@ int checkEmptyReferenceData(CORBA::Object* reference) {
   const unsigned char* octets = nullptr;
   uint32_t length = 0;
   if (!ZR_object_peek_id(reference->get_ref(), &octets, &length)) return 1;
-  const int empty = length == 0 ? 1 : 0;
-  POA_TRACE("checkEmptyReferenceData len=%d return(%d)", static_cast<int>(length), empty);
-  if (!empty) POA_TRACE("checkEmptyReferenceData end...");
-  return empty;
+  if (length == 0) {
+    POA_TRACE("checkEmptyReferenceData len=%d return(1)", 0);
+    return 1;
+  }
+  POA_TRACE("checkEmptyReferenceData len=%d return(0)", static_cast<int>(length));
+  POA_TRACE("checkEmptyReferenceData end...");
+  return 0;
 }
 
 // ---- Copies -------------------------------------------------------------------------------------

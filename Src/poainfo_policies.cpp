@@ -2,38 +2,32 @@
 #include <algorithm>
 #include <iterator>
 #include <mutex>
-#include <string>
 
 #include "policykinds.h"
 
 namespace {
 
-/// Names of the shared objects, by tag.
-constexpr const char* shared_names[POLICY_TAGS] = {
-    "threadPolicy_ORB_CTRL_MODEL",
-    "threadPolicy_SINGLE_THREAD_MODEL",
-    "lifespanPolicy_TRANSIENT",
-    "lifespanPolicy_PERSISTENT",
-    "idUniquenessPolicy_UNIQUE_ID",
-    "idUniquenessPolicy_MULTIPLE_ID",
-    "idAssignmentPolicy_USER_ID",
-    "idAssignmentPolicy_SYSTEM_ID",
-    "implicitActivationPolicy_IMPLICIT_ACTIVATION",
-    "implicitActivationPolicy_NO_IMPLICIT_ACTIVATION",
-    "servantRetentionPolicy_RETAIN",
-    "servantRetentionPolicy_NON_RETAIN",
-    "requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY",
-    "requestProcessingPolicy_USE_DEFAULT_SERVANT",
-    "requestProcessingPolicy_USE_SERVANT_MANAGER",
+/// Trace texts of the shared objects when they are made, by tag.
+constexpr const char* made_texts[POLICY_TAGS] = {
+    "POAInfo::create_thread_policy end...[threadPolicy_ORB_CTRL_MODEL]",
+    "POAInfo::create_thread_policy end...[threadPolicy_SINGLE_THREAD_MODEL]",
+    "POAInfo::create_lifespan_policy end...[lifespanPolicy_TRANSIENT]",
+    "POAInfo::create_lifespan_policy end...[lifespanPolicy_PERSISTENT]",
+    "POAInfo::create_id_uniqueness_policy end...[idUniquenessPolicy_UNIQUE_ID]",
+    "POAInfo::create_id_uniqueness_policy end...[idUniquenessPolicy_MULTIPLE_ID]",
+    "POAInfo::create_id_assignment_policy end...[idAssignmentPolicy_USER_ID]",
+    "POAInfo::create_id_assignment_policy end...[idAssignmentPolicy_SYSTEM_ID]",
+    "POAInfo::create_implicit_activation_policy end...[implicitActivationPolicy_IMPLICIT_ACTIVATION]",
+    "POAInfo::create_implicit_activation_policy end...[implicitActivationPolicy_NO_IMPLICIT_ACTIVATION]",
+    "POAInfo::create_servant_retention_policy end...[servantRetentionPolicy_RETAIN]",
+    "POAInfo::create_servant_retention_policy end...[servantRetentionPolicy_NON_RETAIN]",
+    "POAInfo::create_request_processing_policy end...[requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY]",
+    "POAInfo::create_request_processing_policy end...[requestProcessingPolicy_USE_DEFAULT_SERVANT]",
+    "POAInfo::create_request_processing_policy end...[requestProcessingPolicy_USE_SERVANT_MANAGER]",
 };
 
 std::mutex shared_mutex;
 CORBA::Policy* shared_objects[POLICY_TAGS];  // guarded by shared_mutex; each is made once and never destroyed
-
-[[noreturn]] void raise_bad_param(const PolicyKind& kind, const char* first, const char* reason,
-                                  CORBA::Environment& ev) {
-  raise<CORBA::BAD_PARAM>(ev, first, (std::string("POAInfo::") + kind.factory + reason).c_str());
-}
 
 template <class Kind>
 CORBA::Policy* make_shared_object(PolicyTag tag, CORBA::Environment& ev) {
@@ -42,20 +36,21 @@ CORBA::Policy* make_shared_object(PolicyTag tag, CORBA::Environment& ev) {
   ValueReferenceData<PolicyTag> data(tag);
   CORBA_Environment core{};
   void* reference = POAInfo::createObject(&data.sequence, id, id, nullptr, &core);
-  if (!reference) raise_bad_param(kind, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", " [obj is nil.]", ev);
+  if (!reference)
+    raise<CORBA::BAD_PARAM>(ev, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", kind.obj_is_nil);
   auto* made = new PortableServer_Policy_impl<Kind>;
   made->__value = static_cast<typename Kind::value_type>(tag - kind.first);
   made->set_ref(reference);
-  POA_TRACE("POAInfo::%s end...[%s]", kind.factory, shared_names[tag]);
+  POA_TRACE("%s", made_texts[tag]);
   return made;
 }
 
 template <class Kind>
 Kind* shared_object(typename Kind::value_type value, CORBA::Environment& ev) {
   constexpr const PolicyKind& kind = policy_kind<Kind>;
-  POA_TRACE("POAInfo::%s called...", kind.factory);
+  POA_TRACE("%s", kind.called);
   if (value >= kind.count)
-    raise_bad_param(kind, "bad param, throw CORBA::StExcep::BAD_PARAM", " [bad param.]", ev);
+    raise<CORBA::BAD_PARAM>(ev, "bad param, throw CORBA::StExcep::BAD_PARAM", kind.bad_param);
   const PolicyTag tag = kind.first + value;
   std::lock_guard lock(shared_mutex);
   if (!shared_objects[tag]) shared_objects[tag] = make_shared_object<Kind>(tag, ev);

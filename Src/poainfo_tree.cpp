@@ -246,7 +246,11 @@ void POAInfo::etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::B
     POA_TRACE("POAInfo::_destroy end...");
     return;
   }
-  ActiveObjectMap* map = active_object_map;
+  ActiveObjectMap* map = nullptr;
+  {  // waits for a servant that is being entered, perhaps into a first map: later ones see that the POA goes
+    PoaSemaphoreGuard guard(__LINE__);
+    map = active_object_map;
+  }
   if (retains() && map && etherealize_objects) {
     auto* activator =
         static_cast<PortableServer::ServantActivator*>(servant_manager->get_servant_activator());

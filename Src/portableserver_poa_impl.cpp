@@ -146,8 +146,8 @@ ImplicitActivationPolicy* PortableServer_POA_impl::create_implicit_activation_po
                    "PortableServer_POA_impl::create_implicit_activation_policy [poa_info is null.]",
                    [&](POAInfo&) {
                      return duplicate(POAInfo::create_implicit_activation_policy(value, env), env,
-                                      "PortableServer_POA_impl::create_implicit_activation_policy "
-                                      "[implicit_activation policy is nil.]");
+                                      // One literal, so that it can be searched for.
+                                      "PortableServer_POA_impl::create_implicit_activation_policy [implicit_activation policy is nil.]");
                    });
 }
 

@@ -1,6 +1,7 @@
 // The one way in which the adapter reports a failure: trace the reason, store the exception in the caller's environment, throw a copy.
 #pragma once
 
+#include <new>
 #include <type_traits>
 
 #include "minor_codes.h"
@@ -34,6 +35,9 @@ auto replacing(CORBA::Environment& ev, const char* first, const char* last, Work
     return work();
   } catch (const CORBA::Exception& e) {
     if ((dynamic_cast<const Pass*>(&e) || ...)) throw;
+    if (first) POA_TRACE("%s", first);
+    raise<E>(ev, last);
+  } catch (const std::bad_alloc&) {
     if (first) POA_TRACE("%s", first);
     raise<E>(ev, last);
   }

@@ -129,8 +129,11 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
     if (seconds > 0) {
       if (!listed) POA_ServantList::add_servant(servant_lifespan_list, this);
       _timer = seconds_since_1970() + static_cast<CORBA::ULong>(seconds);
-      const char* what = listed ? "timer is changed .. timer" : "timer of Servant";
-      POA_TRACE("ServantBase::set_timer [%s = %d]", what, static_cast<int>(_timer));
+      if (listed) {
+        POA_TRACE("ServantBase::set_timer [timer is changed .. timer = %d]", static_cast<int>(_timer));
+      } else {
+        POA_TRACE("ServantBase::set_timer [timer of Servant = %d]", static_cast<int>(_timer));
+      }
     } else if (listed) {
       POA_ServantList::remove_servant(servant_lifespan_list, this);
       _timer = 0;

@@ -93,11 +93,31 @@ std::optional<std::string_view> recorded_id(bool is_default_servant, const Objec
   return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
 }
 
-bool recorded(const ServantBase& servant, POA* poa, std::string_view oid) {
+bool recorded(ObjectRefList* const& list, POA* poa, std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
-  if (!find_node(ServantAccess::references(servant), poa, oid)) return false;
+  if (!find_node(list, poa, oid)) return false;
   POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
   return true;
+}
+
+void trace_called(const POA* poa, const CORBA::Object* ior) {
+  POA_TRACE("ServantBase::set_ObjectReference called...[poa = 0x%lx, ior = 0x%lx]", trace_address(poa),
+            trace_address(ior));
+}
+
+/// Adds a node, unless there is one for (POA, id): then null.
+CORBA::Object* keep(ObjectRefList*& list, const POAInfoPtr& record, CORBA::Object* ior, int flag, std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (recorded(list, record->poa_object, oid)) return nullptr;
+  auto node = std::make_unique<ObjectRefList>();
+  std::unique_ptr<ObjectId> own_id(make_oid(oid));
+  CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
+  node->set_record(record);
+  node->set_oid(own_id.release());
+  node->set_object_ref(object);
+  drop_dead(list);
+  append(list, std::move(node));
+  return object;
 }
 
 void unbind(CORBA::Object& reference, void* orb) {
@@ -129,27 +149,21 @@ CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
 
 CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, int flag, void* /*boa*/,
                                                 const ObjectId* oid) {
-  POA_TRACE("ServantBase::set_ObjectReference called...[poa = 0x%lx, ior = 0x%lx]", trace_address(poa),
-            trace_address(ior));
+  trace_called(poa, ior);
   if (!poa || !ior) {
     POA_TRACE("ServantBase::set_ObjectReference end...[poa or ior is NULL]");
     return nullptr;
   }
   const auto id = recorded_id(_default_servant > 0, oid, ior);
-  if (!id || recorded(*this, poa, *id)) return nullptr;
+  if (!id || recorded(_object_ref, poa, *id)) return nullptr;
   const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
-  if (!record) return nullptr;
-  auto node = std::make_unique<ObjectRefList>();
-  std::unique_ptr<ObjectId> own_id(make_oid(*id));
-  MutexGuard guard(poa_svt_objref_mutex);
-  if (recorded(*this, poa, *id)) return nullptr;  // another thread was first
-  CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
-  node->set_record(record);
-  node->set_oid(own_id.release());
-  node->set_object_ref(object);
-  drop_dead(_object_ref);
-  append(_object_ref, std::move(node));
-  return object;
+  return record ? keep(_object_ref, record, ior, flag, *id) : nullptr;
+}
+
+CORBA::Object* ServantAccess::keep_reference(ServantBase& s, const POAInfoPtr& record, CORBA::Object* ior,
+                                             int flag, std::string_view oid) {
+  trace_called(record->poa_object, ior);
+  return keep(s._object_ref, record, ior, flag, oid);
 }
 
 void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
@@ -196,19 +210,28 @@ std::vector<ServantReference> ServantAccess::list_references(const ServantBase& 
 
 namespace {
 
+std::size_t length_of(const ObjectRefList* list) {
+  std::size_t length = 0;
+  for (; list; list = list->get_next()) ++length;
+  return length;
+}
+
 /// A reference taken out of a servant's list, and the record of its POA when that lives.
 struct Withdrawn {
   POAInfoPtr record;
   Content content;
 };
 
+/// Takes and unbinds: whoever finds a reference in no list must not find it bound either.
 std::vector<Withdrawn> take_all(ObjectRefList*& list) {
   std::vector<Withdrawn> taken;
+  taken.reserve(length_of(list));
   for (ObjectRefList* node = list; node; node = node->get_next()) {
     if (!node->get_poa() || !node->get_oid()) continue;
     if (node->get_oid()->length() != 0) {
       taken.push_back({node->get_record(), {}});
       taken.back().content = take(*node);
+      if (taken.back().content.object.in()) unbind(*taken.back().content.object.in(), POAInfo::_orb);
     } else {
       delete node->get_oid();
       node->set_oid(nullptr);
@@ -237,7 +260,6 @@ void ServantBase::deactivate_ObjectReference() {
       map->deactivateByOid(*content.oid);
       map->removeById(*content.oid, this);
     }
-    if (content.object.in()) unbind(*content.object.in(), POAInfo::_orb);
   }
   POA_TRACE("ServantBase::deactivate_ObjectReference end...[ior is not found in _object_ref]");
 }
@@ -247,7 +269,11 @@ ServantBase::~ServantBase() {
     MutexGuard guard(poa_svt_lifespan_mutex);
     POA_ServantList::remove_servant(servant_lifespan_list, this);
   }
-  for (ObjectRefList* node = _object_ref; node; node = node->get_next()) take(*node);
+  if (_active_entries != 0) ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it
+  for (ObjectRefList* node = _object_ref; node; node = node->get_next()) {
+    const Content content = take(*node);
+    if (content.object.in()) unbind(*content.object.in(), POAInfo::_orb);
+  }
   delete _object_ref;
 }
 

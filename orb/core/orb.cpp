@@ -122,7 +122,15 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
 // The adapter hands out a new handle the first time; after that the same one, which is not new.
 Ref<Reference> Orb::make_root() {
   set_binding_open(true);
-  auto* const made = _cpp_poa_init ? as_reference(_cpp_poa_init(this, &boa)) : nullptr;
+  void* handle = nullptr;
+  try {
+    if (_cpp_poa_init) handle = _cpp_poa_init(this, &boa);
+  } catch (const std::exception& e) {
+    OM_log("making the root POA failed: %s", e.what());
+  } catch (...) {
+    OM_log("making the root POA failed");
+  }
+  auto* const made = as_reference(handle);
   if (made && made != root_.get()) root_ = Ref<Reference>::adopt(made);
   return made ? root_ : Ref<Reference>();
 }

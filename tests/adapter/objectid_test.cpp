@@ -59,7 +59,8 @@ TEST(SystemIdForm, NoTimeIsGivenOutTwice) {
   for (const auto& row : rows) {
     const SystemIdTime got = next_system_id_time(row.last, row.now);
     EXPECT_TRUE(got.seconds == row.next.seconds && got.millisecond == row.next.millisecond)
-        << row.last.seconds << "." << row.last.millisecond << " gave " << got.seconds << "." << got.millisecond;
+        << row.last.seconds << "." << row.last.millisecond << " gave " << got.seconds << "."
+        << got.millisecond;
   }
 }
 

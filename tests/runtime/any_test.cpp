@@ -112,21 +112,18 @@ TEST(AnyTest, StringsAnysAndTypeCodesTravel) {
 }
 
 TEST(AnyTest, ReferencesAreDuplicated) {
-  const char* const ior = "corbaloc:iiop:192.0.2.1:1/key";
   CORBA::Object object;
-  object.set_ref(CORBA_ORB_string_to_object(nullptr, ior, nullptr));
-  ASSERT_NE(object.get_ref(), nullptr);
+  object.set_ref(CORBA_ORB_string_to_object(nullptr, "corbaloc:iiop:192.0.2.1:1/key", nullptr));
   Any any, nil, moved;
   any <<= &object;
   nil <<= static_cast<CORBA::Object*>(nullptr);
   CORBA::any_insert_reference(moved, TypeCode::create_interface_tc("IDL:I:1.0", "I"),
                               new CORBA::Object*(CORBA::Object::_duplicate(&object)));
+  CORBA::Object_var found;
   for (const Any& each : {any, travelled(any), travelled(moved)}) {
-    CORBA::Object_var found;
     ASSERT_TRUE(each >>= Any::to_object{found.out()});
     EXPECT_TRUE(object._is_equivalent(found.in()));
   }
-  CORBA::Object_var found(CORBA::Object::_duplicate(&object));
   ASSERT_TRUE(travelled(nil) >>= Any::to_object{found.out()});
   EXPECT_EQ(found.in(), nullptr);
 }

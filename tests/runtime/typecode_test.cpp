@@ -31,15 +31,11 @@ TypeCode_var described(const Octets& octets) {
 
 // struct P { sequence<octet, 3> o; }, as a big-endian stream.
 const Octets wire_struct = {
-    0, 0, 0, 15,                                 // struct
-    0, 0, 0, 52,                                 // encapsulation
-    0, 0, 0, 0,                                  //   big-endian, padding
-    0, 0, 0, 4,  'I', ':', 'P', 0,               //   id
-    0, 0, 0, 2,  'P', 0,   0,   0,               //   name, padding
-    0, 0, 0, 1,                                  //   one member
-    0, 0, 0, 2,  'o', 0,   0,   0,               //   its name, padding
-    0, 0, 0, 19, 0,   0,   0,   12,              //   sequence, encapsulation
-    0, 0, 0, 0,  0,   0,   0,   10, 0, 0, 0, 3,  //     big-endian, octet, bound 3
+    0, 0, 0, 15, 0,   0,   0,   52, 0,   0, 0, 0,                // struct, encapsulation: big-endian, padding
+    0, 0, 0, 4,  'I', ':', 'P', 0,  0,   0, 0, 2, 'P', 0, 0, 0,  // id; name, padding
+    0, 0, 0, 1,  0,   0,   0,   2,  'o', 0, 0, 0,                // one member; its name, padding
+    0, 0, 0, 19, 0,   0,   0,   12,                              // sequence, encapsulation:
+    0, 0, 0, 0,  0,   0,   0,   10, 0,   0, 0, 3                 // big-endian, octet, bound 3
 };
 
 TypeCode_var make_struct() {

@@ -58,64 +58,62 @@ TEST_F(Activation, Failures) {
   retain->activate_object_with_id(a, &servant, env);
   located->set_servant_manager(&locator, env);
 
-  REFUSED(BAD_PARAM, user->activate_object(nullptr, ev), "activate_object [servant is null.]");
-  REFUSED(POA::WrongPolicy, located->activate_object(&other, ev), "activate_object [wrong policy.]");
-  REFUSED(POA::WrongPolicy, user->activate_object(&other, ev), "activate_object [wrong policy.]");
-  REFUSED(POA::ServantAlreadyActive, retain->activate_object(&servant, ev),
-          "activate_object [already activate.]");
+  REFUSED(BAD_PARAM, user, activate_object, "servant is null", nullptr);
+  REFUSED(POA::WrongPolicy, located, activate_object, "wrong policy", &other);
+  REFUSED(POA::WrongPolicy, user, activate_object, "wrong policy", &other);
+  REFUSED(POA::ServantAlreadyActive, retain, activate_object, "already activate", &servant);
 
-  REFUSED(BAD_PARAM, located->activate_object_with_id(empty, nullptr, ev),
-          "activate_object_with_id [id length is invalid.]");
-  REFUSED(BAD_PARAM, located->activate_object_with_id(a, nullptr, ev),
-          "activate_object_with_id [servant is null.]");
-  REFUSED(POA::WrongPolicy, located->activate_object_with_id(a, &other, ev),
-          "activate_object_with_id [wrong policy.]");
-  REFUSED(POA::ServantAlreadyActive, user->activate_object_with_id(b, &servant, ev),
-          "activate_object_with_id [already activate.]");
-  REFUSED(POA::ObjectAlreadyActive, user->activate_object_with_id(a, &other, ev),
-          "activate_object_with_id [already activate.]");
+  REFUSED(BAD_PARAM, located, activate_object_with_id, "id length is invalid", empty, nullptr);
+  REFUSED(BAD_PARAM, located, activate_object_with_id, "servant is null", a, nullptr);
+  REFUSED(POA::WrongPolicy, located, activate_object_with_id, "wrong policy", a, &other);
+  REFUSED(POA::ServantAlreadyActive, user, activate_object_with_id, "already activate", b, &servant);
+  REFUSED(POA::ObjectAlreadyActive, user, activate_object_with_id, "already activate", a, &other);
 
-  REFUSED(BAD_PARAM, located->deactivate_object(empty, ev), "deactivate_object [oid invalid.]");
-  REFUSED(POA::WrongPolicy, located->deactivate_object(a, ev), "deactivate_object [wrong policy.]");
-  REFUSED(POA::ObjectNotActive, managed->deactivate_object(a, ev),
-          "deactivate_object [activate_object_map is null.]");
-  REFUSED(POA::ObjectNotActive, user->deactivate_object(b, ev), "deactivate_object [servant is null.]");
+  REFUSED(BAD_PARAM, located, deactivate_object, "oid invalid", empty);
+  REFUSED(POA::WrongPolicy, located, deactivate_object, "wrong policy", a);
+  REFUSED(POA::ObjectNotActive, managed, deactivate_object, "activate_object_map is null", a);
+  REFUSED(POA::ObjectNotActive, user, deactivate_object, "servant is null", b);
 
-  REFUSED(BAD_PARAM, user->create_reference(nullptr, ev), "create_reference [intf is null.]");
-  REFUSED(POA::WrongPolicy, user->create_reference(intf, ev), "create_reference [wrong policy.]");
-  REFUSED(BAD_PARAM, retain->create_reference_with_id(empty, nullptr, ev),
-          "create_reference_with_id [intf is null.]");
-  REFUSED(BAD_PARAM, retain->create_reference_with_id(empty, intf, ev),
-          "create_reference_with_id [oid is invalid.]");
-  REFUSED(POA::WrongPolicy, retain->create_reference_with_id(a, intf, ev),
-          "create_reference_with_id [wrong policy.]");
-  REFUSED(BAD_PARAM, user->create_reference_with_id(huge, intf, ev), "POACreateReference [other exception.]");
+  REFUSED(BAD_PARAM, user, create_reference, "intf is null", nullptr);
+  REFUSED(POA::WrongPolicy, user, create_reference, "wrong policy", intf);
+  REFUSED(BAD_PARAM, retain, create_reference_with_id, "intf is null", empty, nullptr);
+  REFUSED(BAD_PARAM, retain, create_reference_with_id, "oid is invalid", empty, intf);
+  REFUSED(POA::WrongPolicy, retain, create_reference_with_id, "wrong policy", a, intf);
+  refused<BAD_PARAM>("POAInfo::POACreateReference [other exception.]",
+                     [&](auto& ev) { user->create_reference_with_id(huge, intf, ev); });
 
-  REFUSED(POA::WrongPolicy, user->get_servant_manager(ev), "get_servant_manager [wrong policy.]");
-  REFUSED(POA::WrongPolicy, user->set_servant_manager(&activator, ev), "set_servant_manager [wrong policy.]");
-  REFUSED(BAD_PARAM, managed->set_servant_manager(&locator, ev), "set_servant_manager [BAD_PARAM.]");
-  REFUSED(BAD_PARAM, unset->set_servant_manager(&activator, ev), "set_servant_manager [BAD_PARAM.]");
+  REFUSED(POA::WrongPolicy, user, get_servant_manager, "wrong policy");
+  REFUSED(POA::WrongPolicy, user, set_servant_manager, "wrong policy", &activator);
+  REFUSED(BAD_PARAM, managed, set_servant_manager, "BAD_PARAM", &locator);
+  REFUSED(BAD_PARAM, unset, set_servant_manager, "BAD_PARAM", &activator);
   refused<CORBA::BAD_INV_ORDER, 0x4B510303>("POAInfo::set_servant_manager [BAD_INV_ORDER.]",
                                             [&](auto& ev) { located->set_servant_manager(&locator, ev); });
 
-  REFUSED(POA::WrongPolicy, retain->get_servant(ev), "get_servant [wrong policy.]");
-  REFUSED(POA::NoServant, defaulted->get_servant(ev), "get_servant [default servant is null.]");
-  REFUSED(POA::WrongPolicy, retain->set_servant(&servant, ev), "set_servant [wrong policy.]");
+  REFUSED(POA::WrongPolicy, retain, get_servant, "wrong policy");
+  REFUSED(POA::NoServant, defaulted, get_servant, "default servant is null");
+  REFUSED(POA::WrongPolicy, retain, set_servant, "wrong policy", &servant);
   located->servant_retention_policy = 99;
   refused<CORBA::OBJ_ADAPTER, 0x4B510302>("POAInfo::get_servant_manager [OBJ_ADAPTER.]",
                                           [&](auto& ev) { located->get_servant_manager(ev); });
 }
 
-TEST_F(Activation, AnActivatedObjectHasItsIdUntilItIsDeactivated) {
-  const ObjectId_var oid(retain->activate_object(&servant, env));
-  EXPECT_EQ(retain->id_to_servant(oid.in(), env), &servant);
-  EXPECT_EQ(servant.get_ref_counter(), 0u);
-  EXPECT_EQ(ServantAccess::references(servant), nullptr);  // references come later
-  retain->deactivate_object(oid.in(), env);
-  EXPECT_EQ(env.exception(), nullptr);
-  EXPECT_EQ(entries_of(*retain, servant), 0);
-  retain->activate_object_with_id(oid.in(), &other, env);
-  EXPECT_EQ(retain->id_to_servant(oid.in(), env), &other);
+TEST_F(Activation, AReferenceStandsForWhoeverIsActive) {
+  const CORBA::Object_var by_system(retain->create_reference("IDL:test/Later:1.0", env));
+  const CORBA::Object_var by_user(user->create_reference_with_id(a, "IDL:test/Later:1.0", env));
+  EXPECT_EQ(retain->active_object_map.load(), nullptr);
+  EXPECT_STREQ(ZR_object_get_IntfID(by_system->get_ref(), 0, env._evp), "IDL:test/Later:1.0");
+  EXPECT_TRUE(oid_is_equivalent(ObjectId_var(user->reference_to_id(by_user.in(), env)).in(), a));
+  const ObjectId_var oid(retain->reference_to_id(by_system.in(), env));
+  EXPECT_EQ(oid.in().length(), 36u);
+  for (PlainServant* s : {&servant, &other}) {
+    retain->activate_object_with_id(oid.in(), s, env);
+    EXPECT_EQ(retain->reference_to_servant(by_system.in(), env), s);
+    EXPECT_EQ(ServantAccess::references(*s), nullptr);  // made when they are asked for
+    EXPECT_EQ(s->get_ref_counter(), 0u);
+    retain->deactivate_object(oid.in(), env);
+    EXPECT_EQ(entries_of(*retain, *s), 0);
+    EXPECT_EQ(env.exception(), nullptr);
+  }
 }
 
 TEST_F(Activation, MultipleIdsAndRepeatedOnes) {
@@ -153,17 +151,6 @@ TEST_F(Activation, DeactivationWithdrawsTheReferenceAndEtherealizes) {
     EXPECT_EQ(env.exception(), nullptr);
   }
   top->destroy(false, false);
-}
-
-TEST_F(Activation, ReferencesWithoutAnObject) {
-  const CORBA::Object_var by_system(retain->create_reference("IDL:test/Later:1.0", env));
-  const CORBA::Object_var by_user(user->create_reference_with_id(a, "IDL:test/Later:1.0", env));
-  EXPECT_EQ(retain->active_object_map.load(), nullptr);
-  EXPECT_STREQ(ZR_object_get_IntfID(by_system->get_ref(), 0, env._evp), "IDL:test/Later:1.0");
-  EXPECT_EQ(ObjectId_var(retain->reference_to_id(by_system.in(), env)).in().length(), 36u);
-  EXPECT_TRUE(oid_is_equivalent(ObjectId_var(user->reference_to_id(by_user.in(), env)).in(), a));
-  user->activate_object_with_id(a, &servant, env);
-  EXPECT_EQ(user->reference_to_servant(by_user.in(), env), &servant);
 }
 
 TEST_F(Activation, TheServantManagerIsSetOnce) {

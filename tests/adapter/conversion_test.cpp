@@ -94,58 +94,48 @@ TEST_F(Conversion, Failures) {
   const POAInfoPtr plain = make(), user = make(USER_ID), multiple = make(MULTIPLE_ID);
   const POAInfoPtr located = make(NON_RETAIN, USE_SERVANT_MANAGER);
   const POAInfoPtr defaulted = make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID);
+  // A reference without data is served by the POA named by its interface under the one of its implementation.
+  const ScopedVariable no_name("ZR_IMPLID", nullptr);
+  const CORBA_sequence_octet nothing{};
+  CORBA::Object no_data;
+  no_data.set_ref(
+      ZR_create_object_reference(&nothing, plain->adapter_name, record_of(top)->adapter_name, env._evp));
   const CORBA::Object_var foreign(user->create_reference_with_id(a, "IDL:x:1.0", env));
   const CORBA::Object_var no_default(defaulted->create_reference("IDL:x:1.0", env));
   const CORBA::Object_var not_served(located->create_reference("IDL:x:1.0", env));
 
-  REFUSED(BAD_PARAM, plain->servant_to_id(nullptr, ev), "servant_to_id [servant is null.]");
-  REFUSED(POA::WrongPolicy, located->servant_to_id(&servant, ev), "servant_to_id [wrong policy.]");
-  REFUSED(POA::WrongPolicy, multiple->servant_to_id(&servant, ev), "servant_to_id [wrong policy.]");
-  REFUSED(POA::ServantNotActive, plain->servant_to_id(&servant, ev), "servant_to_id [ServantNotActive.]");
-  REFUSED(POA::ServantNotActive, defaulted->servant_to_id(&servant, ev), "servant_to_id [ServantNotActive.]");
+  REFUSED(BAD_PARAM, plain, servant_to_id, "servant is null", nullptr);
+  REFUSED(POA::WrongPolicy, located, servant_to_id, "wrong policy", &servant);
+  REFUSED(POA::WrongPolicy, multiple, servant_to_id, "wrong policy", &servant);
+  REFUSED(POA::ServantNotActive, plain, servant_to_id, "ServantNotActive", &servant);
+  REFUSED(POA::ServantNotActive, defaulted, servant_to_id, "ServantNotActive", &servant);
 
-  REFUSED(BAD_PARAM, located->servant_to_reference(nullptr, ev), "servant_to_reference [servant is null.]");
+  REFUSED(BAD_PARAM, located, servant_to_reference, "servant is null", nullptr);
   for (const POAInfoPtr& poa : {located, user, multiple})
-    REFUSED(POA::WrongPolicy, poa->servant_to_reference(&servant, ev),
-            "servant_to_reference [wrong policy.]");
-  REFUSED(POA::ServantNotActive, plain->servant_to_reference(&servant, ev),
-          "servant_to_reference [ServantNotActive.]");
+    REFUSED(POA::WrongPolicy, poa, servant_to_reference, "wrong policy", &servant);
+  REFUSED(POA::ServantNotActive, plain, servant_to_reference, "ServantNotActive", &servant);
 
   refused<BAD_PARAM>("findPOAInfoByReference [reference is nil.]",
                      [&](auto& ev) { plain->reference_to_servant(nullptr, ev); });
-  REFUSED(POA::WrongAdapter, plain->reference_to_servant(foreign.in(), ev),
-          "reference_to_servant [wrong adapter.]");
-  REFUSED(POA::WrongPolicy, located->reference_to_servant(not_served.in(), ev),
-          "reference_to_servant [wrong policy.]");
-  REFUSED(POA::ObjectNotActive, defaulted->reference_to_servant(no_default.in(), ev),
-          "reference_to_servant [PortableServer::POA::ObjectNotActive.]");
+  REFUSED(POA::WrongAdapter, plain, reference_to_servant, "wrong adapter", foreign.in());
+  REFUSED(POA::WrongPolicy, located, reference_to_servant, "wrong policy", not_served.in());
+  REFUSED(POA::ObjectNotActive, defaulted, reference_to_servant, "PortableServer::POA::ObjectNotActive",
+          no_default.in());
+  expect_raised<POA::ObjectNotActive>([&](auto& ev) { plain->reference_to_servant(&no_data, ev); });
 
   refused<BAD_PARAM>("findPOAInfoByReference [reference is nil.]",
                      [&](auto& ev) { plain->reference_to_id(nullptr, ev); });
-  REFUSED(POA::WrongAdapter, plain->reference_to_id(foreign.in(), ev), "reference_to_id [wrong adapter.]");
+  for (CORBA::Object* reference : {foreign.in(), &no_data})
+    REFUSED(POA::WrongAdapter, plain, reference_to_id, "wrong adapter", reference);
 
-  REFUSED(BAD_PARAM, located->id_to_servant(empty, ev), "id_to_servant [oid is invalid.]");
-  REFUSED(POA::WrongPolicy, located->id_to_servant(a, ev), "id_to_servant [wrong policy.]");
+  REFUSED(BAD_PARAM, located, id_to_servant, "oid is invalid", empty);
+  REFUSED(POA::WrongPolicy, located, id_to_servant, "wrong policy", a);
   for (const POAInfoPtr& poa : {plain, defaulted})
-    REFUSED(POA::ObjectNotActive, poa->id_to_servant(a, ev),
-            "id_to_servant [PortableServer::POA::ObjectNotActive.]");
+    REFUSED(POA::ObjectNotActive, poa, id_to_servant, "PortableServer::POA::ObjectNotActive", a);
 
-  REFUSED(BAD_PARAM, located->id_to_reference(empty, ev), "id_to_reference [oid is invalid.]");
-  REFUSED(POA::WrongPolicy, located->id_to_reference(a, ev), "id_to_reference [wrong policy.]");
-  REFUSED(POA::ObjectNotActive, user->id_to_reference(a, ev),
-          "id_to_reference [PortableServer::POA::ObjectNotActive.]");
-}
-
-TEST_F(Conversion, AReferenceWithoutDataHasNoId) {
-  // Such a reference is served by the POA named by its interface under the one named by its implementation.
-  const ScopedVariable no_name("ZR_IMPLID", nullptr);
-  const POAInfoPtr poa = make();
-  const CORBA_sequence_octet no_data{};
-  CORBA::Object reference;
-  reference.set_ref(
-      ZR_create_object_reference(&no_data, poa->adapter_name, record_of(top)->adapter_name, env._evp));
-  REFUSED(POA::WrongAdapter, poa->reference_to_id(&reference, ev), "reference_to_id [wrong adapter.]");
-  expect_raised<POA::ObjectNotActive>([&](auto& ev) { poa->reference_to_servant(&reference, ev); });
+  REFUSED(BAD_PARAM, located, id_to_reference, "oid is invalid", empty);
+  REFUSED(POA::WrongPolicy, located, id_to_reference, "wrong policy", a);
+  REFUSED(POA::ObjectNotActive, user, id_to_reference, "PortableServer::POA::ObjectNotActive", a);
 }
 
 TEST_F(Conversion, ABindingThatIsRefusedEndsTheConversion) {
@@ -176,16 +166,6 @@ TEST_F(Conversion, OneServantAndIdYieldOneBoundReference) {
   EXPECT_TRUE(kept && kept != first.in());
   poa->deactivate_object(oid.in(), env);
   EXPECT_EQ(ZR_bound_objects(), bound);
-}
-
-TEST_F(Conversion, ImplicitActivationUnderMultipleIdIsOneMoreEachTime) {
-  const POAInfoPtr poa = make(IMPLICIT_ACTIVATION, MULTIPLE_ID);
-  const ObjectId_var first(poa->servant_to_id(&servant, env)), second(poa->servant_to_id(&servant, env));
-  EXPECT_FALSE(oid_is_equivalent(first.in(), second.in()));
-  const CORBA::Object_var reference(poa->servant_to_reference(&servant, env));
-  EXPECT_EQ(entries_of(*poa, servant), 3);
-  servant.deactivate_ObjectReference();
-  ActiveObjectMap::forget_servant(&servant);
 }
 
 TEST_F(Conversion, ImplicitActivationByManyThreadsIsOneActivation) {

@@ -47,8 +47,10 @@ void refused(const char* where, Call&& call) {
   expect_raised<E>(call, Minor);
   EXPECT_EQ(trace.lines().back(), where);
 }
-/// The same of an expression with `ev` in it.
-#define REFUSED(E, call, where) refused<E>("POAInfo::" where, [&](auto& ev) { call; })
+/// The same of an operation of a POA's record with these arguments, and the reason it gives.
+#define REFUSED(E, poa, operation, reason, ...)       \
+  refused<E>("POAInfo::" #operation " [" reason ".]", \
+             [&](auto& ev) { poa->operation(__VA_ARGS__ __VA_OPT__(, ) ev); })
 
 /// Sets (or, with null, unsets) an environment variable for a scope.
 class ScopedVariable {

@@ -1,8 +1,8 @@
 // Start-up, the root POA, records and their proof of life.
 #include <gmock/gmock.h>
 
-#include <functional>
 #include <thread>
+#include <vector>
 
 #include "orb_fixture.h"
 #include "poainfo.h"

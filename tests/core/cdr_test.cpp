@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <thread>
 #include <vector>
 
-#include "buffer.h"
 #include "cdr_chain.h"
 #include "environment.h"
 #include "octets.h"
@@ -192,19 +190,6 @@ TEST(Cdr, ReaderBoundsCountsBeforeAnythingIsMade) {
   EXPECT_EQ(reader.u32(), 0u);
 }
 
-TEST(Buffer, TakesStreamsAndLendsItsMemory) {
-  Encoding out;
-  uint32_t word = 0;
-  ASSERT_TRUE(OM_cdr_unsigned_long(out, &word));
-  Buffer buffer = Buffer::take(out);
-  EXPECT_EQ(out.octets(), "");
-  EXPECT_FALSE(buffer.reserve(std::numeric_limits<std::size_t>::max()));
-  const unsigned char* memory = buffer.data();
-  buffer.lend(out);
-  ASSERT_TRUE(OM_cdr_unsigned_long(out, &word));
-  EXPECT_EQ(static_cast<CDR*>(out)->out_base, memory);
-}
-
 TEST(Environment, IdsTravelInThePublicForm) {
   const char* internal = "IDL:CORBA/StExcep/OBJ_ADAPTER:1.0";
   for (const char* any : {internal, "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0", "OBJ_ADAPTER"}) {
@@ -227,15 +212,6 @@ TEST(Environment, TheLastFailureIsKeptByThread) {
   EXPECT_STREQ(env._id, "IDL:CORBA/StExcep/TRANSIENT:1.0");
   CORBA_exception_free(&env);
   EXPECT_EQ(env._major, 0u);
-}
-
-TEST(Sync, LocksAreMadeOnce) {
-  OM_sem sem{};
-  EXPECT_FALSE(OM_thread_synch_sem_reserve(&sem) || OM_thread_synch_sem_release(&sem));
-  ASSERT_TRUE(OM_thread_synch_sem_create(&sem));
-  void* const state = sem.state;
-  ASSERT_TRUE(OM_thread_synch_sem_create(&sem));
-  EXPECT_EQ(sem.state, state);
 }
 
 TEST(Trace, LinesGoToTheSinkOnlyWhileTraceIsOn) {

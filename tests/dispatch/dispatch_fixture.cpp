@@ -9,12 +9,14 @@ namespace {
 std::atomic<UpcallWitness*> witness{nullptr};
 std::atomic<CoreCalls*> core_calls{nullptr};
 
-/// The ORB with options of these tests: no tick of its own, a short time limit. Every upcall passes the witness.
+/// The ORB with options of these tests: no tick of its own, a short time limit. Every upcall passes the
+/// witness.
 class DispatchOrb : public testing::Environment {
  public:
   void SetUp() override {
     const std::string threads = std::to_string(requests_at_once);
-    const char* options[] = {"test", "-ORBTick", "3600000", "-ORBTimeout", "20000", "-ORBThreads", threads.c_str()};
+    const char* options[] = {"test",  "-ORBTick",    "3600000",      "-ORBTimeout",
+                             "20000", "-ORBThreads", threads.c_str()};
     char* argv[8] = {};
     int argc = 0;
     for (const char* option : options) argv[argc++] = const_cast<char*>(option);
@@ -205,8 +207,8 @@ void UpcallWitness::handle(void* target, void* request, CORBA_Environment* env) 
   CDR* cdr = nullptr;
   OM_req_lib_UNO_IIOP_get_cdr(info.request, &cdr);
   std::lock_guard lock(one->mutex_);
-  one->handled_.push_back({info.operation, info.response_expected != 0, env->_major,
-                           std::string(cdr->out_base, cdr->out_next)});
+  one->handled_.push_back(
+      {info.operation, info.response_expected != 0, env->_major, std::string(cdr->out_base, cdr->out_next)});
   one->more_.notify_all();
 }
 
@@ -250,12 +252,12 @@ Function* in_the_core(const char* name, Function*) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
 }
 
-
 }  // namespace
 
 // The adapter is linked into this program, so its calls of these come here first.
 
-void ZR_queue_control_queue_group(uint32_t a, const char* name, int code, uint32_t b, CORBA_Environment* env) {
+void ZR_queue_control_queue_group(uint32_t a, const char* name, int code, uint32_t b,
+                                  CORBA_Environment* env) {
   static auto* const real = in_the_core("ZR_queue_control_queue_group", &ZR_queue_control_queue_group);
   if (!refused("queue " + std::to_string(code) + " " + name, env)) real(a, name, code, b, env);
 }
@@ -270,7 +272,8 @@ void CORBA_BOA_impl_is_ready(void* boa, void* definition, CORBA_Environment* env
   if (!refused("ready", env)) real(boa, definition, env);
 }
 
-Unregistered::Unregistered() : name_(POA_impl_name.exchange(nullptr)), ready_(POA_impl_is_ready_fl.exchange(0)) {
+Unregistered::Unregistered()
+    : name_(POA_impl_name.exchange(nullptr)), ready_(POA_impl_is_ready_fl.exchange(0)) {
   clear_implementation_table();
 }
 

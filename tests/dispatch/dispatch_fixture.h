@@ -92,17 +92,19 @@ class Activator : public PortableServer_ServantActivator_impl {
 class Locator : public PortableServer_ServantLocator_impl {
  public:
   PortableServer::ServantBase* preinvoke(const PortableServer::ObjectId& id, PortableServer::POA*,
-                                         const char* operation, Cookie& cookie, CORBA::Environment&) override {
+                                         const char* operation, Cookie& cookie,
+                                         CORBA::Environment&) override {
     return on_preinvoke(text(id) + "." + operation, cookie);
   }
-  void postinvoke(const PortableServer::ObjectId& id, PortableServer::POA*, const char* operation, Cookie cookie,
-                  PortableServer::ServantBase* servant, CORBA::Environment&) override {
+  void postinvoke(const PortableServer::ObjectId& id, PortableServer::POA*, const char* operation,
+                  Cookie cookie, PortableServer::ServantBase* servant, CORBA::Environment&) override {
     on_postinvoke(text(id) + "." + operation, cookie, servant);
   }
   std::function<PortableServer::ServantBase*(std::string, Cookie&)> on_preinvoke = [](auto, auto&) {
     return nullptr;
   };
-  std::function<void(std::string, Cookie, PortableServer::ServantBase*)> on_postinvoke = [](auto, auto, auto*) {};
+  std::function<void(std::string, Cookie, PortableServer::ServantBase*)> on_postinvoke = [](auto, auto,
+                                                                                            auto*) {};
 };
 
 /// A POA with a manager of its own, ACTIVE, and what may serve in it. Destroyed at the end.
@@ -117,8 +119,7 @@ class Scene {
   template <class... Policy>
   Scene& with(Policy... values) {
     name = unique_name("scene");
-    poa = parent_->create_POA(name.c_str(), manager,
-                              policies(parent_, PortableServer::USER_ID, values...));
+    poa = parent_->create_POA(name.c_str(), manager, policies(parent_, PortableServer::USER_ID, values...));
     return *this;
   }
   Scene& activate(const std::string& id, PortableServer::ServantBase* s) {
@@ -201,8 +202,8 @@ class UpcallWitness {
   std::vector<Handled> handled_;  // guarded by mutex_
 };
 
-/// While one lives, it sees the adapter's calls of the ORB core for registration and queues: "lookup NAME", "ready NAME",
-/// "queue CODE NAME". One at a time.
+/// While one lives, it sees the adapter's calls of the ORB core for registration and queues: "lookup NAME",
+/// "ready NAME", "queue CODE NAME". One at a time.
 class CoreCalls {
  public:
   CoreCalls();

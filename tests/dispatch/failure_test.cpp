@@ -15,8 +15,8 @@ CORBA::Object_var with_data(std::string data, const char* impl = "somebody") {
   CORBA_sequence_octet octets{static_cast<CORBA::ULong>(data.size()), static_cast<CORBA::ULong>(data.size()),
                               reinterpret_cast<unsigned char*>(data.data())};
   auto* object = new CORBA::Object;
-  object->set_ref(ZR_create_object_reference(&octets, Demo::Echo::repository_id, impl,
-                                             CORBA::Environment()._evp));
+  object->set_ref(
+      ZR_create_object_reference(&octets, Demo::Echo::repository_id, impl, CORBA::Environment()._evp));
   return object;
 }
 
@@ -72,7 +72,8 @@ void check(const Row& row, Road road, POA* parent) {
     EXPECT_EQ(one.operation, row.operation);
     EXPECT_EQ(one.major, static_cast<uint32_t>(CORBA_NO_EXCEPTION));  // the core never sees a failure
   }
-  // GIOP 1.2: header of 12, request id, status, no contexts. Nobody reads a body that a oneway call would have.
+  // GIOP 1.2: header of 12, request id, status, no contexts. Nobody reads a body that a oneway call would
+  // have.
   EXPECT_TRUE(handled[0].response_expected);
   EXPECT_FALSE(handled[1].response_expected);
   ASSERT_EQ(handled[1].reply.size(), 24u);
@@ -107,26 +108,40 @@ TEST_P(Failures, OnTheWayToTheServant) {
   static constexpr const char* obj_adapter = "OBJ_ADAPTER 0x4b510302 NO";
   static constexpr const char* no_manager = "servantManager_ptr=NULL, throw CORBA::StExcep::OBJ_ADAPTER";
   const Row rows[] = {
-      {"three octets", [](Scene&) { return with_data("abc"); }, bad_param,
+      {"three octets",
+       [](Scene&) { return with_data("abc"); },
+       bad_param,
        {"reference_data is_nil!. throw CORBA::StExcep::BAD_PARAM.",
         "findPOAInfoByReference [reference_data length is 0.]"}},
-      {"no name part", [](Scene&) { return with_data(std::string(12, '\0')); }, bad_param,
+      {"no name part",
+       [](Scene&) { return with_data(std::string(12, '\0')); },
+       bad_param,
        {"bad reference data. throw CORBA::StExcep::BAD_PARAM.",
         "findPOAInfoByReference [reference_data length is invalid.]"}},
-      {"a name part past the end", [](Scene&) { return with_data(std::string("\x40\0\0\0name", 8)); }, bad_param},
+      {"a name part past the end", [](Scene&) { return with_data(std::string("\x40\0\0\0name", 8)); },
+       bad_param},
       {"the path too long", [](Scene&) { return with_data(data_for(std::string(1024, 'n'))); }, bad_param},
       {"the longest path", [](Scene&) { return with_data(data_for(std::string(1023, 'n'))); }, unknown},
-      {"no such POA", [](Scene&) { return with_data(data_for("inner\xFFouter")); }, unknown,
+      {"no such POA",
+       [](Scene&) { return with_data(data_for("inner\xFFouter")); },
+       unknown,
        {"  qualified_name=outer\xFFinner", "not found name,non adapter_act,throw AdapterNonExistent",
         "POAInfo::findChildByName [adapter_activator is nil.]"}},
       {"manager discarding",
-       [](Scene& s) { return s.with().activate("o", &s.servant).manager->discard_requests(0), s.reference("o"); },
+       [](Scene& s) {
+         return s.with().activate("o", &s.servant).manager->discard_requests(0), s.reference("o");
+       },
        "TRANSIENT 0x4b510301 NO",
        {"poa is discarging, throw CORBA::StExcep::TRANSIENT", "dsi_routine_cpp_poa [state is DISCARDING.]"}},
       {"manager inactive",
-       [](Scene& s) { return s.with().activate("o", &s.servant).manager->deactivate(0, 0), s.reference("o"); },
-       unknown, {"dsi_routine_cpp_poa [state is INACTIVE.]"}},
-      {"not active", [](Scene& s) { return s.with().activate("o", &s.servant).reference("p"); }, unknown,
+       [](Scene& s) {
+         return s.with().activate("o", &s.servant).manager->deactivate(0, 0), s.reference("o");
+       },
+       unknown,
+       {"dsi_routine_cpp_poa [state is INACTIVE.]"}},
+      {"not active",
+       [](Scene& s) { return s.with().activate("o", &s.servant).reference("p"); },
+       unknown,
        {"  POAInfo::preinvoke call", "POAInfo::preinvoke [wrong policy.]"}},
       {"deactivated",
        [](Scene& s) {
@@ -135,34 +150,45 @@ TEST_P(Failures, OnTheWayToTheServant) {
          return o;
        },
        unknown},
-      {"no default servant",
-       [](Scene& s) { return s.with(USE_DEFAULT_SERVANT, MULTIPLE_ID).reference("o"); }, unknown},
+      {"no default servant", [](Scene& s) { return s.with(USE_DEFAULT_SERVANT, MULTIPLE_ID).reference("o"); },
+       unknown},
       {"marked for deletion",
        [](Scene& s) {
          s.with().activate("o", &s.servant).servant.set_to_be_deleted(1);
          s.servant.set_deleted(1);  // as if listed: a servant of the test is not to be deleted
          return s.reference("o");
        },
-       unknown, {"dsi_routine_cpp_poa : throw OBJECT_NOT_EXIST"}},
-      {"no servant activator", without_servant_manager, unknown,
+       unknown,
+       {"dsi_routine_cpp_poa : throw OBJECT_NOT_EXIST"}},
+      {"no servant activator",
+       without_servant_manager,
+       unknown,
        {no_manager, "POAInfo::incarnate [servant manager is nil.]"}},
       {"activator without servant",
-       [](Scene& s) { return activated_by(s, [](auto&, auto*) { return nullptr; }); }, unknown,
+       [](Scene& s) { return activated_by(s, [](auto&, auto*) { return nullptr; }); },
+       unknown,
        {"servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::incarnate [servant is nil.]"}},
       {"servant active already under UNIQUE_ID",
        [](Scene& s) {
          auto o = activated_by(s, [&s](auto&, auto*) { return &s.servant; });
          return s.activate("old", &s.servant), o;
        },
-       unknown, {"unique_id,throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::incarnate [oid is nil.]"}},
+       unknown,
+       {"unique_id,throw CORBA::StExcep::OBJ_ADAPTER", "POAInfo::incarnate [oid is nil.]"}},
       {"no servant locator",
-       [](Scene& s) { return s.with(NON_RETAIN, USE_SERVANT_MANAGER, MULTIPLE_ID).reference("o"); }, obj_adapter,
+       [](Scene& s) { return s.with(NON_RETAIN, USE_SERVANT_MANAGER, MULTIPLE_ID).reference("o"); },
+       obj_adapter,
        {"servantManager_ptr = NULL, throw CORBA::StExcep::OBJ_ADAPTER",
         "POAInfo::preinvoke [servant manager is nil.]"}},
-      {"locator without servant", [](Scene& s) { return located_by(s, [](auto, auto&) { return nullptr; }); },
-       obj_adapter, {"POAInfo::preinvoke [servant is nil.]"}},
-      {"no such operation", [](Scene& s) { return s.with().activate("o", &s.servant).reference("o"); },
-       "BAD_OPERATION 0x4b510306 NO", {"servant invoke faild.  throw BAD_OPERATION."}, "nope"},
+      {"locator without servant",
+       [](Scene& s) { return located_by(s, [](auto, auto&) { return nullptr; }); },
+       obj_adapter,
+       {"POAInfo::preinvoke [servant is nil.]"}},
+      {"no such operation",
+       [](Scene& s) { return s.with().activate("o", &s.servant).reference("o"); },
+       "BAD_OPERATION 0x4b510306 NO",
+       {"servant invoke faild.  throw BAD_OPERATION."},
+       "nope"},
   };
   for (const Row& row : rows) check(row, GetParam(), top);
 }
@@ -239,7 +265,8 @@ TEST_P(Failures, OfOperations) {
 TEST_P(Failures, OfTargetsWithoutReferenceData) {
   Scene scene(top);
   const CORBA::Object_var object = seen(scene.with().activate("o", &scene.servant).reference("o"));
-  void* foreign = CORBA_ORB_string_to_object(test_orb(), "corbaloc::elsewhere:1/key", CORBA::Environment()._evp);
+  void* foreign =
+      CORBA_ORB_string_to_object(test_orb(), "corbaloc::elsewhere:1/key", CORBA::Environment()._evp);
   ASSERT_NE(foreign, nullptr);
   for (void* target : {foreign, static_cast<void*>(nullptr)}) {
     UpcallWitness upcalls;
@@ -264,7 +291,8 @@ TEST_P(Failures, ByIdsInsteadOfReferenceData) {
     std::string parent;
   } rows[] = {{nullptr, root, impl}, {"anything", nullptr, ""}};
   for (const auto& row : rows) {
-    POA_var outer = row.parent_of_impl ? root->create_POA(impl.c_str(), nullptr, CORBA::PolicyList()) : nullptr;
+    POA_var outer =
+        row.parent_of_impl ? root->create_POA(impl.c_str(), nullptr, CORBA::PolicyList()) : nullptr;
     TestServant servant;
     POA_var poa = (outer.in() ? outer.in() : root)
                       ->create_POA(Demo::Echo::repository_id, nullptr,
@@ -276,7 +304,8 @@ TEST_P(Failures, ByIdsInsteadOfReferenceData) {
     TraceRecorder trace;
     EXPECT_EQ(outcome(object, "notes"), "done");
     EXPECT_TRUE(trace.has(std::string("POAInfo::findPOAInfoByReference ") +
-                          (row.variable ? "" : "implid=" + impl + " ") + "intfid=" + Demo::Echo::repository_id));
+                          (row.variable ? "" : "implid=" + impl + " ") +
+                          "intfid=" + Demo::Echo::repository_id));
     EXPECT_EQ(inside, "none");  // there is a POA, and no id
     ::unsetenv("ZR_IMPLID");
     (outer.in() ? outer : poa)->destroy(false, false);

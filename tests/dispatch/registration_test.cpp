@@ -45,12 +45,13 @@ TEST_F(Registration, OnceForTheProcess) {
     EXPECT_STREQ(POA_impl_name, name.c_str());
     EXPECT_EQ(POA_impl_is_ready_fl, 1);
     EXPECT_TRUE(trace.in_order(
-        variable ? std::initializer_list<std::string_view>{"_POA_impl_is_ready called...", "getenv(ZR_IMPLID)=by-variable",
+        variable ? std::initializer_list<std::string_view>{"_POA_impl_is_ready called...",
+                                                           "getenv(ZR_IMPLID)=by-variable",
                                                            "  CORBA_BOA_impl_is_ready call [ZR_IMPLID]",
                                                            "_POA_impl_is_ready end...[ZR_IMPLID]"}
-                 : std::initializer_list<std::string_view>{"_POA_impl_is_ready called...",
-                                                           "  CORBA_BOA_impl_is_ready call [ZR_IMPLID is NULL]",
-                                                           "_POA_impl_is_ready end...[ZR_IMPLID is NULL]"}));
+                 : std::initializer_list<std::string_view>{
+                       "_POA_impl_is_ready called...", "  CORBA_BOA_impl_is_ready call [ZR_IMPLID is NULL]",
+                       "_POA_impl_is_ready end...[ZR_IMPLID is NULL]"}));
     _POA_impl_is_ready(POAInfo::_boa, env);
     EXPECT_THAT(core.take(), IsEmpty());
     OtherServant servant("IDL:test/OnceForTheProcess:1.0");
@@ -134,13 +135,15 @@ TEST_F(Registration, TheTableHas1024Entries) {
   std::vector<std::string> ids;
   for (int i = 0; i <= IMPL_DEF_CACHE_SIZE; ++i) ids.push_back("IDL:test/" + std::to_string(i) + ":1.0");
   for (int i = 0; i < IMPL_DEF_CACHE_SIZE; ++i) {
-    const ZRImplementationDef* entry = InsertImplementationDef(ids[static_cast<std::size_t>(i)].c_str(), &ids);
+    const ZRImplementationDef* entry =
+        InsertImplementationDef(ids[static_cast<std::size_t>(i)].c_str(), &ids);
     EXPECT_EQ(entry, &implDef_cache[i]);
   }
   EXPECT_EQ(InsertImplementationDef("IDL:test/7:1.0", nullptr), &implDef_cache[7]);
   EXPECT_EQ(implDef_cache[7].implDef, &ids);  // unchanged
   TraceRecorder trace;
-  EXPECT_EQ(outcome([&] { InsertImplementationDef(ids.back().c_str(), nullptr); }), "NO_MEMORY 0x4b510001 NO");
+  EXPECT_EQ(outcome([&] { InsertImplementationDef(ids.back().c_str(), nullptr); }),
+            "NO_MEMORY 0x4b510001 NO");
   EXPECT_TRUE(trace.has("InsertImplementationDef [NO_MEMORY]"));
   OtherServant servant("IDL:test/one more:1.0");
   const auto id = oid("x");

@@ -151,8 +151,8 @@ TEST_P(Serving, ALocatorIsAskedForEachCall) {
   EXPECT_EQ(outcome(object, "nope"), "BAD_OPERATION 0x4b510306 NO");
   EXPECT_EQ(outcome(object, "who", false), "sent");
   upcalls.wait_for(3);
-  EXPECT_THAT(log, ElementsAre("pre x.notes 1", "in x", "post x.notes 1", "pre x.nope 2", "pre x.who 3", "in x",
-                               "post x.who 3"));
+  EXPECT_THAT(log, ElementsAre("pre x.notes 1", "in x", "post x.notes 1", "pre x.nope 2", "pre x.who 3",
+                               "in x", "post x.who 3"));
   EXPECT_EQ(scene.record()->active_object_map.load(), nullptr);
   EXPECT_EQ(scene.servant.get_ref_counter(), 0u);
 }

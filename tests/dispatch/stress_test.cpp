@@ -1,4 +1,5 @@
-// Clients call while everything they call comes and goes. STRESS_SECONDS and STRESS_SEED make it longer, or another one.
+// Clients call while everything they call comes and goes. STRESS_SECONDS and STRESS_SEED make it longer, or
+// another one.
 #include <cstdlib>
 #include <map>
 #include <random>
@@ -22,9 +23,14 @@ using Random = std::minstd_rand;
 int up_to(Random& random, int most) { return static_cast<int>(random() % (static_cast<unsigned>(most) + 1)); }
 std::string id_of(int i) { return "id" + std::to_string(i); }
 
-/// What the failure table allows here: gone or not there yet, discarding, a locator not installed yet, no such operation.
-const std::set<std::string> allowed = {"done", "sent", "UNKNOWN 0x0 NO", "TRANSIENT 0x4b510301 NO",
-                                       "OBJ_ADAPTER 0x4b510302 NO", "BAD_OPERATION 0x4b510306 NO"};
+/// What the failure table allows here: gone or not there yet, discarding, a locator not installed yet, no
+/// such operation.
+const std::set<std::string> allowed = {"done",
+                                       "sent",
+                                       "UNKNOWN 0x0 NO",
+                                       "TRANSIENT 0x4b510301 NO",
+                                       "OBJ_ADAPTER 0x4b510302 NO",
+                                       "BAD_OPERATION 0x4b510306 NO"};
 
 /// A POA of one kind that is destroyed and made again, and who serves in it.
 class Place {
@@ -124,10 +130,14 @@ class Place {
   }
   CORBA::PolicyList policies_of_kind() {
     switch (kind_) {
-      case OnDemand: return policies(parent_, USER_ID, USE_SERVANT_MANAGER);
-      case EachCall: return policies(parent_, USER_ID, NON_RETAIN, USE_SERVANT_MANAGER, MULTIPLE_ID);
-      case Anyone: return policies(parent_, USER_ID, USE_DEFAULT_SERVANT, MULTIPLE_ID);
-      default: return policies(parent_, USER_ID);
+      case OnDemand:
+        return policies(parent_, USER_ID, USE_SERVANT_MANAGER);
+      case EachCall:
+        return policies(parent_, USER_ID, NON_RETAIN, USE_SERVANT_MANAGER, MULTIPLE_ID);
+      case Anyone:
+        return policies(parent_, USER_ID, USE_DEFAULT_SERVANT, MULTIPLE_ID);
+      default:
+        return policies(parent_, USER_ID);
     }
   }
 
@@ -196,14 +206,15 @@ class Stress : public AdapterTest {
     if (action < 4) manager->activate();
     if (action == 15) manager->deactivate(1, 0);
     if (action < 12) return;
-    const std::string ended = outcome([&] { place.destroy(); });  // by the other thread already: there may be none now
+    const std::string ended =
+        outcome([&] { place.destroy(); });  // by the other thread already: there may be none now
     EXPECT_TRUE(ended == "done" || ended == "BAD_PARAM 0x4b510007 NO") << ended;
     place.make();
   }
 
   template <class Result>
   Result joined(std::future<Result>& thread) {
-    if (thread.wait_for(patience) == std::future_status::ready) return thread.get();
+    if (thread.wait_until(end_ + patience) == std::future_status::ready) return thread.get();
     ADD_FAILURE() << "a thread hangs";
     std::abort();  // it could not be joined either
   }
@@ -251,7 +262,8 @@ TEST_F(Stress, EverythingComesAndGoes) {
     RecordProperty(text.substr(0, text.find(' ')), count);
     std::printf("%9d  %s\n", count, text.c_str());
   }
-  for (const char* text : {"done", "UNKNOWN 0x0 NO", "TRANSIENT 0x4b510301 NO", "BAD_OPERATION 0x4b510306 NO"})
+  for (const char* text :
+       {"done", "UNKNOWN 0x0 NO", "TRANSIENT 0x4b510301 NO", "BAD_OPERATION 0x4b510306 NO"})
     EXPECT_GT(outcomes[text], 0) << text;
   for (auto& place : places_) place->end();
   for (int i = 0; i < 2; ++i) call_poa_inst_lifespan();

@@ -11,7 +11,8 @@ namespace {
 
 class Disconnect : public POAdisconnect {
  public:
-  CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& id, CORBA::Environment&) override {
+  CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& id,
+                                  CORBA::Environment&) override {
     const CORBA::String_var name(poa->the_name());
     asked.push_back(name.in() + (":" + text(id)));
     return answer(servant);
@@ -114,7 +115,8 @@ TEST_F(Upcalls, AServantOfTwoPoasIsReleasedFromBoth) {
   TestServant* servant = mortal();
   one.with().activate("1", servant);
   two.with().activate("2", servant);
-  const CORBA::Object_var first = one.poa->id_to_reference(oid("1")), second = two.poa->id_to_reference(oid("2"));
+  const CORBA::Object_var first = one.poa->id_to_reference(oid("1")),
+                          second = two.poa->id_to_reference(oid("2"));
   EXPECT_EQ(call(first), "done");
   EXPECT_EQ(call(second), "done");
   callback.answer = [&, asked = 0](auto*) mutable { return ++asked == 2; };

@@ -55,7 +55,7 @@ class Server:
                 self.control.call(self.refs["control"], "alive", None, Decoder.long))
 
     def settle(self, wanted=None):
-        """The state once it is the wanted one, or else has not changed for a second; or what it is after PATIENCE."""
+        """The state once it is `wanted`, or, when nothing is, once it has not changed for 3 s; at the latest after PATIENCE."""
         deadline, seen, since = time.monotonic() + PATIENCE, None, 0.0
         while time.monotonic() < deadline:
             now = self.state()
@@ -103,7 +103,6 @@ class Client:
     """One that dies when told. It has sent everything, or all that the server takes."""
 
     def __init__(self, server, choice):
-        self.data = None
         self.server, self.choice = server, choice
 
     def send(self):

@@ -57,7 +57,7 @@ struct Row {
 // clang-format off
 #define PS "IDL:omg.org/PortableServer/"
 #define OURS(kind, Name, ...) ROW(PortableServer_##Name, kind, PS #Name ":1.0", __VA_ARGS__)
-#define INNER(kind, Out, Name, ...) ROW(PortableServer_##Out##_##Name, kind, PS #Out "/" #Name ":1.0", __VA_ARGS__)
+#define INNER(kind, In, It, ...) ROW(PortableServer_##In##_##It, kind, PS #In "/" #It ":1.0", __VA_ARGS__)
 #define V23(Name) ROW(PortableServer_##Name, objref, PS #Name ":2.3", )
 #define CORE(kind, Name, ...) ROW(CORBA_##Name, kind, "IDL:CORBA/" #Name ":1.0", __VA_ARGS__)
 #define ROW(Symbol, kind, id, ...) Row{_tc_##Symbol##_impl_seq, CORBA::tk_##kind, id, "" __VA_ARGS__}

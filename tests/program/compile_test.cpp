@@ -5,30 +5,10 @@
 #include "orb_fixture.h"
 #include "poa.h"
 #include "poa/remote.h"
-#include "policy_list.h"
 
 namespace {
 
 using namespace PortableServer;
-
-/// Makes the child POAs it is asked for.
-class Adapters : public PortableServer_AdapterActivator_impl {
- public:
-  CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA_ENV) override {
-    env.clear();
-    const POA_var made = parent->create_POA(name, nullptr, CORBA::PolicyList());
-    return 1;
-  }
-};
-
-class Activator : public PortableServer_ServantActivator_impl {
- public:
-  explicit Activator(ServantBase* servant) : servant_(servant) {}
-  ServantBase* incarnate(const ObjectId&, POA*, CORBA_ENV) override { return env.clear(), servant_; }
-
- private:
-  ServantBase* servant_;
-};
 
 class Locator : public _sk_PortableServer_ServantLocator {
  public:
@@ -46,37 +26,6 @@ class Disconnect : public POAdisconnect {
  public:
   CORBA::Boolean release_instance(POA*, ServantBase*, ObjectId&, CORBA::Environment&) override { return 0; }
 };
-
-class Counted : public virtual RefCountServantBase {
- public:
-  Counted() { _intf = "IDL:test/Counted:1.0"; }
-};
-
-TEST(Program, WorksOnPOAs) {
-  POA* const root = test_root_poa();
-  const POAManager_var manager = root->the_POAManager();
-  const POA_var poa = root->create_POA(unique_name("program").c_str(), manager.in(),
-                                       policies(root, ORB_CTRL_MODEL, TRANSIENT, UNIQUE_ID, USER_ID,
-                                                NO_IMPLICIT_ACTIVATION, RETAIN, USE_SERVANT_MANAGER));
-  const ServantBase_var servant = new Counted;
-  Activator activator(servant.in());
-  poa->set_servant_manager(&activator);
-  EXPECT_EQ(poa->get_servant_manager(), &activator);
-  Adapters adapters;
-  poa->the_activator(&adapters);
-  const POA_var child = poa->find_POA("child", 1);
-  EXPECT_STREQ(CORBA::String_var(child->the_name()), "child");
-
-  const ObjectId_var id = string_to_ObjectId("id");
-  poa->activate_object_with_id(*id, servant.in());
-  const CORBA::Object_var object = poa->id_to_reference(*id);
-  EXPECT_EQ(poa->reference_to_servant(object.in()), servant.in());
-  const ObjectId_var same = poa->servant_to_id(servant.in());
-  EXPECT_STREQ(CORBA::String_var(ObjectId_to_string(*same)), "id");
-  EXPECT_THROW(poa->activate_object_with_id(*id, servant.in()), POA::ServantAlreadyActive);
-  EXPECT_THROW(poa->get_servant(), CORBA::UserException);
-  poa->destroy(0, 0);
-}
 
 /// Objects of these classes can be made and let go.
 template <class... Class>

@@ -34,6 +34,8 @@ void expect_knows_itself(CORBA::Object* object) {
 }
 
 TEST(This, IsTheObjectThatWasCalled) {
+  int none = 0;
+  const CORBA::ORB_var orb = CORBA::ORB_init(none, nullptr);
   ps::POA* const root = test_root_poa();
   Self implicit, active, standing_in;
   const ps::POA_var poa = root->create_POA(
@@ -52,6 +54,7 @@ TEST(This, IsTheObjectThatWasCalled) {
     expect_knows_itself(object.in());
   }
   poa->destroy(0, 1);
+  orb->destroy();
 }
 
 }  // namespace

@@ -182,7 +182,7 @@ template <class... E>
 struct raises {
   /// Hands a heap copy of `e` to `env` when it is one of these.
   static bool store(const Exception& e, Environment& env) {
-    return ((dynamic_cast<const E*>(&e) && (env.exception(new E(static_cast<const E&>(e))), true)) || ...);
+    return (store_if<E>(e, env) || ...);
   }
   /// Encodes the members of the exception that `env` holds.
   static bool encode([[maybe_unused]] CDR* cdr, Environment& env) { return (encode_if<E>(cdr, env) && ...); }
@@ -190,6 +190,12 @@ struct raises {
   static bool decode_and_throw([[maybe_unused]] CDR* cdr, Environment& env) { return (decode_if<E>(cdr, env) && ...); }
 
  private:
+  template <class X>
+  static bool store_if(const Exception& e, Environment& env) {
+    const auto* listed = dynamic_cast<const X*>(&e);
+    if (listed) env.exception(new X(*listed));
+    return listed != nullptr;
+  }
   template <class X>
   static constexpr bool has_members = requires(CDR* cdr, X& x) { Wire<X>::move(cdr, x); };
 

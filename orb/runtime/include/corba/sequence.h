@@ -1,7 +1,9 @@
 // Unbounded sequences and their _var types (OMG IDL to C++, "Mapping for Sequence Types").
 #pragma once
 
+#include <algorithm>
 #include <new>
+#include <type_traits>
 
 #include "corba/types.h"
 
@@ -14,7 +16,16 @@ class Sequence : public Allocated {
   using Element = T;
 
   /// n value-initialised elements; null for 0 or without memory. Freed with freebuf.
-  static T* allocbuf(ULong n) { return n ? new (std::nothrow) T[n]() : nullptr; }
+  static T* allocbuf(ULong n) {
+    if (n == 0) return nullptr;
+    if constexpr (std::is_trivially_default_constructible_v<T>) {  // a compiler may make a loop of T[n]()
+      T* zeroed = new (std::nothrow) T[n];
+      if (zeroed) std::memset(zeroed, 0, n * sizeof(T));
+      return zeroed;
+    } else {
+      return new (std::nothrow) T[n]();
+    }
+  }
   static void freebuf(T* buffer) { delete[] buffer; }
 
   Sequence() = default;
@@ -43,7 +54,7 @@ class Sequence : public Allocated {
     if (n > _maximum) {
       T* grown = allocbuf(n);
       if (!grown) throw std::bad_alloc();
-      for (ULong i = 0; i < _length; ++i) grown[i] = _buffer[i];
+      std::copy_n(_buffer, _length, grown);
       if (_release) freebuf(_buffer);
       _buffer = grown;
       _maximum = n;
@@ -69,7 +80,7 @@ class Sequence : public Allocated {
  private:
   void copy_elements(const Sequence& o) {
     _length = o._length < _maximum ? o._length : _maximum;
-    for (ULong i = 0; i < _length; ++i) _buffer[i] = o._buffer[i];
+    std::copy_n(o._buffer, _length, _buffer);
   }
 };
 

@@ -1,0 +1,195 @@
+// The road of a request inside the process: from the upcall through the adapter and the skeleton to the
+// servant's operation and back, and what it allocates on the heap.
+#include <CLI/CLI.hpp>
+#include <atomic>
+#include <memory>
+
+#include "bench_support.h"
+
+namespace ps = PortableServer;
+
+// ---- Allocations -----------------------------------------------------------------------------------------
+
+namespace {
+
+thread_local std::size_t allocations = 0;  // of the thread, since it began
+
+}  // namespace
+
+// Every allocation of the program and its libraries comes here first, those of operator new included.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+
+__attribute__((visibility("default"))) void* malloc(std::size_t size) {
+  ++allocations;
+  return __libc_malloc(size);
+}
+__attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size) {
+  ++allocations;
+  return __libc_calloc(count, size);
+}
+__attribute__((visibility("default"))) void* realloc(void* block, std::size_t size) {
+  ++allocations;
+  return __libc_realloc(block, size);
+}
+
+// The adapter's upcall, as the ORB core calls it.
+void call_cpp_handler(void* target, void* request, CORBA_Environment* env);
+}
+
+namespace {
+
+// ---- One upcall ------------------------------------------------------------------------------------------
+
+/// What the upcalls of a round cost. Over a socket they run on a thread of the ORB.
+struct Upcalls {
+  std::atomic<bench::Clock::rep> time{0};
+  std::atomic<std::size_t> allocations{0};
+  std::atomic<std::size_t> count{0};
+
+  void begin() { time = 0, allocations = 0, count = 0; }
+} upcalls;
+
+void timed_upcall(void* target, void* request, CORBA_Environment* env) {
+  const std::size_t before = allocations;
+  const auto start = bench::Clock::now();
+  call_cpp_handler(target, request, env);
+  upcalls.time += (bench::Clock::now() - start).count();
+  upcalls.allocations += allocations - before;
+  ++upcalls.count;
+}
+
+// ---- Who serves ------------------------------------------------------------------------------------------
+
+class Locator : public PortableServer_ServantLocator_impl {
+ public:
+  explicit Locator(ps::Servant servant) : servant_(servant) {}
+  ps::Servant preinvoke(const ps::ObjectId&, ps::POA*, const char*, Cookie& cookie,
+                        CORBA::Environment&) override {
+    cookie = 1;
+    return servant_;
+  }
+  void postinvoke(const ps::ObjectId&, ps::POA*, const char*, Cookie, ps::Servant,
+                  CORBA::Environment&) override {}
+
+ private:
+  ps::Servant servant_;
+};
+
+/// The same object under another name of this machine, which the ORB does not know for its own: called over a
+/// socket.
+CORBA::Object_var over_socket(CORBA::Object* object) {
+  const CORBA::String_var own(ZR_object_to_corbaloc(nullptr, object->get_ref(), CORBA::Environment()._evp));
+  std::string text(own.in());
+  text.replace(text.find("127.0.0.1"), 9, "localhost");
+  auto* seen = new CORBA::Object;
+  seen->set_ref(CORBA_ORB_string_to_object(nullptr, text.c_str(), CORBA::Environment()._evp));
+  return seen;
+}
+
+/// An object for each way of finding a servant.
+class Objects {
+ public:
+  explicit Objects(ps::POA* root) : root_(root), locator_(&servant_) {
+    top_ = root->create_POA("bench", nullptr, CORBA::PolicyList());
+    const ps::POAManager_var manager = top_->the_POAManager();
+    manager->activate();
+  }
+  ~Objects() { top_->destroy(false, false); }
+  Objects(const Objects&) = delete;
+  Objects& operator=(const Objects&) = delete;
+
+  /// The last of `count` active objects.
+  CORBA::Object_var in_map(std::size_t count) {
+    ps::POA_var poa = make(top_, {});
+    for (std::size_t i = 0; i < count; ++i) {
+      others_.push_back(std::make_unique<bench::Servant>());
+      const ps::ObjectId_var id = poa->activate_object(others_.back().get());
+    }
+    return poa->servant_to_reference(others_.back().get());
+  }
+  CORBA::Object_var deep() {
+    ps::POA_var poa = top_;
+    for (int level = 0; level < 3; ++level) poa = make(poa, {});
+    others_.push_back(std::make_unique<bench::Servant>());
+    const ps::ObjectId_var id = poa->activate_object(others_.back().get());
+    return poa->servant_to_reference(others_.back().get());
+  }
+  CORBA::Object_var by_default_servant() {
+    ps::POA_var poa = make(top_, {root_->create_request_processing_policy(ps::USE_DEFAULT_SERVANT),
+                                  root_->create_id_uniqueness_policy(ps::MULTIPLE_ID)});
+    poa->set_servant(&servant_);
+    return poa->create_reference(Demo::Echo::repository_id);
+  }
+  CORBA::Object_var by_locator() {
+    ps::POA_var poa = make(top_, {root_->create_request_processing_policy(ps::USE_SERVANT_MANAGER),
+                                  root_->create_servant_retention_policy(ps::NON_RETAIN)});
+    poa->set_servant_manager(&locator_);
+    return poa->create_reference(Demo::Echo::repository_id);
+  }
+
+ private:
+  ps::POA* make(ps::POA* parent, std::initializer_list<CORBA::Policy*> policies) {
+    return parent->create_POA(("poa" + std::to_string(++made_)).c_str(), nullptr, bench::list(policies));
+  }
+
+  ps::POA* const root_;
+  int made_ = 0;
+  bench::Servant servant_;
+  std::vector<std::unique_ptr<bench::Servant>> others_;
+  Locator locator_;
+  ps::POA_var top_;
+};
+
+// ---- Rounds ----------------------------------------------------------------------------------------------
+
+void measure(const std::string& name, CORBA::Object* object, bool smoke) {
+  const Demo::Echo_var echo = Demo::Echo::_narrow(object);
+  const int calls = smoke ? 100 : 20'000;
+  const double clock = bench::clock_cost();
+  bench::Rounds upcall, whole, allocated, allocated_whole;
+  for (int round = smoke ? 2 : 15; round >= 0; --round) {
+    upcalls.begin();
+    const std::size_t before = allocations;
+    const auto start = bench::Clock::now();
+    for (int i = 0; i < calls; ++i)
+      if (echo->add(i, 1) != i + 1) std::abort();
+    const double time = bench::nanoseconds(bench::Clock::now() - start);
+    const auto count = static_cast<double>(upcalls.count);
+    if (upcalls.count != static_cast<std::size_t>(calls)) std::abort();
+    if (round == (smoke ? 2 : 15)) continue;  // the first one warms up
+    upcall.add(bench::nanoseconds(bench::Clock::duration(upcalls.time)) / count - clock);
+    whole.add(time / count - 2 * clock);
+    allocated.add(static_cast<double>(upcalls.allocations) / count);
+    allocated_whole.add(static_cast<double>(allocations - before) / count);
+  }
+  bench::print(name + ": upcall to servant and back", upcall, "ns");
+  bench::print(name + ": allocations of it", allocated, "a request");
+  bench::print(name + ": whole call", whole, "ns");
+  bench::print(name + ": allocations of the caller's thread", allocated_whole, "a call");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"Costs of dispatch in process: add(long, long)"};
+  bool smoke = false;
+  app.add_flag("--smoke", smoke, "few calls");
+  CLI11_PARSE(app, argc, argv);
+
+  bench::Orb orb;
+  _call_cpp_ = timed_upcall;
+  {
+    Objects objects(orb.root);
+    bench::print_head();
+    measure("one active object", objects.in_map(1), smoke);
+    measure("last of 1,000", objects.in_map(1'000), smoke);
+    measure("three POAs below", objects.deep(), smoke);
+    measure("default servant", objects.by_default_servant(), smoke);
+    measure("servant locator", objects.by_locator(), smoke);
+    measure("one active object, over a socket", over_socket(objects.in_map(1)), smoke);
+  }
+  _call_cpp_ = call_cpp_handler;
+}

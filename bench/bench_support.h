@@ -45,6 +45,7 @@ inline double clock_cost() {
 class Rounds {
  public:
   void add(double value) { values_.push_back(value); }
+  bool empty() const { return values_.empty(); }
   double median() const {
     std::vector<double> sorted = values_;
     std::sort(sorted.begin(), sorted.end());

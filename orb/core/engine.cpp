@@ -369,6 +369,10 @@ void Engine::deliver(QueueGroup::Requests requests) {
   {
     std::lock_guard lock(jobs_mutex_);
     for (auto& request : requests) {
+      if (request->waiter && request->waiter->caller_has_slot) {
+        LocalCall::hand_back(std::move(request));
+        continue;
+      }
       ++waiting_;
       Connection* connection = request->connection.get();  // null: calls of this process know no order
       const auto line = in_line_.find(connection);
@@ -483,7 +487,7 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   const bool has_slot = Upcall::running();
   if (may_be_held || (!has_slot && !try_run_now(request))) {
     std::shared_ptr<LocalCall> call;
-    if (request.head.response_expected) call = request.waiter = std::make_shared<LocalCall>();
+    if (request.head.response_expected) call = request.waiter = std::make_shared<LocalCall>(has_slot);
     const auto admission =
         may_be_held ? queue_group().hold(&request, pool_.options().queue) : QueueGroup::Admission::Pass;
     if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
@@ -505,12 +509,19 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
 
 const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
   std::unique_lock lock(call.mutex);
-  const auto done = [&] { return call.done; };
+  const auto done = [&] { return call.done || call.released; };
   if (deadline == Clock::time_point::max()) {
     call.over.wait(lock, done);
   } else if (!call.over.wait_until(lock, deadline, done)) {
     call.given_up = true;
     return "TIMEOUT";
+  }
+  if (const std::unique_ptr<ServerRequest> request = std::move(call.released)) {
+    lock.unlock();
+    const Upcall upcall;
+    execute(*request, pool_.options().max_message, reply);
+    *reply = Buffer::take(&request->cdr);
+    return nullptr;
   }
   *reply = std::move(call.reply);
   return call.error;

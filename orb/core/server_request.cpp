@@ -134,6 +134,15 @@ void complete_reply(ServerRequest& request, uint32_t max_message) {
 
 // ---- The record ----
 
+LocalCall::~LocalCall() = default;
+
+void LocalCall::hand_back(std::unique_ptr<ServerRequest> request) {
+  const std::shared_ptr<LocalCall> call = std::move(request->waiter);
+  std::lock_guard lock(call->mutex);
+  call->released = std::move(request);
+  call->over.notify_one();
+}
+
 void LocalCall::finish(Buffer message, const char* why) {
   {
     std::lock_guard lock(mutex);

@@ -13,15 +13,26 @@
 
 namespace zrsv {
 
+struct ServerRequest;
+
 /// A call of this process that waits until another thread has run it.
 struct LocalCall {
+  explicit LocalCall(bool has_slot) : caller_has_slot(has_slot) {}
+  ~LocalCall();
+
   std::atomic<bool> given_up{false};
   std::mutex mutex;
   std::condition_variable over;
   bool done = false;            // guarded by mutex, as all below
   const char* error = nullptr;  // "TRANSIENT": it was not run
   Buffer reply;
+  /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it has. All slots may be taken by
+  /// servants that wait like this one.
+  const bool caller_has_slot;
+  std::unique_ptr<ServerRequest> released;
 
+  /// Gives a released request back to the thread that waits for it.
+  static void hand_back(std::unique_ptr<ServerRequest> request);
   void finish(Buffer message, const char* why = nullptr);
 };
 

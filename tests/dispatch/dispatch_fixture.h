@@ -146,6 +146,8 @@ class Scene {
 /// A test on both roads, each in a POA of its own.
 class Dispatch : public AdapterTest, public testing::WithParamInterface<Road> {
  protected:
+  /// There is a child POA by now, so this announces the process: requests are served from here on.
+  Dispatch() { default_poa_manager->activate(); }
   CORBA::Object_var seen(CORBA::Object* object) { return seen_from(GetParam(), object); }
   Demo::Echo_var echo(CORBA::Object* object) { return echo_from(GetParam(), object); }
 };

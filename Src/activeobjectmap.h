@@ -174,9 +174,10 @@ struct ServantAccess {
   static void hold(ServantBase& s) { ++s._counter; }
   /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
   static void release(ServantBase& s);
-  /// Keeps `ior` (with flag 1 a duplicate) as the servant's reference for (POA, id); gives the object kept, or null when there is one already.
-  static CORBA::Object* keep_reference(ServantBase& s, const std::shared_ptr<POAInfo>& record, CORBA::Object* ior, int flag,
-                                       std::string_view oid);
+  /// Keeps `ior` (with flag 1 a duplicate) as the servant's reference for (POA, id); gives the object kept,
+  /// or null when there is one already.
+  static CORBA::Object* keep_reference(ServantBase& s, const std::shared_ptr<POAInfo>& record,
+                                       CORBA::Object* ior, int flag, std::string_view oid);
   /// The references of live POAs, as they are now.
   static std::vector<ServantReference> list_references(const ServantBase& s);
   /// A duplicate of the reference kept for (poa, oid), or null.

@@ -75,6 +75,4 @@ CurrentContext::~CurrentContext() { innermost_context = outer_; }
 
 CurrentContext* CurrentContext::innermost() { return innermost_context; }
 
-PortableServer::ObjectId* CurrentContext::copy_object_id() const {
-  return make_oid(object_id);
-}
+PortableServer::ObjectId* CurrentContext::copy_object_id() const { return make_oid(object_id); }

@@ -25,10 +25,12 @@ class CurrentInfo {
   PortableServer::Current* current_object = nullptr;
 };
 
-/// The context of one upcall: set on construction, gone on destruction, when the outer upcall's (if any) is in force again.
+/// The context of one upcall: set on construction, gone on destruction, when the outer upcall's (if any) is
+/// in force again.
 class CurrentContext {
  public:
-  /// Neither is copied: both outlive the context. `oid` is a view of the id's octets in the request's reference data.
+  /// Neither is copied: both outlive the context. `oid` is a view of the id's octets in the request's
+  /// reference data.
   CurrentContext(PortableServer::POA* poa, std::string_view oid, bool oid_known);
   ~CurrentContext();
   CurrentContext(const CurrentContext&) = delete;

@@ -252,7 +252,8 @@ namespace PortableServer {
 
 /// The description of a type that can be put into an Any.
 template <class T>
-inline constexpr std::nullptr_t description_of = nullptr;  // specialisations have a type of their own: see any_value
+inline constexpr std::nullptr_t description_of =
+    nullptr;  // specialisations have a type of their own: see any_value
 #define POA_DESCRIBED(Type, Name)                                       \
   template <>                                                           \
   inline constexpr const typecodes::Description* description_of<Type> = \

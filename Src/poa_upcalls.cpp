@@ -63,15 +63,16 @@ struct LostClient {
   unsigned char is_ipv6;
 };
 
-/// The first servant of the client in the blocks after number `block`, held; null when there is none. `block` becomes the number of its block. So the
-/// program is asked block after block while no lock is held, and blocks may come and go meanwhile.
+/// The first servant of the client in the blocks after number `block`, held; null when there is none. `block`
+/// becomes the number of its block. So the program is asked block after block while no lock is held, and
+/// blocks may come and go meanwhile.
 ServantBase* next_servant(const LostClient& client, std::uint64_t& block) {
   PoaSemaphoreGuard guard(__LINE__);
   for (ActiveObjectMap* at = _root_aom; at; at = at->_next_aom) {
     if (at->number <= block) continue;
     block = at->number;
-    ServantBase* servant =
-        at->searchServantByClientData(static_cast<CORBA::Long>(client.fd), client.host_addr, client.is_ipv6, /*hold=*/true);
+    ServantBase* servant = at->searchServantByClientData(static_cast<CORBA::Long>(client.fd),
+                                                         client.host_addr, client.is_ipv6, /*hold=*/true);
     if (servant) return servant;
   }
   return nullptr;
@@ -83,7 +84,8 @@ bool wants_release(PortableServer::POAdisconnect& callback, ServantBase& servant
   bool released = false;
   for (PortableServer::ServantReference& reference : ServantAccess::list_references(servant)) {
     contained("release_instance", [&] {
-      released = callback.release_instance(reference.record->poa_object, &servant, reference.oid, environment);
+      released =
+          callback.release_instance(reference.record->poa_object, &servant, reference.oid, environment);
     });
     if (released) return true;
   }
@@ -111,7 +113,8 @@ ServantBase* pop(POA_ServantList*& list) {
   return node->get_servant();
 }
 
-/// Deletes a listed servant, unless a request got into it before it left the maps: then the next tick tries again.
+/// Deletes a listed servant, unless a request got into it before it left the maps: then the next tick tries
+/// again.
 void delete_servant(ServantBase* servant) {
   const bool withdrawn = contained("withdrawing a servant", [&] {
     servant->deactivate_ObjectReference();

@@ -1,6 +1,7 @@
 // The record of one POA: its place in the tree, its policies, its objects. A source file a concern:
-//   poainfo.cpp (record, registry), poainfo_tree.cpp, poainfo_policies.cpp, poainfo_identity.cpp (ids, reference data), poainfo_activation.cpp,
-//   poainfo_conversion.cpp, poainfo_dispatch.cpp (upcall), poainfo_managers.cpp (servant managers), poainfo_registration.cpp.
+//   poainfo.cpp (record, registry), poainfo_tree.cpp, poainfo_policies.cpp, poainfo_identity.cpp (ids,
+//   reference data), poainfo_activation.cpp, poainfo_conversion.cpp, poainfo_dispatch.cpp (upcall),
+//   poainfo_managers.cpp (servant managers), poainfo_registration.cpp.
 #pragma once
 
 #include <memory>
@@ -30,8 +31,8 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
  public:
   POAInfo();
   /// A record for a new POA, not yet in the tree and without a POA object.
-  POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& policies,
-          CORBA::Environment& _ev);
+  POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
+          const CORBA::PolicyList& policies, CORBA::Environment& _ev);
   ~POAInfo();
   POAInfo(const POAInfo&) = delete;
   POAInfo& operator=(const POAInfo&) = delete;
@@ -40,8 +41,8 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   /// Makes the record's POA object.
   PortableServer::POA* createObject(CORBA::Environment& _ev);
   /// The one place that asks the ORB core for a new reference. Null when it makes none.
-  static void* createObject(const CORBA_sequence_octet* referenceData, const char* impl_name, const char* intf_name,
-                            void* register_methods, CORBA_Environment* _ev);
+  static void* createObject(const CORBA_sequence_octet* referenceData, const char* impl_name,
+                            const char* intf_name, void* register_methods, CORBA_Environment* _ev);
   /// The live record of a POA object, or null. Never raises.
   static POAInfoPtr findPOAInfo(PortableServer::POA* _this, CORBA::Environment& _ev);
   static bool is_existent(const POAInfo* target);
@@ -58,8 +59,8 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   POAObjectPtr create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
                           const CORBA::PolicyList& policies, CORBA::Environment& _ev);
   POAObjectPtr find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& _ev);
-  /// Never null: AdapterNonExistent, or BAD_PARAM for a null name. With `act`, a missing child is asked of the adapter activator, which
-  /// is called with no lock held.
+  /// Never null: AdapterNonExistent, or BAD_PARAM for a null name. With `act`, a missing child is asked of
+  /// the adapter activator, which is called with no lock held.
   POAInfoPtr findChildByName(const char* _adapter_name, CORBA::Environment& _ev, CORBA::Boolean act);
   char* the_name(CORBA::Environment& _ev);
   PortableServer::POA* the_parent(CORBA::Environment& _ev);
@@ -67,18 +68,28 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   PortableServer::POAManager* the_POAManager(CORBA::Environment& _ev);
   PortableServer::AdapterActivator* the_activator(CORBA::Environment& _ev);
   void the_activator(PortableServer::AdapterActivator* adapterActivator_ptr, CORBA::Environment& _ev);
-  void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
-  void _destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+               CORBA::Environment& _ev);
+  void _destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+                CORBA::Environment& _ev);
 
   // ---- Policies (poainfo_policies.cpp) ----
-  static PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(PortableServer::IdUniquenessPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::IdAssignmentPolicy* create_id_assignment_policy(PortableServer::IdAssignmentPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::ServantRetentionPolicy* create_servant_retention_policy(PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::RequestProcessingPolicy* create_request_processing_policy(PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev);
-  /// The shared object of a policy tag; null until its factory was first asked for it. Lives until the process ends.
+  static PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value,
+                                                            CORBA::Environment& _ev);
+  static PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value,
+                                                                CORBA::Environment& _ev);
+  static PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(
+      PortableServer::IdUniquenessPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::IdAssignmentPolicy* create_id_assignment_policy(
+      PortableServer::IdAssignmentPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(
+      PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::ServantRetentionPolicy* create_servant_retention_policy(
+      PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev);
+  static PortableServer::RequestProcessingPolicy* create_request_processing_policy(
+      PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev);
+  /// The shared object of a policy tag; null until its factory was first asked for it. Lives until the
+  /// process ends.
   static CORBA::Policy* shared_policy(PolicyTag tag);
   /// Sets the seven fields, which hold the defaults, from the list; InvalidPolicy for a rejected combination.
   void read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev);
@@ -86,30 +97,38 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   // ---- Ids and reference data (poainfo_identity.cpp) ----
   static PortableServer::ObjectId* genSystemId();
   bool createNameReferenceData(CORBA_sequence_octet* referenceData) const;
-  bool createPOAReferenceData(CORBA_sequence_octet* referenceData, const CORBA_sequence_octet* nameReferenceData,
+  bool createPOAReferenceData(CORBA_sequence_octet* referenceData,
+                              const CORBA_sequence_octet* nameReferenceData,
                               const PortableServer::ObjectId& oid) const;
-  CORBA::Object* POACreateReference(const PortableServer::ObjectId& oid, const char* intf, CORBA::Environment& ev);
+  CORBA::Object* POACreateReference(const PortableServer::ObjectId& oid, const char* intf,
+                                    CORBA::Environment& ev);
   /// Stores a new id through `oid`; BAD_PARAM when the data ends before what it claims.
-  static void GetOid(const CORBA_sequence_octet* referenceData, PortableServer::ObjectId*& oid, CORBA::Environment& ev);
-  static PortableServer::ObjectId* PortableServer_ObjectId_duplicate(const PortableServer::ObjectId* oid, CORBA::Environment& ev);
+  static void GetOid(const CORBA_sequence_octet* referenceData, PortableServer::ObjectId*& oid,
+                     CORBA::Environment& ev);
+  static PortableServer::ObjectId* PortableServer_ObjectId_duplicate(const PortableServer::ObjectId* oid,
+                                                                     CORBA::Environment& ev);
 
   // ---- Activation (poainfo_activation.cpp) ----
   PortableServer::ObjectId* activate_object(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
-  void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
+  void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant,
+                               CORBA::Environment& ev);
   void deactivate_object(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
   CORBA::Object* create_reference(const char* intf, CORBA::Environment& ev);
-  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf, CORBA::Environment& ev);
+  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf,
+                                          CORBA::Environment& ev);
   PortableServer::ServantManager* get_servant_manager(CORBA::Environment& ev);
   void set_servant_manager(PortableServer::ServantManager* imgr, CORBA::Environment& ev);
   PortableServer::ServantBase* get_servant(CORBA::Environment& ev);
   void set_servant(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
   /// The map, made when there is none yet. NO_MEMORY.
   ActiveObjectMap* map_for_insert();
-  /// Enters a copy of `id`; under UNIQUE_ID only when neither the servant nor the id is active. Gives the map's own id, to be compared only.
-  const PortableServer::ObjectId* enter_active(const PortableServer::ObjectId& id, PortableServer::ServantBase& servant, CORBA::Environment& ev);
+  /// Enters a copy of `id`; under UNIQUE_ID only when neither the servant nor the id is active. Gives the
+  /// map's own id, to be compared only.
+  const PortableServer::ObjectId* enter_active(const PortableServer::ObjectId& id,
+                                               PortableServer::ServantBase& servant, CORBA::Environment& ev);
   /// Registers the servant's implementation; when that fails, the entry just made is withdrawn.
-  void register_active(const PortableServer::ObjectId& id, PortableServer::ServantBase& servant, const PortableServer::ObjectId* own_id,
-                       CORBA::Environment& ev);
+  void register_active(const PortableServer::ObjectId& id, PortableServer::ServantBase& servant,
+                       const PortableServer::ObjectId* own_id, CORBA::Environment& ev);
 
   // ---- Conversions (poainfo_conversion.cpp) ----
   PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
@@ -118,50 +137,64 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   PortableServer::ObjectId* reference_to_id(CORBA::Object* reference, CORBA::Environment& ev);
   PortableServer::ServantBase* id_to_servant(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
   CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
-  /// Activates under `id` and returns that; the id it is active under already (UNIQUE_ID) when another thread was first.
-  std::unique_ptr<PortableServer::ObjectId> activate_implicitly(std::unique_ptr<PortableServer::ObjectId> id, PortableServer::ServantBase& servant,
+  /// Activates under `id` and returns that; the id it is active under already (UNIQUE_ID) when another thread
+  /// was first.
+  std::unique_ptr<PortableServer::ObjectId> activate_implicitly(std::unique_ptr<PortableServer::ObjectId> id,
+                                                                PortableServer::ServantBase& servant,
                                                                 CORBA::Environment& ev);
   /// A new reference, kept by the servant and bound in the ORB core.
-  CORBA::Object* make_bound_reference(const PortableServer::ObjectId& oid, PortableServer::ServantBase& servant, CORBA::Environment& ev);
+  CORBA::Object* make_bound_reference(const PortableServer::ObjectId& oid,
+                                      PortableServer::ServantBase& servant, CORBA::Environment& ev);
 
   // ---- Servant managers at dispatch (poainfo_managers.cpp) ----
   PortableServer::ServantBase* incarnate(CORBA::Object* target, CORBA::Environment& _ev);
-  PortableServer::ServantBase* preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev);
-  void postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie, PortableServer::ServantBase* servant, CORBA::Environment& _ev);
+  PortableServer::ServantBase* preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie,
+                                         CORBA::Environment& _ev);
+  void postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie,
+                  PortableServer::ServantBase* servant, CORBA::Environment& _ev);
 
-  // The same for a request's target, read once (dispatch.h). `incarnate_held` raises the servant's request counter before it can be
-  // deleted; `find_servant` gives the active or default servant, held when asked, or null.
+  // The same for a request's target, read once (dispatch.h). `incarnate_held` raises the servant's request
+  // counter before it can be deleted; `find_servant` gives the active or default servant, held when asked, or
+  // null.
   PortableServer::ServantBase* find_servant(const RequestTarget& target, bool hold);
   PortableServer::ServantBase* incarnate_held(const RequestTarget& target, CORBA::Environment& _ev);
-  PortableServer::ServantBase* enter_incarnated(const PortableServer::ObjectId& oid, PortableServer::ServantBase& servant, CORBA::Environment& _ev);
-  PortableServer::ServantBase* preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev);
-  void postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie, PortableServer::ServantBase* servant, CORBA::Environment& _ev);
+  PortableServer::ServantBase* enter_incarnated(const PortableServer::ObjectId& oid,
+                                                PortableServer::ServantBase& servant,
+                                                CORBA::Environment& _ev);
+  PortableServer::ServantBase* preinvoke(const RequestTarget& target, const char* operation,
+                                         CORBA::ULong& cookie, CORBA::Environment& _ev);
+  void postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie,
+                  PortableServer::ServantBase* servant, CORBA::Environment& _ev);
 
   // ---- POA managers (poamanagerinfo.cpp) ----
   void activate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Environment& _ev);
-  void deactivate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
-  void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void deactivate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Boolean etherealize_objects,
+                  CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+                  CORBA::Environment& _ev);
 
   /// Hands every active servant to the servant activator, when the POA has one and that is asked for.
-  void etherealize_active(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void etherealize_active(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+                          CORBA::Environment& _ev);
 
   // ---- Registration (poainfo_registration.cpp) ----
-  static void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid, CORBA::Environment& _ev);
+  static void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid,
+                                CORBA::Environment& _ev);
 
   // ---- Fields ----
-  const Identity identity;                       // reference data of the POA object
-  PortableServer::POA* poa_object = nullptr;     // owned
-  std::unique_ptr<Queue> requestCache;           // never made by the library
+  const Identity identity;                                   // reference data of the POA object
+  PortableServer::POA* poa_object = nullptr;                 // owned
+  std::unique_ptr<Queue> requestCache;                       // never made by the library
   std::atomic<ActiveObjectMap*> active_object_map{nullptr};  // owned; made at the first activation
-  POAInfo* first_child = nullptr;                // links: guarded by poa_mutex
+  POAInfo* first_child = nullptr;                            // links: guarded by poa_mutex
   POAInfo* siblings = nullptr;
-  POAInfo* parent = nullptr;                     // set before the record is linked, and kept when it is unlinked
-  POAInfoPtr parent_record;                      // holds `parent` for as long as someone may follow it
-  std::atomic<bool> destroyed{false};            // being destroyed, or gone; written under poa_mutex
-  PortableServer::POAManager* poa_manager = nullptr;   // as given; not owned
+  POAInfo* parent = nullptr;           // set before the record is linked, and kept when it is unlinked
+  POAInfoPtr parent_record;            // holds `parent` for as long as someone may follow it
+  std::atomic<bool> destroyed{false};  // being destroyed, or gone; written under poa_mutex
+  PortableServer::POAManager* poa_manager = nullptr;  // as given; not owned
   POAManagerInfo* poa_managerInfo_ptr = nullptr;
   std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned
-  char* adapter_name = nullptr;                  // owned
+  char* adapter_name = nullptr;                                               // owned
   PolicyTag thread_policy = threadPolicy_ORB_CTRL_MODEL_tag;
   PolicyTag lifespan_policy = lifespanPolicy_TRANSIENT_tag;
   PolicyTag object_id_uniqeness_policy = idUniquenessPolicy_UNIQUE_ID_tag;
@@ -172,14 +205,20 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   std::atomic<PortableServer::ServantManager*> servantManager_ptr{nullptr};  // as given; not owned
   std::atomic<PortableServer::ServantBase*> servant_default{nullptr};        // the program's
   std::shared_ptr<const PortableServer::ObjectId> oid_default;               // guarded by default_mutex
-  mutable std::mutex default_mutex;                                          // installation of the default servant
+  mutable std::mutex default_mutex;  // installation of the default servant
 
   bool retains() const { return servant_retention_policy == servantRetentionPolicy_RETAIN_tag; }
   bool unique_id() const { return object_id_uniqeness_policy == idUniquenessPolicy_UNIQUE_ID_tag; }
   bool system_id_assigned() const { return id_assignment_policy == idAssignmentPolicy_SYSTEM_ID_tag; }
-  bool activates_implicitly() const { return implicit_activation_policy == implicitActivationPolicy_IMPLICIT_ACTIVATION_tag; }
-  bool uses_default_servant() const { return request_processing_policy == requestProcessingPolicy_USE_DEFAULT_SERVANT_tag; }
-  bool uses_servant_manager() const { return request_processing_policy == requestProcessingPolicy_USE_SERVANT_MANAGER_tag; }
+  bool activates_implicitly() const {
+    return implicit_activation_policy == implicitActivationPolicy_IMPLICIT_ACTIVATION_tag;
+  }
+  bool uses_default_servant() const {
+    return request_processing_policy == requestProcessingPolicy_USE_DEFAULT_SERVANT_tag;
+  }
+  bool uses_servant_manager() const {
+    return request_processing_policy == requestProcessingPolicy_USE_SERVANT_MANAGER_tag;
+  }
   std::shared_ptr<const PortableServer::ObjectId> default_oid() const {
     std::lock_guard lock(default_mutex);
     return oid_default;
@@ -192,24 +231,28 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   static CORBA::ULong system_id;  // guarded by poa_mutex
 
  private:
-  /// Takes a record out of its parent's children and out of the table of live records; false, and nothing changed, when its parent
-  /// has no such child. poa_mutex is held.
+  /// Takes a record out of its parent's children and out of the table of live records; false, and nothing
+  /// changed, when its parent has no such child. poa_mutex is held.
   static bool unlink(const POAInfo& child);
   static bool is_live(const POAInfo& record);
   /// Gives the record the shared default manager, which is made here the first time.
   void share_default_manager(CORBA::Environment& _ev);
-  POAInfoPtr ask_activator(PortableServer::AdapterActivator& activator, const char* name, CORBA::Environment& _ev);
+  POAInfoPtr ask_activator(PortableServer::AdapterActivator& activator, const char* name,
+                           CORBA::Environment& _ev);
 
   // poa_mutex is held.
   POAInfo* child_named(const char* name) const;
-  POAInfoPtr add_child(const char* name, PortableServer::POAManager* manager, const CORBA::PolicyList& policies,
-                       CORBA::Environment& _ev);
-  void destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  POAInfoPtr add_child(const char* name, PortableServer::POAManager* manager,
+                       const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+  void destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+                        CORBA::Environment& _ev);
   void withdraw_default_servant();
-  void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+  void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
+                             CORBA::Environment& _ev);
 };
 
-// ---- State of the process (poainfo.cpp; start-up sets it) -----------------------------------------------------------------
+// ---- State of the process (poainfo.cpp; start-up sets it)
+// -----------------------------------------------------------------
 extern POAInfo* root_poa_info;
 extern bool initialised;
 extern void* _intfRep;
@@ -220,19 +263,22 @@ extern POAManagerInfo* default_poa_manager_info;
 extern PortableServer::POAManager* default_poa_manager;
 extern std::atomic<PortableServer::POAdisconnect*> _disc_instance;
 
-/// The POA that made a reference; missing POAs on its path are asked of adapter activators. Null when the ORB core gives no reference data.
+/// The POA that made a reference; missing POAs on its path are asked of adapter activators. Null when the ORB
+/// core gives no reference data.
 POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& _ev);
 /// 1 when the reference carries no reference data.
 int checkEmptyReferenceData(CORBA::Object* reference);
 
-// ---- Registration with the ORB core (poainfo_registration.cpp) -----------------------------------------------------------------
+// ---- Registration with the ORB core (poainfo_registration.cpp)
+// -----------------------------------------------------------------
 struct ZRImplementationDef {
   const char* impl_id;  // not copied; null marks a free entry
   void* implDef;
   unsigned char is_ready;
 };
 inline constexpr int IMPL_DEF_CACHE_SIZE = 1024;
-extern ZRImplementationDef implDef_cache[IMPL_DEF_CACHE_SIZE];  // guarded by a mutex of poainfo_registration.cpp
+extern ZRImplementationDef
+    implDef_cache[IMPL_DEF_CACHE_SIZE];  // guarded by a mutex of poainfo_registration.cpp
 extern std::atomic<const char*> POA_impl_name;
 extern std::atomic<int> POA_impl_is_ready_fl;
 ZRImplementationDef* FindImplementationDef(const char* impl_id);
@@ -240,7 +286,8 @@ ZRImplementationDef* InsertImplementationDef(const char* impl_id, void* implDef)
 void _POA_impl_is_ready(void* _boa, CORBA::Environment& _ev);
 void clear_implementation_table();
 
-// ---- Upcalls (exported) -----------------------------------------------------------------------------------------------------------
+// ---- Upcalls (exported)
+// -----------------------------------------------------------------------------------------------------------
 extern "C" {
 POA_API void* _poa_init(void* orb, void* boa);
 POA_API void call_cpp_handler(void* target, void* request, CORBA_Environment* env);

@@ -52,10 +52,11 @@ CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& s
                                              CORBA::Environment& ev) {
   CORBA::Object_var reference(POACreateReference(oid, interface_of(servant, oid, poa_object, ev), ev));
   CORBA::Object_var duplicate(CORBA::Object::_duplicate(reference.in()));
-  // Keeping and binding are one step, and so is withdrawing. Deactivation leaves the map first: an object that is still there is
-  // withdrawn after this.
+  // Keeping and binding are one step, and so is withdrawing. Deactivation leaves the map first: an object
+  // that is still there is withdrawn after this.
   MutexGuard guard(poa_svt_objref_mutex);
-  if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa_object, oid)) return kept;  // made meanwhile
+  if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa_object, oid))
+    return kept;  // made meanwhile
   ActiveObjectMap* map = active_object_map;
   if (destroyed || !map || !map->holds(oid_view(oid), &servant)) raise<POA::ObjectNotActive>(ev, nullptr);
   ServantAccess::keep_reference(servant, shared_from_this(), duplicate.in(), 0, oid_view(oid));

@@ -1,5 +1,5 @@
-// The road of a request through the adapter, top to bottom: upcall, POA, manager state, servant, invoke, release, and what the client gets when
-// any of it fails.
+// The road of a request through the adapter, top to bottom: upcall, POA, manager state, servant, invoke,
+// release, and what the client gets when any of it fails.
 #include <cstdlib>
 
 #include "dispatch.h"
@@ -46,8 +46,11 @@ class OperationName {
 class ServantInUse {
  public:
   /// The servant's counter has been raised already.
-  ServantInUse(ServantBase& servant, CORBA::Object& target) : servant_(servant) { ServantAccess::target(servant) = &target; }
-  /// Gives the count back; the servant goes onto the delete list when it was waiting for that. It is not to be touched afterwards.
+  ServantInUse(ServantBase& servant, CORBA::Object& target) : servant_(servant) {
+    ServantAccess::target(servant) = &target;
+  }
+  /// Gives the count back; the servant goes onto the delete list when it was waiting for that. It is not to
+  /// be touched afterwards.
   ~ServantInUse() {
     ServantAccess::target(servant_) = nullptr;
     ServantAccess::release(servant_);
@@ -66,7 +69,8 @@ void check_manager_state(POAInfo& poa, CORBA::Environment& ev) {
       raise<CORBA::TRANSIENT>(ev, "dsi_routine_cpp_poa [state is DISCARDING.]", MINOR_DISCARDING);
     case PortableServer::POAManager::INACTIVE:
       raise<PortableServer::POAManager::AdapterInactive>(ev, "dsi_routine_cpp_poa [state is INACTIVE.]");
-    default: break;  // a holding manager holds requests in the ORB core: one that got here is served
+    default:
+      break;  // a holding manager holds requests in the ORB core: one that got here is served
   }
 }
 
@@ -112,8 +116,9 @@ void trace_no_activator(const POAInfo& poa) {
   POA_TRACE("POAInfo::incarnate [wrong policy.]");
 }
 
-/// The servant in the map or the default servant, held; null when there is none that may serve. What `reference_to_servant` and the check of the
-/// deletion flags would raise is raised nowhere, because the search goes on: only its trace lines are written.
+/// The servant in the map or the default servant, held; null when there is none that may serve. What
+/// `reference_to_servant` and the check of the deletion flags would raise is raised nowhere, because the
+/// search goes on: only its trace lines are written.
 ServantBase* find_active(const RequestTarget& target) {
   POA_TRACE("  POAInfo::reference_to_servant call");
   ServantBase* servant = target.poa->find_servant(target, /*hold=*/true);
@@ -128,7 +133,8 @@ ServantBase* find_active(const RequestTarget& target) {
   return nullptr;
 }
 
-/// Asks the servant activator. What it raises, but WrongPolicy, reaches the client as a plain exception, whatever its type.
+/// Asks the servant activator. What it raises, but WrongPolicy, reaches the client as a plain exception,
+/// whatever its type.
 ServantBase* ask_activator(const RequestTarget& target, CORBA::Environment& ev) {
   try {
     POA_TRACE("  POAInfo::incarnate call");
@@ -159,19 +165,22 @@ Located locate_servant(const RequestTarget& target, const char* operation, CORBA
   return found;
 }
 
-/// The target among the servant's references. That of a servant found for one request goes with the request: each id that clients make up would
-/// leave an entry behind.
+/// The target among the servant's references. That of a servant found for one request goes with the request:
+/// each id that clients make up would leave an entry behind.
 class TargetReference {
  public:
   TargetReference(const RequestTarget& target, ServantBase& servant, bool for_one_request)
       : target_(target), servant_(for_one_request && target.has_data ? &servant : nullptr) {
     if (!target.has_data) return;
-    const auto default_oid = &servant == target.poa->servant_default.load() ? target.poa->default_oid() : nullptr;
+    const auto default_oid =
+        &servant == target.poa->servant_default.load() ? target.poa->default_oid() : nullptr;
     ServantAccess::keep_reference(servant, target.poa, target.object, 1,
                                   default_oid ? oid_view(*default_oid) : target.data.object_id);
   }
   ~TargetReference() {
-    if (servant_) servant_->clear_ObjectReference(target_.poa->poa_object, &BorrowedObjectId(target_.data.object_id).get());
+    if (servant_)
+      servant_->clear_ObjectReference(target_.poa->poa_object,
+                                      &BorrowedObjectId(target_.data.object_id).get());
   }
   TargetReference(const TargetReference&) = delete;
   TargetReference& operator=(const TargetReference&) = delete;
@@ -183,7 +192,8 @@ class TargetReference {
 
 /// Completes the reply of a dynamic servant. Nothing that goes wrong here stops the request's end.
 void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
-  // A servant that said nothing through the request object has nothing to complete; the type is asked only of the others.
+  // A servant that said nothing through the request object has nothing to complete; the type is asked only of
+  // the others.
   if (!request.dynamic() && !OM_TRACE_IS_ON) return;
   if (!dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) return;
   POA_TRACE("  using DSI...");
@@ -196,8 +206,10 @@ void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
   }
 }
 
-/// Runs the operation on the servant: the POA Current is set meanwhile, and the target is entered among the servant's references.
-void invoke_servant(const RequestTarget& target, const Located& found, CORBA::ServerRequest& request, CORBA::Environment& ev) {
+/// Runs the operation on the servant: the POA Current is set meanwhile, and the target is entered among the
+/// servant's references.
+void invoke_servant(const RequestTarget& target, const Located& found, CORBA::ServerRequest& request,
+                    CORBA::Environment& ev) {
   ServantBase& servant = *found.servant;
   const CurrentContext context(target.poa->poa_object, target.data.object_id, target.has_data);
   const ServantInUse use(servant, *target.object);

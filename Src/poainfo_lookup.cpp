@@ -114,12 +114,14 @@ POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& 
 PortableServer::ServantBase* POAInfo::find_servant(const RequestTarget& target, bool hold) {
   POA_TRACE("POAInfo::reference_to_servant");
   ActiveObjectMap* map = active_object_map;
-  POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(this), trace_address(map));
+  POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(this),
+            trace_address(map));
   if (retains() && target.has_data && map) {
     if (PortableServer::ServantBase* found = map->findServantById(target.data.object_id, hold)) return found;
   }
   if (!uses_default_servant()) return nullptr;
-  std::lock_guard lock(default_mutex);  // the default servant cannot be taken away between its look-up and its being held
+  std::lock_guard lock(
+      default_mutex);  // the default servant cannot be taken away between its look-up and its being held
   PortableServer::ServantBase* servant = servant_default;
   if (servant && hold) PortableServer::ServantAccess::hold(*servant);
   return servant;

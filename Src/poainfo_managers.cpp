@@ -29,11 +29,10 @@ struct LocatorTexts {
   const char* locator_nil;
 };
 
-constexpr LocatorTexts PREINVOKE = {"POAInfo::preinvoke [wrong policy.]",
-                                    "not use_servant_manager.. throw PortableServer::POA::WrongPolicy",
-                                    "servantManager_ptr = NULL, throw CORBA::StExcep::OBJ_ADAPTER",
-                                    "POAInfo::preinvoke [servant manager is nil.]",
-                                    "POAInfo::preinvoke [servant manager is nil.]"};
+constexpr LocatorTexts PREINVOKE = {
+    "POAInfo::preinvoke [wrong policy.]", "not use_servant_manager.. throw PortableServer::POA::WrongPolicy",
+    "servantManager_ptr = NULL, throw CORBA::StExcep::OBJ_ADAPTER",
+    "POAInfo::preinvoke [servant manager is nil.]", "POAInfo::preinvoke [servant manager is nil.]"};
 constexpr LocatorTexts POSTINVOKE = {"POAInfo::postinvoke [wrong policy.]",
                                      "not use_servernt_manager.. throw PortableServer::POA::WrongPolicy",
                                      "servantManager_ptr=NULL, throw CORBA::StExcep::OBJ_ADAPTER",
@@ -154,11 +153,13 @@ ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant
   return &servant;
 }
 
-ServantBase* POAInfo::preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev) {
+ServantBase* POAInfo::preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie,
+                                CORBA::Environment& _ev) {
   return preinvoke(RequestTarget::find(target, _ev), operation, cookie, _ev);
 }
 
-ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie, CORBA::Environment& _ev) {
+ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie,
+                                CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::preinvoke called...");
   check_locator_policies(*this, PREINVOKE, _ev);
   const BorrowedObjectId oid(object_id_of(*this, target, _ev));
@@ -173,11 +174,13 @@ ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operati
   return servant;
 }
 
-void POAInfo::postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie, ServantBase* servant, CORBA::Environment& _ev) {
+void POAInfo::postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie,
+                         ServantBase* servant, CORBA::Environment& _ev) {
   postinvoke(RequestTarget::find(target, _ev), operation, cookie, servant, _ev);
 }
 
-void POAInfo::postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie, ServantBase* servant, CORBA::Environment& _ev) {
+void POAInfo::postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie,
+                         ServantBase* servant, CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::postinvoke called...");
   check_locator_policies(*this, POSTINVOKE, _ev);
   const BorrowedObjectId oid(object_id_of(*this, target, _ev));

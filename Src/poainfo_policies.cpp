@@ -36,8 +36,7 @@ CORBA::Policy* make_shared_object(PolicyTag tag, CORBA::Environment& ev) {
   ValueReferenceData<PolicyTag> data(tag);
   CORBA_Environment core{};
   void* reference = POAInfo::createObject(&data.sequence, id, id, nullptr, &core);
-  if (!reference)
-    raise<CORBA::BAD_PARAM>(ev, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", kind.obj_is_nil);
+  if (!reference) raise<CORBA::BAD_PARAM>(ev, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", kind.obj_is_nil);
   auto* made = new PortableServer_Policy_impl<Kind>;
   made->__value = static_cast<typename Kind::value_type>(tag - kind.first);
   made->set_ref(reference);

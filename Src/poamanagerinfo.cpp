@@ -57,7 +57,8 @@ void control_queue(int code, const char* trace, CORBA::Environment& ev) {
   raise<AdapterInactive>(ev, trace);
 }
 
-/// A state taken on before the queues are told, so that requests which they let go meet the new state; given up again when they refuse.
+/// A state taken on before the queues are told, so that requests which they let go meet the new state; given
+/// up again when they refuse.
 class TentativeState {
  public:
   TentativeState(POAManagerInfo& manager, State next) : manager_(manager), old_(manager.get_state()) {
@@ -200,7 +201,8 @@ void POAManagerInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boole
   POA_TRACE("POAManagerInfo::deactivate_requests end...");
 }
 
-// ---- What a manager does to POA records ------------------------------------------------------------------------------
+// ---- What a manager does to POA records
+// ------------------------------------------------------------------------------
 
 void POAInfo::activate(POAManagerInfo*, CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::activate called...");
@@ -211,30 +213,31 @@ void POAInfo::activate(POAManagerInfo*, CORBA::Environment& _ev) {
 void POAInfo::deactivate(POAManagerInfo* manager, CORBA::Boolean etherealize_objects,
                          CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::deactivate[POAManger] called...");
-  replacing<AdapterInactive>(
-      _ev, "throw PortableServer::POAManager::AdapterInactive",
-      "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]", [&] {
-        if (manager == poa_managerInfo_ptr) {
-          POA_TRACE("  POAInfo::deactivate call");
-          deactivate(etherealize_objects, wait_for_completion_, _ev);
-        }
-        MutexGuard guard(poa_mutex);
-        // A program's etherealize may destroy POAs: the children are those of now, less what goes meanwhile.
-        std::vector<POAInfoPtr> children;
-        for (POAInfo* child = first_child; child; child = child->siblings) children.push_back(child->shared_from_this());
-        for (const POAInfoPtr& child : children)
-          if (!child->destroyed) child->deactivate(manager, etherealize_objects, wait_for_completion_, _ev);
-      });
+  replacing<AdapterInactive>(_ev, "throw PortableServer::POAManager::AdapterInactive",
+                             "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]", [&] {
+                               if (manager == poa_managerInfo_ptr) {
+                                 POA_TRACE("  POAInfo::deactivate call");
+                                 deactivate(etherealize_objects, wait_for_completion_, _ev);
+                               }
+                               MutexGuard guard(poa_mutex);
+                               // A program's etherealize may destroy POAs: the children are those of now,
+                               // less what goes meanwhile.
+                               std::vector<POAInfoPtr> children;
+                               for (POAInfo* child = first_child; child; child = child->siblings)
+                                 children.push_back(child->shared_from_this());
+                               for (const POAInfoPtr& child : children)
+                                 if (!child->destroyed)
+                                   child->deactivate(manager, etherealize_objects, wait_for_completion_, _ev);
+                             });
   POA_TRACE("POAInfo::deactivate[POAManager] end...");
 }
 
 void POAInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                          CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::deactivate called...");
-  replacing<AdapterInactive>(
-      _ev, "throw PortableServer::POAManager::AdapterInactive",
-      "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]",
-      [&] { etherealize_active(etherealize_objects, wait_for_completion_, _ev); });
+  replacing<AdapterInactive>(_ev, "throw PortableServer::POAManager::AdapterInactive",
+                             "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]",
+                             [&] { etherealize_active(etherealize_objects, wait_for_completion_, _ev); });
   POA_TRACE("POAInfo::deactivate end...");
 }
 

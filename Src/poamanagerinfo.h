@@ -6,7 +6,8 @@
 #include "identity.h"
 #include "poa.h"
 
-/// One a POA manager; lives until the process ends. State changes are made under poa_mutex; reading the state takes no lock.
+/// One a POA manager; lives until the process ends. State changes are made under poa_mutex; reading the state
+/// takes no lock.
 class POAManagerInfo {
  public:
   using State = PortableServer::POAManager::State;
@@ -24,7 +25,8 @@ class POAManagerInfo {
   void activate(CORBA::Environment& ev);
   void hold_requests(CORBA::Boolean wait_for_completion, CORBA::Environment& ev);
   void discard_requests(CORBA::Boolean wait_for_completion, CORBA::Environment& ev);
-  void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA::Environment& ev);
+  void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
+                  CORBA::Environment& ev);
   State get_state() const { return state; }
   void set_state(State s) { state = s; }
 

@@ -1,4 +1,5 @@
-// Policy tags: one number a policy value. POA records hold and test tags, and a tag is the whole reference data of a policy object.
+// Policy tags: one number a policy value. POA records hold and test tags, and a tag is the whole reference
+// data of a policy object.
 #pragma once
 
 #include "poa.h"

@@ -142,13 +142,14 @@ IdAssignmentPolicy* PortableServer_POA_impl::create_id_assignment_policy(IdAssig
 
 ImplicitActivationPolicy* PortableServer_POA_impl::create_implicit_activation_policy(
     ImplicitActivationPolicyValue value, CORBA::Environment& env) {
-  return on_record(this, env,
-                   "PortableServer_POA_impl::create_implicit_activation_policy [poa_info is null.]",
-                   [&](POAInfo&) {
-                     return duplicate(POAInfo::create_implicit_activation_policy(value, env), env,
-                                      // One literal, so that it can be searched for.
-                                      "PortableServer_POA_impl::create_implicit_activation_policy [implicit_activation policy is nil.]");
-                   });
+  return on_record(
+      this, env, "PortableServer_POA_impl::create_implicit_activation_policy [poa_info is null.]",
+      [&](POAInfo&) {
+        return duplicate(
+            POAInfo::create_implicit_activation_policy(value, env), env,
+            // One literal, so that it can be searched for.
+            "PortableServer_POA_impl::create_implicit_activation_policy [implicit_activation policy is nil.]");
+      });
 }
 
 ServantRetentionPolicy* PortableServer_POA_impl::create_servant_retention_policy(

@@ -13,16 +13,18 @@ POAManagerInfo& record_of(PortableServer::POAManager* manager, CORBA::Environmen
 
 void PortableServer_POAManager_impl::activate(CORBA::Environment& env) { record_of(this, env).activate(env); }
 
-void PortableServer_POAManager_impl::hold_requests(CORBA::Boolean wait_for_completion, CORBA::Environment& env) {
+void PortableServer_POAManager_impl::hold_requests(CORBA::Boolean wait_for_completion,
+                                                   CORBA::Environment& env) {
   record_of(this, env).hold_requests(wait_for_completion, env);
 }
 
-void PortableServer_POAManager_impl::discard_requests(CORBA::Boolean wait_for_completion, CORBA::Environment& env) {
+void PortableServer_POAManager_impl::discard_requests(CORBA::Boolean wait_for_completion,
+                                                      CORBA::Environment& env) {
   record_of(this, env).discard_requests(wait_for_completion, env);
 }
 
-void PortableServer_POAManager_impl::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
-                                                CORBA::Environment& env) {
+void PortableServer_POAManager_impl::deactivate(CORBA::Boolean etherealize_objects,
+                                                CORBA::Boolean wait_for_completion, CORBA::Environment& env) {
   record_of(this, env).deactivate(etherealize_objects, wait_for_completion, env);
 }
 

@@ -1,4 +1,5 @@
-// The one way in which the adapter reports a failure: trace the reason, store the exception in the caller's environment, throw a copy.
+// The one way in which the adapter reports a failure: trace the reason, store the exception in the caller's
+// environment, throw a copy.
 #pragma once
 
 #include <new>
@@ -9,7 +10,8 @@
 #include "trace.h"
 
 /// raise<PortableServer::POA::WrongPolicy>(ev, "POAInfo::activate_object [wrong policy.]").
-/// System exceptions get the minor code (0x4B510007 unless another is given), completed NO. A null trace writes no line.
+/// System exceptions get the minor code (0x4B510007 unless another is given), completed NO. A null trace
+/// writes no line.
 template <class E>
 [[noreturn]] void raise(CORBA::Environment& ev, const char* trace, CORBA::ULong minor = MINOR_BAD_PARAM) {
   if (trace) POA_TRACE("%s", trace);
@@ -22,13 +24,14 @@ template <class E>
 
 /// The same with a line before that tells the reason.
 template <class E>
-[[noreturn]] void raise(CORBA::Environment& ev, const char* reason, const char* trace, CORBA::ULong minor = MINOR_BAD_PARAM) {
+[[noreturn]] void raise(CORBA::Environment& ev, const char* reason, const char* trace,
+                        CORBA::ULong minor = MINOR_BAD_PARAM) {
   POA_TRACE("%s", reason);
   raise<E>(ev, trace, minor);
 }
 
-/// Runs `work`; exceptions of the types Pass... go on unchanged, any other CORBA::Exception is traced with `first` and replaced by an E
-/// raised with `last`.
+/// Runs `work`; exceptions of the types Pass... go on unchanged, any other CORBA::Exception is traced with
+/// `first` and replaced by an E raised with `last`.
 template <class E, class... Pass, class Work>
 auto replacing(CORBA::Environment& ev, const char* first, const char* last, Work&& work) -> decltype(work()) {
   try {

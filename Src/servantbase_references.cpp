@@ -106,7 +106,8 @@ void trace_called(const POA* poa, const CORBA::Object* ior) {
 }
 
 /// Adds a node, unless there is one for (POA, id): then null.
-CORBA::Object* keep(ObjectRefList*& list, const POAInfoPtr& record, CORBA::Object* ior, int flag, std::string_view oid) {
+CORBA::Object* keep(ObjectRefList*& list, const POAInfoPtr& record, CORBA::Object* ior, int flag,
+                    std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   if (recorded(list, record->poa_object, oid)) return nullptr;
   auto node = std::make_unique<ObjectRefList>();
@@ -269,7 +270,8 @@ ServantBase::~ServantBase() {
     MutexGuard guard(poa_svt_lifespan_mutex);
     POA_ServantList::remove_servant(servant_lifespan_list, this);
   }
-  if (_active_entries != 0) ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it
+  if (_active_entries != 0)
+    ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it
   for (ObjectRefList* node = _object_ref; node; node = node->get_next()) {
     const Content content = take(*node);
     if (content.object.in()) unbind(*content.object.in(), POAInfo::_orb);

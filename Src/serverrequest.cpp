@@ -10,7 +10,9 @@ const ZR_RequestInfo& info(void* req) { return *static_cast<ZR_ServerRequest*>(r
 
 void* server_CORBA_ServerRequest_request(void* req, CORBA_Environment*) { return info(req).request; }
 
-unsigned int server_CORBA_ServerRequest_request_type(void* req, CORBA_Environment*) { return info(req).request_type; }
+unsigned int server_CORBA_ServerRequest_request_type(void* req, CORBA_Environment*) {
+  return info(req).request_type;
+}
 
 unsigned char server_CORBA_ServerRequest_response_expected(void* req, CORBA_Environment*) {
   return info(req).response_expected;

@@ -6,15 +6,15 @@
 #include "zrsv.h"
 
 /// POA_TRACE("text %d", n): a level 1 trace line.
-#define POA_TRACE(...)                                       \
-  do {                                                       \
-    if (OM_TRACE_IS_ON) OM_trace_select(1, __VA_ARGS__);     \
+#define POA_TRACE(...)                                   \
+  do {                                                   \
+    if (OM_TRACE_IS_ON) OM_trace_select(1, __VA_ARGS__); \
   } while (false)
 
 /// The few lines that carry no level.
-#define POA_TRACE_PLAIN(...)                                 \
-  do {                                                       \
-    if (OM_TRACE_IS_ON) OM_trace(__VA_ARGS__);               \
+#define POA_TRACE_PLAIN(...)                   \
+  do {                                         \
+    if (OM_TRACE_IS_ON) OM_trace(__VA_ARGS__); \
   } while (false)
 
 /// A pointer as trace lines print it: hexadecimal digits, whole, after a "0x" in the text ("0x%lx").

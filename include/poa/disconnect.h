@@ -5,8 +5,8 @@
 
 namespace PortableServer {
 
-/// A program derives from this and registers one object. When a client's connection is lost, the library asks it about the servants that this
-/// client activated or called last.
+/// A program derives from this and registers one object. When a client's connection is lost, the library asks
+/// it about the servants that this client activated or called last.
 class POA_API POAdisconnect {
  public:
   POAdisconnect() = default;
@@ -14,9 +14,11 @@ class POA_API POAdisconnect {
   POAdisconnect& operator=(const POAdisconnect&) = default;
   virtual ~POAdisconnect();
 
-  /// True to have the servant released: withdrawn from its POAs now, deleted on a later tick. Asked once a POA and id of the servant
-  /// until it says true. Called on a thread of the ORB core, no lock held; an exception is logged and counts as false.
-  virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid, CORBA::Environment& env) = 0;
+  /// True to have the servant released: withdrawn from its POAs now, deleted on a later tick. Asked once a
+  /// POA and id of the servant until it says true. Called on a thread of the ORB core, no lock held; an
+  /// exception is logged and counts as false.
+  virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid,
+                                          CORBA::Environment& env) = 0;
 
   /// Registers `ptr` (null: none), which stays the program's and must outlive its registration.
   static void setDisconnect(POAdisconnect* ptr, CORBA_ENV);

@@ -1,5 +1,5 @@
-// Implementation classes of the module's interfaces, and their skeletons. Programs derive their servant managers and adapter activators from these;
-// the others are what the library hands out.
+// Implementation classes of the module's interfaces, and their skeletons. Programs derive their servant
+// managers and adapter activators from these; the others are what the library hands out.
 #pragma once
 
 #include "poa/interfaces.h"
@@ -18,9 +18,12 @@ using _sk_PortableServer_ThreadPolicy = _sk_PortableServer_Policy<PortableServer
 using _sk_PortableServer_LifespanPolicy = _sk_PortableServer_Policy<PortableServer::LifespanPolicy>;
 using _sk_PortableServer_IdUniquenessPolicy = _sk_PortableServer_Policy<PortableServer::IdUniquenessPolicy>;
 using _sk_PortableServer_IdAssignmentPolicy = _sk_PortableServer_Policy<PortableServer::IdAssignmentPolicy>;
-using _sk_PortableServer_ImplicitActivationPolicy = _sk_PortableServer_Policy<PortableServer::ImplicitActivationPolicy>;
-using _sk_PortableServer_ServantRetentionPolicy = _sk_PortableServer_Policy<PortableServer::ServantRetentionPolicy>;
-using _sk_PortableServer_RequestProcessingPolicy = _sk_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
+using _sk_PortableServer_ImplicitActivationPolicy =
+    _sk_PortableServer_Policy<PortableServer::ImplicitActivationPolicy>;
+using _sk_PortableServer_ServantRetentionPolicy =
+    _sk_PortableServer_Policy<PortableServer::ServantRetentionPolicy>;
+using _sk_PortableServer_RequestProcessingPolicy =
+    _sk_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
 
 /// A POA object: finds the record of its POA and works on it.
 class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
@@ -35,12 +38,14 @@ class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
                                   const CORBA::PolicyList& policies, CORBA_ENV) override;
   PortableServer::POA* find_POA(const char* adapter_name, CORBA::Boolean activate_it, CORBA_ENV) override;
   void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA_ENV) override;
-  PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value, CORBA_ENV) override;
-  PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value, CORBA_ENV) override;
-  PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(PortableServer::IdUniquenessPolicyValue value,
-                                                                  CORBA_ENV) override;
-  PortableServer::IdAssignmentPolicy* create_id_assignment_policy(PortableServer::IdAssignmentPolicyValue value,
-                                                                  CORBA_ENV) override;
+  PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value,
+                                                     CORBA_ENV) override;
+  PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value,
+                                                         CORBA_ENV) override;
+  PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(
+      PortableServer::IdUniquenessPolicyValue value, CORBA_ENV) override;
+  PortableServer::IdAssignmentPolicy* create_id_assignment_policy(
+      PortableServer::IdAssignmentPolicyValue value, CORBA_ENV) override;
   PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(
       PortableServer::ImplicitActivationPolicyValue value, CORBA_ENV) override;
   PortableServer::ServantRetentionPolicy* create_servant_retention_policy(
@@ -56,7 +61,8 @@ class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
                                CORBA_ENV) override;
   void deactivate_object(const PortableServer::ObjectId& oid, CORBA_ENV) override;
   CORBA::Object* create_reference(const char* intf, CORBA_ENV) override;
-  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf, CORBA_ENV) override;
+  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf,
+                                          CORBA_ENV) override;
   PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
   CORBA::Object* servant_to_reference(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
   PortableServer::ServantBase* reference_to_servant(CORBA::Object* reference, CORBA_ENV) override;
@@ -74,9 +80,11 @@ class POA_API PortableServer_POAManager_impl : public virtual _sk_PortableServer
   State get_state(CORBA_ENV) override;
 };
 
-/// The policy objects: hold their value; `copy` gives the same reference, so a copy in a policy list counts as the original.
+/// The policy objects: hold their value; `copy` gives the same reference, so a copy in a policy list counts
+/// as the original.
 template <class Kind>
-class POA_API PortableServer_Policy_impl : public virtual _sk_PortableServer_Policy<Kind>, public virtual CORBA_Policy_impl {
+class POA_API PortableServer_Policy_impl : public virtual _sk_PortableServer_Policy<Kind>,
+                                           public virtual CORBA_Policy_impl {
  public:
   using Value = typename Kind::value_type;
   /// The kind's default value.
@@ -91,9 +99,12 @@ using PortableServer_ThreadPolicy_impl = PortableServer_Policy_impl<PortableServ
 using PortableServer_LifespanPolicy_impl = PortableServer_Policy_impl<PortableServer::LifespanPolicy>;
 using PortableServer_IdUniquenessPolicy_impl = PortableServer_Policy_impl<PortableServer::IdUniquenessPolicy>;
 using PortableServer_IdAssignmentPolicy_impl = PortableServer_Policy_impl<PortableServer::IdAssignmentPolicy>;
-using PortableServer_ImplicitActivationPolicy_impl = PortableServer_Policy_impl<PortableServer::ImplicitActivationPolicy>;
-using PortableServer_ServantRetentionPolicy_impl = PortableServer_Policy_impl<PortableServer::ServantRetentionPolicy>;
-using PortableServer_RequestProcessingPolicy_impl = PortableServer_Policy_impl<PortableServer::RequestProcessingPolicy>;
+using PortableServer_ImplicitActivationPolicy_impl =
+    PortableServer_Policy_impl<PortableServer::ImplicitActivationPolicy>;
+using PortableServer_ServantRetentionPolicy_impl =
+    PortableServer_Policy_impl<PortableServer::ServantRetentionPolicy>;
+using PortableServer_RequestProcessingPolicy_impl =
+    PortableServer_Policy_impl<PortableServer::RequestProcessingPolicy>;
 
 /// Does nothing and says that it did it: true, and no POA made.
 class POA_API PortableServer_AdapterActivator_impl : public virtual _sk_PortableServer_AdapterActivator {
@@ -107,8 +118,8 @@ class POA_API PortableServer_ServantManager_impl : public virtual _sk_PortableSe
 class POA_API PortableServer_ServantActivator_impl : public virtual _sk_PortableServer_ServantActivator,
                                                      public virtual PortableServer_ServantManager_impl {
  public:
-  PortableServer::ServantBase* incarnate(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
-                                         CORBA_ENV) override;
+  PortableServer::ServantBase* incarnate(const PortableServer::ObjectId& objectId,
+                                         PortableServer::POA* poa_ptr, CORBA_ENV) override;
   void etherealize(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
                    PortableServer::ServantBase* servant, CORBA::Boolean cleanup_in_progress,
                    CORBA::Boolean remaining_activations, CORBA_ENV) override;
@@ -118,13 +129,16 @@ class POA_API PortableServer_ServantActivator_impl : public virtual _sk_Portable
 class POA_API PortableServer_ServantLocator_impl : public virtual _sk_PortableServer_ServantLocator,
                                                    public virtual PortableServer_ServantManager_impl {
  public:
-  PortableServer::ServantBase* preinvoke(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
-                                         const char* operation, Cookie& the_cookie, CORBA_ENV) override;
-  void postinvoke(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr, const char* operation,
-                  Cookie the_cookie, PortableServer::ServantBase* servant, CORBA_ENV) override;
+  PortableServer::ServantBase* preinvoke(const PortableServer::ObjectId& objectId,
+                                         PortableServer::POA* poa_ptr, const char* operation,
+                                         Cookie& the_cookie, CORBA_ENV) override;
+  void postinvoke(const PortableServer::ObjectId& objectId, PortableServer::POA* poa_ptr,
+                  const char* operation, Cookie the_cookie, PortableServer::ServantBase* servant,
+                  CORBA_ENV) override;
 };
 
-class POA_API PortableServer_Current_impl : public virtual _sk_PortableServer_Current, public virtual CORBA_Current_impl {
+class POA_API PortableServer_Current_impl : public virtual _sk_PortableServer_Current,
+                                            public virtual CORBA_Current_impl {
  public:
   PortableServer::POA* get_POA(CORBA_ENV) override;
   PortableServer::ObjectId* get_object_id(CORBA_ENV) override;

@@ -1,12 +1,14 @@
 // The interfaces of module PortableServer, as the OMG C++ mapping presents them.
 //
-// Every operation takes a CORBA::Environment last, by default a fresh one that nobody looks at, reports a failure both there and by throwing, and
-// may be called from any thread. Every reference, id, list and string returned is new and the caller's, unless said otherwise.
+// Every operation takes a CORBA::Environment last, by default a fresh one that nobody looks at, reports a
+// failure both there and by throwing, and may be called from any thread. Every reference, id, list and string
+// returned is new and the caller's, unless said otherwise.
 #pragma once
 
 #include "poa/types.h"
 
-// g++ hides what is made from a literal as a template argument, unless the literal is first named where things are visible.
+// g++ hides what is made from a literal as a template argument, unless the literal is first named where
+// things are visible.
 #pragma GCC visibility push(default)
 
 namespace PortableServer {
@@ -25,9 +27,11 @@ class POA_API POAList : public CORBA::Sequence<POA_var> {
 };
 using POAList_var = CORBA::SequenceVar<POAList>;
 
-// ---- Policies --------------------------------------------------------------------------------------------------------
+// ---- Policies
+// --------------------------------------------------------------------------------------------------------
 
-/// A policy of one value: the seven kinds are instances. `Type` is its policy type id, `Name` its interface's name.
+/// A policy of one value: the seven kinds are instances. `Type` is its policy type id, `Name` its interface's
+/// name.
 template <class Value, CORBA::PolicyType Type, CORBA::Text Name>
 class POA_API PolicyOf : public virtual CORBA::Policy {
  public:
@@ -71,13 +75,15 @@ using ImplicitActivationPolicy_var = CORBA::ObjectVar<ImplicitActivationPolicy>;
 using ServantRetentionPolicy_var = CORBA::ObjectVar<ServantRetentionPolicy>;
 using RequestProcessingPolicy_var = CORBA::ObjectVar<RequestProcessingPolicy>;
 
-// ---- POAManager --------------------------------------------------------------------------------------------------------
+// ---- POAManager
+// --------------------------------------------------------------------------------------------------------
 
 /// Gates the requests of the POAs that share it.
 class POA_API POAManager : public virtual CORBA::Object {
  public:
   enum State : CORBA::ULong { HOLDING = 0, ACTIVE = 1, DISCARDING = 2, INACTIVE = 3 };
-  using AdapterInactive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0">;
+  using AdapterInactive =
+      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0">;
   using AdapterInactive_var = CORBA::ExceptionVar<AdapterInactive>;
 
   static POAManager* _nil() { return nullptr; }
@@ -88,24 +94,30 @@ class POA_API POAManager : public virtual CORBA::Object {
   virtual void activate(CORBA_ENV) = 0;
   virtual void hold_requests(CORBA::Boolean wait_for_completion, CORBA_ENV) = 0;
   virtual void discard_requests(CORBA::Boolean wait_for_completion, CORBA_ENV) = 0;
-  virtual void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA_ENV) = 0;
+  virtual void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
+                          CORBA_ENV) = 0;
   virtual State get_state(CORBA_ENV) = 0;
 };
 using POAManager_ptr = POAManager*;
 using POAManager_var = CORBA::ObjectVar<POAManager>;
 
-// ---- POA ---------------------------------------------------------------------------------------------------------------
+// ---- POA
+// ---------------------------------------------------------------------------------------------------------------
 
-/// One adapter: a name space of objects under one set of policies. Every operation raises CORBA::BAD_PARAM (0x4B510007) once the POA was
-/// destroyed; the exceptions named at an operation come beside that.
+/// One adapter: a name space of objects under one set of policies. Every operation raises CORBA::BAD_PARAM
+/// (0x4B510007) once the POA was destroyed; the exceptions named at an operation come beside that.
 class POA_API POA : public virtual CORBA::Object {
  public:
-  using AdapterAlreadyExists = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/AdapterAlreadyExists:1.0">;
-  using AdapterNonExistent = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/AdapterNonExistent:1.0">;
+  using AdapterAlreadyExists =
+      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/AdapterAlreadyExists:1.0">;
+  using AdapterNonExistent =
+      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/AdapterNonExistent:1.0">;
   using NoServant = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/NoServant:1.0">;
-  using ObjectAlreadyActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ObjectAlreadyActive:1.0">;
+  using ObjectAlreadyActive =
+      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ObjectAlreadyActive:1.0">;
   using ObjectNotActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ObjectNotActive:1.0">;
-  using ServantAlreadyActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ServantAlreadyActive:1.0">;
+  using ServantAlreadyActive =
+      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ServantAlreadyActive:1.0">;
   using ServantNotActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ServantNotActive:1.0">;
   using WrongAdapter = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/WrongAdapter:1.0">;
   using WrongPolicy = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/WrongPolicy:1.0">;
@@ -150,8 +162,8 @@ class POA_API POA : public virtual CORBA::Object {
 
   /// A child POA. Nil manager: the one that the root POA has. The name may hold any octets but NUL and 0xFF.
   /// AdapterAlreadyExists, InvalidPolicy; BAD_PARAM for a null or empty name.
-  virtual POA* create_POA(const char* adapter_name, POAManager* a_POAManager, const CORBA::PolicyList& policies,
-                          CORBA_ENV) = 0;
+  virtual POA* create_POA(const char* adapter_name, POAManager* a_POAManager,
+                          const CORBA::PolicyList& policies, CORBA_ENV) = 0;
   /// The child of that name, made by the adapter activator when need be and asked for. AdapterNonExistent.
   virtual POA* find_POA(const char* adapter_name, CORBA::Boolean activate_it, CORBA_ENV) = 0;
   /// Destroys the POA and all below it. BAD_PARAM for the root POA.
@@ -164,34 +176,39 @@ class POA_API POA : public virtual CORBA::Object {
   virtual IdAssignmentPolicy* create_id_assignment_policy(IdAssignmentPolicyValue value, CORBA_ENV) = 0;
   virtual ImplicitActivationPolicy* create_implicit_activation_policy(ImplicitActivationPolicyValue value,
                                                                       CORBA_ENV) = 0;
-  virtual ServantRetentionPolicy* create_servant_retention_policy(ServantRetentionPolicyValue value, CORBA_ENV) = 0;
+  virtual ServantRetentionPolicy* create_servant_retention_policy(ServantRetentionPolicyValue value,
+                                                                  CORBA_ENV) = 0;
   virtual RequestProcessingPolicy* create_request_processing_policy(RequestProcessingPolicyValue value,
                                                                     CORBA_ENV) = 0;
 
-  /// The manager itself, not duplicated. WrongPolicy without USE_SERVANT_MANAGER; BAD_PARAM when none was set.
+  /// The manager itself, not duplicated. WrongPolicy without USE_SERVANT_MANAGER; BAD_PARAM when none was
+  /// set.
   virtual ServantManager* get_servant_manager(CORBA_ENV) = 0;
-  /// Once a POA; the manager is the program's and must outlive the POA. WrongPolicy, BAD_INV_ORDER (0x4B510303) the second time,
-  /// BAD_PARAM when the kind of manager does not fit the servant retention policy.
+  /// Once a POA; the manager is the program's and must outlive the POA. WrongPolicy, BAD_INV_ORDER
+  /// (0x4B510303) the second time, BAD_PARAM when the kind of manager does not fit the servant retention
+  /// policy.
   virtual void set_servant_manager(ServantManager* imgr, CORBA_ENV) = 0;
   /// The default servant, no count added. WrongPolicy, NoServant.
   virtual ServantBase* get_servant(CORBA_ENV) = 0;
   /// Null takes it away. WrongPolicy.
   virtual void set_servant(ServantBase* p_servant, CORBA_ENV) = 0;
 
-  /// Activates under a new system id. BAD_PARAM for null, WrongPolicy without RETAIN and SYSTEM_ID, ServantAlreadyActive.
-  /// The servant stays the program's; it must not be deleted while active.
+  /// Activates under a new system id. BAD_PARAM for null, WrongPolicy without RETAIN and SYSTEM_ID,
+  /// ServantAlreadyActive. The servant stays the program's; it must not be deleted while active.
   virtual ObjectId* activate_object(ServantBase* p_servant, CORBA_ENV) = 0;
-  /// BAD_PARAM for an empty id or null, WrongPolicy without RETAIN; with UNIQUE_ID ServantAlreadyActive, ObjectAlreadyActive.
+  /// BAD_PARAM for an empty id or null, WrongPolicy without RETAIN; with UNIQUE_ID ServantAlreadyActive,
+  /// ObjectAlreadyActive.
   virtual void activate_object_with_id(const ObjectId& id, ServantBase* p_servant, CORBA_ENV) = 0;
   /// WrongPolicy, ObjectNotActive; BAD_PARAM for an empty id.
   virtual void deactivate_object(const ObjectId& oid, CORBA_ENV) = 0;
 
-  /// References to objects that need not be active, of repository id `intf`. BAD_PARAM for null; WrongPolicy without (with) SYSTEM_ID.
+  /// References to objects that need not be active, of repository id `intf`. BAD_PARAM for null; WrongPolicy
+  /// without (with) SYSTEM_ID.
   virtual CORBA::Object* create_reference(const char* intf, CORBA_ENV) = 0;
   virtual CORBA::Object* create_reference_with_id(const ObjectId& oid, const char* intf, CORBA_ENV) = 0;
 
-  /// Conversions. ServantNotActive or ObjectNotActive when there is nothing to convert; WrongPolicy; WrongAdapter for a reference of another
-  /// POA. Servants are returned without a count.
+  /// Conversions. ServantNotActive or ObjectNotActive when there is nothing to convert; WrongPolicy;
+  /// WrongAdapter for a reference of another POA. Servants are returned without a count.
   virtual ObjectId* servant_to_id(ServantBase* p_servant, CORBA_ENV) = 0;
   virtual CORBA::Object* servant_to_reference(ServantBase* p_servant, CORBA_ENV) = 0;
   virtual ServantBase* reference_to_servant(CORBA::Object* reference, CORBA_ENV) = 0;
@@ -200,7 +217,8 @@ class POA_API POA : public virtual CORBA::Object {
   virtual CORBA::Object* id_to_reference(const ObjectId& oid, CORBA_ENV) = 0;
 };
 
-// ---- What a program gives a POA ------------------------------------------------------------------------------------------
+// ---- What a program gives a POA
+// ------------------------------------------------------------------------------------------
 
 /// Makes missing child POAs. Called with no lock held, possibly by several threads at once for one name.
 class POA_API AdapterActivator : public virtual CORBA::Object {
@@ -236,13 +254,16 @@ class POA_API ServantActivator : public virtual ServantManager {
   static ServantActivator* _narrow(CORBA::Object* object);
   void* get_servant_activator() override { return this; }
 
-  /// The servant of `oid`, which stays the program's. Called with no lock held; two threads may ask for one id at once.
+  /// The servant of `oid`, which stays the program's. Called with no lock held; two threads may ask for one
+  /// id at once.
   virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter, CORBA_ENV) = 0;
-  /// The object is active no more. Requests may still be in the servant: ServantBase::servant_delete, not delete, is the way to be rid of
-  /// it. At destruction and deactivation of a POA it is called with the POA tree's lock held (re-entrant for the calling
-  /// thread): it may call POA operations but must not wait for another thread that does.
-  virtual void etherealize(const ObjectId& oid, POA* adapter, ServantBase* serv, CORBA::Boolean cleanup_in_progress,
-                           CORBA::Boolean remaining_activations, CORBA_ENV) = 0;
+  /// The object is active no more. Requests may still be in the servant: ServantBase::servant_delete, not
+  /// delete, is the way to be rid of it. At destruction and deactivation of a POA it is called with the POA
+  /// tree's lock held (re-entrant for the calling thread): it may call POA operations but must not wait for
+  /// another thread that does.
+  virtual void etherealize(const ObjectId& oid, POA* adapter, ServantBase* serv,
+                           CORBA::Boolean cleanup_in_progress, CORBA::Boolean remaining_activations,
+                           CORBA_ENV) = 0;
 };
 using ServantActivator_ptr = ServantActivator*;
 using ServantActivator_var = CORBA::ObjectVar<ServantActivator>;

@@ -24,7 +24,10 @@ enum POA_API ThreadPolicyValue : CORBA::ULong { ORB_CTRL_MODEL = 0, SINGLE_THREA
 enum POA_API LifespanPolicyValue : CORBA::ULong { TRANSIENT = 0, PERSISTENT = 1 };
 enum POA_API IdUniquenessPolicyValue : CORBA::ULong { UNIQUE_ID = 0, MULTIPLE_ID = 1 };
 enum POA_API IdAssignmentPolicyValue : CORBA::ULong { USER_ID = 0, SYSTEM_ID = 1 };
-enum POA_API ImplicitActivationPolicyValue : CORBA::ULong { IMPLICIT_ACTIVATION = 0, NO_IMPLICIT_ACTIVATION = 1 };
+enum POA_API ImplicitActivationPolicyValue : CORBA::ULong {
+  IMPLICIT_ACTIVATION = 0,
+  NO_IMPLICIT_ACTIVATION = 1
+};
 enum POA_API ServantRetentionPolicyValue : CORBA::ULong { RETAIN = 0, NON_RETAIN = 1 };
 enum POA_API RequestProcessingPolicyValue : CORBA::ULong {
   USE_ACTIVE_OBJECT_MAP_ONLY = 0,
@@ -43,10 +46,11 @@ inline constexpr CORBA::PolicyType REQUEST_PROCESSING_POLICY_ID = 22;
 /// A new deep copy, owned by the caller; null for null.
 POA_API ObjectId* ObjectId_duplicate(const ObjectId* oid, CORBA_ENV);
 
-/// Text of an id, freed with CORBA::string_free. BAD_PARAM (0x4B510000) when an octet is not printable ASCII (0x20 to 0x7E).
+/// Text of an id, freed with CORBA::string_free. BAD_PARAM (0x4B510000) when an octet is not printable ASCII
+/// (0x20 to 0x7E).
 POA_API char* ObjectId_to_string(const ObjectId& oid);
-/// The id of a text: its characters without the NUL, owned by the caller. BAD_PARAM: 0x4B510007 for null, 0x4B510000 for a character that
-/// is not printable ASCII.
+/// The id of a text: its characters without the NUL, owned by the caller. BAD_PARAM: 0x4B510007 for null,
+/// 0x4B510000 for a character that is not printable ASCII.
 POA_API ObjectId* string_to_ObjectId(const char* text);
 /// The same rules on UTF-16 text: one octet a unit; the text is freed with CORBA::wstring_free.
 POA_API CORBA::WChar* ObjectId_to_wstring(const ObjectId& oid);

@@ -24,7 +24,8 @@ bool is_host(std::string_view text, bool bracketed) {
 
 std::string endpoint_text(const Endpoint& endpoint) {
   const bool is_ipv6 = endpoint.host.find(':') != endpoint.host.npos;
-  std::string text = is_ipv6 ? "[" : "";  // built up in place: g++ 12 sees an overlap that is none in "[" + string
+  std::string text =
+      is_ipv6 ? "[" : "";  // built up in place: g++ 12 sees an overlap that is none in "[" + string
   text += endpoint.host;
   text += is_ipv6 ? "]:" : ":";
   return text += std::to_string(endpoint.port);

@@ -114,8 +114,8 @@ void Listener::accept_all(Door& door) {
   for (;;) {
     sockaddr_storage from{};
     socklen_t length = sizeof from;
-    const int fd = ::accept4(door.acceptor.native_handle(), reinterpret_cast<sockaddr*>(&from), &length,
-                             SOCK_CLOEXEC);
+    const int fd =
+        ::accept4(door.acceptor.native_handle(), reinterpret_cast<sockaddr*>(&from), &length, SOCK_CLOEXEC);
     if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return wait(door);
     if (fd < 0 && is_lost_client(errno)) continue;
     if (fd < 0) return accept_later(door, errno);

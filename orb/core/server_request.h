@@ -26,8 +26,8 @@ struct LocalCall {
   bool done = false;            // guarded by mutex, as all below
   const char* error = nullptr;  // "TRANSIENT": it was not run
   Buffer reply;
-  /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it has. All slots may be taken by
-  /// servants that wait like this one.
+  /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it
+  /// has. All slots may be taken by servants that wait like this one.
   const bool caller_has_slot;
   std::unique_ptr<ServerRequest> released;
 

@@ -165,7 +165,8 @@ TEST_F(Engine, SlowServantsStopNobody) {
   start({"-ORBThreads", "2", "-ORBQueue", "2"});
   Client a(port()), b(port());
   for (int i = 0; i < 100; ++i) ASSERT_TRUE(a.send(call(1, "echo", i)) && a.answer() == std::to_string(i));
-  ASSERT_TRUE(a.send(call(1, "block", 1)) && barrier_.wait_inside(1));  // a thread stayed with this connection
+  ASSERT_TRUE(a.send(call(1, "block", 1)) &&
+              barrier_.wait_inside(1));  // a thread stayed with this connection
   ASSERT_TRUE(a.send(call(2, "echo", 2)));
   EXPECT_EQ(a.answer(), "2");  // its own connection goes on
   ASSERT_TRUE(b.send(call(1, "echo", 3)));

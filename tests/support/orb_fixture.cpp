@@ -1,5 +1,7 @@
 #include "orb_fixture.h"
 
+#include <mutex>
+
 #include "zrsv.h"
 
 namespace {
@@ -7,10 +9,12 @@ namespace {
 class OrbEnvironment : public testing::Environment {
  public:
   void* orb() {
+    std::lock_guard lock(mutex_);
     if (!orb_) orb_ = CORBA_ORB_init(nullptr, nullptr, "", CORBA::Environment()._evp);
     return orb_;
   }
   PortableServer::POA* root() {
+    std::lock_guard lock(mutex_);
     if (root_.in()) return root_.in();
     CORBA::Environment env;
     CORBA::Object resolved;
@@ -27,6 +31,7 @@ class OrbEnvironment : public testing::Environment {
   }
 
  private:
+  std::recursive_mutex mutex_;  // tests ask for these on threads of their own, too
   void* orb_ = nullptr;
   PortableServer::POA_var root_;
 };

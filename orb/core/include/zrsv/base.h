@@ -22,8 +22,8 @@ enum {
 
 enum { CORBA_COMPLETED_YES = 0, CORBA_COMPLETED_NO = 1, CORBA_COMPLETED_MAYBE = 2 };
 
-/* All zero means "no exception". A call that fails leaves _major non-zero; a call that succeeds leaves the record
- * as it found it, so callers clear it first. */
+/* All zero means "no exception". A call that fails leaves _major non-zero; a call that succeeds leaves the
+ * record as it found it, so callers clear it first. */
 typedef struct CORBA_Environment {
   uint32_t _major;     /* CORBA_NO_EXCEPTION ... CORBA_LOCATION_FORWARD */
   uint32_t _minor;     /* minor code of a system exception */
@@ -39,7 +39,8 @@ ZRSV_API const char* CORBA_exception_id(const CORBA_Environment* env);
 ZRSV_API void CORBA_exception_free(CORBA_Environment* env);
 
 /* Fills `env` with the system exception of repository id `id` ("IDL:CORBA/StExcep/BAD_PARAM:1.0"; the ids
- * "IDL:omg.org/CORBA/BAD_PARAM:1.0" are taken too and stored in the first form; anything else becomes UNKNOWN). */
+ * "IDL:omg.org/CORBA/BAD_PARAM:1.0" are taken too and stored in the first form; anything else becomes
+ * UNKNOWN). */
 ZRSV_API void CORBA_BOA_set_standard_exception(CORBA_Environment* env, const char* id, uint32_t minor,
                                                uint32_t completed);
 
@@ -87,17 +88,20 @@ extern ZRSV_API unsigned char OM_sys_params[16];
 
 ZRSV_API void OM_trace_switch(unsigned char on);
 
-/* One trace line: printf-style, prefixed with time and thread, in one write to standard error. Nothing while the trace
- * is off; callers test OM_TRACE_IS_ON first so that arguments cost nothing then. `level` is 1 for all lines of today. */
+/* One trace line: printf-style, prefixed with time and thread, in one write to standard error. Nothing while
+ * the trace is off; callers test OM_TRACE_IS_ON first so that arguments cost nothing then. `level` is 1 for
+ * all lines of today. */
 ZRSV_API void OM_trace_select(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 ZRSV_API void OM_trace(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/* Sends trace lines (text without prefix and newline) to `sink` instead of standard error; null goes back. The sink is
- * called on the tracing thread, possibly by several at once and with locks of the adapter held: it must not call back. */
+/* Sends trace lines (text without prefix and newline) to `sink` instead of standard error; null goes back.
+ * The sink is called on the tracing thread, possibly by several at once and with locks of the adapter held:
+ * it must not call back. */
 typedef void (*OM_trace_sink)(const char* text, void* closure);
 ZRSV_API void OM_trace_set_sink(OM_trace_sink sink, void* closure);
 
-/* A line of the log proper (refusals, lost peers, start-up): always written to standard error, "zrsv: " in front. */
+/* A line of the log proper (refusals, lost peers, start-up): always written to standard error, "zrsv: " in
+ * front. */
 ZRSV_API void OM_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 #ifdef __cplusplus

@@ -10,9 +10,10 @@ extern "C" {
 
 enum { CDR_ENCODE = 0, CDR_DECODE = 1 };
 
-/* A stream has a window of octets to decode and a buffer to encode into; `direction` says which of the two a primitive
- * works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding grows the buffer.
- * A stream belongs to one thread at a time. Only `direction` is for callers; the rest is for the primitives. */
+/* A stream has a window of octets to decode and a buffer to encode into; `direction` says which of the two a
+ * primitive works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding
+ * grows the buffer. A stream belongs to one thread at a time. Only `direction` is for callers; the rest is
+ * for the primitives. */
 typedef struct CDR {
   uint16_t direction;
   unsigned char swap;          /* decoding: the peer's byte order is not ours */
@@ -25,8 +26,9 @@ typedef struct CDR {
   unsigned char* out_limit;
 } CDR;
 
-/* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true; false, and
- * nothing moved, when the window ends too early or memory is short. Any direction but the two fails. */
+/* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true;
+ * false, and nothing moved, when the window ends too early or memory is short. Any direction but the two
+ * fails. */
 ZRSV_API unsigned char OM_cdr_boolean(CDR* cdr, unsigned char* value); /* decoded as 0 or 1 */
 ZRSV_API unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value);
 ZRSV_API unsigned char OM_cdr_char(CDR* cdr, char* value);
@@ -43,31 +45,35 @@ ZRSV_API unsigned char OM_cdr_double(CDR* cdr, double* value);
 /* `count` raw octets, not aligned. */
 ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count);
 
-/* A string with its length word and NUL. Decoding hands out a new text (CORBA_free); a length of 0, a missing NUL or a
- * NUL inside fails. Encoding writes *text; null fails. */
+/* A string with its length word and NUL. Decoding hands out a new text (CORBA_free); a length of 0, a missing
+ * NUL or a NUL inside fails. Encoding writes *text; null fails. */
 ZRSV_API unsigned char OM_cdr_string(CDR* cdr, char** text);
 
-/* Decoding only: the next string, in place. *text points into the window, is NUL-terminated and lives as long as it. */
+/* Decoding only: the next string, in place. *text points into the window, is NUL-terminated and lives as long
+ * as it. */
 ZRSV_API unsigned char OM_cdr_string_view(CDR* cdr, const char** text);
 
 /* Decoding only: the next `count` octets in place. */
 ZRSV_API unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t count);
 
-/* An object reference. Encoding writes *handle, null as the nil reference; decoding hands out a new handle, or null. */
+/* An object reference. Encoding writes *handle, null as the nil reference; decoding hands out a new handle,
+ * or null. */
 ZRSV_API unsigned char OM_cdr_object(CDR* cdr, void** handle);
 
 /* Octets left to decode. */
 ZRSV_API uint32_t OM_cdr_remaining(const CDR* cdr);
 
-/* A stream over `length` octets that the caller keeps (decoding; in_base = octets), or an empty one to encode. */
+/* A stream over `length` octets that the caller keeps (decoding; in_base = octets), or an empty one to
+ * encode. */
 ZRSV_API void OM_cdr_open_decode(CDR* cdr, const unsigned char* octets, uint32_t length, unsigned char swap);
 ZRSV_API void OM_cdr_open_encode(CDR* cdr);
 /* Frees the stream's own buffer. */
 ZRSV_API void OM_cdr_close(CDR* cdr);
 
-/* An encapsulation (length word, then a byte-order octet and the contents, aligned by themselves). Decoding: `inner`
- * becomes a stream over the contents, past the byte-order octet. Encoding: `inner` is a stream whose octets so far are
- * appended to `cdr` as one encapsulation; `OM_cdr_open_encapsulation` starts it with this machine's byte order. */
+/* An encapsulation (length word, then a byte-order octet and the contents, aligned by themselves). Decoding:
+ * `inner` becomes a stream over the contents, past the byte-order octet. Encoding: `inner` is a stream whose
+ * octets so far are appended to `cdr` as one encapsulation; `OM_cdr_open_encapsulation` starts it with this
+ * machine's byte order. */
 ZRSV_API unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner);
 ZRSV_API unsigned char OM_cdr_open_encapsulation(CDR* inner);
 ZRSV_API unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner);

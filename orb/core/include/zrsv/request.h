@@ -9,7 +9,8 @@
 extern "C" {
 #endif
 
-/* ---- Server side: what an upcall gets --------------------------------------------------------------------------- */
+/* ---- Server side: what an upcall gets
+ * --------------------------------------------------------------------------- */
 
 typedef struct ZR_RequestInfo {
   void* request;                   /* the handle for the reply encoders below */
@@ -24,49 +25,61 @@ typedef struct ZR_ServerRequest {
   ZR_RequestInfo* info;
 } ZR_ServerRequest;
 
-/* The request's stream: arguments to decode, later the reply to encode (the caller sets `direction`). Server and client side. */
+/* The request's stream: arguments to decode, later the reply to encode (the caller sets `direction`). Server
+ * and client side. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_get_cdr(void* request, CDR** cdr);
 
-enum { ZR_REPLY_NO_EXCEPTION = 0, ZR_REPLY_USER_EXCEPTION = 1, ZR_REPLY_SYSTEM_EXCEPTION = 2, ZR_REPLY_LOCATION_FORWARD = 3 };
+enum {
+  ZR_REPLY_NO_EXCEPTION = 0,
+  ZR_REPLY_USER_EXCEPTION = 1,
+  ZR_REPLY_SYSTEM_EXCEPTION = 2,
+  ZR_REPLY_LOCATION_FORWARD = 3
+};
 
-/* Starts the reply with that status, throwing away a reply begun before. The body is encoded after it; the reply is sent when the
- * upcall returns, and only when the client expects one. False when there is no memory or the status is none of the four. */
+/* Starts the reply with that status, throwing away a reply begun before. The body is encoded after it; the
+ * reply is sent when the upcall returns, and only when the client expects one. False when there is no memory
+ * or the status is none of the four. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t status);
 /* The body of a system exception reply (id in its public form, minor, completion). */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* env);
 /* The repository id that starts the body of a user exception reply. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env);
 
-/* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete ----------- */
+/* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete
+ * ----------- */
 
 enum { ZR_REQUEST_IIOP = 2, ZR_REQUEST_IN_PROCESS = 3 };
 
 /* Each returns true on success. On false the reason is kept for the calling thread, for SetStdExReqLib. */
-/* A new request for `operation` (copied) on `object` (a handle that outlives the request). *kind says which road to take:
- * IN_PROCESS when the object is of this process and its interface has an operation table, else IIOP. Null object: INV_OBJREF. */
+/* A new request for `operation` (copied) on `object` (a handle that outlives the request). *kind says which
+ * road to take: IN_PROCESS when the object is of this process and its interface has an operation table, else
+ * IIOP. Null object: INV_OBJREF. */
 ZRSV_API unsigned char OM_req_lib_initiator_request_create(void* object, const char* operation,
                                                            unsigned char response_expected, void** request,
                                                            uint32_t* kind);
 /* The in-process skeleton of the operation; false with BAD_OPERATION when the table has none. */
 ZRSV_API unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method);
 ZRSV_API void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request);
-/* Sends the request, opening or sharing a connection. A request to an end point of this very process is run on the calling thread,
- * through the same message road and without a socket. TRANSIENT: no connection; COMM_FAILURE: it broke; TIMEOUT: -ORBTimeout. */
+/* Sends the request, opening or sharing a connection. A request to an end point of this very process is run
+ * on the calling thread, through the same message road and without a socket. TRANSIENT: no connection;
+ * COMM_FAILURE: it broke; TIMEOUT: -ORBTimeout. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_send_request(void* request);
 /* Waits for the reply, at most until the time limit of the call. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_recv_reply(void* request);
 /* The reply's status, ZR_REPLY_...; the stream then stands at the body. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* status);
-/* Read the head of the body into `env`: the id of a user exception; a whole system exception (id in its internal form). */
+/* Read the head of the body into `env`: the id of a user exception; a whole system exception (id in its
+ * internal form). */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* env);
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* env);
 /* Frees the request, whatever became of it; a reply that comes later is dropped. */
 ZRSV_API void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request);
-/* From now on calls on `object` go to where `forward` points, until that fails. After `ZR_FORWARD_LIMIT` forwards in a row without an answer
- * between them it returns false with TRANSIENT. Takes over nothing. */
+/* From now on calls on `object` go to where `forward` points, until that fails. After `ZR_FORWARD_LIMIT`
+ * forwards in a row without an answer between them it returns false with TRANSIENT. Takes over nothing. */
 enum { ZR_FORWARD_LIMIT = 10 };
 ZRSV_API unsigned char OM_req_lib_set_locate_object(void* object, void* forward);
-/* Fills `env` with the reason of this thread's last failure on the client side, with that completion value. */
+/* Fills `env` with the reason of this thread's last failure on the client side, with that completion value.
+ */
 ZRSV_API void SetStdExReqLib(uint32_t completed, CORBA_Environment* env);
 
 #ifdef __cplusplus

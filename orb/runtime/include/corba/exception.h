@@ -8,8 +8,8 @@
 
 namespace CORBA {
 
-/// Root of all exceptions. A value: copying copies the repository id and, in derived classes, the members; a copy of the base
-/// class alone keeps the id of what it was copied from.
+/// Root of all exceptions. A value: copying copies the repository id and, in derived classes, the members; a
+/// copy of the base class alone keeps the id of what it was copied from.
 class ZRSVCPP_API Exception : public Allocated {
  public:
   Exception() = default;
@@ -85,7 +85,8 @@ class ZRSVCPP_API StandardException : public SystemException {
   static StandardException* _narrow(Exception* e) { return dynamic_cast<StandardException*>(e); }
 };
 
-// g++ hides what is made from a literal as a template argument, unless the literal is first named where things are visible.
+// g++ hides what is made from a literal as a template argument, unless the literal is first named where
+// things are visible.
 #pragma GCC visibility push(default)
 /// The standard system exceptions. Each also stands in CORBA itself, as the standard has it.
 namespace StExcep {
@@ -175,8 +176,8 @@ class ExceptionVar {
   E* _ptr;
 };
 
-/// How an operation reports a failure beside throwing it: every operation takes one last, by default a fresh one that nobody looks at.
-/// Belongs to one thread at a time.
+/// How an operation reports a failure beside throwing it: every operation takes one last, by default a fresh
+/// one that nobody looks at. Belongs to one thread at a time.
 class ZRSVCPP_API Environment {
  public:
   Environment() noexcept : _evp(&record_) {}
@@ -189,8 +190,8 @@ class ZRSVCPP_API Environment {
   /// Takes over an exception made with new; the one held before is deleted. Null empties the environment.
   void exception(Exception* e);
   Exception* exception() const { return _exp; }
-  /// Takes over a filled record, which is left empty; _exp then holds the matching exception (a plain UserException with its id for
-  /// a user exception, none for a location forward).
+  /// Takes over a filled record, which is left empty; _exp then holds the matching exception (a plain
+  /// UserException with its id for a user exception, none for a location forward).
   void set_ref(CORBA_Environment* filled);
   void clear();
   /// This environment as an lvalue: lets a temporary be the default of a reference parameter.
@@ -203,10 +204,11 @@ class ZRSVCPP_API Environment {
   CORBA_Environment record_{};
 };
 
-/// Throws a copy, of its own type, of the exception that `env` holds; UNKNOWN, stored in `env` too, when it holds none.
+/// Throws a copy, of its own type, of the exception that `env` holds; UNKNOWN, stored in `env` too, when it
+/// holds none.
 [[noreturn]] ZRSVCPP_API void raise_environment(Environment& env);
 
 }  // namespace CORBA
 
 /// The last parameter of every operation of the mapping.
-#define CORBA_ENV CORBA::Environment &env = CORBA::Environment().self()
+#define CORBA_ENV CORBA::Environment& env = CORBA::Environment().self()

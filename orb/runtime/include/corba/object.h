@@ -7,8 +7,8 @@ namespace CORBA {
 
 class InterfaceDef;
 
-/// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of every interface.
-/// A wrapper belongs to one thread at a time; a handle may be shared.
+/// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of
+/// every interface. A wrapper belongs to one thread at a time; a handle may be shared.
 class ZRSVCPP_API Object : public Allocated {
  public:
   Object() = default;
@@ -17,7 +17,8 @@ class ZRSVCPP_API Object : public Allocated {
   /// Gives the handle back, if there is one.
   virtual ~Object();
 
-  /// Stores the handle, which the wrapper owns from then on; the one stored before is neither released nor returned.
+  /// Stores the handle, which the wrapper owns from then on; the one stored before is neither released nor
+  /// returned.
   void set_ref(void* handle) { _ptr = handle; }
   void* get_ref() const { return _ptr; }
 

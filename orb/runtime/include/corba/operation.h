@@ -1,11 +1,12 @@
-// IDL operations as types. An operation is described once: its name, the member function that declares it, its exceptions. From that one
-// description come the CDR skeleton, the in-process skeleton and the stub:
+// IDL operations as types. An operation is described once: its name, the member function that declares it,
+// its exceptions. From that one description come the CDR skeleton, the in-process skeleton and the stub:
 //
-//   using find_POA = CORBA::idl::operation<"find_POA", &POA::find_POA, CORBA::idl::raises<POA::AdapterNonExistent>>;
+//   using find_POA = CORBA::idl::operation<"find_POA", &POA::find_POA,
+//   CORBA::idl::raises<POA::AdapterNonExistent>>;
 //
-// The member function's parameters are the IDL operation's, in wire order, with CORBA::Environment& last. How a C++ type travels is the
-// template Wire<T>: one function that encodes or decodes by the stream's direction. Parameters by value or const& are `in`,
-// parameters T& are `out`.
+// The member function's parameters are the IDL operation's, in wire order, with CORBA::Environment& last. How
+// a C++ type travels is the template Wire<T>: one function that encodes or decodes by the stream's direction.
+// Parameters by value or const& are `in`, parameters T& are `out`.
 #pragma once
 
 #include <concepts>
@@ -20,7 +21,8 @@
 
 namespace CORBA::idl {
 
-// ---- Values on the wire -------------------------------------------------------------------------------------------
+// ---- Values on the wire
+// -------------------------------------------------------------------------------------------
 
 /// `static bool move(CDR*, V&)`: encodes or decodes one V by the stream's direction; true on success.
 template <class V>
@@ -30,17 +32,28 @@ template <class V, unsigned char (*Primitive)(CDR*, V*)>
 struct PrimitiveWire {
   static bool move(CDR* cdr, V& value) { return Primitive(cdr, &value); }
 };
-template <> struct Wire<Boolean> : PrimitiveWire<Boolean, OM_cdr_boolean> {};
-template <> struct Wire<Char> : PrimitiveWire<Char, OM_cdr_char> {};
-template <> struct Wire<Short> : PrimitiveWire<Short, OM_cdr_short> {};
-template <> struct Wire<UShort> : PrimitiveWire<UShort, OM_cdr_unsigned_short> {};
-template <> struct Wire<Long> : PrimitiveWire<Long, OM_cdr_long> {};
-template <> struct Wire<ULong> : PrimitiveWire<ULong, OM_cdr_unsigned_long> {};
-template <> struct Wire<LongLong> : PrimitiveWire<LongLong, OM_cdr_long_long> {};
-template <> struct Wire<ULongLong> : PrimitiveWire<ULongLong, OM_cdr_unsigned_long_long> {};
-template <> struct Wire<Float> : PrimitiveWire<Float, OM_cdr_float> {};
-template <> struct Wire<Double> : PrimitiveWire<Double, OM_cdr_double> {};
-template <> struct Wire<char*> : PrimitiveWire<char*, cdr_CORBA_string_cpp> {};
+template <>
+struct Wire<Boolean> : PrimitiveWire<Boolean, OM_cdr_boolean> {};
+template <>
+struct Wire<Char> : PrimitiveWire<Char, OM_cdr_char> {};
+template <>
+struct Wire<Short> : PrimitiveWire<Short, OM_cdr_short> {};
+template <>
+struct Wire<UShort> : PrimitiveWire<UShort, OM_cdr_unsigned_short> {};
+template <>
+struct Wire<Long> : PrimitiveWire<Long, OM_cdr_long> {};
+template <>
+struct Wire<ULong> : PrimitiveWire<ULong, OM_cdr_unsigned_long> {};
+template <>
+struct Wire<LongLong> : PrimitiveWire<LongLong, OM_cdr_long_long> {};
+template <>
+struct Wire<ULongLong> : PrimitiveWire<ULongLong, OM_cdr_unsigned_long_long> {};
+template <>
+struct Wire<Float> : PrimitiveWire<Float, OM_cdr_float> {};
+template <>
+struct Wire<Double> : PrimitiveWire<Double, OM_cdr_double> {};
+template <>
+struct Wire<char*> : PrimitiveWire<char*, cdr_CORBA_string_cpp> {};
 
 /// A string `in` parameter: decoded in place, it lives as long as the request.
 template <>
@@ -53,7 +66,7 @@ struct Wire<const char*> {
 };
 
 template <class V>
-  requires std::is_enum_v<V>
+requires std::is_enum_v<V>
 struct Wire<V> {
   static bool move(CDR* cdr, V& value) {
     auto number = static_cast<ULong>(value);
@@ -73,9 +86,10 @@ struct Wire<InterfaceDef*> {
   static bool move(CDR* cdr, InterfaceDef*& object) { return cdr_CORBA_InterfaceDef(cdr, object); }
 };
 
-/// A sequence of octets: its length, then the octets in one piece. The target is replaced only when all octets are there.
+/// A sequence of octets: its length, then the octets in one piece. The target is replaced only when all
+/// octets are there.
 template <class S>
-  requires std::derived_from<S, OctetSeq>
+requires std::derived_from<S, OctetSeq>
 struct Wire<S> {
   static bool move(CDR* cdr, S& octets) {
     ULong length = octets.length();
@@ -89,9 +103,11 @@ struct Wire<S> {
   }
 };
 
-// ---- Who owns a value while a call is made --------------------------------------------------------------------------
+// ---- Who owns a value while a call is made
+// --------------------------------------------------------------------------
 
-/// Holds a decoded or returned value of C++ type V and frees it: references are released, strings and heap values freed.
+/// Holds a decoded or returned value of C++ type V and frees it: references are released, strings and heap
+/// values freed.
 template <class V>
 struct Slot {
   V value{};
@@ -105,7 +121,7 @@ struct Slot<char*> {
   ~Slot() { string_free(value); }
 };
 template <class X>
-  requires std::derived_from<X, Object>
+requires std::derived_from<X, Object>
 struct Slot<X*> {
   X* value = nullptr;
   Slot() = default;
@@ -152,7 +168,7 @@ struct Result {
   R give() { return std::exchange(slot.value, R{}); }
 };
 template <class R>
-  requires is_heap_value<R>
+requires is_heap_value<R>
 struct Result<R> {
   std::unique_ptr<std::remove_pointer_t<R>> value;
   bool move(CDR* cdr) {
@@ -175,19 +191,21 @@ struct Result<void> {
   void give() {}
 };
 
-// ---- Operations --------------------------------------------------------------------------------------------------------
+// ---- Operations
+// --------------------------------------------------------------------------------------------------------
 
 /// User exceptions of an operation. An exception with members has a Wire of its own.
 template <class... E>
 struct raises {
   /// Hands a heap copy of `e` to `env` when it is one of these.
-  static bool store(const Exception& e, Environment& env) {
-    return (store_if<E>(e, env) || ...);
-  }
+  static bool store(const Exception& e, Environment& env) { return (store_if<E>(e, env) || ...); }
   /// Encodes the members of the exception that `env` holds.
   static bool encode([[maybe_unused]] CDR* cdr, Environment& env) { return (encode_if<E>(cdr, env) && ...); }
-  /// Reads the members of the exception whose id `env` holds, stores it and throws it. True: none of these; false: bad octets.
-  static bool decode_and_throw([[maybe_unused]] CDR* cdr, Environment& env) { return (decode_if<E>(cdr, env) && ...); }
+  /// Reads the members of the exception whose id `env` holds, stores it and throws it. True: none of these;
+  /// false: bad octets.
+  static bool decode_and_throw([[maybe_unused]] CDR* cdr, Environment& env) {
+    return (decode_if<E>(cdr, env) && ...);
+  }
 
  private:
   template <class X>
@@ -197,7 +215,9 @@ struct raises {
     return listed != nullptr;
   }
   template <class X>
-  static constexpr bool has_members = requires(CDR* cdr, X& x) { Wire<X>::move(cdr, x); };
+  static constexpr bool has_members = requires(CDR* cdr, X& x) {
+    Wire<X>::move(cdr, x);
+  };
 
   template <class X>
   static bool encode_if(CDR* cdr, Environment& env) {
@@ -234,7 +254,8 @@ struct signature<R (C::*)(A...)> {
 template <class Op, class... A>
 typename Op::Return call_stub(Object* self, Environment& env, A... arguments);
 template <class Op, class... A>
-typename Op::Return call_iiop(Object* self, void* request, bool response_expected, Environment& env, A&&... arguments);
+typename Op::Return call_iiop(Object* self, void* request, bool response_expected, Environment& env,
+                              A&&... arguments);
 
 template <Text Name, auto Member, class Raises = raises<>, bool Oneway = false>
 struct operation {
@@ -265,7 +286,8 @@ struct operation {
     bool encode(CDR* cdr) { return result.move(cdr) && (move_if<I>(cdr, false) && ...); }
     template <class Target>
     void run(Target& target, Environment& env) {
-      result.take([&]() -> Return { return (target.*Member)(Param<I>::pass(std::get<I>(slots).value)..., env); });
+      result.take(
+          [&]() -> Return { return (target.*Member)(Param<I>::pass(std::get<I>(slots).value)..., env); });
     }
 
    private:
@@ -287,8 +309,10 @@ struct operation {
       return call_stub<operation, Arg<I>...>(self, env, static_cast<Arg<I>&&>(arguments)...);
     }
     /// The IIOP part of such a call: the caller made `request` and completes it.
-    static Return iiop(Object* self, void* request, bool response_expected, Arg<I>... arguments, Environment& env) {
-      return call_iiop<operation, Arg<I>...>(self, request, response_expected, env, static_cast<Arg<I>&&>(arguments)...);
+    static Return iiop(Object* self, void* request, bool response_expected, Arg<I>... arguments,
+                       Environment& env) {
+      return call_iiop<operation, Arg<I>...>(self, request, response_expected, env,
+                                             static_cast<Arg<I>&&>(arguments)...);
     }
     /// The in-process skeleton: the operation of a fresh, unattached implementation object.
     template <class Impl>
@@ -300,7 +324,8 @@ struct operation {
   using Roads = RoadsOf<Indexes>;
 };
 
-// ---- Skeletons ---------------------------------------------------------------------------------------------------------
+// ---- Skeletons
+// ---------------------------------------------------------------------------------------------------------
 
 /// What became of a request that a skeleton served.
 enum class Served { yes, bad_arguments, bad_reply };
@@ -308,7 +333,8 @@ enum class Served { yes, bad_arguments, bad_reply };
 /// Records in `env` that a value did not fit the stream.
 ZRSVCPP_API void set_marshal(CDR* cdr, std::uint32_t completed, Environment& env);
 
-/// Writes the body of the reply to a call that ended with `env`: result and out arguments, user exception or system exception.
+/// Writes the body of the reply to a call that ended with `env`: result and out arguments, user exception or
+/// system exception.
 template <class Op>
 bool encode_outcome(typename Op::Call& call, void* request, CDR* cdr, Environment& env) {
   switch (env._evp->_major) {
@@ -326,7 +352,8 @@ bool encode_outcome(typename Op::Call& call, void* request, CDR* cdr, Environmen
   }
 }
 
-/// Writes the reply when the client expects one. What is no outcome of a call (a location forward) is a bad reply in any case.
+/// Writes the reply when the client expects one. What is no outcome of a call (a location forward) is a bad
+/// reply in any case.
 template <class Op>
 Served reply(typename Op::Call& call, void* request, bool response_expected, CDR* cdr, Environment& env) {
   const std::uint32_t status = env._evp->_major;
@@ -337,9 +364,10 @@ Served reply(typename Op::Call& call, void* request, bool response_expected, CDR
   return Served::bad_reply;
 }
 
-/// The CDR skeleton of `Op`: decodes the arguments, finds the target, runs the operation, writes the reply. `find` returns the target,
-/// or null when there is none; it is asked after the arguments were read. A failure that the operation left in its environment counts
-/// like one that it threw. Exceptions that the operation does not list pass through.
+/// The CDR skeleton of `Op`: decodes the arguments, finds the target, runs the operation, writes the reply.
+/// `find` returns the target, or null when there is none; it is asked after the arguments were read. A
+/// failure that the operation left in its environment counts like one that it threw. Exceptions that the
+/// operation does not list pass through.
 template <class Op, class Find>
 Served serve(void* request, bool response_expected, Find&& find) {
   Environment env;
@@ -376,23 +404,28 @@ inline constexpr servant_entry<Servant> servant_table[] = {
        return serve<Op>(request, response_expected, [&] { return &servant; });
      }}...};
 
-/// The heart of a servant class's `invoke`: runs the operation that the request names. False when the class has no such operation.
-/// MARSHAL is thrown when the arguments do not decode (completed NO) or the reply does not encode (completed YES).
+/// The heart of a servant class's `invoke`: runs the operation that the request names. False when the class
+/// has no such operation. MARSHAL is thrown when the arguments do not decode (completed NO) or the reply does
+/// not encode (completed YES).
 template <class Servant, class... Op>
 bool invoke(Servant& servant, const char* operation_name, void* request, bool response_expected) {
   const std::string_view wanted(operation_name);
   for (const auto& entry : servant_table<Servant, Op...>) {
     if (entry.name != wanted) continue;
     switch (entry.run(servant, request, response_expected)) {
-      case Served::bad_arguments: throw MARSHAL(0, COMPLETED_NO);
-      case Served::bad_reply: throw MARSHAL(0, COMPLETED_YES);
-      case Served::yes: return true;
+      case Served::bad_arguments:
+        throw MARSHAL(0, COMPLETED_NO);
+      case Served::bad_reply:
+        throw MARSHAL(0, COMPLETED_YES);
+      case Served::yes:
+        return true;
     }
   }
   return false;
 }
 
-// ---- Stubs -------------------------------------------------------------------------------------------------------------
+// ---- Stubs
+// -------------------------------------------------------------------------------------------------------------
 
 /// Ways out of a failed call: fill the environment from the ORB core's reason, and throw.
 [[noreturn]] ZRSVCPP_API void fail_request(std::uint32_t completed, Environment& env);
@@ -446,7 +479,8 @@ void read_user_exception(void* request, CDR* cdr, Environment& env) {
 
 /// Marshals, sends, receives and unmarshals one IIOP request.
 template <class Op, class... A>
-typename Op::Return call_iiop(Object* self, void* request, bool response_expected, Environment& env, A&&... arguments) {
+typename Op::Return call_iiop(Object* self, void* request, bool response_expected, Environment& env,
+                              A&&... arguments) {
   CDR* cdr = nullptr;
   if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
   cdr->direction = CDR_ENCODE;
@@ -459,11 +493,19 @@ typename Op::Return call_iiop(Object* self, void* request, bool response_expecte
     fail_request(CORBA_COMPLETED_MAYBE, env);
   cdr->direction = CDR_DECODE;
   switch (status) {
-    case ZR_REPLY_NO_EXCEPTION: read_results<typename Op::Return, A...>(cdr, result, env, static_cast<A>(arguments)...); break;
-    case ZR_REPLY_USER_EXCEPTION: read_user_exception<Op>(request, cdr, env); break;
-    case ZR_REPLY_SYSTEM_EXCEPTION: throw_reply_exception(request, env);
-    case ZR_REPLY_LOCATION_FORWARD: follow_forward(self, request, cdr, env); break;
-    default: break;
+    case ZR_REPLY_NO_EXCEPTION:
+      read_results<typename Op::Return, A...>(cdr, result, env, static_cast<A>(arguments)...);
+      break;
+    case ZR_REPLY_USER_EXCEPTION:
+      read_user_exception<Op>(request, cdr, env);
+      break;
+    case ZR_REPLY_SYSTEM_EXCEPTION:
+      throw_reply_exception(request, env);
+    case ZR_REPLY_LOCATION_FORWARD:
+      follow_forward(self, request, cdr, env);
+      break;
+    default:
+      break;
   }
   return result.give();
 }
@@ -487,7 +529,8 @@ typename Op::Return call_in_process(void* request, Environment& env, A&&... argu
   request_guard guard(request, OM_req_lib_INTRA_PROCESS_initiator_request_complete);
   ZR_method method = nullptr;
   if (!OM_req_lib_INTRA_PROCESS_get_method(request, &method)) fail_request(CORBA_COMPLETED_NO, env);
-  return reinterpret_cast<typename Op::Return (*)(A..., Environment&)>(method)(static_cast<A>(arguments)..., env);
+  return reinterpret_cast<typename Op::Return (*)(A..., Environment&)>(method)(static_cast<A>(arguments)...,
+                                                                               env);
 }
 
 /// A call over IIOP; completes the request.
@@ -497,8 +540,9 @@ typename Op::Return call_iiop_once(Object* self, void* request, Environment& env
   return call_iiop<Op, A...>(self, request, !Op::oneway, env, static_cast<A>(arguments)...);
 }
 
-/// The stub of `Op`: a call of `self` over IIOP, or of its in-process skeleton; location forwards are followed. `A` are the operation's
-/// own parameter types. Of any other kind of request comes nothing: nil, zero.
+/// The stub of `Op`: a call of `self` over IIOP, or of its in-process skeleton; location forwards are
+/// followed. `A` are the operation's own parameter types. Of any other kind of request comes nothing: nil,
+/// zero.
 template <class Op, class... A>
 typename Op::Return call_stub(Object* self, Environment& env, A... arguments) {
   using Return = typename Op::Return;
@@ -508,7 +552,8 @@ typename Op::Return call_stub(Object* self, Environment& env, A... arguments) {
     std::uint32_t kind = 0;
     if (!OM_req_lib_initiator_request_create(self->get_ref(), Op::name, !Op::oneway, &request, &kind))
       fail_request(CORBA_COMPLETED_NO, env);
-    if (kind == ZR_REQUEST_IN_PROCESS) return call_in_process<Op, A...>(request, env, static_cast<A>(arguments)...);
+    if (kind == ZR_REQUEST_IN_PROCESS)
+      return call_in_process<Op, A...>(request, env, static_cast<A>(arguments)...);
     if (kind != ZR_REQUEST_IIOP) return Result<Return>().give();
     if constexpr (std::is_void_v<Return>) {
       call_iiop_once<Op, A...>(self, request, env, static_cast<A>(arguments)...);

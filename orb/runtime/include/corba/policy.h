@@ -19,7 +19,8 @@ class ZRSVCPP_API Policy : public virtual Object {
   /// A new policy of the same kind and value; the caller releases it.
   virtual Policy* copy(CORBA_ENV) = 0;
   virtual void destroy(CORBA_ENV) = 0;
-  /// This object as the interface of that repository id, as an untyped pointer to that class; null for another id.
+  /// This object as the interface of that repository id, as an untyped pointer to that class; null for
+  /// another id.
   virtual void* _cast(const char* repository_id) = 0;
 };
 using Policy_ptr = Policy*;
@@ -42,7 +43,8 @@ using Current_var = ObjectVar<Current>;
 
 class ZRSVCPP_API _sk_CORBA_Policy : public virtual CORBA::Policy {};
 
-/// Base of the policy implementations: holds the type, answers policy_type, and destroys nothing on destroy (policies are shared).
+/// Base of the policy implementations: holds the type, answers policy_type, and destroys nothing on destroy
+/// (policies are shared).
 class ZRSVCPP_API CORBA_Policy_impl : public virtual _sk_CORBA_Policy {
  public:
   CORBA::PolicyType policy_type(CORBA_ENV) override;

@@ -49,7 +49,8 @@ class Sequence : public Allocated {
 
   ULong maximum() const { return _maximum; }
   ULong length() const { return _length; }
-  /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and nothing changes.
+  /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and
+  /// nothing changes.
   void length(ULong n) {
     if (n > _maximum) {
       T* grown = allocbuf(n);

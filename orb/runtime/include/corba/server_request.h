@@ -6,9 +6,9 @@
 
 namespace CORBA {
 
-/// A request in progress. Wraps the ORB core's record, which outlives it; used on the thread of the upcall only. Servants with a
-/// skeleton need none of this; dynamic ones read the arguments and set the result or the exception, in the standard's order:
-/// arguments(), then set_result() or set_exception().
+/// A request in progress. Wraps the ORB core's record, which outlives it; used on the thread of the upcall
+/// only. Servants with a skeleton need none of this; dynamic ones read the arguments and set the result or
+/// the exception, in the standard's order: arguments(), then set_result() or set_exception().
 class ZRSVCPP_API ServerRequest : public virtual Object {
  public:
   static ServerRequest* _nil() { return nullptr; }
@@ -23,8 +23,8 @@ class ZRSVCPP_API ServerRequest : public virtual Object {
   Boolean response_expected() const { return info()->response_expected; }
   void* request_handle() const { return info()->request; }
 
-  /// Decodes the in and inout arguments by the TypeCodes of `list` and fills its values; `list` is taken over.
-  /// MARSHAL when the octets do not fit; BAD_INV_ORDER when called twice.
+  /// Decodes the in and inout arguments by the TypeCodes of `list` and fills its values; `list` is taken
+  /// over. MARSHAL when the octets do not fit; BAD_INV_ORDER when called twice.
   void arguments(NVList* list, CORBA_ENV);
   /// The result, copied. BAD_INV_ORDER before arguments() or after set_exception().
   void set_result(const Any& value, CORBA_ENV);
@@ -44,6 +44,7 @@ using ServerRequest_ptr = ServerRequest*;
 
 }  // namespace CORBA
 
-/// Writes the reply of a dynamic servant: the exception it set, or the result and the out arguments; a void result when it set nothing.
-/// `request` is the ORB core's server request record. Nothing when the request was served otherwise.
+/// Writes the reply of a dynamic servant: the exception it set, or the result and the out arguments; a void
+/// result when it set nothing. `request` is the ORB core's server request record. Nothing when the request
+/// was served otherwise.
 ZRSVCPP_API void OM_CORBA_ServerRequest_dsi_complete_cpp(void* request);

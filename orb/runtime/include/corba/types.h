@@ -1,4 +1,5 @@
-// Basic types, memory and strings of the C++ mapping (OMG IDL to C++, "Mapping for Basic Data Types" and "String Types").
+// Basic types, memory and strings of the C++ mapping (OMG IDL to C++, "Mapping for Basic Data Types" and
+// "String Types").
 #pragma once
 
 #include <cstddef>
@@ -23,7 +24,8 @@ using ULongLong = std::uint64_t;
 using Float = float;
 using Double = double;
 
-/// Memory of the mapping's objects; they back the operator new and delete of its classes. Never null: throws std::bad_alloc.
+/// Memory of the mapping's objects; they back the operator new and delete of its classes. Never null: throws
+/// std::bad_alloc.
 ZRSVCPP_API void* om_new(std::size_t octets);
 ZRSVCPP_API void om_delete(void* block) noexcept;
 
@@ -35,7 +37,8 @@ struct Allocated {
   static void operator delete(void*, void*) noexcept {}
 };
 
-/// `length` characters and a NUL, the first set to NUL; null for a negative length or without memory. The caller frees it.
+/// `length` characters and a NUL, the first set to NUL; null for a negative length or without memory. The
+/// caller frees it.
 ZRSVCPP_API char* string_alloc(Long length);
 /// A copy of `text`; null for null.
 ZRSVCPP_API char* string_dup(const char* text);
@@ -78,7 +81,8 @@ class String_var {
   char* text_ = nullptr;
 };
 
-/// A literal as a template argument: names and repository ids of rows. Visible, as what is made of a hidden type is hidden, too.
+/// A literal as a template argument: names and repository ids of rows. Visible, as what is made of a hidden
+/// type is hidden, too.
 template <std::size_t N>
 struct ZRSVCPP_API Text {
   char value[N]{};

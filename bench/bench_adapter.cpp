@@ -1,8 +1,10 @@
 // The active object map: what its operations cost, and what an object weighs, at several populations.
 #include <malloc.h>
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <random>
 
 #include "bench_support.h"
@@ -23,9 +25,13 @@ class Population {
   Population(ps::POA* root, std::size_t size) : servants_(size), ids_(size) {
     for (auto& servant : servants_) servant = std::make_unique<bench::Servant>();
     poa_ = root->create_POA("population", nullptr, CORBA::PolicyList());
-    const double before = allocated();
+    const double empty = allocated();
     for (std::size_t i = 0; i < size; ++i) activate(i);
-    octets_an_object = (allocated() - before) / static_cast<double>(size);
+    const double full = allocated();
+    octets_an_object = (full - empty) / static_cast<double>(size);
+    choose_sample();
+    for (std::size_t i : sample) refer(i);
+    octets_a_reference = (allocated() - full) / static_cast<double>(sample.size());
   }
   ~Population() { poa_->destroy(false, false); }
   Population(const Population&) = delete;
@@ -33,93 +39,84 @@ class Population {
 
   void activate(std::size_t i) { ids_[i] = poa_->activate_object(servants_[i].get()); }
   void deactivate(std::size_t i) { poa_->deactivate_object(ids_[i]); }
-  bool find(std::size_t i) { return poa_->id_to_servant(ids_[i]) == servants_[i].get(); }
+  void find(std::size_t i) {
+    if (poa_->id_to_servant(ids_[i]) != servants_[i].get()) std::abort();
+  }
   void refer(std::size_t i) { CORBA::release(poa_->servant_to_reference(servants_[i].get())); }
   std::size_t size() const { return servants_.size(); }
 
-  double octets_an_object = 0;  // without the servant, which is the program's, and its references
+  double octets_an_object = 0;    // without the servant, which is the program's
+  double octets_a_reference = 0;  // the first one of an object
+  /// Objects spread over the whole map, in random order: at most a hundredth, so that the map is as good as
+  /// full while they are out of it.
+  std::vector<std::size_t> sample;
 
  private:
+  void choose_sample() {
+    std::vector<std::size_t> all(size());
+    std::iota(all.begin(), all.end(), std::size_t{0});
+    std::shuffle(all.begin(), all.end(), std::mt19937(1));
+    all.resize(std::clamp<std::size_t>(size() / 100, 1, 1000));
+    sample = std::move(all);
+  }
+
   std::vector<std::unique_ptr<bench::Servant>> servants_;
   std::vector<ps::ObjectId_var> ids_;
   ps::POA_var poa_;
 };
 
-/// Some of the population, spread over all of it, in random order; each once.
-std::vector<std::size_t> sample_of(const Population& population, std::size_t most, std::mt19937& random) {
-  std::vector<std::size_t> all(population.size());
-  for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
-  std::shuffle(all.begin(), all.end(), random);
-  all.resize(std::min(most, all.size()));
-  return all;
-}
+using Step = void (Population::*)(std::size_t);
 
-template <class Work>
-double each(const std::vector<std::size_t>& sample, Work&& work) {
-  const auto start = bench::Clock::now();
-  for (std::size_t i : sample) work(i);
-  return bench::nanoseconds(bench::Clock::now() - start) / static_cast<double>(sample.size());
-}
-
-struct Results {
-  bench::Rounds find, refer, deactivate, activate, memory, reference_memory;
+struct Operation {
+  const char* name;
+  Step before;  // not timed; null for none
+  Step timed;
+  Step after;  // not timed; null for none. The object is active again
+};
+constexpr Operation operations[] = {
+    {"id_to_servant", nullptr, &Population::find, nullptr},
+    {"servant_to_reference_again", nullptr, &Population::refer, nullptr},
+    {"deactivate_object", nullptr, &Population::deactivate, &Population::activate},
+    {"activate_object", &Population::deactivate, &Population::activate, nullptr},
 };
 
-/// A sample is at most a hundredth of the population, so that the map is as good as full all the time.
-void one_round(Population& population, bool smoke, std::mt19937& random, Results& results) {
-  const auto sample =
-      sample_of(population, std::clamp<std::size_t>(population.size() / 100, 1, 1000), random);
-  const int times = population.size() > 1000 || smoke ? 1 : 1000;
-  const auto repeated = [&](auto&& work) {
-    double sum = 0;
-    for (int i = 0; i < times; ++i) sum += each(sample, work);
-    return sum / times;
+/// The operation on each object of the sample, again and again.
+void measure(benchmark::State& state, Population& population, const Operation& operation) {
+  const auto each = [&](Step step) {
+    const auto start = bench::Clock::now();
+    if (step)
+      for (std::size_t i : population.sample) (population.*step)(i);
+    return bench::seconds(bench::Clock::now() - start);
   };
-  results.find.add(repeated([&](std::size_t i) {
-    if (!population.find(i)) std::abort();
-  }));
-  const double before = allocated();
-  each(sample, [&](std::size_t i) { population.refer(i); });
-  // Later rounds find memory of earlier ones, which counts as allocated all the time.
-  if (results.reference_memory.empty())
-    results.reference_memory.add((allocated() - before) / static_cast<double>(sample.size()));
-  results.refer.add(repeated([&](std::size_t i) { population.refer(i); }));
-  double down = 0, up = 0;
-  for (int i = 0; i < times; ++i) {
-    down += each(sample, [&](std::size_t k) { population.deactivate(k); });
-    up += each(sample, [&](std::size_t k) { population.activate(k); });
+  const auto count = static_cast<benchmark::IterationCount>(population.sample.size());
+  while (state.KeepRunningBatch(count)) {
+    each(operation.before);
+    state.SetIterationTime(each(operation.timed));
+    each(operation.after);
   }
-  results.deactivate.add(down / times);
-  results.activate.add(up / times);
-}
-
-void measure(ps::POA* root, std::size_t size, bool smoke) {
-  std::mt19937 random(1);
-  Results results;
-  Population population(root, size);
-  results.memory.add(population.octets_an_object);
-  for (int round = smoke ? 1 : 9; round > 0; --round) one_round(population, smoke, random, results);
-  const std::string at = " at " + std::to_string(size);
-  bench::print("activate_object" + at, results.activate, "ns");
-  bench::print("id_to_servant" + at, results.find, "ns");
-  bench::print("servant_to_reference, cached," + at, results.refer, "ns");
-  bench::print("deactivate_object" + at, results.deactivate, "ns");
-  bench::print("memory of an object" + at, results.memory, "octets");
-  bench::print("memory of its first reference" + at, results.reference_memory, "octets");
+  state.counters["octets/object"] = population.octets_an_object;
+  state.counters["octets/reference"] = population.octets_a_reference;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Costs of the active object map"};
-  bool smoke = false;
-  std::vector<std::size_t> sizes = {1, 1'000, 100'000};
-  app.add_flag("--smoke", smoke, "one short round of small populations");
-  app.add_option("--objects", sizes, "active objects")->capture_default_str();
-  CLI11_PARSE(app, argc, argv);
-  if (smoke) sizes = {1, 1'000};
-
+  if (!bench::start(argc, argv)) return EXIT_FAILURE;
   bench::Orb orb;
-  bench::print_head();
-  for (std::size_t size : sizes) measure(orb.root, size, smoke);
+  std::unique_ptr<Population> population;  // of the size asked for last
+  for (std::size_t size : {1, 1'000, 100'000}) {
+    for (const Operation& operation : operations) {
+      const auto run = [&, size](benchmark::State& state) {
+        if (!population || population->size() != size) {
+          population.reset();
+          population = std::make_unique<Population>(orb.root, size);
+        }
+        measure(state, *population, operation);
+      };
+      const std::string name = std::string(operation.name) + "/" + std::to_string(size);
+      benchmark::RegisterBenchmark(name.c_str(), run)->UseManualTime();
+    }
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  population.reset();
 }

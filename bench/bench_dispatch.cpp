@@ -1,7 +1,7 @@
 // The road of a request inside the process: from the upcall through the adapter and the skeleton to the
 // servant's operation and back, and what it allocates on the heap.
-#include <CLI/CLI.hpp>
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 
 #include "bench_support.h"
@@ -43,13 +43,10 @@ namespace {
 
 // ---- One upcall ------------------------------------------------------------------------------------------
 
-/// What the upcalls of a round cost. Over a socket they run on a thread of the ORB.
+/// What upcalls cost. Over a socket they run on a thread of the ORB.
 struct Upcalls {
   std::atomic<bench::Clock::rep> time{0};
   std::atomic<std::size_t> allocations{0};
-  std::atomic<std::size_t> count{0};
-
-  void begin() { time = 0, allocations = 0, count = 0; }
 } upcalls;
 
 void timed_upcall(void* target, void* request, CORBA_Environment* env) {
@@ -58,7 +55,6 @@ void timed_upcall(void* target, void* request, CORBA_Environment* env) {
   call_cpp_handler(target, request, env);
   upcalls.time += (bench::Clock::now() - start).count();
   upcalls.allocations += allocations - before;
-  ++upcalls.count;
 }
 
 // ---- Who serves ------------------------------------------------------------------------------------------
@@ -78,12 +74,12 @@ class Locator : public PortableServer_ServantLocator_impl {
   ps::Servant servant_;
 };
 
-/// The same object under another name of this machine, which the ORB does not know for its own: called over a
-/// socket.
+/// The same object under another spelling of its address, which the ORB does not know for its own: called
+/// over a socket.
 CORBA::Object_var over_socket(CORBA::Object* object) {
   const CORBA::String_var own(ZR_object_to_corbaloc(nullptr, object->get_ref(), CORBA::Environment()._evp));
   std::string text(own.in());
-  text.replace(text.find("127.0.0.1"), 9, "localhost");
+  text.replace(text.find("127.0.0.1"), 9, "127.1");
   auto* seen = new CORBA::Object;
   seen->set_ref(CORBA_ORB_string_to_object(nullptr, text.c_str(), CORBA::Environment()._evp));
   return seen;
@@ -143,53 +139,69 @@ class Objects {
   ps::POA_var top_;
 };
 
-// ---- Rounds ----------------------------------------------------------------------------------------------
+// ---- Calls -----------------------------------------------------------------------------------------------
 
-void measure(const std::string& name, CORBA::Object* object, bool smoke) {
-  const Demo::Echo_var echo = Demo::Echo::_narrow(object);
-  const int calls = smoke ? 100 : 20'000;
-  const double clock = bench::clock_cost();
-  bench::Rounds upcall, whole, allocated, allocated_whole;
-  for (int round = smoke ? 2 : 15; round >= 0; --round) {
-    upcalls.begin();
-    const std::size_t before = allocations;
-    const auto start = bench::Clock::now();
-    for (int i = 0; i < calls; ++i)
-      if (echo->add(i, 1) != i + 1) std::abort();
-    const double time = bench::nanoseconds(bench::Clock::now() - start);
-    const auto count = static_cast<double>(upcalls.count);
-    if (upcalls.count != static_cast<std::size_t>(calls)) std::abort();
-    if (round == (smoke ? 2 : 15)) continue;  // the first one warms up
-    upcall.add(bench::nanoseconds(bench::Clock::duration(upcalls.time)) / count - clock);
-    whole.add(time / count - 2 * clock);
-    allocated.add(static_cast<double>(upcalls.allocations) / count);
-    allocated_whole.add(static_cast<double>(allocations - before) / count);
+void add(Demo::Echo* echo, CORBA::Long a) {
+  if (echo->add(a, 1) != a + 1) std::abort();
+}
+
+void per_call(benchmark::State& state, std::size_t allocated) {
+  state.counters["allocations"] =
+      benchmark::Counter(static_cast<double>(allocated), benchmark::Counter::kAvgIterations);
+}
+
+/// From the stub and back to it. Allocations of the caller's thread.
+void whole_call(benchmark::State& state, Demo::Echo* echo) {
+  const std::size_t before = allocations;
+  CORBA::Long a = 0;
+  for (auto _ : state) add(echo, a++);
+  per_call(state, allocations - before);
+}
+
+/// From the upcall to the servant and back, two readings of the clock included. Allocations of that.
+void upcall(benchmark::State& state, Demo::Echo* echo) {
+  _call_cpp_ = timed_upcall;
+  upcalls.allocations = 0;
+  CORBA::Long a = 0;
+  for (auto _ : state) {
+    upcalls.time = 0;
+    add(echo, a++);
+    state.SetIterationTime(bench::seconds(bench::Clock::duration(upcalls.time)));
   }
-  bench::print(name + ": upcall to servant and back", upcall, "ns");
-  bench::print(name + ": allocations of it", allocated, "a request");
-  bench::print(name + ": whole call", whole, "ns");
-  bench::print(name + ": allocations of the caller's thread", allocated_whole, "a call");
+  per_call(state, upcalls.allocations);
+  _call_cpp_ = call_cpp_handler;
+}
+
+void clock_cost(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(bench::Clock::now());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Costs of dispatch in process: add(long, long)"};
-  bool smoke = false;
-  app.add_flag("--smoke", smoke, "few calls");
-  CLI11_PARSE(app, argc, argv);
-
+  if (!bench::start(argc, argv)) return EXIT_FAILURE;
   bench::Orb orb;
-  _call_cpp_ = timed_upcall;
-  {
-    Objects objects(orb.root);
-    bench::print_head();
-    measure("one active object", objects.in_map(1), smoke);
-    measure("last of 1,000", objects.in_map(1'000), smoke);
-    measure("three POAs below", objects.deep(), smoke);
-    measure("default servant", objects.by_default_servant(), smoke);
-    measure("servant locator", objects.by_locator(), smoke);
-    measure("one active object, over a socket", over_socket(objects.in_map(1)), smoke);
+  Objects objects(orb.root);
+  const CORBA::Object_var single = objects.in_map(1);
+  const std::pair<std::string, CORBA::Object_var> found[] = {
+      {"only_object", single},
+      {"last_of_1000", objects.in_map(1'000)},
+      {"three_POAs_below", objects.deep()},
+      {"default_servant", objects.by_default_servant()},
+      {"servant_locator", objects.by_locator()},
+      {"over_a_socket", over_socket(single)},
+  };
+  benchmark::RegisterBenchmark("clock", clock_cost);
+  for (const auto& [name, object] : found) {
+    const auto benchmark_of = [&](const char* what, auto&& calls) {
+      const auto run = [&object = object, calls](benchmark::State& state) {
+        const Demo::Echo_var echo = Demo::Echo::_narrow(object);
+        calls(state, echo.in());
+      };
+      return benchmark::RegisterBenchmark((name + what).c_str(), run);
+    };
+    benchmark_of("/upcall", upcall)->UseManualTime();
+    benchmark_of("/whole_call", whole_call)->UseRealTime();
   }
-  _call_cpp_ = call_cpp_handler;
+  benchmark::RunSpecifiedBenchmarks();
 }

@@ -1,11 +1,11 @@
-// What the benchmarks of the object adapter share: a servant that does next to nothing, rounds, and a table
-// of results.
+// What the benchmarks of the object adapter share: a servant that does next to nothing, and a program's
+// frame.
 #pragma once
 
-#include <algorithm>
+#include <benchmark/benchmark.h>
+
 #include <chrono>
-#include <cstdio>
-#include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -31,38 +31,7 @@ class Servant : public POA_Demo::Echo {
 
 using Clock = std::chrono::steady_clock;
 
-inline double nanoseconds(Clock::duration d) { return std::chrono::duration<double, std::nano>(d).count(); }
-
-/// What two readings of the clock cost: part of every time that is taken between two.
-inline double clock_cost() {
-  constexpr int times = 100'000;
-  const auto start = Clock::now();
-  for (int i = 0; i < times; ++i) Clock::now();
-  return nanoseconds(Clock::now() - start) / times;
-}
-
-/// The results of several rounds.
-class Rounds {
- public:
-  void add(double value) { values_.push_back(value); }
-  bool empty() const { return values_.empty(); }
-  double median() const {
-    std::vector<double> sorted = values_;
-    std::sort(sorted.begin(), sorted.end());
-    return sorted[sorted.size() / 2];
-  }
-  double least() const { return *std::min_element(values_.begin(), values_.end()); }
-  double most() const { return *std::max_element(values_.begin(), values_.end()); }
-
- private:
-  std::vector<double> values_;
-};
-
-inline void print_head() { std::printf("%-60s %12s %12s %12s  %s\n", "", "median", "least", "most", "unit"); }
-inline void print(const std::string& name, const Rounds& rounds, const char* unit) {
-  std::printf("%-60s %12.1f %12.1f %12.1f  %s\n", name.c_str(), rounds.median(), rounds.least(),
-              rounds.most(), unit);
-}
+inline double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
 /// An ORB with its root POA; ended with the object.
 class Orb {
@@ -95,6 +64,19 @@ inline CORBA::PolicyList list(std::initializer_list<CORBA::Policy*> policies) {
   CORBA::ULong at = 0;
   for (CORBA::Policy* policy : policies) all[at++] = policy;
   return all;
+}
+
+/// Reads the program's options. Unless they say otherwise, each benchmark runs several times and its median
+/// is printed. False when an option is not known, which is printed.
+inline bool start(int argc, char** argv) {
+  static std::vector<std::string> options = {argv[0], "--benchmark_repetitions=9",
+                                             "--benchmark_report_aggregates_only=true"};
+  options.insert(options.end(), argv + 1, argv + argc);
+  static std::vector<char*> pointers;
+  for (std::string& option : options) pointers.push_back(option.data());
+  int count = static_cast<int>(pointers.size());
+  benchmark::Initialize(&count, pointers.data());
+  return !benchmark::ReportUnrecognizedArguments(count, pointers.data());
 }
 
 }  // namespace bench

@@ -29,30 +29,17 @@ class UpcallObjects {
   CORBA::ServerRequest request;
 };
 
-/// The operation's name, copied for the dispatch.
-class OperationName {
- public:
-  explicit OperationName(void* request) : text_(server_CORBA_ServerRequest_operation(request, nullptr)) {}
-  ~OperationName() { CORBA_free(text_); }
-  OperationName(const OperationName&) = delete;
-  OperationName& operator=(const OperationName&) = delete;
-  const char* get() const { return text_ ? text_ : ""; }
-
- private:
-  char* text_;
-};
-
 /// A servant in use: counted, so that nobody deletes it, and tied to the target of the request.
 class ServantInUse {
  public:
   /// The servant's counter has been raised already.
   ServantInUse(ServantBase& servant, CORBA::Object& target) : servant_(servant) {
-    ServantAccess::target(servant) = &target;
+    ServantAccess::target(servant).store(&target, std::memory_order_release);
   }
   /// Gives the count back; the servant goes onto the delete list when it was waiting for that. It is not to
   /// be touched afterwards.
   ~ServantInUse() {
-    ServantAccess::target(servant_) = nullptr;
+    ServantAccess::target(servant_).store(nullptr, std::memory_order_release);
     ServantAccess::release(servant_);
   }
   ServantInUse(const ServantInUse&) = delete;
@@ -230,14 +217,14 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
     raise<PortableServer::POA::AdapterNonExistent>(ev, "dsi_routine_cpp_poa [poa_info is null.]");
   }
   check_manager_state(*target.poa, ev);
-  const OperationName operation(request.get_ref());
-  trace_request(request.get_ref(), operation.get());
-  const Located found = locate_servant(target, operation.get(), ev);
+  const char* operation = request.operation();
+  trace_request(request.get_ref(), operation);
+  const Located found = locate_servant(target, operation, ev);
   try {
     invoke_servant(target, found, request, ev);
     if (found.by_locator) {
       POA_TRACE("  POAInfo::postinvoke call");
-      target.poa->postinvoke(target, operation.get(), found.cookie, found.servant, ev);
+      target.poa->postinvoke(target, operation, found.cookie, found.servant, ev);
       POA_TRACE("  POAInfo::postinvoke done");
     }
   } catch (const CORBA::SystemException& e) {

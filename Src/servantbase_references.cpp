@@ -93,8 +93,8 @@ std::optional<std::string_view> recorded_id(bool is_default_servant, const Objec
   return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
 }
 
-bool recorded(ObjectRefList* const& list, POA* poa, std::string_view oid) {
-  MutexGuard guard(poa_svt_objref_mutex);
+/// With poa_svt_objref_mutex held.
+bool recorded(ObjectRefList* list, POA* poa, std::string_view oid) {
   if (!find_node(list, poa, oid)) return false;
   POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
   return true;
@@ -156,7 +156,11 @@ CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, in
     return nullptr;
   }
   const auto id = recorded_id(_default_servant > 0, oid, ior);
-  if (!id || recorded(_object_ref, poa, *id)) return nullptr;
+  if (!id) return nullptr;
+  {
+    MutexGuard guard(poa_svt_objref_mutex);
+    if (recorded(_object_ref, poa, *id)) return nullptr;
+  }
   const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
   return record ? keep(_object_ref, record, ior, flag, *id) : nullptr;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "zrsv.h"
@@ -22,7 +23,9 @@ class Buffer {
     std::swap(capacity_, o.capacity_);
     return *this;
   }
-  ~Buffer() { std::free(data_); }
+  ~Buffer() {
+    if (data_) std::free(data_);
+  }
 
   unsigned char* data() { return data_; }
   const unsigned char* data() const { return data_; }
@@ -32,22 +35,49 @@ class Buffer {
   std::size_t room() const { return capacity_ - size_; }
 
   /// Makes room for `more` octets past size(); false when there is no memory.
-  bool reserve(std::size_t more);
+  bool reserve(std::size_t more) { return more <= room() || enlarge(more); }
   /// Claims `n` octets that were written past size().
   void grow(std::size_t n) { size_ += n; }
-  bool append(const unsigned char* octets, std::size_t n);
+  bool append(const unsigned char* octets, std::size_t n) {
+    if (n == 0) return true;
+    if (!reserve(n)) return false;
+    std::memcpy(end(), octets, n);
+    grow(n);
+    return true;
+  }
   void clear() { size_ = 0; }
   /// Drops the first n octets.
-  void consume(std::size_t n);
+  void consume(std::size_t n) {
+    if (n == 0) return;
+    size_ -= n;
+    if (size_ != 0) std::memmove(data_, data_ + n, size_);
+  }
   /// Gives memory back when the buffer has become larger than `keep`.
-  void shrink(std::size_t keep);
+  void shrink(std::size_t keep) {
+    if (capacity_ > keep && capacity_ > size_) give_back(keep);
+  }
 
   /// Takes over what an encoding stream holds, leaving the stream empty.
-  static Buffer take(CDR* cdr);
+  static Buffer take(CDR* cdr) {
+    Buffer taken;
+    taken.data_ = cdr->out_base;
+    taken.size_ = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+    taken.capacity_ = static_cast<std::size_t>(cdr->out_limit - cdr->out_base);
+    cdr->out_base = cdr->out_next = cdr->out_limit = nullptr;
+    return taken;
+  }
   /// Lends this buffer's memory to an empty stream for encoding; the stream owns it from then on.
-  void lend(CDR* cdr);
+  void lend(CDR* cdr) {
+    if (cdr->out_base) std::free(cdr->out_base);
+    size_ = 0;
+    cdr->out_base = cdr->out_next = std::exchange(data_, nullptr);
+    cdr->out_limit = cdr->out_base + std::exchange(capacity_, 0);
+  }
 
  private:
+  bool enlarge(std::size_t more);
+  void give_back(std::size_t keep);
+
   unsigned char* data_ = nullptr;
   std::size_t size_ = 0;
   std::size_t capacity_ = 0;

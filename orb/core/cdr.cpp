@@ -1,7 +1,6 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
-#include <type_traits>
 
 #include "cdr_chain.h"
 
@@ -10,79 +9,11 @@ namespace {
 
 constexpr std::size_t first_capacity = 256;
 
-/// Octets up to the next multiple of N, a power of two.
-template <std::size_t N>
-std::size_t padding(std::ptrdiff_t at) {
-  return (std::size_t{0} - static_cast<std::size_t>(at)) & (N - 1);
-}
-
-/// Makes room for `more` octets. A message's size is a 32-bit word, so a stream never grows past that.
-[[gnu::noinline]] bool grow(CDR* cdr, std::size_t more) {
-  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
-  if (more > UINT32_MAX - used) return false;
-  std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
-  if (wanted < used + more) wanted = used + more;
-  if (wanted < first_capacity) wanted = first_capacity;
-  auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
-  if (!grown) return false;
-  cdr->out_base = grown;
-  cdr->out_next = grown + used;
-  cdr->out_limit = grown + wanted;
-  return true;
-}
-
-bool has_room(CDR* cdr, std::size_t more) {
-  return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || grow(cdr, more);
-}
-
-/// Where N aligned octets are to be written; null when memory is short.
-template <std::size_t N>
-unsigned char* claim(CDR* cdr) {
-  const std::size_t pad = padding<N>(cdr->out_next - cdr->out_base);
-  if (!has_room(cdr, pad + N)) return nullptr;
-  unsigned char* at = cdr->out_next + pad;
-  if constexpr (N > 1) std::memset(cdr->out_next, 0, pad);
-  cdr->out_next = at + N;
-  return at;
-}
-
-/// Where N aligned octets are to be read; null when the window ends before.
-template <std::size_t N>
-const unsigned char* take(CDR* cdr) {
-  const std::size_t pad = padding<N>(cdr->in_next - cdr->in_base);
-  if (static_cast<std::size_t>(cdr->in_end - cdr->in_next) < pad + N) return nullptr;
-  const unsigned char* at = cdr->in_next + pad;
-  cdr->in_next = at + N;
-  return at;
-}
-
-uint8_t reversed(uint8_t v) { return v; }
-uint16_t reversed(uint16_t v) { return __builtin_bswap16(v); }
-uint32_t reversed(uint32_t v) { return __builtin_bswap32(v); }
-uint64_t reversed(uint64_t v) { return __builtin_bswap64(v); }
-
-template <std::size_t N>
-using Bits =
-    std::conditional_t<N == 1, uint8_t,
-                       std::conditional_t<N == 2, uint16_t, std::conditional_t<N == 4, uint32_t, uint64_t>>>;
-
 /// One value of a size that CDR knows, by the stream's direction.
 template <class T>
 unsigned char move_value(CDR* cdr, T* value) {
-  constexpr std::size_t n = sizeof(T);
-  if (cdr->direction == CDR_DECODE) {
-    const unsigned char* at = take<n>(cdr);
-    if (!at) return 0;
-    Bits<n> bits;
-    std::memcpy(&bits, at, n);
-    *value = std::bit_cast<T>(cdr->swap ? reversed(bits) : bits);
-    return 1;
-  }
-  if (cdr->direction != CDR_ENCODE) return 0;
-  unsigned char* at = claim<n>(cdr);
-  if (!at) return 0;
-  std::memcpy(at, value, n);
-  return 1;
+  if (cdr->direction == CDR_DECODE) return read_value(cdr, value);
+  return cdr->direction == CDR_ENCODE && write_value(cdr, *value);
 }
 
 /// A wide character of GIOP 1.2: a count of octets, then a UTF-16 unit, big-endian unless a byte-order mark
@@ -120,6 +51,21 @@ bool write_string(CDR* cdr, const char* text) {
 
 }  // namespace
 
+// A message's size is a 32-bit word, so a stream never grows past that.
+bool grow(CDR* cdr, std::size_t more) {
+  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+  if (more > UINT32_MAX - used) return false;
+  std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
+  if (wanted < used + more) wanted = used + more;
+  if (wanted < first_capacity) wanted = first_capacity;
+  auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
+  if (!grown) return false;
+  cdr->out_base = grown;
+  cdr->out_next = grown + used;
+  cdr->out_limit = grown + wanted;
+  return true;
+}
+
 bool open_encapsulation(std::string_view octets, CDR* inner) {
   if (octets.empty() || octets.size() > UINT32_MAX || static_cast<unsigned char>(octets[0]) > 1) return false;
   const bool little = octets[0] == 1;
@@ -127,14 +73,6 @@ bool open_encapsulation(std::string_view octets, CDR* inner) {
                      static_cast<uint32_t>(octets.size()),
                      little != (std::endian::native == std::endian::little));
   ++inner->in_next;
-  return true;
-}
-
-bool put_octets(CDR* cdr, std::string_view octets) {
-  if (octets.empty()) return true;
-  if (!has_room(cdr, octets.size())) return false;
-  std::memcpy(cdr->out_next, octets.data(), octets.size());
-  cdr->out_next += octets.size();
   return true;
 }
 

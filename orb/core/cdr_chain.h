@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "zrsv.h"
+#include "cdr_value.h"
 
 namespace zrsv {
 
@@ -13,7 +13,13 @@ namespace zrsv {
 bool open_encapsulation(std::string_view octets, CDR* inner);
 
 /// Appends raw octets, not aligned.
-bool put_octets(CDR* cdr, std::string_view octets);
+inline bool put_octets(CDR* cdr, std::string_view octets) {
+  if (octets.empty()) return true;
+  if (!has_room(cdr, octets.size())) return false;
+  std::memcpy(cdr->out_next, octets.data(), octets.size());
+  cdr->out_next += octets.size();
+  return true;
+}
 
 inline std::string_view as_view(const unsigned char* octets, std::size_t length) {
   return {reinterpret_cast<const char*>(octets), length};
@@ -27,11 +33,11 @@ class Reader {
 
   bool ok() const { return ok_; }
   void fail() { ok_ = false; }
-  bool at_end() const { return OM_cdr_remaining(cdr_) == 0; }
+  bool at_end() const { return left() == 0; }
 
-  uint8_t u8() { return value<uint8_t>(OM_cdr_octet); }
-  uint16_t u16() { return value<uint16_t>(OM_cdr_unsigned_short); }
-  uint32_t u32() { return value<uint32_t>(OM_cdr_unsigned_long); }
+  uint8_t u8() { return value<uint8_t>(); }
+  uint16_t u16() { return value<uint16_t>(); }
+  uint32_t u32() { return value<uint32_t>(); }
   /// A string; NUL-terminated in place.
   std::string_view text() {
     const char* found = "";
@@ -39,9 +45,10 @@ class Reader {
     return ok_ ? std::string_view(found) : std::string_view("");
   }
   std::string_view raw(uint32_t length) {
-    const unsigned char* found = nullptr;
-    ok_ = ok_ && OM_cdr_bytes_view(cdr_, &found, length);
-    return ok_ ? as_view(found, length) : std::string_view();
+    if (!ok_ || left() < length) return fail(), std::string_view();
+    const unsigned char* found = cdr_->in_next;
+    cdr_->in_next += length;
+    return as_view(found, length);
   }
   /// A sequence of octets.
   std::string_view octets() { return raw(u32()); }
@@ -49,17 +56,19 @@ class Reader {
   /// anything is allocated.
   uint32_t count(uint32_t least) {
     const uint32_t n = u32();
-    if (n > OM_cdr_remaining(cdr_) / least) fail();
+    if (n > left() / least) fail();
     return ok_ ? n : 0;
   }
 
  private:
   template <class T>
-  T value(unsigned char (*primitive)(CDR*, T*)) {
+  T value() {
     T v{};
-    ok_ = ok_ && primitive(cdr_, &v);
-    return ok_ ? v : T{};
+    ok_ = ok_ && read_value(cdr_, &v);
+    return v;
   }
+
+  std::size_t left() const { return static_cast<std::size_t>(cdr_->in_end - cdr_->in_next); }
 
   CDR* cdr_;
   bool ok_ = true;
@@ -72,9 +81,9 @@ class Writer {
 
   bool ok() const { return ok_; }
 
-  Writer& u8(uint8_t v) { return value(OM_cdr_octet, v); }
-  Writer& u16(uint16_t v) { return value(OM_cdr_unsigned_short, v); }
-  Writer& u32(uint32_t v) { return value(OM_cdr_unsigned_long, v); }
+  Writer& u8(uint8_t v) { return value(v); }
+  Writer& u16(uint16_t v) { return value(v); }
+  Writer& u32(uint32_t v) { return value(v); }
   Writer& raw(std::string_view octets) {
     ok_ = ok_ && put_octets(cdr_, octets);
     return *this;
@@ -91,8 +100,8 @@ class Writer {
 
  private:
   template <class T>
-  Writer& value(unsigned char (*primitive)(CDR*, T*), T v) {
-    ok_ = ok_ && primitive(cdr_, &v);
+  Writer& value(T v) {
+    ok_ = ok_ && write_value(cdr_, v);
     return *this;
   }
   Writer& length(std::size_t n) {

@@ -41,31 +41,43 @@ bool wait_until(std::condition_variable& event, std::unique_lock<std::mutex>& lo
 
 enum class Written { All, Part, Nothing, Dead };  // Part, Nothing: the time limit passed
 
-/// Writes all parts, which are used up by it.
-Written write_parts(int fd, iovec* part, std::size_t count, Deadline deadline) {
-  bool begun = false;
+/// Drops the first `count` octets of the parts.
+void advance(iovec** part, std::size_t* parts, std::size_t count) {
+  for (; *parts > 0; ++*part, --*parts) {
+    const std::size_t taken = std::min(count, (*part)->iov_len);
+    (*part)->iov_base = static_cast<unsigned char*>((*part)->iov_base) + taken;
+    (*part)->iov_len -= taken;
+    count -= taken;
+    if ((*part)->iov_len > 0) return;
+  }
+}
+
+/// What the system takes at once of the parts; -1 with errno.
+ssize_t write_some(int fd, iovec* part, std::size_t parts) {
+  constexpr int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+  if (parts == 1) return ::send(fd, part->iov_base, part->iov_len, flags);  // cheaper than sendmsg
   msghdr message{};
-  while (count > 0) {
-    message.msg_iov = part;
-    message.msg_iovlen = std::min<std::size_t>(count, 1024);
-    const ssize_t n = ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0 && !would_block(errno)) return Written::Dead;
-    if (n < 0) {
-      pollfd poll_fd{fd, POLLOUT, 0};
-      if (::poll(&poll_fd, 1, poll_timeout(deadline)) == 0) return begun ? Written::Part : Written::Nothing;
+  message.msg_iov = part;
+  message.msg_iovlen = std::min<std::size_t>(parts, 1024);
+  return ::sendmsg(fd, &message, flags);
+}
+
+/// Writes all parts, which are used up by it. *now is read anew when it had to wait.
+Written write_parts(int fd, iovec* part, std::size_t parts, Deadline deadline, Clock::time_point* now) {
+  bool begun = false;
+  while (parts > 0) {
+    const ssize_t n = write_some(fd, part, parts);
+    if (n >= 0) {
+      begun = true;
+      advance(&part, &parts, static_cast<std::size_t>(n));
       continue;
     }
-    begun = true;
-    for (auto left = static_cast<std::size_t>(n); count > 0;) {
-      const std::size_t taken = std::min(left, part->iov_len);
-      part->iov_base = static_cast<unsigned char*>(part->iov_base) + taken;
-      part->iov_len -= taken;
-      left -= taken;
-      if (part->iov_len > 0) break;
-      ++part;
-      --count;
-    }
+    if (errno == EINTR) continue;
+    if (!would_block(errno)) return Written::Dead;
+    pollfd poll_fd{fd, POLLOUT, 0};
+    const int ready = ::poll(&poll_fd, 1, poll_timeout(deadline));
+    *now = Clock::now();
+    if (ready == 0) return begun ? Written::Part : Written::Nothing;
   }
   return Written::All;
 }
@@ -85,9 +97,9 @@ class Outgoing {
   Outgoing(const Outgoing&) = delete;
   Outgoing& operator=(const Outgoing&) = delete;
 
-  Written write(int fd, Deadline deadline) {
-    if (!pieces_) return write_parts(fd, &whole_, 1, deadline);
-    return write_parts(fd, pieces_->parts().data(), pieces_->parts().size(), deadline);
+  Written write(int fd, Deadline deadline, Clock::time_point* now) {
+    if (!pieces_) return write_parts(fd, &whole_, 1, deadline, now);
+    return write_parts(fd, pieces_->parts().data(), pieces_->parts().size(), deadline, now);
   }
 
  private:
@@ -123,40 +135,44 @@ ClientConnection::ClientConnection(Endpoint peer, int fd)
 
 ClientConnection::~ClientConnection() { ::close(fd_); }
 
-bool ClientConnection::alive() {
+bool ClientConnection::alive(Clock::time_point now) {
+  if (!usable_.load(std::memory_order_relaxed)) return false;
+  if (now - last_used() <= trusted_idle) return true;
   const std::lock_guard lock(mutex_);
-  if (usable_ && !reading_ && Clock::now() - last_used_ > trusted_idle) {
+  if (usable_ && !reading_.exchange(true)) {
     take_input(receive_some(MSG_DONTWAIT));
+    reading_ = false;
+    pass_reading_on();
   }
   return usable_;
-}
-
-Clock::time_point ClientConnection::last_used() {
-  const std::lock_guard lock(mutex_);
-  return last_used_;
 }
 
 ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_t size, ClientCall* call,
                                               bool reply_expected, Deadline deadline) {
   Outgoing outgoing(message, size);
-  std::unique_lock lock(mutex_);
-  while (usable_ && writing_) {
-    if (!wait_until(write_free_, lock, deadline)) return Sent::Late;
+  {
+    std::unique_lock lock(mutex_);
+    while (usable_ && writing_) {
+      ++write_waiters_;
+      const bool in_time = !writing_ || wait_until(write_free_, lock, deadline);
+      --write_waiters_;
+      call->now = Clock::now();
+      if (!in_time && writing_) return Sent::Late;  // free, the wake-up may have been for this thread
+    }
+    if (!usable_) return Sent::Dead;
+    // Waiting from before the first octet is out: the reply may be read by another thread.
+    if (reply_expected) {
+      waiting_.push_back(call);
+      call->state.store(ClientCall::State::Waiting, std::memory_order_relaxed);
+    }
+    writing_.store(true, std::memory_order_relaxed);
   }
-  if (!usable_) return Sent::Dead;
-  // Waiting from before the first octet is out: the reply may be read by another thread.
-  if (reply_expected) {
-    waiting_.push_back(call);
-    call->state = ClientCall::State::Waiting;
-  }
-  writing_ = true;
-  lock.unlock();
-  const Written written = outgoing.write(fd_, deadline);
-  lock.lock();
-  writing_ = false;
-  last_used_ = Clock::now();
-  write_free_.notify_one();
+  const Written written = outgoing.write(fd_, deadline, &call->now);
+  last_used_.store(call->now, std::memory_order_relaxed);
+  end_writing();
   if (written == Written::All) return Sent::Yes;
+
+  const std::lock_guard lock(mutex_);
   // Other calls are not failed here: their replies may have arrived before the break, and their threads see.
   if (written != Written::Nothing) retire();
   if (call->state == ClientCall::State::Answered) return Sent::Yes;
@@ -164,21 +180,31 @@ ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_
   return written == Written::Dead ? Sent::Dead : Sent::Late;
 }
 
+void ClientConnection::end_writing() {
+  writing_ = false;
+  if (write_waiters_ == 0) return;  // who counts itself from now on sees that the turn is free
+  const std::lock_guard lock(mutex_);
+  write_free_.notify_one();
+}
+
 bool ClientConnection::receive(ClientCall* call, Deadline deadline) {
+  if (!reading_.exchange(true)) lead(call, deadline);
+  if (call->state != ClientCall::State::Waiting) return true;
   std::unique_lock lock(mutex_);
-  while (call->state == ClientCall::State::Waiting) {
-    if (Clock::now() >= deadline) break;
-    if (!reading_) {
-      lead(lock, call, deadline);
+  while (call->state == ClientCall::State::Waiting && call->now < deadline) {
+    if (!reading_.exchange(true)) {
+      lock.unlock();
+      lead(call, deadline);
+      lock.lock();
       continue;
     }
     call->asleep = true;
     wait_until(call->wake, lock, deadline);
     call->asleep = false;
+    call->now = Clock::now();
   }
   // Always: this thread may have been the one asked to read, and leave for another reason.
   if (!reading_) pass_reading_on();
-  last_used_ = Clock::now();
   if (call->state != ClientCall::State::Waiting) return true;
   give_up(call);
   return false;
@@ -194,18 +220,22 @@ void ClientConnection::close(Fault why) {
   fail_all(why, false);
 }
 
-/// Reads for everybody until this thread's own call is settled or its time is up.
-void ClientConnection::lead(std::unique_lock<std::mutex>& lock, ClientCall* own, Deadline deadline) {
-  reading_ = true;
-  while (own->state == ClientCall::State::Waiting) {
-    lock.unlock();
-    set_receive_limit(deadline);
-    const Got got = receive_some(0);
-    lock.lock();
+/// Reads for everybody until this thread's own call is settled or its time is up. The caller has set
+/// reading_.
+void ClientConnection::lead(ClientCall* own, Deadline deadline) {
+  for (bool mine = true; mine;) {
+    const bool settled = own->state != ClientCall::State::Waiting;
+    if (!settled) set_receive_limit(deadline, own->now);
+    const Got got = settled ? Got::Nothing : receive_some(0);
+    const std::lock_guard lock(mutex_);
     take_input(got);
-    if (Clock::now() >= deadline) break;  // also while the replies of others keep coming
+    mine = own->state == ClientCall::State::Waiting;
+    if (mine) mine = (own->now = Clock::now()) < deadline;  // also while the replies of others keep coming
+    if (mine) continue;
+    last_used_.store(own->now, std::memory_order_relaxed);
+    reading_.store(false, std::memory_order_release);
+    pass_reading_on();
   }
-  reading_ = false;
 }
 
 void ClientConnection::pass_reading_on() {
@@ -261,7 +291,10 @@ const char* ClientConnection::take_message(const giop::Header& header) {
   const auto call =
       std::find_if(waiting_.begin(), waiting_.end(), [&](const ClientCall* c) { return c->id == id; });
   if (call != waiting_.end()) {
-    std::swap((*call)->reply, incoming_);
+    Reply& reply = (*call)->reply;
+    std::swap(reply.message, incoming_.message);  // its memory goes round
+    reply.head = incoming_.head;
+    reply.body = incoming_.body;
     settle(*call, ClientCall::State::Answered);
     return nullptr;
   }
@@ -271,11 +304,12 @@ const char* ClientConnection::take_message(const giop::Header& header) {
   return nullptr;
 }
 
-/// The last that is done to a call: its owner may free it as soon as the mutex is free.
+/// The last that is done to a call: an owner that does not sleep may free it at once.
 void ClientConnection::settle(ClientCall* call, ClientCall::State state) {
   unlink(call);
-  call->state = state;
-  call->wake.notify_one();
+  // Before it is settled: its owner is not there any more afterwards.
+  if (call->asleep) call->wake.notify_one();
+  call->state.store(state, std::memory_order_release);
 }
 
 bool ClientConnection::unlink(ClientCall* call) {
@@ -324,10 +358,10 @@ void ClientConnection::retire() {
 }
 
 /// Keeps SO_RCVTIMEO close to the time left; too short costs a turn of the loop, too long a late TIMEOUT.
-void ClientConnection::set_receive_limit(Deadline deadline) {
+void ClientConnection::set_receive_limit(Deadline deadline, Clock::time_point now) {
   microseconds wanted{0};
   if (deadline != Deadline::max()) {
-    const auto left = std::chrono::ceil<microseconds>(deadline - Clock::now());
+    const auto left = std::chrono::ceil<microseconds>(deadline - now);
     wanted = std::max<microseconds>(left, milliseconds(1));
     if (limit_ >= wanted / 2 && limit_ <= wanted + limit_slack && limit_.count() != 0) return;
   } else if (limit_.count() == 0) {

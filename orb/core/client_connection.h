@@ -2,6 +2,7 @@
 // of those that wait for a reply one reads for all, and hands that role on when its own reply is there.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -50,8 +51,8 @@ struct Reply {
   const char* open(const giop::Header& header);
 };
 
-/// A call as its connection sees it. While it is Waiting the connection's mutex guards it and it must stay
-/// where it is; the caller's otherwise.
+/// A call as its connection sees it. While it is Waiting the connection's mutex guards what is written to it,
+/// and it must stay where it is; the caller's otherwise.
 struct ClientCall {
   enum class State : uint8_t {
     Idle,
@@ -63,8 +64,11 @@ struct ClientCall {
 
   uint32_t id = 0;
   uint8_t minor = 2;  // GIOP version of its request
-  State state = State::Idle;
+  std::atomic<State> state{State::Idle};
   bool asleep = false;  // its thread sleeps on `wake`, and may be asked to read
+  /// The time, as its thread last read the clock. It has not waited for anything since, so this is still good
+  /// for time limits; reading the clock at every step would cost more than the steps.
+  Clock::time_point now;
   Fault fault;
   Reply reply;
   std::condition_variable wake;
@@ -86,8 +90,8 @@ class ClientConnection {
 
   const Endpoint& peer() const { return peer_; }
   /// False once it is of no use. A connection that was idle for a while is looked at first.
-  bool alive();
-  Clock::time_point last_used();
+  bool alive(Clock::time_point now);
+  Clock::time_point last_used() const { return last_used_.load(std::memory_order_relaxed); }
 
   /// Sends one whole request message, in fragments when it is over the limit for that; the message is as it
   /// was afterwards. With a reply expected, Yes leaves the call Waiting.
@@ -101,8 +105,10 @@ class ClientConnection {
   void close(Fault why);
 
  private:
+  void end_writing();
+  void lead(ClientCall* own, Deadline deadline);
+  void set_receive_limit(Deadline deadline, Clock::time_point now);
   // All below are called with mutex_ held.
-  void lead(std::unique_lock<std::mutex>& lock, ClientCall* own, Deadline deadline);
   void pass_reading_on();
   enum class Got { Octets, Nothing, End };
   Got receive_some(int flags);
@@ -115,18 +121,21 @@ class ClientConnection {
   void give_up(ClientCall* call);
   void cancel(const ClientCall& call);
   void retire();
-  void set_receive_limit(Deadline deadline);
 
   const Endpoint peer_;
   const int fd_;
 
-  std::mutex
-      mutex_;  // guards all below, except that assembler_ and limit_ are the reader's while reading_ is set
+  // Set by the thread that writes a message, one at a time, and cleared by it without the mutex.
+  std::atomic<bool> writing_{false};
+  std::atomic<uint32_t> write_waiters_{0};  // threads that saw it set, or are about to look
+  // Set by the thread that reads for all, with or without the mutex, and cleared with it, so that those who
+  // sleep miss no turn. The assembler and limit_ are that thread's own.
+  std::atomic<bool> reading_{false};
+  std::atomic<Clock::time_point> last_used_{Clock::now()};
+
+  std::mutex mutex_;  // guards all below
   std::condition_variable write_free_;
-  bool usable_ = true;
-  bool writing_ = false;  // one message at a time goes out
-  bool reading_ = false;  // one thread at a time reads
-  Clock::time_point last_used_ = Clock::now();
+  std::atomic<bool> usable_{true};  // read by others, too
   std::vector<ClientCall*> waiting_;
   std::deque<uint32_t> cancelled_;  // ids whose reply may still come
   Reply incoming_;                  // the one being taken; its memory goes round

@@ -85,19 +85,20 @@ ClientPool::Connection connect(const Endpoint& peer, Deadline deadline, Fault* w
 
 }  // namespace
 
-ClientPool::Connection ClientPool::find(EndpointView to) {
+ClientPool::Connection ClientPool::find(EndpointView to, Clock::time_point now) {
   Connection connection;
   {
     const std::lock_guard lock(mutex_);
     if (const auto at = entries_.find(to); at != entries_.end()) connection = at->second.connection;
   }
-  if (!connection || connection->alive()) return connection;
+  if (!connection || connection->alive(now)) return connection;
   discard(connection);
   return nullptr;
 }
 
-ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Fault* why) {
-  if (Connection open_already = find(to)) return open_already;
+ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Clock::time_point* now,
+                                       Fault* why) {
+  if (Connection open_already = find(to, *now)) return open_already;
   std::unique_lock lock(mutex_);
   auto at = entries_.find(to);
   if (at == entries_.end()) at = entries_.try_emplace(Endpoint{std::string(to.host), to.port}).first;
@@ -107,6 +108,7 @@ ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Fault
       at->second.opening ? wait_for(at, lock, deadline, why) : open(at, lock, deadline, why);
   --at->second.attempting;
   drop_if_empty(at);
+  *now = Clock::now();
   return connection;
 }
 

@@ -24,11 +24,11 @@ class ClientPool {
   /// Idle connections kept; the one idle for longest goes first.
   static constexpr std::size_t max_idle = 64;
 
-  /// The connection that is open to that end point, or null. Does not wait.
-  Connection find(EndpointView to);
-  /// The same, or a new one. Threads that want the same end point share one attempt, and its failure. Null,
-  /// with *why: no connection by the deadline.
-  Connection get(EndpointView to, Deadline deadline, Fault* why);
+  /// The connection that is open to that end point, or null. Does not wait. `now` is about the time.
+  Connection find(EndpointView to, Clock::time_point now);
+  /// The same, or a new one: *now is read anew then. Threads that want the same end point share one attempt,
+  /// and its failure. Null, with *why: no connection by the deadline.
+  Connection get(EndpointView to, Deadline deadline, Clock::time_point* now, Fault* why);
   /// Forgets a connection that is of no use any more.
   void discard(const Connection& connection);
   /// Fails all calls under way and forgets all connections. Calls made afterwards open new ones.

@@ -49,13 +49,17 @@ class Kept {
   ~Kept() { gone_ = true; }
 
   static ClientRequest* take() {
-    if (gone_ || mine().free_.empty()) return new ClientRequest;
-    ClientRequest* request = mine().free_.back().release();
-    mine().free_.pop_back();
+    if (gone_) return new ClientRequest;
+    Kept& kept = mine();
+    if (kept.free_.empty()) return new ClientRequest;
+    ClientRequest* request = kept.free_.back().release();
+    kept.free_.pop_back();
     return request;
   }
   static void give(std::unique_ptr<ClientRequest> request) {
-    if (!gone_ && mine().free_.size() < max_kept) mine().free_.push_back(std::move(request));
+    if (gone_) return;
+    Kept& kept = mine();
+    if (kept.free_.size() < max_kept) kept.free_.push_back(std::move(request));
   }
 
  private:
@@ -90,11 +94,8 @@ std::string_view key_for(const Reference& target, std::size_t address) {
 
 /// The lowest version of all places that the call may go to, so that the same body fits them all.
 uint8_t version_for(const ClientRequest& request) {
-  uint32_t minor = options().giop_minor;
-  for (const Reference* r : {request.object, request.forward.get()}) {
-    if (!r) continue;
-    for (const IiopProfile& profile : r->iiop()) minor = std::min<uint32_t>(minor, profile.minor);
-  }
+  uint32_t minor = std::min<uint32_t>(options().giop_minor, request.object->least_minor());
+  if (request.forward) minor = std::min<uint32_t>(minor, request.forward->least_minor());
   return static_cast<uint8_t>(minor);
 }
 
@@ -143,7 +144,8 @@ bool pad_principal(ClientRequest* request, CDR* cdr, std::size_t old_start) {
 
 /// The same call under another object key.
 bool address_anew(ClientRequest* request, std::string_view key) {
-  if (request->key == key) return true;
+  const bool same_octets = request->key.data() == key.data() && request->key.size() == key.size();
+  if (same_octets || request->key == key) return true;
   const std::size_t old_start = request->body_start;
   CDR old = request->cdr;
   CDR fresh{};
@@ -198,7 +200,7 @@ Fault send_to_address(ClientRequest* request, EndpointView to, Deadline connect_
   bool dead = true;
   Fault why = fault::no_connection;
   for (int attempt = 0; attempt < 2 && dead; ++attempt) {
-    ClientPool::Connection connection = client_pool().get(to, connect_by, &why);
+    ClientPool::Connection connection = client_pool().get(to, connect_by, &request->call.now, &why);
     if (!connection) return why;
     why = send_over(request, std::move(connection), &dead);
   }
@@ -209,7 +211,7 @@ Fault send_to_address(ClientRequest* request, EndpointView to, Deadline connect_
 Fault send_to_any(ClientRequest* request, const Reference& target) {
   const std::vector<IiopProfile>& addresses = target.iiop();
   for (const IiopProfile& a : addresses) {
-    ClientPool::Connection open = client_pool().find({a.host, a.port});
+    ClientPool::Connection open = client_pool().find({a.host, a.port}, request->call.now);
     if (!open) continue;
     if (!address_anew(request, a.key)) return fault::no_memory;
     bool dead = false;
@@ -297,8 +299,6 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->call.state = ClientCall::State::Idle;
   request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);
   request->call.minor = version_for(*request);
-  const uint32_t limit = options().timeout_ms;
-  request->deadline = limit ? Clock::now() + std::chrono::milliseconds(limit) : Deadline::max();
 
   const Reference& target = request->target();
   request->kind = runs_in_process(target) ? ZR_REQUEST_IN_PROCESS : ZR_REQUEST_IIOP;
@@ -311,10 +311,18 @@ bool create(Reference* object, const char* operation, bool response_expected,
   return true;
 }
 
+/// The time limit runs from the moment that the request is ready to go.
+void start_clock(ClientRequest* request) {
+  const uint32_t limit = options().timeout_ms;
+  request->call.now = Clock::now();
+  request->deadline = limit ? request->call.now + std::chrono::milliseconds(limit) : Deadline::max();
+}
+
 bool send(ClientRequest* request) {
   if (request->kind != ZR_REQUEST_IIOP || request->phase != Phase::Created) return fail(wrong_order);
   request->phase = Phase::Over;
   end_message(request);
+  start_clock(request);
   if (const Fault why = or_time_limit(*request, dispatch(request))) return fail(why);
   if (request->response_expected) {
     request->phase = Phase::Sent;
@@ -447,7 +455,7 @@ unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Env
 void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
   if (!request) return;
   std::unique_ptr<ClientRequest> r(as_request(request));
-  if (r->connection) r->connection->forget(&r->call);
+  if (r->connection && r->phase != Phase::Answered) r->connection->forget(&r->call);
   keep_for_later(std::move(r));
 }
 

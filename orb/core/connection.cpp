@@ -47,21 +47,20 @@ bool wait_writable(int fd, Clock::time_point deadline) {
 
 // ---- TargetCache ----
 
-Ref<Reference> TargetCache::find(std::string_view key) {
+Reference* TargetCache::find(std::string_view key) {
   for (std::size_t i = 0; i < targets_.size(); ++i) {
     if (!targets_[i] || targets_[i]->key() != key) continue;
     if (i > 0)
       std::rotate(targets_.begin(), targets_.begin() + static_cast<long>(i),
                   targets_.begin() + static_cast<long>(i) + 1);
-    return targets_[0];
+    return targets_[0].get();
   }
   Ref<Reference> made = Reference::from_key(key);
-  if (!made) return made;
+  if (!made) return nullptr;
   std::rotate(targets_.begin(), targets_.end() - 1, targets_.end());
-  return targets_[0] = std::move(made);
+  targets_[0] = std::move(made);
+  return targets_[0].get();
 }
-
-void TargetCache::clear() { targets_.fill({}); }
 
 // ---- PeerAddress ----
 
@@ -312,7 +311,6 @@ Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
 
 void ConnectionPool::give_back(Connection* connection) {
   connection->assembler_.reset();
-  connection->targets_.clear();
   connection->out_kept_.clear();
   connection->out_kept_.shrink(0);
   const int fd = std::exchange(connection->fd_, -1);

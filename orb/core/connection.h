@@ -22,9 +22,9 @@ namespace zrsv {
 /// nothing.
 class TargetCache {
  public:
-  /// The local reference that `key` names; null when this process never minted such a key.
-  Ref<Reference> find(std::string_view key);
-  void clear();
+  /// The local reference that `key` names, there until the next call at least; null when this process never
+  /// minted such a key.
+  Reference* find(std::string_view key);
 
  private:
   std::array<Ref<Reference>, 4> targets_;
@@ -83,7 +83,6 @@ class Connection {
   /// The client paused: it takes more calls until a thread stays again, unless staying was worth it.
   void paused();
   Assembler& assembler() { return assembler_; }
-  TargetCache& targets() { return targets_; }
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
@@ -139,7 +138,6 @@ class Connection {
       0;  // the reader's own: requests that came alone, after the reply to the one before
   uint32_t calls_wanted_ = least_calls;
   Assembler assembler_;
-  TargetCache targets_;
 
   std::mutex out_mutex_;
   std::condition_variable out_turn_;

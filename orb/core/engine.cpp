@@ -50,7 +50,10 @@ bool Engine::start() {
   if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
   queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
   try {
-    seats_.start([this](Connection& connection) { watch_input(connection, true); });
+    seats_.start([this](Connection& connection) {
+      watch_input(connection, true);
+      pass_on(connection);
+    });
     for (std::size_t i = 0; i <= slots_ + seats_.count(); ++i)
       threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::system_error& e) {
@@ -135,22 +138,25 @@ bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Sea
   const Connection::Input input = quit_ ? Connection::Input::None : connection->receive_patiently();
   if (input == Connection::Input::End) return lose(connection), false;
   if (input == Connection::Input::Octets) {
-    seat->begin_run();
+    worker.seat = seat;
     serve(worker, connection);
     if (worker.has_slot) run_jobs(worker);
-    if (!seat->end_run()) return false;
+    if (!std::exchange(worker.seat, nullptr)) return false;
+    if (seat->running()) return seat->end_run();
     if (connection->begin_read(false)) return true;
-    return watch_input(*connection, true), false;  // another thread reads it now
+    return watch_input(*connection, true), false;  // another thread reads it now, or it is lost
   }
   connection->paused();
   watch_input(*connection, true);
-  pass_on(connection);
+  pass_on(*connection);
   return false;
 }
 
+// Watched anew, a connection reports the input that has come meanwhile.
 void Engine::watch_input(Connection& connection, bool on) {
-  epoll_event event{on ? EPOLLIN | EPOLLRDHUP | EPOLLET : 0u, {.ptr = &connection}};
-  ::epoll_ctl(epoll_, EPOLL_CTL_MOD, connection.fd(), &event);  // fails when it was lost meanwhile, as it may
+  epoll_event event{EPOLLIN | EPOLLRDHUP | EPOLLET, {.ptr = &connection}};
+  if (!on || connection.registered())
+    ::epoll_ctl(epoll_, on ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, connection.fd(), &event);
 }
 
 // Called with the ownership of the connection's reading.
@@ -207,8 +213,8 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
   }
   if (stopping_.load()) return Next::Read;  // CloseConnection will tell the client that it was not taken
   connection->served = true;
-  request.connection = connection;
-  request.target = connection->targets().find(request.head.key);
+  request.connection.borrow(connection.get());
+  request.target.borrow(worker.targets.find(request.head.key));
   const Next next = admit(worker, request);
   reuse(&worker.message, &request.message);
   return next;
@@ -230,8 +236,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   }
   if (try_run_now(request)) {
     worker.has_slot = true;
-    worker.may_stay = request.connection->count_call();
-    pass_on(request.connection);
+    give_reading_back(worker, *request.connection);
     run(worker, request);
     return Next::Leave;
   }
@@ -256,13 +261,13 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
   ServerRequest request;
   std::swap(request.message, worker.message);
   if (!request.read_head(worker.header)) return false;
-  const bool here = static_cast<bool>(connection->targets().find(request.head.key));
+  const bool here = worker.targets.find(request.head.key) != nullptr;
   worker.reply.lend(&request.cdr);
   const auto status = here ? giop::LocateStatus::ObjectHere : giop::LocateStatus::UnknownObject;
   if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status))
     giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
-  send_now(connection, reply.data(), reply.size());
+  send_now(*connection, reply.data(), reply.size());
   reuse(&worker.reply, &reply);
   reuse(&worker.message, &request.message);
   return true;
@@ -281,8 +286,17 @@ bool Engine::cancel(Worker& worker, const Ref<Connection>& connection) {
 
 // ---- Reading, handed on ----
 
-void Engine::pass_on(const Ref<Connection>& connection) {
-  if (connection->more_input() || !connection->end_read()) push_ready(connection);
+void Engine::pass_on(Connection& connection) {
+  if (connection.more_input() || !connection.end_read()) push_ready(Ref<Connection>::share(&connection));
+}
+
+// Before a request runs. A thread that stays with its client keeps reading, unless the watch takes that from
+// it; a client that sends more without waiting for the reply is none to stay with.
+void Engine::give_reading_back(Worker& worker, Connection& connection) {
+  worker.may_stay = connection.count_call();
+  if (worker.seat && !connection.more_input()) return worker.seat->begin_run();
+  if (std::exchange(worker.seat, nullptr)) watch_input(connection, true);
+  pass_on(connection);
 }
 
 void Engine::push_ready(Ref<Connection> connection) {
@@ -383,7 +397,7 @@ void Engine::deliver(QueueGroup::Requests requests) {
       jobs_.push_back(std::make_unique<Job>());
       job_count_.fetch_add(1);
       if (connection) {
-        jobs_.back()->in_line = request->connection;
+        jobs_.back()->in_line = Ref<Connection>::share(connection);
         in_line_.emplace(connection, jobs_.back().get());
         connection->in_line.store(true);
       }
@@ -480,8 +494,9 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   if (request.message.size() < giop::header_size ||
       giop::read_header(request.message.data(), UINT32_MAX, &header) || !request.read_head(header))
     return "OBJECT_NOT_EXIST";
-  request.target = targets.find(request.head.key);
-  if (!request.target) return "OBJECT_NOT_EXIST";
+  const auto target = Ref<Reference>::share(targets.find(request.head.key));  // calls within it use the cache
+  if (!target) return "OBJECT_NOT_EXIST";
+  request.target.borrow(target.get());
 
   const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
   const bool has_slot = Upcall::running();
@@ -536,13 +551,13 @@ void Engine::refuse(Worker& worker, ServerRequest& request, const char* exceptio
   answer_exception(request, exception);
   if (request.cdr.out_next != request.cdr.out_base) giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
-  send_now(request.connection, reply.data(), reply.size());
+  send_now(*request.connection, reply.data(), reply.size());
   reuse(&worker.reply, &reply);
 }
 
-void Engine::send_now(const Ref<Connection>& connection, const unsigned char* message, std::size_t length) {
-  if (connection->send_now(message, length))
-    push_job({.requests = {}, .in_line = {}, .lost = {}, .flush = connection});
+void Engine::send_now(Connection& connection, const unsigned char* message, std::size_t length) {
+  if (connection.send_now(message, length))
+    push_job({.requests = {}, .in_line = {}, .lost = {}, .flush = Ref<Connection>::share(&connection)});
 }
 
 void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char* what) {

@@ -59,8 +59,10 @@ class Engine : public std::enable_shared_from_this<Engine> {
     giop::Header header;
     Buffer message;  // the one just read; its memory goes round with those of the connections
     Buffer reply;
+    TargetCache targets;
     bool has_slot = false;
-    bool may_stay = false;  // the connection just served is one to stay with
+    bool may_stay = false;        // the connection just served is one to stay with
+    Seats::Seat* seat = nullptr;  // while it stays with the connection that it serves
   };
   /// What waits for a slot: requests to run one after another, the end of a connection to report, or its
   /// output to send.
@@ -89,7 +91,8 @@ class Engine : public std::enable_shared_from_this<Engine> {
   bool cancel(Worker& worker, const Ref<Connection>& connection);
 
   // Reading, handed on to another thread where there is more.
-  void pass_on(const Ref<Connection>& connection);
+  void pass_on(Connection& connection);
+  void give_reading_back(Worker& worker, Connection& connection);
   void push_ready(Ref<Connection> connection);
   Ref<Connection> pop_ready();
   void wake();
@@ -109,7 +112,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
 
   // Answers of threads that must not wait for the peer.
   void refuse(Worker& worker, ServerRequest& request, const char* exception);
-  void send_now(const Ref<Connection>& connection, const unsigned char* message, std::size_t length);
+  void send_now(Connection& connection, const unsigned char* message, std::size_t length);
   void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   void lose(const Ref<Connection>& connection);
 

@@ -74,6 +74,7 @@ Ref<Reference> Reference::adopt_key(std::string key, std::string type_id) {
   made->key_ = std::move(key);
   const KeyParts parts = *read_object_key(made->key_);  // views into the key where it stays
   made->impl_ = parts.impl;
+  made->internal_ = parts.impl.starts_with("IDL:");
   made->intf_ = parts.intf;
   made->data_ = parts.data;
   made->type_id_ = type_id.empty() ? made->intf_ : std::move(type_id);
@@ -107,6 +108,7 @@ Ref<Reference> Reference::from_profiles(std::string type_id, std::vector<Tagged>
   made->type_id_ = std::move(type_id);
   if (!iiop.empty()) made->key_ = iiop.front().key;
   made->profiles_ = std::move(profiles);
+  for (const IiopProfile& address : iiop) made->least_minor_ = std::min(made->least_minor_, address.minor);
   made->iiop_ = std::move(iiop);
   return made;
 }

@@ -50,6 +50,27 @@ class Ref {
   T* p_ = nullptr;
 };
 
+/// A counted pointer that costs no counting where it is not needed: it borrows from somebody who keeps the
+/// object alive, and takes a count of its own when it is moved, which is to a place that outlives the lender.
+template <class T>
+class Lent {
+ public:
+  Lent() = default;
+  explicit Lent(T* lent) : p_(lent) {}
+  Lent(Lent&& o) noexcept : p_(o.p_), counted_(o.counted_ ? std::move(o.counted_) : Ref<T>::share(o.p_)) {}
+  Lent& operator=(Lent&&) = delete;
+  /// Borrows `lent`.
+  void borrow(T* lent) { p_ = lent; }
+  T* get() const { return p_; }
+  T* operator->() const { return p_; }
+  T& operator*() const { return *p_; }
+  explicit operator bool() const { return p_ != nullptr; }
+
+ private:
+  T* p_ = nullptr;
+  Ref<T> counted_;
+};
+
 /// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
 struct Tagged {
   uint32_t tag = 0;
@@ -94,7 +115,7 @@ class Reference {
   bool is_local() const { return local_; }
   /// True when the object is one of the broker's own (its implementation name is an interface id): it names
   /// no POA path.
-  bool is_internal() const { return impl_.starts_with("IDL:"); }
+  bool is_internal() const { return internal_; }
   const std::string& type_id() const { return type_id_; }
   const std::string& key() const { return key_; }
   /// Parts of a local reference's key, views into key(); NUL-terminated copies of the names are impl_name()
@@ -105,6 +126,8 @@ class Reference {
   /// Where a call may go, in order of preference; empty for a local reference.
   const std::vector<IiopProfile>& iiop() const { return iiop_; }
   const std::vector<Tagged>& profiles() const { return profiles_; }
+  /// The lowest GIOP 1.x of all those places; 2 for a local reference.
+  uint8_t least_minor() const { return least_minor_; }
 
   /// The forward now in force, or null.
   Ref<Reference> forward() const;
@@ -126,6 +149,8 @@ class Reference {
 
   std::atomic<uint32_t> count_{1};
   bool local_ = false;
+  bool internal_ = false;
+  uint8_t least_minor_ = 2;
   std::string type_id_, key_, impl_, intf_;
   std::string_view data_;
   std::vector<Tagged> profiles_;

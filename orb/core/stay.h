@@ -20,11 +20,13 @@ namespace zrsv {
 
 class Seats {
  public:
-  /// One thread's place at one connection. It waits for input, and runs what comes.
+  /// One thread's place at one connection. It waits for input, and runs what comes; the reading of the
+  /// connection stays its own meanwhile.
   class Seat {
    public:
     void begin_run();
-    /// False: it took so long that the connection was put back. It is not this thread's any more.
+    bool running() const { return state_.load(std::memory_order_relaxed) % 2 != 0; }
+    /// False: it took so long that the connection was put back. Its reading is not this thread's any more.
     bool end_run();
 
    private:
@@ -36,6 +38,7 @@ class Seats {
     std::atomic<uint64_t> state_{0};
     uint64_t seen_ = 0;  // the watch's own
   };
+  /// Puts a connection back, whose reading it is given.
   using PutBack = std::function<void(Connection&)>;
 
   explicit Seats(std::size_t count) : seats_(count) {}

@@ -1,0 +1,75 @@
+// One CDR value, inline: what the C face's primitives and the chains of cdr_chain.h are made of.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "zrsv.h"
+
+namespace zrsv {
+
+/// Octets up to the next multiple of N, a power of two.
+template <std::size_t N>
+constexpr std::size_t padding(std::ptrdiff_t at) {
+  return (std::size_t{0} - static_cast<std::size_t>(at)) & (N - 1);
+}
+
+/// Makes room for `more` octets; false when memory is short or the stream would pass what a message can hold.
+bool grow(CDR* cdr, std::size_t more);
+
+inline bool has_room(CDR* cdr, std::size_t more) {
+  return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || grow(cdr, more);
+}
+
+/// Where N aligned octets are to be written; null when memory is short.
+template <std::size_t N>
+unsigned char* claim(CDR* cdr) {
+  const std::size_t pad = padding<N>(cdr->out_next - cdr->out_base);
+  if (!has_room(cdr, pad + N)) return nullptr;
+  unsigned char* at = cdr->out_next;
+  for (std::size_t i = 0; i < pad; ++i) *at++ = 0;
+  cdr->out_next = at + N;
+  return at;
+}
+
+/// Where N aligned octets are to be read; null when the window ends before.
+template <std::size_t N>
+const unsigned char* take(CDR* cdr) {
+  const std::size_t pad = padding<N>(cdr->in_next - cdr->in_base);
+  if (static_cast<std::size_t>(cdr->in_end - cdr->in_next) < pad + N) return nullptr;
+  const unsigned char* at = cdr->in_next + pad;
+  cdr->in_next = at + N;
+  return at;
+}
+
+inline uint8_t reversed(uint8_t v) { return v; }
+inline uint16_t reversed(uint16_t v) { return __builtin_bswap16(v); }
+inline uint32_t reversed(uint32_t v) { return __builtin_bswap32(v); }
+inline uint64_t reversed(uint64_t v) { return __builtin_bswap64(v); }
+
+template <std::size_t N>
+using Bits =
+    std::conditional_t<N == 1, uint8_t,
+                       std::conditional_t<N == 2, uint16_t, std::conditional_t<N == 4, uint32_t, uint64_t>>>;
+
+template <class T>
+bool read_value(CDR* cdr, T* value) {
+  const unsigned char* at = take<sizeof(T)>(cdr);
+  if (!at) return false;
+  Bits<sizeof(T)> bits;
+  std::memcpy(&bits, at, sizeof bits);
+  *value = std::bit_cast<T>(cdr->swap ? reversed(bits) : bits);
+  return true;
+}
+
+template <class T>
+bool write_value(CDR* cdr, T value) {
+  unsigned char* at = claim<sizeof(T)>(cdr);
+  if (!at) return false;
+  std::memcpy(at, &value, sizeof value);
+  return true;
+}
+
+}  // namespace zrsv

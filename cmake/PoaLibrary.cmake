@@ -22,14 +22,14 @@ function(poa_library name)
 
   add_library(${name}_objects OBJECT ${sources})
   target_include_directories(${name}_objects PUBLIC ${arg_INCLUDE} ${CMAKE_CURRENT_SOURCE_DIR})
-  target_link_libraries(${name}_objects PUBLIC ${arg_LINK} ${arg_INTERNAL} PRIVATE poa_warnings)
+  target_link_libraries(${name}_objects PUBLIC ${arg_LINK} ${arg_INTERNAL} PRIVATE poa_warnings poa_optimise)
 
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
   add_library(poa::${name} ALIAS ${name})
   target_compile_features(${name} INTERFACE cxx_std_20)
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${arg_INCLUDE}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  target_link_libraries(${name} PUBLIC ${arg_LINK} PRIVATE $<BUILD_INTERFACE:${arg_INTERNAL}>)
+  target_link_libraries(${name} PUBLIC ${arg_LINK} PRIVATE $<BUILD_INTERFACE:${arg_INTERNAL}> $<BUILD_INTERFACE:poa_optimise>)
   if(NOT POA_SANITIZE)
     target_link_options(${name} PRIVATE LINKER:--no-undefined)  # a library never reaches up to the one above it
   endif()

@@ -50,10 +50,10 @@ class Assembler {
   };
 
   Result need(std::size_t octets);
-  Result bad(const char* error);
+  [[gnu::cold]] Result bad(const char* error);
   Result cut(std::size_t length, Buffer* message);
-  Result begin_fragmented(const giop::Header& header);
-  Result add_fragment(giop::Header* header, Buffer* message);
+  [[gnu::cold]] Result begin_fragmented(const giop::Header& header);
+  [[gnu::cold]] Result add_fragment(giop::Header* header, Buffer* message);
   Result append(Unfinished* to, const unsigned char* octets, std::size_t count);
   Unfinished* find(uint8_t minor, uint32_t id);
   void skip(std::size_t octets);

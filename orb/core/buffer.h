@@ -75,8 +75,8 @@ class Buffer {
   }
 
  private:
-  bool enlarge(std::size_t more);
-  void give_back(std::size_t keep);
+  [[gnu::cold]] bool enlarge(std::size_t more);
+  [[gnu::cold]] void give_back(std::size_t keep);
 
   unsigned char* data_ = nullptr;
   std::size_t size_ = 0;

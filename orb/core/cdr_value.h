@@ -17,7 +17,7 @@ constexpr std::size_t padding(std::ptrdiff_t at) {
 }
 
 /// Makes room for `more` octets; false when memory is short or the stream would pass what a message can hold.
-bool grow(CDR* cdr, std::size_t more);
+[[gnu::cold]] bool grow(CDR* cdr, std::size_t more);
 
 inline bool has_room(CDR* cdr, std::size_t more) {
   return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || grow(cdr, more);

@@ -117,10 +117,10 @@ class ClientConnection {
   const char* take_message(const giop::Header& header);
   void settle(ClientCall* call, ClientCall::State state);
   bool unlink(ClientCall* call);
-  void fail_all(Fault why, bool may_send_again);
-  void give_up(ClientCall* call);
+  [[gnu::cold]] void fail_all(Fault why, bool may_send_again);
+  [[gnu::cold]] void give_up(ClientCall* call);
   void cancel(const ClientCall& call);
-  void retire();
+  [[gnu::cold]] void retire();
 
   const Endpoint peer_;
   const int fd_;

@@ -30,7 +30,7 @@ constexpr Fault no_operation{"BAD_OPERATION", 1};
 constexpr Fault malformed{"MARSHAL", 1};
 constexpr Fault too_many_forwards{"TRANSIENT", 5};
 
-bool fail(Fault why) {
+[[gnu::cold]] bool fail(Fault why) {
   set_last_failure(why.name, why.minor);
   return false;
 }

@@ -111,10 +111,10 @@ class Engine : public std::enable_shared_from_this<Engine> {
   const char* await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
 
   // Answers of threads that must not wait for the peer.
-  void refuse(Worker& worker, ServerRequest& request, const char* exception);
+  [[gnu::cold]] void refuse(Worker& worker, ServerRequest& request, const char* exception);
   void send_now(Connection& connection, const unsigned char* message, std::size_t length);
-  void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
-  void lose(const Ref<Connection>& connection);
+  [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
+  [[gnu::cold]] void lose(const Ref<Connection>& connection);
 
   void refuse_all_waiting();
   void say_goodbye();

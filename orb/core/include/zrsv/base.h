@@ -84,15 +84,15 @@ ZRSV_API void ZR_poa_sem_release(uint32_t reserved, uint32_t line);
 /* First octet non-zero: trace on. May be changed at any time by any thread. */
 extern ZRSV_API unsigned char OM_sys_params[16];
 
-#define OM_TRACE_IS_ON (__atomic_load_n(&OM_sys_params[0], __ATOMIC_RELAXED) != 0)
+#define OM_TRACE_IS_ON __builtin_expect(__atomic_load_n(&OM_sys_params[0], __ATOMIC_RELAXED) != 0, 0)
 
 ZRSV_API void OM_trace_switch(unsigned char on);
 
 /* One trace line: printf-style, prefixed with time and thread, in one write to standard error. Nothing while
  * the trace is off; callers test OM_TRACE_IS_ON first so that arguments cost nothing then. `level` is 1 for
  * all lines of today. */
-ZRSV_API void OM_trace_select(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
-ZRSV_API void OM_trace(const char* format, ...) __attribute__((format(printf, 1, 2)));
+ZRSV_API void OM_trace_select(int level, const char* format, ...) __attribute__((cold, format(printf, 2, 3)));
+ZRSV_API void OM_trace(const char* format, ...) __attribute__((cold, format(printf, 1, 2)));
 
 /* Sends trace lines (text without prefix and newline) to `sink` instead of standard error; null goes back.
  * The sink is called on the tracing thread, possibly by several at once and with locks of the adapter held:
@@ -102,7 +102,7 @@ ZRSV_API void OM_trace_set_sink(OM_trace_sink sink, void* closure);
 
 /* A line of the log proper (refusals, lost peers, start-up): always written to standard error, "zrsv: " in
  * front. */
-ZRSV_API void OM_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
+ZRSV_API void OM_log(const char* format, ...) __attribute__((cold, format(printf, 1, 2)));
 
 #ifdef __cplusplus
 }

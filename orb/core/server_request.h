@@ -63,7 +63,8 @@ struct ServerRequest : RequestBase {
 /// over `max_message` octets becomes IMP_LIMIT.
 void execute(ServerRequest& request, uint32_t max_message, Buffer* reply);
 /// Makes a system exception, by its short name, the reply.
-[[gnu::cold]] void answer_exception(ServerRequest& request, const char* name, uint32_t completed = CORBA_COMPLETED_NO);
+[[gnu::cold]] void answer_exception(ServerRequest& request, const char* name,
+                                    uint32_t completed = CORBA_COMPLETED_NO);
 
 /// The request that this thread runs, or null.
 const ServerRequest* running_request();

@@ -1,8 +1,6 @@
 // Object ids: system ids, reference data, text.
-#include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <mutex>
 #include <set>
 
@@ -13,10 +11,7 @@ using namespace std::literals;
 
 namespace {
 
-std::string generated() {
-  const std::unique_ptr<ObjectId> oid(POAInfo::genSystemId());
-  return oid ? text_of(*oid) : "";
-}
+class Ids : public ObjectTest {};
 
 std::string data_of(POA* poa, const ObjectId& oid) {
   unsigned char name_octets[NAME_PART_MAXIMUM], data_octets[REFERENCE_DATA_MAXIMUM];
@@ -27,19 +22,14 @@ std::string data_of(POA* poa, const ObjectId& oid) {
   return {reinterpret_cast<char*>(data_octets), data._length};
 }
 
-class SystemIds : public AdapterTest {};
-class ReferenceDataTest : public ObjectTest {
- protected:
-  POA_var child(POA* parent, const std::string& name) {
-    return parent->create_POA(name.c_str(), nullptr, {});
-  }
-};
+bool parses(ReferenceDataView& view, const std::string& data) {
+  const std::vector<unsigned char> exact(data.begin(), data.end());
+  return view.parse(exact.data(), static_cast<CORBA::ULong>(exact.size()));
+}
 
 }  // namespace
 
-// ---- System ids ---------------------------------------------------------------------------------
-
-TEST(SystemIdForm, NoTimeIsGivenOutTwice) {
+TEST_F(Ids, NoTimeIsGivenOutTwice) {
   char text[UNIQUE_ID_LENGTH + 1];
   print_unique_id(text, 0x1A2B, {1234567890, 5});
   EXPECT_STREQ(text, "P00001a2bT499602d2.00000005C01234567");
@@ -55,56 +45,43 @@ TEST(SystemIdForm, NoTimeIsGivenOutTwice) {
   };
   for (const auto& row : rows) {
     const SystemIdTime got = next_system_id_time(row.last, row.now);
-    EXPECT_TRUE(got.seconds == row.next.seconds && got.millisecond == row.next.millisecond)
-        << row.last.seconds << "." << row.last.millisecond << " gave " << got.seconds << "."
-        << got.millisecond;
+    EXPECT_EQ(std::pair(got.seconds, got.millisecond), std::pair(row.next.seconds, row.next.millisecond))
+        << "row " << &row - rows;
   }
 }
 
-TEST_F(SystemIds, TheVariableChoosesTheForm) {
+TEST_F(Ids, TheVariableChoosesTheFormAndManyThreadsGetDifferentOnes) {
   char process[10];
   std::snprintf(process, sizeof process, "P%08x", static_cast<unsigned>(getpid()));
-  const struct {
-    const char* value;
-    bool unique;
-  } rows[] = {{nullptr, true}, {"TRUE", true}, {"true", false}, {"", false}};
-  for (const auto& row : rows) {
-    const ScopedVariable variable("POA_UNIQUE_SYSID", row.value);
+  const std::pair<const char*, bool> rows[] = {{nullptr, true}, {"TRUE", true}, {"true", false}, {"", false}};
+  for (const auto& [value, unique] : rows) {
+    const ScopedVariable variable("POA_UNIQUE_SYSID", value);
     const CORBA::ULong before = POAInfo::system_id;
-    const std::string oid = generated();
-    SCOPED_TRACE(row.value ? row.value : "(unset)");
-    EXPECT_EQ(POAInfo::system_id, before + 1);
-    if (row.unique) {
-      EXPECT_THAT(oid, testing::MatchesRegex(process + "T[0-9a-f]{8}\\.[0-9a-f]{8}C01234567"s));
-    } else {
-      std::string counter;  // little endian
-      for (int bits = 0; bits < 32; bits += 8) counter += static_cast<char>(before >> bits);
-      EXPECT_EQ(oid, counter);
-    }
-  }
-}
-
-TEST_F(SystemIds, ManyThreadsGetDifferentIds) {
-  for (const char* form : {"TRUE", "FALSE"}) {
-    const ScopedVariable variable("POA_UNIQUE_SYSID", form);
     std::mutex mutex;
     std::set<std::string> seen;
     run_together(4, [&](std::size_t) {
       for (int i = 0; i < 500; ++i) {
-        const std::string oid = generated();
+        const ObjectId_var oid(POAInfo::genSystemId());
         std::lock_guard lock(mutex);
-        seen.insert(oid);
+        seen.insert(text_of(oid.in()));
       }
     });
     EXPECT_EQ(seen.size(), 2000u);
+    EXPECT_EQ(POAInfo::system_id, before + 2000);
+    if (unique) {
+      EXPECT_THAT(seen,
+                  testing::Each(testing::MatchesRegex(process + "T[0-9a-f]{8}\\.[0-9a-f]{8}C01234567"s)));
+    } else {
+      std::string counter;  // little endian
+      for (int bits = 0; bits < 32; bits += 8) counter += static_cast<char>(before >> bits);
+      EXPECT_EQ(seen.count(counter), 1u);
+    }
   }
 }
 
-// ---- Reference data -----------------------------------------------------------------------------
-
-TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
+TEST_F(Ids, GoldenReferenceDataAndEveryTruncation) {
   const POA_var ab = child(root, "AB"), outer = child(root, "A"), inner = child(outer, "B");
-  const POA_var user = root->create_POA("user", nullptr, policies(root, USER_ID));
+  const POA_var user = child(root, "user", policies(root, USER_ID));
   const struct {
     POA* poa;
     std::string oid, data, path;
@@ -119,39 +96,32 @@ TEST_F(ReferenceDataTest, GoldenOctetsAndEveryTruncation) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.path);
     EXPECT_EQ(data_of(row.poa, oid_of(row.oid)), row.data);
-    for (CORBA::ULong length = 0; length <= row.data.size(); ++length) {
-      std::vector<unsigned char> octets(row.data.begin(), row.data.begin() + length);
-      CORBA_sequence_octet data{length, length, octets.data()};
-      ReferenceDataView view;
-      ObjectId* oid = nullptr;
-      if (length < row.data.size()) {
-        EXPECT_FALSE(view.parse(data._buffer, length)) << length;
-        expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAInfo::GetOid(&data, oid, ev); });
-        continue;
-      }
-      ASSERT_TRUE(view.parse(data._buffer, length));
-      EXPECT_EQ(view.path(), row.path);
-      EXPECT_EQ(view.id_assignment, row.tag);
-      EXPECT_EQ(view.object_id, row.oid);
-      POAInfo::GetOid(&data, oid, env);
-      EXPECT_EQ(text_of(*ObjectId_var(oid)), row.oid);
-    }
+    ReferenceDataView view;
+    for (std::size_t length = 0; length < row.data.size(); ++length)
+      EXPECT_FALSE(parses(view, row.data.substr(0, length))) << length;
+    std::string octets = row.data;
+    auto* const first = reinterpret_cast<unsigned char*>(octets.data());
+    CORBA_sequence_octet data{0, static_cast<CORBA::ULong>(octets.size()), first};
+    ASSERT_TRUE(view.parse(first, data._length));
+    EXPECT_EQ(std::tuple(view.path(), view.id_assignment, view.object_id),
+              std::tuple(row.path, row.tag, row.oid));
+    ObjectId* oid = nullptr;
+    POAInfo::GetOid(&data, oid, env);
+    EXPECT_EQ(text_of(*ObjectId_var(oid)), row.oid);
+    --data._length;
+    expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAInfo::GetOid(&data, oid, ev); });
   }
-  for (POA* poa : {ab.in(), outer.in(), user.in()}) poa->destroy(false, false);
-}
-
-TEST(ReferenceDataLengths, ClaimsBeyondTheDataAreRefused) {
-  for (const std::string& data :
+  for (const std::string& claims_too_much :
        {"\xFF\xFF\xFF\xFF\101B\0\0\7\0\0\0\0\0\0\0"s, "\xFC\xFF\xFF\xFF\101B\0\0\7\0\0\0\0\0\0\0"s,
         "\xFB\xFF\xFF\x7F\101B\0\0\7\0\0\0\0\0\0\0"s, "\1\0\0\0\0\0\0\0\7\0\0\0\xFF\xFF\xFF\xFF"s,
         "\1\0\0\0\0\0\0\0\7\0\0\0\xF0\xFF\xFF\377ABCDEFGH"s, "\1\0\0\0\0\0\0\0\7\0\0\0\2\0\0\0x"s}) {
     ReferenceDataView view;
-    const auto* octets = reinterpret_cast<const unsigned char*>(data.data());
-    EXPECT_FALSE(view.parse(octets, static_cast<CORBA::ULong>(data.size()))) << testing::PrintToString(data);
+    EXPECT_FALSE(parses(view, claims_too_much)) << testing::PrintToString(claims_too_much);
   }
+  for (POA* poa : {ab.in(), outer.in(), user.in()}) poa->destroy(false, false);
 }
 
-TEST_F(ReferenceDataTest, LongestNamesAndIds) {
+TEST_F(Ids, LongestNamesAndIdsInReferences) {
   const std::string x511(511, 'x'), x512(512, 'y');
   const POA_var outer = child(root, x511), fits = child(outer, x511), too_long = child(outer, x512);
   const POA_var ab = child(root, "AB");
@@ -171,45 +141,26 @@ TEST_F(ReferenceDataTest, LongestNamesAndIds) {
     SCOPED_TRACE(&row - rows);
     const ObjectId oid = oid_of(std::string(row.oid_length, '\x80'));
     const POAInfoPtr record = record_of(row.poa);
-    if (!row.refused) {
-      const CORBA::Object_var reference(record->POACreateReference(oid, row.intf, env));
-      EXPECT_EQ(text_of(*ObjectId_var(record->reference_to_id(reference.in(), env))), text_of(oid));
+    TraceRecorder trace;
+    if (row.refused) {
+      expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { record->POACreateReference(oid, row.intf, ev); });
+      EXPECT_TRUE(trace.has(row.refused));
       continue;
     }
-    TraceRecorder trace;
-    expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { record->POACreateReference(oid, row.intf, ev); });
-    EXPECT_TRUE(trace.has(row.refused));
+    const CORBA::Object_var reference(record->POACreateReference(oid, row.intf, env));
+    EXPECT_EQ(text_of(*ObjectId_var(record->reference_to_id(reference.in(), env))), text_of(oid));
+    EXPECT_STREQ(ZR_object_get_ImplID(reference->get_ref(), 0, env._evp), record->adapter_name);
   }
   for (POA* poa : {outer.in(), ab.in()}) poa->destroy(false, false);
 }
 
-TEST_F(ReferenceDataTest, TheImplementationNameOfAReference) {
-  const POAInfoPtr record = record_of(top);
-  for (const char* variable : {static_cast<const char*>(nullptr), "the-server"}) {
-    const ScopedVariable implid("ZR_IMPLID", variable);
-    const CORBA::Object_var reference(record->POACreateReference(a, "IDL:test/X:1.0", env));
-    EXPECT_STREQ(ZR_object_get_ImplID(reference->get_ref(), 0, env._evp),
-                 variable ? variable : record->adapter_name);
-    EXPECT_STREQ(ZR_object_get_IntfID(reference->get_ref(), 0, env._evp), "IDL:test/X:1.0");
-  }
-}
-
-// ---- Copies and text ----------------------------------------------------------------------------
-
-TEST(ObjectIds, CopiesAreDeepAndNoLargerThanNeeded) {
-  CORBA::Environment env;
+TEST_F(Ids, TextAndBackAndCopies) {
   EXPECT_EQ(ObjectId_duplicate(nullptr, env), nullptr);
   EXPECT_EQ(POAInfo::PortableServer_ObjectId_duplicate(nullptr, env), nullptr);
-  ObjectId oid(8);
-  oid.length(2);
-  oid[0] = 'x';
-  const ObjectId_var copy(POAInfo::PortableServer_ObjectId_duplicate(&oid, env));
-  oid[0] = 'y';
-  EXPECT_EQ(text_of(copy.in()), "x\0"s);
-  EXPECT_EQ(copy.in().maximum(), 2u);
-}
-
-TEST(ObjectIds, TextAndBack) {
+  ObjectId roomy(8);
+  roomy.length(2);
+  const ObjectId_var copy(POAInfo::PortableServer_ObjectId_duplicate(&roomy, env));
+  EXPECT_TRUE(text_of(copy.in()) == "\0\0"s && copy.in().maximum() == 2);
   std::string printable;
   for (char c = 0x20; c < 0x7F; ++c) printable += c;
   for (const std::string& text : {""s, printable}) {
@@ -223,23 +174,22 @@ TEST(ObjectIds, TextAndBack) {
   }
 }
 
-TEST(ObjectIds, TextOutOfRange) {
-  const auto minor_of = [](auto&& call) -> CORBA::ULong {
+TEST_F(Ids, TextOutOfRange) {
+  const auto refused = [](CORBA::ULong minor, auto&& call) {
     try {
       call();
+      ADD_FAILURE() << "nothing was thrown";
     } catch (const CORBA::BAD_PARAM& e) {
-      return e.minor();
+      EXPECT_EQ(e.minor(), minor);
     }
-    return 0;
   };
   for (const std::string_view octets : {"a\x7F"sv, "\x1F"sv, "\x80"sv, "\0"sv}) {
-    EXPECT_EQ(minor_of([&] { ObjectId_to_string(oid_of(octets)); }), 0x4B510000u);
-    EXPECT_EQ(minor_of([&] { ObjectId_to_wstring(oid_of(octets)); }), 0x4B510000u);
+    refused(0x4B510000, [&] { ObjectId_to_string(oid_of(octets)); });
+    refused(0x4B510000, [&] { ObjectId_to_wstring(oid_of(octets)); });
   }
-  for (const char* text : {"a\x7F", "\xC3\xA4"})
-    EXPECT_EQ(minor_of([&] { string_to_ObjectId(text); }), 0x4B510000u);
+  for (const char* text : {"a\x7F", "\xC3\xA4"}) refused(0x4B510000, [&] { string_to_ObjectId(text); });
   for (const CORBA::WChar* text : {u"a\x0161", u"\x0141"})
-    EXPECT_EQ(minor_of([&] { wstring_to_ObjectId(text); }), 0x4B510000u);
-  EXPECT_EQ(minor_of([] { string_to_ObjectId(nullptr); }), 0x4B510007u);
-  EXPECT_EQ(minor_of([] { wstring_to_ObjectId(nullptr); }), 0x4B510007u);
+    refused(0x4B510000, [&] { wstring_to_ObjectId(text); });
+  refused(0x4B510007, [] { string_to_ObjectId(nullptr); });
+  refused(0x4B510007, [] { wstring_to_ObjectId(nullptr); });
 }

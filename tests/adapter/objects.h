@@ -1,12 +1,12 @@
-// What the tests of objects, servants and references share.
+// What the tests of the adapter share.
 #pragma once
 
+#include <gmock/gmock.h>
+
 #include <cstdlib>
+#include <functional>
 #include <latch>
-#include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
 #include "orb_fixture.h"
 #include "poainfo.h"
@@ -31,7 +31,7 @@ inline POAInfoPtr record_of(PortableServer::POA* poa) {
   return POAInfo::findPOAInfo(poa, CORBA::Environment().self());
 }
 
-/// How many entries of a map hold this id for this servant.
+/// How many entries of a map are for this servant.
 inline int entries_of(const POAInfo& record, const PortableServer::ServantBase& servant) {
   int count = 0;
   for (const ActiveObjectMap* block = record.active_object_map; block; block = block->next)
@@ -39,37 +39,50 @@ inline int entries_of(const POAInfo& record, const PortableServer::ServantBase& 
   return count;
 }
 
-/// `call` raises an E and traces, last of all, `where`: which of its checks it failed.
+/// Notes what it is told, and does what a test wants.
+class Etherealizer : public PortableServer_ServantActivator_impl {
+ public:
+  void etherealize(const PortableServer::ObjectId& oid, PortableServer::POA* poa,
+                   PortableServer::ServantBase* servant, CORBA::Boolean cleanup, CORBA::Boolean remaining,
+                   CORBA::Environment&) override {
+    calls.emplace_back(text_of(oid), poa, servant, cleanup != 0, remaining != 0);
+    work(poa, servant);
+  }
+  using Call = std::tuple<std::string, PortableServer::POA*, PortableServer::ServantBase*, bool, bool>;
+  std::vector<Call> calls;
+  std::function<void(PortableServer::POA*, PortableServer::ServantBase*)> work = [](auto*, auto*) {};
+};
+
+/// `call` raises an E and traces, last of all, `where`: which of its checks it
+/// failed.
 template <class E, CORBA::ULong Minor = 0x4B510007, class Call>
-void refused(const char* where, Call&& call) {
+void refused(const std::string& where, Call&& call) {
   SCOPED_TRACE(where);
   TraceRecorder trace;
   expect_raised<E>(call, Minor);
   EXPECT_EQ(trace.lines().back(), where);
 }
-/// The same of an operation of a POA's record with these arguments, and the reason it gives.
+/// The same of an operation of a POA's record with these arguments, and the
+/// reason it gives.
 #define REFUSED(E, poa, operation, reason, ...)       \
   refused<E>("POAInfo::" #operation " [" reason ".]", \
              [&](auto& ev) { poa->operation(__VA_ARGS__ __VA_OPT__(, ) ev); })
 
-/// Sets (or, with null, unsets) an environment variable for a scope.
+/// Sets (or, with null, unsets) an environment variable for a scope; it is
+/// unset before and after.
 class ScopedVariable {
  public:
   ScopedVariable(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old, had_ = true;
     value ? setenv(name, value, 1) : unsetenv(name);
   }
-  ~ScopedVariable() { had_ ? setenv(name_, old_.c_str(), 1) : unsetenv(name_); }
-  ScopedVariable(const ScopedVariable&) = delete;
-  ScopedVariable& operator=(const ScopedVariable&) = delete;
+  ~ScopedVariable() { unsetenv(name_); }
 
  private:
   const char* name_;
-  std::string old_;
-  bool had_ = false;
 };
 
-/// Runs work(0) ... work(n - 1), each on a thread of its own, all started at once.
+/// Runs work(0) ... work(n - 1), each on a thread of its own, all started at
+/// once.
 template <class Work>
 void run_together(std::size_t n, Work&& work) {
   std::latch start(static_cast<std::ptrdiff_t>(n));
@@ -81,14 +94,16 @@ void run_together(std::size_t n, Work&& work) {
     });
 }
 
-/// Tests of objects in POAs of any kind, and what they need again and again.
+/// Tests of POAs of any kind, and what they need again and again.
 class ObjectTest : public AdapterTest {
  protected:
+  static PortableServer::POA_var child(PortableServer::POA* parent, const std::string& name,
+                                       const CORBA::PolicyList& list = {}) {
+    return parent->create_POA(name.c_str(), nullptr, list);
+  }
   template <class... Value>
   POAInfoPtr make(Value... values) {
-    CORBA::PolicyList list;
-    if constexpr (sizeof...(values) != 0) list = policies(root, values...);
-    return record_of(PortableServer::POA_var(top->create_POA(unique_name("poa").c_str(), nullptr, list)));
+    return record_of(child(top, unique_name("poa"), policies(root, values...)));
   }
 
   PlainServant servant, other;

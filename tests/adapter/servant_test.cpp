@@ -1,7 +1,5 @@
-// Servants: standard operations, counters, deferred deletion, timers, references, and the operations that
-// every servant serves.
-#include <gmock/gmock.h>
-
+// Servants: standard operations, counters, deferred deletion, timers,
+// references, and the operations that every servant serves.
 #include <ctime>
 
 #include "objects.h"
@@ -37,16 +35,14 @@ class Servants : public ObjectTest {
       ++count;
     return count;
   }
-  static std::size_t listed(const ServantBase& servant) {
-    return ServantAccess::list_references(servant).size();
-  }
+  std::size_t listed() const { return ServantAccess::list_references(servant).size(); }
 };
 
 /// No lifespan tick gets between: it takes both locks.
 class Lifespans : public Servants {
  protected:
   ~Lifespans() override { POA_ServantList::remove_servant(servant_delete_list, &servant); }
-  static int times_listed(const POA_ServantList* list, const ServantBase& servant) {
+  int times_listed(const POA_ServantList* list) const {
     int count = 0;
     for (; list; list = list->get_next()) count += list->get_servant() == &servant;
     return count;
@@ -57,8 +53,6 @@ class Lifespans : public Servants {
 };
 
 }  // namespace
-
-// ---- Standard operations ------------------------------------------------------------------------
 
 TEST_F(Servants, WhatItIs) {
   CountedServant counted;
@@ -73,26 +67,23 @@ TEST_F(Servants, WhatItIs) {
 
   testing::internal::CaptureStderr();
   EXPECT_EQ(counted._get_interface(env), nullptr);
-  EXPECT_THAT(
-      testing::internal::GetCapturedStderr(),
-      testing::ContainsRegex("!!!Exception\t[0-9]+/[0-9]+ \\[Src/servantbase\\([0-9]+\\)\\]:\t"
-                             "CORBA_USER_EXCEPTION:\tIDL:CORBA/StExcep/INTF_REPOS:1.0\\([0-9]+\\)\n"));
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::ContainsRegex("!!!Exception\t[0-9]+/[0-9]+ \\[Src/servantbase\\([0-9]+\\)\\]:\t"
+                                     "CORBA_USER_EXCEPTION:\tIDL:CORBA/StExcep/"
+                                     "INTF_REPOS:1.0\\([0-9]+\\)\n"));
   ZR_register_interface(COUNTED_ID);
-  CountedServant known;
-  const CORBA::InterfaceDef_var definition(known._get_interface(env));
+  const CORBA::InterfaceDef_var definition(counted._get_interface(env));
   EXPECT_TRUE(definition.in() && definition->get_ref());
-  known.no_interface();
-  EXPECT_FALSE(known._is_a(COUNTED_ID, env));
-  EXPECT_EQ(known._get_interface(env), nullptr);
+  counted.no_interface();
+  EXPECT_FALSE(counted._is_a(COUNTED_ID, env));
+  EXPECT_EQ(counted._get_interface(env), nullptr);
 }
 
 TEST_F(Servants, CountsAndTheVarThatHoldsThem) {
   int deleted = 0;
-  auto* first = new CountedServant(&deleted);
-  auto* second = new CountedServant(&deleted);
+  auto *first = new CountedServant(&deleted), *second = new CountedServant(&deleted);
   {
     ServantBase_var holds_first(first), holds_second(second), again(holds_first);
-    EXPECT_EQ(first->references(), 2u);
     again = holds_first;
     EXPECT_EQ(first->references(), 2u);
     again = holds_second;
@@ -111,8 +102,7 @@ TEST_F(Servants, CopiesStartAfresh) {
   source.set_deleted(1);
   source._add_ref();
   CountedServant copy(source);
-  EXPECT_EQ(copy.get_ref_counter(), 0u);
-  EXPECT_EQ(ServantAccess::default_count(copy), 0u);
+  EXPECT_EQ(copy.get_ref_counter() + ServantAccess::default_count(copy), 0u);
   EXPECT_FALSE(copy.get_to_be_deleted() || copy.get_deleted());
   EXPECT_EQ(copy.references(), 1u);
   source = copy;
@@ -121,71 +111,58 @@ TEST_F(Servants, CopiesStartAfresh) {
   EXPECT_EQ(ServantAccess::default_count(source), 0u);  // never below 0
 }
 
-// ---- Deletion and lifespan ----------------------------------------------------------------------
-
 TEST_F(Lifespans, DeletionWaitsForTheLastRequestAndSparesDefaultServants) {
   servant.set_timer(1000, env);
   servant.add_default_servant_ref();
   servant.servant_delete();
   EXPECT_FALSE(servant.get_to_be_deleted());
-  EXPECT_EQ(times_listed(servant_lifespan_list, servant), 1);
+  EXPECT_EQ(times_listed(servant_lifespan_list), 1);
   servant.rem_default_servant_ref();
 
   for (int i = 0; i < 2; ++i) ServantAccess::hold(servant);
   servant.servant_delete();
   EXPECT_TRUE(servant.get_to_be_deleted());
   ServantAccess::release(servant);
-  EXPECT_EQ(times_listed(servant_delete_list, servant), 0);
+  EXPECT_EQ(times_listed(servant_delete_list), 0);
   ServantAccess::release(servant);
   EXPECT_TRUE(servant.get_deleted());
   servant.servant_delete();
-  EXPECT_EQ(times_listed(servant_delete_list, servant), 1);
-  EXPECT_EQ(times_listed(servant_lifespan_list, servant), 0);
+  EXPECT_EQ(times_listed(servant_delete_list), 1);
+  EXPECT_EQ(times_listed(servant_lifespan_list), 0);
   EXPECT_EQ(servant.get_timer(), 0u);
 }
 
 TEST_F(Lifespans, TimersAreSetMovedAndCleared) {
   const auto now = static_cast<CORBA::ULong>(std::time(nullptr));
-  for (const int seconds : {0, 3000, 6000, 1000, 0}) {
-    servant.set_timer(seconds, env);
-    EXPECT_EQ(times_listed(servant_lifespan_list, servant), seconds != 0);
-    EXPECT_GE(servant.get_timer(), seconds ? now + static_cast<CORBA::ULong>(seconds) : 0);
-    EXPECT_LE(servant.get_timer(), seconds ? now + static_cast<CORBA::ULong>(seconds) + 100 : 0);
-    const CORBA::ULong timer = servant.get_timer();
+  for (const CORBA::ULong seconds : {0u, 3000u, 6000u, 1000u, 0u}) {
+    servant.set_timer(static_cast<CORBA::Long>(seconds), env);
     expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { servant.set_timer(-1, ev); });
-    EXPECT_EQ(servant.get_timer(), timer);
-    EXPECT_EQ(times_listed(servant_lifespan_list, servant), seconds != 0);
+    EXPECT_EQ(times_listed(servant_lifespan_list), seconds != 0);
+    EXPECT_GE(servant.get_timer(), seconds ? now + seconds : 0);
+    EXPECT_LE(servant.get_timer(), seconds ? now + seconds + 100 : 0);
   }
-  {
-    PlainServant gone;
-    gone.set_timer(1000, env);
-    EXPECT_EQ(times_listed(servant_lifespan_list, gone), 1);
-  }
-  EXPECT_EQ(servant_lifespan_list, nullptr);
+  PlainServant().set_timer(1000, env);
+  EXPECT_EQ(servant_lifespan_list, nullptr) << "a servant that goes takes its timer along";
 }
 
 TEST_F(Servants, TimersOfManyThreads) {
-  PlainServant servants[2];
   run_together(4, [&](std::size_t i) {
     CORBA::Environment own;
-    for (int n = 0; n < 200; ++n) servants[n % 2].set_timer(i % 2 ? 1000 : 0, own);
+    for (int n = 0; n < 200; ++n) (n % 2 ? servant : other).set_timer(i % 2 ? 1000 : 0, own);
   });
-  for (PlainServant& each : servants) each.set_timer(0, env);
+  for (PlainServant* each : {&servant, &other}) each->set_timer(0, env);
   MutexGuard guard(poa_svt_lifespan_mutex);
-  for (PlainServant& each : servants)
-    EXPECT_FALSE(POA_ServantList::search_servant(servant_lifespan_list, &each));
+  EXPECT_EQ(servant_lifespan_list, nullptr);
 }
 
-// ---- References ---------------------------------------------------------------------------------
-
 TEST_F(Servants, AReferenceIsKeptOnceForEachPoaAndId) {
-  const POA_var elsewhere = top->create_POA("elsewhere", nullptr, {});
-  EXPECT_EQ(servant.get_ObjectReference(top, &a), nullptr);
+  const POA_var elsewhere = child(top, "elsewhere");
   EXPECT_EQ(servant.set_ObjectReference(nullptr, top, 0, nullptr, nullptr), nullptr);
   EXPECT_EQ(servant.set_ObjectReference(top, nullptr, 0, nullptr, nullptr), nullptr);
 
   CORBA::Object* kept = new_reference(top, a);
-  EXPECT_EQ(servant.set_ObjectReference(top, kept, 0, nullptr, &b), kept);  // the id is the reference's own
+  EXPECT_EQ(servant.set_ObjectReference(top, kept, 0, nullptr, &b),
+            kept);  // the id is the reference's own
   const CORBA::Object_var second(new_reference(top, a)), for_b(new_reference(top, b));
   EXPECT_EQ(servant.set_ObjectReference(top, second.in(), 0, nullptr, nullptr), nullptr);
   EXPECT_EQ(servant.get_ObjectReference(top, &a), kept);
@@ -193,22 +170,12 @@ TEST_F(Servants, AReferenceIsKeptOnceForEachPoaAndId) {
   EXPECT_EQ(servant.get_ObjectReference(elsewhere, &a), nullptr);
 
   CORBA::Object* own = servant.set_ObjectReference(top, for_b.in(), 1, nullptr, nullptr);
-  ASSERT_NE(own, nullptr);
-  EXPECT_NE(own, for_b.in());
+  ASSERT_TRUE(own && own != for_b.in());
   EXPECT_TRUE(CORBA_object_is_equivalent(own->get_ref(), for_b->get_ref()));
   for (POA* poa : {top.in(), top.in(), static_cast<POA*>(nullptr)}) servant.clear_ObjectReference(poa, &a);
   EXPECT_EQ(servant.get_ObjectReference(top, &a), nullptr);
   EXPECT_EQ(servant.get_ObjectReference(top, &b), own);
-}
-
-TEST_F(Servants, TheListIsNoLongerThanWhatItHolds) {
-  for (int i = 0; i < 100; ++i) {
-    const ObjectId oid = oid_of("o" + std::to_string(i));
-    CORBA::Object* reference = new_reference(top, oid);
-    EXPECT_EQ(servant.set_ObjectReference(top, reference, 0, nullptr, nullptr), reference);
-    servant.clear_ObjectReference(top, &oid);
-    EXPECT_LE(nodes(), 1u);
-  }
+  EXPECT_EQ(nodes(), 1u) << "no longer than what it holds";
 }
 
 TEST_F(Servants, ADefaultServantsReferencesGoByTheIdGiven) {
@@ -217,23 +184,21 @@ TEST_F(Servants, ADefaultServantsReferencesGoByTheIdGiven) {
   EXPECT_EQ(servant.set_ObjectReference(top, request.in(), 1, nullptr, nullptr), nullptr);
   EXPECT_EQ(nodes(), 0u);
   CORBA::Object* kept = servant.set_ObjectReference(top, request.in(), 1, nullptr, &b);
-  ASSERT_NE(kept, nullptr);
-  EXPECT_EQ(servant.get_ObjectReference(top, &b), kept);
+  EXPECT_TRUE(kept && servant.get_ObjectReference(top, &b) == kept);
 }
 
 TEST_F(Servants, NothingOfADestroyedPoaIsFollowed) {
   for (int round = 0; round < 20; ++round) {  // a new POA's object may come to lie where the old one's was
-    POA* poa = top->create_POA("short-lived", nullptr, {});
+    POA_var poa = child(top, "short-lived");
     EXPECT_EQ(servant.get_ObjectReference(poa, &a), nullptr);
     CORBA::Object* reference = new_reference(poa, a);
     EXPECT_EQ(servant.set_ObjectReference(poa, reference, 0, nullptr, nullptr), reference);
     EXPECT_EQ(nodes(), round == 0 ? 1u : 2u);
-    EXPECT_EQ(listed(servant), 1u);
+    EXPECT_EQ(listed(), 1u);
     poa->destroy(false, false);
     const CORBA::Object_var late(round % 2 ? new_reference(top, b) : nullptr);
     EXPECT_EQ(servant.set_ObjectReference(poa, late.in(), 1, nullptr, nullptr), nullptr);
-    EXPECT_EQ(listed(servant), 0u);
-    CORBA::release(poa);
+    EXPECT_EQ(listed(), 0u);
   }
   servant.deactivate_ObjectReference();
 }
@@ -241,8 +206,7 @@ TEST_F(Servants, NothingOfADestroyedPoaIsFollowed) {
 TEST_F(Servants, DeactivatingWithdrawsWhatIsItsOwn) {
   const POAInfoPtr unique = record_of(top), many = make(MULTIPLE_ID, USER_ID);
   const uint32_t bound = ZR_bound_objects();
-  const ObjectId_var oid(unique->activate_object(&servant, env));
-  CORBA::release(unique->id_to_reference(oid.in(), env));
+  CORBA::release(unique->id_to_reference(ObjectId_var(unique->activate_object(&servant, env)).in(), env));
   for (const ObjectId* id : {&a, &b}) {
     many->activate_object_with_id(*id, &servant, env);
     CORBA::release(many->id_to_reference(*id, env));
@@ -250,18 +214,16 @@ TEST_F(Servants, DeactivatingWithdrawsWhatIsItsOwn) {
   many->active_object_map.load()->removeById(b);  // b goes over to another servant
   many->activate_object_with_id(b, &other, env);
   EXPECT_EQ(ZR_bound_objects(), bound + 3);
-  EXPECT_EQ(listed(servant), 3u);
+  EXPECT_EQ(listed(), 3u);
 
   servant.deactivate_ObjectReference();
   EXPECT_EQ(ZR_bound_objects(), bound);
-  EXPECT_EQ(listed(servant), 0u);
+  EXPECT_EQ(listed(), 0u);
   EXPECT_EQ(entries_of(*unique, servant) + entries_of(*many, servant), 0);
   other.deactivate_ObjectReference();
   EXPECT_EQ(many->id_to_servant(b, env), &other);
   many->deactivate_object(b, env);
 }
-
-// ---- Operations that every servant serves -------------------------------------------------------
 
 TEST_F(Servants, TheObjectOperationsAreAnsweredThroughTheOrb) {
   static constexpr const char* id = "IDL:test/Answering:1.0";
@@ -270,11 +232,9 @@ TEST_F(Servants, TheObjectOperationsAreAnsweredThroughTheOrb) {
   const ObjectId_var oid(top->activate_object(&answering));
   const CORBA::Object_var reference(top->id_to_reference(oid.in()));
   POAManager_var(top->the_POAManager())->activate();
-  TraceRecorder trace;
-  EXPECT_FALSE(reference->_non_existent(env));
-  EXPECT_FALSE(reference->_is_a("IDL:test/Other:1.0", env));
+  const TraceRecorder trace;
+  EXPECT_FALSE(reference->_non_existent(env) || reference->_is_a("IDL:test/Other:1.0", env));
   EXPECT_NE(CORBA::InterfaceDef_var(reference->_get_interface(env)).in(), nullptr);
-  EXPECT_EQ(env.exception(), nullptr);
   EXPECT_EQ(trace.count_starting("ServantBase::invoke end...[_OP_PortableServer_ServantBase_"), 3u);
   top->deactivate_object(oid.in());
 }

@@ -1,19 +1,15 @@
-#include "assembler.h"
-
 #include "engine_fixture.h"
 
 namespace {
 
 using namespace engine_test;
 using zrsv::Assembler;
-using zrsv::Buffer;
-using zrsv::Pieces;
 using Result = Assembler::Result;
 
 /// Feeds octets in steps of that size and collects the messages; "bad: why" ends it.
-std::vector<std::string> feed(Assembler& in, std::string_view octets, std::size_t step) {
-  std::vector<std::string> out;
-  Buffer message;
+Texts feed(Assembler& in, std::string_view octets, std::size_t step = 4096) {
+  Texts out;
+  zrsv::Buffer message;
   zrsv::giop::Header header;
   while (true) {
     const Result result = in.next(&header, &message);
@@ -35,27 +31,17 @@ std::vector<std::string> feed(Assembler& in, std::string_view octets, std::size_
   }
 }
 
-std::string join(const std::vector<std::string>& all) {
+std::string join(const Texts& all) {
   std::string octets;
   for (const auto& one : all) octets += one;
   return octets;
 }
 
-TEST(AssemblerStream, CutsMessagesAtEverySplit) {
-  std::vector<std::string> sent;
-  for (uint32_t i = 0; i < 6; ++i) sent.push_back(request(i, std::string(i * 37, 'o').c_str(), 1, "key"));
-  const std::string octets = join(sent);
-  for (std::size_t step = 1; step <= octets.size(); ++step) {
-    Assembler in(1 << 20);
-    EXPECT_EQ(feed(in, octets, step), sent) << step;
-  }
-}
-
-TEST(AssemblerStream, MemoryFollowsWhatArrives) {
+TEST(Assembler, MemoryFollowsWhatArrives) {
   Assembler in(1u << 30);
-  std::string big = request(1, "op", 1, std::string(3'000'000, 'k'));
+  const std::string big = request(1, "op", 1, std::string(3'000'000, 'k'));
   std::size_t fed = 0, room = 0;
-  Buffer message;
+  zrsv::Buffer message;
   zrsv::giop::Header header;
   while (in.next(&header, &message) == Result::NeedMore) {
     unsigned char* to = in.room(&room);
@@ -69,78 +55,62 @@ TEST(AssemblerStream, MemoryFollowsWhatArrives) {
   EXPECT_EQ(message.size(), big.size());
 }
 
-TEST(AssemblerFragments, PutTogetherWhatPiecesCut) {
+TEST(Assembler, CutsAndJoinsMessagesHoweverTheyCome) {
   for (uint8_t minor = 1; minor <= 2; ++minor) {
     for (uint32_t size = 64; size < 200; size += 8) {
-      const std::string one = request(0x01020304, "one", 1, std::string(300, 'a'), minor),
-                        two = request(0x05060708, "two", 2, std::string(211, 'b'), minor);
-      auto a = fragments(one, size), b = fragments(two, size);
-      for (std::size_t i = 0; i < a.size(); ++i) {
-        EXPECT_LE(a[i].size(), size);
-        if (i + 1 < a.size()) {
-          EXPECT_EQ(a[i].size() % 8, minor == 2 ? 0u : a[i].size() % 8);
-        }
-        EXPECT_EQ((a[i][6] & 2) != 0, i + 1 < a.size());
+      const Texts whole{request(0x01020304, "one", 1, std::string(211, 'a'), minor),
+                        request(0x05060708, "two", 2, std::string(300, 'b'), minor),
+                        request(9, "", 3, "key", minor)};
+      const Texts a = fragments(whole[0], size), b = fragments(whole[1], size);
+      std::string sent;
+      for (std::size_t i = 0; i < b.size(); ++i) {
+        const bool last = i + 1 == b.size();
+        EXPECT_LE(b[i].size(), size);
+        EXPECT_EQ((b[i][6] & 2) != 0, !last);
+        EXPECT_TRUE(minor == 1 || last || b[i].size() % 8 == 0);
+        if (minor == 2) sent += (i < a.size() ? a[i] : "") + b[i];
       }
-      std::vector<std::string> sent;
-      for (std::size_t i = 0; minor == 2 && i < std::max(a.size(), b.size()); ++i) {
-        if (i < a.size()) sent.push_back(a[i]);
-        if (i < b.size()) sent.push_back(b[i]);
-      }
-      if (minor == 1) sent = {join(a), join(b)};
-      for (std::size_t step : {std::size_t{1}, std::size_t{13}, std::size_t{4096}}) {
+      sent += (minor == 1 ? join(a) + join(b) : "") + whole[2];
+      for (std::size_t step = 1; step <= sent.size(); step += 1 + step / 4) {
         Assembler in(1 << 20);
-        auto got = feed(in, join(sent), step);
-        std::sort(got.begin(), got.end());
-        std::vector<std::string> wanted{one, two};
-        std::sort(wanted.begin(), wanted.end());
-        EXPECT_EQ(got, wanted) << "1." << int{minor} << " size " << size;
+        EXPECT_EQ(feed(in, sent, step), whole) << "1." << int{minor} << " size " << size;
       }
     }
   }
-  // 1.0 has no fragments, and what fits is left alone.
-  EXPECT_EQ(fragments(request(1, "op", 1, std::string(300, 'a'), 0), 64).size(), 1u);
-  EXPECT_EQ(fragments(request(1, "op", 1, std::string(300, 'a'), 2), 0).size(), 1u);
+  EXPECT_EQ(fragments(request(1, "op", 1, std::string(300, 'a'), 0), 64).size(), 1u);  // 1.0 has none
 }
 
-TEST(AssemblerFragments, RefuseWhatDoesNotFitTogether) {
-  const auto f11 = fragments(request(1, "op", 1, std::string(200, 'k'), 1), 64);
-  const auto f12 = fragments(request(1, "op", 1, std::string(200, 'k'), 2), 64);
-  const std::string whole = request(9, "op", 1, "k", 1),
-                    cancel = short_request(zrsv::giop::Type::CancelRequest, 9, "", 1);
-  std::string big_endian = f12[1];
+TEST(Assembler, RefusesWhatDoesNotFitTogether) {
+  const std::string key(200, 'k'), cancel_1_1 = cancel(9, 1);
+  const auto f11 = fragments(request(1, "op", 1, key, 1), 64), f12 = fragments(request(1, "op", 1, key), 64);
+  std::string many, fat, big_endian = f12[1];
   big_endian[6] = 2;
-  for (std::size_t word : {8u, 12u})
-    std::reverse(big_endian.begin() + static_cast<long>(word),
-                 big_endian.begin() + static_cast<long>(word) + 4);
-  std::string many, fat;
+  for (long word : {8, 12}) std::reverse(big_endian.begin() + word, big_endian.begin() + word + 4);
   for (uint32_t id = 0; id <= Assembler::max_unfinished; ++id)
-    many += fragments(request(id, "op", 1, std::string(200, 'k'), 2), 64)[0];
-  for (uint32_t id = 0; id < 20; ++id)
-    fat += fragments(request(id, "op", 1, std::string(900, 'k'), 2), 512)[0];
+    many += fragments(request(id, "op", 1, key), 64)[0];
+  for (uint32_t id = 0; id < 20; ++id) fat += fragments(request(id, "op", 1, std::string(900, 'k')), 512)[0];
   const struct {
-    std::string octets;
-    std::vector<std::string> wanted;
-  } rows[] = {{f11[0] + cancel, {cancel}},
-              {f11[0] + whole, {"bad: message between the fragments of another"}},
-              {f11[0] + f11[0], {"bad: fragmented message begun twice"}},
-              {f12[0] + f12[0], {"bad: fragmented message begun twice"}},
-              {f12[1], {"bad: fragment of no message"}},
-              {f12[0] + f11[1], {"bad: fragment of no message"}},
-              {f12[0] + big_endian, {"bad: byte order changes between fragments"}},
-              {f12[0] + hex("47494F50 01020107 03000000 010000"), {"bad: length"}},
-              {hex("47494F50 01020300 03000000 010000"), {"bad: length"}},
-              {hex("47494F50 01010303 04000000 01000000"), {"bad: fragments of a message that has none"}},
-              {many, {"bad: too many unfinished messages"}},
-              {fat, {"bad: length"}}};
+    std::string octets, wanted;
+  } rows[] = {{f11[0] + cancel_1_1, cancel_1_1},
+              {f11[0] + request(9, "op", 1, "k", 1), "bad: message between the fragments of another"},
+              {f11[0] + f11[0], "bad: fragmented message begun twice"},
+              {f12[0] + f12[0], "bad: fragmented message begun twice"},
+              {f12[1], "bad: fragment of no message"},
+              {f12[0] + f11[1], "bad: fragment of no message"},
+              {f12[0] + big_endian, "bad: byte order changes between fragments"},
+              {f12[0] + hex("47494F50 01020107 03000000 010000"), "bad: length"},
+              {hex("47494F50 01020300 03000000 010000"), "bad: length"},
+              {hex("47494F50 01010303 04000000 01000000"), "bad: fragments of a message that has none"},
+              {many, "bad: too many unfinished messages"},
+              {fat, "bad: length"}};
   for (const auto& row : rows) {
     Assembler in(4096);
-    EXPECT_EQ(feed(in, row.octets, 4096), row.wanted);
+    EXPECT_EQ(feed(in, row.octets), Texts{row.wanted});
   }
   Assembler in(4096);
-  EXPECT_TRUE(feed(in, f12[0], 4096).empty());
+  EXPECT_TRUE(feed(in, f12[0]).empty());
   in.cancel(1);
-  EXPECT_EQ(feed(in, join(f12), 4096).size(), 1u);  // the id is free again
+  EXPECT_EQ(feed(in, join(f12)).size(), 1u);  // the id is free again
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <vector>
 
 #include "cdr_chain.h"
 #include "environment.h"
@@ -45,110 +44,77 @@ const std::string big_values =  // any octet but 0 is true
     hex("7f00 fffe 0500 1234 63000000 fffffffd 1234567800000000 fffffffffffffffc 123456789abcdef0"
         "3fc0000000000000 c002000000000000");
 
-TEST(Cdr, PrimitivesAreAlignedAndPaddedWithZeros) {
+TEST(Cdr, PrimitivesInBothByteOrders) {
+  const int times = 100;  // the stream grows at different places
   Encoding out;
   Values v;
-  ASSERT_TRUE(move_all(out, &v));
-  std::string expected = native_little ? little_values : big_values;
-  expected[4] = 1;
+  std::string expected;
+  for (int i = 0; i < times; ++i) {
+    ASSERT_TRUE(move_all(out, &v));
+    expected += native_little ? little_values : big_values;
+    expected[expected.size() - little_values.size() + 4] = 1;
+  }
   EXPECT_EQ(out.octets(), expected);
-}
-
-TEST(Cdr, BothByteOrdersDecodeAndEveryPrefixFails) {
-  for (bool little : {true, false}) {
-    const std::string& golden = little ? little_values : big_values;
-    Decoding whole(golden, little);
-    Values v{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-    ASSERT_TRUE(move_all(whole, &v));
-    EXPECT_TRUE(v == Values{} && whole.left() == 0);
-    for (std::size_t n = 0; n < golden.size(); ++n) {
-      Decoding cut(std::string_view(golden).substr(0, n), little);
-      EXPECT_FALSE(move_all(cut, &v)) << n;
+  for (const std::string& golden : {little_values, big_values}) {
+    for (std::size_t n = 0; n <= golden.size(); ++n) {
+      Decoding in(std::string_view(golden).substr(0, n), golden == little_values);
+      Values read{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+      EXPECT_EQ(move_all(in, &read), n == golden.size()) << n;
+      EXPECT_TRUE(n < golden.size() || (read == v && in.left() == 0));
     }
   }
 }
 
-TEST(Cdr, StreamsGrowAcrossEveryBoundary) {
-  Encoding out;
-  unsigned char octet = 0xEE;
-  for (uint64_t i = 0; i < 3000; ++i)
-    ASSERT_TRUE(OM_cdr_octet(out, &octet) && OM_cdr_unsigned_long_long(out, &i));
-  Decoding in(out.octets(), native_little);
-  for (uint64_t i = 0; i < 3000; ++i) {
-    uint64_t value = ~i;
-    ASSERT_TRUE(OM_cdr_octet(in, &octet) && OM_cdr_unsigned_long_long(in, &value) && value == i);
-  }
-  EXPECT_EQ(in.left(), 0u);
-}
-
-TEST(Cdr, WrongDirectionsMoveNothing) {
-  Encoding out;
-  CDR* cdr = out;
-  cdr->direction = 2;
-  Values v;
-  uint16_t wide = 0;
-  char* text = nullptr;
-  void* handle = nullptr;
-  EXPECT_FALSE(OM_cdr_octet(cdr, &v.octet) || OM_cdr_double(cdr, &v.d) || OM_cdr_wchar(cdr, &wide) ||
-               OM_cdr_string(cdr, &text) || cdr_bytes(cdr, &v.octet, 1) || OM_cdr_object(cdr, &handle));
-  EXPECT_EQ(out.octets(), "");
-}
-
 TEST(Cdr, WideCharactersFollowTheMessageVersion) {
-  struct Case {
+  const struct {
     uint8_t minor;
-    std::string octets;
-    int value;  // -1: refused
+    const char* octets;
+    bool good;
+  } rows[] = {
+      {2, "02 20ac", true},        // count, unit big-endian whatever the stream's order
+      {2, "04 feff 20ac", true},   // big-endian mark
+      {2, "04 fffe ac20", true},   // little-endian mark
+      {2, "04 20ac 20ac", false},  // two units
+      {2, "01 20", false},         // half a unit
+      {2, "02 20", false},         // cut
+      {1, "ac20", true},           // a plain aligned unit
+      {1, "ac", false},            // cut
+      {0, "ac20 ac20", false},     // 1.0 has none
   };
-  const Case cases[] = {
-      {2, hex("02 20 ac"), 0x20AC},        // count, unit big-endian whatever the stream's order
-      {2, hex("04 fe ff 20 ac"), 0x20AC},  // big-endian mark
-      {2, hex("04 ff fe ac 20"), 0x20AC},  // little-endian mark
-      {2, hex("04 20 ac 20 ac"), -1},      // two units
-      {2, hex("01 20"), -1},               // half a unit
-      {2, hex("02 20"), -1},               // cut
-      {1, hex("ac 20"), 0x20AC},           // a plain aligned unit
-      {1, hex("ac"), -1},                  // cut
-      {0, hex("ac 20 ac 20"), -1},         // 1.0 has none
-  };
-  for (const Case& c : cases) {
-    Decoding in(c.octets, true, 0, c.minor);
+  for (const auto& row : rows) {
+    Decoding in(hex(row.octets), true, 0, row.minor);
     uint16_t value = 0;
-    EXPECT_EQ(OM_cdr_wchar(in, &value), c.value >= 0) << testing::PrintToString(c.octets);
-    EXPECT_EQ(value, c.value >= 0 ? c.value : 0);
-    EXPECT_EQ(in.left(), c.value >= 0 ? 0u : c.octets.size());
+    EXPECT_EQ(OM_cdr_wchar(in, &value), row.good) << row.octets;
+    EXPECT_EQ(value, row.good ? 0x20AC : 0);
+    EXPECT_EQ(in.left(), row.good ? 0u : hex(row.octets).size());
+    Encoding out(row.minor);
+    EXPECT_EQ(OM_cdr_wchar(out, &value), row.minor > 0);
+    EXPECT_TRUE(row.minor < 2 || !row.good || out.octets() == hex("02 20ac"));
   }
-  uint16_t euro = 0x20AC;
-  Encoding v2(2), v0(0);
-  EXPECT_TRUE(OM_cdr_wchar(v2, &euro));
-  EXPECT_EQ(v2.octets(), hex("02 20 ac"));
-  EXPECT_FALSE(OM_cdr_wchar(v0, &euro));
 }
 
 TEST(Cdr, StringsAreCheckedAndFailuresMoveNothing) {
-  struct Case {
-    std::string octets;
-    const char* text;  // null: refused
+  const struct {
+    const char *octets, *text;  // null: refused
+  } rows[] = {
+      {"03000000 616200", "ab"},     // length with NUL, text, NUL
+      {"01000000 00", ""},           // the empty string
+      {"00000000", nullptr},         // no room for the NUL
+      {"02000000 6162", nullptr},    // no NUL
+      {"03000000 610000", nullptr},  // NUL inside
+      {"04000000 616200", nullptr},  // length past the end
+      {"ffffffff 616200", nullptr},  // length that would wrap
+      {"030000", nullptr},           // length word cut
   };
-  const Case cases[] = {
-      {hex("03 00 00 00 61 62 00"), "ab"},     // length with NUL, text, NUL
-      {hex("01 00 00 00 00"), ""},             // the empty string
-      {hex("00 00 00 00"), nullptr},           // no room for the NUL
-      {hex("02 00 00 00 61 62"), nullptr},     // no NUL
-      {hex("03 00 00 00 61 00 00"), nullptr},  // NUL inside
-      {hex("04 00 00 00 61 62 00"), nullptr},  // length past the end
-      {hex("ff ff ff ff 61 62 00"), nullptr},  // length that would wrap
-      {hex("03 00 00"), nullptr},              // length word cut
-  };
-  for (const Case& c : cases) {
-    Decoding in(c.octets), view(c.octets);
+  for (const auto& row : rows) {
+    Decoding in(hex(row.octets)), view(hex(row.octets));
     char* text = nullptr;
     const char* in_place = nullptr;
-    EXPECT_EQ(OM_cdr_string(in, &text), c.text != nullptr) << testing::PrintToString(c.octets);
-    EXPECT_EQ(OM_cdr_string_view(view, &in_place), c.text != nullptr);
-    EXPECT_STREQ(text, c.text);
-    EXPECT_STREQ(in_place, c.text);
-    EXPECT_EQ(in.left(), c.text ? 0u : c.octets.size());
+    EXPECT_EQ(OM_cdr_string(in, &text), row.text != nullptr) << row.octets;
+    EXPECT_EQ(OM_cdr_string_view(view, &in_place), row.text != nullptr);
+    EXPECT_STREQ(text, row.text);
+    EXPECT_STREQ(in_place, row.text);
+    EXPECT_EQ(in.left(), row.text ? 0u : hex(row.octets).size());
     CORBA_free(text);
   }
   Encoding out;
@@ -157,61 +123,14 @@ TEST(Cdr, StringsAreCheckedAndFailuresMoveNothing) {
   EXPECT_EQ(out.octets(), "");
 }
 
-TEST(Cdr, EncapsulationsAreAlignedByThemselves) {
-  Encoding out;
-  CDR inner;
-  unsigned char octet = 9;
-  uint32_t word = 0x01020304;
-  ASSERT_TRUE(OM_cdr_octet(out, &octet) && OM_cdr_open_encapsulation(&inner));
-  ASSERT_TRUE(OM_cdr_unsigned_long(&inner, &word) && OM_cdr_write_encapsulation(out, &inner));
-  OM_cdr_close(&inner);
-  Decoding in(out.octets(), native_little);
-  CDR read;
-  uint32_t value = 0;
-  ASSERT_TRUE(OM_cdr_octet(in, &octet) && OM_cdr_read_encapsulation(in, &read));
-  EXPECT_TRUE(OM_cdr_unsigned_long(&read, &value) && value == word && OM_cdr_remaining(&read) == 0);
-  for (const char* bad : {"00 00 00 00",        // no byte-order octet
-                          "01 00 00 00 02",     // neither order
-                          "02 00 00 00 01"}) {  // cut
-    Decoding refused(hex(bad));
-    EXPECT_FALSE(OM_cdr_read_encapsulation(refused, &read)) << bad;
-    EXPECT_EQ(refused.left(), hex(bad).size());
-  }
-}
-
-TEST(Cdr, ReaderBoundsCountsBeforeAnythingIsMade) {
-  Decoding in(
-      hex("03 00 00 00"
-          "00 00 00 00 00 00 00 00"
-          "00 00 00 00 00 00 00 00"));  // three elements announced, room for two
-  Reader reader(in);
-  EXPECT_EQ(reader.count(8), 0u);
-  EXPECT_FALSE(reader.ok());
-  EXPECT_EQ(reader.u32(), 0u);
-}
-
-TEST(Environment, IdsTravelInThePublicForm) {
-  const char* internal = "IDL:CORBA/StExcep/OBJ_ADAPTER:1.0";
-  for (const char* any : {internal, "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0", "OBJ_ADAPTER"}) {
-    EXPECT_STREQ(internal_id(any), internal);
-    EXPECT_EQ(public_id(any), "IDL:omg.org/CORBA/OBJ_ADAPTER:1.0");
-  }
-  for (const char* other :
-       {"", "IDL:CORBA/StExcep/:1.0", "IDL:omg.org/CORBA/NOT_ONE:1.0", "IDL:omg.org/CORBA/OBJ_ADAPTER:2.0"}) {
-    EXPECT_STREQ(internal_id(other), "IDL:CORBA/StExcep/UNKNOWN:1.0") << other;
-  }
-}
-
 TEST(Environment, TheLastFailureIsKeptByThread) {
-  CORBA_Environment env{};
+  Outcome env;
   set_last_failure("TRANSIENT", 7);
   std::thread([] { set_last_failure("TIMEOUT"); }).join();
-  SetStdExReqLib(CORBA_COMPLETED_MAYBE, &env);
-  EXPECT_EQ(env._major, uint32_t{CORBA_SYSTEM_EXCEPTION});
-  EXPECT_TRUE(env._minor == 7 && env._completed == CORBA_COMPLETED_MAYBE && env._owned == nullptr);
-  EXPECT_STREQ(env._id, "IDL:CORBA/StExcep/TRANSIENT:1.0");
-  CORBA_exception_free(&env);
-  EXPECT_EQ(env._major, 0u);
+  SetStdExReqLib(CORBA_COMPLETED_MAYBE, env);
+  const CORBA_Environment& filled = *static_cast<CORBA_Environment*>(env);
+  EXPECT_TRUE(filled._minor == 7 && filled._completed == CORBA_COMPLETED_MAYBE && !filled._owned);
+  EXPECT_EQ(env.name(), "TRANSIENT");
 }
 
 TEST(Trace, LinesGoToTheSinkOnlyWhileTraceIsOn) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <bit>
-#include <cctype>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -11,15 +10,11 @@
 #include "zrsv.h"
 
 /// The octets that hexadecimal digits name; blanks between them do not count.
-inline std::string hex(std::string_view digits) {
-  std::string octets, two;
-  for (char c : digits) {
-    if (std::isspace(static_cast<unsigned char>(c))) continue;
-    two += c;
-    if (two.size() < 2) continue;
-    octets += static_cast<char>(std::stoi(two, nullptr, 16));
-    two.clear();
-  }
+inline std::string hex(std::string digits) {
+  std::erase(digits, ' ');
+  std::string octets;
+  for (std::size_t i = 0; i < digits.size(); i += 2)
+    octets += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
   return octets;
 }
 
@@ -54,10 +49,7 @@ class Encoding {
   Encoding& operator=(const Encoding&) = delete;
   ~Encoding() { OM_cdr_close(&cdr_); }
   operator CDR*() { return &cdr_; }
-  std::string octets() const {
-    return {reinterpret_cast<const char*>(cdr_.out_base),
-            static_cast<std::size_t>(cdr_.out_next - cdr_.out_base)};
-  }
+  std::string octets() const { return {cdr_.out_base, cdr_.out_next}; }
 
  private:
   CDR cdr_;

@@ -5,8 +5,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <functional>
-#include <vector>
 
 #include "object_key.h"
 #include "octets.h"
@@ -15,29 +13,21 @@
 namespace {
 
 using namespace zrsv;
+using Handle = Ref<Reference>;
 
 constexpr bool native_little = std::endian::native == std::endian::little;
 
-/// A handle that is released.
-struct Handle {
-  explicit Handle(void* p) : pointer(p) {}
-  Handle(Handle&& o) noexcept : pointer(std::exchange(o.pointer, nullptr)) {}
-  Handle& operator=(Handle&&) = delete;
-  ~Handle() { CORBA_object_release(pointer); }
-  Reference* operator->() const { return as_reference(pointer); }
-  void* pointer;
-};
+Handle adopt(void* handle) { return Handle::adopt(as_reference(handle)); }
 
-Handle create(const std::string& data, const char* intf = "IDL:T:1.0", const char* impl = "impl",
+Handle create(std::string data, const char* intf = "IDL:T:1.0", const char* impl = "impl",
               CORBA_Environment* env = nullptr) {
-  std::string copy = data;
-  const CORBA_sequence_octet octets{static_cast<uint32_t>(copy.size()), static_cast<uint32_t>(copy.size()),
-                                    reinterpret_cast<unsigned char*>(copy.data())};
-  return Handle(ZR_create_object_reference(&octets, intf, impl, env));
+  const auto length = static_cast<uint32_t>(data.size());
+  const CORBA_sequence_octet octets{length, length, reinterpret_cast<unsigned char*>(data.data())};
+  return adopt(ZR_create_object_reference(&octets, intf, impl, env));
 }
 
 Handle from_text(const std::string& text, CORBA_Environment* env = nullptr) {
-  return Handle(CORBA_ORB_string_to_object(nullptr, text.c_str(), env));
+  return adopt(CORBA_ORB_string_to_object(nullptr, text.c_str(), env));
 }
 
 std::string taken(char* text) {
@@ -45,14 +35,12 @@ std::string taken(char* text) {
   CORBA_free(text);
   return copy;
 }
-
-std::string text_of(const Handle& h) {
-  return taken(CORBA_ORB_object_to_string(nullptr, h.pointer, nullptr));
-}
+std::string text_of(const Handle& h) { return taken(CORBA_ORB_object_to_string(nullptr, h.get(), nullptr)); }
+std::string url_of(const Handle& h) { return taken(ZR_object_to_corbaloc(nullptr, h.get(), nullptr)); }
 
 std::string octets_of(const Handle& h) {
   Encoding out;
-  void* handle = h.pointer;
+  void* handle = h.get();
   EXPECT_TRUE(OM_cdr_object(out, &handle));
   return out.octets();
 }
@@ -60,10 +48,12 @@ std::string octets_of(const Handle& h) {
 /// With two end points of its own, and nothing left over for the next test.
 class References : public testing::Test {
  protected:
-  void SetUp() override { set_published_endpoints({{"here", 4000}, {"::1", 4001}}); }
+  void SetUp() override {
+    set_published_endpoints({{"here", 4000}, {"::1", 4001}});
+    set_binding_open(true);
+  }
   void TearDown() override {
     set_published_endpoints({});
-    set_binding_open(true);
     load_impl_repository("");
   }
 };
@@ -72,20 +62,16 @@ class References : public testing::Test {
 const std::string key_octets = hex("5a52535601 010002000300 69 4944 00ff7f 82b7250e");
 
 TEST(ObjectKey, IsTheExactInverseAndDamageIsFound) {
+  const std::string_view data("\0\xff\x7f", 3);
   EXPECT_EQ(crc32c("123456789"), 0xE3069283u);  // the check value that defines CRC-32C
-  EXPECT_EQ(write_object_key({"i", "ID", std::string_view("\0\xff\x7f", 3)}), key_octets);
+  EXPECT_EQ(write_object_key({"i", "ID", data}), key_octets);
   const auto parts = read_object_key(key_octets);
   ASSERT_TRUE(parts);
-  EXPECT_EQ(parts->impl, "i");
-  EXPECT_EQ(parts->intf, "ID");
-  EXPECT_EQ(parts->data, std::string_view("\0\xff\x7f", 3));
+  EXPECT_TRUE(parts->impl == "i" && parts->intf == "ID" && parts->data == data);
   for (std::size_t n = 0; n < key_octets.size(); ++n) {
-    EXPECT_FALSE(read_object_key(key_octets.substr(0, n))) << "cut to " << n;
-    for (int bit = 0; bit < 8; ++bit) {
-      std::string damaged = key_octets;
-      damaged[n] = static_cast<char>(damaged[n] ^ (1 << bit));
-      EXPECT_FALSE(read_object_key(damaged)) << "octet " << n << " bit " << bit;
-    }
+    std::string damaged = key_octets;
+    damaged[n] = static_cast<char>(damaged[n] ^ 1);
+    EXPECT_FALSE(read_object_key(damaged) || read_object_key(key_octets.substr(0, n))) << n;
   }
   EXPECT_FALSE(read_object_key(key_octets + '\0'));
   EXPECT_TRUE(write_object_key({"", "", std::string(65535, 'd')}));
@@ -95,30 +81,23 @@ TEST(ObjectKey, IsTheExactInverseAndDamageIsFound) {
 
 TEST_F(References, LocalOnesCarryTheirPartsThroughEveryForm) {
   const std::string data("\0\1\2\xff", 4);
-  const Handle made = create(data);
-  const Handle by_key(Reference::from_key(made->key()).release());
-  const Handle again(Reference::from_key(made->key()).release());
-  EXPECT_EQ(by_key.pointer, again.pointer);  // a hot key costs nothing
-  const Handle by_text = from_text(text_of(made));
-  const Handle by_corbaloc = from_text(taken(ZR_object_to_corbaloc(nullptr, made.pointer, nullptr)));
-  Decoding in(octets_of(made), native_little);
-  void* decoded = nullptr;
-  ASSERT_TRUE(OM_cdr_object(in, &decoded));
-  const Handle by_cdr(decoded);
-  for (const Handle* h : {&made, &by_key, &by_text, &by_corbaloc, &by_cdr}) {
-    ASSERT_NE(h->pointer, nullptr);
-    EXPECT_TRUE((*h)->is_local());
-    EXPECT_STREQ(ZR_object_get_ImplID(h->pointer, 0, nullptr), "impl");
-    EXPECT_STREQ(ZR_object_get_IntfID(h->pointer, 0, nullptr), "IDL:T:1.0");
-    EXPECT_STREQ(ZR_object_type_id(h->pointer), "IDL:T:1.0");
-    CORBA_sequence_octet* id = CORBA_BOA_get_id(nullptr, h->pointer, nullptr);
+  const Handle made = create(data), by_key = Reference::from_key(made->key());
+  EXPECT_EQ(by_key.get(), Reference::from_key(made->key()).get());  // a hot key costs nothing
+  Handle by_cdr;
+  ASSERT_TRUE(read_reference(Decoding(octets_of(made), native_little), &by_cdr));
+  for (const Handle& h : {made, by_key, from_text(text_of(made)), from_text(url_of(made)), by_cdr}) {
+    ASSERT_TRUE(h && h->is_local());
+    EXPECT_STREQ(ZR_object_get_ImplID(h.get(), 0, nullptr), "impl");
+    EXPECT_STREQ(ZR_object_get_IntfID(h.get(), 0, nullptr), "IDL:T:1.0");
+    EXPECT_STREQ(ZR_object_type_id(h.get()), "IDL:T:1.0");
+    CORBA_sequence_octet* id = CORBA_BOA_get_id(nullptr, h.get(), nullptr);
     ASSERT_NE(id, nullptr);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(id->_buffer), id->_length), data);
+    EXPECT_EQ(std::string(id->_buffer, id->_buffer + id->_length), data);
     CORBA_free(id);
-    EXPECT_TRUE(CORBA_object_is_equivalent(made.pointer, h->pointer));
-    EXPECT_EQ(CORBA_object_hash(made.pointer, 1000), CORBA_object_hash(h->pointer, 1000));
+    EXPECT_TRUE(CORBA_object_is_equivalent(made.get(), h.get()));
+    EXPECT_EQ(CORBA_object_hash(made.get(), 1000), CORBA_object_hash(h.get(), 1000));
   }
-  EXPECT_FALSE(CORBA_object_is_equivalent(made.pointer, create("other").pointer));
+  EXPECT_FALSE(CORBA_object_is_equivalent(made.get(), create("other").get()));
   EXPECT_FALSE(Reference::from_key("not ours"));
 }
 
@@ -133,12 +112,11 @@ TEST_F(References, LocalOnesAreWrittenWithEveryEndPoint) {
           "0100010000000000 0901010000000000"                // ISO 8859-1; UTF-16; no conversions
           "03000000 0c000000 01000000 02000000 6200 5100");  // another address: host "b", port 81
   const Handle made = create(std::string("\0\xff\x7f", 3), "ID", "i");
-  EXPECT_EQ(made->key(), key_octets);
   set_published_endpoints({{"h", 80}, {"b", 81}});
   EXPECT_EQ(octets_of(made), golden);
   set_published_endpoints({});
   Outcome env;
-  EXPECT_EQ(CORBA_ORB_object_to_string(nullptr, made.pointer, env), nullptr);  // nobody could reach it
+  EXPECT_EQ(CORBA_ORB_object_to_string(nullptr, made.get(), env), nullptr);  // nobody could reach it
   EXPECT_EQ(env.name(), "BAD_INV_ORDER");
 }
 
@@ -147,51 +125,37 @@ TEST_F(References, RefusalsSayWhy) {
   std::ofstream(file) << "# names\n  known # one\n\n\tother\r\n";
   ASSERT_EQ(load_impl_repository(file), "");
   std::remove(file.c_str());
-  const struct {
-    const char* what;
-    std::function<Handle(CORBA_Environment*)> make;
-    const char* exception;
-  } cases[] = {
-      {"null data", [](auto* env) { return Handle(ZR_create_object_reference(nullptr, "", "", env)); },
-       "BAD_PARAM"},
-      {"null interface", [](auto* env) { return create("", nullptr, "known", env); }, "BAD_PARAM"},
-      {"long data", [](auto* env) { return create(std::string(65536, 'x'), "", "known", env); }, "BAD_PARAM"},
-      {"name not listed", [](auto* env) { return create("", "", "unknown", env); }, "NO_IMPLEMENT"},
-      {"comment is no name", [](auto* env) { return create("", "", "# names", env); }, "NO_IMPLEMENT"},
-      {"name listed", [](auto* env) { return create("", "", "known", env); }, ""},
-      {"name with a carriage return", [](auto* env) { return create("", "", "other", env); }, ""},
-      {"the broker's own", [](auto* env) { return create("", "", "IDL:x:1.0", env); }, ""},
-      {"interface not linked in",
-       [](auto* env) { return Handle(CORBA_Repository_lookup_id(nullptr, "IDL:none:1.0", env)); },
-       "INTF_REPOS"},
+  Outcome env;
+  const auto refused = [&](const char* impl, const char* intf = "", std::size_t length = 0) {
+    const bool made = !!create(std::string(length, 'x'), intf, impl, env);
+    return made ? "" : env.name();
   };
-  for (const auto& c : cases) {
-    Outcome env;
-    const Handle made = c.make(env);
-    EXPECT_EQ(env.name(), c.exception) << c.what;
-    EXPECT_EQ(made.pointer == nullptr, *c.exception != '\0') << c.what;
-  }
+  for (const char* impl : {"known", "other", "IDL:the broker's own:1.0"})
+    EXPECT_EQ(refused(impl), "") << impl;
+  for (const char* impl : {"unknown", "# names"}) EXPECT_EQ(refused(impl), "NO_IMPLEMENT") << impl;
+  EXPECT_EQ(refused("known", nullptr), "BAD_PARAM");
+  EXPECT_EQ(refused("known", "", 65536), "BAD_PARAM");
+  EXPECT_EQ(ZR_create_object_reference(nullptr, "", "", env), nullptr);
+  EXPECT_EQ(env.name(), "BAD_PARAM");
+  EXPECT_EQ(CORBA_Repository_lookup_id(nullptr, "IDL:none:1.0", env), nullptr);
+  EXPECT_EQ(env.name(), "INTF_REPOS");
   EXPECT_NE(load_impl_repository(file), "");
   EXPECT_FALSE(is_known_impl("unknown"));  // the failed load changed nothing
 }
 
 TEST_F(References, BindingHappensOnce) {
   Outcome env;
-  const Handle a = create("a"), same = create("a"), b = create("b");
-  const Handle foreign = from_text("corbaloc:iiop:elsewhere/key");
+  const Handle a = create("a"), same = create("a");
   const auto bind = [&](const Handle& h) {
-    CORBA_ORB_bind_object2(nullptr, h.pointer, nullptr, env);
+    CORBA_ORB_bind_object2(nullptr, h.get(), nullptr, env);
     return env.name();
   };
   EXPECT_EQ(bind(a), "");
   EXPECT_EQ(bind(same), "BAD_INV_ORDER");
-  EXPECT_EQ(bind(b), "");
-  EXPECT_EQ(bind(foreign), "INV_OBJREF");
-  EXPECT_EQ(bind(Handle(nullptr)), "BAD_PARAM");
-  EXPECT_EQ(ZR_bound_objects(), 2u);
-  CORBA_ORB_unbind_object2(nullptr, same.pointer, nullptr, env);
-  CORBA_ORB_unbind_object2(nullptr, same.pointer, nullptr, env);
-  EXPECT_EQ(env.name(), "");
+  EXPECT_EQ(bind(create("b")), "");
+  EXPECT_EQ(bind(from_text("corbaloc:iiop:elsewhere/key")), "INV_OBJREF");
+  EXPECT_EQ(bind({}), "BAD_PARAM");
+  for (int i = 0; i < 2; ++i) CORBA_ORB_unbind_object2(nullptr, same.get(), nullptr, env);
   EXPECT_EQ(ZR_bound_objects(), 1u);
   set_binding_open(false);
   EXPECT_EQ(ZR_bound_objects(), 0u);
@@ -206,43 +170,39 @@ const std::string golden_reference =
         "00000063 00000002 aabb 0000"                    // an unknown component of 2 octets; padding
         "4d000000 03000000 010203");                     // an unknown profile of 3 octets
 
+std::string addresses_of(const Handle& h) {
+  std::string text = h ? "" : "nil";
+  for (const IiopProfile& p : h ? h->iiop() : std::vector<IiopProfile>())
+    text += "1." + std::to_string(p.minor) + " " + p.host + " " + std::to_string(p.port) + " " + p.key + ";";
+  return text;
+}
+
 TEST_F(References, ForeignOnesAreWrittenBackAsTheyCame) {
-  Decoding in(golden_reference, true);
-  Ref<Reference> read;
-  ASSERT_TRUE(read_reference(in, &read));
+  Handle read;
+  ASSERT_TRUE(read_reference(Decoding(golden_reference, true), &read));
   ASSERT_TRUE(read);
   EXPECT_FALSE(read->is_local());
   EXPECT_EQ(read->type_id(), "IDL:X");
-  EXPECT_EQ(read->key(), "key");
-  ASSERT_EQ(read->iiop().size(), 2u);
-  EXPECT_EQ(read->iiop()[0].host + std::to_string(read->iiop()[0].port), "h80");
-  EXPECT_EQ(read->iiop()[1].host + std::to_string(read->iiop()[1].port), "b81");
-  EXPECT_EQ(read->iiop()[1].key, "key");
+  EXPECT_EQ(addresses_of(read), "1.2 h 80 key;1.2 b 81 key;");
   ASSERT_EQ(read->iiop()[0].components.size(), 2u);
   EXPECT_EQ(read->iiop()[0].components[1].octets, hex("aa bb"));
   Outcome env;
   EXPECT_EQ(CORBA_BOA_get_id(nullptr, read.get(), env), nullptr);
   EXPECT_EQ(env.name(), "INV_OBJREF");
   EXPECT_STREQ(ZR_object_get_ImplID(read.get(), 0, nullptr), "");
-  if (native_little) {
-    Encoding out;
-    ASSERT_TRUE(write_reference(out, read.get()));
-    EXPECT_EQ(out.octets(), golden_reference);
-  }
+  EXPECT_TRUE(!native_little || octets_of(read) == golden_reference);
 }
 
 TEST_F(References, CutAndDamagedOctetsAreRefusedAndMoveNothing) {
   std::vector<std::string> bad;
   for (std::size_t n = 0; n < golden_reference.size(); ++n) bad.push_back(golden_reference.substr(0, n));
-  const auto damaged = [&](std::size_t at, char value) {
+  // counts of profiles and components; lengths of profile, key and component; byte order; the NUL of the host
+  const std::pair<std::size_t, char> damages[] = {{15, 0x7f}, {44, 0x7f}, {36, 0x7f}, {73, 0x7f},
+                                                  {20, 0x35}, {24, 2},    {33, 1}};
+  for (const auto& [at, value] : damages) {
     bad.push_back(golden_reference);
     bad.back()[at] = value;
-  };
-  // counts of profiles and components; lengths of profile, key and component; byte order; the NUL of the host
-  for (std::size_t at : {15u, 44u, 36u, 73u}) damaged(at, 0x7f);
-  damaged(20, 0x35);
-  damaged(24, 2);
-  damaged(33, 0x01);
+  }
   int target = 0;
   for (const std::string& octets : bad) {
     Decoding in(octets, true);
@@ -253,52 +213,34 @@ TEST_F(References, CutAndDamagedOctetsAreRefusedAndMoveNothing) {
   }
 }
 
-std::string addresses_of(const Handle& h) {
-  if (!h.pointer) return "nil";
-  std::string text;
-  for (const IiopProfile& p : h->iiop()) {
-    text +=
-        (text.empty() ? "1." : ",1.") + std::to_string(p.minor) + " " + p.host + " " + std::to_string(p.port);
-  }
-  return text;
-}
-
 TEST_F(References, TextsAreRead) {
-  const std::string key = "/k%00%2fey";
-  const struct {
-    std::string text, read;  // the second: addresses, or "nil"
-  } cases[] = {
-      {"IOR:00000000000000010000000000000000", "nil"},
+  const std::string key = "/k%2fey", nil = "IOR:00000000000000010000000000000000", at = "corbaloc:iiop:";
+  const std::pair<std::string, std::string> cases[] = {
+      {nil, "nil"},
       {"ior:01000000010000000000000000000000", "nil"},
-      {"corbaloc:iiop:host" + key, "1.0 host 2809"},
-      {"corbaloc::host:80" + key, "1.0 host 80"},
-      {"corbaloc:iiop:1.2@[fe80::1]:80,iiop:1.1@b" + key, "1.2 fe80::1 80,1.1 b 2809"},
+      {at + "host" + key, "1.0 host 2809 k/ey;"},
+      {"corbaloc::host:80/%00", std::string("1.0 host 80 \0;", 14)},
+      {at + "1.2@[fe80::1]:80,iiop:1.1@b" + key, "1.2 fe80::1 80 k/ey;1.1 b 2809 k/ey;"},
   };
-  for (const auto& c : cases) {
-    const Handle read = from_text(c.text);
-    EXPECT_EQ(addresses_of(read), c.read) << c.text;
-    EXPECT_TRUE(CORBA_object_is_equivalent(read.pointer, from_text(text_of(read)).pointer)) << c.text;
-    if (read.pointer) {
-      EXPECT_EQ(read->key(), std::string("k\0/ey", 5));
-    }
+  for (const auto& [text, wanted] : cases) {
+    const Handle read = from_text(text);
+    EXPECT_EQ(addresses_of(read), wanted) << text;
+    EXPECT_TRUE(CORBA_object_is_equivalent(read.get(), from_text(text_of(read)).get())) << text;
   }
-  const std::string nil = cases[0].text, at = "corbaloc:iiop:";
   for (const std::string& text :
        {nil + "00", nil.substr(0, 34), nil.substr(0, 35), nil.substr(0, 35) + "g", nil.substr(0, 4),
         std::string(), at + "host", at + "host/", at + "host/a%2", at + "host/a b", at + "1.3@host" + key,
         at + "host:0" + key, at + "host:65536" + key, at + "[::1" + key, at + "::1:80" + key,
         at + "host," + key, "corbaloc:rir:" + key}) {
     Outcome env;
-    EXPECT_EQ(from_text(text, env).pointer, nullptr) << text;
+    EXPECT_FALSE(from_text(text, env)) << text;
     EXPECT_EQ(env.name(), "BAD_PARAM") << text;
   }
-  EXPECT_EQ(text_of(Handle(nullptr)), native_little ? "IOR:01000000010000000000000000000000" : cases[0].text);
+  EXPECT_EQ(text_of({}), native_little ? "IOR:01000000010000000000000000000000" : nil);
 }
 
 TEST_F(References, OthersTurnLocalOnlyWithOurKeyAtOurAddress) {
-  const Handle made = create("data");
-  const std::string text = taken(ZR_object_to_corbaloc(nullptr, made.pointer, nullptr));
-  const std::string key = text.substr(text.find('/'));
+  const std::string text = url_of(create("data")), key = text.substr(text.find('/'));
   const std::pair<std::string, bool> cases[] = {{"corbaloc:iiop:here:4000" + key, true},
                                                 {"corbaloc:iiop:other:1,iiop:[::1]:4001" + key, true},
                                                 {"corbaloc:iiop:here:4001" + key, false},
@@ -308,7 +250,7 @@ TEST_F(References, OthersTurnLocalOnlyWithOurKeyAtOurAddress) {
 }
 
 TEST_F(References, ForwardsAreFollowedUntilTheyAreTooMany) {
-  Ref<Reference> from = Reference::make_local("i", "t", "1"), to = Reference::make_local("i", "t", "2");
+  const Handle from = Reference::make_local("i", "t", "1"), to = Reference::make_local("i", "t", "2");
   for (int i = 0; i < 3 * ZR_FORWARD_LIMIT; ++i) {
     EXPECT_TRUE(from->set_forward(to));
     if (i < 2 * ZR_FORWARD_LIMIT) from->answered();

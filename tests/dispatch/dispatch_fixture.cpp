@@ -2,29 +2,33 @@
 
 #include <dlfcn.h>
 
-#include <cstdlib>
+#include <sstream>
 
 namespace {
 
-std::atomic<UpcallWitness*> witness{nullptr};
-std::atomic<CoreCalls*> core_calls{nullptr};
+/// Handles a request; the witness, if there is one, sees the result.
+void handle(void* target, void* request, CORBA_Environment* env) {
+  UpcallWitness* witness = UpcallWitness::current;
+  call_cpp_handler(witness ? witness->redirect(target) : target, request, env);
+  if (!witness) return;
+  CDR* cdr = nullptr;
+  OM_req_lib_UNO_IIOP_get_cdr(static_cast<ZR_ServerRequest*>(request)->info->request, &cdr);
+  witness->add({env->_major, std::string(cdr->out_base, cdr->out_next)});
+}
 
-/// The ORB with options of these tests: no tick of its own, a short time limit. Every upcall passes the
-/// witness.
+/// The ORB with options of these tests: no tick of its own. Every upcall passes the witness.
 class DispatchOrb : public testing::Environment {
  public:
   void SetUp() override {
-    const std::string threads = std::to_string(requests_at_once);
-    const char* options[] = {"test",  "-ORBTick",    "3600000",      "-ORBTimeout",
-                             "20000", "-ORBThreads", threads.c_str()};
-    char* argv[8] = {};
+    std::string words[] = {"test", "-ORBTick", "3600000", "-ORBThreads", std::to_string(requests_at_once)};
+    char* argv[6] = {};
     int argc = 0;
-    for (const char* option : options) argv[argc++] = const_cast<char*>(option);
+    for (std::string& word : words) argv[argc++] = word.data();
     orb_ = CORBA_ORB_init(&argc, argv, "", CORBA::Environment()._evp);
     ASSERT_NE(orb_, nullptr);
     _cpp_poa_init = [](void* orb, void* boa) {
       void* root = _poa_init(orb, boa);
-      _call_cpp_ = UpcallWitness::handle;
+      _call_cpp_ = handle;
       return root;
     };
     ASSERT_NE(test_root_poa(), nullptr);
@@ -40,12 +44,11 @@ class DispatchOrb : public testing::Environment {
 
 std::string describe(const char* id, CORBA::ULong minor, CORBA::ULong completed) {
   constexpr const char* completions[] = {"YES", "NO", "MAYBE"};
-  std::string name(id);
-  name.erase(0, name.rfind('/') + 1);
-  name.erase(name.find(':'));
-  char line[100];
-  std::snprintf(line, sizeof line, "%s 0x%x %s", name.c_str(), minor, completions[completed]);
-  return line;
+  const std::string_view name(id);
+  const auto start = name.rfind('/') + 1;
+  std::ostringstream line;
+  line << name.substr(start, name.find(':', start) - start) << " 0x" << std::hex << minor;
+  return line.str() + " " + completions[completed];
 }
 
 std::string describe(const CORBA_Environment& env) {
@@ -60,12 +63,6 @@ std::string failure(CORBA::ULong completed) {
 
 }  // namespace
 
-// ---- Calls ----------------------------------------------------------------------------------------------
-
-std::string road_name(const testing::TestParamInfo<Road>& info) {
-  return info.param == Road::InProcess ? "InProcess" : "Socket";
-}
-
 CORBA::Object_var seen_from(Road road, CORBA::Object* object) {
   if (road == Road::InProcess) return CORBA::Object::_duplicate(object);
   CORBA::Environment env;
@@ -77,13 +74,6 @@ CORBA::Object_var seen_from(Road road, CORBA::Object* object) {
   auto* seen = new CORBA::Object;
   seen->set_ref(CORBA_ORB_string_to_object(test_orb(), text.c_str(), env._evp));
   return seen;
-}
-
-Demo::Echo_var echo_from(Road road, CORBA::Object* object) {
-  const CORBA::Object_var seen = seen_from(road, object);
-  auto* stub = new Demo::_st_Demo_Echo;
-  stub->set_ref(CORBA_object_duplicate(seen->get_ref(), nullptr));
-  return stub;
 }
 
 std::string outcome(const std::function<void()>& call) {
@@ -115,15 +105,6 @@ std::string outcome(CORBA::Object* object, const char* operation, bool response_
   return read ? describe(*env._evp) : "malformed";
 }
 
-// ---- Servants -------------------------------------------------------------------------------------------
-
-PortableServer::ObjectId oid(const std::string& text) {
-  const PortableServer::ObjectId_var id(PortableServer::string_to_ObjectId(text.c_str()));
-  return id.in();
-}
-
-std::string text(const PortableServer::ObjectId& id) { return std::string(oid_view(id)); }
-
 std::string current_object() {
   try {
     const PortableServer::POA_var poa = poa_current->get_POA();
@@ -135,113 +116,11 @@ std::string current_object() {
   }
 }
 
-char* TestServant::echo_string(const char* s, CORBA::Environment&) {
-  work();
-  return CORBA::string_dup(s);
-}
-
-CORBA::Long TestServant::add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) {
-  work();
-  return a + b;
-}
-
-Demo::Octets* TestServant::echo_octets(const Demo::Octets& data, CORBA::Environment&) {
-  work();
-  return new Demo::Octets(data);
-}
-
-void TestServant::refuse(const char* why, CORBA::Long code, CORBA::Environment&) {
-  work();
-  throw Demo::Refused(why, code);
-}
-
-void TestServant::note(const char* s, CORBA::Environment&) {
-  {
-    std::lock_guard lock(mutex_);
-    notes_.emplace_back(s);
-  }
-  work();
-}
-
-CORBA::Long TestServant::notes(CORBA::Environment&) {
-  work();
-  return static_cast<CORBA::Long>(noted().size());
-}
-
-std::vector<std::string> TestServant::noted() {
-  std::lock_guard lock(mutex_);
-  return notes_;
-}
-
-char* TestServant::who(CORBA::Environment&) {
-  work();
-  return CORBA::string_dup(current_object().c_str());
-}
-
-void TestServant::sleep_ms(CORBA::ULong, CORBA::Environment&) { work(); }
-
-CORBA::Boolean TestServant::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
-  if (!in_invoke) return Echo::invoke(request, env);
-  in_invoke();
-  return 1;
-}
-
-Scene::~Scene() {
-  try {
-    if (poa.in()) poa->destroy(false, false);
-  } catch (const CORBA::BAD_PARAM&) {  // the test did it
-  }
-  CORBA::release(manager);
-}
-
-// ---- Witnesses ------------------------------------------------------------------------------------------
-
-UpcallWitness::UpcallWitness() { witness = this; }
-UpcallWitness::~UpcallWitness() { witness = nullptr; }
-
-void UpcallWitness::handle(void* target, void* request, CORBA_Environment* env) {
-  UpcallWitness* one = witness;
-  call_cpp_handler(one ? one->redirect(target) : target, request, env);
-  if (!one) return;
-  const ZR_RequestInfo& info = *static_cast<ZR_ServerRequest*>(request)->info;
-  CDR* cdr = nullptr;
-  OM_req_lib_UNO_IIOP_get_cdr(info.request, &cdr);
-  std::lock_guard lock(one->mutex_);
-  one->handled_.push_back(
-      {info.operation, info.response_expected != 0, env->_major, std::string(cdr->out_base, cdr->out_next)});
-  one->more_.notify_all();
-}
-
-std::vector<Handled> UpcallWitness::wait_for(std::size_t count) {
-  std::unique_lock lock(mutex_);
-  EXPECT_TRUE(more_.wait_for(lock, patience, [&] { return handled_.size() >= count; }));
-  return handled_;
-}
-
-CoreCalls::CoreCalls() { core_calls = this; }
-CoreCalls::~CoreCalls() { core_calls = nullptr; }
-
-std::vector<std::string> CoreCalls::take() {
-  std::lock_guard lock(mutex_);
-  return std::exchange(calls_, {});
-}
-
-void CoreCalls::refuse(std::string start) {
-  std::lock_guard lock(mutex_);
-  refused_ = std::move(start);
-}
-
-bool CoreCalls::note(const std::string& call) {
-  std::lock_guard lock(mutex_);
-  calls_.push_back(call);
-  return call.rfind(refused_, 0) == 0;
-}
-
 namespace {
 
 /// Notes a call of the core. True: it is to fail, and does.
 bool refused(const std::string& call, CORBA_Environment* env) {
-  CoreCalls* calls = core_calls;
+  CoreCalls* calls = CoreCalls::current;
   if (!calls || !calls->note(call)) return false;
   CORBA_BOA_set_standard_exception(env, "IDL:CORBA/StExcep/NO_RESOURCES:1.0", 0, CORBA_COMPLETED_NO);
   return true;
@@ -270,15 +149,4 @@ void* KQ_ImplementationRep_lookup_id(void* rep, const char* name, CORBA_Environm
 void CORBA_BOA_impl_is_ready(void* boa, void* definition, CORBA_Environment* env) {
   static auto* const real = in_the_core("CORBA_BOA_impl_is_ready", &CORBA_BOA_impl_is_ready);
   if (!refused("ready", env)) real(boa, definition, env);
-}
-
-Unregistered::Unregistered()
-    : name_(POA_impl_name.exchange(nullptr)), ready_(POA_impl_is_ready_fl.exchange(0)) {
-  clear_implementation_table();
-}
-
-Unregistered::~Unregistered() {
-  clear_implementation_table();
-  CORBA::string_free(const_cast<char*>(POA_impl_name.exchange(name_)));
-  POA_impl_is_ready_fl = ready_;
 }

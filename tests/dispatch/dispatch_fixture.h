@@ -7,7 +7,7 @@
 #include <functional>
 #include <future>
 #include <mutex>
-#include <thread>
+#include <ostream>
 
 #include "echo.h"
 #include "orb_fixture.h"
@@ -16,32 +16,31 @@
 #include "raised.h"
 #include "trace_recorder.h"
 
-/// How long a test waits for what has to come.
-inline constexpr std::chrono::seconds patience{30};
-/// How long it watches that something does not come.
-inline constexpr std::chrono::milliseconds a_while{50};
-/// How many requests the ORB of these tests runs at once.
-inline constexpr int requests_at_once = 12;
-
-// ---- Calls ----------------------------------------------------------------------------------------------
+inline constexpr std::chrono::seconds patience{30};      // for what has to come
+inline constexpr std::chrono::milliseconds a_while{50};  // for what is not to come
+inline constexpr int requests_at_once = 12;              // that the ORB of these tests runs
 
 /// Where a client is: in this process, or behind a socket.
 enum class Road { InProcess, Socket };
-std::string road_name(const testing::TestParamInfo<Road>& info);
+inline std::ostream& operator<<(std::ostream& out, Road road) {
+  return out << (road == Road::InProcess ? "InProcess" : "Socket");
+}
 
 /// `object` as a client on that road knows it.
 CORBA::Object_var seen_from(Road road, CORBA::Object* object);
-Demo::Echo_var echo_from(Road road, CORBA::Object* object);
 
 /// What a call came to: "done", a user exception's id, or a system exception as "TRANSIENT 0x4b510301 NO".
 std::string outcome(const std::function<void()>& call);
 /// The same of an operation without arguments, by its name. "sent" without `response_expected`.
-std::string outcome(CORBA::Object* object, const char* operation, bool response_expected = true);
+std::string outcome(CORBA::Object* object, const char* operation = "notes", bool response_expected = true);
+inline std::future<std::string> outcome_of_a_thread(CORBA::Object* object) {
+  return std::async(std::launch::async, [object] { return outcome(object); });
+}
 
-// ---- Servants -------------------------------------------------------------------------------------------
-
-PortableServer::ObjectId oid(const std::string& text);
-std::string text(const PortableServer::ObjectId& id);
+inline PortableServer::ObjectId oid(const std::string& text) {
+  return PortableServer::ObjectId_var(PortableServer::string_to_ObjectId(text.c_str())).in();
+}
+inline std::string text(const PortableServer::ObjectId& id) { return std::string(oid_view(id)); }
 /// "poa:id" of the calling thread's request as the POA Current tells it; "none" outside requests.
 std::string current_object();
 
@@ -50,70 +49,69 @@ class TestServant : public POA_Demo::Echo {
   explicit TestServant(std::function<void()> what = [] {}) : work(std::move(what)) {}
   ~TestServant() override { gone(); }
 
-  char* echo_string(const char* s, CORBA::Environment& env) override;
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment& env) override;
-  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment& env) override;
-  void refuse(const char* why, CORBA::Long code, CORBA::Environment& env) override;
-  void note(const char* s, CORBA::Environment& env) override;
-  CORBA::Long notes(CORBA::Environment& env) override;
-  char* who(CORBA::Environment& env) override;
-  void sleep_ms(CORBA::ULong ms, CORBA::Environment& env) override;
-  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
-
+  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
+  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
+  Demo::Octets* echo_octets(const Demo::Octets& d, CORBA::Environment&) override { return new auto(d); }
+  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
+    throw Demo::Refused(why, code);
+  }
+  void note(const char*, CORBA::Environment&) override {}
+  CORBA::Long notes(CORBA::Environment&) override { return work(), 0; }
+  char* who(CORBA::Environment&) override { return CORBA::string_dup(current_object().c_str()); }
+  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override {
+    if (!in_invoke) return Echo::invoke(request, env);
+    in_invoke();
+    return 1;
+  }
   /// Its lifespan is over now.
   void expire() { _timer = 1; }
-  std::vector<std::string> noted();
 
-  std::function<void()> work;       // what every operation of Echo does first
+  std::function<void()> work;       // of the operation notes
   std::function<void()> in_invoke;  // in place of the skeleton, when set
   std::function<void()> gone = [] {};
-
- private:
-  std::mutex mutex_;
-  std::vector<std::string> notes_;  // guarded by mutex_
 };
+
+using PortableServer::ObjectId;
+using PortableServer::ServantBase;
 
 class Activator : public PortableServer_ServantActivator_impl {
  public:
-  PortableServer::ServantBase* incarnate(const PortableServer::ObjectId& id, PortableServer::POA* poa,
-                                         CORBA::Environment&) override {
+  ServantBase* incarnate(const ObjectId& id, PortableServer::POA* poa, CORBA::Environment&) override {
     return on_incarnate(id, poa);
   }
-  void etherealize(const PortableServer::ObjectId& id, PortableServer::POA*, PortableServer::ServantBase* s,
-                   CORBA::Boolean cleanup, CORBA::Boolean remaining, CORBA::Environment&) override {
-    on_etherealize(text(id), s, cleanup, remaining);
+  void etherealize(const ObjectId& id, PortableServer::POA*, ServantBase* servant, CORBA::Boolean cleanup,
+                   CORBA::Boolean remaining, CORBA::Environment&) override {
+    on_etherealize(text(id), servant, cleanup, remaining);
   }
-  std::function<PortableServer::ServantBase*(const PortableServer::ObjectId&, PortableServer::POA*)>
-      on_incarnate = [](auto&, auto*) { return nullptr; };
-  std::function<void(std::string, PortableServer::ServantBase*, bool, bool)> on_etherealize =
-      [](std::string, auto*, bool, bool) {};
+  std::function<ServantBase*(const ObjectId&, PortableServer::POA*)> on_incarnate = [](auto&, auto*) {
+    return nullptr;
+  };
+  std::function<void(std::string, ServantBase*, bool, bool)> on_etherealize = [](auto, auto*, bool, bool) {};
 };
 
 class Locator : public PortableServer_ServantLocator_impl {
  public:
-  PortableServer::ServantBase* preinvoke(const PortableServer::ObjectId& id, PortableServer::POA*,
-                                         const char* operation, Cookie& cookie,
-                                         CORBA::Environment&) override {
+  ServantBase* preinvoke(const ObjectId& id, PortableServer::POA*, const char* operation, Cookie& cookie,
+                         CORBA::Environment&) override {
     return on_preinvoke(text(id) + "." + operation, cookie);
   }
-  void postinvoke(const PortableServer::ObjectId& id, PortableServer::POA*, const char* operation,
-                  Cookie cookie, PortableServer::ServantBase* servant, CORBA::Environment&) override {
+  void postinvoke(const ObjectId& id, PortableServer::POA*, const char* operation, Cookie cookie,
+                  ServantBase* servant, CORBA::Environment&) override {
     on_postinvoke(text(id) + "." + operation, cookie, servant);
   }
-  std::function<PortableServer::ServantBase*(std::string, Cookie&)> on_preinvoke = [](auto, auto&) {
-    return nullptr;
-  };
-  std::function<void(std::string, Cookie, PortableServer::ServantBase*)> on_postinvoke = [](auto, auto,
-                                                                                            auto*) {};
+  std::function<ServantBase*(std::string, Cookie&)> on_preinvoke = [](auto, auto&) { return nullptr; };
+  std::function<void(std::string, Cookie, ServantBase*)> on_postinvoke = [](auto, auto, auto*) {};
 };
 
 /// A POA with a manager of its own, ACTIVE, and what may serve in it. Destroyed at the end.
 class Scene {
  public:
   explicit Scene(PortableServer::POA* parent) : parent_(parent) { manager->activate(); }
-  ~Scene();
-  Scene(const Scene&) = delete;
-  Scene& operator=(const Scene&) = delete;
+  ~Scene() {
+    if (poa.in()) outcome([this] { poa->destroy(false, false); });  // unless the test did it
+    CORBA::release(manager);
+  }
 
   /// Makes the POA: USER_ID and these policies.
   template <class... Policy>
@@ -122,7 +120,16 @@ class Scene {
     poa = parent_->create_POA(name.c_str(), manager, policies(parent_, PortableServer::USER_ID, values...));
     return *this;
   }
-  Scene& activate(const std::string& id, PortableServer::ServantBase* s) {
+  Scene& with_activator() {
+    with(PortableServer::USE_SERVANT_MANAGER).poa->set_servant_manager(&activator);
+    return *this;
+  }
+  Scene& with_locator() {
+    using namespace PortableServer;
+    with(NON_RETAIN, USE_SERVANT_MANAGER, MULTIPLE_ID).poa->set_servant_manager(&locator);
+    return *this;
+  }
+  Scene& activate(const std::string& id, ServantBase* s) {
     poa->activate_object_with_id(oid(id), s);
     return *this;
   }
@@ -149,36 +156,32 @@ class Dispatch : public AdapterTest, public testing::WithParamInterface<Road> {
   /// There is a child POA by now, so this announces the process: requests are served from here on.
   Dispatch() { default_poa_manager->activate(); }
   CORBA::Object_var seen(CORBA::Object* object) { return seen_from(GetParam(), object); }
-  Demo::Echo_var echo(CORBA::Object* object) { return echo_from(GetParam(), object); }
+  Demo::Echo_var echo(CORBA::Object* object) {
+    auto* stub = new Demo::_st_Demo_Echo;
+    stub->set_ref(CORBA_object_duplicate(seen(object)->get_ref(), nullptr));
+    return stub;
+  }
 };
-#define BOTH_ROADS(Suite) \
-  INSTANTIATE_TEST_SUITE_P(Roads, Suite, testing::Values(Road::InProcess, Road::Socket), road_name)
-
-// ---- Witnesses ------------------------------------------------------------------------------------------
+#define BOTH_ROADS(Suite)                                                                \
+  INSTANTIATE_TEST_SUITE_P(Roads, Suite, testing::Values(Road::InProcess, Road::Socket), \
+                           testing::PrintToStringParamName())
 
 /// Something that happens once; waiting is bounded.
 class Event {
  public:
   void set() {
-    std::lock_guard lock(mutex_);
-    if (!std::exchange(happened_, true)) promise_.set_value();
+    std::call_once(once_, [this] { promise_.set_value(); });
   }
-  /// True when it happened within the time.
-  bool wait(std::chrono::milliseconds limit = patience) const {
-    return future_.wait_for(limit) == std::future_status::ready;
-  }
+  bool wait() const { return future_.wait_for(patience) == std::future_status::ready; }
 
  private:
-  std::mutex mutex_;
-  bool happened_ = false;
+  std::once_flag once_;
   std::promise<void> promise_;
   std::shared_future<void> future_ = promise_.get_future().share();
 };
 
 /// One request as it left the adapter's upcall.
 struct Handled {
-  std::string operation;
-  bool response_expected = false;
   uint32_t major = 0;  // of the upcall's environment
   std::string reply;   // the message as far as it was encoded
 };
@@ -186,17 +189,23 @@ struct Handled {
 /// While one lives, it sees what the upcall made of each request. One at a time.
 class UpcallWitness {
  public:
-  UpcallWitness();
-  ~UpcallWitness();
-  UpcallWitness(const UpcallWitness&) = delete;
-  UpcallWitness& operator=(const UpcallWitness&) = delete;
-
+  UpcallWitness() { current = this; }
+  ~UpcallWitness() { current = nullptr; }
+  void add(Handled one) {
+    std::lock_guard lock(mutex_);
+    handled_.push_back(std::move(one));
+    more_.notify_all();
+  }
   /// The first `count` requests; fewer, and a failure, when they do not come.
-  std::vector<Handled> wait_for(std::size_t count);
+  std::vector<Handled> wait_for(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(more_.wait_for(lock, patience, [&] { return handled_.size() >= count; }));
+    return handled_;
+  }
   /// The next requests are for this target instead.
   std::function<void*(void* target)> redirect = [](void* target) { return target; };
 
-  static void handle(void* target, void* request, CORBA_Environment* env);
+  static inline std::atomic<UpcallWitness*> current{nullptr};
 
  private:
   std::mutex mutex_;
@@ -205,19 +214,27 @@ class UpcallWitness {
 };
 
 /// While one lives, it sees the adapter's calls of the ORB core for registration and queues: "lookup NAME",
-/// "ready NAME", "queue CODE NAME". One at a time.
+/// "ready", "queue CODE NAME". One at a time.
 class CoreCalls {
  public:
-  CoreCalls();
-  ~CoreCalls();
-  CoreCalls(const CoreCalls&) = delete;
-  CoreCalls& operator=(const CoreCalls&) = delete;
-
-  std::vector<std::string> take();
+  CoreCalls() { current = this; }
+  ~CoreCalls() { current = nullptr; }
+  std::vector<std::string> take() {
+    std::lock_guard lock(mutex_);
+    return std::exchange(calls_, {});
+  }
   /// Calls that start with this fail with NO_RESOURCES.
-  void refuse(std::string start);
+  void refuse(std::string start) {
+    std::lock_guard lock(mutex_);
+    refused_ = std::move(start);
+  }
   /// Called for each: true when it is to fail.
-  bool note(const std::string& call);
+  bool note(const std::string& call) {
+    std::lock_guard lock(mutex_);
+    calls_.push_back(call);
+    return call.starts_with(refused_);
+  }
+  static inline std::atomic<CoreCalls*> current{nullptr};
 
  private:
   std::mutex mutex_;
@@ -228,12 +245,16 @@ class CoreCalls {
 /// For the length of a test: a process that has announced nothing.
 class Unregistered {
  public:
-  Unregistered();
-  ~Unregistered();
+  Unregistered() { clear_implementation_table(); }
+  ~Unregistered() {
+    clear_implementation_table();
+    CORBA::string_free(const_cast<char*>(POA_impl_name.exchange(name_)));
+    POA_impl_is_ready_fl = ready_;
+  }
   Unregistered(const Unregistered&) = delete;
   Unregistered& operator=(const Unregistered&) = delete;
 
  private:
-  const char* const name_;
-  const int ready_;
+  const char* const name_ = POA_impl_name.exchange(nullptr);
+  const int ready_ = POA_impl_is_ready_fl.exchange(0);
 };

@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -38,8 +36,6 @@ class ScriptedPeer {
     thread_.join();
     ::close(listener_);
   }
-  ScriptedPeer(const ScriptedPeer&) = delete;
-  ScriptedPeer& operator=(const ScriptedPeer&) = delete;
 
   /// A new handle to an object of this server.
   void* handle() const {
@@ -52,14 +48,14 @@ class ScriptedPeer {
 
  private:
   void serve() {
-    std::size_t next = 0;
-    while (next < script_.size()) {
+    for (auto next = script_.begin(); next != script_.end();) {
       const int fd = ::accept(listener_, nullptr, nullptr);
       if (fd < 0) return;
       connection_ = fd;
-      while (next < script_.size() && answer(fd, script_[next])) ++next;
-      if (next < script_.size() && script_[next].status == ScriptedReply::hang_up) ++next;
-      if (next == script_.size()) wait_for_end(fd);
+      while (next != script_.end() && answer(fd, *next)) ++next;
+      if (next != script_.end() && next->status == ScriptedReply::hang_up) ++next;
+      for (char octet = 0; next == script_.end() && ::recv(fd, &octet, 1, 0) > 0;) {
+      }
       connection_ = -1;
       ::close(fd);
     }
@@ -84,11 +80,6 @@ class ScriptedPeer {
     word(0);  // no service contexts; the body then stands at octet 24
     message += reply.body;
     return ::send(fd, message.data(), message.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(message.size());
-  }
-  static void wait_for_end(int fd) {
-    char octet = 0;
-    while (::recv(fd, &octet, 1, 0) > 0) {
-    }
   }
 
   const std::vector<ScriptedReply> script_;

@@ -29,68 +29,45 @@ std::string encoded(const std::string& text, std::size_t alignment = 4) {
   return octets;
 }
 
-template <class E, class Fn>
-void expect_failed(Fn&& fn, CORBA::CompletionStatus completed) {
+void expect_name(const char* name, RemotePOA& poa) {
   CORBA::Environment env;
-  try {
-    fn(env);
-    FAIL() << "nothing was thrown";
-  } catch (const CORBA::SystemException& e) {
-    EXPECT_EQ(typeid(e), typeid(E)) << e.id();
-    EXPECT_EQ(e.completed(), completed);
-    const auto* stored = CORBA::SystemException::_narrow(env.exception());
-    ASSERT_NE(stored, nullptr);
-    EXPECT_STREQ(stored->id(), e.id());
-    EXPECT_EQ(stored->completed(), completed);
-    EXPECT_EQ(env._evp->_major, uint32_t{CORBA_SYSTEM_EXCEPTION});
-  }
+  env.exception(new CORBA::BAD_PARAM);  // of an earlier call
+  EXPECT_STREQ(CORBA::String_var(poa.the_name(env)).in(), name);
+  EXPECT_TRUE(!env.exception() && env._evp->_major == 0);
 }
 
 TEST(Stubs, GiveResultsAndOutArguments) {
-  const std::string name = encoded("child");
-  ScriptedPeer peer({{ZR_REPLY_NO_EXCEPTION, name},
-                     {ZR_REPLY_NO_EXCEPTION, hex("02000000") + std::string(12, '\0').replace(0, 1, "\1") +
-                                                 std::string(12, '\0').replace(0, 1, "\1")},
+  const std::string nil = hex("01000000 00000000 00000000");
+  ScriptedPeer peer({{ZR_REPLY_NO_EXCEPTION, encoded("child")},
+                     {ZR_REPLY_NO_EXCEPTION, hex("02000000") + nil + nil},
                      {ZR_REPLY_NO_EXCEPTION, hex("00000000")},
                      {ZR_REPLY_NO_EXCEPTION, ""}});
   RemotePOA poa(peer.handle());
-  CORBA::Environment env;
-  env.exception(new CORBA::BAD_PARAM);  // of an earlier call
-  const CORBA::String_var got = poa.the_name(env);
-  EXPECT_STREQ(got.in(), "child");
-  EXPECT_EQ(env.exception(), nullptr);
-  EXPECT_EQ(env._evp->_major, 0u);
-  const POAList_var list = poa.the_children();
-  EXPECT_EQ(list->length(), 2u);
-  Remote<_st_PortableServer_Current> current(peer.handle());
-  const ObjectId_var id = current.get_object_id();
+  expect_name("child", poa);
+  EXPECT_EQ(POAList_var(poa.the_children())->length(), 2u);
+  const ObjectId_var id = Remote<_st_PortableServer_Current>(peer.handle()).get_object_id();
   EXPECT_EQ(id->length(), 0u);
   poa.deactivate_object(*id);
 }
 
 TEST(Stubs, FollowForwards) {
   ScriptedPeer there({{ZR_REPLY_NO_EXCEPTION, encoded("there")}, {ZR_REPLY_NO_EXCEPTION, encoded("again")}});
-  void* const forward = there.handle();
-  ScriptedPeer here({{ZR_REPLY_LOCATION_FORWARD, encoded(forward)}});
-  CORBA_object_release(forward);
+  const RemotePOA forward(there.handle());
+  ScriptedPeer here({{ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
   RemotePOA poa(here.handle());
-  CORBA::Environment env;
-  const CORBA::String_var name = poa.the_name(env);
-  EXPECT_STREQ(name.in(), "there");
-  EXPECT_EQ(env.exception(), nullptr);
-  EXPECT_EQ(env._evp->_major, 0u);
-  const CORBA::String_var again = poa.the_name();
-  EXPECT_STREQ(again.in(), "again") << "the new place is remembered";
-  EXPECT_EQ(here.requests(), 1);
+  expect_name("there", poa);
+  expect_name("again", poa);
+  EXPECT_EQ(here.requests(), 1) << "the new place is remembered";
 }
 
 TEST(Stubs, UserExceptions) {
   const std::string invalid = encoded(POA::InvalidPolicy::repository_id, 2);
-  ScriptedPeer peer({{ZR_REPLY_USER_EXCEPTION, encoded(POA::AdapterNonExistent::repository_id)},
-                     {ZR_REPLY_USER_EXCEPTION, encoded(POA::WrongPolicy::repository_id)},  // not find_POA's
-                     {ZR_REPLY_USER_EXCEPTION, invalid + hex("0300")},
-                     {ZR_REPLY_USER_EXCEPTION, invalid + hex("03")},
-                     {ZR_REPLY_USER_EXCEPTION, hex("05000000 41")}});
+  RemotePOA adapter(test_root_poa());
+  ScriptedPeer peer(
+      {{ZR_REPLY_USER_EXCEPTION, encoded(POA::AdapterNonExistent::repository_id)},
+       {ZR_REPLY_USER_EXCEPTION, encoded(POA::WrongPolicy::repository_id)},  // not find_POA's
+       {ZR_REPLY_USER_EXCEPTION, invalid + hex("0300")},
+       {ZR_REPLY_USER_EXCEPTION, encoded(ForwardRequest::repository_id) + encoded(adapter.get_ref())}});
   RemotePOA poa(peer.handle());
   expect_raised<POA::AdapterNonExistent>([&](auto& env) { poa.find_POA("x", 0, env); });
 
@@ -103,56 +80,57 @@ TEST(Stubs, UserExceptions) {
   const auto raised =
       expect_raised<POA::InvalidPolicy>([&](auto& ev) { poa.create_POA("x", nullptr, {}, ev); });
   EXPECT_EQ(raised.index(), 3);
-  expect_failed<CORBA::MARSHAL>([&](auto& ev) { poa.create_POA("x", nullptr, {}, ev); },
-                                CORBA::COMPLETED_YES);
-  expect_failed<CORBA::MARSHAL>([&](auto& ev) { poa.create_POA("x", nullptr, {}, ev); },
-                                CORBA::COMPLETED_YES);
-}
 
-TEST(Stubs, AForwardRequestBringsItsReference) {
-  RemotePOA adapter(test_root_poa());
-  ScriptedPeer peer(
-      {{ZR_REPLY_USER_EXCEPTION, encoded(ForwardRequest::repository_id) + encoded(adapter.get_ref())}});
   Remote<_st_PortableServer_ServantLocator> locator(peer.handle());
-  ObjectId id;
   ServantLocator::Cookie cookie = 7;
-  const auto raised =
-      expect_raised<ForwardRequest>([&](auto& env) { locator.preinvoke(id, &adapter, "op", cookie, env); });
-  ASSERT_NE(raised.forward_reference(), nullptr);
-  EXPECT_TRUE(raised.forward_reference()->_is_equivalent(test_root_poa()));
+  const auto forward = expect_raised<ForwardRequest>(
+      [&](auto& ev) { locator.preinvoke(ObjectId(), &adapter, "op", cookie, ev); });
+  ASSERT_NE(forward.forward_reference(), nullptr);
+  EXPECT_TRUE(forward.forward_reference()->_is_equivalent(test_root_poa()));
   EXPECT_EQ(cookie, 7u);
 }
 
 TEST(Stubs, FailuresSayWhatBecameOfTheCall) {
   const std::string permission = encoded("IDL:omg.org/CORBA/NO_PERMISSION:1.0");
-  ScriptedPeer peer({{ZR_REPLY_SYSTEM_EXCEPTION, permission + hex("07000000 02000000")},
-                     {ZR_REPLY_SYSTEM_EXCEPTION, permission + hex("07")},
-                     {ZR_REPLY_NO_EXCEPTION, hex("09000000 41")},
-                     {ZR_REPLY_LOCATION_FORWARD, hex("FFFFFFFF")},
-                     {ZR_REPLY_LOCATION_FORWARD, encoded(static_cast<void*>(nullptr))},
-                     {ScriptedReply::hang_up, ""},
-                     {ZR_REPLY_NO_EXCEPTION, ""}});  // never asked for
-  RemotePOA poa(peer.handle()), nowhere(static_cast<void*>(nullptr));
-  const auto name = [&](auto& env) { poa.the_name(env); };
-  expect_failed<CORBA::NO_PERMISSION>(name, CORBA::COMPLETED_MAYBE);
-  expect_failed<CORBA::MARSHAL>(name, CORBA::COMPLETED_MAYBE);
-  expect_failed<CORBA::MARSHAL>(name, CORBA::COMPLETED_YES);
-  expect_failed<CORBA::MARSHAL>(name, CORBA::COMPLETED_YES);
-  expect_failed<CORBA::INV_OBJREF>(name, CORBA::COMPLETED_NO);
-  expect_failed<CORBA::MARSHAL>([&](auto& env) { poa.set_servant(nullptr, env); }, CORBA::COMPLETED_NO);
-  expect_failed<CORBA::COMM_FAILURE>(name, CORBA::COMPLETED_MAYBE);
-  expect_failed<CORBA::INV_OBJREF>([&](auto& env) { nowhere.the_name(env); }, CORBA::COMPLETED_NO);
-  EXPECT_EQ(peer.requests(), 6) << "what does not marshal is not sent";
+  const std::string invalid = encoded(POA::InvalidPolicy::repository_id, 2);
+  const std::tuple<ScriptedReply, const char*, CORBA::CompletionStatus> rows[] = {
+      {{ZR_REPLY_SYSTEM_EXCEPTION, permission + hex("07000000 02000000")},
+       "NO_PERMISSION",
+       CORBA::COMPLETED_MAYBE},
+      {{ZR_REPLY_SYSTEM_EXCEPTION, permission + hex("07")}, "MARSHAL", CORBA::COMPLETED_MAYBE},
+      {{ZR_REPLY_NO_EXCEPTION, hex("09000000 41")}, "MARSHAL", CORBA::COMPLETED_YES},
+      {{ZR_REPLY_USER_EXCEPTION, invalid + hex("03")}, "MARSHAL", CORBA::COMPLETED_YES},
+      {{ZR_REPLY_USER_EXCEPTION, hex("05000000 41")}, "MARSHAL", CORBA::COMPLETED_YES},
+      {{ZR_REPLY_LOCATION_FORWARD, hex("FFFFFFFF")}, "MARSHAL", CORBA::COMPLETED_YES},
+      {{ZR_REPLY_LOCATION_FORWARD, encoded(static_cast<void*>(nullptr))}, "INV_OBJREF", CORBA::COMPLETED_NO},
+      {{ScriptedReply::hang_up, ""}, "COMM_FAILURE", CORBA::COMPLETED_MAYBE}};
+  const auto failed = [](const std::string& name, CORBA::CompletionStatus completed, auto&& call) {
+    CORBA::Environment env;
+    EXPECT_THROW(call(env), CORBA::SystemException) << name;
+    const auto* stored = CORBA::SystemException::_narrow(env.exception());
+    ASSERT_NE(stored, nullptr);
+    EXPECT_EQ(stored->_name(), name);
+    EXPECT_EQ(stored->completed(), completed) << name;
+  };
+  for (const auto& [reply, name, completed] : rows) {
+    ScriptedPeer peer({reply, {ZR_REPLY_NO_EXCEPTION, ""}});  // the second is never asked for
+    RemotePOA poa(peer.handle());
+    failed("MARSHAL", CORBA::COMPLETED_NO, [&](auto& env) { poa.set_servant(nullptr, env); });
+    failed(name, completed, [&](auto& env) { poa.create_POA("x", nullptr, {}, env); });
+    EXPECT_EQ(peer.requests(), 1) << "what does not marshal is not sent";
+  }
+  failed("INV_OBJREF", CORBA::COMPLETED_NO,
+         [](auto& env) { RemotePOA(static_cast<void*>(nullptr)).the_name(env); });
 }
 
 TEST(Stubs, TheIIOPPartLeavesTheRequestToItsCaller) {
   ScriptedPeer there({});
-  void* const forward = there.handle();
+  const RemotePOA forward(there.handle());
   ScriptedPeer peer(
-      {{ZR_REPLY_NO_EXCEPTION, encoded("name")}, {ZR_REPLY_LOCATION_FORWARD, encoded(forward)}});
-  CORBA_object_release(forward);
+      {{ZR_REPLY_NO_EXCEPTION, encoded("name")}, {ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
   RemotePOA poa(peer.handle());
-  const auto call = [&](auto& env) {
+  CORBA::Environment env;
+  const auto call = [&] {
     void* request = nullptr;
     uint32_t kind = 0;
     EXPECT_TRUE(OM_req_lib_initiator_request_create(poa.get_ref(), "_get_the_name", 1, &request, &kind));
@@ -160,10 +138,8 @@ TEST(Stubs, TheIIOPPartLeavesTheRequestToItsCaller) {
     OM_req_lib_UNO_IIOP_initiator_request_complete(request);
     return name;
   };
-  CORBA::Environment env;
-  const CORBA::String_var name = call(env);
-  EXPECT_STREQ(name.in(), "name");
-  EXPECT_EQ(call(env), nullptr);
+  EXPECT_STREQ(CORBA::String_var(call()).in(), "name");
+  EXPECT_EQ(call(), nullptr);
   EXPECT_EQ(env._evp->_major, uint32_t{CORBA_LOCATION_FORWARD});
   EXPECT_EQ(env.exception(), nullptr);
 }

@@ -20,15 +20,6 @@ TypeCode_var from_wire(const Octets& octets, bool big_endian) {
   return type;
 }
 
-TypeCode_var described(const Octets& octets) {
-  CORBA::Environment env;
-  const CORBA_sequence_octet encoded{static_cast<ULong>(octets.size()), static_cast<ULong>(octets.size()),
-                                     const_cast<Octet*>(octets.data())};
-  TypeCode_var type(cpp_CORBA_ORB_TypeCode_from_cgen_TC(nullptr, &encoded, env));
-  EXPECT_EQ(type.in() == nullptr, CORBA::BAD_TYPECODE::_narrow(env.exception()) != nullptr);
-  return type;
-}
-
 // struct P { sequence<octet, 3> o; }, as a big-endian stream.
 const Octets wire_struct = {
     0, 0, 0, 15, 0,   0,   0,   52, 0,   0, 0, 0,                // struct, encapsulation: big-endian, padding
@@ -95,6 +86,25 @@ TEST(TypeCodeWireTest, RefusesWhatIsNoTypeCode) {
   for (const auto& [name, octets] : cases) EXPECT_EQ(from_wire(octets, true).in(), nullptr) << name;
 }
 
+TEST(TypeCodeDescriptionTest, RefusesWhatIsMalformed) {
+  const std::pair<const char*, Octets> cases[] = {
+      {"no zeros in front", {0, 0, 0, 1, 2}},
+      {"a kind without description", {0, 0, 0, 0, 16}},
+      {"a string", {0, 0, 0, 0, 18, 0, 0}},
+      {"a text without NUL", {0, 0, 0, 0, 14, 0, 1, 'x', 0, 1, 0}},
+      {"a NUL inside a text", {0, 0, 0, 0, 14, 0, 2, 0, 0, 0, 1, 0}},
+      {"a text of no octets", {0, 0, 0, 0, 14, 0, 0, 0, 1, 0}},
+      {"a nested TypeCode shorter than its length", {0, 0, 0, 0, 19, 0, 0, 0, 2, 10, 10, 0, 0}},
+  };
+  for (const auto& [name, octets] : cases) {
+    const auto size = static_cast<ULong>(octets.size());
+    const CORBA_sequence_octet description{size, size, const_cast<Octet*>(octets.data())};
+    CORBA::Environment env;
+    EXPECT_EQ(cpp_CORBA_ORB_TypeCode_from_cgen_TC(nullptr, &description, env), nullptr) << name;
+    EXPECT_NE(CORBA::BAD_TYPECODE::_narrow(env.exception()), nullptr) << name;
+  }
+}
+
 TEST(TypeCodeTest, NestingIsBounded) {
   TypeCode_var deepest(TypeCode::_duplicate(CORBA::_tc_long));
   for (ULong i = 0; i < TypeCode::max_depth; ++i) deepest = TypeCode::create_sequence_tc(0, deepest.in());
@@ -139,19 +149,6 @@ TEST(TypeCodeTest, EqualComparesNamesAndEquivalentDoesNot) {
   EXPECT_TRUE(one->equal(one.in()) && one->equivalent(other.in()) && alias->equivalent(other.in()));
   EXPECT_FALSE(one->equal(other.in()) || alias->equal(one.in()) || one->equal(nullptr));
   EXPECT_FALSE(one->equivalent(third.in()) || CORBA::_tc_string->equivalent(bounded.in()));
-}
-
-TEST(TypeCodeDescriptionTest, RefusesWhatIsMalformed) {
-  const std::pair<const char*, Octets> cases[] = {
-      {"no zeros in front", {0, 0, 0, 1, 2}},
-      {"a kind without description", {0, 0, 0, 0, 16}},
-      {"a string", {0, 0, 0, 0, 18, 0, 0}},
-      {"a text without NUL", {0, 0, 0, 0, 14, 0, 1, 'x', 0, 1, 0}},
-      {"a NUL inside a text", {0, 0, 0, 0, 14, 0, 2, 0, 0, 0, 1, 0}},
-      {"a text of no octets", {0, 0, 0, 0, 14, 0, 0, 0, 1, 0}},
-      {"a nested TypeCode shorter than its length", {0, 0, 0, 0, 19, 0, 0, 0, 2, 10, 10, 0, 0}},
-  };
-  for (const auto& [name, octets] : cases) EXPECT_EQ(described(octets).in(), nullptr) << name;
 }
 
 }  // namespace

@@ -9,46 +9,41 @@ namespace {
 class OrbEnvironment : public testing::Environment {
  public:
   void* orb() {
-    std::lock_guard lock(mutex_);
-    if (!orb_) orb_ = CORBA_ORB_init(nullptr, nullptr, "", CORBA::Environment()._evp);
+    std::call_once(orb_made_,
+                   [&] { orb_ = CORBA_ORB_init(nullptr, nullptr, "", CORBA::Environment()._evp); });
     return orb_;
   }
   PortableServer::POA* root() {
-    std::lock_guard lock(mutex_);
-    if (root_.in()) return root_.in();
-    CORBA::Environment env;
-    CORBA::Object resolved;
-    resolved.set_ref(CORBA_ORB_resolve_initial_references(orb(), "RootPOA", env._evp));
-    if (!resolved.get_ref()) ADD_FAILURE() << "no root POA";
-    root_ = PortableServer::POA::_narrow(&resolved);
+    std::call_once(root_made_, [&] {
+      CORBA::Object resolved;
+      resolved.set_ref(CORBA_ORB_resolve_initial_references(orb(), "RootPOA", CORBA::Environment()._evp));
+      if (!resolved.get_ref()) ADD_FAILURE() << "no root POA";
+      root_ = PortableServer::POA::_narrow(&resolved);
+    });
     return root_.in();
   }
   void TearDown() override {
     root_ = PortableServer::POA::_nil();
     CORBA::Environment env;
     if (orb_) CORBA_ORB_destroy(orb_, env._evp);
-    EXPECT_EQ(env._evp->_major, static_cast<uint32_t>(CORBA_NO_EXCEPTION));
+    EXPECT_EQ(env._evp->_major, uint32_t{CORBA_NO_EXCEPTION});
   }
 
  private:
-  std::recursive_mutex mutex_;  // tests ask for these on threads of their own, too
+  std::once_flag orb_made_, root_made_;  // tests ask for these on threads of their own, too
   void* orb_ = nullptr;
   PortableServer::POA_var root_;
 };
 
-// Owned by the test framework.
-OrbEnvironment& environment() {
-  static auto* one = static_cast<OrbEnvironment*>(testing::AddGlobalTestEnvironment(new OrbEnvironment));
-  return *one;
-}
-
-[[maybe_unused]] const OrbEnvironment& registered_before_the_tests_run = environment();
+// Owned by the test framework, and known to it before the tests run.
+OrbEnvironment& environment =
+    *static_cast<OrbEnvironment*>(testing::AddGlobalTestEnvironment(new OrbEnvironment));
 
 }  // namespace
 
-void* test_orb() { return environment().orb(); }
+void* test_orb() { return environment.orb(); }
 
-PortableServer::POA* test_root_poa() { return environment().root(); }
+PortableServer::POA* test_root_poa() { return environment.root(); }
 
 std::string unique_name(const std::string& stem) {
   static std::atomic<int> last{0};
@@ -56,8 +51,7 @@ std::string unique_name(const std::string& stem) {
 }
 
 AdapterTest::AdapterTest()
-    : root(test_root_poa()),
-      top(root->create_POA(unique_name("top").c_str(), nullptr, CORBA::PolicyList())) {}
+    : root(test_root_poa()), top(root->create_POA(unique_name("top").c_str(), nullptr, {})) {}
 
 void AdapterTest::TearDown() {
   try {

@@ -4,36 +4,26 @@
 
 #include "poa.h"
 
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::ThreadPolicyValue value) {
-  return poa->create_thread_policy(value);
-}
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::LifespanPolicyValue value) {
-  return poa->create_lifespan_policy(value);
-}
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::IdUniquenessPolicyValue value) {
-  return poa->create_id_uniqueness_policy(value);
-}
-inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::IdAssignmentPolicyValue value) {
-  return poa->create_id_assignment_policy(value);
-}
-inline CORBA::Policy* make_policy(PortableServer::POA* poa,
-                                  PortableServer::ImplicitActivationPolicyValue value) {
-  return poa->create_implicit_activation_policy(value);
-}
-inline CORBA::Policy* make_policy(PortableServer::POA* poa,
-                                  PortableServer::ServantRetentionPolicyValue value) {
-  return poa->create_servant_retention_policy(value);
-}
-inline CORBA::Policy* make_policy(PortableServer::POA* poa,
-                                  PortableServer::RequestProcessingPolicyValue value) {
-  return poa->create_request_processing_policy(value);
-}
+// clang-format off
+#define POLICY(Kind, kind)                                                                     \
+  inline CORBA::Policy* make_policy(PortableServer::POA* poa, PortableServer::Kind##PolicyValue value) { \
+    return poa->create_##kind##_policy(value);                                                 \
+  }
+POLICY(Thread, thread)
+POLICY(Lifespan, lifespan)
+POLICY(IdUniqueness, id_uniqueness)
+POLICY(IdAssignment, id_assignment)
+POLICY(ImplicitActivation, implicit_activation)
+POLICY(ServantRetention, servant_retention)
+POLICY(RequestProcessing, request_processing)
+#undef POLICY
+// clang-format on
 
 template <class... Value>
-CORBA::PolicyList policies(PortableServer::POA* poa, Value... values) {
+CORBA::PolicyList policies([[maybe_unused]] PortableServer::POA* poa, Value... values) {
   CORBA::PolicyList list;
   list.length(sizeof...(values));
-  CORBA::ULong at = 0;
+  [[maybe_unused]] CORBA::ULong at = 0;
   ((list[at++] = make_policy(poa, values)), ...);
   return list;
 }

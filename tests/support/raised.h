@@ -12,22 +12,17 @@
 /// of the same type, id and minor code in `env`. Gives the exception thrown.
 template <class E, class Fn>
 E expect_raised(Fn&& fn, CORBA::ULong minor = 0x4B510007) {
+  constexpr bool is_system = std::is_base_of_v<CORBA::SystemException, E>;
   CORBA::Environment env;
   try {
     fn(env);
     ADD_FAILURE() << "nothing was thrown";
   } catch (const E& thrown) {
-    EXPECT_EQ(typeid(thrown), typeid(E));
     const CORBA::Exception* stored = env.exception();
-    if (!stored) {
-      ADD_FAILURE() << "nothing was stored";
-      return thrown;
-    }
-    EXPECT_EQ(typeid(*stored), typeid(E));
+    EXPECT_TRUE(stored && typeid(thrown) == typeid(E) && typeid(*stored) == typeid(E)) << thrown.id();
+    if (!stored) return thrown;
     EXPECT_STREQ(stored->id(), thrown.id());
-    constexpr bool is_system = std::is_base_of_v<CORBA::SystemException, E>;
-    EXPECT_EQ(env._evp->_major,
-              static_cast<uint32_t>(is_system ? CORBA_SYSTEM_EXCEPTION : CORBA_USER_EXCEPTION));
+    EXPECT_EQ(env._evp->_major, uint32_t{is_system ? CORBA_SYSTEM_EXCEPTION : CORBA_USER_EXCEPTION});
     if constexpr (is_system) {
       EXPECT_EQ(thrown.minor(), minor);
       EXPECT_EQ(static_cast<const E*>(stored)->minor(), minor);

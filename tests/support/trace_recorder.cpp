@@ -8,25 +8,17 @@
 namespace {
 
 // Never destroyed: a thread may still be in the sink when the recorder is gone.
-struct Collector {
-  std::mutex mutex;
-  std::vector<std::string> lines;  // guarded by mutex
-};
-
-Collector& collector() {
-  static Collector& one = *new Collector;
-  return one;
-}
-
-void collect(const char* text, void*) {
-  std::lock_guard lock(collector().mutex);
-  collector().lines.emplace_back(text);
-}
+auto& mutex = *new std::mutex;
+auto& collected = *new std::vector<std::string>;  // guarded by mutex
 
 }  // namespace
 
 TraceRecorder::TraceRecorder() {
   clear();
+  const auto collect = [](const char* text, void*) {
+    std::lock_guard lock(mutex);
+    collected.emplace_back(text);
+  };
   OM_trace_set_sink(collect, nullptr);
   OM_trace_switch(1);
 }
@@ -37,19 +29,17 @@ TraceRecorder::~TraceRecorder() {
 }
 
 std::vector<std::string> TraceRecorder::lines() const {
-  std::lock_guard lock(collector().mutex);
-  return collector().lines;
+  std::lock_guard lock(mutex);
+  return collected;
 }
 
 std::size_t TraceRecorder::count(std::string_view line) const {
-  const auto all = lines();
-  return static_cast<std::size_t>(std::count(all.begin(), all.end(), line));
+  return static_cast<std::size_t>(std::ranges::count(lines(), line));
 }
 
 std::size_t TraceRecorder::count_starting(std::string_view prefix) const {
-  const auto all = lines();
-  return static_cast<std::size_t>(std::count_if(
-      all.begin(), all.end(), [&](const std::string& line) { return line.rfind(prefix, 0) == 0; }));
+  const auto starts = [&](const std::string& line) { return line.starts_with(prefix); };
+  return static_cast<std::size_t>(std::ranges::count_if(lines(), starts));
 }
 
 testing::AssertionResult TraceRecorder::in_order(std::initializer_list<std::string_view> wanted) const {
@@ -57,17 +47,15 @@ testing::AssertionResult TraceRecorder::in_order(std::initializer_list<std::stri
   auto next = all.begin();
   for (std::string_view line : wanted) {
     next = std::find(next, all.end(), line);
-    if (next == all.end()) {
-      auto failure = testing::AssertionFailure() << "no line \"" << line << "\" where it belongs in:\n";
-      for (const std::string& have : all) failure << "  " << have << "\n";
-      return failure;
-    }
+    if (next == all.end())
+      return testing::AssertionFailure()
+             << "no line \"" << line << "\" where it belongs in: " << testing::PrintToString(all);
     ++next;
   }
   return testing::AssertionSuccess();
 }
 
 void TraceRecorder::clear() {
-  std::lock_guard lock(collector().mutex);
-  collector().lines.clear();
+  std::lock_guard lock(mutex);
+  collected.clear();
 }

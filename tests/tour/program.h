@@ -1,48 +1,69 @@
 // A program run by a test, and a directory for it.
 #pragma once
 
-#include <sys/resource.h>
-#include <sys/types.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
-#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <vector>
+#include <utility>
 
 /// A fresh directory, removed with all that is in it.
 class Scratch {
  public:
-  Scratch();
+  Scratch() { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
   ~Scratch() { std::filesystem::remove_all(path); }
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
 
-  std::filesystem::path path;
+  std::string path = std::filesystem::temp_directory_path() / "tour-XXXXXX";
 };
 
-/// Runs from construction on; killed at the end if it did not finish. Everything it is waited for has to come
-/// within 30 s.
+/// Runs a command of the shell from construction on; killed after 30 s, told to end when it goes before that.
 class Program {
  public:
-  /// No file that the program writes may get longer than `file_limit` octets.
-  explicit Program(const std::vector<std::string>& command, rlim_t file_limit = RLIM_INFINITY);
-  ~Program();
+  explicit Program(const std::string& command)
+      : out_(::popen(("echo $$; exec timeout --foreground -s KILL 30 " + command + " 2>&1").c_str(), "re")) {
+    pid_ = std::atoi(next_line().c_str());
+  }
+  ~Program() {
+    if (!out_) return;
+    signal(SIGTERM);
+    ::pclose(out_);
+  }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
   /// Waits for a line of output that starts so; "" when the program ended before.
-  std::string line(const std::string& start);
-  void signal(int number) const;
-  /// Waits for the end: the exit status, or 128 and the signal that ended the program, as in a shell.
-  int finish();
+  std::string line(const std::string& start) {
+    std::string found;
+    do {
+      found = next_line();
+    } while (!found.empty() && !found.starts_with(start));
+    return found.substr(0, found.find('\n'));
+  }
+  void signal(int number) const { ::kill(pid_, number); }
+  /// Waits for the end: the exit status, more than 128 after a signal.
+  int finish() {
+    while (!next_line().empty()) {
+    }
+    const int status = ::pclose(std::exchange(out_, nullptr));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  }
   /// Standard output and error so far.
   const std::string& output() const { return output_; }
 
  private:
-  bool read_more();
+  std::string next_line() {
+    char text[4096] = "";
+    if (std::fgets(text, sizeof text, out_)) output_ += text;
+    return text;
+  }
 
-  const std::chrono::steady_clock::time_point deadline_;
-  pid_t pid_ = -1;
-  int out_ = -1;
+  std::FILE* out_;
+  pid_t pid_ = 0;
   std::string output_;
 };

@@ -1,0 +1,53 @@
+"""The tour server as a process under test, and the references that it writes."""
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import threading
+
+from giop import IOR
+
+PATIENCE = 60
+SANITIZERS = ("AddressSanitizer", "ThreadSanitizer", "LeakSanitizer", "runtime error")
+
+
+class Server:
+    """Runs what TOUR_SERVER names, in a directory of its own, until it is stopped."""
+
+    def __init__(self):
+        self.dir = tempfile.mkdtemp(prefix="tour-")
+        self.errors = open(os.path.join(self.dir, "stderr.txt"), "w+b")
+        self.process = subprocess.Popen([os.environ["TOUR_SERVER"], "--dir", self.dir], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=self.errors)
+        guard = threading.Timer(PATIENCE, self.process.kill)
+        guard.start()
+        ready = any(line.strip() == b"ready" for line in self.process.stdout)
+        guard.cancel()
+        if not ready:
+            self.stop()
+            raise AssertionError("the server ended before it was ready")
+        self.refs = {}
+        for file in os.listdir(self.dir):
+            if file.endswith(".ior"):
+                with open(os.path.join(self.dir, file)) as f:
+                    self.refs[file[:-4]] = IOR.parse(f.read())
+        profile = self.refs["root"].iiop()
+        self.address = profile.host, profile.port
+
+    def stop(self):
+        """End the server with SIGTERM and fail unless that went cleanly."""
+        self.process.send_signal(signal.SIGTERM)
+        try:
+            status = self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+            status = "none in time"
+        self.process.stdout.close()
+        with self.errors as f:
+            f.seek(0)
+            said = f.read().decode(errors="replace")
+        shutil.rmtree(self.dir, ignore_errors=True)
+        if status != 0 or any(s in said for s in SANITIZERS):
+            raise AssertionError("exit status after SIGTERM: %s\n%s" % (status, said[-4000:]))

@@ -104,7 +104,7 @@ int main(int argc, char** argv) {
   if (!bench::start(argc, argv)) return EXIT_FAILURE;
   bench::Orb orb;
   std::unique_ptr<Population> population;  // of the size asked for last
-  for (std::size_t size : {1, 1'000, 100'000}) {
+  for (const std::size_t size : {std::size_t{1}, std::size_t{1'000}, std::size_t{100'000}}) {
     for (const Operation& operation : operations) {
       const auto run = [&, size](benchmark::State& state) {
         if (!population || population->size() != size) {

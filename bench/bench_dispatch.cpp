@@ -192,9 +192,11 @@ int main(int argc, char** argv) {
       {"over_a_socket", over_socket(single)},
   };
   benchmark::RegisterBenchmark("clock", clock_cost);
-  for (const auto& [name, object] : found) {
+  for (const auto& [way, by_that_way] : found) {
+    const std::string& name = way;
+    CORBA::Object* object = by_that_way.in();
     const auto benchmark_of = [&](const char* what, auto&& calls) {
-      const auto run = [&object = object, calls](benchmark::State& state) {
+      const auto run = [object, calls](benchmark::State& state) {
         const Demo::Echo_var echo = Demo::Echo::_narrow(object);
         calls(state, echo.in());
       };

@@ -9,13 +9,6 @@ namespace {
 
 constexpr std::size_t first_capacity = 256;
 
-/// One value of a size that CDR knows, by the stream's direction.
-template <class T>
-unsigned char move_value(CDR* cdr, T* value) {
-  if (cdr->direction == CDR_DECODE) return read_value(cdr, value);
-  return cdr->direction == CDR_ENCODE && write_value(cdr, *value);
-}
-
 /// A wide character of GIOP 1.2: a count of octets, then a UTF-16 unit, big-endian unless a byte-order mark
 /// says otherwise.
 bool read_counted_wchar(CDR* cdr, uint16_t* value) {
@@ -51,21 +44,6 @@ bool write_string(CDR* cdr, const char* text) {
 
 }  // namespace
 
-// A message's size is a 32-bit word, so a stream never grows past that.
-bool grow(CDR* cdr, std::size_t more) {
-  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
-  if (more > UINT32_MAX - used) return false;
-  std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
-  if (wanted < used + more) wanted = used + more;
-  if (wanted < first_capacity) wanted = first_capacity;
-  auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
-  if (!grown) return false;
-  cdr->out_base = grown;
-  cdr->out_next = grown + used;
-  cdr->out_limit = grown + wanted;
-  return true;
-}
-
 bool open_encapsulation(std::string_view octets, CDR* inner) {
   if (octets.empty() || octets.size() > UINT32_MAX || static_cast<unsigned char>(octets[0]) > 1) return false;
   const bool little = octets[0] == 1;
@@ -94,6 +72,21 @@ Writer& Writer::close(std::size_t opened) {
 }  // namespace zrsv
 
 using namespace zrsv;
+
+// A message's size is a 32-bit word, so a stream never grows past that.
+unsigned char ZR_cdr_grow(CDR* cdr, size_t more) {
+  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+  if (more > UINT32_MAX - used) return 0;
+  std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
+  if (wanted < used + more) wanted = used + more;
+  if (wanted < first_capacity) wanted = first_capacity;
+  auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
+  if (!grown) return 0;
+  cdr->out_base = grown;
+  cdr->out_next = grown + used;
+  cdr->out_limit = grown + wanted;
+  return 1;
+}
 
 unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value) { return move_value(cdr, value); }
 unsigned char OM_cdr_char(CDR* cdr, char* value) { return move_value(cdr, value); }

@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "cdr_value.h"
+#include "zrsv.h"
+#include "zrsv/cdr_value.h"
 
 namespace zrsv {
 

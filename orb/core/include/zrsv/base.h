@@ -3,6 +3,7 @@
 #define ZRSV_BASE_H
 
 #include <stdarg.h>
+#include <stddef.h>
 #include <stdint.h>
 
 #define ZRSV_API __attribute__((visibility("default")))

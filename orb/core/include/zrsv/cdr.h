@@ -67,6 +67,9 @@ ZRSV_API uint32_t OM_cdr_remaining(const CDR* cdr);
  * encode. */
 ZRSV_API void OM_cdr_open_decode(CDR* cdr, const unsigned char* octets, uint32_t length, unsigned char swap);
 ZRSV_API void OM_cdr_open_encode(CDR* cdr);
+/* Makes room for `more` octets at the encoding end. False when memory is short, or when the stream would pass
+ * what a message can hold. */
+ZRSV_API unsigned char ZR_cdr_grow(CDR* cdr, size_t more) __attribute__((cold));
 /* Frees the stream's own buffer. */
 ZRSV_API void OM_cdr_close(CDR* cdr);
 

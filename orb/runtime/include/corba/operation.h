@@ -18,6 +18,7 @@
 
 #include "corba/object.h"
 #include "corba/sequence.h"
+#include "zrsv/cdr_value.h"
 
 namespace CORBA::idl {
 
@@ -28,32 +29,24 @@ namespace CORBA::idl {
 template <class V>
 struct Wire;
 
-template <class V, unsigned char (*Primitive)(CDR*, V*)>
-struct PrimitiveWire {
-  static bool move(CDR* cdr, V& value) { return Primitive(cdr, &value); }
+template <class V, class... Of>
+concept OneOf = (std::same_as<V, Of> || ...);
+/// Travels as its octets.
+template <class V>
+concept Number = OneOf<V, Char, Short, UShort, Long, ULong, LongLong, ULongLong, Float, Double>;
+
+template <Number V>
+struct Wire<V> {
+  static bool move(CDR* cdr, V& value) { return zrsv::move_value(cdr, &value); }
 };
 template <>
-struct Wire<Boolean> : PrimitiveWire<Boolean, OM_cdr_boolean> {};
+struct Wire<Boolean> {
+  static bool move(CDR* cdr, Boolean& value) { return OM_cdr_boolean(cdr, &value); }
+};
 template <>
-struct Wire<Char> : PrimitiveWire<Char, OM_cdr_char> {};
-template <>
-struct Wire<Short> : PrimitiveWire<Short, OM_cdr_short> {};
-template <>
-struct Wire<UShort> : PrimitiveWire<UShort, OM_cdr_unsigned_short> {};
-template <>
-struct Wire<Long> : PrimitiveWire<Long, OM_cdr_long> {};
-template <>
-struct Wire<ULong> : PrimitiveWire<ULong, OM_cdr_unsigned_long> {};
-template <>
-struct Wire<LongLong> : PrimitiveWire<LongLong, OM_cdr_long_long> {};
-template <>
-struct Wire<ULongLong> : PrimitiveWire<ULongLong, OM_cdr_unsigned_long_long> {};
-template <>
-struct Wire<Float> : PrimitiveWire<Float, OM_cdr_float> {};
-template <>
-struct Wire<Double> : PrimitiveWire<Double, OM_cdr_double> {};
-template <>
-struct Wire<char*> : PrimitiveWire<char*, cdr_CORBA_string_cpp> {};
+struct Wire<char*> {
+  static bool move(CDR* cdr, char*& text) { return cdr_CORBA_string_cpp(cdr, &text); }
+};
 
 /// A string `in` parameter: decoded in place, it lives as long as the request.
 template <>
@@ -70,7 +63,7 @@ requires std::is_enum_v<V>
 struct Wire<V> {
   static bool move(CDR* cdr, V& value) {
     auto number = static_cast<ULong>(value);
-    if (!OM_cdr_unsigned_long(cdr, &number)) return false;
+    if (!zrsv::move_value(cdr, &number)) return false;
     value = static_cast<V>(number);
     return true;
   }
@@ -93,7 +86,7 @@ requires std::derived_from<S, OctetSeq>
 struct Wire<S> {
   static bool move(CDR* cdr, S& octets) {
     ULong length = octets.length();
-    if (!OM_cdr_unsigned_long(cdr, &length)) return false;
+    if (!zrsv::move_value(cdr, &length)) return false;
     if (cdr->direction == CDR_ENCODE) return length == 0 || cdr_bytes(cdr, octets.get_buffer(), length);
     const unsigned char* view = nullptr;
     if (!OM_cdr_bytes_view(cdr, &view, length)) return false;

@@ -1,12 +1,14 @@
-// One CDR value, inline: what the C face's primitives and the chains of cdr_chain.h are made of.
+// One CDR value of 1, 2, 4 or 8 octets, inline: for C++ code that moves many. The primitives of the C face
+// are made of the same.
 #pragma once
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <type_traits>
 
-#include "zrsv.h"
+#include "zrsv/cdr.h"
 
 namespace zrsv {
 
@@ -16,11 +18,8 @@ constexpr std::size_t padding(std::ptrdiff_t at) {
   return (std::size_t{0} - static_cast<std::size_t>(at)) & (N - 1);
 }
 
-/// Makes room for `more` octets; false when memory is short or the stream would pass what a message can hold.
-[[gnu::cold]] bool grow(CDR* cdr, std::size_t more);
-
 inline bool has_room(CDR* cdr, std::size_t more) {
-  return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || grow(cdr, more);
+  return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || ZR_cdr_grow(cdr, more);
 }
 
 /// Where N aligned octets are to be written; null when memory is short.
@@ -54,6 +53,7 @@ using Bits =
     std::conditional_t<N == 1, uint8_t,
                        std::conditional_t<N == 2, uint16_t, std::conditional_t<N == 4, uint32_t, uint64_t>>>;
 
+/// Decodes one; false, and nothing moved, when the window ends before.
 template <class T>
 bool read_value(CDR* cdr, T* value) {
   const unsigned char* at = take<sizeof(T)>(cdr);
@@ -64,12 +64,20 @@ bool read_value(CDR* cdr, T* value) {
   return true;
 }
 
+/// Encodes one; false, and nothing moved, when memory is short.
 template <class T>
 bool write_value(CDR* cdr, T value) {
   unsigned char* at = claim<sizeof(T)>(cdr);
   if (!at) return false;
   std::memcpy(at, &value, sizeof value);
   return true;
+}
+
+/// Either, by the stream's direction.
+template <class T>
+bool move_value(CDR* cdr, T* value) {
+  if (cdr->direction == CDR_DECODE) return read_value(cdr, value);
+  return cdr->direction == CDR_ENCODE && write_value(cdr, *value);
 }
 
 }  // namespace zrsv

@@ -85,10 +85,6 @@ void skip_to_body(CDR* cdr) {
   cdr->in_next = pad < OM_cdr_remaining(cdr) ? cdr->in_next + pad : cdr->in_end;
 }
 
-bool is_status(uint32_t status, uint8_t minor, uint32_t most, uint32_t most_of_1_2) {
-  return status <= (minor >= 2 ? most_of_1_2 : most);
-}
-
 void write_header(unsigned char* to, uint8_t minor, Type type) {
   const unsigned char octets[header_size] = {'G', 'I',   'O',           'P',
                                              1,   minor, native_little, static_cast<unsigned char>(type)};
@@ -149,14 +145,8 @@ bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head) {
     skip_contexts(&in);
     skip_to_body(cdr);
   }
-  return in.ok() && is_status(head->status, minor, 3, 5);
-}
-
-bool read_locate_reply(CDR* cdr, uint8_t minor, ReplyHead* head) {
-  Reader in = start(cdr, minor);
-  head->id = in.u32();
-  head->status = in.u32();
-  return in.ok() && is_status(head->status, minor, 2, 5);
+  const uint32_t last = minor >= 2 ? 5 : 3;  // 1.2 added two
+  return in.ok() && head->status <= last;
 }
 
 bool begin_message(CDR* cdr, uint8_t minor, Type type) {

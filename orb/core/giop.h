@@ -59,7 +59,6 @@ struct ReplyHead {
   uint32_t status = 0;
 };
 bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
-bool read_locate_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
 
 /// Start a message in an empty encoding stream: the GIOP header (size 0 for now, this machine's byte order)
 /// and the message's own head. With 1.2 the body is aligned to 8 by `align_body`, called once before its

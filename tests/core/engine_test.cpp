@@ -1,6 +1,5 @@
 #include <fcntl.h>
 
-#include <optional>
 #include <thread>
 
 #include "engine_fixture.h"
@@ -9,50 +8,27 @@ namespace {
 
 using namespace engine_test;
 
-TEST_F(Engine, RepliesAreWhatTheServantMadeOfThem) {
-  operations["fail"] = [](Upcalled& r) {
-    Outcome env;
-    CORBA_BOA_set_standard_exception(env, "BAD_PARAM", 3, CORBA_COMPLETED_YES);
-    r.answer(1);  // thrown away
-    EXPECT_TRUE(OM_req_lib_UNO_IIOP_encode_reply_header(r.info->request, ZR_REPLY_SYSTEM_EXCEPTION));
-    EXPECT_TRUE(OM_req_lib_UNO_IIOP_encode_standard_excep(r.info->request, env));
-    EXPECT_FALSE(OM_req_lib_UNO_IIOP_encode_reply_header(r.info->request, 4));
-  };
+TEST_F(Engine, WhatTheHookDoesNotAnswerFails) {
   operations["throw"] = [](Upcalled&) { throw 1; };
-  operations["kind"] = [](Upcalled& r) { r.answer(static_cast<int32_t>(r.info->request_type)); };
   start();
   Client client(port());
-  const std::pair<const char*, const char*> rows[] = {{"echo", "-7"},
-                                                      {"kind", "2"},
-                                                      {"fail", "BAD_PARAM 0"},
-                                                      {"throw", "UNKNOWN 2"},
-                                                      {"silent", "INTERNAL 2"}};
+  const std::pair<const char*, const char*> rows[] = {{"throw", "UNKNOWN 2"}, {"silent", "INTERNAL 2"}};
   for (const auto& [operation, wanted] : rows) {
-    ASSERT_TRUE(client.send(request(1, operation, 9, key(), 2, false)));  // has no answer
-    EXPECT_EQ(client.ask(call(2, operation, -7)), wanted) << operation;
+    ASSERT_TRUE(client.send(request(1, operation, 9, key(), 2, false)));  // nor has this an answer
+    EXPECT_EQ(client.ask(call(2, operation)), wanted);
   }
-  EXPECT_EQ(client.ask(request(3, "echo", 9, "no key of ours")), "OBJECT_NOT_EXIST 1");
-  EXPECT_EQ(client.ask(locate("no key of ours")), "unknown");
 }
 
-TEST_F(Engine, RefusesBadInputOnThatConnectionAlone) {
+TEST_F(Engine, BadInputEndsItsConnection) {
   start({"-ORBMaxMessage", "4096"});
-  Client other(port());
-  const std::string good = call(1, "echo", 5);
   const std::pair<std::string, const char*> rows[] = {
-      {"nonsense....", "MessageError"},
-      {good.substr(0, 8) + hex("01100000"), "MessageError"},                 // too long
-      {good.substr(0, 7) + '\1' + good.substr(8), "MessageError"},           // a reply
-      {hex("47494F50 01020100 08000000 0100000003000000"), "MessageError"},  // cut requests:
-      {hex("47494F50 01020103 04000000 01000000"), "MessageError"},
-      {hex("47494F50 01020102 00000000"), "MessageError"},
+      {call(1, "echo").substr(0, 8) + hex("01100000"), "MessageError"},  // too long
       {message(Type::CloseConnection), "end"},
       {message(Type::MessageError), "end"}};
   for (const auto& [octets, wanted] : rows) {
     Client client(port());
-    EXPECT_EQ(client.ask(octets), wanted) << testing::PrintToString(octets);
+    EXPECT_EQ(client.ask(octets), wanted);
     EXPECT_EQ(client.answer(), "end");
-    EXPECT_EQ(other.ask(good), "5");
   }
 }
 
@@ -90,13 +66,10 @@ TEST_F(Engine, ManyClientsAtOnce) {
   std::vector<std::thread> threads;
   for (int32_t t = 0; t < 6; ++t) {
     threads.emplace_back([&, t] {
-      std::optional<Client> client;
-      for (int i = 0; i < 200; ++i) {
-        if (i % 40 == 0) client.emplace(port());
-        const std::string value = std::to_string(1000 * t + i);
-        const std::string one = call(1, "count", 1000 * t + i);
-        ASSERT_EQ(client->ask(t % 2 ? one + one : one), value);
-        ASSERT_TRUE(t % 2 == 0 || client->answer() == value);
+      for (int i = 0; i < 5; ++i) {
+        Client client(port());
+        for (int32_t value = 1000 * t; value < 1000 * t + 40; ++value)
+          EXPECT_EQ(client.ask(call(1, "count", value)), std::to_string(value));
       }
     });
   }
@@ -122,14 +95,13 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
     EXPECT_TRUE(ipv6 == 0 && std::memcmp(address, "\x7F\0\0\1", 4) == 0);
     r.answer(fd);
   };
-  disconnect = [&](long fd, const void* address, bool ipv6) {
-    EXPECT_TRUE(!ipv6 && std::memcmp(address, "\x7F\0\0\1", 4) == 0);
+  disconnect = [&](long fd, const void*, bool) {
     EXPECT_GE(::fcntl(static_cast<int>(fd), F_GETFD), 0);  // not closed yet, so not used again
     board_.add(std::to_string(fd));
   };
   start();
   Texts wanted;
-  for (int calls : {0, 1, 50}) {  // nobody is told of one that carried nothing
+  for (int calls : {0, 50}) {  // nobody is told of one that carried nothing
     Client client(port());
     std::string fd;
     for (int i = 0; i < calls; ++i) fd = client.ask(call(1, "who"));
@@ -140,45 +112,9 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
   EXPECT_EQ(board_.lines(), wanted);
 }
 
-TEST_F(Engine, ServesTheBrokersOwnObjectsByTheirTables) {
-  start();
-  const char* const names[] = {"twice", "gone", "broken", nullptr};
-  const ZR_skeleton skeletons[] = {
-      [](void* request, void*, uint32_t, unsigned char, void*) -> unsigned char {
-        CDR* cdr = nullptr;
-        int32_t value = 0;
-        if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr) || !OM_cdr_long(cdr, &value)) return 0;
-        value *= 2;
-        return OM_req_lib_UNO_IIOP_encode_reply_header(request, 0) && OM_cdr_long(cdr, &value);
-      },
-      [](void*, void*, uint32_t, unsigned char, void*) -> unsigned char { return 1; },
-      [](void*, void*, uint32_t, unsigned char, void*) -> unsigned char { return 0; }, nullptr};
-  const ZR_method methods[] = {nullptr, nullptr, nullptr, nullptr};
-  ZR_register_interface("IDL:Table:1.0");
-  void* definition = CORBA_Repository_lookup_id(nullptr, "IDL:Table:1.0", env_);
-  CORBA_BOA_set_impl_methods(nullptr, env_, definition, names, skeletons, methods);
-  ASSERT_EQ(env_.name(), "");
-  control(ZR_QUEUE_HOLD);  // which is not for these
-  const std::string table = key("IDL:Table:1.0", "IDL:Table:1.0");
-  const struct {
-    std::string key;
-    const char *operation, *wanted;
-  } rows[] = {{table, "twice", "42"},
-              {table, "gone", "OBJECT_NOT_EXIST 1"},
-              {table, "broken", "MARSHAL 1"},
-              {table, "other", "BAD_OPERATION 1"},
-              {table, "_is_a", "MARSHAL 1"},  // its argument is no string
-              {key("IDL:Else:1.0", "IDL:Else:1.0"), "twice", "OBJECT_NOT_EXIST 1"},
-              {zrsv::as_reference(definition)->key(), "describe", "NO_IMPLEMENT 1"}};
-  Client client(port());
-  for (const auto& row : rows)
-    EXPECT_EQ(client.ask(request(1, row.operation, 21, row.key)), row.wanted) << row.operation;
-  CORBA_object_release(definition);
-}
-
 TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
   const auto local = [](std::chrono::milliseconds limit = bound, const std::string& to = key()) {
-    const std::string octets = request(1, "inner", 5, to);
+    const std::string octets = request(1, "echo", 5, to);
     zrsv::Buffer message, reply;
     EXPECT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
     const char* failure =
@@ -187,11 +123,6 @@ TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
     return std::string(failure ? failure : "done");
   };
   const std::chrono::milliseconds soon(1);
-  operations["inner"] = [&](Upcalled& r) {
-    EXPECT_EQ(r.info->request_type, unsigned{ZR_REQUEST_IN_PROCESS});
-    EXPECT_FALSE(OM_ext_get_client_info_ip6(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
-    r.answer(r.argument);
-  };
   EXPECT_EQ(local(), "TRANSIENT");  // nothing is served yet
   start({"-ORBThreads", "1"});
   EXPECT_EQ(local(), "done");
@@ -261,7 +192,6 @@ TEST_F(Engine, AStartThatFailsCanBeTriedAgain) {
   EXPECT_FALSE(resolve_root());
   EXPECT_EQ(env_.name(), "INITIALIZE");
   root = [this] {  // the adapter calls back while it starts
-    EXPECT_TRUE(CORBA_ORB_resolve_initial_references(orb_, "KQ_LightInterfaceRepository", env_));
     EXPECT_TRUE(CORBA_ORB_resolve_initial_references(orb_, "ImplementationRepository", env_));
     EXPECT_FALSE(CORBA_ORB_resolve_initial_references(orb_, "RootPOA", env_));
     EXPECT_EQ(env_.name(), "BAD_INV_ORDER");
@@ -269,9 +199,6 @@ TEST_F(Engine, AStartThatFailsCanBeTriedAgain) {
     return zrsv::Reference::make_local("IDL:R:1.0", "IDL:R:1.0", "root").release();
   };
   EXPECT_TRUE(resolve_root());
-  EXPECT_EQ(ZR_published_endpoint(orb_, 1), nullptr);
-  EXPECT_FALSE(CORBA_ORB_resolve_initial_references(orb_, "Unheard", env_));
-  EXPECT_EQ(env_.name(), "BAD_PARAM");
   Client first(port());
   EXPECT_EQ(first.ask(look_), "here");
   EXPECT_EQ(Client(port()).answer(), "end");  // one too many

@@ -13,7 +13,7 @@
 struct Got {
   zrsv::giop::Header header;
   uint32_t id = 0;
-  std::string operation, key, octets;
+  std::string key, octets;
   uint64_t argument = 0;  // each request of these tests has one, after a long
 };
 
@@ -48,7 +48,6 @@ class Peer : public Socket {
     EXPECT_TRUE(zrsv::giop::read_request(in, got->header.minor, &head) && OM_cdr_long(in, &filler) &&
                 OM_cdr_unsigned_long_long(in, &got->argument));
     got->id = head.id;
-    got->operation = head.operation;
     got->key = head.key;
     return true;
   }
@@ -68,36 +67,25 @@ class Peer : public Socket {
   }
 };
 
-/// A free port; until it listens, connections to it are refused.
-class Listener : public Socket {
- public:
-  Listener() {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    EXPECT_TRUE(at_loopback(::bind, fd_, 0));
-    EXPECT_EQ(::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size), 0);
-    port = ntohs(address.sin_port);
-  }
-  bool listen() { return ::listen(fd_, 16) == 0; }
-  int accept() { return ::accept(fd_, nullptr, nullptr); }
-  uint16_t port;
-};
-
 using Script = std::function<void(Peer&)>;
 
 /// Runs the scripts, each for one connection, in the order in which connections come; refuses connections
 /// after the last.
-class ScriptedServer {
+class ScriptedServer : private Socket {
  public:
   explicit ScriptedServer(std::vector<Script> scripts) {
-    EXPECT_TRUE(listener_.listen());
+    EXPECT_TRUE(at_loopback(::bind, fd_, 0) && (scripts.empty() || ::listen(fd_, 16) == 0));
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    EXPECT_EQ(::getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    port_ = ntohs(address.sin_port);
     thread_ = std::thread([this, all = std::move(scripts)] {
       for (std::size_t i = 0; i < all.size(); ++i) {
-        const int fd = listener_.accept();
+        const int fd = ::accept(fd_, nullptr, nullptr);
         if (fd < 0) return ADD_FAILURE() << "no connection for script " << i, void();
         Peer peer(fd);
         ++accepted;
-        if (i + 1 == all.size()) listener_.close();
+        if (i + 1 == all.size()) close();
         all[i](peer);
       }
     });
@@ -111,12 +99,12 @@ class ScriptedServer {
   void join() {
     if (thread_.joinable()) thread_.join();
   }
-  uint16_t port() const { return listener_.port; }
+  uint16_t port() const { return port_; }
 
   std::atomic<int> accepted{0};
 
  private:
-  Listener listener_;
+  uint16_t port_ = 0;
   std::thread thread_;
 };
 

@@ -6,17 +6,7 @@
 
 namespace {
 
-/// Handles a request; the witness, if there is one, sees the result.
-void handle(void* target, void* request, CORBA_Environment* env) {
-  UpcallWitness* witness = UpcallWitness::current;
-  call_cpp_handler(witness ? witness->redirect(target) : target, request, env);
-  if (!witness) return;
-  CDR* cdr = nullptr;
-  OM_req_lib_UNO_IIOP_get_cdr(static_cast<ZR_ServerRequest*>(request)->info->request, &cdr);
-  witness->add({env->_major, std::string(cdr->out_base, cdr->out_next)});
-}
-
-/// The ORB with options of these tests: no tick of its own. Every upcall passes the witness.
+/// The ORB with options of these tests: no tick of its own.
 class DispatchOrb : public testing::Environment {
  public:
   void SetUp() override {
@@ -26,11 +16,6 @@ class DispatchOrb : public testing::Environment {
     for (std::string& word : words) argv[argc++] = word.data();
     orb_ = CORBA_ORB_init(&argc, argv, "", CORBA::Environment()._evp);
     ASSERT_NE(orb_, nullptr);
-    _cpp_poa_init = [](void* orb, void* boa) {
-      void* root = _poa_init(orb, boa);
-      _call_cpp_ = handle;
-      return root;
-    };
     ASSERT_NE(test_root_poa(), nullptr);
   }
   void TearDown() override { CORBA_ORB_destroy(orb_, CORBA::Environment()._evp); }

@@ -3,11 +3,11 @@
 
 #include <gmock/gmock.h>
 
-#include <condition_variable>
 #include <functional>
 #include <future>
 #include <mutex>
 #include <ostream>
+#include <semaphore>
 
 #include "echo.h"
 #include "orb_fixture.h"
@@ -169,48 +169,11 @@ class Dispatch : public AdapterTest, public testing::WithParamInterface<Road> {
 /// Something that happens once; waiting is bounded.
 class Event {
  public:
-  void set() {
-    std::call_once(once_, [this] { promise_.set_value(); });
-  }
-  bool wait() const { return future_.wait_for(patience) == std::future_status::ready; }
+  void set() { passes_.release(1000); }
+  bool wait() { return passes_.try_acquire_for(patience); }
 
  private:
-  std::once_flag once_;
-  std::promise<void> promise_;
-  std::shared_future<void> future_ = promise_.get_future().share();
-};
-
-/// One request as it left the adapter's upcall.
-struct Handled {
-  uint32_t major = 0;  // of the upcall's environment
-  std::string reply;   // the message as far as it was encoded
-};
-
-/// While one lives, it sees what the upcall made of each request. One at a time.
-class UpcallWitness {
- public:
-  UpcallWitness() { current = this; }
-  ~UpcallWitness() { current = nullptr; }
-  void add(Handled one) {
-    std::lock_guard lock(mutex_);
-    handled_.push_back(std::move(one));
-    more_.notify_all();
-  }
-  /// The first `count` requests; fewer, and a failure, when they do not come.
-  std::vector<Handled> wait_for(std::size_t count) {
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(more_.wait_for(lock, patience, [&] { return handled_.size() >= count; }));
-    return handled_;
-  }
-  /// The next requests are for this target instead.
-  std::function<void*(void* target)> redirect = [](void* target) { return target; };
-
-  static inline std::atomic<UpcallWitness*> current{nullptr};
-
- private:
-  std::mutex mutex_;
-  std::condition_variable more_;
-  std::vector<Handled> handled_;  // guarded by mutex_
+  std::counting_semaphore<> passes_{0};
 };
 
 /// While one lives, it sees the adapter's calls of the ORB core for registration and queues: "lookup NAME",

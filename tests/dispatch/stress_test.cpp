@@ -193,13 +193,6 @@ class Stress : public AdapterTest {
     place.make();
   }
 
-  template <class Result>
-  Result joined(std::future<Result>& thread) {
-    if (thread.wait_until(end_ + patience) == std::future_status::ready) return thread.get();
-    ADD_FAILURE() << "a thread hangs";
-    std::abort();  // it could not be joined either
-  }
-
   Clock::time_point end_;
   std::atomic<bool> over_{false};
   std::vector<std::unique_ptr<Place>> places_;
@@ -229,14 +222,14 @@ TEST_F(Stress, EverythingComesAndGoes) {
     calling.push_back(std::async(std::launch::async, [this, s = seed * 100 + i] { return client(s); }));
   for (unsigned i = 0; i < 2; ++i)
     changing.push_back(std::async(std::launch::async, [this, s = seed * 100 + i] { return change(s); }));
-  for (auto& thread : changing) EXPECT_GT(joined(thread), 100);
+  for (auto& thread : changing) EXPECT_GT(thread.get(), 100);
   default_poa_manager->activate();
   default_poa_manager->hold_requests(0);
   default_poa_manager->activate();  // whoever is held still goes on
   over_ = true;
   Outcomes outcomes;
   for (auto& thread : calling)
-    for (const auto& [text, count] : joined(thread)) outcomes[text] += count;
+    for (const auto& [text, count] : thread.get()) outcomes[text] += count;
 
   for (const auto& [text, count] : outcomes) {
     EXPECT_TRUE(allowed.contains(text)) << text << ": " << count;

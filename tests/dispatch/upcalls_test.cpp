@@ -4,9 +4,10 @@
 #include "dispatch_fixture.h"
 
 using namespace PortableServer;
-using testing::ElementsAre;
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 class Disconnect : public POAdisconnect {
  public:
@@ -59,16 +60,14 @@ TEST_F(Upcalls, LostClients) {
   const struct {
     const char* name;
     std::function<bool(ServantBase*)> answer;  // null: nobody is registered
-    bool released;
-    long other_client;  // added to the descriptor
-  } rows[] = {
-      {"nobody asked", nullptr, false, 0},
-      {"kept", [](auto*) { return false; }, false, 0},
-      {"raised", [](auto*) -> bool { throw CORBA::NO_RESOURCES(1); }, false, 0},
-      {"thrown", [](auto*) -> bool { throw std::runtime_error("x"); }, false, 0},
-      {"another client", [](auto*) { return true; }, false, 1000},
-      {"released", [](auto*) { return true; }, true, 0},
-  };
+    bool released = false;
+    long other_client = 0;  // added to the descriptor
+  } rows[] = {{"nobody asked", nullptr},
+              {"kept", [](auto*) { return false; }},
+              {"raised", [](auto*) -> bool { throw CORBA::NO_RESOURCES(1); }},
+              {"thrown", [](auto*) -> bool { throw std::runtime_error("x"); }},
+              {"another client", [](auto*) { return true; }, false, 1000},
+              {"released", [](auto*) { return true; }, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     Disconnect asked;
@@ -80,34 +79,16 @@ TEST_F(Upcalls, LostClients) {
     EXPECT_EQ(outcome(object), "done");
     EXPECT_EQ(descriptor(place), 0);  // a call of this process has no client data
     EXPECT_EQ(call(object), "done");
-    ASSERT_GT(descriptor(place), 0);
     TraceRecorder trace;
     lose(descriptor(place) + row.other_client);
-    EXPECT_EQ(asked.asked.size(), row.answer && row.other_client == 0 ? 1u : 0u);
     EXPECT_EQ(trace.has("  servant is deleted by POAdisconnect..."), row.released);
+    EXPECT_EQ(asked.asked.size(), row.answer && row.other_client == 0 ? 1u : 0u);
     EXPECT_EQ(call(object), row.released ? "UNKNOWN 0x0 NO" : "done");
     EXPECT_EQ(alive, 1);  // not before the tick
     call_poa_inst_lifespan();
     EXPECT_EQ(alive, row.released ? 0 : 1);
     if (!row.released) place.poa->destroy(false, false), delete servant;
   }
-}
-
-TEST_F(Upcalls, AServantOfTwoPoasIsReleasedFromBoth) {
-  POAdisconnect::setDisconnect(&callback, env);
-  Scene two(top);
-  TestServant* servant = mortal();
-  const CORBA::Object_var first = scene.with().activate("1", servant).reference("1"),
-                          second = two.with().activate("2", servant).reference("2");
-  EXPECT_EQ(call(first), "done");
-  EXPECT_EQ(call(second), "done");
-  callback.answer = [asked = 0](auto*) mutable { return ++asked == 2; };
-  lose(descriptor(scene));
-  EXPECT_THAT(callback.asked, ElementsAre(scene.name + ":1", two.name + ":2"));
-  EXPECT_EQ(call(first), "UNKNOWN 0x0 NO");
-  EXPECT_EQ(call(second), "UNKNOWN 0x0 NO");
-  call_poa_inst_lifespan();
-  EXPECT_EQ(alive, 0);
 }
 
 // The whole road: the connection breaks while a request of it is in the servant.
@@ -121,19 +102,16 @@ TEST_F(Upcalls, ABrokenConnection) {
     inside.set();
     EXPECT_TRUE(go_on.wait());
   };
-  UpcallWitness upcalls;
   auto client = std::async(std::launch::async, [&] { return call(object); });
   ASSERT_TRUE(inside.wait());
   ::shutdown(static_cast<int>(descriptor(scene)), SHUT_RDWR);
   EXPECT_EQ(client.get().substr(0, 12), "COMM_FAILURE");
   ASSERT_TRUE(asked.wait());
-  EXPECT_THAT(callback.asked, ElementsAre(scene.name + ":o"));
+  EXPECT_EQ(callback.asked, std::vector{scene.name + ":o"});
   call_poa_inst_lifespan();
   EXPECT_EQ(alive, 1);  // the request is still in it
-  POAdisconnect::setDisconnect(nullptr, env);
   go_on.set();
-  upcalls.wait_for(1);
-  call_poa_inst_lifespan();
+  for (const auto end = Clock::now() + patience; alive > 0 && Clock::now() < end;) call_poa_inst_lifespan();
   EXPECT_EQ(alive, 0);
 }
 
@@ -143,21 +121,16 @@ TEST_F(Upcalls, ALifespanEndsInTwoTicks) {
   const CORBA::Object_var object = scene.with_activator().reference("o");
   EXPECT_EQ(call(object), "done");
   TestServant* servant = made.at(0);
-  for (int seconds : {3600, 0, 3600}) servant->set_timer(seconds, env);
+  servant->set_timer(3600, env);
   call_poa_inst_lifespan();
   EXPECT_EQ(call(object), "done");
   ASSERT_EQ(made.size(), 1u);
   servant->expire();
   call_poa_inst_lifespan();
   EXPECT_TRUE(servant->get_deleted() && servant->get_to_be_deleted());
-  EXPECT_FALSE(POA_ServantList::search_servant(servant_lifespan_list, servant));
-  EXPECT_TRUE(POA_ServantList::search_servant(servant_delete_list, servant));
   EXPECT_EQ(call(object), "done");  // by a new one
   EXPECT_EQ(alive, 2);
-  TraceRecorder trace;
   call_poa_inst_lifespan();
-  EXPECT_TRUE(trace.in_order(
-      {"call_poa_inst_lifespan called...", "  Servant is deleted...", "call_poa_inst_lifespan end..."}));
   EXPECT_EQ(alive, 1);
   EXPECT_EQ(servant_delete_list, nullptr);
   EXPECT_EQ(scene.poa->id_to_servant(oid("o")), made.at(1));
@@ -174,10 +147,11 @@ TEST_F(Upcalls, ALifespanThatEndsInTheMiddleOfARequest) {
     for (int i = 0; i < 3; ++i) call_poa_inst_lifespan();
     EXPECT_EQ(alive, 1);
     EXPECT_TRUE(!servant->get_deleted() && servant->get_to_be_deleted());
+    servant->add_delete_list();  // as it was when the request came just after
+    for (int i = 0; i < 3; ++i) call_poa_inst_lifespan();
+    EXPECT_EQ(alive, 1);
   };
-  TraceRecorder trace;
   EXPECT_EQ(call(object), "done");
-  EXPECT_EQ(trace.count("  servant is added in delete list..."), 1u);
   EXPECT_EQ(call(object), "UNKNOWN 0x0 NO");
   call_poa_inst_lifespan();
   EXPECT_EQ(alive, 0);

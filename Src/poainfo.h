@@ -88,9 +88,6 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
       PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev);
   static PortableServer::RequestProcessingPolicy* create_request_processing_policy(
       PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev);
-  /// The shared object of a policy tag; null until its factory was first asked for it. Lives until the
-  /// process ends.
-  static CORBA::Policy* shared_policy(PolicyTag tag);
   /// Sets the seven fields, which hold the defaults, from the list; InvalidPolicy for a rejected combination.
   void read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev);
 

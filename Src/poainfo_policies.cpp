@@ -143,11 +143,6 @@ void POAInfo::read_policies(const CORBA::PolicyList& policies, CORBA::Environmen
 // ---- The factories
 // --------------------------------------------------------------------------------------------------------
 
-CORBA::Policy* POAInfo::shared_policy(PolicyTag tag) {
-  std::lock_guard lock(shared_mutex);
-  return tag < POLICY_TAGS ? shared_objects[tag] : nullptr;
-}
-
 PortableServer::ThreadPolicy* POAInfo::create_thread_policy(PortableServer::ThreadPolicyValue value,
                                                             CORBA::Environment& _ev) {
   return shared_object<PortableServer::ThreadPolicy>(value, _ev);

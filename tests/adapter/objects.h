@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
 #include <functional>
 #include <latch>
 #include <thread>
@@ -53,8 +52,7 @@ class Etherealizer : public PortableServer_ServantActivator_impl {
   std::function<void(PortableServer::POA*, PortableServer::ServantBase*)> work = [](auto*, auto*) {};
 };
 
-/// `call` raises an E and traces, last of all, `where`: which of its checks it
-/// failed.
+/// `call` raises an E and traces, last of all, `where`: which of its checks it failed.
 template <class E, CORBA::ULong Minor = 0x4B510007, class Call>
 void refused(const std::string& where, Call&& call) {
   SCOPED_TRACE(where);
@@ -62,27 +60,12 @@ void refused(const std::string& where, Call&& call) {
   expect_raised<E>(call, Minor);
   EXPECT_EQ(trace.lines().back(), where);
 }
-/// The same of an operation of a POA's record with these arguments, and the
-/// reason it gives.
+/// The same of an operation of a POA's record with these arguments, and the reason it gives.
 #define REFUSED(E, poa, operation, reason, ...)       \
   refused<E>("POAInfo::" #operation " [" reason ".]", \
              [&](auto& ev) { poa->operation(__VA_ARGS__ __VA_OPT__(, ) ev); })
 
-/// Sets (or, with null, unsets) an environment variable for a scope; it is
-/// unset before and after.
-class ScopedVariable {
- public:
-  ScopedVariable(const char* name, const char* value) : name_(name) {
-    value ? setenv(name, value, 1) : unsetenv(name);
-  }
-  ~ScopedVariable() { unsetenv(name_); }
-
- private:
-  const char* name_;
-};
-
-/// Runs work(0) ... work(n - 1), each on a thread of its own, all started at
-/// once.
+/// Runs work(0) ... work(n - 1), each on a thread of its own, all started at once.
 template <class Work>
 void run_together(std::size_t n, Work&& work) {
   std::latch start(static_cast<std::ptrdiff_t>(n));

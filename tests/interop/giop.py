@@ -1,7 +1,6 @@
-"""A small, strict GIOP/IIOP client library used to check the server from the outside.
+"""A small, strict GIOP/IIOP client library that checks the server from the outside; it shares no code with it.
 
-It shares no code with the system under test: every octet sent is marshalled here, and every octet
-received is accounted for. Anything out of the ordinary in a received message raises GiopError.
+Anything out of the ordinary in a received message raises GiopError.
 """
 import socket
 import struct
@@ -38,13 +37,11 @@ class Encoder:
     def __init__(self, little, base=0):
         self.little, self.base, self.buf = little, base, bytearray()
 
-    def align(self, n):
-        return self.raw(bytes(-(self.base + len(self.buf)) % n))
-
     def raw(self, data):
         self.buf += data
         return self
 
+    def align(self, n): return self.raw(bytes(-(self.base + len(self.buf)) % n))
     def boolean(self, v): return self.octet(1 if v else 0)
     def octets(self, v): return self.ulong(len(v)).raw(v)
     def string(self, v): return self.octets(v.encode("latin-1") + b"\0")
@@ -193,9 +190,8 @@ def cancel_request(version, little, id):
 def split(msg, cuts):
     """Cut a message at the given offsets (counted from its start) into a list of fragments.
 
-    In 1.2 every fragment but the last has to end on a multiple of 8 and repeats the request id, which
-    keeps the whole aligned as if uncut. In 1.1 there is no fragment header: cuts have to keep 8-alignment
-    too (offset 4 modulo 8), unless nothing but octets follows them.
+    In 1.2 every fragment but the last has to end on a multiple of 8 and repeats the request id. In 1.1 it does
+    not: cuts have to keep 8-alignment (offset 4 modulo 8), unless nothing but octets follows them.
     """
     version, little, type, body = tuple(msg[4:6]), bool(msg[6] & 1), msg[7], msg[HEADER:]
     id = body[:4] if version >= (1, 2) else b""
@@ -208,7 +204,6 @@ def split(msg, cuts):
 
 def fragments(msg, size):
     """Cut a message into fragments of about `size` octets each (a multiple of 8, at least 24)."""
-    # The first 1.1 cut stands at 4 modulo 8, so that the octets of both fragments align alike.
     first = size if tuple(msg[4:6]) >= (1, 2) else size - 4
     return split(msg, list(range(first, len(msg), size - 16)))
 
@@ -217,18 +212,21 @@ Message = namedtuple("Message", "version little type more body")
 
 
 class Reply:
-    """A decoded Reply header with a Decoder standing at the start of its body."""
+    """A decoded Reply or LocateReply with a Decoder standing at the start of its body."""
 
     def __init__(self, m):
         d = self.body = Decoder(m.body, m.little, HEADER)
-        if m.version < (1, 2):
+        if m.type == LOCATE_REPLY:
+            self.id, self.status = d.ulong(), d.ulong()
+            if self.status > OBJECT_HERE:
+                raise GiopError("locate status %d" % self.status)
+            d.end()
+        elif m.version < (1, 2):
             self.contexts, self.id, self.status = d.pairs(), d.ulong(), d.ulong()
         else:
             self.id, self.status, self.contexts = d.ulong(), d.ulong(), d.pairs()
-            if d.left():
-                d.align(8)
-                if not d.left():
-                    raise GiopError("padding in front of no body")
+            if d.left() and not d.align(8).left():
+                raise GiopError("padding in front of no body")
 
     def result(self, read=None):
         """The decoded result, or the exception that the reply stands for."""
@@ -246,15 +244,6 @@ class Reply:
         value = read(d) if read else None
         d.end()
         return value
-
-
-class LocateReply:
-    def __init__(self, m):
-        d = Decoder(m.body, m.little, HEADER)
-        self.id, self.status = d.ulong(), d.ulong()
-        if self.status > OBJECT_HERE:
-            raise GiopError("locate status %d" % self.status)
-        d.end()
 
 
 class Connection:
@@ -304,7 +293,7 @@ class Connection:
         return Message(version, little, type, more, self._receive(size))
 
     def read_message(self):
-        """The next whole message: Reply and LocateReply decoded, others as a Message."""
+        """The next whole message: a Reply, or another as a Message."""
         while True:
             m = self.read_piece()
             if m.type in (CLOSE_CONNECTION, MESSAGE_ERROR):
@@ -325,7 +314,7 @@ class Connection:
                 continue
             if first:
                 m = self.partial.pop(id)
-            r = (Reply if m.type == REPLY else LocateReply)(m)
+            r = Reply(m)
             if self.awaited.pop(r.id, None) != (m.version, m.type):
                 raise GiopError("nothing awaits answer %d (type %d, version %s)" % (r.id, m.type, m.version))
             return r

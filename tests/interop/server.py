@@ -20,11 +20,7 @@ class Server:
         self.errors = open(os.path.join(self.dir, "stderr.txt"), "w+b")
         self.process = subprocess.Popen([os.environ["TOUR_SERVER"], "--dir", self.dir], stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=self.errors)
-        guard = threading.Timer(PATIENCE, self.process.kill)
-        guard.start()
-        ready = any(line.strip() == b"ready" for line in self.process.stdout)
-        guard.cancel()
-        if not ready:
+        if not self.limited(lambda: any(line.strip() == b"ready" for line in self.process.stdout)):
             self.stop()
             raise AssertionError("the server ended before it was ready")
         self.refs = {}
@@ -35,15 +31,19 @@ class Server:
         profile = self.refs["root"].iiop()
         self.address = profile.host, profile.port
 
+    def limited(self, work):
+        """What work() gives; the process is killed when it takes too long."""
+        guard = threading.Timer(PATIENCE, self.process.kill)
+        guard.start()
+        try:
+            return work()
+        finally:
+            guard.cancel()
+
     def stop(self):
         """End the server with SIGTERM and fail unless that went cleanly."""
         self.process.send_signal(signal.SIGTERM)
-        try:
-            status = self.process.wait(PATIENCE)
-        except subprocess.TimeoutExpired:
-            self.process.kill()
-            self.process.wait()
-            status = "none in time"
+        status = self.limited(self.process.wait)
         self.process.stdout.close()
         with self.errors as f:
             f.seek(0)

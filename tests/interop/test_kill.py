@@ -2,6 +2,7 @@
 
 A client is a forked process that gets SIGKILL, or a socket that is closed with a reset. KILLS is how many die.
 """
+import multiprocessing
 import os
 import random
 import signal
@@ -14,6 +15,7 @@ from server import PATIENCE, Server
 
 KILLS = int(os.environ.get("KILLS", "1000"))
 AT_ONCE = 10
+FORK = multiprocessing.get_context("fork")
 BLOB = bytes(range(256)) * 4096  # 1 MiB: more than the sockets' buffers hold on to
 
 
@@ -50,8 +52,7 @@ class KillTest(unittest.TestCase):
         """A client that has sent everything, or all that the server takes."""
         connection = giop.Connection(self.server.address)
 
-        def one(name, operation, args=None):
-            return connection.prepare(self.server.refs[name], operation, args)[1]
+        def one(name, operation, args=None): return connection.prepare(self.server.refs[name], operation, args)[1]
         who = b"".join(one(name, "who") for name in self.served)
         connection.send((one("root", "sleep_ms", long(30)),                    # dies while the servant works
                          who,                                                  # every way of serving an object
@@ -65,23 +66,15 @@ class KillTest(unittest.TestCase):
 
     def fork(self, choice):
         """The same as a process; what makes it die."""
-        ready, told = os.pipe()
-        pid = os.fork()
-        if pid == 0:
-            try:
-                connection = self.connect(choice)
-                os.write(told, b"x")
-                while connection:
-                    signal.pause()
-            finally:
-                os._exit(1)
-        os.close(told)
-        self.assertEqual(os.read(ready, 1), b"x")
-        os.close(ready)
+        told = FORK.Event()
+        client = FORK.Process(target=lambda: (self.connect(choice), told.set(), signal.pause()), daemon=True)
+        client.start()
+        self.assertTrue(told.wait(PATIENCE))
 
         def die():
-            os.kill(pid, signal.SIGKILL)
-            self.assertTrue(os.WIFSIGNALED(os.waitpid(pid, 0)[1]), "a client ended by itself")
+            client.kill()
+            client.join()
+            self.assertEqual(client.exitcode, -signal.SIGKILL, "a client ended by itself")
         return die
 
     def kill(self, count, seed):
@@ -100,9 +93,8 @@ class KillTest(unittest.TestCase):
         before = self.settle()
         self.kill(KILLS, seed=1)
         self.assertEqual(self.settle(before), before)
-        for name in self.served:  # all of it is served as ever
-            if name != "session":
-                self.assertTrue(self.control.call(self.server.refs[name], "who", None, Decoder.string), name)
+        for name in set(self.served) - {"session"}:  # all of it is served as ever
+            self.assertTrue(self.control.call(self.server.refs[name], "who", None, Decoder.string), name)
 
 
 if __name__ == "__main__":

@@ -13,20 +13,17 @@ const std::string nil_reference = hex("01000000 00 000000 00000000");
 template <class Wire, class... Value>
 std::string encode(Wire wire, Value&&... value) {
   Encoding out;
-  static_cast<CDR*>(out)->direction = CDR_ENCODE;
   return wire(out, std::forward<Value>(value)...) ? out.octets() : "failed";
 }
 
 template <class Wire, class Value>
 bool decode(Wire wire, const std::string& octets, Value&& value) {
   Decoding in(octets);
-  static_cast<CDR*>(in)->direction = CDR_DECODE;
   return wire(in, std::forward<Value>(value));
 }
 
 template <class X>
 void expect_reference_travels(unsigned char (*wire)(CDR*, X*&)) {
-  SCOPED_TRACE(typeid(X).name());
   CORBA::ObjectVar<X> reference = X::_narrow(test_root_poa());
   const std::string octets = encode(wire, reference.inout());
   CORBA::ObjectVar<X> decoded;
@@ -45,13 +42,9 @@ void expect_reference_travels(unsigned char (*wire)(CDR*, X*&)) {
 }
 
 TEST(Cdr, References) {
-  const auto travel = [](auto... wire) { (expect_reference_travels(wire), ...); };
-  travel(cdr_PortableServer_POA, cdr_PortableServer_POAManager, cdr_PortableServer_ThreadPolicy,
-         cdr_PortableServer_LifespanPolicy, cdr_PortableServer_IdUniquenessPolicy,
-         cdr_PortableServer_IdAssignmentPolicy, cdr_PortableServer_ImplicitActivationPolicy,
-         cdr_PortableServer_ServantRetentionPolicy, cdr_PortableServer_RequestProcessingPolicy,
-         cdr_PortableServer_AdapterActivator, cdr_PortableServer_ServantManager,
-         cdr_PortableServer_ServantActivator, cdr_PortableServer_ServantLocator, cdr_PortableServer_Current);
+  expect_reference_travels(cdr_PortableServer_POA);
+  expect_reference_travels(cdr_PortableServer_LifespanPolicy);
+  expect_reference_travels(cdr_PortableServer_ServantManager);
 }
 
 TEST(Cdr, EnumerationsIdsAndWhatDoesNotTravel) {

@@ -19,7 +19,7 @@ struct ScriptedReply {
   std::string body;
 };
 
-class ScriptedPeer {
+class ScriptedPeer {  // for one client
  public:
   explicit ScriptedPeer(std::vector<ScriptedReply> script) : script_(std::move(script)) {
     socklen_t size = sizeof address_;
@@ -27,14 +27,15 @@ class ScriptedPeer {
     address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address_), size), 0);
     EXPECT_EQ(::getsockname(listener_, reinterpret_cast<sockaddr*>(&address_), &size), 0);
-    EXPECT_EQ(::listen(listener_, 4), 0);
+    EXPECT_EQ(::listen(listener_, 1), 0);
     thread_ = std::thread([this] { serve(); });
   }
   ~ScriptedPeer() {
     ::shutdown(listener_, SHUT_RDWR);
-    if (const int fd = connection_; fd >= 0) ::shutdown(fd, SHUT_RDWR);
+    ::shutdown(connection_, SHUT_RDWR);
     thread_.join();
     ::close(listener_);
+    ::close(connection_);
   }
 
   /// A new handle to an object of this server.
@@ -48,38 +49,32 @@ class ScriptedPeer {
 
  private:
   void serve() {
-    for (auto next = script_.begin(); next != script_.end();) {
-      const int fd = ::accept(listener_, nullptr, nullptr);
-      if (fd < 0) return;
-      connection_ = fd;
-      while (next != script_.end() && answer(fd, *next)) ++next;
-      if (next != script_.end() && next->status == ScriptedReply::hang_up) ++next;
-      for (char octet = 0; next == script_.end() && ::recv(fd, &octet, 1, 0) > 0;) {
-      }
-      connection_ = -1;
-      ::close(fd);
+    connection_ = ::accept(listener_, nullptr, nullptr);
+    ::shutdown(listener_, SHUT_RDWR);
+    for (const ScriptedReply& reply : script_)
+      if (!answer(reply)) return void(::shutdown(connection_, SHUT_RDWR));
+    for (char octet = 0; ::recv(connection_, &octet, 1, 0) > 0;) {
     }
   }
   /// Reads one request and answers it; false at the connection's end.
-  bool answer(int fd, const ScriptedReply& reply) {
+  bool answer(const ScriptedReply& reply) {
     char header[12];
-    if (::recv(fd, header, sizeof header, MSG_WAITALL) != sizeof header) return false;
+    if (::recv(connection_, header, sizeof header, MSG_WAITALL) != sizeof header) return false;
     uint32_t size = 0;
     std::memcpy(&size, header + 8, sizeof size);
     std::string request(size, '\0');
-    if (::recv(fd, request.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size)) return false;
+    if (::recv(connection_, request.data(), size, MSG_WAITALL) != static_cast<ssize_t>(size)) return false;
     ++requests_;
     if (reply.status == ScriptedReply::hang_up) return false;
-    std::string message = hex("47494F50 01020101");  // GIOP 1.2, little-endian, Reply
-    const auto word = [&](uint32_t value) {
-      message.append(reinterpret_cast<const char*>(&value), sizeof value);
+    const auto word = [](uint32_t value) {
+      return std::string(reinterpret_cast<const char*>(&value), sizeof value);
     };
-    word(12 + static_cast<uint32_t>(reply.body.size()));
-    message += request.substr(0, 4);  // the request's number
-    word(reply.status);
-    word(0);  // no service contexts; the body then stands at octet 24
-    message += reply.body;
-    return ::send(fd, message.data(), message.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(message.size());
+    const std::string message = hex("47494F50 01020101")  // GIOP 1.2, little-endian, Reply
+                                + word(12 + static_cast<uint32_t>(reply.body.size())) +
+                                request.substr(0, 4)            // the request's number
+                                + word(reply.status) + word(0)  // no service contexts; then octet 24
+                                + reply.body;
+    return ::send(connection_, message.data(), message.size(), MSG_NOSIGNAL) > 0;
   }
 
   const std::vector<ScriptedReply> script_;

@@ -7,22 +7,15 @@
 
 #include "poa.h"
 
-/// Prepares what the server offers, and gives the references by name. Runs in the server's process, once its
-/// ORB is there.
-using Offer = std::map<std::string, CORBA::Object_var> (*)(CORBA::ORB* orb, PortableServer::POA* root);
+/// What the server offers, by name. Called in the server's process, once its ORB is there.
+std::map<std::string, CORBA::Object_var> offers(CORBA::ORB* orb, PortableServer::POA* root, bool registered);
 
-/// Makes an offer known under a name, before the tests run.
-struct ServerOffer {
-  ServerOffer(const char* name, Offer offer);
-};
-
-/// Runs a server with that offer until it is destroyed, which expects the server to end in good order.
+/// Runs a server, registered for remote use or not, until it is destroyed, which expects the server to end in
+/// good order.
 class ServerProcess {
  public:
-  explicit ServerProcess(const char* offer);
+  explicit ServerProcess(bool registered);
   ~ServerProcess();
-  ServerProcess(const ServerProcess&) = delete;
-  ServerProcess& operator=(const ServerProcess&) = delete;
 
   /// A new handle to what the server offers under that name.
   void* handle(const std::string& name) const;

@@ -8,20 +8,6 @@
 
 enum class Color : CORBA::ULong { red, green };
 
-struct Broken : CORBA::UserExceptionOf<Broken> {
-  static constexpr const char* repository_id = "IDL:Broken:1.0";
-  CORBA::UShort index = 0;
-};
-
-namespace CORBA::idl {
-
-template <>
-struct Wire<Broken> {
-  static bool move(CDR* cdr, Broken& e) { return OM_cdr_unsigned_short(cdr, &e.index); }
-};
-
-}  // namespace CORBA::idl
-
 namespace {
 
 using CORBA::Any;
@@ -30,65 +16,56 @@ using CORBA::TypeCode_var;
 using CORBA::ULong;
 
 TypeCode* tc_color() { return TypeCode::create_enum_tc("IDL:Color:1.0", "Color", {"red", "green"}); }
-TypeCode* tc_broken() {
-  return TypeCode::create_exception_tc("IDL:Broken:1.0", "Broken", {{"index", CORBA::_tc_ushort}});
-}
-
 void operator<<=(Any& any, const Color& value) { CORBA::any_insert_copy(any, tc_color(), value); }
 CORBA::Boolean operator>>=(const Any& any, Color& value) {
   return CORBA::any_extract_copy(any, tc_color(), value);
 }
-bool from_wire(CDR cdr, Any& any) { return cdr_CORBA_Any(&cdr, &any); }
+
+bool from_wire(const std::string& octets, Any& any, bool little = native_is_little) {
+  Decoding in(octets, little);
+  return cdr_CORBA_Any(in, &any);
+}
 
 /// The Any after a journey, whose every shorter form is refused.
 Any travelled(Any any) {
-  const Octets octets = encoded([&](CDR* cdr) { return cdr_CORBA_Any(cdr, &any); });
+  const std::string octets = encoded([&](CDR* cdr) { return cdr_CORBA_Any(cdr, &any); });
   Any arrived;
-  expect_no_prefix(octets, [&](const Octets& prefix) { return from_wire(reader(prefix), arrived); });
-  EXPECT_TRUE(from_wire(reader(octets), arrived));
+  expect_no_prefix(octets, [&](const std::string& prefix) { return from_wire(prefix, arrived); });
+  EXPECT_TRUE(from_wire(octets, arrived));
   EXPECT_EQ(encoded([&](CDR* cdr) { return cdr_CORBA_Any(cdr, &arrived); }), octets);
   return arrived;
 }
 
-template <class T>
-void expect_number(T value) {
+/// A value that is inserted as a From and extracted as a To.
+template <class T, class From = const T&, class To = T&>
+void expect_value(T value) {
+  T found{};
+  From from{value};
+  To to{found};
   Any any;
-  any <<= value;
+  any <<= from;
   for (const Any& each : {any, travelled(any), Any(travelled(any))}) {
-    T found{};
-    EXPECT_TRUE(each >>= found);
-    EXPECT_EQ(found, value);
+    found = {};
+    EXPECT_TRUE((each >>= to) && found == value);
     EXPECT_EQ(*static_cast<T*>(each.value()), value);
     Color color = Color::green;
-    EXPECT_FALSE(each >>= color);
-    EXPECT_EQ(color, Color::green);
+    EXPECT_EQ(each >>= color, (std::is_same_v<T, Color>)) << "of another type";
   }
 }
 
 TEST(AnyTest, NumbersTravel) {
-  expect_number(std::numeric_limits<CORBA::Short>::min());
-  expect_number(std::numeric_limits<CORBA::UShort>::max());
-  expect_number(std::numeric_limits<CORBA::Long>::min());
-  expect_number(std::numeric_limits<CORBA::ULong>::max());
-  expect_number(std::numeric_limits<CORBA::LongLong>::min());
-  expect_number(std::numeric_limits<CORBA::ULongLong>::max());
-  expect_number(CORBA::Float{-0.5F});
-  expect_number(CORBA::Double{1e300});
-  Any octet, boolean, character, color;
-  octet <<= Any::from_octet{200};
-  boolean <<= Any::from_boolean{1};
-  character <<= Any::from_char{'x'};
-  color <<= Color::green;
-  CORBA::Octet number = 0;
+  expect_value(std::numeric_limits<CORBA::Short>::min());
+  expect_value(std::numeric_limits<CORBA::ULongLong>::max());
+  expect_value(CORBA::Double{1e300});
+  expect_value(Color::green);
+  expect_value<CORBA::Octet, Any::from_octet, Any::to_octet>(200);
+  expect_value<CORBA::Boolean, Any::from_boolean, Any::to_boolean>(1);
+  expect_value<CORBA::Char, Any::from_char, Any::to_char>('x');
+  Any octet;
+  octet <<= Any::from_octet{1};
+  EXPECT_THROW(CORBA::any_insert_value<CORBA::ULong>(octet, nullptr, new ULong), CORBA::BAD_TYPECODE);
   CORBA::Boolean flag = 0;
-  CORBA::Char letter = 0;
-  Color found = Color::red;
-  EXPECT_TRUE((travelled(octet) >>= Any::to_octet{number}) && number == 200);
   EXPECT_FALSE(octet >>= Any::to_boolean{flag}) << "as wide, but another type";
-  EXPECT_TRUE((travelled(boolean) >>= Any::to_boolean{flag}) && flag == 1);
-  EXPECT_TRUE((travelled(character) >>= Any::to_char{letter}) && letter == 'x');
-  EXPECT_THROW(CORBA::any_insert_value<CORBA::ULong>(color, nullptr, new ULong), CORBA::BAD_TYPECODE);
-  EXPECT_TRUE((travelled(color) >>= found) && found == Color::green) << "a refused insertion changes nothing";
 }
 
 TEST(AnyTest, StringsAnysAndTypeCodesTravel) {
@@ -108,48 +85,36 @@ TEST(AnyTest, StringsAnysAndTypeCodesTravel) {
   EXPECT_THROW((bounded <<= Any::from_string{"hello", 4}), CORBA::BAD_PARAM);
   bounded <<= Any::from_string{"hello", 5};
   EXPECT_FALSE(bounded >>= found);
-  const Any bounded_arrived = travelled(bounded);
-  EXPECT_TRUE(bounded_arrived >>= (Any::to_string{found, 5}));
-  EXPECT_STREQ(found, "hello");
+  EXPECT_TRUE(travelled(bounded) >>= (Any::to_string{found, 5}));
 }
 
-TEST(AnyTest, ReferencesAreDuplicated) {
+TEST(AnyTest, ReferencesTravel) {
   CORBA::Object object;
   object.set_ref(CORBA_ORB_string_to_object(nullptr, "corbaloc:iiop:192.0.2.1:1/key", nullptr));
-  Any any, nil, moved;
-  any <<= &object;
-  nil <<= static_cast<CORBA::Object*>(nullptr);
-  CORBA::any_insert_reference(moved, TypeCode::create_interface_tc("IDL:I:1.0", "I"),
-                              new CORBA::Object*(CORBA::Object::_duplicate(&object)));
-  CORBA::Object_var found;
-  for (const Any& each : {any, travelled(any), travelled(moved)}) {
-    ASSERT_TRUE(each >>= Any::to_object{found.out()});
-    EXPECT_TRUE(object._is_equivalent(found.in()));
+  for (CORBA::Object* reference : {&object, static_cast<CORBA::Object*>(nullptr)}) {
+    Any any;
+    any <<= reference;
+    CORBA::Object_var found;
+    EXPECT_TRUE(travelled(any) >>= Any::to_object{found.out()});
+    EXPECT_TRUE(reference ? object._is_equivalent(found.in()) : !found.in());
   }
-  ASSERT_TRUE(travelled(nil) >>= Any::to_object{found.out()});
-  EXPECT_EQ(found.in(), nullptr);
 }
 
 TEST(AnyTest, ExceptionsTravel) {
-  Any system, user;
+  Any system;
   system <<= CORBA::TRANSIENT(0x4B510301, CORBA::COMPLETED_MAYBE);
   const Any arrived = travelled(system);
   const CORBA::SystemException* found = nullptr;
   ASSERT_TRUE(arrived >>= found);
-  EXPECT_STREQ(found->id(), "IDL:CORBA/StExcep/TRANSIENT:1.0");
   EXPECT_EQ(found->minor(), 0x4B510301u);
   EXPECT_EQ(found->completed(), CORBA::COMPLETED_MAYBE);
   EXPECT_THROW(found->_raise(), CORBA::TRANSIENT);
-  CORBA::any_insert_exception(user, tc_broken(), Broken());
-  EXPECT_FALSE(user >>= found);
-  EXPECT_TRUE(travelled(user).is_of(TypeCode_var(tc_broken()).in()));
 }
 
 TEST(AnyTest, ReplaceOwnsByFlag) {
   CORBA::Long number = 5, found = 0;
   Any any;
   any.replace(CORBA::_tc_long, &number, 0);
-  EXPECT_EQ(any.value(), &number);
   const Any copy(any);
   number = 6;
   EXPECT_TRUE((copy >>= found) && found == 5);
@@ -167,48 +132,47 @@ TEST(AnyTest, ReplaceOwnsByFlag) {
 }
 
 TEST(AnyWireTest, ReadsBothByteOrders) {
-  const Octets big = {
-      0, 0, 0, 19, 0,    0,    0,    12,                // sequence, encapsulation
-      0, 0, 0, 0,  0,    0,    0,    2,    0, 0, 0, 2,  //   big-endian, short, bound 2
-      0, 0, 0, 2,  0x12, 0x34, 0x56, 0x78,              // two elements
-  };
+  const std::string big =
+      hex("00000013 0000000C"           // sequence, encapsulation
+          "00000000 00000002 00000002"  //   big-endian, short, bound 2
+          "00000002 1234 5678");        // two elements
   Any any;
-  ASSERT_TRUE(from_wire(reader(big, true), any));
-  const Octets own = encoded([&](CDR* cdr) { return any.encode_value(cdr); });
+  ASSERT_TRUE(from_wire(big, any, /*little=*/false));
+  const std::string own = encoded([&](CDR* cdr) { return any.encode_value(cdr); });
   ASSERT_EQ(own.size(), 8u);
   const CORBA::Short elements[2] = {0x1234, 0x5678};
   EXPECT_EQ(std::memcmp(elements, own.data() + 4, sizeof elements), 0);
 }
 
 TEST(AnyWireTest, RefusesValuesThatAreNotOfTheirType) {
-  const ULong text = std::endian::native == std::endian::little ? 0x00636261 : 0x61626300;
-  std::vector<ULong> nested(4000, CORBA::tk_any);
-  nested.push_back(CORBA::tk_null);
+  std::string nested;  // 4000 Anys, each within the other, around one of type null
+  for (int i = 0; i < 4000; ++i) nested += hex("0000000B");
   const struct {
     const char* name;
     TypeCode* type;  // owned
-    std::vector<ULong> words;
+    std::string octets;
     bool taken = false;
   } rows[] = {
-      {"an enumerator", tc_color(), {1}, true},
-      {"an enumerator too far", tc_color(), {2}},
-      {"a sequence over the bound", TypeCode::create_sequence_tc(1, CORBA::_tc_long), {2, 1, 1}},
-      {"more than is there", TypeCode::create_sequence_tc(0, CORBA::_tc_octet), {0xffffffff, 0}},
-      {"a huge array", TypeCode::create_array_tc(0x7fffffff, CORBA::_tc_double), {1, 2, 3}},
-      {"a bounded string", TypeCode::create_string_tc(3), {4, text}, true},
-      {"a string over the bound", TypeCode::create_string_tc(2), {4, text}},
-      {"the id of another exception", tc_broken(), {4, text, 0}},
-      {"profiles without end", TypeCode::_duplicate(CORBA::_tc_Object), {1, 0, 0xffffffff, 0, 0}},
-      {"Anys without end", TypeCode::_duplicate(CORBA::_tc_any), nested},
+      {"an enumerator", tc_color(), hex("00000001"), true},
+      {"an enumerator too far", tc_color(), hex("00000002")},
+      {"a sequence over the bound", TypeCode::create_sequence_tc(1, CORBA::_tc_long),
+       hex("00000002 00000001 00000001")},
+      {"more than is there", TypeCode::create_sequence_tc(0, CORBA::_tc_octet), hex("FFFFFFFF 00000000")},
+      {"a huge array", TypeCode::create_array_tc(0x7fffffff, CORBA::_tc_double), hex("00000001 00000002")},
+      {"a bounded string", TypeCode::create_string_tc(3), hex("00000004 61626300"), true},
+      {"a string over the bound", TypeCode::create_string_tc(2), hex("00000004 61626300")},
+      {"the id of another exception", TypeCode::create_exception_tc("IDL:Broken:1.0", "Broken", {}),
+       hex("00000004 61626300 00000000")},
+      {"profiles without end", TypeCode::_duplicate(CORBA::_tc_Object),
+       hex("00000001 00000000 FFFFFFFF 00000000 00000000")},
+      {"Anys without end", TypeCode::_duplicate(CORBA::_tc_any), nested + hex("00000000")},
   };
   for (const auto& row : rows) {
     const TypeCode_var type(row.type);
-    const auto* first = reinterpret_cast<const CORBA::Octet*>(row.words.data());
-    const Octets octets(first, first + row.words.size() * 4);
-    CDR cdr = reader(octets);
+    Decoding in(row.octets, /*little=*/false);
     Any any;
     any.replace(type.in(), nullptr, 0);
-    EXPECT_EQ(any.decode_value(&cdr), row.taken) << row.name;
+    EXPECT_EQ(any.decode_value(in), row.taken) << row.name;
   }
 }
 
@@ -217,7 +181,6 @@ TEST(NVListTest, KeepsItsItems) {
   CORBA::NamedValue* first = list.add_value("a", Any(), CORBA::ARG_IN);
   for (int i = 0; i < 20; ++i) list.add_value("b", Any(), CORBA::ARG_INOUT);
   EXPECT_EQ(list.item(0), first);
-  EXPECT_EQ(list.item(20)->flags(), CORBA::ARG_INOUT);
   EXPECT_THROW(list.item(21), CORBA::Bounds);
   EXPECT_THROW(list.add_value("c", Any(), 4), CORBA::BAD_PARAM);
 }

@@ -25,8 +25,6 @@ struct RunningOrb {
     root = orb->resolve_initial_references("RootPOA");
   }
   ~RunningOrb() { orb->destroy(); }
-  RunningOrb(const RunningOrb&) = delete;
-  RunningOrb& operator=(const RunningOrb&) = delete;
 
   CORBA::ORB_var orb;
   CORBA::Object_var root;

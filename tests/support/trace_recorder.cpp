@@ -38,8 +38,8 @@ std::size_t TraceRecorder::count(std::string_view line) const {
 }
 
 std::size_t TraceRecorder::count_starting(std::string_view prefix) const {
-  const auto starts = [&](const std::string& line) { return line.starts_with(prefix); };
-  return static_cast<std::size_t>(std::ranges::count_if(lines(), starts));
+  return static_cast<std::size_t>(
+      std::ranges::count_if(lines(), [&](const std::string& line) { return line.starts_with(prefix); }));
 }
 
 testing::AssertionResult TraceRecorder::in_order(std::initializer_list<std::string_view> wanted) const {

@@ -16,9 +16,6 @@ class Scratch {
  public:
   Scratch() { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
   ~Scratch() { std::filesystem::remove_all(path); }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
   std::string path = std::filesystem::temp_directory_path() / "tour-XXXXXX";
 };
 
@@ -34,9 +31,6 @@ class Program {
     signal(SIGTERM);
     ::pclose(out_);
   }
-  Program(const Program&) = delete;
-  Program& operator=(const Program&) = delete;
-
   /// Waits for a line of output that starts so; "" when the program ended before.
   std::string line(const std::string& start) {
     std::string found;

@@ -41,17 +41,15 @@ TEST(This, IsTheObjectThatWasCalled) {
   const ps::POA_var poa = root->create_POA(
       "this", nullptr, policies(root, ps::USER_ID, ps::MULTIPLE_ID, ps::USE_DEFAULT_SERVANT));
   poa->set_servant(&standing_in);
-  const ps::POAManager_var manager = root->the_POAManager();
-  manager->activate();
+  ps::POAManager_var(root->the_POAManager())->activate();
 
   const Demo::Echo_var first = implicit._this(), again = implicit._this();
   EXPECT_TRUE(first->_is_equivalent(again.in())) << "activated twice";
   expect_knows_itself(first.in());
-  for (const char* text : {"a", "b", "active", "active too"}) {
+  for (const char* text : {"a", "active", "active too"}) {
     const ps::ObjectId_var id = ps::string_to_ObjectId(text);
-    if (std::string_view(text).starts_with("active")) poa->activate_object_with_id(id.in(), &active);
-    const CORBA::Object_var object = poa->create_reference_with_id(id.in(), Demo::Echo::repository_id);
-    expect_knows_itself(object.in());
+    if (text[1]) poa->activate_object_with_id(id.in(), &active);
+    expect_knows_itself(CORBA::Object_var(poa->create_reference_with_id(id.in(), Demo::Echo::repository_id)));
   }
   poa->destroy(0, 1);
   orb->destroy();

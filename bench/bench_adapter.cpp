@@ -25,11 +25,11 @@ class Population {
   Population(ps::POA* root, std::size_t size) : servants_(size), ids_(size) {
     for (auto& servant : servants_) servant = std::make_unique<bench::Servant>();
     poa_ = root->create_POA("population", nullptr, CORBA::PolicyList());
+    choose_sample();
     const double empty = allocated();
     for (std::size_t i = 0; i < size; ++i) activate(i);
     const double full = allocated();
     octets_an_object = (full - empty) / static_cast<double>(size);
-    choose_sample();
     for (std::size_t i : sample) refer(i);
     octets_a_reference = (allocated() - full) / static_cast<double>(sample.size());
   }

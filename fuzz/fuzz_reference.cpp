@@ -1,4 +1,5 @@
-// References from outside: as text (IOR:, corbaloc:) and in CDR. One that is taken must come out as it went in.
+// References from outside: as text (IOR:, corbaloc:) and in CDR. One that is taken must come out as it went
+// in.
 #include <cstdlib>
 #include <string>
 
@@ -32,8 +33,8 @@ void check(const Ref<Reference>& reference) {
 
 void from_text(const std::string& text) {
   CORBA_Environment env{};
-  const auto reference = Ref<Reference>::adopt(
-      as_reference(CORBA_ORB_string_to_object(nullptr, text.c_str(), &env)));
+  const auto reference =
+      Ref<Reference>::adopt(as_reference(CORBA_ORB_string_to_object(nullptr, text.c_str(), &env)));
   CORBA_exception_free(&env);
   if (!reference) return;
   check(reference);

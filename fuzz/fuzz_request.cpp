@@ -1,6 +1,6 @@
-// Requests to an object of this process, through the whole road and back: stub side, sockets or not, object key,
-// adapter, skeleton, reply. The first octet of the input chooses the operation, the GIOP version, the road and whether
-// the key is damaged; the rest is the body, or the damage.
+// Requests to an object of this process, through the whole road and back: stub side, sockets or not, object
+// key, adapter, skeleton, reply. The first octet of the input chooses the operation, the GIOP version, the
+// road and whether the key is damaged; the rest is the body, or the damage.
 #include <cstdlib>
 #include <iterator>
 #include <string>
@@ -61,9 +61,9 @@ struct Choice {
         damaged((octet & 128) != 0) {}
 
  private:
-  static constexpr const char* operations[] = {"echo_string", "add",      "echo_octets",   "refuse",
-                                               "note",        "notes",    "_is_a",         "who",
-                                               "sleep_ms",    "no_such",  "_non_existent", "_get_interface"};
+  static constexpr const char* operations[] = {"echo_string", "add",     "echo_octets",   "refuse",
+                                               "note",        "notes",   "_is_a",         "who",
+                                               "sleep_ms",    "no_such", "_non_existent", "_get_interface"};
 };
 
 /// Pairs of octets: which character of the key, and which octet it becomes.

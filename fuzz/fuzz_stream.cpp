@@ -1,5 +1,5 @@
-// What a connection receives: octets in pieces, cut into messages, whose heads and targets are read. The first
-// octet of the input says how large the pieces are.
+// What a connection receives: octets in pieces, cut into messages, whose heads and targets are read. The
+// first octet of the input says how large the pieces are.
 #include <algorithm>
 #include <cstdlib>
 

@@ -23,7 +23,7 @@
 #include <thread>
 #include <vector>
 
-#include "echo.h"
+#include "plain_servant.h"
 
 namespace {
 
@@ -141,19 +141,6 @@ int pin_to_one_core() {
 // ---- The server processes
 // -------------------------------------------------------------------------------------------
 
-class Adder : public POA_Demo::Echo {
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
-  char* echo_string(const char*, CORBA::Environment&) override { throw CORBA::NO_IMPLEMENT(); }
-  Demo::Octets* echo_octets(const Demo::Octets&, CORBA::Environment&) override {
-    throw CORBA::NO_IMPLEMENT();
-  }
-  void refuse(const char*, CORBA::Long, CORBA::Environment&) override { throw CORBA::NO_IMPLEMENT(); }
-  void note(const char*, CORBA::Environment&) override { throw CORBA::NO_IMPLEMENT(); }
-  CORBA::Long notes(CORBA::Environment&) override { throw CORBA::NO_IMPLEMENT(); }
-  char* who(CORBA::Environment&) override { throw CORBA::NO_IMPLEMENT(); }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override { throw CORBA::NO_IMPLEMENT(); }
-};
-
 void say(const std::string& line) {
   std::printf("%s\n", line.c_str());
   std::fflush(stdout);
@@ -164,7 +151,7 @@ void serve_orb(CORBA::ORB_ptr orb) {
   const PortableServer::POA_var root = PortableServer::POA::_narrow(resolved.in());
   const PortableServer::POAManager_var manager = root->the_POAManager();
   manager->activate();
-  Adder adder;
+  bench::Servant adder;
   const Demo::Echo_var object = adder._this();
   const CORBA::String_var text = orb->object_to_string(object.in());
   say(text.in());

@@ -9,25 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "echo.h"
+#include "plain_servant.h"
 
 namespace bench {
-
-class Servant : public POA_Demo::Echo {
- public:
-  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
-  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment&) override {
-    return new Demo::Octets(data);
-  }
-  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
-    throw Demo::Refused(why, code);
-  }
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return 0; }
-  char* who(CORBA::Environment&) override { return CORBA::string_dup(""); }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
-};
 
 using Clock = std::chrono::steady_clock;
 

@@ -6,26 +6,9 @@
 #include <string>
 #include <thread>
 
-#include "echo.h"
+#include "plain_servant.h"
 
 namespace {
-
-class Echo : public POA_Demo::Echo {
-  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override {
-    return static_cast<CORBA::Long>(static_cast<CORBA::ULong>(a) + static_cast<CORBA::ULong>(b));
-  }
-  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment&) override {
-    return new Demo::Octets(data);
-  }
-  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
-    throw Demo::Refused(why, code);
-  }
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return 0; }
-  char* who(CORBA::Environment&) override { return CORBA::string_dup("fuzz"); }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
-};
 
 /// "corbaloc:iiop:1.2@127.0.0.1:PORT/KEY" of an object that is served for as long as the process lives.
 const std::string& served() {
@@ -38,7 +21,7 @@ const std::string& served() {
     const PortableServer::POA_var root = PortableServer::POA::_narrow(object);
     const PortableServer::POAManager_var manager = root->the_POAManager();
     manager->activate();
-    static Echo servant;
+    static bench::Servant servant;
     const CORBA::Object_var echo = servant._this();
     std::thread([orb] { orb->run(); }).detach();
     CORBA_Environment env{};

@@ -8,7 +8,9 @@ namespace bench {
 class Servant : public POA_Demo::Echo {
  public:
   char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return static_cast<CORBA::Long>(static_cast<CORBA::ULong>(a) + static_cast<CORBA::ULong>(b)); }
+  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override {
+    return static_cast<CORBA::Long>(static_cast<CORBA::ULong>(a) + static_cast<CORBA::ULong>(b));
+  }
   Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment&) override {
     return new Demo::Octets(data);
   }

@@ -80,6 +80,7 @@ unsigned char ZR_cdr_grow(CDR* cdr, size_t more) {
   std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
   if (wanted < used + more) wanted = used + more;
   if (wanted < first_capacity) wanted = first_capacity;
+  if (wanted > UINT32_MAX) wanted = UINT32_MAX;  // not below used + more, by the check above
   auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
   if (!grown) return 0;
   cdr->out_base = grown;

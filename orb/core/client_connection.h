@@ -66,8 +66,8 @@ struct ClientCall {
   uint8_t minor = 2;  // GIOP version of its request
   std::atomic<State> state{State::Idle};
   bool asleep = false;  // its thread sleeps on `wake`, and may be asked to read
-  /// The time, as its thread last read the clock. It has not waited for anything since, so this is still good
-  /// for time limits; reading the clock at every step would cost more than the steps.
+  /// The time, as its thread last read the clock. The library has not waited for anything since, so this is
+  /// still good for time limits; reading the clock at every step would cost more than the steps.
   Clock::time_point now;
   Fault fault;
   Reply reply;

@@ -8,6 +8,7 @@
 #include "environment.h"
 #include "in_process.h"
 #include "method_table.h"
+#include "of_thread.h"
 #include "options.h"
 
 namespace zrsv {
@@ -43,36 +44,18 @@ ClientRequest* as_request(void* handle) {
 
 // ---- Requests that a thread keeps -----------------------------------------------------------------------
 
-class Kept {
- public:
-  Kept() { free_.reserve(max_kept); }
-  ~Kept() { gone_ = true; }
-
-  static ClientRequest* take() {
-    if (gone_) return new ClientRequest;
-    Kept& kept = mine();
-    if (kept.free_.empty()) return new ClientRequest;
-    ClientRequest* request = kept.free_.back().release();
-    kept.free_.pop_back();
-    return request;
-  }
-  static void give(std::unique_ptr<ClientRequest> request) {
-    if (gone_) return;
-    Kept& kept = mine();
-    if (kept.free_.size() < max_kept) kept.free_.push_back(std::move(request));
-  }
-
- private:
-  static Kept& mine() {
-    thread_local Kept kept;
-    return kept;
-  }
-
-  static thread_local bool gone_;  // calls are still allowed while the thread's own objects go
-  std::vector<std::unique_ptr<ClientRequest>> free_;
+struct Kept {
+  Kept() { free.reserve(max_kept); }
+  std::vector<std::unique_ptr<ClientRequest>> free;
 };
 
-thread_local bool Kept::gone_ = false;
+std::unique_ptr<ClientRequest> take_kept() {
+  Kept* kept = of_thread<Kept>();
+  if (!kept || kept->free.empty()) return std::make_unique<ClientRequest>();
+  std::unique_ptr<ClientRequest> request = std::move(kept->free.back());
+  kept->free.pop_back();
+  return request;
+}
 
 void keep_for_later(std::unique_ptr<ClientRequest> request) {
   request->connection.reset();
@@ -82,7 +65,8 @@ void keep_for_later(std::unique_ptr<ClientRequest> request) {
   }
   request->call.reply.message.clear();
   request->call.reply.message.shrink(max_kept_octets);
-  Kept::give(std::move(request));
+  Kept* kept = of_thread<Kept>();
+  if (kept && kept->free.size() < max_kept) kept->free.push_back(std::move(request));
 }
 
 // ---- The request message --------------------------------------------------------------------------------
@@ -275,6 +259,7 @@ Fault await(ClientRequest* request) {
       return call->fault;
     }
     if (std::exchange(request->sent_again, true)) return fault::turned_away;
+    call->now = Clock::now();
     if (const Fault why = or_time_limit(*request, dispatch(request))) return why;
   }
   return call->fault;
@@ -289,7 +274,7 @@ bool runs_in_process(const Reference& target) {
 bool create(Reference* object, const char* operation, bool response_expected,
             std::unique_ptr<ClientRequest>* made) {
   static std::atomic<uint32_t> next_id{0};
-  std::unique_ptr<ClientRequest> request(Kept::take());
+  std::unique_ptr<ClientRequest> request = take_kept();
   request->object = object;
   request->forward = object->forward();
   request->operation = operation;

@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <system_error>
 
+#include "of_thread.h"
 #include "options.h"
 
 namespace zrsv {
@@ -19,6 +21,7 @@ constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection
 constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
 
 constexpr std::size_t most_seats = 16;
+constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread stays no longer
 
 thread_local unsigned upcalls = 0;
 
@@ -111,6 +114,8 @@ void Engine::wait_for_event(Worker& worker, bool block) {
     wake_pending_.store(false);
     return;
   }
+  // This thread may have taken the wake-up that was meant for those, and stays away for a while now.
+  if (ready_count_.load() > 0) wake();
   auto* connection = static_cast<Connection*>(event.data.ptr);
   if (!connection->try_add_ref()) return;
   const Ref<Connection> counted = Ref<Connection>::adopt(connection);
@@ -127,6 +132,7 @@ void Engine::stay(Worker& worker, const Ref<Connection>& connection) {
   if (!seat) return;
   if (connection->begin_read(false)) {
     watch_input(*connection, false);
+    worker.turns_left = turns_without_call;
     while (stay_for_one(worker, connection, seat)) continue;
   }
   seats_.leave(seat);
@@ -143,8 +149,9 @@ bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Sea
     if (worker.has_slot) run_jobs(worker);
     if (!std::exchange(worker.seat, nullptr)) return false;
     if (seat->running()) return seat->end_run();
-    if (connection->begin_read(false)) return true;
-    return watch_input(*connection, true), false;  // another thread reads it now, or it is lost
+    if (!connection->begin_read(false))
+      return watch_input(*connection, true), false;  // another's now, or lost
+    if (--worker.turns_left > 0) return true;
   }
   connection->paused();
   watch_input(*connection, true);
@@ -152,11 +159,15 @@ bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Sea
   return false;
 }
 
-// Watched anew, a connection reports the input that has come meanwhile.
+// Watched anew, a connection reports the input that has come meanwhile. The system may lack the memory for
+// that: then it is broken off, which its next reader sees.
 void Engine::watch_input(Connection& connection, bool on) {
   epoll_event event{EPOLLIN | EPOLLRDHUP | EPOLLET, {.ptr = &connection}};
-  if (!on || connection.registered())
-    ::epoll_ctl(epoll_, on ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, connection.fd(), &event);
+  if (on && !connection.registered()) return;
+  if (::epoll_ctl(epoll_, on ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, connection.fd(), &event) == 0) return;
+  if (!on || errno == EEXIST) return;
+  OM_log("%s: no memory to watch it: connection closed", connection.peer().text().c_str());
+  connection.break_off();
 }
 
 // Called with the ownership of the connection's reading.
@@ -287,7 +298,8 @@ bool Engine::cancel(Worker& worker, const Ref<Connection>& connection) {
 // ---- Reading, handed on ----
 
 void Engine::pass_on(Connection& connection) {
-  if (connection.more_input() || !connection.end_read()) push_ready(Ref<Connection>::share(&connection));
+  if (connection.broken() || connection.more_input() || !connection.end_read())
+    push_ready(Ref<Connection>::share(&connection));
 }
 
 // Before a request runs. A thread that stays with its client keeps reading, unless the watch takes that from
@@ -428,7 +440,7 @@ void Engine::run_jobs(Worker& worker) {
         jobs_.pop_front();
         job_count_.fetch_sub(1);
       }
-      if (job_count_.load() > 0 && running_.load() < slots_) wake();
+      if (ready_count_.load() > 0 || (job_count_.load() > 0 && running_.load() < slots_)) wake();
       run_job(worker, *job);
     }
     leave();
@@ -487,14 +499,16 @@ QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32
 // ---- Calls of this process ----
 
 const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
-  thread_local TargetCache targets;
+  TargetCache* targets = of_thread<TargetCache>();
   giop::Header header;
   ServerRequest request;
   std::swap(request.message, message);
   if (request.message.size() < giop::header_size ||
       giop::read_header(request.message.data(), UINT32_MAX, &header) || !request.read_head(header))
     return "OBJECT_NOT_EXIST";
-  const auto target = Ref<Reference>::share(targets.find(request.head.key));  // calls within it use the cache
+  // Counted: calls within this one use the cache, too.
+  const Ref<Reference> target = targets ? Ref<Reference>::share(targets->find(request.head.key))
+                                        : Reference::from_key(request.head.key);
   if (!target) return "OBJECT_NOT_EXIST";
   request.target.borrow(target.get());
 

@@ -63,6 +63,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     bool has_slot = false;
     bool may_stay = false;        // the connection just served is one to stay with
     Seats::Seat* seat = nullptr;  // while it stays with the connection that it serves
+    unsigned turns_left = 0;      // that may bring no call, while it stays
   };
   /// What waits for a slot: requests to run one after another, the end of a connection to report, or its
   /// output to send.

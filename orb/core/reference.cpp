@@ -5,6 +5,7 @@
 
 #include "iiop_profile.h"
 #include "object_key.h"
+#include "of_thread.h"
 
 namespace zrsv {
 namespace {
@@ -15,10 +16,6 @@ class RecentKeys {
  public:
   static constexpr std::size_t largest_key = 1024;
 
-  static RecentKeys& mine() {
-    thread_local RecentKeys keys;
-    return keys;
-  }
   /// The slot where `key` is, or is to be put; null for a key that is not kept.
   Ref<Reference>* slot(std::string_view key) {
     if (key.size() < 4 || key.size() > largest_key) return nullptr;
@@ -88,7 +85,8 @@ Ref<Reference> Reference::make_local(std::string_view impl, std::string_view int
 }
 
 Ref<Reference> Reference::from_key(std::string_view key) {
-  Ref<Reference>* slot = RecentKeys::mine().slot(key);
+  RecentKeys* recent = of_thread<RecentKeys>();
+  Ref<Reference>* slot = recent ? recent->slot(key) : nullptr;
   if (slot && *slot && (*slot)->key() == key) return *slot;
   Ref<Reference> made = adopt_key(std::string(key), {});
   if (slot && made) *slot = made;

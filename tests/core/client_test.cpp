@@ -174,6 +174,42 @@ TEST_F(Client, ThreadsShareAConnectionAndGetTheirOwnAnswers) {
 }
 
 // A caller runs into its time limit, maybe while it reads for both; the other one is to go on.
+TEST_F(Client, TheTimeLimitHoldsWhateverHappensMeanwhile) {
+  using std::chrono::milliseconds;
+  const auto a_while = [] { std::promise<void>().get_future().wait_for(milliseconds(300)); };
+  const Script silent = [](Peer& peer) {
+    for (Got got; peer.next(&got);) continue;
+  };
+  ScriptedServer closes({[&](Peer& peer) {
+    EXPECT_TRUE(peer.send(reply(peer.read(), 0, number(1))));
+    peer.read();
+    a_while();
+    peer.send(message(Type::CloseConnection));
+  }});
+  ScriptedServer other({[&](Peer& peer) {
+    EXPECT_TRUE(peer.send(reply(peer.read(), 0, number(2))));
+    silent(peer);
+  }});
+  ScriptedServer third({silent});
+  // Open already, so that the call can go over at once.
+  EXPECT_EQ(call(reference_to({{closes.port()}})), "1");
+  EXPECT_EQ(call(reference_to({{other.port()}})), "2");
+  const auto both = reference_to({{closes.port()}, {other.port()}}), one = reference_to({{third.port()}});
+  set(&Options::timeout_ms, 400u);
+  const auto within_the_limit = [&](const char* what, auto&& calls) {
+    const auto begun = Clock::now();
+    EXPECT_EQ(calls(), "TIMEOUT 1") << what;
+    EXPECT_LT(Clock::now() - begun, milliseconds(600)) << what;
+  };
+  within_the_limit("sent anew", [&] { return call(both); });
+  within_the_limit("received late", [&] {
+    Call late(one);
+    EXPECT_TRUE(late.send());
+    a_while();
+    return late.result();
+  });
+}
+
 TEST_F(Client, TheReaderHandsItsRoleOn) {
   ScriptedServer server({[&](Peer& peer) {
     const Got late = peer.read(), last = peer.read(), cancel = peer.read();

@@ -112,33 +112,47 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
   EXPECT_EQ(board_.lines(), wanted);
 }
 
-TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
-  const auto local = [](std::chrono::milliseconds limit = bound, const std::string& to = key()) {
-    const std::string octets = request(1, "echo", 5, to);
-    zrsv::Buffer message, reply;
-    EXPECT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
-    const char* failure =
-        zrsv::call_in_process(std::move(message), true, std::chrono::steady_clock::now() + limit, &reply);
-    EXPECT_TRUE(failure || reply.size() == 28);
-    return std::string(failure ? failure : "done");
+std::string local(const std::string& to, std::chrono::milliseconds limit = bound) {
+  const std::string octets = request(1, "echo", 5, to);
+  zrsv::Buffer message, reply;
+  EXPECT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
+  const char* failure =
+      zrsv::call_in_process(std::move(message), true, std::chrono::steady_clock::now() + limit, &reply);
+  EXPECT_TRUE(failure || reply.size() == 28);
+  return failure ? failure : "done";
+}
+
+TEST_F(Engine, CallsWhileAThreadEnds) {
+  struct Late {
+    std::string to;
+    ~Late() { EXPECT_EQ(local(to), "done"); }
   };
+  start();
+  std::thread([to = key()] {
+    thread_local Late late;  // goes after what the call below makes for the thread
+    late.to = to;
+    EXPECT_EQ(local(to), "done");
+  }).join();
+}
+
+TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
   const std::chrono::milliseconds soon(1);
-  EXPECT_EQ(local(), "TRANSIENT");  // nothing is served yet
+  EXPECT_EQ(local(key()), "TRANSIENT");  // nothing is served yet
   start({"-ORBThreads", "1"});
-  EXPECT_EQ(local(), "done");
-  EXPECT_EQ(local(bound, "x"), "OBJECT_NOT_EXIST");
+  EXPECT_EQ(local(key()), "done");
+  EXPECT_EQ(local("x"), "OBJECT_NOT_EXIST");
 
   control(ZR_QUEUE_HOLD);
-  EXPECT_EQ(local(soon), "TIMEOUT");
-  std::thread caller([&] { EXPECT_EQ(local(), "done"); });
+  EXPECT_EQ(local(key(), soon), "TIMEOUT");
+  std::thread caller([&] { EXPECT_EQ(local(key()), "done"); });
   control(ZR_QUEUE_RELEASE);
   caller.join();
 
   Client client(port());
   ASSERT_TRUE(client.send(call(2, "block")) && barrier_.wait_for(1));  // the slot is taken: it waits its turn
-  EXPECT_EQ(local(soon), "TIMEOUT");
+  EXPECT_EQ(local(key(), soon), "TIMEOUT");
   barrier_.open(1);
-  EXPECT_EQ(local(), "done");
+  EXPECT_EQ(local(key()), "done");
 }
 
 TEST_F(Engine, ShutsDownFromAServantAndStartsAgain) {

@@ -3,8 +3,8 @@
 
 namespace zrsv {
 
-/// The calling thread's T; null when it is gone. Program code may call still while the objects of its thread, or
-/// of the process, are destroyed, in whatever order.
+/// The calling thread's T; null when it is gone. Program code may call still while the objects of its thread,
+/// or of the process, are destroyed, in whatever order.
 template <class T>
 T* of_thread() {
   static thread_local bool gone = false;

@@ -196,4 +196,16 @@ Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
   }
 }
 
+std::span<iovec> rest_of(std::span<iovec> parts, std::size_t octets) {
+  for (; !parts.empty(); parts = parts.subspan(1)) {
+    iovec& part = parts.front();
+    const std::size_t taken = std::min(octets, part.iov_len);
+    part.iov_base = static_cast<unsigned char*>(part.iov_base) + taken;
+    part.iov_len -= taken;
+    octets -= taken;
+    if (part.iov_len > 0) break;
+  }
+  return parts;
+}
+
 }  // namespace zrsv

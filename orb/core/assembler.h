@@ -5,6 +5,7 @@
 #include <sys/uio.h>
 
 #include <array>
+#include <span>
 #include <vector>
 
 #include "buffer.h"
@@ -81,6 +82,9 @@ class Pieces {
   std::vector<std::array<unsigned char, 16>> heads_;
   std::vector<iovec> parts_;
 };
+
+/// What is left of the parts when so many octets of them are out. The first of the rest may be cut.
+std::span<iovec> rest_of(std::span<iovec> parts, std::size_t octets);
 
 /// Whether a message of that length is cut at all.
 inline bool must_fragment(const unsigned char* message, std::size_t length, uint32_t limit) {

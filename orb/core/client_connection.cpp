@@ -12,6 +12,7 @@
 #include <ctime>
 #include <new>
 #include <optional>
+#include <span>
 
 #include "cdr_chain.h"
 #include "options.h"
@@ -49,35 +50,25 @@ bool wait_until(std::condition_variable& event, std::unique_lock<std::mutex>& lo
 
 enum class Written { All, Part, Nothing, Dead };  // Part, Nothing: the time limit passed
 
-/// Drops the first `count` octets of the parts.
-void advance(iovec** part, std::size_t* parts, std::size_t count) {
-  for (; *parts > 0; ++*part, --*parts) {
-    const std::size_t taken = std::min(count, (*part)->iov_len);
-    (*part)->iov_base = static_cast<unsigned char*>((*part)->iov_base) + taken;
-    (*part)->iov_len -= taken;
-    count -= taken;
-    if ((*part)->iov_len > 0) return;
-  }
-}
-
 /// What the system takes at once of the parts; -1 with errno.
-ssize_t write_some(int fd, iovec* part, std::size_t parts) {
+ssize_t write_some(int fd, std::span<iovec> parts) {
   constexpr int flags = MSG_NOSIGNAL | MSG_DONTWAIT;
-  if (parts == 1) return ::send(fd, part->iov_base, part->iov_len, flags);  // cheaper than sendmsg
+  if (parts.size() == 1)
+    return ::send(fd, parts[0].iov_base, parts[0].iov_len, flags);  // cheaper than sendmsg
   msghdr message{};
-  message.msg_iov = part;
-  message.msg_iovlen = std::min<std::size_t>(parts, 1024);
+  message.msg_iov = parts.data();
+  message.msg_iovlen = std::min<std::size_t>(parts.size(), 1024);
   return ::sendmsg(fd, &message, flags);
 }
 
 /// Writes all parts, which are used up by it. *now is read anew when it had to wait.
-Written write_parts(int fd, iovec* part, std::size_t parts, Deadline deadline, Clock::time_point* now) {
+Written write_parts(int fd, std::span<iovec> parts, Deadline deadline, Clock::time_point* now) {
   bool begun = false;
-  while (parts > 0) {
-    const ssize_t n = write_some(fd, part, parts);
+  while (!parts.empty()) {
+    const ssize_t n = write_some(fd, parts);
     if (n >= 0) {
       begun = true;
-      advance(&part, &parts, static_cast<std::size_t>(n));
+      parts = rest_of(parts, static_cast<std::size_t>(n));
       continue;
     }
     if (errno == EINTR) continue;
@@ -106,8 +97,7 @@ class Outgoing {
   Outgoing& operator=(const Outgoing&) = delete;
 
   Written write(int fd, Deadline deadline, Clock::time_point* now) {
-    if (!pieces_) return write_parts(fd, &whole_, 1, deadline, now);
-    return write_parts(fd, pieces_->parts().data(), pieces_->parts().size(), deadline, now);
+    return write_parts(fd, pieces_ ? std::span(pieces_->parts()) : std::span(&whole_, 1), deadline, now);
   }
 
  private:
@@ -165,7 +155,8 @@ ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_
       const bool in_time = !writing_ || wait_until(write_free_, lock, deadline);
       --write_waiters_;
       call->now = Clock::now();
-      if (!in_time && writing_) return Sent::Late;  // free, the wake-up may have been for this thread
+      // Late, but free: the wake-up may have been this thread's, so it takes the turn.
+      if (!in_time && writing_) return Sent::Late;
     }
     if (!usable_) return Sent::Dead;
     // Waiting from before the first octet is out: the reply may be read by another thread.
@@ -233,19 +224,21 @@ void ClientConnection::close(Fault why) {
 /// Reads for everybody until this thread's own call is settled or its time is up. The caller has set
 /// reading_.
 void ClientConnection::lead(ClientCall* own, Deadline deadline) {
-  for (bool mine = true; mine;) {
-    const bool settled = own->state != ClientCall::State::Waiting;
-    if (!settled) set_receive_limit(deadline, own->now);
-    const Got got = settled ? Got::Nothing : receive_some(0);
-    const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_, std::defer_lock);
+  while (own->state == ClientCall::State::Waiting) {
+    set_receive_limit(deadline, own->now);
+    const Got got = receive_some(0);
+    lock.lock();
     take_input(got);
-    mine = own->state == ClientCall::State::Waiting;
-    if (mine) mine = (own->now = Clock::now()) < deadline;  // also while the replies of others keep coming
-    if (mine) continue;
-    last_used_.store(own->now, std::memory_order_relaxed);
-    reading_.store(false, std::memory_order_release);
-    pass_reading_on();
+    if (own->state != ClientCall::State::Waiting) break;
+    own->now = Clock::now();
+    if (own->now >= deadline) break;  // also while the replies of others keep coming
+    lock.unlock();
   }
+  if (!lock) lock.lock();
+  last_used_.store(own->now, std::memory_order_relaxed);
+  reading_.store(false, std::memory_order_release);
+  pass_reading_on();
 }
 
 void ClientConnection::pass_reading_on() {

@@ -105,13 +105,13 @@ class ClientConnection {
   void close(Fault why);
 
  private:
+  enum class Got { Octets, Nothing, End };
   void end_writing();
   void lead(ClientCall* own, Deadline deadline);
   void set_receive_limit(Deadline deadline, Clock::time_point now);
+  Got receive_some(int flags);  // the reader's
   // All below are called with mutex_ held.
   void pass_reading_on();
-  enum class Got { Octets, Nothing, End };
-  Got receive_some(int flags);
   void take_input(Got got);
   void take_messages();
   const char* take_message(const giop::Header& header);
@@ -133,7 +133,7 @@ class ClientConnection {
   std::atomic<bool> reading_{false};
   std::atomic<Clock::time_point> last_used_{Clock::now()};
 
-  std::mutex mutex_;  // guards all below
+  std::mutex mutex_;  // guards all below but the reader's own
   std::condition_variable write_free_;
   std::atomic<bool> usable_{true};  // read by others, too
   std::vector<ClientCall*> waiting_;

@@ -20,19 +20,6 @@ constexpr std::size_t most_kept = 1 << 20;       // of messages that a peer does
 constexpr std::size_t most_discarded = 1 << 18;  // of input thrown away at the end
 constexpr std::size_t parts_at_once = 64;
 
-/// Drops the first `count` octets of the parts.
-void advance(std::vector<iovec>* parts, std::size_t* first, std::size_t count) {
-  for (; count > 0; ++*first) {
-    iovec& part = (*parts)[*first];
-    if (part.iov_len > count) {
-      part.iov_base = static_cast<unsigned char*>(part.iov_base) + count;
-      part.iov_len -= count;
-      return;
-    }
-    count -= part.iov_len;
-  }
-}
-
 bool wait_writable(int fd, Clock::time_point deadline) {
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -44,23 +31,6 @@ bool wait_writable(int fd, Clock::time_point deadline) {
 }
 
 }  // namespace
-
-// ---- TargetCache ----
-
-Reference* TargetCache::find(std::string_view key) {
-  for (std::size_t i = 0; i < targets_.size(); ++i) {
-    if (!targets_[i] || targets_[i]->key() != key) continue;
-    if (i > 0)
-      std::rotate(targets_.begin(), targets_.begin() + static_cast<long>(i),
-                  targets_.begin() + static_cast<long>(i) + 1);
-    return targets_[0].get();
-  }
-  Ref<Reference> made = Reference::from_key(key);
-  if (!made) return nullptr;
-  std::rotate(targets_.begin(), targets_.end() - 1, targets_.end());
-  targets_[0] = std::move(made);
-  return targets_[0].get();
-}
 
 // ---- PeerAddress ----
 
@@ -187,8 +157,7 @@ void Connection::send(unsigned char* message, std::size_t length) {
     if (n > 0) sent = static_cast<std::size_t>(n);
   }
   Pieces pieces(message, length, pool_->options().fragment_size);
-  std::size_t first = 0;
-  advance(&pieces.parts(), &first, sent);
+  rest_of(pieces.parts(), sent);  // cuts the first, which is the only one when some has been sent
   write_in_turn(lock, &pieces.parts());
 }
 
@@ -240,16 +209,16 @@ std::chrono::milliseconds Connection::send_limit(std::size_t octets) const {
 }
 
 bool Connection::write_all(std::vector<iovec>* parts) {
-  std::size_t octets = 0, first = 0;
+  std::size_t octets = 0;
   for (const iovec& part : *parts) octets += part.iov_len;
   const auto deadline = Clock::now() + send_limit(octets);
-  while (first < parts->size()) {
+  for (std::span<iovec> left(*parts); !left.empty();) {
     msghdr message{};
-    message.msg_iov = parts->data() + first;
-    message.msg_iovlen = std::min(parts->size() - first, parts_at_once);
+    message.msg_iov = left.data();
+    message.msg_iovlen = std::min(left.size(), parts_at_once);
     const ssize_t n = ::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n > 0) {
-      advance(parts, &first, static_cast<std::size_t>(n));
+      left = rest_of(left, static_cast<std::size_t>(n));
     } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
       if (!wait_writable(fd_, deadline)) return false;
     } else if (errno != EINTR) {

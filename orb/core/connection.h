@@ -18,18 +18,6 @@
 
 namespace zrsv {
 
-/// The references of the keys seen last, last used first, so that a warm request compares octets and makes
-/// nothing.
-class TargetCache {
- public:
-  /// The local reference that `key` names, there until the next call at least; null when this process never
-  /// minted such a key.
-  Reference* find(std::string_view key);
-
- private:
-  std::array<Ref<Reference>, 4> targets_;
-};
-
 /// Address of a peer in network order, as the hooks and client data want it.
 struct PeerAddress {
   unsigned char octets[16] = {};

@@ -9,7 +9,6 @@
 #include <exception>
 #include <system_error>
 
-#include "of_thread.h"
 #include "options.h"
 
 namespace zrsv {
@@ -82,6 +81,11 @@ bool Engine::add(int fd, const PeerAddress& peer) {
 }
 
 // ---- The thread's round ----
+
+Reference* Engine::Worker::find_target(std::string_view key) {
+  if (!target || target->key() != key) target = Reference::from_key(key);
+  return target.get();
+}
 
 void Engine::work() {
   Worker worker;
@@ -225,7 +229,7 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
   if (stopping_.load()) return Next::Read;  // CloseConnection will tell the client that it was not taken
   connection->served = true;
   request.connection.borrow(connection.get());
-  request.target.borrow(worker.targets.find(request.head.key));
+  request.target.borrow(worker.find_target(request.head.key));
   const Next next = admit(worker, request);
   reuse(&worker.message, &request.message);
   return next;
@@ -272,7 +276,7 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
   ServerRequest request;
   std::swap(request.message, worker.message);
   if (!request.read_head(worker.header)) return false;
-  const bool here = worker.targets.find(request.head.key) != nullptr;
+  const bool here = worker.find_target(request.head.key) != nullptr;
   worker.reply.lend(&request.cdr);
   const auto status = here ? giop::LocateStatus::ObjectHere : giop::LocateStatus::UnknownObject;
   if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status))
@@ -499,16 +503,13 @@ QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32
 // ---- Calls of this process ----
 
 const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
-  TargetCache* targets = of_thread<TargetCache>();
   giop::Header header;
   ServerRequest request;
   std::swap(request.message, message);
   if (request.message.size() < giop::header_size ||
       giop::read_header(request.message.data(), UINT32_MAX, &header) || !request.read_head(header))
     return "OBJECT_NOT_EXIST";
-  // Counted: calls within this one use the cache, too.
-  const Ref<Reference> target = targets ? Ref<Reference>::share(targets->find(request.head.key))
-                                        : Reference::from_key(request.head.key);
+  const Ref<Reference> target = Reference::from_key(request.head.key);
   if (!target) return "OBJECT_NOT_EXIST";
   request.target.borrow(target.get());
 

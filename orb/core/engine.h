@@ -59,7 +59,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
     giop::Header header;
     Buffer message;  // the one just read; its memory goes round with those of the connections
     Buffer reply;
-    TargetCache targets;
+    Ref<Reference> target;  // of the last request: the next one is for the same object as a rule
+    /// What the key names, there until the next call; null when this process never minted such a key.
+    Reference* find_target(std::string_view key);
     bool has_slot = false;
     bool may_stay = false;        // the connection just served is one to stay with
     Seats::Seat* seat = nullptr;  // while it stays with the connection that it serves

@@ -42,7 +42,7 @@ struct ServerRequest : RequestBase {
   Buffer message;
   uint8_t minor = 2;
   giop::RequestHead head;
-  Lent<Reference> target;             // of the cache of the thread that read it
+  Lent<Reference> target;             // the last of the thread that read it
   Lent<Connection> connection;        // of that thread; null: it came from this process
   std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
   bool replied = false;               // a reply was begun

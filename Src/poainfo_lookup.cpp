@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "adapteractivation.h"
 #include "dispatch.h"
 
 namespace {
@@ -52,15 +53,18 @@ POAInfoPtr find_existing(std::string_view path) {
   return std::const_pointer_cast<POAInfo>(poa->shared_from_this());
 }
 
-/// POA by POA: missing ones are asked of adapter activators.
+/// POA by POA: missing ones are asked of adapter activators, and those that one is still filling are waited
+/// for.
 POAInfoPtr walk(std::string_view path, CORBA::Environment& ev) {
   if (path.empty()) return root_poa_info->shared_from_this();
   if (!OM_TRACE_IS_ON) {
-    if (POAInfoPtr found = find_existing(path)) return found;
+    if (POAInfoPtr found = find_existing(path); found && !AdapterActivation::any()) return found;
   }
   POAInfoPtr poa = root_poa_info->shared_from_this();
-  for (PathNames names(path); const auto name = names.next();)
+  for (PathNames names(path); const auto name = names.next();) {
+    AdapterActivation::wait_for_others(poa->identity, *name);
     poa = poa->findChildByName(std::string(*name).c_str(), ev, 1);
+  }
   POA_TRACE("findPOAInfoByReference end...[Reverse order of qualified name]");
   return poa;
 }

@@ -1,6 +1,7 @@
 // The POA tree: creation, lookup, adapter activation, destruction.
 #include <new>
 
+#include "adapteractivation.h"
 #include "poainfo.h"
 
 namespace {
@@ -126,6 +127,11 @@ POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environmen
 
 POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, const char* name,
                                   CORBA::Environment& _ev) {
+  const AdapterActivation activation(identity, name);
+  if (activation.waited()) {
+    MutexGuard guard(poa_mutex);
+    if (POAInfo* child = child_named(name)) return child->shared_from_this();
+  }
   POA_TRACE("call adapter_activator->unknown_adapter..");
   if (!activator.unknown_adapter(poa_object, name, _ev)) {
     raise<POA::AdapterNonExistent>(_ev, "adapter_act returns NULL,throw AdapterNonExistent",

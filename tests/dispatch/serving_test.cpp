@@ -41,6 +41,18 @@ TEST_P(Serving, MissingPoasAreAskedOfTheAdapterActivator) {
   };
   for (int i = 0; i < 3; ++i) EXPECT_EQ(who(echo(object)), "lazy:sleeper");
   EXPECT_EQ(adapter.asked, 3);
+  POA_var(top->find_POA("lazy", false))->destroy(false, false);
+  std::future<std::string> second;  // comes when the POA is there and its object is not
+  adapter.answer = [&](POA* parent, const char* name) {
+    POA_var made = parent->create_POA(name, nullptr, policies(root, USER_ID, PERSISTENT));
+    second = outcome_of_a_thread(object);
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_TRUE(made->_is_equivalent(POA_var(parent->find_POA(name, true))));
+    return made->activate_object_with_id(oid("sleeper"), &servant), true;
+  };
+  EXPECT_EQ(outcome(object), "done");
+  EXPECT_EQ(second.get(), "done");
+  EXPECT_EQ(adapter.asked, 4);
   top->destroy(false, false);
 }
 

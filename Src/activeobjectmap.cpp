@@ -1,5 +1,7 @@
 #include "activeobjectmap.h"
 
+#include <algorithm>
+#include <bit>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -81,8 +83,7 @@ void ActiveObjectMap::Client::trace() const {
 
 // ---- Blocks -------------------------------------------------------------------------------------
 
-ActiveObjectMap::ActiveObjectMap()
-    : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), used(0) {
+ActiveObjectMap::ActiveObjectMap() : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr) {
   static std::uint64_t last_number = 0;  // guarded by the POA semaphore
   PoaSemaphoreGuard guard(__LINE__);
   number = ++last_number;
@@ -105,19 +106,80 @@ ActiveObjectMap::~ActiveObjectMap() {
   }
 }
 
-template <class Match>
-_ActiveObjectEntry* ActiveObjectMap::find(Match&& match) {
-  for (ActiveObjectMap* block = this; block; block = block->next) {
-    if (block->used == 0) continue;
-    for (_ActiveObjectEntry& entry : block->entries)
-      if (entry.oid && match(entry)) return &entry;
+/// A search for an id.
+struct ActiveObjectMap::ById {
+  explicit ById(std::string_view id) : oid(id), key(key_of(id)) {}
+  explicit ById(const ObjectId& id) : ById(oid_view(id)) {}
+  static const Keys& keys(const ActiveObjectMap& block) { return block.oid_keys; }
+  bool is(const _ActiveObjectEntry& entry) const { return oid_view(*entry.oid) == oid; }
+  static Key key_of(std::string_view oid);
+
+  const std::string_view oid;
+  const Key key;
+};
+
+/// A search for a servant.
+struct ActiveObjectMap::ByServant {
+  explicit ByServant(const ServantBase* s) : servant(s), key(key_of(s)) {}
+  static const Keys& keys(const ActiveObjectMap& block) { return block.servant_keys; }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant; }
+  static Key key_of(const ServantBase* servant) {
+    return static_cast<Key>(reinterpret_cast<std::uintptr_t>(servant) / alignof(ServantBase));
+  }
+
+  const ServantBase* const servant;
+  const Key key;
+};
+
+ActiveObjectMap::Key ActiveObjectMap::ById::key_of(std::string_view oid) {
+  constexpr Key FACTOR = 0x9E3779B1;
+  Key key = static_cast<Key>(oid.size());
+  for (; oid.size() >= sizeof key; oid.remove_prefix(sizeof key)) {
+    Key octets;
+    std::memcpy(&octets, oid.data(), sizeof octets);
+    key = (key ^ octets) * FACTOR;
+  }
+  for (char octet : oid) key = (key ^ static_cast<unsigned char>(octet)) * FACTOR;
+  return key;
+}
+
+namespace {
+constexpr auto ANY = [](const _ActiveObjectEntry&) { return true; };
+/// An etherealized servant may be gone: its entry answers nothing any more.
+constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
+}  // namespace
+
+template <class Wanted, class Match>
+_ActiveObjectEntry* ActiveObjectMap::find_here(const Wanted& wanted, Match&& match) {
+  if (used == 0) return nullptr;
+  const Keys& keys = Wanted::keys(*this);
+  for (int first = 0; first < SLOTS; first += GROUP) {
+    if (taken[first / GROUP] == 0) continue;
+    Key found = 0;
+    for (int i = 0; i < GROUP; ++i) found += keys[first + i] == wanted.key;  // compilers make vectors of sums
+    for (int slot = first; found != 0 && slot < first + GROUP; ++slot) {
+      _ActiveObjectEntry& entry = entries[slot];
+      if (keys[slot] == wanted.key && entry.oid && wanted.is(entry) && match(entry)) return &entry;
+    }
   }
   return nullptr;
 }
 
+template <class Wanted, class Match>
+_ActiveObjectEntry* ActiveObjectMap::find(const Wanted& wanted, Match&& match) {
+  for (ActiveObjectMap* block = this; block; block = block->next)
+    if (_ActiveObjectEntry* entry = block->find_here(wanted, match)) return entry;
+  return nullptr;
+}
+
 int ActiveObjectMap::fill_free_slot(ObjectId* oid, ServantBase* p_servant, const Client& client) {
-  int slot = 0;
-  while (entries[slot].oid) ++slot;
+  int word = 0;
+  while (~taken[word] == 0) ++word;
+  const int bit = std::countr_one(taken[word]);
+  const int slot = word * GROUP + bit;
+  taken[word] |= std::uint64_t{1} << bit;
+  oid_keys[slot] = ById::key_of(oid_view(*oid));
+  servant_keys[slot] = ByServant::key_of(p_servant);
   entries[slot].oid = oid;
   entries[slot].p_servant = p_servant;
   entries[slot].deactivated = 0;
@@ -133,6 +195,8 @@ void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
   entry.p_servant = nullptr;
   entry.etherealized = 0;
   Client().store(entry);
+  const auto slot = &entry - entries;
+  taken[slot / GROUP] &= ~(std::uint64_t{1} << slot % GROUP);
   --used;
 }
 
@@ -162,9 +226,7 @@ ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBa
 ServantBase* ActiveObjectMap::findServantById(std::string_view oid, bool hold) {
   POA_TRACE("ActiveObjectMap::findServantById called...");
   PoaSemaphoreGuard guard(__LINE__);
-  // An etherealized servant may be gone: its entry answers nothing any more.
-  _ActiveObjectEntry* entry =
-      find([&](const _ActiveObjectEntry& e) { return !e.etherealized && oid_view(*e.oid) == oid; });
+  _ActiveObjectEntry* entry = find(ById(oid), IN_USE);
   if (!entry) {
     POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
     return nullptr;
@@ -179,8 +241,7 @@ ObjectId* ActiveObjectMap::findOidByServant(ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::findOidByServant called...[p_servant = 0x%lx]", trace_address(p_servant));
   PoaSemaphoreGuard guard(__LINE__);
   _ActiveObjectEntry* entry = nullptr;
-  if (ServantAccess::active_entries(*p_servant) != 0)
-    entry = find([&](const _ActiveObjectEntry& e) { return e.p_servant == p_servant && !e.etherealized; });
+  if (ServantAccess::active_entries(*p_servant) != 0) entry = find(ByServant(p_servant), IN_USE);
   if (!entry) {
     POA_TRACE("ActiveObjectMap::findOidByServant end...[return NULL]");
     return nullptr;
@@ -206,8 +267,14 @@ ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const vo
   std::memcpy(client.host, host_addr, is_ipv6 ? 16 : 4);
   client.trace();
   PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry =
-      find([&](const _ActiveObjectEntry& e) { return client.is_of(e) && !(hold && e.etherealized); });
+  const auto wanted = [&](const _ActiveObjectEntry& e) {
+    return e.oid && client.is_of(e) && !(hold && e.etherealized);
+  };
+  _ActiveObjectEntry* entry = nullptr;
+  for (ActiveObjectMap* block = this; block && !entry; block = block->next) {
+    const auto found = std::find_if(std::begin(block->entries), std::end(block->entries), wanted);
+    if (found != std::end(block->entries)) entry = found;
+  }
   if (!entry) {
     POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return NULL]");
     return nullptr;
@@ -223,9 +290,7 @@ ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const vo
 
 bool ActiveObjectMap::holds(std::string_view oid, const ServantBase* p_servant) {
   PoaSemaphoreGuard guard(__LINE__);
-  return find([&](const _ActiveObjectEntry& e) {
-           return e.p_servant == p_servant && !e.etherealized && oid_view(*e.oid) == oid;
-         }) != nullptr;
+  return find(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) != nullptr;
 }
 
 // ---- Deactivating and removing ------------------------------------------------------------------
@@ -233,8 +298,7 @@ bool ActiveObjectMap::holds(std::string_view oid, const ServantBase* p_servant) 
 void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
   PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry =
-      find([&](const _ActiveObjectEntry& e) { return oid_is_equivalent(*e.oid, oid); });
+  _ActiveObjectEntry* entry = find(ById(oid), ANY);
   if (!entry) {
     POA_TRACE("ActiveObjectMap::deactivateByOid end...");
     return;
@@ -243,42 +307,38 @@ void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
   POA_TRACE("ActiveObjectMap::deactivateByOid end...[servant is deactivated.]");
 }
 
-template <class Match>
-void ActiveObjectMap::remove_first_of_each_block(Match&& match) {
+template <class Wanted, class Match>
+void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& match) {
   POA_TRACE("ActiveObjectMap::removeById called...");
   PoaSemaphoreGuard guard(__LINE__);
   for (ActiveObjectMap* block = this; block; block = block->next) {
-    for (_ActiveObjectEntry& entry : block->entries) {
-      if (!entry.oid || !match(entry)) continue;
-      block->vacate(entry);
-      POA_TRACE("  data is removed.");
-      break;
-    }
+    _ActiveObjectEntry* entry = block->find_here(wanted, match);
+    if (!entry) continue;
+    block->vacate(*entry);
+    POA_TRACE("  data is removed.");
   }
   POA_TRACE("ActiveObjectMap::removeByOid end...");
 }
 
-void ActiveObjectMap::removeById(const ObjectId& oid) {
-  remove_first_of_each_block([&](const _ActiveObjectEntry& e) { return oid_is_equivalent(*e.oid, oid); });
-}
+void ActiveObjectMap::removeById(const ObjectId& oid) { remove_first_of_each_block(ById(oid), ANY); }
 
 void ActiveObjectMap::removeById(const ObjectId& oid, const ServantBase* p_servant) {
-  remove_first_of_each_block([&](const _ActiveObjectEntry& e) {
-    return e.p_servant == p_servant && oid_is_equivalent(*e.oid, oid);
-  });
+  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant; });
 }
 
 void ActiveObjectMap::removeInserted(const ObjectId* own_oid, const ServantBase* p_servant) {
-  remove_first_of_each_block(
-      [&](const _ActiveObjectEntry& e) { return e.oid == own_oid && e.p_servant == p_servant; });
+  remove_first_of_each_block(ByServant(p_servant), [&](const auto& e) { return e.oid == own_oid; });
 }
 
 void ActiveObjectMap::forget_servant(ServantBase* servant) {
   PoaSemaphoreGuard guard(__LINE__);
   if (ServantAccess::active_entries(*servant) == 0) return;
-  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom)
-    for (_ActiveObjectEntry& entry : block->entries)
-      if (entry.oid && entry.p_servant == servant) block->vacate(entry);
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
+    block->find_here(ByServant(servant), [&](_ActiveObjectEntry& entry) {
+      block->vacate(entry);
+      return false;  // on to the next one
+    });
+  }
   ServantAccess::active_entries(*servant) = 0;  // a map that is gone has counted nothing down
 }
 

@@ -25,7 +25,8 @@ struct _ActiveObjectEntry {
 
 /// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is
 /// also in the list that starts at _root_aom. All operations take the POA semaphore and are called on a map's
-/// first block.
+/// first block. Entries change through them only: beside each slot stand two keys, of its id and of its
+/// servant, which a search reads instead of the entries.
 class ActiveObjectMap {
  public:
   static constexpr int SLOTS = 1024;
@@ -80,19 +81,29 @@ class ActiveObjectMap {
  private:
   struct Cursor;
   struct Client;
+  using Key = std::uint32_t;  // equal for equal ids, and for equal servants; else hardly ever
+  using Keys = Key[SLOTS];
+  static constexpr int GROUP = 64;  // slots to a word of `taken`, compared together
 
-  template <class Match>
-  _ActiveObjectEntry* find(Match&& match);
-  template <class Match>
-  void remove_first_of_each_block(Match&& match);
+  struct ById;
+  struct ByServant;
+  /// The first entry of the chain that is `wanted` and matches, or null.
+  template <class Wanted, class Match>
+  _ActiveObjectEntry* find(const Wanted& wanted, Match&& match);
+  template <class Wanted, class Match>
+  void remove_first_of_each_block(const Wanted& wanted, Match&& match);
   /// The next entry whose servant was not etherealized; the cursor moves past it.
   static _ActiveObjectEntry* next_active(Cursor& at);
   // Of one block:
+  template <class Wanted, class Match>
+  _ActiveObjectEntry* find_here(const Wanted& wanted, Match&& match);
   int fill_free_slot(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant,
                      const Client& client);
   void vacate(_ActiveObjectEntry& entry);
 
-  int used;  // slots taken in this block: inserting passes over full blocks, lookups over empty ones
+  int used = 0;                             // slots taken in this block
+  std::uint64_t taken[SLOTS / GROUP] = {};  // a bit a slot
+  Keys oid_keys = {}, servant_keys = {};    // those of free slots mean nothing
 };
 
 extern ActiveObjectMap* _root_aom;  // guarded by the POA semaphore

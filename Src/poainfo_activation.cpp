@@ -104,6 +104,7 @@ namespace {
 
 /// The activator that etherealizes for the POA; null when it has none.
 PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
+  if (!poa.uses_servant_manager() && !OM_TRACE_IS_ON) return nullptr;  // the question would only raise
   CORBA::Environment ev;  // that the policy is another is no failure of the caller's operation
   ServantManager* manager = nullptr;
   try {

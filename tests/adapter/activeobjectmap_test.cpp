@@ -1,4 +1,7 @@
 // The active object map and the lists of servants.
+#include <algorithm>
+#include <random>
+
 #include "objects.h"
 
 using namespace PortableServer;
@@ -29,6 +32,39 @@ TEST_F(ActiveMap, GrowsByBlocksAndUsesTheFirstFreeSlot) {
     EXPECT_EQ(map.entries[slot].p_servant, &two);
   }
   for (const char* oid : {"again7", "again700", "next"}) EXPECT_EQ(find(oid), &two);
+}
+
+// Against a plain list of slots: equal ids and servants in many of them, over three blocks.
+TEST_F(ActiveMap, TheFirstSlotCounts) {
+  using Slot = std::pair<std::string, ServantBase*>;  // free: no servant
+  constexpr std::size_t slots = ActiveObjectMap::SLOTS;
+  std::vector<Slot> model(3 * slots);
+  PlainServant third;
+  ServantBase* const servants[] = {&one, &two, &third};
+  std::mt19937 random(7);
+  const auto first = [&](auto from, const auto& wanted) {
+    return std::find_if(from, model.end(), [&](const Slot& s) { return s.second && wanted(s); });
+  };
+  const auto is_free = [](const Slot& s) { return !s.second; };
+  for (int step = 0; step < 20'000; ++step) {
+    const std::string id(1 + random() % 9, static_cast<char>('a' + random() % (step % 2 ? 2 : 26)));
+    ServantBase& s = *servants[random() % (step % 5 ? 2 : 3)];
+    const auto same_id = [&](const Slot& slot) { return slot.first == id; };
+    const auto by_id = first(model.begin(), same_id);
+    ASSERT_EQ(find(id), by_id == model.end() ? nullptr : by_id->second) << id;
+    const auto by_servant = first(model.begin(), [&](const Slot& slot) { return slot.second == &s; });
+    const ObjectId* oid = map.findOidByServant(&s);
+    ASSERT_EQ(oid ? oid_view(*oid) : "none", by_servant == model.end() ? "none" : by_servant->first);
+    if (step % 1500 > 1300) {
+      map.removeById(oid_of(id));
+      for (auto block = model.begin(); block != model.end(); block += slots)
+        if (const auto at = first(block, same_id); at < block + slots) at->second = nullptr;
+    } else if (const auto free = std::find_if(model.begin(), model.end(), is_free); free != model.end()) {
+      insert(id, s);
+      *free = {id, &s};
+    }
+  }
+  ASSERT_NE(map.next->next, nullptr);
 }
 
 TEST_F(ActiveMap, ServantsOfAClient) {

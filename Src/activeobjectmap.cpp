@@ -132,15 +132,14 @@ struct ActiveObjectMap::ByServant {
 };
 
 ActiveObjectMap::Key ActiveObjectMap::ById::key_of(std::string_view oid) {
-  constexpr Key FACTOR = 0x9E3779B1;
-  Key key = static_cast<Key>(oid.size());
-  for (; oid.size() >= sizeof key; oid.remove_prefix(sizeof key)) {
-    Key octets;
+  constexpr std::uint64_t FACTOR = 0x9E3779B97F4A7C15;
+  std::uint64_t key = oid.size();
+  for (std::uint64_t octets; oid.size() >= sizeof octets; oid.remove_prefix(sizeof octets)) {
     std::memcpy(&octets, oid.data(), sizeof octets);
     key = (key ^ octets) * FACTOR;
   }
   for (char octet : oid) key = (key ^ static_cast<unsigned char>(octet)) * FACTOR;
-  return key;
+  return static_cast<Key>(key >> 32);
 }
 
 namespace {
@@ -153,7 +152,7 @@ template <class Wanted, class Match>
 _ActiveObjectEntry* ActiveObjectMap::find_here(const Wanted& wanted, Match&& match) {
   if (used == 0) return nullptr;
   const Keys& keys = Wanted::keys(*this);
-  for (int first = 0; first < SLOTS; first += GROUP) {
+  for (int first = 0; first < groups * GROUP; first += GROUP) {
     if (taken[first / GROUP] == 0) continue;
     Key found = 0;
     for (int i = 0; i < GROUP; ++i) found += keys[first + i] == wanted.key;  // compilers make vectors of sums
@@ -178,6 +177,7 @@ int ActiveObjectMap::fill_free_slot(ObjectId* oid, ServantBase* p_servant, const
   const int bit = std::countr_one(taken[word]);
   const int slot = word * GROUP + bit;
   taken[word] |= std::uint64_t{1} << bit;
+  groups = std::max(groups, word + 1);
   oid_keys[slot] = ById::key_of(oid_view(*oid));
   servant_keys[slot] = ByServant::key_of(p_servant);
   entries[slot].oid = oid;

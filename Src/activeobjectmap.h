@@ -101,6 +101,7 @@ class ActiveObjectMap {
                      const Client& client);
   void vacate(_ActiveObjectEntry& entry);
 
+  int groups = 0;                           // words of `taken` that were ever in use
   int used = 0;                             // slots taken in this block
   std::uint64_t taken[SLOTS / GROUP] = {};  // a bit a slot
   Keys oid_keys = {}, servant_keys = {};    // those of free slots mean nothing

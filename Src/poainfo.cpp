@@ -6,6 +6,7 @@ std::atomic<void*> POAInfo::_orb{nullptr};
 std::atomic<void*> POAInfo::_boa{nullptr};
 PortableServer::POA* POAInfo::root_poa = nullptr;
 CORBA::ULong POAInfo::system_id = 0;
+std::atomic<std::uint64_t> POAInfo::tree_changes{1};
 
 POAInfo* root_poa_info = nullptr;
 bool initialised = false;
@@ -178,7 +179,10 @@ bool POAInfo::is_existent_sub(const POAInfo* parent, const POAInfo* target) {
   return false;
 }
 
-void POAInfo::enter_live(const POAInfoPtr& record) { live_records().emplace(record->identity, record); }
+void POAInfo::enter_live(const POAInfoPtr& record) {
+  live_records().emplace(record->identity, record);
+  ++tree_changes;
+}
 
 bool POAInfo::is_live(const POAInfo& record) { return live_records().count(record.identity) != 0; }
 
@@ -188,6 +192,7 @@ bool POAInfo::unlink(const POAInfo& child) {
     if (*link != &child) continue;
     *link = child.siblings;
     live_records().erase(child.identity);
+    ++tree_changes;
     return true;
   }
   return false;

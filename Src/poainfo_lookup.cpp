@@ -5,6 +5,7 @@
 
 #include "adapteractivation.h"
 #include "dispatch.h"
+#include "zrsv/of_thread.h"
 
 namespace {
 
@@ -41,8 +42,19 @@ POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
   return parent->findChildByName(intf, ev, 1);
 }
 
-/// The warm road: all POAs of the path are there. One hold of the lock, no copies; null when one is missing.
+/// The POA that the last request on the thread went to: the next one often goes there, too.
+struct LastPoa {
+  std::string path;
+  std::weak_ptr<POAInfo> poa;
+  std::uint64_t tree = 0;  // POAInfo::tree_changes when it was found
+};
+
+/// The warm road: all POAs of the path are there. Null when one is missing.
 POAInfoPtr find_existing(std::string_view path) {
+  LastPoa* last = zrsv::of_thread<LastPoa>();
+  if (last && last->tree == POAInfo::tree_changes && last->path == path) {
+    if (POAInfoPtr poa = last->poa.lock()) return poa;
+  }
   MutexGuard guard(poa_mutex);
   const POAInfo* poa = root_poa_info;
   for (PathNames names(path); const auto name = names.next();) {
@@ -50,7 +62,13 @@ POAInfoPtr find_existing(std::string_view path) {
     while (poa && *name != poa->the_adapter_name()) poa = poa->siblings;
     if (!poa) return nullptr;
   }
-  return std::const_pointer_cast<POAInfo>(poa->shared_from_this());
+  POAInfoPtr found = std::const_pointer_cast<POAInfo>(poa->shared_from_this());
+  if (last) {
+    last->path = path;
+    last->poa = found;
+    last->tree = POAInfo::tree_changes;
+  }
+  return found;
 }
 
 /// POA by POA: missing ones are asked of adapter activators, and those that one is still filling are waited
@@ -100,14 +118,15 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
     raise<CORBA::BAD_PARAM>(ev, "findPOAInfoByReference [reference_data length is 0.]");
   }
   // No name part, parts that pass the end, and a path too long to have been made here are all refused alike.
-  if (!target.data.parse(octets, length) || target.data.name_part.empty() ||
-      target.data.path().size() >= NAME_PART_MAXIMUM) {
+  const bool whole = target.data.parse(octets, length) && !target.data.name_part.empty();
+  const std::string_view path = whole ? target.data.path() : "";
+  if (!whole || path.size() >= NAME_PART_MAXIMUM) {
     POA_TRACE("bad reference data. throw CORBA::StExcep::BAD_PARAM.");
     raise<CORBA::BAD_PARAM>(ev, "findPOAInfoByReference [reference_data length is invalid.]");
   }
   target.has_data = true;
-  trace_names(target.data.path());
-  target.poa = walk(target.data.path(), ev);
+  trace_names(path);
+  target.poa = walk(path, ev);
   return target;
 }
 

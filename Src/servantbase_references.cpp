@@ -3,9 +3,11 @@
 // A list that was in use stays non-empty: clearing frees the cleared nodes, but for the last node of all,
 // which stays behind cleared. So the list is never longer than its references and one, however often objects
 // come and go.
+#include <array>
 #include <optional>
 
 #include "poainfo.h"
+#include "zrsv/of_thread.h"
 
 namespace PortableServer {
 
@@ -17,12 +19,36 @@ void ObjectRefList::set_record(const std::shared_ptr<POAInfo>& record) {
 
 namespace {
 
-/// `poa` is any reference object of the POA.
-ObjectRefList* find_node(ObjectRefList* list, POA* poa, std::string_view oid) {
-  const Identity identity = read_identity(poa);
-  while (list && !list->holds(identity, oid)) list = list->get_next();
+ObjectRefList* find_node(ObjectRefList* list, Identity poa, std::string_view oid) {
+  while (list && !list->holds(poa, oid)) list = list->get_next();
   return list;
 }
+
+/// `poa` is any reference object of the POA.
+ObjectRefList* find_node(ObjectRefList* list, POA* poa, std::string_view oid) {
+  return find_node(list, read_identity(poa), oid);
+}
+
+/// Counts the references taken out of servants' lists. While it stands, what was seen in one is there.
+std::atomic<std::uint64_t> removals{1};
+
+/// References that a thread saw in servants' lists, so that a request for an object that was there just now
+/// need not look again under the lock.
+class RecentlySeen {
+ public:
+  struct One {
+    const ServantBase* servant = nullptr;
+    Identity poa = 0;
+    std::string oid;
+    std::uint64_t at = 0;  // `removals` before it was seen
+  };
+  One& of(const ServantBase& servant) {
+    return ones_[reinterpret_cast<std::uintptr_t>(&servant) / sizeof(ServantBase) % ones_.size()];
+  }
+
+ private:
+  std::array<One, 64> ones_;
+};
 
 /// What a node owns.
 struct Content {
@@ -32,6 +58,7 @@ struct Content {
 
 /// Takes it out of the node, which is left cleared.
 Content take(ObjectRefList& node) {
+  ++removals;
   Content content{std::unique_ptr<ObjectId>(node.get_oid()), node.get_object_ref()};
   node.set_record(nullptr);
   node.set_oid(nullptr);
@@ -94,7 +121,8 @@ std::optional<std::string_view> recorded_id(bool is_default_servant, const Objec
 }
 
 /// With poa_svt_objref_mutex held.
-bool recorded(ObjectRefList* list, POA* poa, std::string_view oid) {
+template <class Poa>
+bool recorded(ObjectRefList* list, Poa poa, std::string_view oid) {
   if (!find_node(list, poa, oid)) return false;
   POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
   return true;
@@ -109,7 +137,7 @@ void trace_called(const POA* poa, const CORBA::Object* ior) {
 CORBA::Object* keep(ObjectRefList*& list, const POAInfoPtr& record, CORBA::Object* ior, int flag,
                     std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
-  if (recorded(list, record->poa_object, oid)) return nullptr;
+  if (recorded(list, record->identity, oid)) return nullptr;
   auto node = std::make_unique<ObjectRefList>();
   std::unique_ptr<ObjectId> own_id(make_oid(oid));
   CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
@@ -168,7 +196,17 @@ CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, in
 CORBA::Object* ServantAccess::keep_reference(ServantBase& s, const POAInfoPtr& record, CORBA::Object* ior,
                                              int flag, std::string_view oid) {
   trace_called(record->poa_object, ior);
-  return keep(s._object_ref, record, ior, flag, oid);
+  RecentlySeen* seen = OM_TRACE_IS_ON ? nullptr : zrsv::of_thread<RecentlySeen>();
+  if (!seen) return keep(s._object_ref, record, ior, flag, oid);
+  RecentlySeen::One& one = seen->of(s);
+  const std::uint64_t now = removals;
+  if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return nullptr;
+  CORBA::Object* kept = keep(s._object_ref, record, ior, flag, oid);
+  one.servant = &s;
+  one.poa = record->identity;
+  one.oid = oid;
+  one.at = now;
+  return kept;
 }
 
 void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
@@ -238,6 +276,7 @@ std::vector<Withdrawn> take_all(ObjectRefList*& list) {
       taken.back().content = take(*node);
       if (taken.back().content.object.in()) unbind(*taken.back().content.object.in(), POAInfo::_orb);
     } else {
+      ++removals;
       delete node->get_oid();
       node->set_oid(nullptr);
     }

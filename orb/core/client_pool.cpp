@@ -83,17 +83,30 @@ ClientPool::Connection connect(const Endpoint& peer, Deadline deadline, Fault* w
   }
 }
 
+bool is(const Endpoint& peer, EndpointView to) { return peer.port == to.port && peer.host == to.host; }
+
+/// Assigns only what is another: a weak pointer's count costs as much as a lock.
+void remember(const ClientPool::Connection& connection, std::weak_ptr<ClientConnection>* last) {
+  if (last->owner_before(connection) || connection.owner_before(*last)) *last = connection;
+}
+
 }  // namespace
 
-ClientPool::Connection ClientPool::find(EndpointView to, Clock::time_point now) {
-  Connection connection;
-  {
+ClientPool::Connection ClientPool::find(EndpointView to, Clock::time_point now,
+                                        std::weak_ptr<ClientConnection>* last) {
+  Connection connection = last ? last->lock() : nullptr;
+  if (!connection || !is(connection->peer(), to)) {
+    connection = nullptr;
     const std::lock_guard lock(mutex_);
     if (const auto at = entries_.find(to); at != entries_.end()) connection = at->second.connection;
   }
-  if (!connection || connection->alive(now)) return connection;
-  discard(connection);
-  return nullptr;
+  if (!connection) return nullptr;
+  if (!connection->alive(now)) {
+    discard(connection);
+    return nullptr;
+  }
+  if (last) remember(connection, last);
+  return connection;
 }
 
 ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Clock::time_point* now,
@@ -174,7 +187,10 @@ void ClientPool::drop_idle() {
     oldest_use = used;
   }
   if (idle <= max_idle) return;
-  oldest->second.connection = nullptr;
+  Connection& connection = oldest->second.connection;
+  const std::weak_ptr<ClientConnection> weak = connection;
+  connection = nullptr;
+  connection = weak.lock();  // in use again: a thread had remembered it
   drop_if_empty(oldest);
 }
 

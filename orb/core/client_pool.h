@@ -24,8 +24,9 @@ class ClientPool {
   /// Idle connections kept; the one idle for longest goes first.
   static constexpr std::size_t max_idle = 64;
 
-  /// The connection that is open to that end point, or null. Does not wait. `now` is about the time.
-  Connection find(EndpointView to, Clock::time_point now);
+  /// The connection that is open to that end point, or null. Does not wait. `now` is about the time. That of
+  /// the caller's last call, kept in `last`, is taken without a look at the pool.
+  Connection find(EndpointView to, Clock::time_point now, std::weak_ptr<ClientConnection>* last = nullptr);
   /// The same, or a new one: *now is read anew then. Threads that want the same end point share one attempt,
   /// and its failure. Null, with *why: no connection by the deadline.
   Connection get(EndpointView to, Deadline deadline, Clock::time_point* now, Fault* why);

@@ -8,8 +8,8 @@
 #include "environment.h"
 #include "in_process.h"
 #include "method_table.h"
-#include "of_thread.h"
 #include "options.h"
+#include "zrsv/of_thread.h"
 
 namespace zrsv {
 namespace {
@@ -87,42 +87,64 @@ std::size_t encoded(const CDR& cdr) { return static_cast<std::size_t>(cdr.out_ne
 
 bool begin_head(ClientRequest* request, CDR* cdr) {
   const ClientCall& call = request->call;
+  ClientRequest::Head& head = request->head;
+  head.whole = false;
   if (!giop::begin_request(cdr, call.minor, call.id, request->response_expected, request->key,
                            request->operation)) {
     return false;
   }
-  request->head_end = encoded(*cdr);
+  head.end = encoded(*cdr);
   if (!giop::align_body(cdr, call.minor)) return false;
-  request->body_start = encoded(*cdr);
+  head.body = encoded(*cdr);
+  head.key = request->key;
+  head.operation = request->operation;
+  head.minor = call.minor;
+  head.response_expected = request->response_expected;
+  head.whole = true;
   return true;
+}
+
+/// The header of the last message, which still stands there, but for the id: the same call on the same
+/// object.
+bool has_head(const ClientRequest& request) {
+  const ClientRequest::Head& head = request.head;
+  return head.whole && request.cdr.out_base && head.minor == request.call.minor &&
+         head.response_expected == request.response_expected && head.operation == request.operation &&
+         head.key == request.key;
 }
 
 /// Starts the message in the memory of the last one, or else of the last reply.
 bool begin_message(ClientRequest* request) {
   CDR* cdr = &request->cdr;
+  const bool as_before = has_head(*request);
   if (!cdr->out_base) request->call.reply.message.lend(cdr);
   cdr->out_next = cdr->out_base;
   cdr->direction = CDR_ENCODE;
   cdr->minor_version = request->call.minor;
   cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
-  return begin_head(request, cdr);
+  if (!as_before) return begin_head(request, cdr);
+  giop::set_request_id(cdr->out_base, request->call.minor, request->call.id);
+  cdr->out_next += request->head.body;
+  return true;
 }
 
 void end_message(ClientRequest* request) {
   CDR* cdr = &request->cdr;
   // No body, no padding in front of it.
-  if (encoded(*cdr) == request->body_start) cdr->out_next = cdr->out_base + request->head_end;
+  if (encoded(*cdr) == request->head.body) cdr->out_next = cdr->out_base + request->head.end;
   giop::end_message(cdr);
 }
 
 /// Before 1.2 nothing aligns the body to 8: lets the last member of the header, an octet sequence that nobody
 /// reads, grow until the body stands as it stood in the message that it comes from.
 bool pad_principal(ClientRequest* request, CDR* cdr, std::size_t old_start) {
-  const auto pad = static_cast<uint32_t>((old_start - request->body_start) & 7);
+  ClientRequest::Head& head = request->head;
+  const auto pad = static_cast<uint32_t>((old_start - head.body) & 7);
   if (pad == 0) return true;
+  head.whole = false;  // for this message only
   std::memcpy(cdr->out_next - sizeof pad, &pad, sizeof pad);
   if (!put_octets(cdr, std::string_view("\0\0\0\0\0\0\0", pad))) return false;
-  request->head_end = request->body_start = encoded(*cdr);
+  head.end = head.body = encoded(*cdr);
   return true;
 }
 
@@ -130,7 +152,7 @@ bool pad_principal(ClientRequest* request, CDR* cdr, std::size_t old_start) {
 bool address_anew(ClientRequest* request, std::string_view key) {
   const bool same_octets = request->key.data() == key.data() && request->key.size() == key.size();
   if (same_octets || request->key == key) return true;
-  const std::size_t old_start = request->body_start;
+  const std::size_t old_start = request->head.body;
   CDR old = request->cdr;
   CDR fresh{};
   fresh.minor_version = request->call.minor;
@@ -195,7 +217,8 @@ Fault send_to_address(ClientRequest* request, EndpointView to, Deadline connect_
 Fault send_to_any(ClientRequest* request, const Reference& target) {
   const std::vector<IiopProfile>& addresses = target.iiop();
   for (const IiopProfile& a : addresses) {
-    ClientPool::Connection open = client_pool().find({a.host, a.port}, request->call.now);
+    ClientPool::Connection open =
+        client_pool().find({a.host, a.port}, request->call.now, &request->last_connection);
     if (!open) continue;
     if (!address_anew(request, a.key)) return fault::no_memory;
     bool dead = false;

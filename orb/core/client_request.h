@@ -35,12 +35,22 @@ struct ClientRequest : RequestBase {
   Phase phase = Phase::Created;
   Deadline deadline = Deadline::max();
 
-  std::string_view key;        // in the request's header
-  std::size_t head_end = 0;    // of that header, from the message's start
-  std::size_t body_start = 0;  // behind it, padding between
+  std::string_view key;  // in the request's header
+
+  /// The header of the message in `cdr`. A kept request's stays for the next call, when that has the same.
+  struct Head {
+    std::string key, operation;
+    std::size_t end = 0;   // from the message's start
+    std::size_t body = 0;  // behind it, padding between
+    uint8_t minor = 0;
+    bool response_expected = true;
+    bool whole = false;
+  };
+  Head head;
 
   ClientCall call;
   ClientPool::Connection connection;
+  std::weak_ptr<ClientConnection> last_connection;  // of the calls before
 
   Reference& target() const { return forward ? *forward : *object; }
 };

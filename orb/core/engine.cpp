@@ -1,5 +1,6 @@
 #include "engine.h"
 
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -87,7 +88,17 @@ Reference* Engine::Worker::find_target(std::string_view key) {
   return target.get();
 }
 
+namespace {
+// Nobody cancels these threads. The system, once told, leaves its book-keeping of that out of each call.
+void never_cancelled() {
+  int before = 0;
+  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+  ::pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &before);
+}
+}  // namespace
+
 void Engine::work() {
+  never_cancelled();
   Worker worker;
   unsigned in_a_row = 0;
   while (!quit_.load(std::memory_order_relaxed)) {

@@ -195,6 +195,11 @@ void end_message(CDR* cdr) {
   std::memcpy(cdr->out_base + size_offset, &size, sizeof size);
 }
 
+void set_request_id(unsigned char* message, uint8_t minor, uint32_t id) {
+  const std::size_t contexts = minor < 2 ? sizeof id : 0;
+  std::memcpy(message + header_size + contexts, &id, sizeof id);
+}
+
 void write_empty(unsigned char* octets, uint8_t minor, Type type) { write_header(octets, minor, type); }
 
 }  // namespace zrsv::giop

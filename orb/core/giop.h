@@ -71,6 +71,8 @@ bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus statu
 bool align_body(CDR* cdr, uint8_t minor);
 /// Patches the size into the header. The message is out_base .. out_next.
 void end_message(CDR* cdr);
+/// Makes a request that was begun that of another id.
+void set_request_id(unsigned char* message, uint8_t minor, uint32_t id);
 
 /// The whole of a message without a body (CloseConnection, MessageError): 12 octets.
 void write_empty(unsigned char* octets, uint8_t minor, Type type);

@@ -5,7 +5,7 @@
 
 #include "iiop_profile.h"
 #include "object_key.h"
-#include "of_thread.h"
+#include "zrsv/of_thread.h"
 
 namespace zrsv {
 namespace {

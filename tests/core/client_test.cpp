@@ -284,6 +284,49 @@ TEST_F(Client, FollowsForwardsComesBackAndSeesACircle) {
   EXPECT_EQ(call_and_follow(reference_to({{circle.port()}})), "TRANSIENT 5");
 }
 
+// A thread's next call starts with the header of the last one where that is the same.
+TEST_F(Client, CallsInARowSayWhatEachOfThemIs) {
+  set(&Options::fragment_size, 1000u);
+  for (uint8_t minor = 0; minor <= 2; ++minor) {
+    std::vector<Got> all;
+    ScriptedServer server({[&](Peer& peer) {
+      for (Got got; peer.next(&got); all.push_back(got))
+        if (got.response_expected) peer.echo(got);
+    }});
+    const auto one = reference_to({{server.port(), "k", minor}});
+    const auto other = reference_to({{server.port(), "another key", minor}});
+    const struct {
+      const Ref<Reference>& object;
+      const char* key;
+      bool response_expected;
+      std::size_t filler;
+    } rows[] = {{one, "k", true, 0},
+                {one, "k", true, 0},
+                {one, "k", false, 0},
+                {other, "another key", false, 0},
+                {other, "another key", true, 2500},
+                {other, "another key", true, 0},
+                {one, "k", true, 0}};
+    for (uint64_t argument = 0; const auto& row : rows) {
+      Call each(row.object, ++argument, row.response_expected, row.filler);
+      EXPECT_TRUE(each.send());
+      if (row.response_expected) {
+        EXPECT_EQ(each.result(), std::to_string(argument));
+      }
+    }
+    close_client_connections();
+    server.join();
+    ASSERT_EQ(all.size(), std::size(rows));
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      EXPECT_EQ(all[i].key, rows[i].key);
+      EXPECT_EQ(all[i].header.minor, minor);
+      EXPECT_EQ(all[i].response_expected, rows[i].response_expected);
+      EXPECT_EQ(all[i].argument, i + 1);
+      EXPECT_EQ(all[i].id, all[0].id + i);
+    }
+  }
+}
+
 TEST_F(Client, TriesTheNextAddressUnderItsOwnKey) {
   const ScriptedServer nobody({});
   for (uint8_t minor = 0; minor <= 2; ++minor) {

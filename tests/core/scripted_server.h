@@ -15,6 +15,7 @@ struct Got {
   uint32_t id = 0;
   std::string key, octets;
   uint64_t argument = 0;  // each request of these tests has one, after a long
+  bool response_expected = true;
 };
 
 /// A reply; its body starts on a multiple of 8 in every version.
@@ -49,6 +50,7 @@ class Peer : public Socket {
                 OM_cdr_unsigned_long_long(in, &got->argument));
     got->id = head.id;
     got->key = head.key;
+    got->response_expected = head.response_expected;
     return true;
   }
   Got read() {

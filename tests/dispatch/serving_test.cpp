@@ -56,6 +56,21 @@ TEST_P(Serving, MissingPoasAreAskedOfTheAdapterActivator) {
   top->destroy(false, false);
 }
 
+TEST_P(Serving, AServantKeepsTheReferenceOfEachObjectThatItIs) {
+  Scene scene(top);
+  scene.with();
+  const ObjectId o = oid("o");
+  for (int round = 0; round < 3; ++round) {
+    scene.activate("o", &scene.servant);
+    for (int call = 0; call < 2; ++call) {
+      EXPECT_EQ(outcome(seen(scene.reference("o"))), "done");
+      EXPECT_NE(scene.servant.get_ObjectReference(scene.poa, &o), nullptr);
+    }
+    scene.poa->deactivate_object(o);
+    EXPECT_EQ(scene.servant.get_ObjectReference(scene.poa, &o), nullptr);
+  }
+}
+
 TEST_P(Serving, ADefaultServantIsAnyoneUnlessSomeoneIsActive) {
   Scene scene(top);
   std::string inside;

@@ -51,6 +51,7 @@ bool Engine::start() {
   wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   epoll_event event{EPOLLIN | EPOLLET, {.ptr = nullptr}};
   if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
+  pool_.report_losses_to([this](Ref<Connection>& connection) { return report_loss(connection); });
   queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
   try {
     seats_.start([this](Connection& connection) {
@@ -600,9 +601,20 @@ void Engine::lose(const Ref<Connection>& connection) {
   if (!connection->unregister()) return;
   ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(), nullptr);
   withdraw(connection.get(), nullptr);
-  if (connection->served && !stopping_.load())
-    push_job({.requests = {}, .in_line = {}, .lost = connection, .flush = {}});
+  if (connection->served) connection->report_loss();
   connection->drop();
+}
+
+// After the last request of the connection: what that has left behind is the lost client's, too.
+bool Engine::report_loss(Ref<Connection>& connection) {
+  if (stopping_.load()) return false;
+  try {
+    push_job({.requests = {}, .in_line = {}, .lost = std::move(connection), .flush = {}});
+    return true;
+  } catch (const std::bad_alloc&) {
+    OM_log("no memory to tell of a lost connection");
+    return false;
+  }
 }
 
 // ---- The end ----

@@ -112,6 +112,25 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
   EXPECT_EQ(board_.lines(), wanted);
 }
 
+TEST_F(Engine, ALossIsToldWhenTheLastRequestHasEnded) {
+  disconnect = [&](long, const void*, bool) { board_.add("lost"); };
+  start({"-ORBThreads", "3"});
+  Client other(port());
+  Texts wanted;
+  for (int calls : {0, 40}) {  // with so many a thread stays with the client
+    Client client(port());
+    for (int i = 0; i < calls; ++i) EXPECT_EQ(client.ask(call(1, "echo", i)), std::to_string(i));
+    ASSERT_TRUE(client.send(call(2, "block")) && barrier_.wait_for(wanted.size() / 2 + 1));
+    client.close();
+    for (int i = 0; i < 500; ++i) EXPECT_EQ(other.ask(call(3, "echo", i)), std::to_string(i));
+    EXPECT_EQ(board_.lines(), wanted);
+    barrier_.open(1);
+    wanted.insert(wanted.end(), {"back", "lost"});
+    ASSERT_TRUE(board_.wait_for(wanted.size()));
+    EXPECT_EQ(board_.lines(), wanted);
+  }
+}
+
 std::string local(const std::string& to, std::chrono::milliseconds limit = bound) {
   const std::string octets = request(1, "echo", 5, to);
   zrsv::Buffer message, reply;

@@ -68,11 +68,7 @@ bool Connection::try_add_ref() {
 }
 
 void Connection::drop() {
-  if (count_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  if (!std::exchange(to_report_, false)) return pool_->give_back(this);
-  count_.store(1, std::memory_order_relaxed);
-  Ref<Connection> counted = Ref<Connection>::adopt(this);
-  if (pool_->listener_) pool_->listener_(counted);  // what is not taken is dropped again, now for good
+  if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1) pool_->give_back(this);
 }
 
 void Connection::open(int fd, const PeerAddress& peer) {
@@ -83,8 +79,7 @@ void Connection::open(int fd, const PeerAddress& peer) {
   calls_in_turn_ = 0;
   calls_wanted_ = least_calls;
   hung_up_ = broken_ = false;
-  to_report_ = false;
-  in_line = false;
+  in_line = loss_told = false;
   reading_ = Idle;
   registered_ = true;
   const timeval limit{0, std::chrono::microseconds(patience).count()};

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -39,9 +38,8 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Counting. Whatever uses the connection holds a count, running requests among it. The last drop closes
-  /// the descriptor, so it is not used again while a request may still send on it; when the loss is to be
-  /// told, it is told first, with a count of its own.
+  /// Counting. The last drop closes the descriptor, so it is not used again while a request may still send on
+  /// it.
   bool try_add_ref();
   void add_ref() { count_.fetch_add(1, std::memory_order_relaxed); }
   void drop();
@@ -99,10 +97,8 @@ class Connection {
   bool unregister() { return registered_.exchange(false); }
   bool registered() const { return registered_.load(); }
 
-  /// Has the pool tell of the loss when nothing uses the connection any more. By the reader, before it drops
-  /// the engine's count.
-  void report_loss() { to_report_ = true; }
-
+  /// Set before the loss is told: a request that ends later has it told again, for what it has left behind.
+  std::atomic<bool> loss_told{false};
   /// Set while requests that were held are delivered one after another: later ones line up behind them.
   std::atomic<bool> in_line{false};
 
@@ -123,7 +119,6 @@ class Connection {
   PeerAddress peer_;
   std::atomic<bool> registered_{false};
   std::atomic<bool> broken_{false};
-  bool to_report_ = false;  // written before a drop, read after the last one
 
   std::atomic<uint8_t> reading_{Idle};
   std::atomic<bool> hung_up_{false};  // the end of input is near: read until it is seen
@@ -148,10 +143,6 @@ class ConnectionPool {
   ~ConnectionPool();
   const Options& options() const { return options_; }
 
-  /// Who hears of losses: asked on whatever thread dropped last. It must not throw; one that it does not take
-  /// over is closed untold. Set before the first connection.
-  void report_losses_to(std::function<bool(Ref<Connection>&)> listener) { listener_ = std::move(listener); }
-
   /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor.
   Connection* take(int fd, const PeerAddress& peer);
   void give_back(Connection* connection);
@@ -160,9 +151,7 @@ class ConnectionPool {
   std::vector<Ref<Connection>> all();
 
  private:
-  friend class Connection;
   const Options options_;
-  std::function<bool(Ref<Connection>&)> listener_;
   std::atomic<uint32_t> open_{0};
   std::mutex mutex_;
   std::vector<std::unique_ptr<Connection>> all_;  // guarded by mutex_

@@ -51,7 +51,6 @@ bool Engine::start() {
   wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   epoll_event event{EPOLLIN | EPOLLET, {.ptr = nullptr}};
   if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
-  pool_.report_losses_to([this](Ref<Connection>& connection) { return report_loss(connection); });
   queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
   try {
     seats_.start([this](Connection& connection) {
@@ -281,6 +280,7 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
   if (request.connection && reply.size() > 0) request.connection->send(reply.data(), reply.size());
+  if (request.connection && request.connection->loss_told) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
 }
 
@@ -468,6 +468,7 @@ void Engine::run_job(Worker& worker, Job& job) {
   if (job.flush) return job.flush->flush();
   if (job.lost) {
     const Upcall upcall;
+    job.lost->loss_told = true;
     PeerAddress peer = job.lost->peer();
     try {
       if (_call_disconnect_cpp_) _call_disconnect_cpp_(job.lost->fd(), peer.octets, peer.ipv6);
@@ -601,20 +602,13 @@ void Engine::lose(const Ref<Connection>& connection) {
   if (!connection->unregister()) return;
   ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(), nullptr);
   withdraw(connection.get(), nullptr);
-  if (connection->served) connection->report_loss();
+  if (connection->served) report_loss(*connection);
   connection->drop();
 }
 
-// After the last request of the connection: what that has left behind is the lost client's, too.
-bool Engine::report_loss(Ref<Connection>& connection) {
-  if (stopping_.load()) return false;
-  try {
-    push_job({.requests = {}, .in_line = {}, .lost = std::move(connection), .flush = {}});
-    return true;
-  } catch (const std::bad_alloc&) {
-    OM_log("no memory to tell of a lost connection");
-    return false;
-  }
+void Engine::report_loss(Connection& connection) {
+  if (!stopping_.load())
+    push_job({.requests = {}, .in_line = {}, .lost = Ref<Connection>::share(&connection), .flush = {}});
 }
 
 // ---- The end ----

@@ -118,7 +118,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
   void send_now(Connection& connection, const unsigned char* message, std::size_t length);
   [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   [[gnu::cold]] void lose(const Ref<Connection>& connection);
-  [[gnu::cold]] bool report_loss(Ref<Connection>& connection);
+  [[gnu::cold]] void report_loss(Connection& connection);
 
   void refuse_all_waiting();
   void say_goodbye();

@@ -15,8 +15,9 @@ class POA_API POAdisconnect {
   virtual ~POAdisconnect();
 
   /// True to have the servant released: withdrawn from its POAs now, deleted on a later tick. Asked once a
-  /// POA and id of the servant until it says true. Called on a thread of the ORB core, no lock held; an
-  /// exception is logged and counts as false.
+  /// POA and id of the servant until it says true; again when a request of the lost client, which was running
+  /// then, has ended. Called on a thread of the ORB core, no lock held; an exception is logged and counts as
+  /// false.
   virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid,
                                           CORBA::Environment& env) = 0;
 

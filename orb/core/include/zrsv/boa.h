@@ -20,7 +20,8 @@ extern ZRSV_API void* (*_cpp_poa_init)(void* orb, void* boa);
  * exception pass. */
 extern ZRSV_API void (*_call_cpp_)(void* target, void* request, CORBA_Environment* env);
 /* The connection `fd` of the client at that address (4 or 16 octets, network order) is gone and about to be
- * closed. Called once a connection, on any thread of the engine, no lock held. */
+ * closed. Called once, and once more after each request of the connection that ends later, on any thread of
+ * the engine, no lock held. */
 extern ZRSV_API void (*_call_disconnect_cpp_)(long fd, void* host_addr, unsigned char is_ipv6);
 /* The lifespan tick; always the same thread, no lock held, never twice at once. */
 extern ZRSV_API void (*_call_poa_inst_lifespan_)(void);

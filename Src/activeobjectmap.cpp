@@ -6,6 +6,7 @@
 #include <iterator>
 #include <new>
 
+#include "adapteractivation.h"
 #include "locks.h"
 #include "minor_codes.h"
 #include "trace.h"
@@ -397,6 +398,7 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
       entry->etherealized = 1;
       --ServantAccess::active_entries(*servant);
     }
+    const AdapterActivation::NoWaiting with_the_tree_locked;
     servantActivator_ptr->etherealize(oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, _ev);
   }
   POA_TRACE("ActiveObjectMap::etherealize end...");

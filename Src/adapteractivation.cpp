@@ -13,6 +13,8 @@ namespace {
 constexpr std::chrono::seconds PATIENCE{10};
 }
 
+thread_local int AdapterActivation::depth_ = 0;
+
 struct AdapterActivation::Running {
   std::mutex mutex;
   std::condition_variable ended;
@@ -31,7 +33,7 @@ struct AdapterActivation::Running {
       return std::none_of(activations.begin(), activations.end(),
                           [&](const auto* one) { return one->is_of_another(parent, name); });
     };
-    if (free()) return false;
+    if (depth_ > 0 || free()) return false;
     if (!ended.wait_for(lock, PATIENCE, free)) {
       OM_log("the adapter activator asked for POA %.*s is not through after %d s: others go on without it",
              static_cast<int>(name.size()), name.data(), static_cast<int>(PATIENCE.count()));
@@ -43,7 +45,7 @@ struct AdapterActivation::Running {
 AdapterActivation::AdapterActivation(Identity parent, std::string_view name) : parent_(parent), name_(name) {
   Running& running = Running::instance();
   std::unique_lock lock(running.mutex);
-  waited_ = running.wait(lock, parent, name);
+  running.wait(lock, parent, name);
   running.activations.push_back(this);
   running.count = running.activations.size();
 }
@@ -62,8 +64,8 @@ bool AdapterActivation::is_of_another(Identity parent, std::string_view name) co
 
 bool AdapterActivation::any() { return Running::instance().count != 0; }
 
-void AdapterActivation::wait_for_others(Identity parent, std::string_view name) {
+bool AdapterActivation::wait_for_others(Identity parent, std::string_view name) {
   Running& running = Running::instance();
   std::unique_lock lock(running.mutex);
-  running.wait(lock, parent, name);
+  return running.wait(lock, parent, name);
 }

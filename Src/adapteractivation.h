@@ -16,14 +16,20 @@ class AdapterActivation {
   AdapterActivation(const AdapterActivation&) = delete;
   AdapterActivation& operator=(const AdapterActivation&) = delete;
 
-  /// The constructor had to wait: the child may be there by now.
-  bool waited() const { return waited_; }
-
   /// Whether any thread is in an adapter activator. One load.
   static bool any();
   /// Waits until no other thread is in the activator of that child, but not for ever: an activator that waits
-  /// for one of the threads that wait for it has to come to an end. No lock may be held.
-  static void wait_for_others(Identity parent, std::string_view name);
+  /// for one of the threads that wait for it has to come to an end. Whether there was one.
+  static bool wait_for_others(Identity parent, std::string_view name);
+
+  /// A scope in which the thread runs program code with poa_mutex held: it waits for no activator, which may
+  /// be waiting for that.
+  struct NoWaiting {
+    NoWaiting() { ++depth_; }
+    ~NoWaiting() { --depth_; }
+    NoWaiting(const NoWaiting&) = delete;
+    NoWaiting& operator=(const NoWaiting&) = delete;
+  };
 
  private:
   struct Running;
@@ -32,5 +38,5 @@ class AdapterActivation {
   const Identity parent_;
   const std::string_view name_;
   const std::thread::id thread_ = std::this_thread::get_id();
-  bool waited_ = false;
+  static thread_local int depth_;  // of NoWaiting
 };

@@ -27,6 +27,15 @@ class PathNames {
   bool done_ = false;
 };
 
+/// The child of that name, asked of the adapter activator when it is not there, and waited for while one
+/// fills it. In this order, because an activator makes itself known before it makes the POA.
+POAInfoPtr ready_child(const POAInfoPtr& parent, const char* name, CORBA::Environment& ev) {
+  POAInfoPtr child = parent->findChildByName(name, ev, 1);
+  if (AdapterActivation::wait_for_others(parent->identity, name))
+    child = parent->findChildByName(name, ev, 1);
+  return child;
+}
+
 /// The POA of a reference without reference data: named by its implementation and interface ids.
 POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
   CORBA_Environment core{};
@@ -37,9 +46,9 @@ POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
   } else {
     const char* impl = ZR_object_get_ImplID(reference->get_ref(), 0, &core);
     POA_TRACE("POAInfo::findPOAInfoByReference implid=%s intfid=%s", impl, intf);
-    parent = parent->findChildByName(impl, ev, 1);
+    parent = ready_child(parent, impl, ev);
   }
-  return parent->findChildByName(intf, ev, 1);
+  return ready_child(parent, intf, ev);
 }
 
 /// The POA that the last request on the thread went to: the next one often goes there, too.
@@ -79,10 +88,8 @@ POAInfoPtr walk(std::string_view path, CORBA::Environment& ev) {
     if (POAInfoPtr found = find_existing(path); found && !AdapterActivation::any()) return found;
   }
   POAInfoPtr poa = root_poa_info->shared_from_this();
-  for (PathNames names(path); const auto name = names.next();) {
-    AdapterActivation::wait_for_others(poa->identity, *name);
-    poa = poa->findChildByName(std::string(*name).c_str(), ev, 1);
-  }
+  for (PathNames names(path); const auto name = names.next();)
+    poa = ready_child(poa, std::string(*name).c_str(), ev);
   POA_TRACE("findPOAInfoByReference end...[Reverse order of qualified name]");
   return poa;
 }

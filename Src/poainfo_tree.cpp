@@ -128,7 +128,7 @@ POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environmen
 POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, const char* name,
                                   CORBA::Environment& _ev) {
   const AdapterActivation activation(identity, name);
-  if (activation.waited()) {
+  {  // another thread's may just have come to its end
     MutexGuard guard(poa_mutex);
     if (POAInfo* child = child_named(name)) return child->shared_from_this();
   }
@@ -209,6 +209,7 @@ void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_f
   }
   if (destroyed) raise<CORBA::BAD_PARAM>(_ev, "PortableServer_POA_impl::destroy [poa_info is null.]");
   destroyed = true;  // from here on no child is made, not even by a servant activator that is called below
+  ++tree_changes;    // threads that remember the POA look it up again, and wait for the lock
   try {
     destroy_children(etherealize_objects, wait_for_completion_, _ev);
     withdraw_default_servant();

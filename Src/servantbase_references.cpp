@@ -201,10 +201,11 @@ CORBA::Object* ServantAccess::keep_reference(ServantBase& s, const POAInfoPtr& r
   RecentlySeen::One& one = seen->of(s);
   const std::uint64_t now = removals;
   if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return nullptr;
-  CORBA::Object* kept = keep(s._object_ref, record, ior, flag, oid);
+  one.at = 0;  // memory may run out below, but not any more when the reference is kept
   one.servant = &s;
   one.poa = record->identity;
   one.oid = oid;
+  CORBA::Object* kept = keep(s._object_ref, record, ior, flag, oid);
   one.at = now;
   return kept;
 }

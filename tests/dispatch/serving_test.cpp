@@ -13,19 +13,21 @@ namespace {
 class Serving : public Dispatch {};
 BOTH_ROADS(Serving);
 
+struct Adapter : PortableServer_AdapterActivator_impl {
+  CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA::Environment&) override {
+    ++asked;
+    return answer(parent, name);
+  }
+  std::function<bool(POA*, const char*)> answer;
+  std::atomic<int> asked{0};
+};
+
 std::string who(Demo::Echo* echo) { return CORBA::String_var(echo->who()).in(); }
 
 }  // namespace
 
 TEST_P(Serving, MissingPoasAreAskedOfTheAdapterActivator) {
-  struct : PortableServer_AdapterActivator_impl {
-    CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA::Environment&) override {
-      ++asked;
-      return answer(parent, name);
-    }
-    std::function<bool(POA*, const char*)> answer;
-    std::atomic<int> asked{0};
-  } adapter;
+  Adapter adapter;
   TestServant servant;
   POA_var lazy = top->create_POA("lazy", nullptr, policies(root, USER_ID, PERSISTENT));
   const CORBA::Object_var object = lazy->create_reference_with_id(oid("sleeper"), Demo::Echo::repository_id);
@@ -46,7 +48,7 @@ TEST_P(Serving, MissingPoasAreAskedOfTheAdapterActivator) {
   adapter.answer = [&](POA* parent, const char* name) {
     POA_var made = parent->create_POA(name, nullptr, policies(root, USER_ID, PERSISTENT));
     second = outcome_of_a_thread(object);
-    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(second.wait_for(a_while), std::future_status::timeout);
     EXPECT_TRUE(made->_is_equivalent(POA_var(parent->find_POA(name, true))));
     return made->activate_object_with_id(oid("sleeper"), &servant), true;
   };
@@ -54,6 +56,87 @@ TEST_P(Serving, MissingPoasAreAskedOfTheAdapterActivator) {
   EXPECT_EQ(second.get(), "done");
   EXPECT_EQ(adapter.asked, 4);
   top->destroy(false, false);
+}
+
+TEST_P(Serving, FirstRequestsAtOnceAskTheAdapterActivatorOnce) {
+  Adapter adapter;
+  TestServant servant;
+  POA_var lazy = top->create_POA("lazy", nullptr, policies(root, USER_ID, PERSISTENT));
+  const CORBA::Object_var object = lazy->create_reference_with_id(oid("sleeper"), Demo::Echo::repository_id);
+  top->the_activator(&adapter);
+  adapter.answer = [&](POA* parent, const char* name) {
+    POA_var made = parent->create_POA(name, nullptr, policies(root, USER_ID, PERSISTENT));
+    std::this_thread::yield();
+    return made->activate_object_with_id(oid("sleeper"), &servant), true;
+  };
+  constexpr int rounds = 300, threads = 4;
+  std::atomic<int> done{0};
+  std::barrier next(threads, [&]() noexcept {
+    outcome([&] { POA_var(top->find_POA("lazy", false))->destroy(false, false); });
+  });
+  std::vector<std::jthread> calling;
+  for (unsigned i = 0; i < threads; ++i) {
+    calling.emplace_back([&, i, own = seen(object)] {
+      for (unsigned round = 0; round < rounds; ++round) {
+        next.arrive_and_wait();
+        for (unsigned late = round * 37 * i % 3000; late > 0; --late)
+          std::atomic_signal_fence(std::memory_order_seq_cst);
+        done += outcome(own) == "done";
+      }
+    });
+  }
+  calling.clear();
+  EXPECT_EQ(done, rounds * threads);
+  EXPECT_EQ(adapter.asked, rounds);
+  top->destroy(false, false);
+}
+
+// It makes its call with the whole tree locked, which the activator on the other thread waits for.
+TEST_P(Serving, EtherealizeMayAskForAPoaThatIsBeingMade) {
+  Adapter adapter;
+  Scene scene(top);
+  Event in_activator, in_etherealize;
+  top->the_activator(&adapter);
+  adapter.answer = [&](POA* parent, const char* name) {
+    in_activator.set();
+    EXPECT_TRUE(in_etherealize.wait());
+    return POA_var(parent->create_POA(name, nullptr, policies(root, USER_ID))), true;
+  };
+  scene.with_activator().activator.on_etherealize = [&](auto, auto*, bool, bool) {
+    in_etherealize.set();
+    POA_var(top->find_POA("lazy", true));
+  };
+  scene.activate("o", &scene.servant);
+  auto other = std::async(std::launch::async, [&] { POA_var(top->find_POA("lazy", true)); });
+  ASSERT_TRUE(in_activator.wait());
+  auto end = std::async(std::launch::async, [&] { scene.poa->destroy(true, true); });
+  EXPECT_EQ(end.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+  end.get();
+  outcome([&] { other.get(); });
+}
+
+TEST_P(Serving, ADestructionLetsNoRequestInAnyMore) {
+  Scene scene(top);
+  Event known, in_etherealize, go_on;
+  scene.with_activator().activator.on_etherealize = [&](std::string id, auto*, bool, bool) {
+    if (id != "first") return;
+    in_etherealize.set();
+    EXPECT_TRUE(go_on.wait());
+  };
+  scene.activate("first", &scene.servant).activate("second", &scene.other);
+  const CORBA::Object_var first = seen(scene.reference("first")), second = seen(scene.reference("second"));
+  auto late = std::async(std::launch::async, [&] {
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(outcome(first), "done");  // the thread that serves knows the POA
+    known.set();
+    EXPECT_TRUE(in_etherealize.wait());
+    return outcome(second);
+  });
+  ASSERT_TRUE(known.wait());
+  auto end = std::async(std::launch::async, [&] { scene.poa->destroy(true, true); });
+  EXPECT_EQ(late.wait_for(a_while), std::future_status::timeout);
+  go_on.set();
+  end.get();
+  EXPECT_EQ(late.get(), "UNKNOWN 0x0 NO");
 }
 
 TEST_P(Serving, AServantKeepsTheReferenceOfEachObjectThatItIs) {

@@ -226,8 +226,8 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   static std::atomic<void*> _boa;
   static PortableServer::POA* root_poa;
   static CORBA::ULong system_id;  // guarded by poa_mutex
-  /// Counts the POAs that came and went. While it stands, what was found in the tree is there. Written under
-  /// poa_mutex.
+  /// Counts the POAs that came, began to go, and went. While it stands, what was found in the tree is there.
+  /// Written under poa_mutex.
   static std::atomic<std::uint64_t> tree_changes;
 
  private:

@@ -121,8 +121,7 @@ std::optional<std::string_view> recorded_id(bool is_default_servant, const Objec
 }
 
 /// With poa_svt_objref_mutex held.
-template <class Poa>
-bool recorded(ObjectRefList* list, Poa poa, std::string_view oid) {
+bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) {
   if (!find_node(list, poa, oid)) return false;
   POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
   return true;
@@ -187,7 +186,7 @@ CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, in
   if (!id) return nullptr;
   {
     MutexGuard guard(poa_svt_objref_mutex);
-    if (recorded(_object_ref, poa, *id)) return nullptr;
+    if (recorded(_object_ref, read_identity(poa), *id)) return nullptr;
   }
   const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
   return record ? keep(_object_ref, record, ior, flag, *id) : nullptr;

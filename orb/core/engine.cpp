@@ -25,6 +25,14 @@ constexpr unsigned turns_without_call = 16;  // reads that bring no call, before
 
 thread_local unsigned upcalls = 0;
 
+// Nobody cancels the threads of the engine. The system, once told, leaves its book-keeping of that out of
+// each call.
+void never_cancelled() {
+  int before = 0;
+  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
+  ::pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &before);
+}
+
 void reuse(Buffer* kept, Buffer* used) {
   used->clear();
   used->shrink(keep);
@@ -87,15 +95,6 @@ Reference* Engine::Worker::find_target(std::string_view key) {
   if (!target || target->key() != key) target = Reference::from_key(key);
   return target.get();
 }
-
-namespace {
-// Nobody cancels these threads. The system, once told, leaves its book-keeping of that out of each call.
-void never_cancelled() {
-  int before = 0;
-  ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
-  ::pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &before);
-}
-}  // namespace
 
 void Engine::work() {
   never_cancelled();

@@ -45,8 +45,7 @@ char* copy_name(const char* name) {
 
 }  // namespace
 
-// ---- Life
-// ---------------------------------------------------------------------------------------------------------------
+// ---- Life ----
 
 POAInfo::POAInfo() : identity(new_identity()) {
   POA_TRACE("POAInfo::POAInfo called...[this=0x%lx]", trace_address(this));
@@ -99,8 +98,7 @@ POAInfo::~POAInfo() {
   CORBA::release(std::exchange(poa_object, nullptr));
 }
 
-// ---- The POA object
-// -------------------------------------------------------------------------------------------------------
+// ---- The POA object ----
 
 PortableServer::POA* POAInfo::createObject(CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::createObject called...");
@@ -149,8 +147,7 @@ POAInfoPtr POAInfo::findPOAInfo(PortableServer::POA* _this, CORBA::Environment&)
   return record;
 }
 
-// ---- Proof of life
-// ----------------------------------------------------------------------------------------------------------
+// ---- Proof of life ----
 
 bool POAInfo::is_existent(const POAInfo* target) {
   POA_TRACE("POAInfo::is_existent called...");

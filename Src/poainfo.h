@@ -251,8 +251,7 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
                              CORBA::Environment& _ev);
 };
 
-// ---- State of the process (poainfo.cpp; start-up sets it)
-// -----------------------------------------------------------------
+// ---- State of the process (poainfo.cpp; start-up sets it) ----
 extern POAInfo* root_poa_info;
 extern bool initialised;
 extern void* _intfRep;
@@ -269,8 +268,7 @@ POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& 
 /// 1 when the reference carries no reference data.
 int checkEmptyReferenceData(CORBA::Object* reference);
 
-// ---- Registration with the ORB core (poainfo_registration.cpp)
-// -----------------------------------------------------------------
+// ---- Registration with the ORB core (poainfo_registration.cpp) ----
 struct ZRImplementationDef {
   const char* impl_id;  // not copied; null marks a free entry
   void* implDef;
@@ -286,8 +284,7 @@ ZRImplementationDef* InsertImplementationDef(const char* impl_id, void* implDef)
 void _POA_impl_is_ready(void* _boa, CORBA::Environment& _ev);
 void clear_implementation_table();
 
-// ---- Upcalls (exported)
-// -----------------------------------------------------------------------------------------------------------
+// ---- Upcalls (exported) ----
 extern "C" {
 POA_API void* _poa_init(void* orb, void* boa);
 POA_API void call_cpp_handler(void* target, void* request, CORBA_Environment* env);

@@ -140,8 +140,7 @@ void POAInfo::read_policies(const CORBA::PolicyList& policies, CORBA::Environmen
   }
 }
 
-// ---- The factories
-// --------------------------------------------------------------------------------------------------------
+// ---- The factories ----
 
 PortableServer::ThreadPolicy* POAInfo::create_thread_policy(PortableServer::ThreadPolicyValue value,
                                                             CORBA::Environment& _ev) {

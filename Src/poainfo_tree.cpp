@@ -41,8 +41,7 @@ void require_name(const char* name, const char* null_trace, const char* empty_tr
 
 }  // namespace
 
-// ---- Creation
-// ---------------------------------------------------------------------------------------------------------------
+// ---- Creation ----
 
 POAObjectPtr POAInfo::create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
                                  const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
@@ -77,8 +76,7 @@ POAInfoPtr POAInfo::add_child(const char* name, PortableServer::POAManager* mana
   return child;
 }
 
-// ---- Lookup
-// -----------------------------------------------------------------------------------------------------------------
+// ---- Lookup ----
 
 POAObjectPtr POAInfo::find_POA(const char* _adapter_name, CORBA::Boolean activate_it,
                                CORBA::Environment& _ev) {
@@ -145,8 +143,7 @@ POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, c
                                  "POAInfo::findChildByName [adapter_act returns null.]");
 }
 
-// ---- Attributes
-// ---------------------------------------------------------------------------------------------------------------
+// ---- Attributes ----
 
 char* POAInfo::the_name(CORBA::Environment&) {
   POA_TRACE("POAInfo::the_name called...");
@@ -190,8 +187,7 @@ void POAInfo::the_activator(PortableServer::AdapterActivator* adapterActivator_p
   adapter_activator = adapterActivator_ptr;
 }
 
-// ---- Destruction
-// --------------------------------------------------------------------------------------------------------------
+// ---- Destruction ----
 
 void POAInfo::destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                       CORBA::Environment& _ev) {

@@ -201,8 +201,7 @@ void POAManagerInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boole
   POA_TRACE("POAManagerInfo::deactivate_requests end...");
 }
 
-// ---- What a manager does to POA records
-// ------------------------------------------------------------------------------
+// ---- What a manager does to POA records ----
 
 void POAInfo::activate(POAManagerInfo*, CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::activate called...");

@@ -1,8 +1,7 @@
 // The seven policy classes: instances of one template.
 #include "policykinds.h"
 
-// ---- PortableServer::ThreadPolicy and the others
-// ------------------------------------------------------------------------------
+// ---- PortableServer::ThreadPolicy and the others ----
 
 template <class Value, CORBA::PolicyType Type, CORBA::Text Name>
 PortableServer::PolicyOf<Value, Type, Name>* PortableServer::PolicyOf<Value, Type, Name>::_duplicate(
@@ -34,8 +33,7 @@ PortableServer::PolicyOf<Value, Type, Name>* PortableServer::PolicyOf<Value, Typ
   return narrowed.release();
 }
 
-// ---- Their implementation
-// -------------------------------------------------------------------------------------------------
+// ---- Their implementation ----
 
 template <class Kind>
 PortableServer_Policy_impl<Kind>::PortableServer_Policy_impl()

@@ -39,8 +39,7 @@ void check(bool good, const char* what) {
   if (!good) throw std::runtime_error(std::string(what) + ": " + std::strerror(errno));
 }
 
-// ---- Sockets and processes
-// ----------------------------------------------------------------------------------------
+// ---- Sockets and processes ----
 
 class Socket {
  public:
@@ -138,8 +137,7 @@ int pin_to_one_core() {
   return core;
 }
 
-// ---- The server processes
-// -------------------------------------------------------------------------------------------
+// ---- The server processes ----
 
 void say(const std::string& line) {
   std::printf("%s\n", line.c_str());
@@ -180,8 +178,7 @@ void serve_raw(const Sizes& sizes) {
   while (peer.receive_all(request)) peer.send_all(reply);
 }
 
-// ---- The two sides that are compared
-// ----------------------------------------------------------------------------------
+// ---- The two sides that are compared ----
 
 class OrbCalls {
  public:
@@ -244,8 +241,7 @@ class RawCalls {
   std::vector<char> request_, reply_;
 };
 
-// ---- Measuring
-// ----------------------------------------------------------------------------------------------------------
+// ---- Measuring ----
 
 template <class Call>
 Times time_calls(int calls, Call& call) {

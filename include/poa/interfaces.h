@@ -27,8 +27,7 @@ class POA_API POAList : public CORBA::Sequence<POA_var> {
 };
 using POAList_var = CORBA::SequenceVar<POAList>;
 
-// ---- Policies
-// --------------------------------------------------------------------------------------------------------
+// ---- Policies ----
 
 /// A policy of one value: the seven kinds are instances. `Type` is its policy type id, `Name` its interface's
 /// name.
@@ -75,8 +74,7 @@ using ImplicitActivationPolicy_var = CORBA::ObjectVar<ImplicitActivationPolicy>;
 using ServantRetentionPolicy_var = CORBA::ObjectVar<ServantRetentionPolicy>;
 using RequestProcessingPolicy_var = CORBA::ObjectVar<RequestProcessingPolicy>;
 
-// ---- POAManager
-// --------------------------------------------------------------------------------------------------------
+// ---- POAManager ----
 
 /// Gates the requests of the POAs that share it.
 class POA_API POAManager : public virtual CORBA::Object {
@@ -101,8 +99,7 @@ class POA_API POAManager : public virtual CORBA::Object {
 using POAManager_ptr = POAManager*;
 using POAManager_var = CORBA::ObjectVar<POAManager>;
 
-// ---- POA
-// ---------------------------------------------------------------------------------------------------------------
+// ---- POA ----
 
 /// One adapter: a name space of objects under one set of policies. Every operation raises CORBA::BAD_PARAM
 /// (0x4B510007) once the POA was destroyed; the exceptions named at an operation come beside that.
@@ -217,8 +214,7 @@ class POA_API POA : public virtual CORBA::Object {
   virtual CORBA::Object* id_to_reference(const ObjectId& oid, CORBA_ENV) = 0;
 };
 
-// ---- What a program gives a POA
-// ------------------------------------------------------------------------------------------
+// ---- What a program gives a POA ----
 
 /// Makes missing child POAs. Called with no lock held, possibly by several threads at once for one name.
 class POA_API AdapterActivator : public virtual CORBA::Object {

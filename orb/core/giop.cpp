@@ -8,9 +8,9 @@
 
 // Layouts, in CDR, aligned from the first octet of the message:
 //
-//   message  = "GIOP" major[1] minor[1] flags[1] type[1] size:u32 body       flags: 1 little-endian, 2
-//   fragments follow (not in 1.0) request  = 1.0: contexts id:u32 response[1] key:octets operation:string
-//   principal:octets
+//   message  = "GIOP" major[1] minor[1] flags[1] type[1] size:u32 body
+//              flags: 1 little-endian, 2 fragments follow (not in 1.0)
+//   request  = 1.0: contexts id:u32 response[1] key:octets operation:string principal:octets
 //              1.1: contexts id:u32 response[1] 0[3] key:octets operation:string principal:octets
 //              1.2: id:u32 response[1] 0[3] target operation:string contexts
 //   locate   = 1.0, 1.1: id:u32 key:octets;   1.2: id:u32 target

@@ -9,8 +9,7 @@
 extern "C" {
 #endif
 
-/* ---- Hooks: variables that the object adapter fills -----------------------------------------------------
- */
+/* ---- Hooks: variables that the object adapter fills ---- */
 
 /* Builds the root POA and returns a new handle to it, or null. Called under the ORB's start-up lock, by the
  * thread that first asks for "RootPOA", before any request is read. */
@@ -26,8 +25,7 @@ extern ZRSV_API void (*_call_disconnect_cpp_)(long fd, void* host_addr, unsigned
 /* The lifespan tick; always the same thread, no lock held, never twice at once. */
 extern ZRSV_API void (*_call_poa_inst_lifespan_)(void);
 
-/* ---- ORB --------------------------------------------------------------------------------------------------
- */
+/* ---- ORB ---- */
 
 /* The ORB of the process, made by the first call; each call is undone by one CORBA_ORB_destroy. Takes the
  * -ORB options (docs/orb.md) out of argv and lowers *argc; argc and argv may be null. Null with BAD_PARAM in
@@ -57,8 +55,7 @@ ZRSV_API void CORBA_ORB_destroy(void* orb, CORBA_Environment* env);
  * "RootPOA" on. */
 ZRSV_API const char* ZR_published_endpoint(void* orb, uint32_t index);
 
-/* ---- BOA, repositories ------------------------------------------------------------------------------------
- */
+/* ---- BOA, repositories ---- */
 
 /* From now on requests for the implementations of this process are delivered, unless the queue group is held
  * (docs/orb.md). */
@@ -87,8 +84,7 @@ ZRSV_API void CORBA_BOA_set_impl_methods(void* boa, CORBA_Environment* env, void
                                          const char* const* names, const ZR_skeleton* skeletons,
                                          const ZR_method* in_process);
 
-/* ---- Queue groups
- * ------------------------------------------------------------------------------------------ */
+/* ---- Queue groups ---- */
 
 enum { ZR_QUEUE_DRAIN = 4, ZR_QUEUE_RELEASE = 5, ZR_QUEUE_HOLD = 6, ZR_QUEUE_CLOSE = 7 };
 
@@ -97,8 +93,7 @@ enum { ZR_QUEUE_DRAIN = 4, ZR_QUEUE_RELEASE = 5, ZR_QUEUE_HOLD = 6, ZR_QUEUE_CLO
 ZRSV_API void ZR_queue_control_queue_group(uint32_t reserved, const char* name, int code, uint32_t reserved2,
                                            CORBA_Environment* env);
 
-/* ---- Clients
- * ------------------------------------------------------------------------------------------------ */
+/* ---- Clients ---- */
 
 /* 1 when client data is to be recorded (-ORBClientInfo, on by default). */
 ZRSV_API int OM_boa_lib_get_iswitch(void);

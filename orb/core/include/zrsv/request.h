@@ -9,8 +9,7 @@
 extern "C" {
 #endif
 
-/* ---- Server side: what an upcall gets
- * --------------------------------------------------------------------------- */
+/* ---- Server side: what an upcall gets ---- */
 
 typedef struct ZR_RequestInfo {
   void* request;                   /* the handle for the reply encoders below */
@@ -45,8 +44,7 @@ ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, 
 /* The repository id that starts the body of a user exception reply. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env);
 
-/* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete
- * ----------- */
+/* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete ---- */
 
 enum { ZR_REQUEST_IIOP = 2, ZR_REQUEST_IN_PROCESS = 3 };
 

@@ -22,8 +22,7 @@
 
 namespace CORBA::idl {
 
-// ---- Values on the wire
-// -------------------------------------------------------------------------------------------
+// ---- Values on the wire ----
 
 /// `static bool move(CDR*, V&)`: encodes or decodes one V by the stream's direction; true on success.
 template <class V>
@@ -96,8 +95,7 @@ struct Wire<S> {
   }
 };
 
-// ---- Who owns a value while a call is made
-// --------------------------------------------------------------------------
+// ---- Who owns a value while a call is made ----
 
 /// Holds a decoded or returned value of C++ type V and frees it: references are released, strings and heap
 /// values freed.
@@ -184,8 +182,7 @@ struct Result<void> {
   void give() {}
 };
 
-// ---- Operations
-// --------------------------------------------------------------------------------------------------------
+// ---- Operations ----
 
 /// User exceptions of an operation. An exception with members has a Wire of its own.
 template <class... E>
@@ -317,8 +314,7 @@ struct operation {
   using Roads = RoadsOf<Indexes>;
 };
 
-// ---- Skeletons
-// ---------------------------------------------------------------------------------------------------------
+// ---- Skeletons ----
 
 /// What became of a request that a skeleton served.
 enum class Served { yes, bad_arguments, bad_reply };
@@ -417,8 +413,7 @@ bool invoke(Servant& servant, const char* operation_name, void* request, bool re
   return false;
 }
 
-// ---- Stubs
-// -------------------------------------------------------------------------------------------------------------
+// ---- Stubs ----
 
 /// Ways out of a failed call: fill the environment from the ORB core's reason, and throw.
 [[noreturn]] ZRSVCPP_API void fail_request(std::uint32_t completed, Environment& env);

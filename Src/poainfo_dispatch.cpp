@@ -188,8 +188,6 @@ void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
     OM_CORBA_ServerRequest_dsi_complete_cpp(request.get_ref());
   } catch (const std::exception& e) {
     OM_log("the reply of a dynamic servant could not be completed: %s", e.what());
-  } catch (const CORBA::Exception& e) {
-    OM_log("the reply of a dynamic servant could not be completed: %s", e.id());
   }
 }
 

@@ -14,5 +14,5 @@ inline std::string text_of(const CORBA::Exception& e) {
   char detail[64];
   std::snprintf(detail, sizeof detail, " (minor 0x%x, completed %s)", system->minor(),
                 completed[system->completed() % 3u]);
-  return e._name() + detail;
+  return std::string(e._name()) + detail;
 }

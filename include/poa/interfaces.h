@@ -118,17 +118,14 @@ class POA_API POA : public virtual CORBA::Object {
   using ServantNotActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ServantNotActive:1.0">;
   using WrongAdapter = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/WrongAdapter:1.0">;
   using WrongPolicy = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/WrongPolicy:1.0">;
-  /// The policy list breaks a rule; index() is the element that completed the rejected combination.
+  /// The policy list breaks a rule; `index` is the element that completed the rejected combination.
   class POA_API InvalidPolicy : public CORBA::UserExceptionOf<InvalidPolicy> {
    public:
     static constexpr const char* repository_id = "IDL:omg.org/PortableServer/POA/InvalidPolicy:1.0";
     InvalidPolicy() = default;
-    explicit InvalidPolicy(CORBA::UShort position) : _index(position) {}
-    CORBA::UShort index() const { return _index; }
-    void index(CORBA::UShort position) { _index = position; }
+    explicit InvalidPolicy(CORBA::UShort position) : index(position) {}
 
-   private:
-    CORBA::UShort _index = 0;
+    CORBA::ExceptionMember<CORBA::UShort> index;
   };
   using AdapterAlreadyExists_var = CORBA::ExceptionVar<AdapterAlreadyExists>;
   using AdapterNonExistent_var = CORBA::ExceptionVar<AdapterNonExistent>;

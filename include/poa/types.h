@@ -64,15 +64,19 @@ class POA_API ForwardRequest : public CORBA::UserExceptionOf<ForwardRequest> {
   ForwardRequest() = default;
   /// Keeps a duplicate of `to`.
   explicit ForwardRequest(CORBA::Object* to) { forward_reference(to); }
-  /// The reference held, not duplicated.
-  CORBA::Object* forward_reference() const { return _forward_reference; }
-  /// Stores a duplicate and releases the old one, unless both are the same pointer.
-  void forward_reference(CORBA::Object* to) {
-    if (to != forward_reference()) _forward_reference = CORBA::Object::_duplicate(to);
-  }
 
- private:
-  CORBA::Object_var _forward_reference;
+  /// Where to: a member of the mapping that is an accessor too.
+  class POA_API Target : public CORBA::Object_var {
+   public:
+    using CORBA::Object_var::operator=;
+    /// The reference held, not duplicated.
+    CORBA::Object* operator()() const { return in(); }
+    /// Stores a duplicate and releases the old one, unless both are the same pointer.
+    void operator()(CORBA::Object* to) {
+      if (to != in()) *this = CORBA::Object::_duplicate(to);
+    }
+  };
+  Target forward_reference;
 };
 using ForwardRequest_var = CORBA::ExceptionVar<ForwardRequest>;
 

@@ -1,7 +1,9 @@
 #include "corba/exception.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <iterator>
+#include <ostream>
 
 #include "raise.h"
 
@@ -61,9 +63,11 @@ constexpr Row standard_exceptions[] = {
     row<"THREAD_CANCELLED">,
 };
 
+constexpr std::string_view own_prefix = "IDL:CORBA/StExcep/", public_prefix = "IDL:omg.org/CORBA/",
+                           version = ":1.0";
+
 const Row* find_row(std::string_view id) {
-  constexpr std::string_view version = ":1.0";
-  for (const std::string_view prefix : {"IDL:CORBA/StExcep/", "IDL:omg.org/CORBA/"}) {
+  for (const std::string_view prefix : {own_prefix, public_prefix}) {
     if (!id.starts_with(prefix) || !id.ends_with(version)) continue;
     if (id.size() < prefix.size() + version.size()) continue;
     const std::string_view name = id.substr(prefix.size(), id.size() - prefix.size() - version.size());
@@ -97,12 +101,34 @@ Exception::~Exception() = default;
 UserException::~UserException() = default;
 SystemException::~SystemException() = default;
 
-std::string Exception::_name() const {
-  std::string_view name = id_;
-  if (const auto version = name.rfind(':'); version != name.npos && version > name.find(':')) {
-    name = name.substr(0, version);
+void Exception::id(const char* text) {
+  id_ = text ? text : "";
+  rep_id_ = 0;
+  if (const Row* row = find_row(id_); row && !id_.starts_with(public_prefix)) {
+    rep_id_ = id_.size() + 1;
+    id_.append(1, '\0').append(public_prefix).append(row->name).append(version);
   }
-  return std::string(name.substr(name.find_last_of("/:") + 1));
+  const std::string_view public_form = std::string_view(id_).substr(rep_id_);
+  std::string_view name = public_form;
+  if (const auto last = name.rfind(':'); last != name.npos && last > name.find(':')) {
+    name = name.substr(0, last);
+  }
+  name = name.substr(name.find_last_of("/:") + 1);
+  const auto start = static_cast<std::size_t>(name.data() - id_.data());
+  name_ = id_.size() + 1;
+  id_.reserve(name_ + name.size());
+  id_.append(1, '\0').append(id_, start, name.size());
+}
+
+std::ostream& operator<<(std::ostream& to, const Exception& exception) {
+  to << exception._rep_id();
+  const auto* system = dynamic_cast<const SystemException*>(&exception);
+  if (!system) return to;
+  constexpr const char* completed[] = {"YES", "NO", "MAYBE"};
+  char minor[16];
+  std::snprintf(minor, sizeof minor, "0x%08x", system->minor());
+  return to << " (minor code " << minor << ", completed "
+            << completed[std::min<ULong>(system->completed(), COMPLETED_MAYBE)] << ')';
 }
 
 Exception* Exception::_clone() const { return new Exception(*this); }

@@ -92,6 +92,7 @@ TEST(Cdr, ExceptionsWithMembers) {
   EXPECT_EQ(encode(cdr_PortableServer_POA_InvalidPolicy, &policy), hex("0300"));
   EXPECT_TRUE(decode(cdr_PortableServer_POA_InvalidPolicy, hex("0501"), &policy));
   EXPECT_EQ(policy.index(), 0x105);
+  EXPECT_EQ(CORBA::UShort(policy.index), 0x105);
   EXPECT_FALSE(decode(cdr_PortableServer_POA_InvalidPolicy, hex("05"), &policy));
 
   ForwardRequest forward(test_root_poa()), decoded, nil;

@@ -47,6 +47,7 @@ TEST(ForwardRequest, OwnsItsReference) {
   }
   EXPECT_TRUE(assigned.forward_reference()->_is_equivalent(target));
   EXPECT_TRUE(own->_is_equivalent(target)) << "what copies let go of was theirs";
+  EXPECT_EQ(source.forward_reference.in(), own) << "the member and the accessor are one";
   source.forward_reference(own);
   EXPECT_EQ(source.forward_reference(), own) << "the same pointer stays";
   source.forward_reference(nullptr);

@@ -186,7 +186,7 @@ std::string raw_call(void* object, const char* operation, std::string octets) {
     CORBA_Environment filled{};
     EXPECT_TRUE(OM_req_lib_UNO_IIOP_decode_standard_excep(request, &filled));
     env.set_ref(&filled);
-    result = env.exception()->_name() + " " + std::to_string(env._evp->_completed);
+    result = std::string(env.exception()->_name()) + " " + std::to_string(env._evp->_completed);
   }
   OM_req_lib_UNO_IIOP_initiator_request_complete(request);
   return result;

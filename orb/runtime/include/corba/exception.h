@@ -1,6 +1,8 @@
 // Exceptions and the environment (OMG IDL to C++, "Mapping for Exception Types").
 #pragma once
 
+#include <exception>
+#include <iosfwd>
 #include <string>
 
 #include "corba/types.h"
@@ -10,19 +12,23 @@ namespace CORBA {
 
 /// Root of all exceptions. A value: copying copies the repository id and, in derived classes, the members; a
 /// copy of the base class alone keeps the id of what it was copied from.
-class ZRSVCPP_API Exception : public Allocated {
+class ZRSVCPP_API Exception : public Allocated, public std::exception {
  public:
   Exception() = default;
   Exception(const Exception&) = default;
   Exception& operator=(const Exception&) = default;
-  virtual ~Exception();
+  ~Exception() override;
 
-  /// Repository id; "" before one is set. The text belongs to the exception.
+  /// Repository id in this library's own form ("IDL:CORBA/StExcep/TRANSIENT:1.0"); "" before one is set. All
+  /// texts belong to the exception.
   const char* id() const { return id_.c_str(); }
-  void id(const char* text) { id_ = text ? text : ""; }
-  const char* _rep_id() const { return id(); }
-  /// The id's last name, without version.
-  std::string _name() const;
+  void id(const char* text);
+  /// The id as the standard writes it and as it travels ("IDL:omg.org/CORBA/TRANSIENT:1.0").
+  const char* _rep_id() const { return id_.c_str() + rep_id_; }
+  /// The id's last name, without version ("TRANSIENT").
+  const char* _name() const { return id_.c_str() + name_; }
+  /// As _rep_id.
+  const char* what() const noexcept override { return _rep_id(); }
 
   /// A heap copy of the exception's own type, owned by the caller.
   virtual Exception* _clone() const;
@@ -30,8 +36,12 @@ class ZRSVCPP_API Exception : public Allocated {
   [[noreturn]] virtual void _raise() const;
 
  private:
-  std::string id_;
+  std::string id_;                     // the id, NUL, the public form where that is another, NUL, the name
+  std::size_t rep_id_ = 0, name_ = 0;  // where they start
 };
+
+/// "IDL:omg.org/CORBA/TRANSIENT:1.0", and of a system exception " (minor code 0x4f4d0001, completed NO)".
+ZRSVCPP_API std::ostream& operator<<(std::ostream& to, const Exception& exception);
 
 class ZRSVCPP_API UserException : public Exception {
  public:
@@ -42,7 +52,13 @@ class ZRSVCPP_API UserException : public Exception {
   Exception* _clone() const override;
   [[noreturn]] void _raise() const override;
   static UserException* _narrow(Exception* e) { return dynamic_cast<UserException*>(e); }
+  static UserException* _downcast(Exception* e) { return _narrow(e); }
+  static const UserException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
 };
+
+/// The upper 20 bits of the minor codes that the standard gives out; the lower 12 number the reasons of one
+/// exception.
+inline constexpr ULong OMGVMCID = 0x4F4D0000;
 
 enum CompletionStatus : ULong { COMPLETED_YES = 0, COMPLETED_NO = 1, COMPLETED_MAYBE = 2 };
 
@@ -63,6 +79,8 @@ class ZRSVCPP_API SystemException : public Exception {
   Exception* _clone() const override;
   [[noreturn]] void _raise() const override;
   static SystemException* _narrow(Exception* e) { return dynamic_cast<SystemException*>(e); }
+  static SystemException* _downcast(Exception* e) { return _narrow(e); }
+  static const SystemException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
 
  private:
   ULong minor_ = 0;
@@ -83,6 +101,8 @@ class ZRSVCPP_API StandardException : public SystemException {
   Exception* _clone() const override { return new StandardException(*this); }
   [[noreturn]] void _raise() const override { throw StandardException(*this); }
   static StandardException* _narrow(Exception* e) { return dynamic_cast<StandardException*>(e); }
+  static StandardException* _downcast(Exception* e) { return _narrow(e); }
+  static const StandardException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
 };
 
 // g++ hides what is made from a literal as a template argument, unless the literal is first named where
@@ -121,6 +141,15 @@ using CODESET_INCOMPATIBLE = StandardException<"CODESET_INCOMPATIBLE">;
 using REBIND = StandardException<"REBIND">;
 using TIMEOUT = StandardException<"TIMEOUT">;
 using BAD_QOS = StandardException<"BAD_QOS">;
+using TRANSACTION_REQUIRED = StandardException<"TRANSACTION_REQUIRED">;
+using TRANSACTION_ROLLEDBACK = StandardException<"TRANSACTION_ROLLEDBACK">;
+using INVALID_TRANSACTION = StandardException<"INVALID_TRANSACTION">;
+using TRANSACTION_UNAVAILABLE = StandardException<"TRANSACTION_UNAVAILABLE">;
+using TRANSACTION_MODE = StandardException<"TRANSACTION_MODE">;
+using INVALID_ACTIVITY = StandardException<"INVALID_ACTIVITY">;
+using ACTIVITY_COMPLETED = StandardException<"ACTIVITY_COMPLETED">;
+using ACTIVITY_REQUIRED = StandardException<"ACTIVITY_REQUIRED">;
+using THREAD_CANCELLED = StandardException<"THREAD_CANCELLED">;
 }  // namespace StExcep
 #pragma GCC visibility pop
 using namespace StExcep;
@@ -139,6 +168,10 @@ class ZRSVCPP_API PlainUserException : public UserException {
   static PlainUserException* _narrow(Exception* e) {
     return e && std::strcmp(e->id(), repository_id) == 0 ? dynamic_cast<PlainUserException*>(e) : nullptr;
   }
+  static PlainUserException* _downcast(Exception* e) { return _narrow(e); }
+  static const PlainUserException* _downcast(const Exception* e) {
+    return _narrow(const_cast<Exception*>(e));
+  }
 };
 
 /// Base of a user exception with members: E has `repository_id` and is copyable.
@@ -152,6 +185,22 @@ class ZRSVCPP_API UserExceptionOf : public UserException {
   static E* _narrow(Exception* e) {
     return e && std::strcmp(e->id(), E::repository_id) == 0 ? dynamic_cast<E*>(e) : nullptr;
   }
+  static E* _downcast(Exception* e) { return _narrow(e); }
+  static const E* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
+};
+
+/// A member of an exception, as the mapping has it (`e.index`), that is also an accessor (`e.index()`).
+template <class T>
+class ExceptionMember {
+ public:
+  ExceptionMember() = default;
+  ExceptionMember(T value) : value_(value) {}
+  operator T() const { return value_; }
+  T operator()() const { return value_; }
+  void operator()(T value) { value_ = value; }
+
+ private:
+  T value_{};
 };
 
 /// Owns one exception, never null: a fresh one holds a new exception; copies are deep.

@@ -52,7 +52,7 @@ POA_API char* ObjectId_to_string(const ObjectId& oid);
 /// The id of a text: its characters without the NUL, owned by the caller. BAD_PARAM: 0x4B510007 for null,
 /// 0x4B510000 for a character that is not printable ASCII.
 POA_API ObjectId* string_to_ObjectId(const char* text);
-/// The same rules on UTF-16 text: one octet a unit; the text is freed with CORBA::wstring_free.
+/// The same rules on wide text: one octet a character; the text is freed with CORBA::wstring_free.
 POA_API CORBA::WChar* ObjectId_to_wstring(const ObjectId& oid);
 POA_API ObjectId* wstring_to_ObjectId(const CORBA::WChar* text);
 

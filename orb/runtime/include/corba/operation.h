@@ -40,7 +40,16 @@ struct Wire<V> {
 };
 template <>
 struct Wire<Boolean> {
-  static bool move(CDR* cdr, Boolean& value) { return OM_cdr_boolean(cdr, &value); }
+  static bool move(CDR* cdr, Boolean& value) {
+    Octet octet = value;
+    if (!zrsv::move_value(cdr, &octet) || octet > 1) return false;
+    value = octet != 0;
+    return true;
+  }
+};
+template <>
+struct Wire<Octet> {
+  static bool move(CDR* cdr, Octet& value) { return zrsv::move_value(cdr, &value); }
 };
 template <>
 struct Wire<char*> {

@@ -11,9 +11,9 @@
 
 namespace CORBA {
 
-using Boolean = unsigned char;  // 0 false, else true
+using Boolean = bool;
 using Char = char;
-using WChar = char16_t;
+using WChar = wchar_t;
 using Octet = unsigned char;
 using Short = std::int16_t;
 using UShort = std::uint16_t;
@@ -45,7 +45,7 @@ ZRSVCPP_API char* string_dup(const char* text);
 /// Frees what string_alloc, string_dup or an operation returned; null is allowed.
 ZRSVCPP_API void string_free(char* text);
 
-/// The same for wide strings of UTF-16 units.
+/// The same for wide strings.
 ZRSVCPP_API WChar* wstring_alloc(Long length);
 ZRSVCPP_API void wstring_free(WChar* text);
 

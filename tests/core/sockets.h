@@ -7,7 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
@@ -62,7 +64,8 @@ class Socket {
   bool send(std::string_view octets) {
     return ::send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(octets.size());
   }
-  /// The next message, its fragments joined; false at the connection's end.
+  /// The next message, its fragments joined; false at the connection's end. That nothing comes in time is a failure of
+  /// the test, as it is neither.
   bool receive(zrsv::giop::Header* header, std::string* octets) {
     using Result = zrsv::Assembler::Result;
     zrsv::Buffer message;
@@ -71,6 +74,8 @@ class Socket {
       unsigned char* to = in_.room(&room);
       EXPECT_EQ(result, Result::NeedMore) << in_.error();
       const ssize_t n = result == Result::NeedMore ? ::recv(fd_, to, room, 0) : 0;
+      if (n < 0 && errno != ECONNRESET)
+        ADD_FAILURE() << "neither a message nor the end: " << std::strerror(errno);
       if (n <= 0) return false;
       in_.received(static_cast<std::size_t>(n));
       received += static_cast<std::size_t>(n);

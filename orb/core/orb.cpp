@@ -112,7 +112,7 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
   if (wrong.empty() && !serve(&listener, engine, root)) wrong = "shut down meanwhile";
   starting_ = false;
   if (wrong.empty()) return root;
-  OM_log("start failed: %s", wrong.c_str());
+  OM_log_at(ZR_LOG_ERROR, "start failed: %s", wrong.c_str());
   engine->stop(Engine::Clock::now());
   set_published_endpoints({});
   raise_standard(env, "INITIALIZE");
@@ -126,9 +126,9 @@ Ref<Reference> Orb::make_root() {
   try {
     if (_cpp_poa_init) handle = _cpp_poa_init(this, &boa);
   } catch (const std::exception& e) {
-    OM_log("making the root POA failed: %s", e.what());
+    OM_log_at(ZR_LOG_ERROR, "making the root POA failed: %s", e.what());
   } catch (...) {
-    OM_log("making the root POA failed");
+    OM_log_at(ZR_LOG_ERROR, "making the root POA failed");
   }
   auto* const made = as_reference(handle);
   if (made && made != root_.get()) root_ = Ref<Reference>::adopt(made);
@@ -141,8 +141,8 @@ std::string Orb::open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engin
   if (std::string wrong = (*listener)->open(options().listen); !wrong.empty()) return wrong;
   const std::vector<Endpoint> published = (*listener)->published(options().publish);
   set_published_endpoints(published);
-  OM_log("listening on %s, references publish %s", list_of((*listener)->bound()).c_str(),
-         list_of(published).c_str());
+  OM_log_at(ZR_LOG_INFO, "listening on %s, references publish %s", list_of((*listener)->bound()).c_str(),
+            list_of(published).c_str());
   std::lock_guard lock(mutex_);
   published_.clear();
   for (const Endpoint& at : published) published_.push_back(endpoint_text(at));

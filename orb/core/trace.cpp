@@ -114,13 +114,3 @@ void OM_trace_set_sink(OM_trace_sink call, void* closure) {
   to.call = call;
   to.closure = closure;
 }
-
-void OM_log(const char* format, ...) {
-  const int saved = errno;
-  va_list arguments;
-  va_start(arguments, format);
-  const std::string text = formatted(format, arguments);
-  va_end(arguments);
-  write_line(stamp() + "zrsv: " + text);
-  errno = saved;
-}

@@ -101,9 +101,22 @@ ZRSV_API void OM_trace(const char* format, ...) __attribute__((cold, format(prin
 typedef void (*OM_trace_sink)(const char* text, void* closure);
 ZRSV_API void OM_trace_set_sink(OM_trace_sink sink, void* closure);
 
-/* A line of the log proper (refusals, lost peers, start-up): always written to standard error, "zrsv: " in
- * front. */
+/* ---- Log: refusals, lost peers, start-up --------------------------------------------------------------- */
+
+enum { ZR_LOG_ERROR = 0, ZR_LOG_WARNING = 1, ZR_LOG_INFO = 2 };
+
+/* One line, printf-style, to standard error, with time, thread and "zrsv: " in front; OM_log is a warning. Control
+ * characters are written as \xNN and over-long lines cut. Of lines with the same format (a literal) at most 10 pass in a
+ * second; the next one says how many were left out. Never waits for standard error, allocates nothing, raises no
+ * signal: lines that cannot be written are lost, and counted in the next one that can. Any thread. */
 ZRSV_API void OM_log(const char* format, ...) __attribute__((cold, format(printf, 1, 2)));
+ZRSV_API void OM_log_at(int level, const char* format, ...) __attribute__((cold, format(printf, 2, 3)));
+
+/* Sends the lines (text without prefix and newline) to `sink` instead of standard error; null goes back. The sink is
+ * called on the thread that logs, by several at once and with locks held: it must not call back, and how long it takes
+ * is for the program to answer for. When this returns, no call of the sink before is left. */
+typedef void (*ZR_log_sink)(int level, const char* text, void* closure);
+ZRSV_API void OM_log_set_sink(ZR_log_sink sink, void* closure);
 
 #ifdef __cplusplus
 }

@@ -13,6 +13,7 @@ namespace PortableServer {
 
 ServantBase::ServantBase() = default;
 ServantBase::ServantBase(const ServantBase&) : CORBA::Allocated() {}
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): nothing is assigned
 ServantBase& ServantBase::operator=(const ServantBase&) { return *this; }
 
 // ---- Standard operations ------------------------------------------------------------------------

@@ -22,7 +22,7 @@ std::string path_of(PortableServer::POA_ptr poa) {
   PortableServer::POA_var above;
   for (PortableServer::POA_ptr parent = parent_of(poa); parent; parent = parent_of(poa)) {
     const CORBA::String_var name = poa->the_name();
-    path = path.empty() ? name.in() : name.in() + ('/' + path);
+    path.insert(0, path.empty() ? "" : "/").insert(0, name.in());
     above = parent;
     poa = parent;
   }

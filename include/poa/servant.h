@@ -108,7 +108,7 @@ class ServantBase_var {
     if (ServantBase* old = std::exchange(_ptr, p)) old->_remove_ref();
     return *this;
   }
-  ServantBase_var& operator=(const ServantBase_var& o) {
+  ServantBase_var& operator=(const ServantBase_var& o) {  // NOLINT(bugprone-unhandled-self-assignment): it is
     if (_ptr == o._ptr) return *this;
     if (o._ptr) o._ptr->_add_ref();
     return *this = o._ptr;

@@ -166,7 +166,7 @@ bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected,
   out.u8(static_cast<uint8_t>(!response_expected ? 0
                               : minor >= 2       ? 3
                                                  : 1));  // 3: the reply comes from the object itself
-  if (minor >= 1) out.raw({"\0\0", 3});
+  if (minor >= 1) out.raw({"\0\0", 3});            // NOLINT(bugprone-string-constructor): with the last NUL
   if (minor >= 2) out.u16(key_address);
   out.octets(key).text(operation);
   return out.u32(0).ok();  // no principal, or no contexts

@@ -21,9 +21,9 @@ Endpoint as_endpoint(const asio::ip::tcp::endpoint& at) { return {at.address().t
 
 /// The machine's own name where it leads to an address that others can reach, else loopback.
 std::string host_for_wildcard(bool ipv6) {
-  const std::string loopback = ipv6 ? "::1" : "127.0.0.1";
+  std::string loopback = ipv6 ? "::1" : "127.0.0.1";
   asio::error_code error;
-  const std::string name = asio::ip::host_name(error);
+  std::string name = asio::ip::host_name(error);
   if (error || name.empty()) return loopback;
   asio::io_context context;
   asio::ip::tcp::resolver resolver(context);

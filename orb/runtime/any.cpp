@@ -66,6 +66,7 @@ bool move_exception(CDR* cdr, SystemException*& e) {
     return false;
   }
   if (status > COMPLETED_MAYBE) return false;
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): a string that was decoded is there
   auto made = make_standard_exception(id, minor, static_cast<CompletionStatus>(status));
   if (!made) return false;
   e = made.release();

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "dispatch_fixture.h"
+#include "time_limit.h"
 
 using namespace PortableServer;
 
@@ -214,7 +215,9 @@ TEST_F(Stress, EverythingComesAndGoes) {
   const int blocks = count_blocks();
   for (auto kind : {Place::Map, Place::OnDemand, Place::EachCall, Place::Anyone})
     places_.push_back(std::make_unique<Place>(top.in(), kind));
-  end_ = Clock::now() + std::chrono::seconds(number("STRESS_SECONDS", 3));
+  const std::chrono::seconds duration(number("STRESS_SECONDS", 3));
+  end_ = Clock::now() + duration;
+  time_limit() = 2 * duration + default_time_limit;
 
   std::vector<std::future<Outcomes>> calling;
   std::vector<std::future<int>> changing;

@@ -1,5 +1,6 @@
 """The tour server as a process under test, and the references that it writes."""
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -15,11 +16,11 @@ SANITIZERS = ("AddressSanitizer", "ThreadSanitizer", "LeakSanitizer", "runtime e
 class Server:
     """Runs what TOUR_SERVER names, in a directory of its own, until it is stopped."""
 
-    def __init__(self):
+    def __init__(self, *options):
         self.dir = tempfile.mkdtemp(prefix="tour-")
         self.errors = open(os.path.join(self.dir, "stderr.txt"), "w+b")
-        self.process = subprocess.Popen([os.environ["TOUR_SERVER"], "--dir", self.dir], stdin=subprocess.DEVNULL,
-                                        stdout=subprocess.PIPE, stderr=self.errors)
+        self.process = subprocess.Popen([os.environ["TOUR_SERVER"], "--dir", self.dir, *options],
+                                        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self.errors)
         if not self.limited(lambda: any(line.strip() == b"ready" for line in self.process.stdout)):
             self.stop()
             raise AssertionError("the server ended before it was ready")
@@ -30,6 +31,12 @@ class Server:
                     self.refs[file[:-4]] = IOR.parse(f.read())
         profile = self.refs["root"].iiop()
         self.address = profile.host, profile.port
+
+    def listening(self):
+        """Where it listens, as its log says; references may publish another place."""
+        with open(self.errors.name) as f:
+            host, port = re.search(r"listening on ([\d.]+):(\d+)", f.read()).groups()
+        return host, int(port)
 
     def limited(self, work):
         """What work() gives; the process is killed when it takes too long."""

@@ -2,6 +2,10 @@
 // "String Types").
 #pragma once
 
+#if __cplusplus < 202002L
+#error "module CORBA needs C++20: compile with -std=c++20 or later"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -1,0 +1,43 @@
+// A servant, and mistakes in it that must not compile. How it works: test_refused.py.
+#include "echo.h"
+
+class Servant : public POA_Demo::Echo {
+ public:
+  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
+#ifdef ARGUMENT_OF_ANOTHER_TYPE  // refused: override
+  CORBA::Long add(CORBA::LongLong a, CORBA::Long b, CORBA::Environment&) override;
+#endif
+#ifndef OPERATION_LEFT_OUT  // refused: abstract
+  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
+#endif
+  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment&) override {
+    return new Demo::Octets(data);
+  }
+#ifdef RESULT_OF_ANOTHER_TYPE  // refused: conflicting return type|different return type
+  int refuse(const char* why, CORBA::Long code, CORBA::Environment&) override;
+#else
+  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
+    throw Demo::Refused(why, code);
+  }
+#endif
+  void note(const char*, CORBA::Environment&) override {}
+  CORBA::Long notes(CORBA::Environment&) override { return 0; }
+  char* who(CORBA::Environment&) override { return CORBA::string_dup(""); }
+  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+};
+
+class Activator : public virtual PortableServer::AdapterActivator {
+ public:
+#ifdef ENVIRONMENT_LEFT_OUT  // refused: override
+  CORBA::Boolean unknown_adapter(PortableServer::POA_ptr, const char*) override { return false; }
+#else
+  CORBA::Boolean unknown_adapter(PortableServer::POA_ptr, const char*, CORBA::Environment&) override {
+    return false;
+  }
+#endif
+};
+
+int main() {
+  Servant servant;
+  Activator activator;
+}

@@ -9,31 +9,6 @@ namespace {
 
 constexpr std::size_t first_capacity = 256;
 
-/// A wide character of GIOP 1.2: a count of octets, then a UTF-16 unit, big-endian unless a byte-order mark
-/// says otherwise.
-bool read_counted_wchar(CDR* cdr, uint16_t* value) {
-  const auto left = static_cast<std::size_t>(cdr->in_end - cdr->in_next);
-  const unsigned char* at = cdr->in_next;
-  if (left < 1 || left - 1 < *at) return false;
-  const auto big = [](const unsigned char* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); };
-  if (at[0] == 2) {
-    *value = big(at + 1);
-  } else if (at[0] == 4 && big(at + 1) == 0xFEFF) {
-    *value = big(at + 3);
-  } else if (at[0] == 4 && big(at + 1) == 0xFFFE) {
-    *value = reversed(big(at + 3));
-  } else {
-    return false;
-  }
-  cdr->in_next += 1 + at[0];
-  return true;
-}
-
-bool write_counted_wchar(CDR* cdr, uint16_t value) {
-  const char octets[] = {2, static_cast<char>(value >> 8), static_cast<char>(value)};
-  return put_octets(cdr, {octets, sizeof octets});
-}
-
 bool write_string(CDR* cdr, const char* text) {
   if (!text) return false;
   const std::size_t length = std::strlen(text) + 1;
@@ -105,13 +80,6 @@ unsigned char OM_cdr_boolean(CDR* cdr, unsigned char* value) {
   if (!move_value(cdr, &octet)) return 0;
   if (cdr->direction == CDR_DECODE) *value = octet != 0;
   return 1;
-}
-
-unsigned char OM_cdr_wchar(CDR* cdr, uint16_t* value) {
-  if (cdr->minor_version == 1) return move_value(cdr, value);
-  if (cdr->minor_version != 2) return 0;  // 1.0 has no wide characters
-  if (cdr->direction == CDR_DECODE) return read_counted_wchar(cdr, value);
-  return cdr->direction == CDR_ENCODE && write_counted_wchar(cdr, *value);
 }
 
 unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count) {

@@ -129,6 +129,6 @@ void SetStdExReqLib(uint32_t completed, CORBA_Environment* env) {
   CORBA_BOA_set_standard_exception(env, last_failure.id, last_failure.minor, completed);
 }
 
-void SetStdExCDR(CDR* /*cdr*/, uint32_t completed, CORBA_Environment* env) {
-  raise_standard(env, "MARSHAL", 0, completed);
+void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env) {
+  raise_standard(env, cdr && cdr->unconvertible ? "DATA_CONVERSION" : "MARSHAL", 0, completed);
 }

@@ -271,7 +271,7 @@ void operator<<=(Any& any, Any::from_char from) {
 
 void operator<<=(Any& any, Any::from_string from) {
   if (!fits(from.value, from.bound)) throw BAD_PARAM();
-  const TypeCode_var type(make_string_typecode(from.bound));
+  const TypeCode_var type(make_text_typecode(tk_string, from.bound));
   String_var text(from.value);
   any.replace(type.in(), text.inout(), 1, &StringOps::ops);
   text._retn();
@@ -298,7 +298,7 @@ Boolean operator>>=(const Any& any, Any::to_octet to) { return usual_copy(any, _
 Boolean operator>>=(const Any& any, Any::to_char to) { return usual_copy(any, _tc_char, to.value); }
 
 Boolean operator>>=(const Any& any, Any::to_string to) {
-  const TypeCode_var type(make_string_typecode(to.bound));
+  const TypeCode_var type(make_text_typecode(tk_string, to.bound));
   char* found = nullptr;
   if (!usual_view(any, type.in(), found)) return 0;
   to.value = found;

@@ -1,9 +1,19 @@
 // Walks a CDR value by its TypeCode.
 #include "corba/any.h"
 #include "typecode_details.h"
+#include "zrsv/cdr_value.h"
 
 namespace CORBA {
 namespace {
+
+/// The member that a discriminator's value chooses; null when it chooses none.
+const TypeCode::Member* union_member(const TypeCode::Parameters& parameters, LongLong label) {
+  const auto rows = parameters.members;
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (rows[i].label == label && static_cast<Long>(i) != parameters.default_index) return &rows[i];
+  }
+  return parameters.default_index < 0 ? nullptr : &rows[static_cast<std::size_t>(parameters.default_index)];
+}
 
 class ValueCopier {
  public:
@@ -12,7 +22,7 @@ class ValueCopier {
   /// `depth`: how many more levels of types, and of Anys in Anys, may be nested.
   bool copy(const TypeCode* any_type, ULong depth) {
     const TypeCode* type = unalias(any_type);
-    if (depth == 0) return false;
+    if (depth == 0 || !type) return false;
     switch (type->kind()) {
       case tk_null:
       case tk_void:
@@ -32,6 +42,10 @@ class ValueCopier {
       case tk_ulonglong:
       case tk_double:
         return one<ULongLong, OM_cdr_unsigned_long_long>();
+      case tk_wchar:
+        return one<WChar, OM_cdr_wchar>();
+      case tk_longdouble:
+        return copy_long_double();
       default:
         return copy_complex(*type, depth - 1);
     }
@@ -39,6 +53,7 @@ class ValueCopier {
 
  private:
   bool copy_complex(const TypeCode& type, ULong depth) {
+    const TypeCode::Parameters& parameters = type.parameters();
     switch (type.kind()) {
       case tk_any:
         return copy_any(depth);
@@ -47,20 +62,41 @@ class ValueCopier {
       case tk_objref:
         return copy_reference();
       case tk_enum:
-        return copy_enum(*type.details());
+        return copy_enum(parameters);
       case tk_string:
-        return copy_string(type.details() ? type.details()->length : 0);
+        return copy_string(parameters.length);
+      case tk_wstring:
+        return copy_wide_string(parameters.length);
+      case tk_fixed:
+        return copy_fixed(parameters.length);
+      case tk_Principal:
+        return copy_octets_of(0);
       case tk_sequence:
-        return copy_sequence(*type.details(), depth);
+        return copy_sequence(parameters, depth);
       case tk_array:
-        return copy_elements(type.details()->length, type.details()->content.in(), depth);
+        return copy_elements(parameters.length, type.content(), depth);
       case tk_struct:
-        return copy_members(*type.details(), depth);
+        return copy_members(parameters, depth);
       case tk_except:
-        return copy_text(&type.details()->id) && copy_members(*type.details(), depth);
+        return copy_text(parameters.id) && copy_members(parameters, depth);
+      case tk_union:
+        return copy_union(type, depth);
       default:
-        return false;
+        return copy_by_value(type.kind());
     }
+  }
+
+  /// Values themselves are not walked, only nil ones; an abstract interface may be a reference, too.
+  bool copy_by_value(TCKind kind) {
+    Octet is_reference = 0;
+    if (kind == tk_abstract_interface) {
+      if (!OM_cdr_boolean(from_, &is_reference) || !OM_cdr_boolean(to_, &is_reference)) return false;
+      if (is_reference) return copy_reference();
+    } else if (kind != tk_value && kind != tk_value_box) {
+      return false;  // local interfaces and natives do not travel
+    }
+    ULong tag = 0;
+    return OM_cdr_unsigned_long(from_, &tag) && tag == 0 && OM_cdr_unsigned_long(to_, &tag);
   }
 
   template <class T, unsigned char (*Primitive)(CDR*, T*)>
@@ -89,30 +125,65 @@ class ValueCopier {
     return OM_cdr_string(to_, &plain);
   }
   /// Any text, or only `expected`.
-  bool copy_text(const std::string* expected = nullptr) {
+  bool copy_text(const char* expected = nullptr) {
     const char* text = read_text();
-    return text && (!expected || *expected == text) && write_text(text);
+    return text && (!expected || std::strcmp(expected, text) == 0) && write_text(text);
   }
   bool copy_string(ULong bound) {
     const char* text = read_text();
     return text && (bound == 0 || std::strlen(text) <= bound) && write_text(text);
   }
 
-  bool copy_enum(const TypeCode::Details& details) {
+  /// The bound counts characters: the units of UTF-16 are at least as many.
+  bool copy_wide_string(ULong bound) {
+    OM_wide text{};
+    ULong length = 0;
+    if (!OM_cdr_read_wide(from_, &text)) return false;
+    if (bound != 0 && !(OM_wide_length(&text, &length) && length <= bound)) return false;
+    return OM_cdr_write_wide(to_, &text);
+  }
+
+  bool copy_fixed(ULong digits) { return copy_octets(digits / 2 + 1); }
+
+  bool copy_long_double() {
+    zrsv::LongDoubleOctets octets;
+    return zrsv::read_long_double(from_, &octets) && zrsv::write_long_double(to_, octets);
+  }
+
+  bool copy_enum(const TypeCode::Parameters& parameters) {
     ULong value = 0;
-    return OM_cdr_unsigned_long(from_, &value) && value < details.members.size() &&
+    return OM_cdr_unsigned_long(from_, &value) && value < parameters.members.size() &&
            OM_cdr_unsigned_long(to_, &value);
   }
 
-  bool copy_sequence(const TypeCode::Details& details, ULong depth) {
+  bool copy_octets_of(ULong bound) {
     ULong count = 0;
-    if (!copy_count(&count, 1) || (details.length != 0 && count > details.length)) return false;
-    return copy_elements(count, details.content.in(), depth);
+    return copy_count(&count, 1) && (bound == 0 || count <= bound) && copy_octets(count);
+  }
+
+  bool copy_sequence(const TypeCode::Parameters& parameters, ULong depth) {
+    ULong count = 0;
+    if (!copy_count(&count, 1) || (parameters.length != 0 && count > parameters.length)) return false;
+    return copy_elements(count, *parameters.content, depth);
+  }
+
+  bool copy_union(const TypeCode& type, ULong depth) {
+    const TypeCode* discriminator = unalias(type.content());
+    LongLong label = 0;
+    if (!move_discriminator(from_, discriminator, label) || !move_discriminator(to_, discriminator, label))
+      return false;
+    if (discriminator->kind() == tk_enum &&
+        static_cast<std::uint64_t>(label) >= discriminator->parameters().members.size()) {
+      return false;
+    }
+    const TypeCode::Member* chosen = union_member(type.parameters(), label);
+    return !chosen || copy(*chosen->type, depth);
   }
 
   bool copy_elements(ULong count, const TypeCode* type, ULong depth) {
     if (count > OM_cdr_remaining(from_)) return false;  // each element takes an octet at least
-    const TCKind kind = unalias(type)->kind();
+    const TypeCode* plain = unalias(type);
+    const TCKind kind = plain ? plain->kind() : tk_null;
     if (kind == tk_octet || kind == tk_char || kind == tk_boolean) return copy_octets(count);
     for (ULong i = 0; i < count; ++i) {
       if (!copy(type, depth)) return false;
@@ -120,9 +191,9 @@ class ValueCopier {
     return true;
   }
 
-  bool copy_members(const TypeCode::Details& details, ULong depth) {
-    for (const auto& member : details.members) {
-      if (!copy(member.type.in(), depth)) return false;
+  bool copy_members(const TypeCode::Parameters& parameters, ULong depth) {
+    for (const TypeCode::Member& member : parameters.members) {
+      if (!copy(*member.type, depth)) return false;
     }
     return true;
   }

@@ -1,7 +1,9 @@
 #include "corba/typecode.h"
 
-#include <algorithm>
+#include <array>
+#include <utility>
 
+#include "corba/any.h"
 #include "raise.h"
 #include "typecode_details.h"
 
@@ -9,247 +11,213 @@ namespace CORBA {
 namespace {
 
 // Constant-initialised, so that other static constructors may use them; trivially destroyed, so that
-// destructors may, too.
-constinit TypeCode simple[] = {
-    TypeCode(tk_null),     TypeCode(tk_void),     TypeCode(tk_short),     TypeCode(tk_long),
-    TypeCode(tk_ushort),   TypeCode(tk_ulong),    TypeCode(tk_float),     TypeCode(tk_double),
-    TypeCode(tk_boolean),  TypeCode(tk_char),     TypeCode(tk_octet),     TypeCode(tk_any),
-    TypeCode(tk_TypeCode), TypeCode(tk_longlong), TypeCode(tk_ulonglong), TypeCode(tk_string),
+// destructors may, too. One of each kind; those that need parameters are not handed out.
+template <class Kinds>
+struct SimpleTypes;
+template <std::size_t... Kind>
+struct SimpleTypes<std::index_sequence<Kind...>> {
+  TypeCode all[sizeof...(Kind)] = {TypeCode(static_cast<TCKind>(Kind))...};
 };
+constinit SimpleTypes<std::make_index_sequence<tk_local_interface + 1>> simple;
 static_assert(std::is_trivially_destructible_v<TypeCode>);
 
-constexpr TypeCode* constant(TCKind kind) {
-  if (kind <= tk_TypeCode) return &simple[kind];
-  if (kind == tk_longlong) return &simple[tk_TypeCode + 1];
-  if (kind == tk_ulonglong) return &simple[tk_TypeCode + 2];
-  return kind == tk_string ? &simple[tk_TypeCode + 3] : nullptr;
-}
+constexpr TypeCode* constant(TCKind kind) { return &simple.all[kind]; }
 
-bool one_of(TCKind kind, std::initializer_list<TCKind> kinds) {
-  return std::ranges::find(kinds, kind) != kinds.end();
-}
-
-bool has_id(TCKind kind) { return one_of(kind, {tk_objref, tk_struct, tk_enum, tk_alias, tk_except}); }
-bool has_typed_members(TCKind kind) { return one_of(kind, {tk_struct, tk_except}); }
-bool has_members(TCKind kind) { return has_typed_members(kind) || kind == tk_enum; }
-bool has_content(TCKind kind) { return one_of(kind, {tk_sequence, tk_array, tk_alias}); }
+constexpr unsigned record = has_id | has_members | has_typed_members;
+constexpr auto traits = [] {
+  std::array<unsigned, tk_local_interface + 1> of{};
+  for (const TCKind kind : {tk_objref, tk_native, tk_abstract_interface, tk_local_interface})
+    of[kind] = has_id;
+  for (const TCKind kind : {tk_struct, tk_union, tk_except, tk_value}) of[kind] = record;
+  of[tk_enum] = has_id | has_members;
+  of[tk_alias] = of[tk_value_box] = has_id | has_content;
+  of[tk_sequence] = of[tk_array] = has_content | has_length;
+  of[tk_string] = of[tk_wstring] = has_length;
+  return of;
+}();
 
 void require(bool right_kind, Environment& env) {
   env.clear();
   if (!right_kind) raise<TypeCode::BadKind>(env);
 }
 
-bool can_be_part(const TypeCode* type) {
-  return type && !one_of(type->kind(), {tk_null, tk_void, tk_except});
+const TypeCode::Member& member(const TypeCode& type, TypeCodeTrait needed, ULong index, Environment& env) {
+  require(has(type.kind(), needed), env);
+  if (index >= type.parameters().members.size()) raise<TypeCode::Bounds>(env);
+  return type.parameters().members[index];
 }
 
-/// How deep a type with this part is.
-ULong depth_with(const TypeCode& part) { return part.details() ? part.details()->depth + 1 : 1; }
+TypeCode* counted(const TypeCode* type) { return TypeCode::_duplicate(const_cast<TypeCode*>(type)); }
 
-/// Whether two members, or contents, are the same; both may be nil.
-using Same = bool (*)(const TypeCode*, const TypeCode*);
-
-bool same_parts(const TypeCode::Details& a, const TypeCode::Details& b, bool names, Same same) {
-  const auto same_member = [&](const auto& x, const auto& y) {
-    return (!names || x.name == y.name) && same(x.type.in(), y.type.in());
-  };
-  return a.length == b.length && same(a.content.in(), b.content.in()) &&
-         std::ranges::equal(a.members, b.members, same_member);
+/// How a discriminator travels: as a whole number of that width, or in a way of its own.
+template <class T>
+bool move_as(CDR* cdr, LongLong& value) {
+  T number = static_cast<T>(value);
+  if (!idl::Wire<T>::move(cdr, number)) return false;
+  value = static_cast<LongLong>(number);
+  return true;
 }
 
-bool are_equal(const TypeCode* a, const TypeCode* b) {
-  if (a == b) return true;
-  if (!a || !b || a->kind() != b->kind()) return false;
-  const auto* x = a->details();
-  const auto* y = b->details();
-  if (!x || !y) return x == y;
-  return x->id == y->id && x->name == y->name && same_parts(*x, *y, true, are_equal);
+bool move_wchar(CDR* cdr, LongLong& value) {
+  auto character = static_cast<WChar>(value);
+  if (!OM_cdr_wchar(cdr, &character)) return false;
+  value = character;
+  return true;
 }
 
-bool are_equivalent(const TypeCode* a, const TypeCode* b) {
-  a = unalias(a);
-  b = unalias(b);
-  if (a == b) return true;
-  if (!a || !b || a->kind() != b->kind()) return false;
-  const auto* x = a->details();
-  const auto* y = b->details();
-  if (!x || !y) return x == y;
-  if (!x->id.empty() && !y->id.empty()) return x->id == y->id;
-  return same_parts(*x, *y, false, are_equivalent);
+bool move_octet(CDR* cdr, LongLong& value) {
+  auto octet = static_cast<Octet>(value);
+  if (!OM_cdr_octet(cdr, &octet)) return false;
+  value = octet;
+  return true;
 }
 
-const TypeCode::Details::Member& member(const TypeCode& type, ULong index, Environment& env) {
-  if (index >= type.details()->members.size()) raise<TypeCode::Bounds>(env);
-  return type.details()->members[index];
-}
+using Move = bool (*)(CDR*, LongLong&);
 
-std::unique_ptr<TypeCode::Details> named(const char* id, const char* name, Environment& env) {
-  env.clear();
-  if (!id || !name) raise<BAD_PARAM>(env);
-  return std::make_unique<TypeCode::Details>(id, name);
-}
-
-TypeCode* made_or_raise(TypeCode* made, Environment& env) {
-  if (!made) raise<BAD_TYPECODE>(env);
-  return made;
-}
-
-TypeCode* create_record(TCKind kind, const char* id, const char* name,
-                        const std::vector<StructMember>& members, Environment& env) {
-  auto details = named(id, name, env);
-  for (const StructMember& each : members) {
-    if (!each.name) raise<BAD_PARAM>(env);
-    if (!details->add_member(each.name, TypeCode::_duplicate(each.type))) raise<BAD_TYPECODE>(env);
+Move discriminator(TCKind kind) {
+  switch (kind) {
+    case tk_short:
+      return move_as<Short>;
+    case tk_ushort:
+      return move_as<UShort>;
+    case tk_long:
+      return move_as<Long>;
+    case tk_ulong:
+    case tk_enum:
+      return move_as<ULong>;
+    case tk_longlong:
+      return move_as<LongLong>;
+    case tk_ulonglong:
+      return move_as<ULongLong>;
+    case tk_boolean:
+      return move_as<Boolean>;
+    case tk_char:
+    case tk_octet:
+      return move_octet;
+    case tk_wchar:
+      return move_wchar;
+    default:
+      return nullptr;
   }
-  return made_or_raise(make_typecode(kind, std::move(details)), env);
-}
-
-TypeCode* create_list(TCKind kind, ULong length, TypeCode* element, Environment& env) {
-  env.clear();
-  auto details = std::make_unique<TypeCode::Details>();
-  details->length = length;
-  if (!details->set_content(TypeCode::_duplicate(element))) raise<BAD_TYPECODE>(env);
-  return made_or_raise(make_typecode(kind, std::move(details)), env);
 }
 
 }  // namespace
 
-bool TypeCode::Details::add_member(std::string_view member_name, TypeCode_var type) {
-  if (!can_be_part(type.in())) return false;
-  depth = std::max(depth, depth_with(*type.in()));
-  members.push_back({std::string(member_name), std::move(type)});
-  return true;
-}
+bool has(TCKind kind, TypeCodeTrait trait) { return kind < traits.size() && (traits[kind] & trait) == trait; }
 
-bool TypeCode::Details::set_content(TypeCode_var type) {
-  if (!can_be_part(type.in())) return false;
-  depth = std::max(depth, depth_with(*type.in()));
-  content = std::move(type);
-  return true;
+bool is_simple(TCKind kind) {
+  return kind <= tk_wstring && (traits[kind] & ~unsigned{has_length}) == 0 &&
+         !(kind == tk_string || kind == tk_wstring);
 }
-
-bool is_simple(TCKind kind) { return constant(kind) != nullptr; }
 
 TypeCode* simple_typecode(TCKind kind) { return constant(kind); }
 
-TypeCode* make_typecode(TCKind kind, std::unique_ptr<TypeCode::Details> details) {
-  if (!details || details->depth > TypeCode::max_depth) return nullptr;
-  if (kind == tk_struct && details->members.empty()) return nullptr;
-  if (kind == tk_array && details->length == 0) return nullptr;
-  auto* made = new TypeCode(kind, details.get());
-  details.release();
-  return made;
-}
-
-TypeCode* make_string_typecode(ULong bound) {
-  if (bound == 0) return constant(tk_string);
-  auto details = std::make_unique<TypeCode::Details>();
-  details->length = bound;
-  return make_typecode(tk_string, std::move(details));
-}
-
 const TypeCode* unalias(const TypeCode* type) {
-  while (type && type->kind() == tk_alias) type = type->details()->content.in();
+  while (type && type->kind() == tk_alias) type = type->content();
   return type;
 }
 
-TypeCode* TypeCode::_duplicate(TypeCode* type) {
-  if (type && type->details_) type->count_.fetch_add(1, std::memory_order_relaxed);
-  return type;
+bool is_discriminator(const TypeCode* type) {
+  const TypeCode* plain = unalias(type);
+  return plain && discriminator(plain->kind());
 }
 
-void release(TypeCode* type) {
-  if (!type || !type->details_ || type->count_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  delete type->details_;
-  delete type;
-}
-
-Boolean TypeCode::equal(const TypeCode* other, Environment& env) const {
-  env.clear();
-  return are_equal(this, other);
-}
-
-Boolean TypeCode::equivalent(const TypeCode* other, Environment& env) const {
-  env.clear();
-  return are_equivalent(this, other);
+bool move_discriminator(CDR* cdr, const TypeCode* type, LongLong& value) {
+  const TypeCode* plain = unalias(type);
+  const Move move = plain ? discriminator(plain->kind()) : nullptr;
+  return move && move(cdr, value);
 }
 
 const char* TypeCode::id(Environment& env) const {
-  require(has_id(kind_), env);
-  return details_->id.c_str();
+  require(has(kind_, has_id), env);
+  return parameters_.id;
 }
 
 const char* TypeCode::name(Environment& env) const {
-  require(has_id(kind_), env);
-  return details_->name.c_str();
+  require(has(kind_, has_id), env);
+  return parameters_.name;
 }
 
 ULong TypeCode::member_count(Environment& env) const {
-  require(has_members(kind_), env);
-  return static_cast<ULong>(details_->members.size());
+  require(has(kind_, has_members), env);
+  return static_cast<ULong>(parameters_.members.size());
 }
 
 const char* TypeCode::member_name(ULong index, Environment& env) const {
-  require(has_members(kind_), env);
-  return member(*this, index, env).name.c_str();
+  return member(*this, has_members, index, env).name;
 }
 
 TypeCode* TypeCode::member_type(ULong index, Environment& env) const {
-  require(has_typed_members(kind_), env);
-  return _duplicate(member(*this, index, env).type.in());
+  return counted(*member(*this, has_typed_members, index, env).type);
+}
+
+Any* TypeCode::member_label(ULong index, Environment& env) const {
+  require(kind_ == tk_union, env);
+  LongLong label = member(*this, has_members, index, env).label;
+  auto any = std::make_unique<Any>();
+  if (static_cast<Long>(index) == parameters_.default_index) {
+    *any <<= Any::from_octet{0};
+    return any.release();
+  }
+  CDR cdr;
+  OM_cdr_open_encode(&cdr);
+  any->replace(const_cast<TypeCode*>(content()), nullptr, 0);
+  const bool moved = move_discriminator(&cdr, content(), label);
+  CDR in;
+  OM_cdr_open_decode(&in, cdr.out_base, static_cast<ULong>(cdr.out_next - cdr.out_base), 0);
+  const bool taken = moved && any->decode_value(&in);
+  OM_cdr_close(&cdr);
+  if (!taken) raise<BAD_TYPECODE>(env);
+  return any.release();
+}
+
+TypeCode* TypeCode::discriminator_type(Environment& env) const {
+  require(kind_ == tk_union, env);
+  return counted(content());
+}
+
+Long TypeCode::default_index(Environment& env) const {
+  require(kind_ == tk_union, env);
+  return parameters_.default_index;
 }
 
 ULong TypeCode::length(Environment& env) const {
-  require(one_of(kind_, {tk_string, tk_sequence, tk_array}), env);
-  return details_ ? details_->length : 0;
+  require(has(kind_, has_length), env);
+  return parameters_.length;
 }
 
 TypeCode* TypeCode::content_type(Environment& env) const {
-  require(has_content(kind_), env);
-  return _duplicate(details_->content.in());
+  require(has(kind_, has_content), env);
+  return counted(content());
 }
 
-TypeCode* TypeCode::create_struct_tc(const char* id, const char* name,
-                                     const std::vector<StructMember>& members, Environment& env) {
-  return create_record(tk_struct, id, name, members, env);
+UShort TypeCode::fixed_digits(Environment& env) const {
+  require(kind_ == tk_fixed, env);
+  return static_cast<UShort>(parameters_.length);
 }
 
-TypeCode* TypeCode::create_exception_tc(const char* id, const char* name,
-                                        const std::vector<StructMember>& members, Environment& env) {
-  return create_record(tk_except, id, name, members, env);
+Short TypeCode::fixed_scale(Environment& env) const {
+  require(kind_ == tk_fixed, env);
+  return parameters_.scale;
 }
 
-TypeCode* TypeCode::create_enum_tc(const char* id, const char* name, const std::vector<const char*>& members,
-                                   Environment& env) {
-  auto details = named(id, name, env);
-  for (const char* each : members) {
-    if (!each) raise<BAD_PARAM>(env);
-    details->members.push_back({each, nullptr});
-  }
-  return made_or_raise(make_typecode(tk_enum, std::move(details)), env);
+Visibility TypeCode::member_visibility(ULong index, Environment& env) const {
+  require(kind_ == tk_value, env);
+  return member(*this, has_members, index, env).visibility;
 }
 
-TypeCode* TypeCode::create_alias_tc(const char* id, const char* name, TypeCode* original, Environment& env) {
-  auto details = named(id, name, env);
-  if (!details->set_content(TypeCode::_duplicate(original))) raise<BAD_TYPECODE>(env);
-  return made_or_raise(make_typecode(tk_alias, std::move(details)), env);
+ValueModifier TypeCode::type_modifier(Environment& env) const {
+  require(kind_ == tk_value, env);
+  return parameters_.modifier;
 }
 
-TypeCode* TypeCode::create_interface_tc(const char* id, const char* name, Environment& env) {
-  return made_or_raise(make_typecode(tk_objref, named(id, name, env)), env);
+TypeCode* TypeCode::concrete_base_type(Environment& env) const {
+  require(kind_ == tk_value, env);
+  return counted(content());
 }
 
-TypeCode* TypeCode::create_string_tc(ULong bound, Environment& env) {
-  env.clear();
-  return make_string_typecode(bound);
-}
-
-TypeCode* TypeCode::create_sequence_tc(ULong bound, TypeCode* element, Environment& env) {
-  return create_list(tk_sequence, bound, element, env);
-}
-
-TypeCode* TypeCode::create_array_tc(ULong length, TypeCode* element, Environment& env) {
-  return create_list(tk_array, length, element, env);
+namespace {
+constinit TypeCode object(tk_objref, {"IDL:omg.org/CORBA/Object:1.0", "Object"});
 }
 
 constinit TypeCode* const _tc_null = constant(tk_null);
@@ -268,6 +236,10 @@ constinit TypeCode* const _tc_octet = constant(tk_octet);
 constinit TypeCode* const _tc_any = constant(tk_any);
 constinit TypeCode* const _tc_TypeCode = constant(tk_TypeCode);
 constinit TypeCode* const _tc_string = constant(tk_string);
-TypeCode* const _tc_Object = TypeCode::create_interface_tc("IDL:omg.org/CORBA/Object:1.0", "Object");
+constinit TypeCode* const _tc_longdouble = constant(tk_longdouble);
+constinit TypeCode* const _tc_wchar = constant(tk_wchar);
+constinit TypeCode* const _tc_wstring = constant(tk_wstring);
+constinit TypeCode* const _tc_Principal = constant(tk_Principal);
+constinit TypeCode* const _tc_Object = &object;
 
 }  // namespace CORBA

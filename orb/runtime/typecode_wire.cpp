@@ -1,140 +1,195 @@
 // TypeCode := ulong kind, then
-//   simple kinds           nothing
-//   string                 ulong bound
-//   others                 encapsulation of
-//     objref               string id, string name
-//     struct, except       string id, string name, ulong count, count * (string name, TypeCode)
-//     enum                 string id, string name, ulong count, count * string
-//     alias                string id, string name, TypeCode
-//     sequence, array      TypeCode, ulong length
-// The kind 0xffffffff refers to a TypeCode earlier in the stream. Only recursive types need it and only
-// compact encoders use it otherwise; it is refused as an unknown kind.
-#include "raise.h"
+//   simple kinds                nothing
+//   string, wstring             ulong bound
+//   fixed                       ushort digits, short scale
+//   others                      encapsulation of
+//     objref, native, abstract_interface, local_interface
+//                               string id, string name
+//     struct, except            string id, string name, ulong count, count * (string name, TypeCode)
+//     union                     string id, string name, TypeCode discriminator, long default index, ulong count,
+//                               count * (label of the discriminator's type, string name, TypeCode)
+//     enum                      string id, string name, ulong count, count * string
+//     alias, value_box          string id, string name, TypeCode
+//     sequence, array           TypeCode, ulong length
+//     value                     string id, string name, short modifier, TypeCode base (null: none), ulong count,
+//                               count * (string name, TypeCode, short visibility)
+//   or, for a TypeCode that stands earlier in the same description, also around this place:
+//     ulong 0xffffffff, long distance from this number back to that TypeCode's kind
+#include <algorithm>
+#include <unordered_map>
+
+#include "corba/operation.h"
 #include "typecode_details.h"
+#include "typecode_reading.h"
 
 namespace CORBA {
 namespace {
 
-using Details = TypeCode::Details;
-using DetailsPtr = std::unique_ptr<Details>;
+constexpr ULong indirection = 0xffffffff;
 
-// ---- GIOP form: encoding -------------------------------------------------------------------------
+// ---- Encoding ------------------------------------------------------------------------------------
 
-bool write(CDR* cdr, const TypeCode* type);
+/// Writes in place, so that distances are those of the stream. Encapsulations start on multiples of 4.
+class WireWriter {
+ public:
+  explicit WireWriter(CDR* cdr) : cdr_(cdr), version_(cdr->minor_version) {}
+  ~WireWriter() { cdr_->minor_version = version_; }
+  WireWriter(const WireWriter&) = delete;
+  WireWriter& operator=(const WireWriter&) = delete;
 
-bool write(CDR* cdr, ULong number) { return OM_cdr_unsigned_long(cdr, &number); }
-
-bool write(CDR* cdr, const std::string& text) {
-  auto* plain = const_cast<char*>(text.c_str());
-  return OM_cdr_string(cdr, &plain);
-}
-
-bool write_members(CDR* cdr, const Details& details) {
-  if (!write(cdr, static_cast<ULong>(details.members.size()))) return false;
-  for (const Details::Member& each : details.members) {
-    if (!write(cdr, each.name)) return false;
-    if (each.type.in() && !write(cdr, each.type.in())) return false;
-  }
-  return true;
-}
-
-bool write_parameters(CDR* cdr, const TypeCode& type) {
-  const Details& details = *type.details();
-  switch (type.kind()) {
-    case tk_sequence:
-    case tk_array:
-      return write(cdr, details.content.in()) && write(cdr, details.length);
-    default:
-      break;
-  }
-  if (!write(cdr, details.id) || !write(cdr, details.name)) return false;
-  switch (type.kind()) {
-    case tk_alias:
-      return write(cdr, details.content.in());
-    case tk_struct:
-    case tk_except:
-    case tk_enum:
-      return write_members(cdr, details);
-    default:
-      return true;
-  }
-}
-
-bool write(CDR* cdr, const TypeCode* type) {
-  if (!write(cdr, static_cast<ULong>(type->kind()))) return false;
-  if (type->kind() == tk_string) return write(cdr, type->details() ? type->details()->length : 0U);
-  if (!type->details()) return true;
-  CDR inner;
-  const bool written = OM_cdr_open_encapsulation(&inner) && write_parameters(&inner, *type) &&
-                       OM_cdr_write_encapsulation(cdr, &inner);
-  OM_cdr_close(&inner);
-  return written;
-}
-
-// ---- Decoding, of both forms ---------------------------------------------------------------------
-// Each form is a reader of numbers, texts and nested TypeCodes; what it reads is put together here. Null is
-// the answer to anything malformed. `depth` is how many more levels may be nested.
-
-template <class Reader>
-DetailsPtr read_named(Reader& reader) {
-  std::string_view id, name;
-  if (!reader.text(&id) || !reader.text(&name)) return nullptr;
-  return std::make_unique<Details>(id, name);
-}
-
-template <class Reader>
-bool read_members(Reader& reader, TCKind kind, Details& details, ULong depth) {
-  ULong count = 0;
-  if (!reader.count(&count)) return false;
-  for (ULong i = 0; i < count; ++i) {
-    std::string_view name;
-    if (!reader.text(&name)) return false;
-    if (kind == tk_enum) {
-      details.members.push_back({std::string(name), nullptr});
-    } else if (!details.add_member(name, reader.nested(depth))) {
-      return false;
+  bool type(const TypeCode* type, ULong depth) {
+    const TypeCode::Parameters& parameters = type->parameters();
+    switch (const TCKind kind = type->kind()) {
+      case tk_string:
+      case tk_wstring:
+        return number(ULong{kind}) && number(parameters.length);
+      case tk_fixed:
+        return number(ULong{kind}) && number(static_cast<UShort>(parameters.length)) &&
+               number(parameters.scale);
+      default:
+        if (is_simple(kind)) return number(ULong{kind});
+        if (kind == tk_recursive || depth == 0) return false;
+        return has_place(*type) ? refer(*type) : complex_type(*type, depth - 1);
     }
   }
-  return true;
-}
 
-/// What follows id and name.
-template <class Reader>
-DetailsPtr read_named_type(Reader& reader, TCKind kind, ULong depth) {
-  DetailsPtr details = read_named(reader);
-  if (!details || kind == tk_objref) return details;
-  const bool read = kind == tk_alias ? details->set_content(reader.nested(depth))
-                                     : read_members(reader, kind, *details, depth);
-  return read ? std::move(details) : nullptr;
-}
+ private:
+  template <class T>
+  bool number(T value) {
+    return zrsv::write_value(cdr_, value);
+  }
+  bool text(const char* text) { return idl::Wire<const char*>::move(cdr_, text); }
+  std::size_t at() const { return static_cast<std::size_t>(cdr_->out_next - cdr_->out_base); }
 
-template <class Reader>
-DetailsPtr read_list_type(Reader& reader, ULong depth) {
-  auto details = std::make_unique<Details>();
-  const bool read = details->set_content(reader.element(depth)) && reader.length(&details->length);
-  return read ? std::move(details) : nullptr;
-}
+  /// Types around this one are referred to, and those that the description which they came from referred to; what
+  /// a program names twice is written twice, as older peers understand circles only.
+  bool has_place(const TypeCode& type) const { return places_.contains(&type); }
+  bool refer(const TypeCode& type) {
+    if (!number(indirection)) return false;
+    return number(
+        static_cast<Long>(static_cast<std::ptrdiff_t>(places_[&type]) - static_cast<std::ptrdiff_t>(at())));
+  }
 
-/// The number of elements of some encoding is never trusted further than the octets behind it reach.
-bool fits(ULong count, std::size_t shortest, std::size_t left) {
-  return std::uint64_t{count} * shortest <= left;
-}
+  bool complex_type(const TypeCode& type, ULong depth) {
+    if (!number(static_cast<ULong>(type.kind()))) return false;
+    places_.emplace(&type, at() - sizeof(ULong));
+    if (!number(ULong{0})) return false;
+    const std::size_t start = at();
+    const Octet little = std::endian::native == std::endian::little;
+    if (!number(little) || !parameters(type, start, depth)) return false;
+    const auto length = static_cast<ULong>(at() - start);
+    std::memcpy(cdr_->out_base + start - sizeof length, &length, sizeof length);
+    if (!TypeCodeBuilder::is_decoded(type)) places_.erase(&type);
+    return true;
+  }
 
-// ---- GIOP form: decoding -------------------------------------------------------------------------
+  bool parameters(const TypeCode& type, std::size_t start, ULong depth) {
+    const TypeCode::Parameters& parameters = type.parameters();
+    if (!has(type.kind(), has_id)) return content(type, depth) && number(parameters.length);
+    if (!text(parameters.id) || !text(parameters.name)) return false;
+    switch (type.kind()) {
+      case tk_alias:
+      case tk_value_box:
+        return content(type, depth);
+      case tk_union:
+        if (!content(type, depth) || !number(parameters.default_index)) return false;
+        break;
+      case tk_value:
+        if (!number(parameters.modifier) || !content(type, depth)) return false;
+        break;
+      default:
+        break;
+    }
+    return !has(type.kind(), has_members) || members(type, start, depth);
+  }
+
+  bool content(const TypeCode& type_, ULong depth) {
+    return type(type_.content() ? type_.content() : _tc_null, depth);
+  }
+
+  bool members(const TypeCode& of, std::size_t start, ULong depth) {
+    const auto rows = of.parameters().members;
+    if (!number(static_cast<ULong>(rows.size()))) return false;
+    for (const TypeCode::Member& row : rows) {
+      if (of.kind() == tk_union && !label(of, row.label, start)) return false;
+      if (!text(row.name) || (row.type && !type(*row.type, depth))) return false;
+      if (of.kind() == tk_value && !number(row.visibility)) return false;
+    }
+    return true;
+  }
+
+  /// Alignment to 8 counts from the start of the encapsulation; wide characters have the form of version 1.2.
+  bool label(const TypeCode& of, LongLong label, std::size_t start) {
+    const TCKind kind = unalias(of.content())->kind();
+    if (kind == tk_longlong || kind == tk_ulonglong) return wide_label(label, start);
+    cdr_->minor_version = 2;
+    const bool moved = move_discriminator(cdr_, of.content(), label);
+    cdr_->minor_version = version_;
+    return moved;
+  }
+  bool wide_label(LongLong label, std::size_t start) {
+    ULong halves[2];
+    std::memcpy(halves, &label, sizeof label);
+    constexpr std::size_t unit = sizeof(ULong);
+    while ((at() - start) % unit != 0) {
+      if (!number(Octet{0})) return false;
+    }
+    if ((at() - start) % sizeof label != 0 && !number(ULong{0})) return false;
+    return number(halves[0]) && number(halves[1]);
+  }
+
+  CDR* cdr_;
+  unsigned char version_;
+  std::unordered_map<const TypeCode*, std::size_t> places_;
+};
+
+// ---- Decoding ------------------------------------------------------------------------------------
+
+/// What a description has had so far: the types of it that have an encapsulation, by the place of their kind, and
+/// those around the place that is being read.
+struct Places {
+  struct Place {
+    std::uintptr_t at;
+    TypeCode* type;
+  };
+  std::vector<Place> places;  // in ascending order
+  std::vector<const TypeCode*> around;
+
+  /// The type that starts there. Null when none does, and when it would be an alias of itself.
+  TypeCode* find(std::uintptr_t at) const {
+    const auto found = std::ranges::lower_bound(places, at, {}, &Place::at);
+    if (found == places.end() || found->at != at) return nullptr;
+    const auto circle = std::ranges::find(around, found->type);
+    const bool empty = circle != around.end() && std::all_of(circle, around.end(), [](const TypeCode* type) {
+                         return type->kind() == tk_alias;
+                       });
+    return empty ? nullptr : found->type;
+  }
+};
 
 class WireReader {
  public:
-  explicit WireReader(CDR* cdr) : cdr_(cdr) {}
+  WireReader(CDR* cdr, TypeCodeBuilder& builder, Places& places)
+      : cdr_(cdr), builder_(builder), places_(places) {}
 
+  /// Null for what is no TypeCode. `depth`: how many more levels may be nested.
   TypeCode* type(ULong depth) {
-    ULong number = 0;
-    if (depth == 0 || !length(&number)) return nullptr;
-    const auto kind = static_cast<TCKind>(number);
-    if (kind == tk_string) {
-      ULong bound = 0;
-      return length(&bound) ? make_string_typecode(bound) : nullptr;
+    ULong kind = 0;
+    if (depth == 0 || !length(&kind)) return nullptr;
+    switch (kind) {
+      case tk_string:
+      case tk_wstring:
+        return bounded(static_cast<TCKind>(kind));
+      case tk_fixed:
+        return fixed();
+      case indirection:
+        return earlier();
+      default:
+        break;
     }
-    return is_simple(kind) ? simple_typecode(kind) : complex_type(kind, depth - 1);
+    if (kind > tk_local_interface) return nullptr;
+    const auto known = static_cast<TCKind>(kind);
+    return is_simple(known) ? simple_typecode(known) : complex_type(known, depth - 1);
   }
 
   bool text(std::string_view* text) {
@@ -150,154 +205,70 @@ class WireReader {
   }
   TypeCode* nested(ULong depth) { return type(depth); }
   TypeCode* element(ULong depth) { return type(depth); }
+  bool number(Short* number) { return OM_cdr_short(cdr_, number); }
+  bool number(Long* number) { return OM_cdr_long(cdr_, number); }
+  bool label(const TypeCode* type, LongLong* label) { return move_discriminator(cdr_, type, *label); }
 
  private:
+  std::uintptr_t place() const { return reinterpret_cast<std::uintptr_t>(cdr_->in_next); }
+
+  TypeCode* made(TCKind kind, const TypeCode::Parameters& parameters) {
+    TypeCode* node = builder_.add(kind);
+    return builder_.complete(node, parameters) ? node : nullptr;
+  }
+
+  TypeCode* bounded(TCKind kind) {
+    ULong bound = 0;
+    if (!length(&bound)) return nullptr;
+    return bound == 0 ? simple_typecode(kind) : made(kind, {.length = bound});
+  }
+
+  TypeCode* fixed() {
+    UShort digits = 0;
+    Short scale = 0;
+    if (!OM_cdr_unsigned_short(cdr_, &digits) || !number(&scale)) return nullptr;
+    return made(tk_fixed, {.length = digits, .scale = scale});
+  }
+
+  TypeCode* earlier() {
+    Long distance = 0;
+    if (!number(&distance)) return nullptr;
+    return places_.find(place() - sizeof distance + static_cast<std::uintptr_t>(std::intptr_t{distance}));
+  }
+
   TypeCode* complex_type(TCKind kind, ULong depth) {
+    const std::uintptr_t start = place() - sizeof(ULong);
     CDR inner;
-    switch (kind) {
-      case tk_objref:
-      case tk_struct:
-      case tk_enum:
-      case tk_alias:
-      case tk_except:
-      case tk_sequence:
-      case tk_array:
-        break;
-      default:
-        return nullptr;
-    }
     if (!OM_cdr_read_encapsulation(cdr_, &inner)) return nullptr;
-    WireReader reader(&inner);
-    const bool list = kind == tk_sequence || kind == tk_array;
-    return make_typecode(kind, list ? read_list_type(reader, depth) : read_named_type(reader, kind, depth));
+    TypeCode* node = builder_.add(kind);
+    places_.places.push_back({start, node});
+    places_.around.push_back(node);
+    WireReader reader(&inner, builder_, places_);
+    const bool read = read_parameters(reader, builder_, node, depth);
+    places_.around.pop_back();
+    return read ? node : nullptr;
   }
 
   CDR* cdr_;
+  TypeCodeBuilder& builder_;
+  Places& places_;
 };
 
-// ---- Descriptions of compiled IDL ----------------------------------------------------------------
-
-// Big-endian, not aligned; a number in brackets is a width in octets:
-//   description := 0 [4], TypeCode
-//   TypeCode    := kind [1], then
-//     struct, except   native alignment [1] and size [2], text id, text name, count [2],
-//                      count * (text name, nested)
-//     enum             text id, text name, count [2], count * text
-//     objref           text id, text name
-//     alias            text id, text name, nested
-//     sequence         length [4], TypeCode of that length, bound [2]
-//     simple kinds     nothing
-//   text        := length [2] with the NUL, characters, NUL
-//   nested      := length [2], TypeCode of that length
-class DescriptionReader {
- public:
-  DescriptionReader(const Octet* octets, std::size_t length) : octets_(octets), left_(length) {}
-
-  bool at_end() const { return left_ == 0; }
-  bool number(std::size_t width, ULong* number) {
-    const Octet* at = take(width);
-    if (!at) return false;
-    *number = 0;
-    for (std::size_t i = 0; i < width; ++i) *number = *number << 8 | at[i];
-    return true;
-  }
-
-  /// The one TypeCode that fills the octets.
-  TypeCode* only_type(ULong depth) {
-    TypeCode_var read(type(depth));
-    return at_end() ? read._retn() : nullptr;
-  }
-
-  bool text(std::string_view* text) {
-    ULong length = 0;
-    const Octet* at = number(2, &length) ? take(length) : nullptr;
-    if (!at || length == 0 || std::memchr(at, 0, length) != at + length - 1) return false;
-    *text = {reinterpret_cast<const char*>(at), length - 1};
-    return true;
-  }
-  bool length(ULong* number_read) { return number(2, number_read); }
-  bool count(ULong* number_read) {
-    constexpr std::size_t shortest_member = 3;  // a length and the NUL of an empty name
-    return number(2, number_read) && fits(*number_read, shortest_member, left_);
-  }
-  TypeCode* nested(ULong depth) { return sized(2, depth); }
-  TypeCode* element(ULong depth) { return sized(4, depth); }
-
- private:
-  const Octet* take(std::size_t count) {
-    if (count > left_) return nullptr;
-    const Octet* at = octets_;
-    octets_ += count;
-    left_ -= count;
-    return at;
-  }
-
-  /// A TypeCode with its length in front.
-  TypeCode* sized(std::size_t width, ULong depth) {
-    ULong length = 0;
-    const Octet* at = number(width, &length) ? take(length) : nullptr;
-    return at ? DescriptionReader(at, length).only_type(depth) : nullptr;
-  }
-
-  TypeCode* type(ULong depth) {
-    ULong number_read = 0;
-    if (depth == 0 || !number(1, &number_read)) return nullptr;
-    const auto kind = static_cast<TCKind>(number_read);
-    switch (kind) {
-      case tk_sequence:
-        return make_typecode(kind, read_list_type(*this, depth - 1));
-      case tk_struct:
-      case tk_except: {
-        if (!take(3)) return nullptr;
-        [[fallthrough]];
-      }
-      case tk_objref:
-      case tk_enum:
-      case tk_alias:
-        return make_typecode(kind, read_named_type(*this, kind, depth - 1));
-      case tk_string:
-        return nullptr;  // strings do not occur in descriptions
-      default:
-        return simple_typecode(kind);
-    }
-  }
-
-  const Octet* octets_;
-  std::size_t left_;
-};
-
-TypeCode* read_description(const Octet* octets, std::size_t length) {
-  DescriptionReader reader(octets, length);
-  ULong zeros = 0;
-  if (!octets || !reader.number(4, &zeros) || zeros != 0) return nullptr;
-  return reader.only_type(TypeCode::max_depth);
-}
-
-TypeCode* describe(const Octet* octets, std::size_t length, Environment& env) {
-  env.clear();
-  TypeCode* type = read_description(octets, length);
-  if (!type) env.exception(new BAD_TYPECODE);
-  return type;
+TypeCode* read(CDR* cdr) {
+  TypeCodeBuilder builder(/*from_wire=*/true);
+  Places places;
+  TypeCode* type = WireReader(cdr, builder, places).type(TypeCode::max_depth);
+  return type && builder.owns(*type) ? builder.finish(type) : type;
 }
 
 }  // namespace
 }  // namespace CORBA
 
 unsigned char cdr_CORBA_TypeCode(CDR* cdr, CORBA::TypeCode*& type) {
-  if (cdr->direction == CDR_ENCODE) return CORBA::write(cdr, type ? type : CORBA::_tc_null);
+  if (cdr->direction == CDR_ENCODE)
+    return CORBA::WireWriter(cdr).type(type ? type : CORBA::_tc_null, CORBA::TypeCode::max_depth);
   if (cdr->direction != CDR_DECODE) return 0;
-  CORBA::TypeCode* read = CORBA::WireReader(cdr).type(CORBA::TypeCode::max_depth);
+  CORBA::TypeCode* read = CORBA::read(cdr);
   if (read) type = read;
   return read != nullptr;
-}
-
-CORBA::TypeCode* cpp_CORBA_ORB_TypeCode_from_cgen_TC(void* /*orb*/, const CORBA_sequence_octet* encoded,
-                                                     CORBA::Environment& env) {
-  return encoded ? CORBA::describe(encoded->_buffer, encoded->_length, env)
-                 : CORBA::describe(nullptr, 0, env);
-}
-
-CORBA::TypeCode* cpp_CORBA_ORB_TypeCode_from_cgen_TC(void* /*orb*/, const CORBA::OctetSeq& encoded,
-                                                     CORBA::Environment& env) {
-  return CORBA::describe(encoded.get_buffer(), encoded.length(), env);
 }

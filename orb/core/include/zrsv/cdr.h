@@ -18,6 +18,8 @@ typedef struct CDR {
   uint16_t direction;
   unsigned char swap;          /* decoding: the peer's byte order is not ours */
   unsigned char minor_version; /* of the GIOP message, 0 to 2; 2 for encapsulations */
+  unsigned char
+      unconvertible; /* why a primitive failed: a text that is none, or that the peer's code set lacks */
   const unsigned char* in_base;
   const unsigned char* in_next;
   const unsigned char* in_end;
@@ -32,7 +34,6 @@ typedef struct CDR {
 ZRSV_API unsigned char OM_cdr_boolean(CDR* cdr, unsigned char* value); /* decoded as 0 or 1 */
 ZRSV_API unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value);
 ZRSV_API unsigned char OM_cdr_char(CDR* cdr, char* value);
-ZRSV_API unsigned char OM_cdr_wchar(CDR* cdr, uint16_t* value); /* one UTF-16 unit */
 ZRSV_API unsigned char OM_cdr_short(CDR* cdr, int16_t* value);
 ZRSV_API unsigned char OM_cdr_unsigned_short(CDR* cdr, uint16_t* value);
 ZRSV_API unsigned char OM_cdr_long(CDR* cdr, int32_t* value);
@@ -52,6 +53,26 @@ ZRSV_API unsigned char OM_cdr_string(CDR* cdr, char** text);
 /* Decoding only: the next string, in place. *text points into the window, is NUL-terminated and lives as long
  * as it. */
 ZRSV_API unsigned char OM_cdr_string_view(CDR* cdr, const char** text);
+
+/* One Unicode scalar value. Fails in GIOP 1.0, which has no wide characters, and in 1.1 for values above 0xFFFF. */
+ZRSV_API unsigned char OM_cdr_wchar(CDR* cdr, wchar_t* value);
+
+/* A wide string in place: UTF-16 units of that byte order, no NUL among them. */
+typedef struct OM_wide {
+  const unsigned char* octets;
+  uint32_t units;
+  unsigned char little;
+} OM_wide;
+/* Decoding only: the next wide string, which lives as long as the window. Fails in GIOP 1.0. */
+ZRSV_API unsigned char OM_cdr_read_wide(CDR* cdr, OM_wide* text);
+/* Encoding only; the units go over as they are. */
+ZRSV_API unsigned char OM_cdr_write_wide(CDR* cdr, const OM_wide* text);
+/* Encoding only: a text of one Unicode scalar value a character, up to its NUL. Null fails. */
+ZRSV_API unsigned char OM_cdr_write_wstring(CDR* cdr, const wchar_t* text);
+/* How many scalar values; false for a text with half a surrogate pair. */
+ZRSV_API unsigned char OM_wide_length(const OM_wide* text, uint32_t* length);
+/* Writes them, and a NUL. */
+ZRSV_API void OM_wide_copy(const OM_wide* text, wchar_t* to);
 
 /* Decoding only: the next `count` octets in place. */
 ZRSV_API unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t count);
@@ -81,7 +102,8 @@ ZRSV_API unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner);
 ZRSV_API unsigned char OM_cdr_open_encapsulation(CDR* inner);
 ZRSV_API unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner);
 
-/* Fills `env` with MARSHAL for a failed primitive, with that completion value. `cdr` may be null. */
+/* Fills `env` with MARSHAL for a failed primitive, or DATA_CONVERSION when it was `unconvertible`, with that
+ * completion value. `cdr` may be null. */
 ZRSV_API void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env);
 
 #ifdef __cplusplus

@@ -80,4 +80,28 @@ bool move_value(CDR* cdr, T* value) {
   return cdr->direction == CDR_ENCODE && write_value(cdr, *value);
 }
 
+/// A long double on its way, its two halves in this machine's order: 16 octets, aligned to 8.
+struct LongDoubleOctets {
+  uint64_t high = 0;  // sign, 15 bits of exponent, the upper 48 of 112 bits of fraction
+  uint64_t low = 0;
+};
+
+inline bool read_long_double(CDR* cdr, LongDoubleOctets* value) {
+  const unsigned char* at = take<sizeof(uint64_t)>(cdr);
+  if (!at || static_cast<std::size_t>(cdr->in_end - cdr->in_next) < sizeof(uint64_t)) return false;
+  uint64_t halves[2];
+  std::memcpy(halves, at, sizeof halves);
+  cdr->in_next += sizeof(uint64_t);
+  const bool little = (std::endian::native == std::endian::little) != (cdr->swap != 0);
+  for (uint64_t& half : halves) half = cdr->swap ? reversed(half) : half;
+  *value = little ? LongDoubleOctets{halves[1], halves[0]} : LongDoubleOctets{halves[0], halves[1]};
+  return true;
+}
+
+inline bool write_long_double(CDR* cdr, const LongDoubleOctets& value) {
+  constexpr bool little = std::endian::native == std::endian::little;
+  return has_room(cdr, 3 * sizeof(uint64_t)) && write_value(cdr, little ? value.low : value.high) &&
+         write_value(cdr, little ? value.high : value.low);
+}
+
 }  // namespace zrsv

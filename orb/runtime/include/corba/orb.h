@@ -2,10 +2,11 @@
 #pragma once
 
 #include "corba/object.h"
+#include "corba/typecode_factory.h"
 
 namespace CORBA {
 
-class ZRSVCPP_API ORB : public virtual Object {
+class ZRSVCPP_API ORB : public virtual Object, public TypeCodeFactory {
  public:
   using InvalidName = PlainUserException<"IDL:omg.org/CORBA/ORB/InvalidName:1.0">;
 

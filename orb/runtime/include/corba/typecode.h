@@ -1,7 +1,7 @@
 // CORBA::TypeCode: descriptions of IDL types (CORBA, "TypeCodes").
 #pragma once
 
-#include <atomic>
+#include <span>
 #include <vector>
 
 #include "corba/object.h"
@@ -34,31 +34,91 @@ enum TCKind : ULong {
   tk_alias = 21,
   tk_except = 22,
   tk_longlong = 23,
-  tk_ulonglong = 24
+  tk_ulonglong = 24,
+  tk_longdouble = 25,
+  tk_wchar = 26,
+  tk_wstring = 27,
+  tk_fixed = 28,
+  tk_value = 29,
+  tk_value_box = 30,
+  tk_native = 31,
+  tk_abstract_interface = 32,
+  tk_local_interface = 33,
+  /// Of a TypeCode of create_recursive_tc, which stands for a type that is not there yet.
+  tk_recursive = 0xffffffff
 };
 
+using Visibility = Short;
+inline constexpr Visibility PRIVATE_MEMBER = 0;
+inline constexpr Visibility PUBLIC_MEMBER = 1;
+using ValueModifier = Short;
+inline constexpr ValueModifier VM_NONE = 0;
+inline constexpr ValueModifier VM_CUSTOM = 1;
+inline constexpr ValueModifier VM_ABSTRACT = 2;
+inline constexpr ValueModifier VM_TRUNCATABLE = 3;
+
+class Any;
 class TypeCode;
 using TypeCode_ptr = TypeCode*;
 
-/// A member of a struct or an exception, as the creators take it; lent, not owned.
-struct StructMember {
-  const char* name;
-  TypeCode* type;
-};
-
-/// An immutable, counted description of a type. Unions, wide strings and recursive types have none. May be
-/// used by several threads at once. TypeCodes that an operation returns are the caller's, who releases them;
-/// texts live as long as the TypeCode.
+/// An immutable description of a type. May be used by several threads at once. TypeCodes that an operation
+/// returns are the caller's, who releases them; texts live as long as the TypeCode.
+///
+/// A TypeCode is counted when it was created or decoded, and a constant otherwise: then it is one static object,
+/// and counting does nothing. Generated code defines its `_tc_` constants so:
+///
+///   // node.h: struct Node { string name; sequence<Node> children; };
+///   extern const CORBA::TypeCode_ptr _tc_Node;
+///
+///   // node.cpp
+///   namespace {
+///   constinit CORBA::TypeCode nodes(CORBA::tk_sequence, {.content = &_tc_Node});
+///   constexpr CORBA::TypeCode::Member node_members[] = {{"name", &CORBA::_tc_string}, {"children", nodes.at()}};
+///   constinit CORBA::TypeCode node(CORBA::tk_struct, {"IDL:Node:1.0", "Node", node_members});
+///   }
+///   constinit const CORBA::TypeCode_ptr _tc_Node = &node;
+///
+/// Parts are named by the address of the constant that points to them (`&_tc_Node`, of this or another translation
+/// unit or library) or by at() of an object of the same file, so a type may contain itself, and everything is there
+/// before any constructor runs: no order of initialisation can go wrong, and nothing is built at run time.
 class ZRSVCPP_API TypeCode : public Allocated {
  public:
   using Bounds = PlainUserException<"IDL:omg.org/CORBA/TypeCode/Bounds:1.0">;
   using BadKind = PlainUserException<"IDL:omg.org/CORBA/TypeCode/BadKind:1.0">;
 
-  /// How deep types may be nested in one another.
+  /// How deep types may be nested in one another; a type that contains itself counts once.
   static constexpr ULong max_depth = 64;
 
+  /// A member of a struct, an exception, a union, an enum (without a type) or a value.
+  struct Member {
+    const char* name = "";
+    TypeCode* const* type = nullptr;
+    LongLong label = 0;  // of unions: the discriminator's number; of the default member anything
+    Visibility visibility = PRIVATE_MEMBER;
+  };
+  /// What a kind has beside itself.
+  struct Parameters {
+    const char* id = "";
+    const char* name = "";
+    std::span<const Member> members = {};
+    /// The element of sequences and arrays, what an alias or a box names, the discriminator of a union, the
+    /// concrete base of a value (null: none).
+    TypeCode* const* content = nullptr;
+    /// The bound of strings and sequences (0: none), the length of arrays, the digits of fixed.
+    ULong length = 0;
+    Long default_index = -1;  // of unions
+    Short scale = 0;          // of fixed
+    ValueModifier modifier = VM_NONE;
+  };
+
+  /// A constant.
+  constexpr explicit TypeCode(TCKind kind) : TypeCode(kind, Parameters{}) {}
+  constexpr TypeCode(TCKind kind, const Parameters& parameters)
+      : self_(this), kind_(kind), parameters_(parameters) {}
   TypeCode(const TypeCode&) = delete;
   TypeCode& operator=(const TypeCode&) = delete;
+  /// How other constants of the same file name this one as a part.
+  constexpr TypeCode* const* at() const { return &self_; }
 
   static TypeCode* _nil() { return nullptr; }
   /// The same TypeCode, counted once more.
@@ -69,45 +129,82 @@ class ZRSVCPP_API TypeCode : public Allocated {
   Boolean equal(const TypeCode* other, CORBA_ENV) const;
   /// The same when aliases are looked through and, where both sides have an id, only the ids are compared.
   Boolean equivalent(const TypeCode* other, CORBA_ENV) const;
+  /// The same type without the names of types and members; ids stay. BAD_TYPECODE for a type that is not
+  /// complete.
+  TypeCode* get_compact_typecode(CORBA_ENV) const;
 
-  /// Of references, structs, enums, aliases and exceptions; BadKind for others.
+  /// Of all that IDL gives a name; BadKind for others.
   const char* id(CORBA_ENV) const;
   const char* name(CORBA_ENV) const;
-  /// Of structs, exceptions and enums; BadKind for others, Bounds for an index at or past the count.
+  /// Of structs, exceptions, unions, values and enums; BadKind for others, Bounds for an index at or past the
+  /// count.
   ULong member_count(CORBA_ENV) const;
   const char* member_name(ULong index, CORBA_ENV) const;
-  /// Of structs and exceptions.
+  /// Not of enums.
   TypeCode* member_type(ULong index, CORBA_ENV) const;
+  /// Of unions: a value of the discriminator's type, a zero octet for the default member; the caller deletes it.
+  Any* member_label(ULong index, CORBA_ENV) const;
+  TypeCode* discriminator_type(CORBA_ENV) const;
+  /// The index of the default member, or -1.
+  Long default_index(CORBA_ENV) const;
   /// Of strings and sequences (the bound; 0 when there is none) and arrays; BadKind for others.
   ULong length(CORBA_ENV) const;
-  /// Of sequences, arrays (their element) and aliases (the type they name); BadKind for others.
+  /// Of sequences, arrays (their element), boxes and aliases (the type they name); BadKind for others.
   TypeCode* content_type(CORBA_ENV) const;
+  /// Of fixed.
+  UShort fixed_digits(CORBA_ENV) const;
+  Short fixed_scale(CORBA_ENV) const;
+  /// Of values; the base is nil when there is none.
+  Visibility member_visibility(ULong index, CORBA_ENV) const;
+  ValueModifier type_modifier(CORBA_ENV) const;
+  TypeCode* concrete_base_type(CORBA_ENV) const;
 
   // Creators. BAD_PARAM for a null text; BAD_TYPECODE for a nil part, for a part that has no octets (void, an
-  // empty struct) or cannot be a part (an exception), and for types nested deeper than max_depth.
-  static TypeCode* create_struct_tc(const char* id, const char* name,
-                                    const std::vector<StructMember>& members, CORBA_ENV);
+  // empty struct) or cannot be a part (an exception), and for types nested deeper than max_depth. Names and types
+  // are copied. CORBA::ORB has all the standard ones.
+
+  /// Any kind that has an id, with its parameters. A part may contain a create_recursive_tc of this type's id: the
+  /// result is a type that contains itself there, while the part that was given stays as it was.
+  static TypeCode* create_named_tc(TCKind kind, const Parameters& parameters, CORBA_ENV);
+
+  struct NamedType {  // lent
+    const char* name;
+    TypeCode* type;
+  };
+  static TypeCode* create_struct_tc(const char* id, const char* name, const std::vector<NamedType>& members,
+                                    CORBA_ENV);
   static TypeCode* create_exception_tc(const char* id, const char* name,
-                                       const std::vector<StructMember>& members, CORBA_ENV);
+                                       const std::vector<NamedType>& members, CORBA_ENV);
   static TypeCode* create_enum_tc(const char* id, const char* name, const std::vector<const char*>& members,
                                   CORBA_ENV);
   static TypeCode* create_alias_tc(const char* id, const char* name, TypeCode* original, CORBA_ENV);
   static TypeCode* create_interface_tc(const char* id, const char* name, CORBA_ENV);
   static TypeCode* create_string_tc(ULong bound, CORBA_ENV);
+  static TypeCode* create_wstring_tc(ULong bound, CORBA_ENV);
+  /// BAD_PARAM for more than 31 digits or a scale that is not within them.
+  static TypeCode* create_fixed_tc(UShort digits, Short scale, CORBA_ENV);
   static TypeCode* create_sequence_tc(ULong bound, TypeCode* element, CORBA_ENV);
   static TypeCode* create_array_tc(ULong length, TypeCode* element, CORBA_ENV);
+  /// Stands for the struct, union or value of that id inside its own parts, until that is created around them.
+  /// Until then it cannot be encoded, and its kind is tk_recursive.
+  static TypeCode* create_recursive_tc(const char* id, CORBA_ENV);
 
-  struct Details;  // of this library
-  const Details* details() const { return details_; }
-  /// A TypeCode without parameters, for static objects: those are never counted nor freed.
-  constexpr explicit TypeCode(TCKind kind) : kind_(kind) {}
-  TypeCode(TCKind kind, const Details* details) : kind_(kind), details_(details) {}
+  /// What it is made of, without counting; lives as long as the TypeCode.
+  const Parameters& parameters() const { return parameters_; }
+  const TypeCode* content() const { return parameters_.content ? *parameters_.content : nullptr; }
+
   friend void release(TypeCode* type);
 
  private:
+  struct Graph;  // of this library: the nodes that are counted together
+  friend class TypeCodeBuilder;
+
+  TypeCode* self_;
   TCKind kind_;
-  const Details* details_ = nullptr;  // owned; null for a TypeCode without parameters
-  std::atomic<ULong> count_{1};
+  Parameters parameters_;
+  Graph* graph_ = nullptr;  // null for a constant
+  ULong depth_ = 0;         // of a counted one: 1 without parts; 0 while it is made
+  bool open_ = false;       // contains a create_recursive_tc
 };
 
 /// Gives one count back; null is allowed.
@@ -134,13 +231,17 @@ extern ZRSVCPP_API TypeCode* const _tc_octet;
 extern ZRSVCPP_API TypeCode* const _tc_any;
 extern ZRSVCPP_API TypeCode* const _tc_TypeCode;
 extern ZRSVCPP_API TypeCode* const _tc_string;
+extern ZRSVCPP_API TypeCode* const _tc_longdouble;
+extern ZRSVCPP_API TypeCode* const _tc_wchar;
+extern ZRSVCPP_API TypeCode* const _tc_wstring;
+extern ZRSVCPP_API TypeCode* const _tc_Principal;
 extern ZRSVCPP_API TypeCode* const _tc_Object;
 
 }  // namespace CORBA
 
 /// A TypeCode in its GIOP form, by the stream's direction. Decoding hands out a TypeCode that the caller
-/// releases; false, and nothing handed out, for what is malformed, nested too deep, recursive, or of a kind
-/// that has no TypeCode here.
+/// releases; false, and nothing handed out, for what is malformed or nested too deep, and for an indirection to
+/// anything but the start of an earlier TypeCode of the same description.
 ZRSVCPP_API unsigned char cdr_CORBA_TypeCode(CDR* cdr, CORBA::TypeCode*& type);
 
 /// The TypeCode of an encoded description, as compiled IDL carries it: four zero octets, then one TypeCode in

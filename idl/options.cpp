@@ -1,0 +1,36 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+
+namespace idl {
+
+int parse_options(int argc, char** argv, Options& options) {
+  CLI::App app("Checks IDL files.");
+  app.name("poaidl");
+  app.get_formatter()->column_width(28);
+  std::vector<std::string> defines, undefines;
+  std::string warnings;
+  const auto many = [](CLI::Option* option) { option->allow_extra_args(false)->trigger_on_parse(false); };
+  many(app.add_option("-I", options.preprocess.include_dirs, "Look for included files here, too")
+           ->option_text("DIR"));
+  many(app.add_option("-D", defines, "Define a macro of the preprocessor")->option_text("NAME[=V]"));
+  many(app.add_option("-U", undefines, "Take a macro back")->option_text("NAME"));
+  app.add_flag("--list", options.list, "Print what the files declare, with repository ids");
+  app.add_option("-W", warnings, "-Werror: treat warnings as errors")
+      ->check(CLI::IsMember({"error"}))
+      ->option_text("error");
+  app.add_option("FILE.idl", options.files, "What to compile")->required()->option_text(" ");
+  app.footer(
+      "Exit status: 0 when all went well, 1 for errors in the IDL, 2 for a wrong option or a file that cannot be\nread or written.");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : 2;
+  }
+  options.warnings_are_errors = !warnings.empty();
+  for (const std::string& one : defines) options.preprocess.macros.push_back("D" + one);
+  for (const std::string& one : undefines) options.preprocess.macros.push_back("U" + one);
+  return -1;
+}
+
+}  // namespace idl

@@ -1,0 +1,136 @@
+// The poaidl program: options, exit status, the files that it reads and writes.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string read(const fs::path& path) {
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// Each test has a directory of its own.
+class Command : public testing::Test {
+ protected:
+  Command() {
+    std::string path = (fs::temp_directory_path() / "poaidl-test-XXXXXX").string();
+    if (!mkdtemp(path.data())) throw std::runtime_error("no directory");
+    directory = path;
+  }
+  ~Command() override { fs::remove_all(directory); }
+
+  void write(const std::string& name, const std::string& text) {
+    fs::create_directories((directory / name).parent_path());
+    std::ofstream(directory / name) << text;
+  }
+  int run(const std::string& arguments) {
+    const std::string line =
+        "cd '" + directory.string() + "' && " POAIDL " " + arguments + " >out 2>err </dev/null";
+    const int status = std::system(line.c_str());
+    out = read(directory / "out"), err = read(directory / "err");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  bool there(const std::string& name) const { return fs::exists(directory / name); }
+
+  fs::path directory;
+  std::string out, err;
+};
+
+TEST_F(Command, HelpFitsAScreenAndNamesEveryOption) {
+  EXPECT_EQ(run("--help"), 0);
+  EXPECT_LE(std::count(out.begin(), out.end(), '\n'), 24);
+  for (const char* option : {"-I", "-D", "-U", "--list", "-Werror"})
+    EXPECT_NE(out.find(option), std::string::npos) << option;
+}
+
+TEST_F(Command, WrongUseEndsWithStatus2) {
+  write("a.idl", "typedef long T;\n");
+  for (const char* arguments : {"", "--nonsense a.idl", "nothere.idl", "-Wall a.idl", ".", "-o"})
+    EXPECT_EQ(run(arguments), 2) << arguments << err;
+}
+
+TEST_F(Command, IncludedFilesAndMacrosAreFound) {
+  write(
+      "a.idl",
+      "#include \"near.idl\"\n#include <far.idl>\n#ifdef WANTED\ntypedef Near T;\ntypedef Far U[SIZE];\n#endif\n");
+  write("near.idl", "#pragma prefix \"near\"\ntypedef long Near;\n");
+  write("inc/far.idl", "#pragma once\ntypedef short Far;\n");
+  EXPECT_EQ(run("--list -Iinc -DWANTED -D SIZE=3 a.idl"), 0) << err;
+  EXPECT_EQ(out, "typedef T IDL:T:1.0\ntypedef U IDL:U:1.0\n");
+  EXPECT_EQ(run("--list -I inc -DWANTED -U WANTED a.idl"), 0) << err;
+  EXPECT_EQ(out, "");
+}
+
+TEST_F(Command, OrbIdlIsBuiltIn) {
+  write(
+      "a.idl",
+      "#include <orb.idl>\ntypedef CORBA::TypeCode T;\nstruct S { CORBA::StringSeq names; CORBA::Object o; };\n");
+  EXPECT_EQ(run("--list a.idl"), 0) << err;
+  EXPECT_EQ(out, "typedef T IDL:T:1.0\nstruct S IDL:S:1.0\n");
+}
+
+// What the preprocessor finds wrong: file, place, words.
+TEST_F(Command, PreprocessorErrorsSayWhere) {
+  const std::pair<const char*, const char*> texts[] = {
+      {"\n  #include \"missing.idl\"\n", "a.idl:2:13: error: there is no file 'missing.idl' to include\n"},
+      {"typedef long T;\n#include <missing.idl>\n",
+       "a.idl:2:11: error: there is no file 'missing.idl' to include\n"},
+      {"const char c = 'a;\n", "a.idl:1:1: error: the character literal does not end\n"},
+      {"const string c = \"a;\n", "a.idl:1:1: error: the string literal does not end\n"},
+      {"#if 1\ntypedef long T;\n", "a.idl:1:1: error: there is no #endif for this\n"},
+      {"typedef long T; /* and\nso on", "the comment does not end\n"},
+      {"#nonsense\n", "a.idl:1:2: error: '#nonsense' is no preprocessor directive\n"},
+      {"#include \"a.idl\"\n", "too deeply\n"},
+  };
+  for (const auto& [text, message] : texts) {
+    write("a.idl", text);
+    EXPECT_EQ(run("a.idl"), 1) << text;
+    EXPECT_NE(err.find(message), std::string::npos) << text << err;
+  }
+}
+
+TEST_F(Command, ErrorsInIncludedFilesHaveTheirPlace) {
+  write("a.idl", "#include \"sub/b.idl\"\n");
+  write("sub/b.idl", "\n\n   typedef Nothing T;\n");
+  EXPECT_EQ(run("a.idl"), 1);
+  EXPECT_TRUE(
+      err.starts_with("sub/b.idl:3:12: error: 'Nothing' is not declared here\n     typedef Nothing T;\n"))
+      << err;
+}
+
+TEST_F(Command, CommentsAndLiteralsKeepTheirColumns) {
+  write(
+      "a.idl",
+      "/* a\n comment */ typedef /* one */ Nothing /* two */ T; // three\nconst wchar A = L'\\u0041'; typedef ::Missing U;\n");
+  EXPECT_EQ(run("a.idl"), 1);
+  EXPECT_NE(err.find("a.idl:2:31: error: 'Nothing'"), std::string::npos) << err;
+  EXPECT_NE(err.find("a.idl:3:38: error: 'Missing'"), std::string::npos) << err;
+}
+
+// A few lines that would become more text than any machine holds.
+TEST_F(Command, MacroBombsEndInBoundedTime) {
+  std::string text = "#define A0 long long long long long long\n";
+  for (int i = 1; i < 40; ++i)
+    text +=
+        "#define A" + std::to_string(i) + " A" + std::to_string(i - 1) + " A" + std::to_string(i - 1) + "\n";
+  write("a.idl", text + "A39\n");
+  EXPECT_EQ(run("a.idl"), 1);
+}
+
+TEST_F(Command, WarningsBecomeErrorsOnRequest) {
+  write("a.idl", "@key typedef long T;\n");
+  EXPECT_EQ(run("--list a.idl"), 0);
+  EXPECT_NE(err.find("a.idl:1:1: warning: annotations are read over"), std::string::npos) << err;
+  EXPECT_EQ(run("-Werror --list a.idl"), 1);
+}
+
+}  // namespace

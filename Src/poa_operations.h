@@ -8,8 +8,8 @@
 namespace PortableServer::operations {
 
 using CORBA::Environment;
-using CORBA::idl::operation;
-using CORBA::idl::raises;
+using CORBA::idl::by_member::operation;
+using CORBA::idl::by_member::raises;
 
 // ---- POA --------------------------------------------------------------------------------------------------
 

@@ -86,7 +86,8 @@ unsigned char skeleton(void* request, void* target, std::uint32_t /*type*/, unsi
                        void* /*table*/) {
   served_object<X> object;
   const auto find = [&] { return object.find(target, request); };
-  return CORBA::idl::serve<Operation>(request, response_expected != 0, find) == CORBA::idl::Served::yes;
+  return CORBA::idl::by_member::serve<Operation>(request, response_expected != 0, find) ==
+         CORBA::idl::by_member::Served::yes;
 }
 
 /// The in-process skeleton: the operation of a fresh object without a handle.

@@ -149,13 +149,14 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
 namespace {
 
 namespace idl = CORBA::idl;
-using GetInterface = idl::operation<"_get_interface", &ServantBase::_get_interface>;
-using IsA = idl::operation<"_is_a", &ServantBase::_is_a>;
-using NonExistent = idl::operation<"_non_existent", &ServantBase::_non_existent>;
+using GetInterface = idl::by_member::operation<"_get_interface", &ServantBase::_get_interface>;
+using IsA = idl::by_member::operation<"_is_a", &ServantBase::_is_a>;
+using NonExistent = idl::by_member::operation<"_non_existent", &ServantBase::_non_existent>;
 
 template <class Op>
 unsigned char serve_own(ServantBase& servant, void* request, unsigned char response_expected) {
-  return idl::serve<Op>(request, response_expected != 0, [&] { return &servant; }) == idl::Served::yes;
+  return idl::by_member::serve<Op>(request, response_expected != 0, [&] { return &servant; }) ==
+         idl::by_member::Served::yes;
 }
 
 /// What `invoke` does with an operation name.

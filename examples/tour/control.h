@@ -56,7 +56,7 @@ class Control : public virtual PortableServer::ServantBase, public virtual Demo:
 
 namespace Demo::control_rows {
 
-using CORBA::idl::operation;
+using CORBA::idl::by_member::operation;
 
 using hold_ms = operation<"hold_ms", &ControlOperations::hold_ms>;
 using discard_ms = operation<"discard_ms", &ControlOperations::discard_ms>;

@@ -14,8 +14,8 @@ Control::Control() { _intf = Demo::Control::repository_id; }
 
 CORBA::Boolean Control::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
   const mapping_help::Upcall upcall(this);
-  return CORBA::idl::invoke<Control, rows::hold_ms, rows::discard_ms, rows::lifespan, rows::incarnations,
-                            rows::alive, rows::destroy_poa, rows::deactivate>(
+  return CORBA::idl::by_member::invoke<Control, rows::hold_ms, rows::discard_ms, rows::lifespan,
+                                       rows::incarnations, rows::alive, rows::destroy_poa, rows::deactivate>(
              *this, request->operation(), request->request_handle(), request->response_expected()) ||
          ServantBase::invoke(request, env);
 }

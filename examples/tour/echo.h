@@ -93,8 +93,8 @@ struct CORBA::idl::Wire<Demo::Refused> {
 /// One row an operation; stub and skeleton come from it.
 namespace Demo::echo_rows {
 
-using CORBA::idl::operation;
-using CORBA::idl::raises;
+using CORBA::idl::by_member::operation;
+using CORBA::idl::by_member::raises;
 
 using echo_string = operation<"echo_string", &EchoOperations::echo_string>;
 using add = operation<"add", &EchoOperations::add>;

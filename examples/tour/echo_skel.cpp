@@ -14,8 +14,8 @@ Echo::Echo() { _intf = Demo::Echo::repository_id; }
 
 CORBA::Boolean Echo::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
   const mapping_help::Upcall upcall(this);
-  return CORBA::idl::invoke<Echo, rows::echo_string, rows::add, rows::echo_octets, rows::refuse, rows::note,
-                            rows::notes, rows::who, rows::sleep_ms>(
+  return CORBA::idl::by_member::invoke<Echo, rows::echo_string, rows::add, rows::echo_octets, rows::refuse,
+                                       rows::note, rows::notes, rows::who, rows::sleep_ms>(
              *this, request->operation(), request->request_handle(), request->response_expected()) ||
          ServantBase::invoke(request, env);
 }

@@ -8,9 +8,9 @@
 namespace CORBA {
 namespace {
 
-using is_a = idl::operation<"_is_a", &Object::_is_a>;
-using non_existent = idl::operation<"_non_existent", &Object::_non_existent>;
-using get_interface = idl::operation<"_get_interface", &Object::_get_interface>;
+using is_a = idl::by_member::operation<"_is_a", &Object::_is_a>;
+using non_existent = idl::by_member::operation<"_non_existent", &Object::_non_existent>;
+using get_interface = idl::by_member::operation<"_get_interface", &Object::_get_interface>;
 
 /// A new X over one more handle of what `object` refers to; nil for nil, and when the handle cannot be
 /// duplicated.
@@ -42,7 +42,7 @@ bool has_local_table(Object* object, Environment& env) {
   void* request = nullptr;
   std::uint32_t kind = 0;
   if (!OM_req_lib_initiator_request_create(object->get_ref(), "_is_a", 1, &request, &kind)) {
-    idl::fail_request(CORBA_COMPLETED_NO, env);
+    idl::by_member::fail_request(CORBA_COMPLETED_NO, env);
   }
   const bool local = kind == ZR_REQUEST_IN_PROCESS;
   (local ? OM_req_lib_INTRA_PROCESS_initiator_request_complete

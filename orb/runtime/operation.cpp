@@ -2,7 +2,7 @@
 
 #include "raise.h"
 
-namespace CORBA::idl {
+namespace CORBA::idl::by_member {
 
 void set_marshal(CDR* cdr, std::uint32_t completed, Environment& env) {
   CORBA_Environment filled{};
@@ -47,4 +47,4 @@ void follow_forward(Object* self, void* /*request*/, CDR* cdr, Environment& env)
   env.set_ref(&moved);
 }
 
-}  // namespace CORBA::idl
+}  // namespace CORBA::idl::by_member

@@ -60,9 +60,9 @@ struct Wire<Policy*> {
 
 namespace {
 
-using copy_operation = CORBA::idl::operation<"copy", &Policy::copy>;
-using destroy_operation = CORBA::idl::operation<"destroy", &Policy::destroy>;
-using policy_type_operation = CORBA::idl::operation<"_get_policy_type", &Policy::policy_type>;
+using copy_operation = CORBA::idl::by_member::operation<"copy", &Policy::copy>;
+using destroy_operation = CORBA::idl::by_member::operation<"destroy", &Policy::destroy>;
+using policy_type_operation = CORBA::idl::by_member::operation<"_get_policy_type", &Policy::policy_type>;
 
 /// The policy that serves a request, made when the skeleton asks for it.
 class ServedPolicy {
@@ -85,7 +85,8 @@ template <class Operation>
 unsigned char serve(void* request, void* object, unsigned char response_expected) {
   ServedPolicy policy;
   const auto find = [&] { return policy.find(object, request); };
-  return CORBA::idl::serve<Operation>(request, response_expected, find) == CORBA::idl::Served::yes;
+  return CORBA::idl::by_member::serve<Operation>(request, response_expected, find) ==
+         CORBA::idl::by_member::Served::yes;
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include <cwchar>
 #include <new>
 
 #include "corba/object.h"
@@ -27,6 +28,15 @@ void string_free(char* text) { CORBA_free(text); }
 WChar* wstring_alloc(Long length) {
   if (length < 0) return nullptr;
   return new (std::nothrow) WChar[static_cast<std::size_t>(length) + 1]();
+}
+
+WChar* wstring_dup(const WChar* text) {
+  if (!text) return nullptr;
+  const std::size_t length = std::wcslen(text);
+  WChar* copy = length > INT32_MAX ? nullptr : wstring_alloc(static_cast<Long>(length));
+  if (!copy) throw std::bad_alloc();
+  std::wmemcpy(copy, text, length + 1);
+  return copy;
 }
 
 void wstring_free(WChar* text) { delete[] text; }

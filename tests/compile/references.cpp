@@ -30,11 +30,11 @@ class Operations {
 
 void rows(Operations& operations, void* request) {
 #ifdef PARAMETER_WITHOUT_A_WIRE_FORM  // refused: incomplete type|undefined template
-  using row = CORBA::idl::operation<"pointer", &Operations::pointer>;
+  using row = CORBA::idl::by_member::operation<"pointer", &Operations::pointer>;
 #else
-  using row = CORBA::idl::operation<"plain", &Operations::plain>;
+  using row = CORBA::idl::by_member::operation<"plain", &Operations::plain>;
 #endif
-  CORBA::idl::invoke<Operations, row>(operations, "plain", request, true);
+  CORBA::idl::by_member::invoke<Operations, row>(operations, "plain", request, true);
 }
 
 int main() {}

@@ -3,10 +3,12 @@
 
 #include "corba/any.h"
 #include "corba/exception.h"
+#include "corba/local_object.h"
 #include "corba/object.h"
 #include "corba/operation.h"
 #include "corba/orb.h"
 #include "corba/policy.h"
 #include "corba/sequence.h"
 #include "corba/server_request.h"
+#include "corba/strings.h"
 #include "corba/types.h"

@@ -5,7 +5,7 @@
 #include <iosfwd>
 #include <string>
 
-#include "corba/types.h"
+#include "corba/strings.h"
 #include "zrsv.h"
 
 namespace CORBA {

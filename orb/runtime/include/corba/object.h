@@ -36,6 +36,9 @@ class ZRSVCPP_API Object : public Allocated {
   Boolean _is_equivalent(Object* other, CORBA_ENV);
   ULong _hash(ULong maximum, CORBA_ENV);
 
+  /// What CORBA::release does with it: destroys the wrapper. Counted objects count down instead.
+  virtual void _release_reference() { delete this; }
+
  protected:
   void* _ptr = nullptr;
 };
@@ -44,7 +47,9 @@ using Object_ptr = Object*;
 /// True exactly for a null pointer: a wrapper whose handle is null is not nil.
 inline Boolean is_nil(const Object* object) { return object == nullptr; }
 /// Destroys the wrapper, which lets go of its handle. Null is allowed.
-inline void release(Object* object) { delete object; }
+inline void release(Object* object) {
+  if (object) object->_release_reference();
+}
 
 /// Base of the interface _var types.
 class _var {};

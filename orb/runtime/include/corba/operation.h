@@ -1,8 +1,8 @@
 // IDL operations as types. An operation is described once: its name, the member function that declares it,
 // its exceptions. From that one description come the CDR skeleton, the in-process skeleton and the stub:
 //
-//   using find_POA = CORBA::idl::operation<"find_POA", &POA::find_POA,
-//   CORBA::idl::raises<POA::AdapterNonExistent>>;
+//   using find_POA = CORBA::idl::by_member::operation<"find_POA", &POA::find_POA,
+//   CORBA::idl::by_member::raises<POA::AdapterNonExistent>>;
 //
 // The member function's parameters are the IDL operation's, in wire order, with CORBA::Environment& last. How
 // a C++ type travels is the template Wire<T>: one function that encodes or decodes by the stream's direction.
@@ -190,6 +190,8 @@ struct Result<void> {
   }
   void give() {}
 };
+
+namespace by_member {
 
 // ---- Operations ----
 
@@ -563,4 +565,5 @@ typename Op::Return call_stub(Object* self, Environment& env, A... arguments) {
   }
 }
 
+}  // namespace by_member
 }  // namespace CORBA::idl

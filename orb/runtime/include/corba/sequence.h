@@ -1,46 +1,111 @@
-// Unbounded sequences and their _var types (OMG IDL to C++, "Mapping for Sequence Types").
+// Sequences, unbounded and bounded, and their _var types (OMG IDL to C++, "Mapping for Sequence Types").
 #pragma once
 
 #include <algorithm>
 #include <new>
 #include <type_traits>
 
-#include "corba/types.h"
+#include "corba/strings.h"
 
 namespace CORBA {
 
-/// A sequence of T, where copying a T is what copying an element means (an ObjectVar duplicates).
-template <class T>
-class Sequence : public Allocated {
- public:
-  using Element = T;
+/// Ways out of a sequence: BAD_PARAM for an index at or past the length and for a length over the bound.
+[[noreturn]] ZRSVCPP_API void refuse_index();
+[[noreturn]] ZRSVCPP_API void refuse_bound();
 
-  /// n value-initialised elements; null for 0 or without memory. Freed with freebuf.
-  static T* allocbuf(ULong n) {
-    if (n == 0) return nullptr;
+// ---- Elements: what stands in a sequence's buffer, and what operator[] gives of it ------------------------
+
+/// Elements that copy as C++ values do, and arrays of them.
+template <class T>
+struct PlainElements {
+  using Stored = T;
+  using Reference = T&;
+  using ConstReference = const T&;
+  static T* make(ULong n) {
     if constexpr (std::is_trivially_default_constructible_v<T>) {  // a compiler may make a loop of T[n]()
       T* zeroed = new (std::nothrow) T[n];
-      if (zeroed) std::memset(zeroed, 0, n * sizeof(T));
+      if (zeroed) std::memset(static_cast<void*>(zeroed), 0, n * sizeof(T));
       return zeroed;
     } else {
       return new (std::nothrow) T[n]();
     }
   }
-  static void freebuf(T* buffer) { delete[] buffer; }
+  /// For elements that are assigned next: numbers are left as the memory is.
+  static T* make_for_copy(ULong n) {
+    if constexpr (std::is_trivially_default_constructible_v<T>) return new (std::nothrow) T[n];
+    return make(n);
+  }
+  static void free(T* buffer) { delete[] buffer; }
+  static void copy(const T* from, ULong n, T* to) {
+    if constexpr (std::is_array_v<T>) {
+      using Flat = std::remove_all_extents_t<T>;
+      std::copy_n(reinterpret_cast<const Flat*>(from), n * (sizeof(T) / sizeof(Flat)),
+                  reinterpret_cast<Flat*>(to));
+    } else {
+      std::copy_n(from, n, to);
+    }
+  }
+  static T& at(T* buffer, ULong i, bool) { return buffer[i]; }
+  static const T& at(const T* buffer, ULong i) { return buffer[i]; }
+};
+
+/// Elements that are plain pointers in the buffer and owned through Owner, which holds one such pointer.
+template <class Pointer, class Owner, class Element>
+struct OwnedElements {
+  using Stored = Pointer;
+  using Reference = Element;
+  using ConstReference = typename Element::Const;
+  static_assert(sizeof(Owner) == sizeof(Pointer));
+  static Pointer* make(ULong n) { return reinterpret_cast<Pointer*>(new (std::nothrow) Owner[n]()); }
+  static Pointer* make_for_copy(ULong n) { return make(n); }
+  static void free(Pointer* buffer) { delete[] reinterpret_cast<Owner*>(buffer); }
+  static void copy(const Pointer* from, ULong n, Pointer* to) {
+    for (ULong i = 0; i < n; ++i) Element(to[i], true) = Element::constant(from[i]);
+  }
+  static Element at(Pointer* buffer, ULong i, bool owned) { return Element(buffer[i], owned); }
+  static ConstReference at(const Pointer* buffer, ULong i) { return Element::constant(buffer[i]); }
+};
+
+template <class C>
+using TextElements = OwnedElements<C*, TextVar<C, true>, TextElement<C>>;
+
+/// For sequences that refuse an index at or past the length.
+struct NoScratch {};
+
+// ---- Sequences --------------------------------------------------------------------------------------------
+
+/// A sequence. What `Elements` say is how its elements are kept and copied. An index at or past the length
+/// gives the scratch element `wkrtn`, which is no part of the sequence, or with NoScratch BAD_PARAM.
+template <class T, class Elements = PlainElements<T>, class Scratch = T>
+class Sequence : public Allocated {
+ public:
+  using Element = T;
+  using Reference = typename Elements::Reference;
+  using ConstReference = typename Elements::ConstReference;
+
+  /// n default elements; null for 0 or without memory. Freed with freebuf.
+  static T* allocbuf(ULong n) { return n == 0 ? nullptr : Elements::make(n); }
+  static void freebuf(T* buffer) { Elements::free(buffer); }
 
   Sequence() = default;
-  explicit Sequence(ULong max) : _buffer(allocbuf(max)), _release(1) { _maximum = _buffer ? max : 0; }
+  explicit Sequence(ULong max) : _buffer(allocbuf(max)), _release(true) { _maximum = _buffer ? max : 0; }
   /// Adopts `data`, and owns it when `rel`. A length over the maximum is cut to it.
-  Sequence(ULong max, ULong len, T* data, Boolean rel = 0)
+  Sequence(ULong max, ULong len, T* data, Boolean rel = false)
       : _maximum(data ? max : 0), _length(len < _maximum ? len : _maximum), _buffer(data), _release(rel) {}
-  Sequence(const Sequence& o) : Sequence(o._maximum) { copy_elements(o); }
+  Sequence(const Sequence& o)
+      : _maximum(o._maximum), _length(o._length), _buffer(copied(o, o._maximum)), _release(true) {}
+  Sequence(Sequence&& o) noexcept { swap(o); }
+  /// What is assigned may be a part of this sequence. Without memory std::bad_alloc, and nothing changes.
   Sequence& operator=(const Sequence& o) {
     if (this == &o) return *this;
-    if (_release) freebuf(_buffer);
-    _buffer = allocbuf(o._maximum);
-    _maximum = _buffer ? o._maximum : 0;
-    _release = 1;
-    copy_elements(o);
+    T* buffer = copied(o, o._maximum);
+    const ULong max = o._maximum, len = o._length;
+    adopt(max, len, buffer, true);
+    return *this;
+  }
+  Sequence& operator=(Sequence&& o) noexcept {
+    Sequence taken(std::move(o));
+    swap(taken);
     return *this;
   }
   ~Sequence() {
@@ -52,37 +117,92 @@ class Sequence : public Allocated {
   /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and
   /// nothing changes.
   void length(ULong n) {
-    if (n > _maximum) {
-      T* grown = allocbuf(n);
-      if (!grown) throw std::bad_alloc();
-      std::copy_n(_buffer, _length, grown);
-      if (_release) freebuf(_buffer);
-      _buffer = grown;
-      _maximum = n;
-      _release = 1;
-    }
+    if (n > _maximum) adopt(n, n, copied(*this, n), true);
     _length = n;
   }
-  /// The element, or at and past the length a scratch element that is no part of the sequence.
-  T& operator[](ULong i) { return i < _length ? _buffer[i] : wkrtn; }
-  const T& operator[](ULong i) const { return i < _length ? _buffer[i] : wkrtn; }
+  Reference operator[](ULong i) {
+    if (i < _length) return Elements::at(_buffer, i, _release);
+    if constexpr (std::is_same_v<Scratch, NoScratch>)
+      refuse_index();
+    else
+      return wkrtn;
+  }
+  ConstReference operator[](ULong i) const {
+    if (i < _length) return Elements::at(static_cast<const T*>(_buffer), i);
+    if constexpr (std::is_same_v<Scratch, NoScratch>)
+      refuse_index();
+    else
+      return wkrtn;
+  }
 
-  T* get_buffer() { return _buffer; }
   const T* get_buffer() const { return _buffer; }
+  /// The buffer, made when there is none but a maximum. With `orphan` it is the caller's from then on
+  /// (freebuf), and the sequence empty; null when the sequence does not own its buffer.
+  T* get_buffer(Boolean orphan = false) {
+    if (!orphan) return _buffer;
+    if (!_release) return nullptr;
+    _maximum = _length = 0;
+    _release = false;
+    return std::exchange(_buffer, nullptr);
+  }
   Boolean release() const { return _release; }
+  /// As the constructor with the same parameters.
+  void replace(ULong max, ULong len, T* data, Boolean rel = false) {
+    if (data == _buffer) _release = false;  // given back what get_buffer lent
+    adopt(data ? max : 0, std::min(len, data ? max : 0), data, rel);
+  }
 
  protected:
   ULong _maximum = 0;
   ULong _length = 0;
   T* _buffer = nullptr;
-  T wkrtn{};
-  Boolean _release = 0;
+  [[no_unique_address]] Scratch wkrtn{};
+  Boolean _release = false;
 
  private:
-  void copy_elements(const Sequence& o) {
-    _length = o._length < _maximum ? o._length : _maximum;
-    std::copy_n(o._buffer, _length, _buffer);
+  struct Buffer {  // freed unless it is given on
+    T* at;
+    ~Buffer() { Elements::free(at); }
+  };
+  /// A new buffer of `max` that begins with the elements of `o`; null for 0.
+  static T* copied(const Sequence& o, ULong max) {
+    if (max == 0) return nullptr;
+    Buffer fresh{max == o._length ? Elements::make_for_copy(max) : Elements::make(max)};
+    if (!fresh.at) throw std::bad_alloc();
+    Elements::copy(o._buffer, o._length, fresh.at);
+    return std::exchange(fresh.at, nullptr);
   }
+  void adopt(ULong max, ULong len, T* buffer, Boolean rel) {
+    T* old = std::exchange(_buffer, buffer);
+    const bool owned = std::exchange(_release, rel);
+    _maximum = max;
+    _length = len;
+    if (owned) freebuf(old);
+  }
+  void swap(Sequence& o) noexcept {
+    std::swap(_maximum, o._maximum);
+    std::swap(_length, o._length);
+    std::swap(_buffer, o._buffer);
+    std::swap(_release, o._release);
+  }
+};
+
+/// A sequence of at most Bound elements; its maximum is the bound.
+template <class Of, ULong Bound>
+class BoundedSequence : public Of {
+ public:
+  BoundedSequence() = default;
+  BoundedSequence(ULong len, typename Of::Element* data, Boolean rel = false) : Of(Bound, len, data, rel) {}
+  ULong maximum() const { return Bound; }
+  using Of::length;
+  void length(ULong n) {
+    if (n > Bound) refuse_bound();
+    Of::length(n);
+  }
+  void replace(ULong len, typename Of::Element* data, Boolean rel = false) {
+    Of::replace(Bound, len, data, rel);
+  }
+  static typename Of::Element* allocbuf() { return Of::allocbuf(Bound); }
 };
 
 /// Owns one sequence, never null: a fresh one holds a new empty sequence; copies are deep.
@@ -109,6 +229,12 @@ class SequenceVar {
   operator S*() const { return _ptr; }
   operator const S&() const { return *_ptr; }
   const S& in() const { return *_ptr; }
+  S& inout() { return *_ptr; }
+  /// Frees what is held; the place to put a new sequence at.
+  S*& out() {
+    delete std::exchange(_ptr, nullptr);
+    return _ptr;
+  }
   S* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:

@@ -51,39 +51,8 @@ ZRSVCPP_API void string_free(char* text);
 
 /// The same for wide strings.
 ZRSVCPP_API WChar* wstring_alloc(Long length);
+ZRSVCPP_API WChar* wstring_dup(const WChar* text);
 ZRSVCPP_API void wstring_free(WChar* text);
-
-/// Owns one string. As the standard's String_var.
-class String_var {
- public:
-  String_var() = default;
-  String_var(char* text) : text_(text) {}
-  String_var(const char* text) : text_(string_dup(text)) {}
-  String_var(const String_var& o) : text_(string_dup(o.text_)) {}
-  String_var(String_var&& o) noexcept : text_(o._retn()) {}
-  ~String_var() { string_free(text_); }
-  String_var& operator=(char* text) {
-    if (text != text_) string_free(std::exchange(text_, text));
-    return *this;
-  }
-  String_var& operator=(const char* text) { return *this = string_dup(text); }
-  String_var& operator=(const String_var& o) { return this == &o ? *this : *this = string_dup(o.text_); }
-
-  operator char*() { return text_; }
-  operator const char*() const { return text_; }
-  const char* in() const { return text_; }
-  char*& inout() { return text_; }
-  char*& out() {
-    *this = static_cast<char*>(nullptr);
-    return text_;
-  }
-  char* _retn() { return std::exchange(text_, nullptr); }
-  char& operator[](ULong i) { return text_[i]; }
-  char operator[](ULong i) const { return text_[i]; }
-
- private:
-  char* text_ = nullptr;
-};
 
 /// A literal as a template argument: names and repository ids of rows. Visible, as what is made of a hidden
 /// type is hidden, too.

@@ -1,0 +1,8 @@
+// What the C++ mapping of an IDL file includes.
+#pragma once
+
+#include "corba.h"
+#include "corba/describe.h"
+#include "corba/union.h"
+#include "poa.h"
+#include "poa/skeleton.h"

@@ -1,0 +1,71 @@
+// What the skeletons of IDL interfaces are made of (OMG IDL to C++, "Mapping of the server side"). The
+// generated class POA_M::I derives from this, or from the skeletons of its base interfaces.
+#pragma once
+
+#include "corba/row.h"
+#include "poa/servant.h"
+
+namespace PortableServer {
+
+class POA_API Skeleton : public virtual ServantBase {
+ public:
+  /// Runs the operation that the request names, of the interface or one of its bases, or one of those that
+  /// every object has.
+  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
+  /// True for the interface, its bases and CORBA::Object.
+  CORBA::Boolean _is_a(const char* repository_id, CORBA_ENV) override;
+
+ protected:
+  /// The description of the most derived skeleton; `self` gets this servant as that class.
+  virtual const CORBA::idl::InterfaceInfo& _interface(void*& self) = 0;
+  /// What `_this` of a skeleton refers to, as a new reference. In an operation of this servant the object
+  /// that was called; else the object that the servant is, or with implicit activation becomes, in its
+  /// default POA. `_default_POA` gives a new reference, which is released.
+  CORBA::Object* _reference(CORBA::Environment& env);
+  /// The same as interface X.
+  template <class X>
+  X* _this_as(CORBA::Environment& env) {
+    const CORBA::Object_var object = _reference(env);
+    return CORBA::idl::unchecked_narrow<X>(object.in());
+  }
+};
+
+/// Base of the tie POA_M::I_tie<T>: a servant of Skeleton whose operations are those of a T.
+template <class T, class Skeleton>
+class Tie : public Skeleton {
+ public:
+  /// Lent: `tied` must outlive this.
+  explicit Tie(T& tied) : tied_(&tied) {}
+  Tie(T& tied, POA* poa) : tied_(&tied), poa_(POA::_duplicate(poa)) {}
+  /// Owned when `release`.
+  explicit Tie(T* tied, CORBA::Boolean release = true) : tied_(tied), release_(release) {}
+  Tie(T* tied, POA* poa, CORBA::Boolean release = true)
+      : tied_(tied), release_(release), poa_(POA::_duplicate(poa)) {}
+  Tie(const Tie&) = delete;
+  Tie& operator=(const Tie&) = delete;
+  ~Tie() override {
+    if (release_) delete tied_;
+  }
+
+  T* _tied_object() { return tied_; }
+  void _tied_object(T& tied) { _tied_object(&tied, false); }
+  /// The old one is deleted when it was owned.
+  void _tied_object(T* tied, CORBA::Boolean release = true) {
+    if (release_ && tied != tied_) delete tied_;
+    tied_ = tied;
+    release_ = release;
+  }
+  CORBA::Boolean _is_owner() const { return release_; }
+  void _is_owner(CORBA::Boolean release) { release_ = release; }
+  /// The POA that the constructor was given; else the skeleton's.
+  POA* _default_POA() override {
+    return CORBA::is_nil(poa_.in()) ? Skeleton::_default_POA() : POA::_duplicate(poa_.in());
+  }
+
+ private:
+  T* tied_;
+  CORBA::Boolean release_ = false;
+  POA_var poa_;
+};
+
+}  // namespace PortableServer

@@ -1,0 +1,53 @@
+// Objects that live in this process only (OMG IDL to C++, "Mapping of Local Interface").
+#pragma once
+
+#include <atomic>
+
+#include "corba/object.h"
+
+namespace CORBA {
+
+/// Base of every local interface and of what programs implement for one. Counted: a new one has the count 1,
+/// which is the creator's; _duplicate counts up, release counts down, and the last one deletes it. Any
+/// thread. It has no handle, cannot be turned into text, and cannot travel (MARSHAL).
+class ZRSVCPP_API LocalObject : public virtual Object {
+ public:
+  static LocalObject* _nil() { return nullptr; }
+  static LocalObject* _duplicate(LocalObject* object);
+  static LocalObject* _narrow(Object* object);
+
+  virtual void _add_ref() { ++count_; }
+  virtual void _remove_ref() {
+    if (--count_ == 0) delete this;
+  }
+  virtual ULong _refcount_value() const { return count_; }
+  void _release_reference() override { _remove_ref(); }
+
+ protected:
+  LocalObject() = default;
+
+ private:
+  std::atomic<ULong> count_{1};
+};
+using LocalObject_ptr = LocalObject*;
+using LocalObject_var = ObjectVar<LocalObject>;
+
+namespace idl {
+
+/// What the static members of a local interface's class do.
+template <class X>
+X* duplicate_local(X* object) {
+  if (object) object->_add_ref();
+  return object;
+}
+template <class X>
+X* narrow_local(Object* object) {
+  return duplicate_local(dynamic_cast<X*>(object));
+}
+
+}  // namespace idl
+
+inline LocalObject* LocalObject::_duplicate(LocalObject* object) { return idl::duplicate_local(object); }
+inline LocalObject* LocalObject::_narrow(Object* object) { return idl::narrow_local<LocalObject>(object); }
+
+}  // namespace CORBA

@@ -1,0 +1,295 @@
+// IDL operations as rows. An operation is described once: its name, the member function of the servant's
+// class, its parameters, its exceptions. Stub and skeleton come from that one row:
+//
+//   constexpr operation<POA_Bank::Account, CORBA::Long(in<CORBA::Long>, out<string<>>)>
+//       deposit{"deposit", &POA_Bank::Account::deposit, raises<Bank::Refused>};
+//
+// The parameters stand in wire order, each as in<D>, inout<D> or out<D>, the result in front as its own
+// descriptor. What C++ types that makes is idl::Type's affair; a member function that does not fit is an
+// error. It may or may not take a CORBA::Environment& last.
+//
+// At run time a row is a small constant table that the functions of this library interpret; what is compiled
+// for it is shared by all operations of the interface with the same parameters.
+#pragma once
+
+#include <array>
+
+#include "corba/describe.h"
+
+namespace CORBA::idl {
+
+// ---- The table behind a row -------------------------------------------------------------------------------
+
+enum class Direction : unsigned char { in = 1, out = 2, inout = 3 };
+
+/// One parameter, or the result: moved between the stream and its slot.
+struct Argument {
+  bool (*move)(CDR* cdr, void* slot);
+  Direction direction;
+};
+
+/// One user exception of an operation.
+struct ListedException {
+  const char* id;
+  UserException* (*make)();
+  /// Null when the exception has no members. False also when `e` is another exception of that id.
+  bool (*move)(CDR* cdr, Exception* e);
+};
+struct ExceptionList {
+  const ListedException* first = nullptr;
+  unsigned count = 0;
+};
+
+template <class E>
+constexpr ListedException listed_exception{E::repository_id, []() -> UserException* { return new E; },
+                                           [](CDR* cdr, Exception* e) {
+                                             E* exact = E::_narrow(e);
+                                             return exact && move_members(cdr, *exact);
+                                           }};
+template <class... E>
+constexpr ListedException listed_exceptions[] = {listed_exception<E>...};
+/// The user exceptions that an operation raises.
+template <class... E>
+constexpr ExceptionList raises{listed_exceptions<E...>, sizeof...(E)};
+
+class ServerCall;
+
+struct OperationInfo {
+  const char* name;
+  const Argument* arguments;  // of the result, unless it is void, and of the parameters
+  unsigned short count;
+  bool oneway;
+  bool has_result;
+  ExceptionList exceptions;
+  void (*run)(const OperationInfo& operation, ServerCall& call);
+};
+
+// ---- Rows -------------------------------------------------------------------------------------------------
+
+template <class D>
+struct in : Type<D>::InArg {
+  static constexpr Direction direction = Direction::in;
+};
+template <class D>
+struct inout : Type<D>::InoutArg {
+  static constexpr Direction direction = Direction::inout;
+};
+template <class D>
+struct out : Type<D>::OutArg {
+  static constexpr Direction direction = Direction::out;
+};
+template <class D>
+struct result : Type<D>::ResultArg {
+  static constexpr Direction direction = Direction::out;
+};
+template <>
+struct result<void> {
+  using type = void;
+  struct Holder {
+    void* slot() { return nullptr; }
+    void give() {}
+  };
+};
+
+template <class... A>
+constexpr Argument arguments_of[] = {Argument{A::move, A::direction}..., Argument{}};
+
+/// An operation that the client does not wait for.
+enum class Oneway : bool { no, yes };
+constexpr Oneway oneway = Oneway::yes;
+
+/// Makes a call through the ORB core, follows forwards, and fills the result and out slots; throws what the
+/// call ends with. `slots` are the operation's, in the order of its arguments.
+ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& env);
+/// The same without an environment that anybody looks at.
+ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots);
+
+/// A request while a skeleton runs it.
+class ZRSVCPP_API ServerCall {
+ public:
+  ServerCall(void* request, bool response_expected, void* target)
+      : target_(target), request_(request), response_expected_(response_expected) {}
+
+  /// Reads the in and inout arguments; false when that failed, which is recorded.
+  bool decode(const OperationInfo& operation, void* const* slots);
+  /// Writes the reply: the result and the inout and out arguments, or what the operation left in the
+  /// environment.
+  void encode(const OperationInfo& operation, void* const* slots);
+  template <class Class>
+  Class& target() const {
+    return *static_cast<Class*>(target_);
+  }
+
+  Environment env;
+
+ private:
+  friend bool serve(const OperationInfo& operation, ServerCall& call);
+  void* target_;
+  void* request_;
+  CDR* cdr_ = nullptr;
+  bool response_expected_;
+};
+
+template <class Class, class Signature>
+struct operation;
+template <class Class, class R, class... A>
+struct operation<Class, R(A...)> : OperationInfo {
+  using Result = result<R>;
+  using Return = typename Result::type;
+  using Plain = Return (Class::*)(typename A::type...);
+  using WithEnvironment = Return (Class::*)(typename A::type..., Environment&);
+
+  constexpr operation(const char* text, Plain member, ExceptionList raised = {}, Oneway one_way = Oneway::no)
+      : operation(text, raised, one_way, run_plain) {
+    plain = member;
+  }
+  constexpr operation(const char* text, WithEnvironment member, ExceptionList raised = {},
+                      Oneway one_way = Oneway::no)
+      : operation(text, raised, one_way, run_with_environment) {
+    with_environment = member;
+  }
+  constexpr operation(const char* text, Plain member, Oneway one_way)
+      : operation(text, member, ExceptionList{}, one_way) {}
+  constexpr operation(const char* text, WithEnvironment member, Oneway one_way)
+      : operation(text, member, ExceptionList{}, one_way) {}
+
+  /// The stub: calls the operation of what `self` refers to.
+  Return operator()(Object* self, typename A::type... argument) const {
+    typename Result::Holder result;
+    void* const slots[] = {result.slot(), A::address(argument)...};
+    call(self, *this, slots + skip);
+    return result.give();
+  }
+  Return operator()(Object* self, typename A::type... argument, Environment& env) const {
+    typename Result::Holder result;
+    void* const slots[] = {result.slot(), A::address(argument)...};
+    call(self, *this, slots + skip, env);
+    return result.give();
+  }
+
+ private:
+  static constexpr bool is_void = std::is_void_v<R>;
+  static constexpr std::size_t skip = is_void ? 1 : 0;  // slots of a void result
+
+  constexpr operation(const char* text, ExceptionList raised, Oneway one_way,
+                      void (*run_it)(const OperationInfo&, ServerCall&))
+      : OperationInfo{text, nullptr, sizeof...(A), one_way == Oneway::yes, !is_void, raised, run_it},
+        plain(nullptr) {
+    if constexpr (is_void) {
+      arguments = arguments_of<A...>;
+    } else {
+      arguments = arguments_of<Result, A...>;
+      ++count;
+    }
+  }
+
+  static void run_plain(const OperationInfo& info, ServerCall& call) {
+    const auto& self = static_cast<const operation&>(info);
+    serve_with(
+        self, call,
+        [&](auto&... holder) -> Return { return (call.target<Class>().*self.plain)(holder.pass()...); },
+        typename Result::Holder(), typename A::Holder()...);
+  }
+  static void run_with_environment(const OperationInfo& info, ServerCall& call) {
+    const auto& self = static_cast<const operation&>(info);
+    serve_with(
+        self, call,
+        [&](auto&... holder) -> Return {
+          return (call.target<Class>().*self.with_environment)(holder.pass()..., call.env);
+        },
+        typename Result::Holder(), typename A::Holder()...);
+  }
+  template <class Call>
+  static void serve_with(const operation& self, ServerCall& call, Call&& run,
+                         typename Result::Holder&& result, typename A::Holder&&... holder) {
+    void* const slots[] = {result.slot(), holder.slot()...};
+    if (!call.decode(self, slots + skip)) return;
+    if constexpr (is_void)
+      run(holder...);
+    else
+      result.take(run(holder...));
+    call.encode(self, slots + skip);
+  }
+
+  union {
+    Plain plain;
+    WithEnvironment with_environment;
+  };
+};
+
+// ---- Interfaces -------------------------------------------------------------------------------------------
+
+/// The operations of one interface by name: a hash table that the compiler makes.
+struct OperationTable {
+  const OperationInfo* const* rows;
+  const unsigned short* index;  // of row + 1, by hash; 0: none
+  unsigned mask;                // of the index
+};
+
+constexpr unsigned hash_name(const char* name) {
+  unsigned hash = 0;
+  for (; *name; ++name) hash = hash * 31 + static_cast<unsigned char>(*name);
+  return hash ^ hash >> 15;
+}
+
+template <std::size_t N>
+struct Operations {
+  static constexpr unsigned size = [] {
+    unsigned s = 1;
+    while (s < 2 * N) s *= 2;
+    return s;
+  }();
+  const OperationInfo* rows[N];
+  unsigned short index[size];
+
+  constexpr OperationTable table() const { return {rows, index, size - 1}; }
+};
+/// The rows of an interface, in any order: `constexpr auto table = operations(deposit, withdraw);`.
+template <class... Row>
+constexpr Operations<sizeof...(Row)> operations(const Row&... row) {
+  Operations<sizeof...(Row)> made{{&row...}, {}};
+  for (std::size_t i = 0; i < sizeof...(Row); ++i) {
+    unsigned at = hash_name(made.rows[i]->name);
+    while (made.index[at & (made.size - 1)] != 0) ++at;
+    made.index[at & (made.size - 1)] = static_cast<unsigned short>(i + 1);
+  }
+  return made;
+}
+constexpr OperationTable operations() { return {nullptr, nullptr, 0}; }
+
+struct InterfaceInfo;
+/// A base interface, and the way from a servant of the derived one to a servant of it.
+struct BaseInterface {
+  const InterfaceInfo* info;
+  void* (*upcast)(void* derived);
+};
+struct InterfaceInfo {
+  const char* id;
+  OperationTable operations;
+  const BaseInterface* bases;
+  unsigned base_count;
+};
+/// Makes the interfaces known to the interface repository. Returns true.
+ZRSVCPP_API bool announce(std::initializer_list<const InterfaceInfo*> interfaces);
+
+template <class Derived, class Base>
+constexpr BaseInterface base_interface{
+    &Base::_info, [](void* p) -> void* { return static_cast<Base*>(static_cast<Derived*>(p)); }};
+template <class Derived, class... Base>
+constexpr BaseInterface base_interfaces[] = {base_interface<Derived, Base>..., BaseInterface{}};
+
+/// The description of a skeleton class: its repository id, its table, its base skeletons.
+template <class Skeleton, class... Base>
+constexpr InterfaceInfo interface_info(const char* id, const OperationTable& table) {
+  return {id, table, base_interfaces<Skeleton, Base...>, sizeof...(Base)};
+}
+
+/// True for the interface's own id, for those of its bases, and for CORBA::Object's.
+ZRSVCPP_API bool is_a(const InterfaceInfo& interface, const char* repository_id);
+/// Runs the operation that the request names on `target`, a servant of the described class, and writes the
+/// reply. False when neither the interface nor a base has it. MARSHAL is thrown when the arguments do not
+/// decode (completed NO) or the reply does not encode (completed YES).
+ZRSVCPP_API bool invoke(const InterfaceInfo& interface, void* target, const char* operation_name,
+                        void* request, bool response_expected);
+
+}  // namespace CORBA::idl

@@ -1,0 +1,165 @@
+// Unions (OMG IDL to C++, "Mapping for Union Types"): the base of generated union classes.
+#pragma once
+
+#include "corba/describe.h"
+
+namespace CORBA {
+
+/// Holds a value of one of the types V, or none.
+template <class... V>
+class OneOf {
+ public:
+  static constexpr unsigned none = sizeof...(V);
+  template <unsigned I>
+  using At = std::tuple_element_t<I, std::tuple<V...>>;
+
+  OneOf() = default;
+  OneOf(const OneOf& o) { copy(o); }
+  OneOf(OneOf&& o) noexcept { steal(o); }
+  ~OneOf() { clear(); }
+  OneOf& operator=(const OneOf& o) {
+    if (this != &o) *this = OneOf(o);
+    return *this;
+  }
+  OneOf& operator=(OneOf&& o) noexcept {
+    if (this != &o) {
+      clear();
+      steal(o);
+    }
+    return *this;
+  }
+
+  unsigned index() const { return index_; }
+  template <unsigned I>
+  At<I>& get() {
+    return *static_cast<At<I>*>(place());
+  }
+  void* place() { return &storage_; }
+  /// Makes a default value of type I, unless there is one of that type.
+  void select(unsigned i) {
+    if (i == index_) return;
+    OneOf fresh;
+    if (i < none) alternatives[i].make(fresh.place());
+    fresh.index_ = i;
+    *this = std::move(fresh);
+  }
+
+ private:
+  struct Alternative {
+    void (*make)(void*);
+    void (*copy)(void*, const void*);
+    void (*steal)(void*, void*);  // moves and destroys
+    void (*destroy)(void*);
+  };
+  template <class T>
+  static constexpr Alternative alternative{
+      [](void* at) { new (at) T{}; },
+      [](void* at, const void* from) { new (at) T(*static_cast<const T*>(from)); },
+      [](void* at, void* from) {
+        new (at) T(std::move(*static_cast<T*>(from)));
+        static_cast<T*>(from)->~T();
+      },
+      [](void* at) { static_cast<T*>(at)->~T(); }};
+  static constexpr Alternative alternatives[] = {alternative<V>...};
+
+  void clear() {
+    if (index_ < none) alternatives[std::exchange(index_, none)].destroy(place());
+    index_ = none;
+  }
+  void copy(const OneOf& o) {
+    if (o.index_ < none) alternatives[o.index_].copy(place(), &o.storage_);
+    index_ = o.index_;
+  }
+  void steal(OneOf& o) {
+    if (o.index_ < none) alternatives[o.index_].steal(place(), o.place());
+    index_ = std::exchange(o.index_, none);
+  }
+
+  alignas(V...) unsigned char storage_[std::max({sizeof(V)...})];
+  unsigned index_ = none;
+};
+
+/// Base of the generated class Self: a discriminator D and members of types V, in the order of their
+/// declaration. Reading a member that is not the active one raises BAD_PARAM.
+template <class Self, class D, class... V>
+class Union {
+ public:
+  D _d() const { return discriminator_; }
+  /// Only to another label of the active member, else BAD_PARAM.
+  void _d(D label) {
+    if (idl::Type<Self>::member_of(label) != idl::Type<Self>::member_of(discriminator_)) refuse_bound();
+    discriminator_ = label;
+  }
+
+  /// For the accessors of the generated class and the description.
+  template <unsigned I, class T>
+  void _set(D label, T&& value) {
+    typename OneOf<V...>::template At<I> fresh{};
+    fresh = std::forward<T>(value);
+    members_.select(I);
+    members_.template get<I>() = std::move(fresh);
+    discriminator_ = label;
+  }
+  template <unsigned I>
+  typename OneOf<V...>::template At<I>& _get() const {
+    if (idl::Type<Self>::member_of(discriminator_) != I) refuse_bound();
+    members_.select(I);
+    return members_.template get<I>();
+  }
+  /// Makes that label's member the active one.
+  void* _select(D label) {
+    members_.select(idl::Type<Self>::member_of(label));
+    discriminator_ = label;
+    return members_.place();
+  }
+
+ private:
+  D discriminator_{};
+  mutable OneOf<V...> members_;  // a member that was never set is made when it is read
+};
+
+namespace idl {
+
+/// One label of a union: its value and the position of its member.
+template <class D>
+struct Label {
+  D value;
+  unsigned member;
+};
+
+/// What unions share: U is the class, D the discriminator, M the descriptors of its members. A description
+/// has `id`, `name`, `members` (their names), `labels`, and `default_member`: the position of the member with
+/// label default, or the number of members when there is none.
+template <class U, class D, class... M>
+struct union_moves {
+  static constexpr unsigned none = sizeof...(M);
+  static unsigned member_of(D value) {
+    for (const auto& label : Type<U>::labels)
+      if (label.value == value) return label.member;
+    return Type<U>::default_member;
+  }
+  static bool move_union(CDR* cdr, U& value) {
+    D discriminator = value._d();
+    if (!Type<D>::move(cdr, discriminator)) return false;
+    const unsigned member = member_of(discriminator);
+    void* place = value._select(discriminator);
+    return member == none || moves[member](cdr, place);
+  }
+
+ private:
+  template <class X>
+  static constexpr auto move_of =
+      [](CDR* cdr, void* at) -> bool { return Type<X>::move(cdr, *static_cast<ValueOf<X>*>(at)); };
+  static constexpr bool (*moves[])(CDR*, void*) = {move_of<M>...};
+};
+template <class U, class D, class... M>
+bool move_union(CDR* cdr, U& value) {
+  return union_moves<U, D, M...>::move_union(cdr, value);
+}
+template <class U, class D, class... M>
+struct fixed_union : Fixed<U, move_union<U, D, M...>>, union_moves<U, D, M...> {};
+template <class U, class D, class... M>
+struct variable_union : Variable<U, move_union<U, D, M...>>, union_moves<U, D, M...> {};
+
+}  // namespace idl
+}  // namespace CORBA

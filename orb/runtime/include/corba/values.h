@@ -1,0 +1,243 @@
+// Owners and out parameters of structs, unions, sequences, arrays and references (OMG IDL to C++: the T_var
+// and T_out types of each).
+#pragma once
+
+#include <algorithm>
+
+#include "corba/object.h"
+
+namespace CORBA {
+
+/// Owns one value on the heap, null at first: T_var of a type of variable length. Copies are deep.
+template <class T>
+class ValueVar {
+ public:
+  ValueVar() = default;
+  ValueVar(T* value) : value_(value) {}
+  ValueVar(const T& value) : value_(new T(value)) {}
+  ValueVar(const ValueVar& o) : value_(copied(o.value_)) {}
+  ValueVar(ValueVar&& o) noexcept : value_(std::exchange(o.value_, nullptr)) {}
+  ~ValueVar() { delete value_; }
+  ValueVar& operator=(T* value) {
+    if (value != value_) delete std::exchange(value_, value);
+    return *this;
+  }
+  ValueVar& operator=(const T& value) { return &value == value_ ? *this : *this = new T(value); }
+  ValueVar& operator=(const ValueVar& o) { return this == &o ? *this : *this = copied(o.value_); }
+  ValueVar& operator=(ValueVar&& o) noexcept {
+    std::swap(value_, o.value_);
+    return *this;
+  }
+
+  T* operator->() { return value_; }
+  const T* operator->() const { return value_; }
+  operator T&() { return *value_; }
+  operator const T&() const { return *value_; }
+  T* ptr() const { return value_; }
+  const T& in() const { return *value_; }
+  T& inout() { return *value_; }
+  /// Frees what is held; the place to put a new value at.
+  T*& out() {
+    *this = static_cast<T*>(nullptr);
+    return value_;
+  }
+  T* _retn() { return std::exchange(value_, nullptr); }
+  decltype(auto) operator[](ULong i) { return (*value_)[i]; }
+  decltype(auto) operator[](ULong i) const { return std::as_const(*value_)[i]; }
+
+ private:
+  static T* copied(const T* value) { return value ? new T(*value) : nullptr; }
+  T* value_ = nullptr;
+};
+
+/// An out parameter of a type of variable length: the caller's pointer, null at first.
+template <class T>
+class ValueOut {
+ public:
+  ValueOut(T*& place) : place_(place) { place_ = nullptr; }
+  ValueOut(ValueVar<T>& place) : place_(place.out()) {}
+  ValueOut(const ValueOut&) = default;
+  ValueOut& operator=(T* value) {
+    place_ = value;
+    return *this;
+  }
+  ValueOut& operator=(const ValueOut& o) { return *this = o.place_; }
+
+  operator T*&() { return place_; }
+  T*& ptr() { return place_; }
+  T* operator->() { return place_; }
+  T& operator*() { return *place_; }
+  decltype(auto) operator[](ULong i) { return (*place_)[i]; }
+
+ private:
+  T*& place_;
+};
+
+/// T_var of a type of fixed length: the value itself.
+template <class T>
+class FixedVar {
+ public:
+  FixedVar() = default;
+  FixedVar(T* value) : value_(value ? *value : T{}) { delete value; }
+  FixedVar(const T& value) : value_(value) {}
+  FixedVar& operator=(const T& value) {
+    value_ = value;
+    return *this;
+  }
+  T* operator->() { return &value_; }
+  const T* operator->() const { return &value_; }
+  operator T&() { return value_; }
+  operator const T&() const { return value_; }
+  const T& in() const { return value_; }
+  T& inout() { return value_; }
+  T& out() { return value_; }
+  T _retn() { return value_; }
+
+ private:
+  T value_{};
+};
+
+/// An out parameter of interface X: the caller's pointer, nil at first.
+template <class X>
+class ObjectOut {
+ public:
+  ObjectOut(X*& place) : place_(place) { place_ = nullptr; }
+  ObjectOut(ObjectVar<X>& place) : place_(place.out()) {}
+  ObjectOut(const ObjectOut&) = default;
+  ObjectOut& operator=(X* reference) {
+    place_ = reference;
+    return *this;
+  }
+  ObjectOut& operator=(const ObjectVar<X>& o) { return *this = X::_duplicate(o.in()); }
+  ObjectOut& operator=(const ObjectOut& o) { return *this = o.place_; }
+
+  operator X*&() { return place_; }
+  X*& ptr() { return place_; }
+  X* operator->() { return place_; }
+
+ private:
+  X*& place_;
+};
+using Object_out = ObjectOut<Object>;
+
+// ---- Arrays -----------------------------------------------------------------------------------------------
+// An array of the mapping is a C++ array; its slice is the element of the outermost dimension. `Tag` tells
+// typedefs of one C++ array type apart and names it: Tag::Array.
+
+template <class Tag>
+using ArraySlice = std::remove_extent_t<typename Tag::Array>;
+
+template <class A>
+void array_copy(A& to, const A& from) {
+  if constexpr (std::is_array_v<std::remove_extent_t<A>>) {
+    for (std::size_t i = 0; i < std::extent_v<A>; ++i) array_copy(to[i], from[i]);
+  } else {
+    std::copy_n(from, std::extent_v<A>, to);
+  }
+}
+/// The array that a slice pointer begins.
+template <class Tag>
+typename Tag::Array& array_of(ArraySlice<Tag>* slice) {
+  return *reinterpret_cast<typename Tag::Array*>(slice);
+}
+template <class Tag>
+const typename Tag::Array& array_of(const ArraySlice<Tag>* slice) {
+  return *reinterpret_cast<const typename Tag::Array*>(slice);
+}
+/// A new array of default elements, freed with array_free.
+template <class Tag>
+ArraySlice<Tag>* array_alloc() {
+  return new typename Tag::Array{};
+}
+template <class Tag>
+void array_free(ArraySlice<Tag>* slice) {
+  delete[] slice;
+}
+template <class Tag>
+void array_copy_slice(ArraySlice<Tag>* to, const ArraySlice<Tag>* from) {
+  if (to && from && to != from) array_copy(array_of<Tag>(to), array_of<Tag>(from));
+}
+template <class Tag>
+ArraySlice<Tag>* array_dup(const ArraySlice<Tag>* slice) {
+  if (!slice) return nullptr;
+  ArraySlice<Tag>* copy = array_alloc<Tag>();
+  array_copy_slice<Tag>(copy, slice);
+  return copy;
+}
+
+/// Owns one array on the heap, null at first.
+template <class Tag>
+class ArrayVar {
+ public:
+  using Slice = ArraySlice<Tag>;
+  ArrayVar() = default;
+  ArrayVar(Slice* slice) : slice_(slice) {}
+  ArrayVar(const ArrayVar& o) : slice_(array_dup<Tag>(o.slice_)) {}
+  ~ArrayVar() { array_free<Tag>(slice_); }
+  ArrayVar& operator=(Slice* slice) {
+    if (slice != slice_) array_free<Tag>(std::exchange(slice_, slice));
+    return *this;
+  }
+  ArrayVar& operator=(const ArrayVar& o) { return this == &o ? *this : *this = array_dup<Tag>(o.slice_); }
+
+  Slice& operator[](ULong i) { return slice_[i]; }
+  const Slice& operator[](ULong i) const { return slice_[i]; }
+  operator Slice*&() { return slice_; }
+  const Slice* in() const { return slice_; }
+  Slice* inout() { return slice_; }
+  /// The place of a new array; of an array of fixed length the array itself, made when there is none.
+  decltype(auto) out() {
+    if constexpr (Tag::fixed) {
+      if (!slice_) slice_ = array_alloc<Tag>();
+      return static_cast<Slice*>(slice_);
+    } else {
+      *this = static_cast<Slice*>(nullptr);
+      return static_cast<Slice*&>(slice_);
+    }
+  }
+  Slice* _retn() { return std::exchange(slice_, nullptr); }
+
+ private:
+  Slice* slice_ = nullptr;
+};
+
+/// An out parameter of an array of variable length.
+template <class Tag>
+class ArrayOut {
+ public:
+  using Slice = ArraySlice<Tag>;
+  ArrayOut(Slice*& place) : place_(place) { place_ = nullptr; }
+  ArrayOut(ArrayVar<Tag>& place) : place_(place.out()) {}
+  ArrayOut(const ArrayOut&) = default;
+  ArrayOut& operator=(Slice* slice) {
+    place_ = slice;
+    return *this;
+  }
+  ArrayOut& operator=(const ArrayOut& o) { return *this = o.place_; }
+  operator Slice*&() { return place_; }
+  Slice*& ptr() { return place_; }
+  Slice& operator[](ULong i) { return place_[i]; }
+
+ private:
+  Slice*& place_;
+};
+
+/// An array as Any's operators take and give it: `any <<= Row_forany(row)` copies.
+template <class Tag>
+class ArrayForany {
+ public:
+  using Slice = ArraySlice<Tag>;
+  ArrayForany() = default;
+  /// `nocopy`: an insertion takes over the array.
+  ArrayForany(Slice* slice, Boolean nocopy = false) : slice_(slice), nocopy_(nocopy) {}
+  Slice& operator[](ULong i) const { return slice_[i]; }
+  operator Slice*() const { return slice_; }
+  Slice* in() const { return slice_; }
+  Boolean nocopy() const { return nocopy_; }
+
+ private:
+  Slice* slice_ = nullptr;
+  Boolean nocopy_ = false;
+};
+
+}  // namespace CORBA

@@ -1,0 +1,219 @@
+#include "corba/row.h"
+
+#include <new>
+
+#include "raise.h"
+
+namespace CORBA::idl {
+
+using by_member::fail_marshal;
+using by_member::fail_memory;
+using by_member::fail_request;
+using by_member::follow_forward;
+using by_member::set_marshal;
+using by_member::throw_reply_exception;
+
+namespace {
+
+bool has(Direction direction, Direction part) {
+  return (static_cast<unsigned>(direction) & static_cast<unsigned>(part)) != 0;
+}
+
+/// Moves the arguments of one direction between their slots and the stream.
+bool move_arguments(CDR* cdr, const OperationInfo& operation, void* const* slots, Direction part) {
+  for (unsigned i = 0; i < operation.count; ++i) {
+    const Argument& argument = operation.arguments[i];
+    if (has(argument.direction, part) && !argument.move(cdr, slots[i])) return false;
+  }
+  return true;
+}
+
+const ListedException* find_listed(const ExceptionList& list, const char* id) {
+  for (unsigned i = 0; id && i < list.count; ++i)
+    if (std::strcmp(list.first[i].id, id) == 0) return &list.first[i];
+  return nullptr;
+}
+
+// ---- Stubs ------------------------------------------------------------------------------------------------
+
+/// A request, completed on every way out.
+class Request {
+ public:
+  Request(Object* self, const OperationInfo& operation, Environment& env) {
+    std::uint32_t kind = 0;
+    if (!OM_req_lib_initiator_request_create(self->get_ref(), operation.name, !operation.oneway, &request_,
+                                             &kind))
+      fail_request(CORBA_COMPLETED_NO, env);
+    complete_ = kind == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
+                                              : OM_req_lib_UNO_IIOP_initiator_request_complete;
+  }
+  ~Request() { complete_(request_); }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+  void* get() const { return request_; }
+
+ private:
+  void* request_ = nullptr;
+  void (*complete_)(void*);
+};
+
+void read_results(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& env) {
+  bool read = false;
+  try {
+    read = move_arguments(cdr, operation, slots, Direction::out);
+  } catch (const std::bad_alloc&) {
+    fail_memory(env);
+  }
+  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
+}
+
+constexpr ULong minor_unlisted_exception = OMGVMCID | 1;
+
+/// Throws the user exception of the reply; one that the operation does not list becomes UNKNOWN.
+[[noreturn]] void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operation,
+                                       Environment& env) {
+  CORBA_Environment filled{};
+  const bool read = OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, &filled);
+  env.set_ref(&filled);
+  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
+  const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(env._evp));
+  if (!listed) raise<UNKNOWN>(env, minor_unlisted_exception, COMPLETED_MAYBE);
+  std::unique_ptr<UserException> made(listed->make());
+  cdr->direction = CDR_DECODE;
+  if (!listed->move(cdr, made.get())) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
+  env.exception(made.release());
+  raise_environment(env);
+}
+
+/// One request and its reply. False: it was forwarded.
+bool call_once(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
+  const Request request(self, operation, env);
+  CDR* cdr = nullptr;
+  if (!OM_req_lib_UNO_IIOP_get_cdr(request.get(), &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  cdr->direction = CDR_ENCODE;
+  if (!move_arguments(cdr, operation, slots, Direction::in)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  if (!OM_req_lib_UNO_IIOP_send_request(request.get())) fail_request(CORBA_COMPLETED_NO, env);
+  if (operation.oneway) return true;
+  std::uint32_t status = 0;
+  if (!OM_req_lib_UNO_IIOP_recv_reply(request.get()) ||
+      !OM_req_lib_UNO_IIOP_decode_reply_header(request.get(), &status))
+    fail_request(CORBA_COMPLETED_MAYBE, env);
+  cdr->direction = CDR_DECODE;
+  switch (status) {
+    case ZR_REPLY_USER_EXCEPTION:
+      throw_user_exception(request.get(), cdr, operation, env);
+    case ZR_REPLY_SYSTEM_EXCEPTION:
+      throw_reply_exception(request.get(), env);
+    case ZR_REPLY_LOCATION_FORWARD:
+      follow_forward(self, request.get(), cdr, env);
+      return false;
+    default:
+      read_results(cdr, operation, slots, env);
+      return true;
+  }
+}
+
+}  // namespace
+
+void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
+  env.clear();
+  while (!call_once(self, operation, slots, env)) env.clear();
+}
+
+void call(Object* self, const OperationInfo& operation, void* const* slots) {
+  Environment env;
+  call(self, operation, slots, env);
+}
+
+// ---- Skeletons --------------------------------------------------------------------------------------------
+
+bool ServerCall::decode(const OperationInfo& operation, void* const* slots) {
+  cdr_->direction = CDR_DECODE;
+  if (move_arguments(cdr_, operation, slots, Direction::in)) return true;
+  set_marshal(cdr_, CORBA_COMPLETED_NO, env);
+  throw MARSHAL(0, COMPLETED_NO);
+}
+
+namespace {
+
+/// Writes the body of a reply that is an exception.
+bool encode_exception(void* request, CDR* cdr, const OperationInfo& operation, Environment& env) {
+  if (env._evp->_major == CORBA_SYSTEM_EXCEPTION)
+    return OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
+  if (env._evp->_major != CORBA_USER_EXCEPTION) return false;
+  const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(env._evp));
+  if (!listed || !OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, env._evp)) return false;
+  cdr->direction = CDR_ENCODE;
+  return listed->move(cdr, env.exception());
+}
+
+}  // namespace
+
+void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
+  const std::uint32_t status = env._evp->_major;
+  if (!response_expected_ && status <= CORBA_SYSTEM_EXCEPTION) return;
+  bool written =
+      status <= CORBA_SYSTEM_EXCEPTION && OM_req_lib_UNO_IIOP_encode_reply_header(request_, status);
+  if (written && status == CORBA_NO_EXCEPTION) {
+    cdr_->direction = CDR_ENCODE;
+    written = move_arguments(cdr_, operation, slots, Direction::out);
+  } else if (written) {
+    written = encode_exception(request_, cdr_, operation, env);
+  }
+  if (!written) throw MARSHAL(0, COMPLETED_YES);
+}
+
+bool serve(const OperationInfo& operation, ServerCall& call) {
+  if (!OM_req_lib_UNO_IIOP_get_cdr(call.request_, &call.cdr_)) throw MARSHAL(0, COMPLETED_NO);
+  try {
+    operation.run(operation, call);
+    return true;
+  } catch (const UserException& e) {
+    if (!find_listed(operation.exceptions, e.id())) throw;
+    call.env.exception(e._clone());
+  } catch (const SystemException& e) {
+    call.env.exception(e._clone());
+  }
+  call.encode(operation, nullptr);
+  return true;
+}
+
+namespace {
+
+const OperationInfo* find_operation(const OperationTable& table, const char* name) {
+  if (!table.rows) return nullptr;
+  for (unsigned at = hash_name(name);; ++at) {
+    const unsigned short row = table.index[at & table.mask];
+    if (row == 0) return nullptr;
+    if (std::strcmp(table.rows[row - 1]->name, name) == 0) return table.rows[row - 1];
+  }
+}
+
+}  // namespace
+
+bool announce(std::initializer_list<const InterfaceInfo*> interfaces) {
+  for (const InterfaceInfo* interface : interfaces) ZR_register_interface(interface->id);
+  return true;
+}
+
+bool is_a(const InterfaceInfo& interface, const char* repository_id) {
+  if (std::strcmp(interface.id, repository_id) == 0) return true;
+  for (unsigned i = 0; i < interface.base_count; ++i)
+    if (is_a(*interface.bases[i].info, repository_id)) return true;
+  return std::strcmp(repository_id, "IDL:omg.org/CORBA/Object:1.0") == 0;
+}
+
+bool invoke(const InterfaceInfo& interface, void* target, const char* operation_name, void* request,
+            bool response_expected) {
+  if (const OperationInfo* operation = find_operation(interface.operations, operation_name)) {
+    ServerCall call(request, response_expected, target);
+    return serve(*operation, call);
+  }
+  for (unsigned i = 0; i < interface.base_count; ++i) {
+    const BaseInterface& base = interface.bases[i];
+    if (invoke(*base.info, base.upcast(target), operation_name, request, response_expected)) return true;
+  }
+  return false;
+}
+
+}  // namespace CORBA::idl

@@ -1,0 +1,59 @@
+#include "corba/sequence.h"
+
+#include "corba/idl_types.h"
+
+namespace CORBA {
+
+void refuse_index() { throw BAD_PARAM(0, COMPLETED_NO); }
+void refuse_bound() { throw BAD_PARAM(0, COMPLETED_NO); }
+
+}  // namespace CORBA
+
+namespace CORBA::idl {
+
+bool move_length(CDR* cdr, ULong& length, ULong bound) {
+  if (cdr->direction == CDR_ENCODE && bound != 0 && length > bound) return false;
+  return zrsv::move_value(cdr, &length) && (bound == 0 || length <= bound);
+}
+
+namespace {
+
+template <class Bits>
+void reverse(Bits* values, ULong count) {
+  for (ULong i = 0; i < count; ++i) values[i] = zrsv::reversed(values[i]);
+}
+
+/// Moves over the padding before the first value; with no value there is none.
+template <class Bits>
+bool move_numbers(CDR* cdr, Bits* values, ULong count) {
+  if (!zrsv::move_value(cdr, values)) return false;
+  const ULong rest = count - 1;
+  if (rest == 0) return true;
+  const std::uint64_t octets = std::uint64_t{rest} * sizeof(Bits);
+  if (octets > UINT32_MAX) return false;
+  if (cdr->direction == CDR_ENCODE)
+    return cdr_bytes(cdr, reinterpret_cast<unsigned char*>(values + 1), static_cast<ULong>(octets));
+  const unsigned char* view = nullptr;
+  if (!OM_cdr_bytes_view(cdr, &view, static_cast<ULong>(octets))) return false;
+  std::memcpy(values + 1, view, octets);
+  if (cdr->swap) reverse(values + 1, rest);
+  return true;
+}
+
+}  // namespace
+
+bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size) {
+  if (count == 0) return true;
+  switch (size) {
+    case 1:
+      return move_numbers(cdr, static_cast<std::uint8_t*>(values), count);
+    case 2:
+      return move_numbers(cdr, static_cast<std::uint16_t*>(values), count);
+    case 4:
+      return move_numbers(cdr, static_cast<std::uint32_t*>(values), count);
+    default:
+      return move_numbers(cdr, static_cast<std::uint64_t*>(values), count);
+  }
+}
+
+}  // namespace CORBA::idl

@@ -206,6 +206,7 @@ void POAManagerInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boole
 void POAInfo::activate(POAManagerInfo*, CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::activate called...");
   _POA_impl_is_ready(POAInfo::_boa, _ev);
+  ZR_queue_begin();  // also where there is no name to register under
   POA_TRACE("POAInfo::activate end...");
 }
 

@@ -37,6 +37,10 @@ class Assembler {
   /// Whether next() has something to do before more octets come.
   bool more() const;
 
+  /// Octets of messages that are not complete.
+  std::size_t incomplete() const { return have() + unfinished_octets_; }
+  bool in_fragments() const { return !unfinished_.empty(); }
+
   /// Forgets the unfinished message of that request id.
   void cancel(uint32_t id);
 

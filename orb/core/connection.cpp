@@ -1,6 +1,5 @@
 #include "connection.h"
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,21 +13,7 @@ namespace zrsv {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr std::size_t most_kept = 1 << 20;       // of messages that a peer does not take
 constexpr std::size_t most_discarded = 1 << 18;  // of input thrown away at the end
-constexpr std::size_t parts_at_once = 64;
-
-bool wait_writable(int fd, Clock::time_point deadline) {
-  for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    pollfd p{fd, POLLOUT, 0};
-    const int n = ::poll(&p, 1, static_cast<int>(std::max<long long>(left, 0)));
-    if (n > 0) return true;
-    if (n == 0 || errno != EINTR) return false;
-  }
-}
 
 }  // namespace
 
@@ -57,7 +42,8 @@ std::string PeerAddress::text() const {
 
 // ---- Counting ----
 
-Connection::Connection(ConnectionPool* pool) : pool_(pool), assembler_(pool->options().max_message) {}
+Connection::Connection(ConnectionPool* pool)
+    : pool_(pool), assembler_(pool->options().max_message), most_in_flight_(pool->options().share) {}
 
 bool Connection::try_add_ref() {
   uint32_t count = count_.load(std::memory_order_relaxed);
@@ -80,6 +66,10 @@ void Connection::open(int fd, const PeerAddress& peer) {
   calls_wanted_ = least_calls;
   hung_up_ = broken_ = false;
   in_line = loss_told = false;
+  in_flight_ = 0;
+  paused_ = false;
+  output_.open(fd);
+  input_.open();
   reading_ = Idle;
   registered_ = true;
   const timeval limit{0, std::chrono::microseconds(patience).count()};
@@ -101,6 +91,7 @@ bool Connection::begin_read(bool hung_up) {
 }
 
 bool Connection::end_read() {
+  input_.waits(assembler_.incomplete(), assembler_.in_fragments());
   uint8_t state = Owned;
   if (reading_.compare_exchange_strong(state, Idle, std::memory_order_acq_rel)) return true;
   reading_.exchange(Owned, std::memory_order_acq_rel);  // reads what the thread that set Again wrote before
@@ -146,108 +137,56 @@ void Connection::paused() {
 
 // ---- Sending ----
 
-void Connection::send(unsigned char* message, std::size_t length) {
-  std::unique_lock lock(out_mutex_);
-  std::size_t sent = 0;
-  if (!out_busy_ && out_kept_.size() == 0 && !broken() &&
-      !must_fragment(message, length, pool_->options().fragment_size)) {
-    const ssize_t n = ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n == static_cast<ssize_t>(length)) return;
-    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return failed(nullptr);
-    if (n > 0) sent = static_cast<std::size_t>(n);
+void Connection::send(Buffer* message) {
+  if (broken()) return;
+  switch (output_.send(message, pool_->options().fragment_size)) {
+    case OutputQueue::Sent::All:
+      return;
+    case OutputQueue::Sent::Rest:
+      return pool_->host().watch_output(*this);
+    case OutputQueue::Sent::Failed:
+      return break_off();
   }
-  Pieces pieces(message, length, pool_->options().fragment_size);
-  rest_of(pieces.parts(), sent);  // cuts the first, which is the only one when some has been sent
-  write_in_turn(lock, &pieces.parts());
-}
-
-bool Connection::send_now(const unsigned char* message, std::size_t length) {
-  std::unique_lock lock(out_mutex_);
-  if (broken()) return false;
-  std::size_t sent = 0;
-  if (!out_busy_ && out_kept_.size() == 0) {
-    const ssize_t n = ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) return failed(nullptr), false;
-    if (n > 0) sent = static_cast<std::size_t>(n);
-    if (sent == length) return false;
-  }
-  const bool first = out_kept_.size() == 0;
-  if (out_kept_.size() + length > most_kept || !out_kept_.append(message + sent, length - sent))
-    return failed("reads no replies"), false;
-  return first && !out_busy_;  // a busy sender looks after what was kept before it leaves
 }
 
 void Connection::flush() {
-  std::unique_lock lock(out_mutex_);
-  std::vector<iovec> nothing;
-  write_in_turn(lock, &nothing);
+  if (!has_output()) return;
+  if (output_.flush() == OutputQueue::Sent::Failed) return break_off();
+  if (paused_.load()) try_resume();
 }
 
-// Waits until no other thread is sending, then sends what was kept and `parts`, with the lock open while the
-// peer is slow.
-void Connection::write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<iovec>* parts) {
-  out_turn_.wait(lock, [this] { return !out_busy_; });
-  out_busy_ = true;
-  do {
-    Buffer kept;
-    std::swap(kept, out_kept_);
-    lock.unlock();
-    if (kept.size() > 0) parts->insert(parts->begin(), iovec{kept.data(), kept.size()});
-    const bool ok = broken() || write_all(parts);
-    parts->clear();
-    lock.lock();
-    if (!ok) failed("takes no reply");
-  } while (out_kept_.size() > 0 && !broken());
-  out_busy_ = false;
-  out_turn_.notify_one();
+// ---- Its share ----
+
+// Who brings it back within its share looks for the pause afterwards: one of the two sees the other.
+bool Connection::pause() {
+  input_.waits(0, false);
+  paused_ = true;
+  return (over_share() && !broken()) || !paused_.exchange(false);
 }
 
-// How long a peer may take for so many octets: the time limit of calls, and as much again for each 60 MiB.
-std::chrono::milliseconds Connection::send_limit(std::size_t octets) const {
-  const uint64_t limit = pool_->options().timeout_ms ? pool_->options().timeout_ms : 60'000;
-  return std::chrono::milliseconds(limit + limit * (octets >> 20) / 60);
+void Connection::try_resume() {
+  if ((broken() || !over_share()) && end_pause()) pool_->host().resume_reading(*this);
 }
 
-bool Connection::write_all(std::vector<iovec>* parts) {
-  std::size_t octets = 0;
-  for (const iovec& part : *parts) octets += part.iov_len;
-  const auto deadline = Clock::now() + send_limit(octets);
-  for (std::span<iovec> left(*parts); !left.empty();) {
-    msghdr message{};
-    message.msg_iov = left.data();
-    message.msg_iovlen = std::min(left.size(), parts_at_once);
-    const ssize_t n = ::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n > 0) {
-      left = rest_of(left, static_cast<std::size_t>(n));
-    } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
-      if (!wait_writable(fd_, deadline)) return false;
-    } else if (errno != EINTR) {
-      break_off();
-      return true;
-    }
-  }
-  return true;
+const char* Connection::overdue(InputWatch::Clock::time_point now) {
+  const Options& limits = pool_->options();
+  const OutputQueue::Pace pace{std::chrono::milliseconds(limits.write_timeout_ms), InputWatch::least_rate,
+                               output_mark};
+  if (const char* slow = output_.too_slow(now, pace)) return slow;
+  return input_.overdue(now, limits, has_requests() || has_output());
 }
 
 // ---- End ----
 
-void Connection::failed(const char* what) {
-  if (what && !broken()) OM_log("%s %s: connection closed", peer_.text().c_str(), what);
-  break_off();
-}
-
 void Connection::break_off() {
-  if (!broken_.exchange(true, std::memory_order_acq_rel)) ::shutdown(fd_, SHUT_RDWR);
+  if (broken_.exchange(true)) return;
+  ::shutdown(fd_, SHUT_RDWR);
+  if (paused_.load()) try_resume();
 }
 
 void Connection::say_goodbye(const unsigned char* message, std::size_t length) {
-  {
-    std::lock_guard lock(out_mutex_);
-    // In the middle of another message it would only be taken for a part of it.
-    if (!broken() && !out_busy_ && out_kept_.size() == 0)
-      ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
-    broken_ = true;
-  }
+  broken_ = true;
+  output_.finish(message, length);
   ::shutdown(fd_, SHUT_WR);
   unsigned char bin[4096];
   for (std::size_t thrown = 0; thrown < most_discarded;) {
@@ -280,8 +219,7 @@ Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
 
 void ConnectionPool::give_back(Connection* connection) {
   connection->assembler_.reset();
-  connection->out_kept_.clear();
-  connection->out_kept_.shrink(0);
+  connection->output_.close();
   const int fd = std::exchange(connection->fd_, -1);
   {
     std::lock_guard lock(mutex_);

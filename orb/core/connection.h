@@ -1,4 +1,5 @@
-// One accepted connection: who owns its reading, what it sends, and when its descriptor may be closed.
+// One accepted connection: who owns its reading, what it may take from others, and when its descriptor may be
+// closed.
 #pragma once
 
 #include <netinet/in.h>
@@ -6,14 +7,16 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "assembler.h"
+#include "input_watch.h"
 #include "options.h"
+#include "output_queue.h"
 #include "reference.h"
 
 namespace zrsv {
@@ -27,7 +30,18 @@ struct PeerAddress {
   std::string text() const;
 };
 
+class Connection;
 class ConnectionPool;
+
+/// Who serves connections. Any thread calls; no lock is held, and none may be waited for.
+class ConnectionHost {
+ public:
+  virtual ~ConnectionHost() = default;
+  /// The connection, which had paused, is to be read again: its reading is handed over.
+  virtual void resume_reading(Connection& connection) = 0;
+  /// flush() is to be called when the peer takes more.
+  virtual void watch_output(Connection& connection) = 0;
+};
 
 /// The memory of a connection is never freed while its pool lives, it is used again for a later one. So a
 /// thread that got an event for a connection that another thread has closed meanwhile finds no count to take,
@@ -75,23 +89,52 @@ class Connection {
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
 
-  // ---- Sending: any thread, whole messages ----
+  // ---- Sending: any thread ----
 
-  /// Sends a message (its header may be changed), in fragments where it is long. Waits for a slow peer, at
-  /// most until the limit for that; then the connection is broken.
-  void send(unsigned char* message, std::size_t length);
-  /// The same without waiting: what the peer does not take now is kept. True: somebody must call flush().
-  bool send_now(const unsigned char* message, std::size_t length);
-  /// Sends what was kept; waits as send() does.
+  /// Sends a whole message, in fragments where it is long. What the peer does not take now is kept, taken out
+  /// of `message`, and sent later.
+  void send(Buffer* message);
+  /// The socket can take more.
   void flush();
+  bool has_output() const { return !output_.empty(); }
+
+  // ---- Requests in flight ----
+
+  void begin_request() { in_flight_.fetch_add(1); }
+  void end_request() {
+    in_flight_.fetch_sub(1);
+    if (paused_.load()) try_resume();
+  }
+  bool has_requests() const { return in_flight_.load() > 0; }
+
+  // ---- Its share: a connection over it is not read until it is back within ----
+
+  bool over_share() const {
+    return in_flight_.load(std::memory_order_relaxed) >= most_in_flight_ || output_.octets() > output_mark;
+  }
+  /// By the reader. True: it must leave, and the reading is handed to the host later.
+  bool pause();
+  /// True for the caller that ends a pause: the reading is its own.
+  bool end_pause() { return paused_.load() && paused_.exchange(false); }
+  /// What a peer may leave untaken before it is read no more.
+  static constexpr std::size_t output_mark = 256 << 10;
+
+  // ---- Its time limits ----
+
+  /// By the reader: a message is complete.
+  void note_message() { input_.message(); }
+  /// Null, or which limit is passed. One thread asks, again and again.
+  const char* overdue(InputWatch::Clock::time_point now);
+  /// Since when nothing has happened; as far as that thread saw.
+  InputWatch::Clock::time_point quiet_since() const { return input_.quiet_since(); }
 
   // ---- End ----
 
   /// Ends the connection as far as others see it; the reader gets an event and finishes it.
   void break_off();
   bool broken() const { return broken_.load(std::memory_order_acquire); }
-  /// Says the last word: nothing is sent after `message`, and what the peer has sent is thrown away, so that
-  /// closing does not take the message from it.
+  /// Says the last word, none when it is empty: nothing is sent after it, and what the peer has sent is thrown
+  /// away, so that closing does not take the word from it.
   void say_goodbye(const unsigned char* message, std::size_t length);
   /// Takes the engine's own count, once. True for the caller that must drop it.
   bool unregister() { return registered_.exchange(false); }
@@ -99,7 +142,7 @@ class Connection {
 
   /// Set before the loss is told: a request that ends later has it told again, for what it has left behind.
   std::atomic<bool> loss_told{false};
-  /// Set while requests that were held are delivered one after another: later ones line up behind them.
+  /// Set while requests of it wait for a slot: later ones line up behind them.
   std::atomic<bool> in_line{false};
 
  private:
@@ -108,15 +151,13 @@ class Connection {
 
   void open(int fd, const PeerAddress& peer);
   Input receive_with(int flags);
-  bool write_all(std::vector<iovec>* parts);
-  std::chrono::milliseconds send_limit(std::size_t octets) const;
-  void write_in_turn(std::unique_lock<std::mutex>& lock, std::vector<iovec>* parts);
-  void failed(const char* what);
+  void try_resume();
 
   ConnectionPool* const pool_;
   std::atomic<uint32_t> count_{0};
   int fd_ = -1;
   PeerAddress peer_;
+  std::atomic<uint32_t> in_flight_{0};
   std::atomic<bool> registered_{false};
   std::atomic<bool> broken_{false};
 
@@ -129,19 +170,39 @@ class Connection {
   uint32_t calls_wanted_ = least_calls;
   Assembler assembler_;
 
-  std::mutex out_mutex_;
-  std::condition_variable out_turn_;
-  bool out_busy_ = false;  // guarded by out_mutex_: a thread waits for the peer; the socket is its own
-  Buffer out_kept_;        // guarded by out_mutex_: whole messages, perhaps without the head of the first
+  OutputQueue output_;
+  const uint32_t most_in_flight_;
+  std::atomic<bool> paused_{false};
+
+  InputWatch input_;
+};
+
+/// Counts a request of a connection, from the moment that it is read until it is answered or dropped.
+class InFlight {
+ public:
+  InFlight() = default;
+  explicit InFlight(Connection& of) : of_(&of) { of.begin_request(); }
+  InFlight(InFlight&& o) noexcept : of_(std::exchange(o.of_, nullptr)) {}
+  InFlight& operator=(InFlight&& o) noexcept {
+    std::swap(of_, o.of_);
+    return *this;
+  }
+  ~InFlight() {
+    if (of_) of_->end_request();
+  }
+
+ private:
+  Connection* of_ = nullptr;
 };
 
 /// Makes and keeps the connections of an engine.
 class ConnectionPool {
  public:
   /// With the options of now: the engine's, whatever becomes of it and them.
-  ConnectionPool() : options_(zrsv::options()) {}
+  explicit ConnectionPool(ConnectionHost& host) : host_(host), options_(zrsv::options()) {}
   ~ConnectionPool();
   const Options& options() const { return options_; }
+  ConnectionHost& host() const { return host_; }
 
   /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor.
   Connection* take(int fd, const PeerAddress& peer);
@@ -151,6 +212,7 @@ class ConnectionPool {
   std::vector<Ref<Connection>> all();
 
  private:
+  ConnectionHost& host_;
   const Options options_;
   std::atomic<uint32_t> open_{0};
   std::mutex mutex_;

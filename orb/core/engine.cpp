@@ -47,7 +47,8 @@ bool Upcall::running() { return upcalls != 0; }
 
 // ---- Start ----
 
-Engine::Engine(uint32_t slots) : slots_(slots), seats_(std::min<std::size_t>(slots, most_seats)) {}
+Engine::Engine(uint32_t slots)
+    : slots_(slots), pool_(*this), seats_(std::min<std::size_t>(slots, most_seats)) {}
 
 Engine::~Engine() {
   if (epoll_ >= 0) ::close(epoll_);
@@ -59,7 +60,7 @@ bool Engine::start() {
   wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   epoll_event event{EPOLLIN | EPOLLET, {.ptr = nullptr}};
   if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
-  queue_group().deliver_to([this](QueueGroup::Requests requests) { deliver(std::move(requests)); });
+  queue_group().deliver_to([this](Requests requests) { deliver(std::move(requests)); });
   try {
     seats_.start([this](Connection& connection) {
       watch_input(connection, true);
@@ -101,7 +102,7 @@ void Engine::work() {
   Worker worker;
   unsigned in_a_row = 0;
   while (!quit_.load(std::memory_order_relaxed)) {
-    if (worker.has_slot || (job_count_.load() > 0 && enter())) run_jobs(worker);
+    if (worker.has_slot || (waiting_.any() && enter())) run_waiting(worker);
     const bool ready = ready_count_.load() > 0;
     if (ready && ++in_a_row % ready_in_a_row != 0) {
       if (Ref<Connection> connection = pop_ready()) serve(worker, connection);
@@ -119,7 +120,7 @@ void Engine::work() {
 // One event at a time: a second one would have to wait until the first request has run.
 void Engine::wait_for_event(Worker& worker, bool block) {
   idle_.fetch_add(1);
-  if (ready_count_.load() > 0 || (job_count_.load() > 0 && running_.load() < slots_)) block = false;
+  if (ready_count_.load() > 0 || (waiting_.any() && running_.load() < slots_)) block = false;
   epoll_event event{};
   const int n = ::epoll_wait(epoll_, &event, 1, block ? -1 : 0);
   idle_.fetch_sub(1);
@@ -133,15 +134,23 @@ void Engine::wait_for_event(Worker& worker, bool block) {
   auto* connection = static_cast<Connection*>(event.data.ptr);
   if (!connection->try_add_ref()) return;
   const Ref<Connection> counted = Ref<Connection>::adopt(connection);
+  take_event(worker, counted, event.events);
+}
+
+void Engine::take_event(Worker& worker, const Ref<Connection>& connection, uint32_t events) {
+  if (events & EPOLLOUT) connection->flush();
+  if ((events & ~EPOLLOUT) == 0) return;
+  const bool hung_up = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
   worker.may_stay = false;
-  if (counted->begin_read((event.events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0)) serve(worker, counted);
-  if (worker.may_stay) stay(worker, counted);
+  if (hung_up && connection->end_pause()) return lose(connection);  // what it sent last is not wanted
+  if (connection->begin_read(hung_up)) serve(worker, connection);
+  if (worker.may_stay) stay(worker, connection);
 }
 
 // ---- Staying with a connection ----
 
 void Engine::stay(Worker& worker, const Ref<Connection>& connection) {
-  if (worker.has_slot) run_jobs(worker);
+  if (worker.has_slot) run_waiting(worker);
   Seats::Seat* const seat = seats_.take(*connection);
   if (!seat) return;
   if (connection->begin_read(false)) {
@@ -155,12 +164,13 @@ void Engine::stay(Worker& worker, const Ref<Connection>& connection) {
 // Called with the ownership of reading. False: the thread leaves, and the connection is back in the epoll
 // set.
 bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat) {
-  const Connection::Input input = quit_ ? Connection::Input::None : connection->receive_patiently();
+  const bool leave = quit_ || connection->has_output();  // output is sent by who watches the connection
+  const Connection::Input input = leave ? Connection::Input::None : connection->receive_patiently();
   if (input == Connection::Input::End) return lose(connection), false;
   if (input == Connection::Input::Octets) {
     worker.seat = seat;
     serve(worker, connection);
-    if (worker.has_slot) run_jobs(worker);
+    if (worker.has_slot) run_waiting(worker);
     if (!std::exchange(worker.seat, nullptr)) return false;
     if (seat->running()) return seat->end_run();
     if (!connection->begin_read(false))
@@ -178,15 +188,28 @@ bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Sea
 void Engine::watch_input(Connection& connection, bool on) {
   epoll_event event{EPOLLIN | EPOLLRDHUP | EPOLLET, {.ptr = &connection}};
   if (on && !connection.registered()) return;
-  if (::epoll_ctl(epoll_, on ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, connection.fd(), &event) == 0) return;
+  if (::epoll_ctl(epoll_, on ? EPOLL_CTL_ADD : EPOLL_CTL_DEL, connection.fd(), &event) == 0) {
+    if (on && connection.has_output()) watch_output(connection);
+    return;
+  }
   if (!on || errno == EEXIST) return;
   OM_log("%s: no memory to watch it: connection closed", connection.peer().text().c_str());
   connection.break_off();
 }
 
+// A connection that a thread stays with is not in the set: that thread sees the output, or who puts it back does.
+void Engine::watch_output(Connection& connection) {
+  epoll_event event{EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET, {.ptr = &connection}};
+  if (::epoll_ctl(epoll_, EPOLL_CTL_MOD, connection.fd(), &event) != 0 && errno != ENOENT)
+    connection.break_off();
+}
+
+void Engine::resume_reading(Connection& connection) { push_ready(Ref<Connection>::share(&connection)); }
+
 // Called with the ownership of the connection's reading.
 void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
   for (unsigned turns = 0; turns < turns_in_a_row; ++turns) {
+    if (connection->over_share() && connection->pause()) return;
     worker.header = {};
     switch (connection->assembler().next(&worker.header, &worker.message)) {
       case Assembler::Result::Message:
@@ -204,6 +227,7 @@ void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
 }
 
 Engine::Next Engine::handle(Worker& worker, const Ref<Connection>& connection) {
+  connection->note_message();
   connection->minor = worker.header.minor;
   switch (worker.header.type) {
     case giop::Type::Request:
@@ -236,7 +260,8 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
     reject(connection->minor, connection, "malformed header of a request");
     return Next::Leave;
   }
-  if (stopping_.load()) return Next::Read;  // CloseConnection will tell the client that it was not taken
+  request.in_flight = InFlight(*connection);  // before the look: say_goodbye looks the other way round
+  if (stopping_.load()) return Next::Read;    // CloseConnection will tell the client that it was not taken
   connection->served = true;
   request.connection.borrow(connection.get());
   request.target.borrow(worker.find_target(request.head.key));
@@ -278,7 +303,7 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   }
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
-  if (request.connection && reply.size() > 0) request.connection->send(reply.data(), reply.size());
+  if (request.connection && reply.size() > 0) request.connection->send(&reply);
   if (request.connection && request.connection->loss_told) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
 }
@@ -293,7 +318,7 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
   if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status))
     giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
-  send_now(*connection, reply.data(), reply.size());
+  connection->send(&reply);
   reuse(&worker.reply, &reply);
   reuse(&worker.message, &request.message);
   return true;
@@ -379,136 +404,45 @@ void Engine::leave() {
 // True: the caller has a slot. Nobody overtakes those that wait, or their own connection's released requests.
 bool Engine::try_run_now(const ServerRequest& request) {
   if (request.connection && request.connection->in_line.load(std::memory_order_relaxed)) return false;
-  if (job_count_.load() > 0 || !enter()) return false;
+  if (waiting_.any() || !enter()) return false;
   if (!stopping_.load()) return true;
   leave();
   return false;
 }
 
 bool Engine::enqueue(ServerRequest* request) {
-  {
-    std::lock_guard lock(jobs_mutex_);
-    if (stopping_.load() || waiting_ >= pool_.options().queue) return false;
-    ++waiting_;
-    const auto line = in_line_.find(request->connection.get());
-    auto kept = std::make_unique<ServerRequest>(std::move(*request));
-    if (line != in_line_.end()) {
-      line->second->requests.push_back(std::move(kept));
-      return true;
-    }
-    jobs_.push_back(std::make_unique<Job>());
-    jobs_.back()->requests.push_back(std::move(kept));
-    job_count_.fetch_add(1);
-  }
+  if (!waiting_.add(request, pool_.options().queue)) return false;
   if (running_.load() < slots_) wake();
   return true;
 }
 
-// Called by the queue group: released requests of one connection form one job, so that they run in the order
-// in which they came.
-void Engine::deliver(QueueGroup::Requests requests) {
-  {
-    std::lock_guard lock(jobs_mutex_);
-    for (auto& request : requests) {
-      if (request->waiter && request->waiter->caller_has_slot) {
-        LocalCall::hand_back(std::move(request));
-        continue;
-      }
-      ++waiting_;
-      Connection* connection = request->connection.get();  // null: calls of this process know no order
-      const auto line = in_line_.find(connection);
-      if (line != in_line_.end()) {
-        line->second->requests.push_back(std::move(request));
-        continue;
-      }
-      jobs_.push_back(std::make_unique<Job>());
-      job_count_.fetch_add(1);
-      if (connection) {
-        jobs_.back()->in_line = Ref<Connection>::share(connection);
-        in_line_.emplace(connection, jobs_.back().get());
-        connection->in_line.store(true);
-      }
-      jobs_.back()->requests.push_back(std::move(request));
-    }
-  }
+// Called by the queue group.
+void Engine::deliver(Requests requests) {
+  for (auto& request : requests)
+    if (request->waiter && request->waiter->caller_has_slot) LocalCall::hand_back(std::move(request));
+  std::erase(requests, nullptr);
+  waiting_.add_released(std::move(requests));
   wake();
 }
 
-void Engine::push_job(Job job) {
-  {
-    std::lock_guard lock(jobs_mutex_);
-    jobs_.push_back(std::make_unique<Job>(std::move(job)));
-    job_count_.fetch_add(1);
-  }
-  wake();
-}
-
-// With a slot, which it gives back when no job is left.
-void Engine::run_jobs(Worker& worker) {
+// With a slot, which it gives back when nothing waits.
+void Engine::run_waiting(Worker& worker) {
   do {
-    while (job_count_.load() > 0) {
-      std::unique_ptr<Job> job;
-      {
-        std::lock_guard lock(jobs_mutex_);
-        if (jobs_.empty()) break;
-        job = std::move(jobs_.front());
-        jobs_.pop_front();
-        job_count_.fetch_sub(1);
-      }
-      if (ready_count_.load() > 0 || (job_count_.load() > 0 && running_.load() < slots_)) wake();
-      run_job(worker, *job);
+    while (waiting_.any()) {
+      const Waiting::Turn turn = waiting_.next();
+      if (ready_count_.load() > 0 || (waiting_.any() && running_.load() < slots_)) wake();
+      if (turn.request) run(worker, *turn.request);
+      if (turn.lost) tell_of_loss(*turn.lost);
     }
     leave();
-  } while (job_count_.load() > 0 && enter());
+  } while (waiting_.any() && enter());
   worker.has_slot = false;
 }
 
-void Engine::run_job(Worker& worker, Job& job) {
-  if (job.flush) return job.flush->flush();
-  if (job.lost) {
-    const Upcall upcall;
-    job.lost->loss_told = true;
-    PeerAddress peer = job.lost->peer();
-    try {
-      if (_call_disconnect_cpp_) _call_disconnect_cpp_(job.lost->fd(), peer.octets, peer.ipv6);
-    } catch (...) {
-      OM_log("%s: exception past the disconnect hook", peer.text().c_str());
-    }
-    return;
-  }
-  while (const std::unique_ptr<ServerRequest> request = next_request(job)) run(worker, *request);
-}
-
-std::unique_ptr<ServerRequest> Engine::next_request(Job& job) {
-  std::lock_guard lock(jobs_mutex_);
-  while (job.next < job.requests.size()) {
-    if (std::unique_ptr<ServerRequest> request = std::move(job.requests[job.next++])) {
-      --waiting_;
-      return request;
-    }
-  }
-  if (job.in_line) {
-    in_line_.erase(job.in_line.get());
-    job.in_line->in_line.store(false);
-  }
-  return nullptr;
-}
-
 // Takes back requests that have not started: of a connection, or all.
-QueueGroup::Requests Engine::withdraw(const Connection* connection, const uint32_t* id) {
-  QueueGroup::Requests taken = queue_group().withdraw(connection, id);
-  const auto take_from = [&](Job& job) {
-    for (auto& request : job.requests) {
-      if (!request || (connection && request->connection.get() != connection) ||
-          (id && request->head.id != *id))
-        continue;
-      taken.push_back(std::move(request));
-      --waiting_;
-    }
-  };
-  std::lock_guard lock(jobs_mutex_);
-  for (auto& job : jobs_) take_from(*job);
-  for (auto& [of, job] : in_line_) take_from(*job);
+Requests Engine::withdraw(const Connection* connection, const uint32_t* id) {
+  Requests taken = queue_group().withdraw(connection, id);
+  for (auto& request : waiting_.withdraw(connection, id)) taken.push_back(std::move(request));
   return taken;
 }
 
@@ -545,7 +479,7 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   *reply = Buffer::take(&request.cdr);
   if (has_slot) return nullptr;
   leave();
-  if (job_count_.load() > 0) wake();  // a thread of the engine takes over what waits for the slot
+  if (waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
   return nullptr;
 }
 
@@ -569,7 +503,7 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
   return call.error;
 }
 
-// ---- Answers that must not wait ----
+// ---- Refusals ----
 
 void Engine::refuse(Worker& worker, ServerRequest& request, const char* exception) {
   if (request.waiter) return request.waiter->finish({}, exception);
@@ -578,13 +512,8 @@ void Engine::refuse(Worker& worker, ServerRequest& request, const char* exceptio
   answer_exception(request, exception);
   if (request.cdr.out_next != request.cdr.out_base) giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
-  send_now(*request.connection, reply.data(), reply.size());
+  request.connection->send(&reply);
   reuse(&worker.reply, &reply);
-}
-
-void Engine::send_now(Connection& connection, const unsigned char* message, std::size_t length) {
-  if (connection.send_now(message, length))
-    push_job({.requests = {}, .in_line = {}, .lost = {}, .flush = Ref<Connection>::share(&connection)});
 }
 
 void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char* what) {
@@ -606,8 +535,60 @@ void Engine::lose(const Ref<Connection>& connection) {
 }
 
 void Engine::report_loss(Connection& connection) {
-  if (!stopping_.load())
-    push_job({.requests = {}, .in_line = {}, .lost = Ref<Connection>::share(&connection), .flush = {}});
+  if (stopping_.load()) return;
+  waiting_.add_loss(Ref<Connection>::share(&connection));
+  wake();
+}
+
+void Engine::tell_of_loss(Connection& connection) {
+  const Upcall upcall;
+  connection.loss_told = true;
+  PeerAddress peer = connection.peer();
+  try {
+    if (_call_disconnect_cpp_) _call_disconnect_cpp_(connection.fd(), peer.octets, peer.ipv6);
+  } catch (...) {
+    OM_log("%s: exception past the disconnect hook", peer.text().c_str());
+  }
+}
+
+// ---- Time limits ----
+
+std::chrono::milliseconds Engine::watch_period() const {
+  const Options& o = pool_.options();
+  uint32_t least = 4'000;
+  for (uint32_t limit : {o.write_timeout_ms, o.read_timeout_ms, o.idle_timeout_ms, o.queue_timeout_ms})
+    if (limit != 0) least = std::min(least, limit);
+  return std::chrono::milliseconds(std::max(10u, least / 4));
+}
+
+void Engine::look_after(Clock::time_point now) {
+  if (stopping_.load()) return;
+  const Options& limits = pool_.options();
+  for (const Ref<Connection>& connection : pool_.all()) {
+    if (const char* why = connection->overdue(now); why && !connection->broken()) {
+      OM_log("%s %s: connection closed", connection->peer().text().c_str(), why);
+      connection->break_off();
+    }
+    const std::chrono::milliseconds idle(limits.idle_timeout_ms);
+    if (idle.count() != 0 && now - connection->quiet_since() >= idle) close_if_idle(connection);
+  }
+  if (limits.queue_timeout_ms != 0)
+    refuse(waiting_.expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
+  if (const std::size_t count = queue_group().waiting_in_vain(now - std::chrono::seconds(1)))
+    OM_log("%zu requests wait for the activation of a POA manager; none has been activated yet", count);
+}
+
+// Only the reader can say that nothing has come.
+void Engine::close_if_idle(const Ref<Connection>& connection) {
+  if (!connection->begin_read(false)) return;
+  Assembler& assembler = connection->assembler();
+  if (connection->receive() != Connection::Input::None || assembler.incomplete() > 0 ||
+      connection->has_requests())
+    return push_ready(connection);
+  unsigned char message[giop::header_size];
+  giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
+  connection->say_goodbye(message, sizeof message);
+  lose(connection);
 }
 
 // ---- The end ----
@@ -615,28 +596,43 @@ void Engine::report_loss(Connection& connection) {
 void Engine::stop(Clock::time_point deadline) {
   queue_group().deliver_to(nullptr);
   stopping_ = true;
-  refuse_all_waiting();
+  waiting_.close();
+  refuse(withdraw(nullptr, nullptr));
   {
     std::unique_lock lock(end_mutex_);
     if (!end_.wait_until(lock, deadline, [this] { return running_.load() == 0; }))
       OM_log("shutdown: %u requests still run at the deadline", running_.load());
   }
+  drain_output(deadline);
   say_goodbye();
   seats_.stop();
   end_threads(std::max(deadline, Clock::now() + std::chrono::milliseconds(200)));
   while (pop_ready()) continue;
 }
 
-void Engine::refuse_all_waiting() {
+void Engine::refuse(Requests requests) {
   Worker worker;
-  for (auto& request : withdraw(nullptr, nullptr)) refuse(worker, *request, "TRANSIENT");
+  for (auto& request : requests) refuse(worker, *request, "TRANSIENT");
 }
 
+// Replies that clients are taking may go out.
+void Engine::drain_output(Clock::time_point deadline) {
+  const auto all = pool_.all();
+  const auto has_output = [](const Ref<Connection>& connection) {
+    return connection->has_output() && !connection->broken();
+  };
+  std::unique_lock lock(end_mutex_);
+  while (std::any_of(all.begin(), all.end(), has_output) && Clock::now() < deadline)
+    end_.wait_for(lock, std::chrono::milliseconds(5));
+}
+
+// CloseConnection says that what has not been answered was not taken, and may be sent again elsewhere. A client
+// with a request in a servant is not told so.
 void Engine::say_goodbye() {
   for (const Ref<Connection>& connection : pool_.all()) {
     unsigned char message[giop::header_size];
     giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
-    connection->say_goodbye(message, sizeof message);
+    connection->say_goodbye(message, connection->has_requests() ? 0 : sizeof message);
     if (connection->unregister()) connection->drop();
   }
 }

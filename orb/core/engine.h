@@ -9,17 +9,16 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 #include "connection.h"
 #include "queue_group.h"
 #include "server_request.h"
 #include "stay.h"
+#include "waiting.h"
 
 namespace zrsv {
 
@@ -33,7 +32,7 @@ class Upcall {
   static bool running();
 };
 
-class Engine : public std::enable_shared_from_this<Engine> {
+class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHost {
  public:
   using Clock = std::chrono::steady_clock;
 
@@ -47,9 +46,12 @@ class Engine : public std::enable_shared_from_this<Engine> {
   /// Serves an accepted connection. Takes over `fd`; false, and it is closed, when there are too many.
   bool add(int fd, const PeerAddress& peer);
   /// Starts nothing any more, lets running requests finish until `deadline`, says CloseConnection to every
-  /// client and ends the threads. One that is still in a servant then is left to itself. Not for threads of
-  /// the engine.
+  /// client of which no request runs, and ends the threads. One that is still in a servant then is left to
+  /// itself. Not for threads of the engine.
   void stop(Clock::time_point deadline);
+  /// Drops who passes a time limit. To be called every `watch_period()`, by one thread; waits for nobody.
+  void look_after(Clock::time_point now);
+  std::chrono::milliseconds watch_period() const;
   /// call_in_process (in_process.h).
   const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
 
@@ -67,15 +69,6 @@ class Engine : public std::enable_shared_from_this<Engine> {
     Seats::Seat* seat = nullptr;  // while it stays with the connection that it serves
     unsigned turns_left = 0;      // that may bring no call, while it stays
   };
-  /// What waits for a slot: requests to run one after another, the end of a connection to report, or its
-  /// output to send.
-  struct Job {
-    QueueGroup::Requests requests;  // guarded by jobs_mutex_; null where one was withdrawn
-    std::size_t next = 0;
-    Ref<Connection> in_line;  // whose later requests are appended to these
-    Ref<Connection> lost;
-    Ref<Connection> flush;
-  };
   /// What the reader does after a message: read on, or leave, as reading is another's now or at its end.
   enum class Next { Read, Leave };
 
@@ -86,6 +79,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
   void stay(Worker& worker, const Ref<Connection>& connection);
   bool stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat);
   void watch_input(Connection& connection, bool on);
+  void take_event(Worker& worker, const Ref<Connection>& connection, uint32_t events);
   Next handle(Worker& worker, const Ref<Connection>& connection);
   Next handle_request(Worker& worker, const Ref<Connection>& connection);
   Next admit(Worker& worker, ServerRequest& request);
@@ -97,30 +91,31 @@ class Engine : public std::enable_shared_from_this<Engine> {
   void pass_on(Connection& connection);
   void give_reading_back(Worker& worker, Connection& connection);
   void push_ready(Ref<Connection> connection);
+  void resume_reading(Connection& connection) override;
+  void watch_output(Connection& connection) override;
   Ref<Connection> pop_ready();
   void wake();
 
-  // Slots, and the jobs that wait for one.
+  // Slots, and what waits for one.
   bool enter();
   void leave();
   bool try_run_now(const ServerRequest& request);
   bool enqueue(ServerRequest* request);
-  void deliver(QueueGroup::Requests requests);
-  void push_job(Job job);
-  void run_jobs(Worker& worker);
-  void run_job(Worker& worker, Job& job);
-  std::unique_ptr<ServerRequest> next_request(Job& job);
-  QueueGroup::Requests withdraw(const Connection* connection, const uint32_t* id);
+  void deliver(Requests requests);
+  void run_waiting(Worker& worker);
+  Requests withdraw(const Connection* connection, const uint32_t* id);
   const char* await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
 
   // Answers of threads that must not wait for the peer.
   [[gnu::cold]] void refuse(Worker& worker, ServerRequest& request, const char* exception);
-  void send_now(Connection& connection, const unsigned char* message, std::size_t length);
   [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   [[gnu::cold]] void lose(const Ref<Connection>& connection);
   [[gnu::cold]] void report_loss(Connection& connection);
+  void tell_of_loss(Connection& connection);
 
-  void refuse_all_waiting();
+  void close_if_idle(const Ref<Connection>& connection);
+  void refuse(Requests requests);
+  void drain_output(Clock::time_point deadline);
   void say_goodbye();
   void end_threads(Clock::time_point deadline);
 
@@ -138,18 +133,12 @@ class Engine : public std::enable_shared_from_this<Engine> {
   std::atomic<bool> wake_pending_{false};
   std::atomic<uint32_t> running_{0};  // slots taken
   std::atomic<uint32_t> ready_count_{0};
-  std::atomic<uint32_t> job_count_{0};
+  Waiting waiting_;
 
   std::mutex ready_mutex_;
   Connection* ready_head_ =
       nullptr;  // guarded by ready_mutex_; each with a count and the ownership of its reading
   Connection* ready_tail_ = nullptr;
-
-  std::mutex jobs_mutex_;
-  std::deque<std::unique_ptr<Job>> jobs_;  // guarded by jobs_mutex_, as all below
-  uint32_t waiting_ = 0;                   // requests in jobs
-  std::unordered_map<const Connection*, Job*>
-      in_line_;  // jobs with later requests of the same connection to come
 
   std::mutex end_mutex_;
   std::condition_variable end_;         // a slot was given back while stopping, or a thread ended

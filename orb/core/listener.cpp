@@ -95,6 +95,7 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
 
 void Listener::start() {
   for (Door& door : doors_) wait(door);
+  watch();
   thread_ = std::thread([this] { context_.run(); });
 }
 
@@ -132,6 +133,15 @@ void Listener::accept_later(Door& door, int error) {
   door.pause.expires_after(shortage_pause);
   door.pause.async_wait([this, &door](const asio::error_code& stopped) {
     if (!stopped) accept_all(door);
+  });
+}
+
+void Listener::watch() {
+  watch_.expires_after(engine_->watch_period());
+  watch_.async_wait([this](const asio::error_code& stopped) {
+    if (stopped) return;
+    engine_->look_after(Engine::Clock::now());
+    watch();
   });
 }
 

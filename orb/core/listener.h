@@ -16,10 +16,10 @@
 
 namespace zrsv {
 
-/// Accepts on one thread, which runs no program code.
+/// Accepts on one thread, which runs no program code, and looks after the engine's time limits between.
 class Listener {
  public:
-  explicit Listener(std::shared_ptr<Engine> engine) : engine_(std::move(engine)) {}
+  explicit Listener(std::shared_ptr<Engine> engine) : engine_(std::move(engine)), watch_(context_) {}
   ~Listener() { stop(); }
 
   /// Binds the end points, so that their ports are known. "" or what is wrong.
@@ -43,10 +43,12 @@ class Listener {
   void wait(Door& door);
   void accept_all(Door& door);
   void accept_later(Door& door, int error);
+  void watch();
 
   std::shared_ptr<Engine> engine_;
   asio::io_context context_{1};
   std::list<Door> doors_;
+  asio::steady_timer watch_;
   std::thread thread_;
 };
 

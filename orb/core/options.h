@@ -19,6 +19,11 @@ struct Options {
       4u << 20;                  // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
   uint32_t max_connections = 0;  // -ORBMaxConnections N; 0 = as many as there are descriptors
   uint32_t timeout_ms = 60'000;  // -ORBTimeout MS: a call's time limit; 0 = none
+  uint32_t write_timeout_ms = 10'000;    // -ORBWriteTimeout MS: for a client to take something; 0 = none
+  uint32_t read_timeout_ms = 30'000;     // -ORBReadTimeout MS: for a message to come in whole; 0 = none
+  uint32_t idle_timeout_ms = 600'000;    // -ORBIdleTimeout MS: of a connection without calls; 0 = none
+  uint32_t queue_timeout_ms = 30'000;    // -ORBQueueTimeout MS: of a request for a thread; 0 = none
+  uint32_t share = 64;                   // -ORBConnectionRequests N: in flight of one connection
   uint32_t shutdown_timeout_ms = 5'000;  // -ORBShutdownTimeout MS: how long running requests may go on
   uint32_t tick_ms = 1'000;              // -ORBTick MS: the lifespan tick
   uint32_t giop_minor = 2;               // -ORBGIOPVersion 1.0|1.1|1.2: the highest that calls use

@@ -166,7 +166,6 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
 
 void Orb::run(CORBA_Environment* env) {
   if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
-  queue_group().open_if_unannounced();
   wait_until_closed();
 }
 

@@ -1,6 +1,7 @@
 #include "queue_group.h"
 
 #include "repository.h"
+#include "waiting.h"
 
 namespace zrsv {
 
@@ -13,6 +14,7 @@ QueueGroup::Admission QueueGroup::hold(ServerRequest* request, uint32_t limit) {
   std::lock_guard lock(mutex_);
   if (is_open()) return Admission::Pass;
   if (!deliver_ || held_.size() >= limit) return Admission::Full;
+  if (held_.empty()) held_since_ = std::chrono::steady_clock::now();
   held_.push_back(std::make_unique<ServerRequest>(std::move(*request)));
   return Admission::Held;
 }
@@ -20,7 +22,6 @@ QueueGroup::Admission QueueGroup::hold(ServerRequest* request, uint32_t limit) {
 void QueueGroup::announce(const std::string& name) {
   std::lock_guard lock(mutex_);
   announced_.insert(name);
-  if (state_ == State::Waiting) open_locked();
 }
 
 bool QueueGroup::is_announced(const std::string& name) {
@@ -28,9 +29,15 @@ bool QueueGroup::is_announced(const std::string& name) {
   return announced_.contains(name);
 }
 
-void QueueGroup::open_if_unannounced() {
+void QueueGroup::begin() {
   std::lock_guard lock(mutex_);
-  if (announced_.empty() && state_ == State::Waiting) open_locked();
+  if (state_ == State::Waiting) open_locked();
+}
+
+std::size_t QueueGroup::waiting_in_vain(std::chrono::steady_clock::time_point since) {
+  std::lock_guard lock(mutex_);
+  if (state_ != State::Waiting || held_.empty() || held_since_ > since) return 0;
+  return std::exchange(told_in_vain_, true) ? 0 : held_.size();
 }
 
 void QueueGroup::open() {
@@ -55,12 +62,11 @@ void QueueGroup::deliver_to(Deliver deliver) {
   deliver_ = std::move(deliver);
 }
 
-QueueGroup::Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) {
+Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) {
   Requests taken;
   std::lock_guard lock(mutex_);
   std::erase_if(held_, [&](std::unique_ptr<ServerRequest>& request) {
-    const bool wanted =
-        (!connection || request->connection.get() == connection) && (!id || request->head.id == *id);
+    const bool wanted = matches(*request, connection, id);
     if (wanted) taken.push_back(std::move(request));
     return wanted;
   });
@@ -75,6 +81,8 @@ void CORBA_BOA_impl_is_ready(void* /*boa*/, void* impl_def, CORBA_Environment* e
   if (!impl_def) return raise_standard(env, "BAD_PARAM");
   queue_group().announce(static_cast<const ImplDef*>(impl_def)->name);
 }
+
+void ZR_queue_begin(void) { queue_group().begin(); }
 
 void ZR_queue_control_queue_group(uint32_t /*reserved*/, const char* name, int code, uint32_t /*reserved2*/,
                                   CORBA_Environment* env) {

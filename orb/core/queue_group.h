@@ -4,13 +4,13 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "server_request.h"
 
@@ -18,7 +18,6 @@ namespace zrsv {
 
 class QueueGroup {
  public:
-  using Requests = std::vector<std::unique_ptr<ServerRequest>>;
   /// Takes requests over for delivery, in their order. Called with the group's lock held, so that nothing
   /// overtakes them; must not call the group.
   using Deliver = std::function<void(Requests)>;
@@ -31,11 +30,13 @@ class QueueGroup {
   /// to deliver them.
   Admission hold(ServerRequest* request, uint32_t limit);
 
-  /// The process serves `name` from now on: opens a group that waited for that, but not one that is held.
+  /// The process serves `name`. Whether its requests are delivered is another question.
   void announce(const std::string& name);
   bool is_announced(const std::string& name);
-  /// The ORB runs: opens the group where nothing was announced at all.
-  void open_if_unannounced();
+  /// The program wants to be called: opens a group that waited for that, but not one that is held.
+  void begin();
+  /// How many requests have waited since before `since` for that moment; told once, then 0.
+  std::size_t waiting_in_vain(std::chrono::steady_clock::time_point since);
 
   void open();
   void close();
@@ -51,10 +52,12 @@ class QueueGroup {
   void open_locked();
 
   std::mutex mutex_;
-  std::atomic<State> state_{State::Waiting};         // written with mutex_ held
-  std::set<std::string> announced_;                  // guarded by mutex_
-  std::deque<std::unique_ptr<ServerRequest>> held_;  // guarded by mutex_
-  Deliver deliver_;                                  // guarded by mutex_
+  std::atomic<State> state_{State::Waiting};          // written with mutex_ held
+  std::set<std::string> announced_;                   // guarded by mutex_
+  std::deque<std::unique_ptr<ServerRequest>> held_;   // guarded by mutex_
+  std::chrono::steady_clock::time_point held_since_;  // guarded by mutex_: of the first request ever held
+  bool told_in_vain_ = false;                         // guarded by mutex_
+  Deliver deliver_;                                   // guarded by mutex_
 };
 
 /// The group of the process.

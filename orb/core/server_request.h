@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "buffer.h"
 #include "connection.h"
@@ -44,6 +45,7 @@ struct ServerRequest : RequestBase {
   giop::RequestHead head;
   Lent<Reference> target;             // the last of the thread that read it
   Lent<Connection> connection;        // of that thread; null: it came from this process
+  InFlight in_flight;                 // of the connection; gone before it
   std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
   bool replied = false;               // a reply was begun
   ZR_RequestInfo info{};
@@ -57,6 +59,8 @@ struct ServerRequest : RequestBase {
   /// The client is gone, or waits no longer: there is nobody to run it for.
   bool orphaned() const { return connection ? !connection->registered() : waiter && waiter->given_up.load(); }
 };
+
+using Requests = std::vector<std::unique_ptr<ServerRequest>>;
 
 /// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream
 /// holds the whole reply message, empty when the client expects none. `reply` lends the memory for it; a body

@@ -82,6 +82,8 @@ inline std::string cancel(uint32_t id, uint8_t minor = 2) {
 class Client : public Socket {
  public:
   explicit Client(uint16_t port) : connected(at_loopback(::connect, fd_, port)) {}
+  /// One whose system takes no more than about so many octets for it.
+  Client(uint16_t port, int most) : connected(limit(most) && at_loopback(::connect, fd_, port)) {}
 
   /// The server's next message: "42", "TRANSIENT 1" (name, completion), "here" of a LocateReply,
   /// "MessageError" or "CloseConnection"; "end" at the connection's end.
@@ -110,6 +112,9 @@ class Client : public Socket {
   std::string ask(std::string_view octets) { return send(octets) ? answer() : "not sent"; }
 
   const bool connected;
+
+ private:
+  bool limit(int octets) { return ::setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &octets, sizeof octets) == 0; }
 };
 
 /// A started ORB with the group open; undone at the end.
@@ -162,6 +167,7 @@ class Engine : public testing::Test {
     ASSERT_TRUE(resolve_root()) << env_.name();
     void* repository = CORBA_ORB_resolve_initial_references(orb_, "ImplementationRepository", env_);
     CORBA_BOA_impl_is_ready(nullptr, KQ_ImplementationRep_lookup_id(repository, impl_name, env_), env_);
+    ZR_queue_begin();
     control(ZR_QUEUE_RELEASE);
   }
   bool resolve_root() {

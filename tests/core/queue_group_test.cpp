@@ -15,17 +15,22 @@ TEST(QueueGroup, WaitsOpensHoldsAndReleasesInOrder) {
     return group.hold(&request, 2);
   };
   EXPECT_EQ(hold(1), Admission::Full);  // nobody could ever deliver it
-  group.deliver_to([&](QueueGroup::Requests requests) {
+  group.deliver_to([&](zrsv::Requests requests) {
     EXPECT_FALSE(group.is_open());  // nothing newer may overtake them
     for (const auto& request : requests) delivered.push_back(request->head.id);
   });
   EXPECT_EQ(hold(2), Admission::Held);
-  group.announce("a");
+  group.announce("a");  // that it is there does not mean that it wants to be called
+  const auto soon = std::chrono::steady_clock::now() + bound;
+  EXPECT_EQ(group.waiting_in_vain(soon - 2 * bound), 0u);
+  EXPECT_EQ(group.waiting_in_vain(soon), 1u);
+  EXPECT_EQ(group.waiting_in_vain(soon), 0u);  // told once
+  group.begin();
   EXPECT_EQ(hold(3), Admission::Pass);
   group.close();
   EXPECT_EQ(hold(4), Admission::Held);
   group.announce("b");  // does not release what is held
-  group.open_if_unannounced();
+  group.begin();
   EXPECT_EQ(hold(5), Admission::Held);
   EXPECT_EQ(hold(6), Admission::Full);
   group.open();
@@ -41,11 +46,12 @@ class Held : public Engine {
       board_.add(std::to_string(r.argument));
       r.answer(r.argument);
     };
-    start({"-ORBThreads", "4", "-ORBQueue", "60"});
   }
+  void start_with(const std::string& threads) { start({"-ORBThreads", threads, "-ORBQueue", "60"}); }
 };
 
 TEST_F(Held, CodesAndNames) {
+  start_with("1");
   const auto wrong = [&](const char* name, int code) {
     ZR_queue_control_queue_group(0, name, code, 0, env_);
     return env_.name();
@@ -56,6 +62,7 @@ TEST_F(Held, CodesAndNames) {
 }
 
 TEST_F(Held, RequestsComeOutInTheOrderOfTheirConnection) {
+  start_with("1");
   Client a(port()), b(port()), gone(port());
   control(ZR_QUEUE_HOLD);
   for (int32_t i = 1; i <= 25; ++i) {
@@ -80,7 +87,27 @@ TEST_F(Held, RequestsComeOutInTheOrderOfTheirConnection) {
   }
 }
 
+// Each waits for the one that came after it: they all run at once.
+TEST_F(Held, AConnectionIsAsBusyAfterAHoldAsBefore) {
+  operations["meet"] = [&](Upcalled& r) {
+    board_.add("in");
+    EXPECT_TRUE(board_.wait_for(static_cast<std::size_t>(r.argument)));
+    r.answer(r.argument);
+  };
+  start_with("4");
+  Client client(port());
+  control(ZR_QUEUE_HOLD);
+  ASSERT_TRUE(client.send(call(1, "meet", 3) + call(2, "meet", 3)));
+  EXPECT_EQ(client.ask(look_), "here");
+  control(ZR_QUEUE_RELEASE);
+  EXPECT_TRUE(client.send(call(3, "meet", 3)));
+  EXPECT_EQ(client.answers(3), (Texts{"3", "3", "3"}));
+  ASSERT_TRUE(client.send(call(4, "meet", 5) + call(5, "meet", 5)));
+  EXPECT_EQ(client.answers(2), (Texts{"5", "5"}));
+}
+
 TEST_F(Held, LaterRequestsOfAConnectionLineUpBehindReleasedOnes) {
+  start_with("1");
   Client client(port());
   Texts wanted;
   for (int32_t i = 0; i < 10; ++i) {

@@ -17,6 +17,7 @@ struct RunningOrb {
   RunningOrb() {
     _cpp_poa_init = [](void*, void* boa) {
       CORBA_BOA_impl_is_ready(boa, KQ_ImplementationRep_lookup_id(nullptr, "dynamic", nullptr), nullptr);
+      ZR_queue_begin();
       return make_reference("IDL:test/Root:1.0", "IDL:test");
     };
     int count = 0;

@@ -40,8 +40,7 @@ ZRSV_API void* CORBA_ORB_resolve_initial_references(void* orb, const char* name,
 /* Makes `object` (a handle, duplicated) the answer for `name`. */
 ZRSV_API void ZR_register_initial_reference(void* orb, const char* name, void* object);
 
-/* Serves until CORBA_ORB_shutdown is complete. In a process that announced no implementation it opens the
- * queue group. */
+/* Serves until CORBA_ORB_shutdown is complete. */
 ZRSV_API void CORBA_ORB_run(void* orb, CORBA_Environment* env);
 /* Stops accepting, lets running requests finish up to the deadline (-ORBShutdownTimeout), says
  * CloseConnection to every client and frees the connections. `wait`: return only when that is done
@@ -57,8 +56,7 @@ ZRSV_API const char* ZR_published_endpoint(void* orb, uint32_t index);
 
 /* ---- BOA, repositories ---- */
 
-/* From now on requests for the implementations of this process are delivered, unless the queue group is held
- * (docs/orb.md). */
+/* The process has that implementation. Its requests wait until ZR_queue_begin. */
 ZRSV_API void CORBA_BOA_impl_is_ready(void* boa, void* impl_def, CORBA_Environment* env);
 
 /* The definition of an implementation name; NO_IMPLEMENT when the repository does not know it. Lives as long
@@ -87,6 +85,10 @@ ZRSV_API void CORBA_BOA_set_impl_methods(void* boa, CORBA_Environment* env, void
 /* ---- Queue groups ---- */
 
 enum { ZR_QUEUE_DRAIN = 4, ZR_QUEUE_RELEASE = 5, ZR_QUEUE_HOLD = 6, ZR_QUEUE_CLOSE = 7 };
+
+/* The program wants to be called: from now on requests are delivered, unless the queue group is held. Any
+ * thread; again changes nothing. */
+ZRSV_API void ZR_queue_begin(void);
 
 /* Holds or releases the requests for the implementation `name`; codes in docs/orb.md. NO_IMPLEMENT when the
  * process has not announced it, BAD_PARAM for another code. */

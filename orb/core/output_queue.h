@@ -1,0 +1,70 @@
+// What one connection sends. A message goes out at once as far as the peer takes it; the rest waits here, and
+// leaves when the socket has room. No thread waits for a peer.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <mutex>
+
+#include "assembler.h"
+
+namespace zrsv {
+
+/// Any thread may send; messages leave whole and in turn.
+class OutputQueue {
+ public:
+  using Clock = std::chrono::steady_clock;
+  enum class Sent { All, Rest, Failed };
+
+  /// Begins with that socket, which the caller keeps open.
+  void open(int fd);
+  /// Sends a message, in fragments when it is over `fragment` octets. What does not go out now is taken out of
+  /// `message`. Rest: flush() is to be called when the socket can take more.
+  Sent send(Buffer* message, uint32_t fragment);
+  Sent flush();
+  /// Sends a last message, unless something waits before it: then it would only be taken for a part of that.
+  /// Nothing is sent afterwards.
+  void finish(const unsigned char* message, std::size_t length);
+  /// Forgets what waits; nothing is sent any more.
+  void close();
+
+  bool empty() const { return octets_.load() == 0; }
+  /// Octets that wait.
+  std::size_t octets() const { return octets_.load(); }
+
+  /// How slow a peer may be: without any progress for `patience`, or under `rate` octets a second for so long
+  /// with more than `mark` waiting.
+  struct Pace {
+    std::chrono::milliseconds patience;
+    std::size_t rate, mark;
+  };
+  /// Null, or how the peer is too slow. To be asked again and again: time runs from the first question on.
+  const char* too_slow(Clock::time_point now, const Pace& pace);
+
+ private:
+  struct Message {
+    Message(Buffer whole, uint32_t fragment, std::size_t sent)
+        : octets(std::move(whole)),
+          pieces(octets.data(), octets.size(), fragment),
+          left(rest_of(pieces.parts(), sent)) {}
+    Buffer octets;
+    Pieces pieces;
+    std::span<iovec> left;
+  };
+  Sent write_some();
+
+  std::mutex mutex_;  // guards all below
+  int fd_ = -1;
+  bool closed_ = true;
+  std::deque<Message> messages_;
+  uint64_t sent_ = 0;                   // octets that went out of the queue
+  std::atomic<std::size_t> octets_{0};  // written with mutex_ held
+
+  // The watch over the peer's pace.
+  bool watched_ = false;
+  Clock::time_point progress_at_, full_since_;
+  uint64_t sent_at_progress_ = 0, sent_at_full_ = 0;
+};
+
+}  // namespace zrsv

@@ -1,0 +1,69 @@
+// What waits for a slot.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "server_request.h"
+
+namespace zrsv {
+
+/// Requests stand in one line a connection, and the lines take turns: one that sends much waits behind itself.
+/// Requests of a line start in their order. Beside them wait the ends of connections that are to be reported.
+class Waiting {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  /// One thing to do with a slot; neither when nothing was left.
+  struct Turn {
+    std::unique_ptr<ServerRequest> request;
+    Ref<Connection> lost;
+  };
+
+  /// Whether it pays to call next().
+  bool any() const { return turns_.load() > 0; }
+  /// Moves the request in. False when `limit` requests wait, or after close().
+  bool add(ServerRequest* request, uint32_t limit);
+  /// Requests that a queue group lets go, in their order: past the limit, as they have been counted before.
+  void add_released(Requests requests);
+  void add_loss(Ref<Connection> connection);
+  Turn next();
+  /// Takes out requests of a connection, of that id or all; of no connection: all.
+  Requests withdraw(const Connection* connection, const uint32_t* id);
+  /// Takes out what has waited since before that.
+  Requests expired(Clock::time_point since);
+  /// No more requests are taken.
+  void close();
+
+ private:
+  struct Waiter {
+    std::unique_ptr<ServerRequest> request;
+    Clock::time_point since;
+  };
+  struct Line {
+    Ref<Connection> of;  // null: one call of this process
+    std::deque<Waiter> requests;
+    Ref<Connection> lost;
+  };
+  template <class Wanted>
+  Requests take_out(Wanted wanted);
+  void append(std::unique_ptr<ServerRequest> request);
+  void push(std::unique_ptr<Line> line);
+  void end(Line& line);
+
+  std::atomic<uint32_t> turns_{0};  // size of lines_
+  std::mutex mutex_;                // guards all below
+  bool closed_ = false;
+  uint32_t count_ = 0;  // requests
+  std::deque<std::unique_ptr<Line>> lines_;
+  std::unordered_map<const Connection*, Line*> line_of_;
+};
+
+/// Whether it is one of that connection (null: any) and id (null: any).
+bool matches(const ServerRequest& request, const Connection* connection, const uint32_t* id);
+
+}  // namespace zrsv

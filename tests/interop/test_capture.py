@@ -8,11 +8,12 @@ from relay import Relay
 from server import Server
 
 ERROR = "_ws.malformed || _ws.expert.severity >= 0x00800000"
+UNREAD = "tcp.len > 0 && !giop && !tcp.reassembled_in"  # part of no message
 
 
 class CaptureTest(unittest.TestCase):
     def frames(self, file, port, condition, *options):
-        done = subprocess.run(["tshark", "-n", "-r", file, "-d", "tcp.port==%d,giop" % port, "-Y", condition, *options],
+        done = subprocess.run(["tshark", "-2", "-n", "-r", file, "-d", "tcp.port==%d,giop" % port, "-Y", condition, *options],
                               capture_output=True, text=True, timeout=120)
         self.assertEqual(done.returncode, 0, "tshark could not read the capture: " + done.stderr)
         return done.stdout.splitlines()
@@ -33,6 +34,7 @@ class CaptureTest(unittest.TestCase):
                      for t in line.split(",")}
             self.assertLessEqual({"0", "1"}, types, "no requests and replies were seen")
             self.assertEqual(self.frames(file, port, ERROR), [])
+            self.assertEqual(self.frames(file, port, UNREAD), [])
 
 
 if __name__ == "__main__":

@@ -75,7 +75,7 @@ TEST(Cdr, StringsAreCheckedAndFailuresMoveNothing) {
       {"030000", nullptr},           // length word cut
   };
   for (const auto& [octets, text] : rows) {
-    Decoding in(hex(octets)), view(hex(octets));
+    Decoding in(hex(octets), true), view(hex(octets), true);
     char* read = nullptr;
     const char* in_place = nullptr;
     EXPECT_EQ(OM_cdr_string(in, &read), text != nullptr) << octets;

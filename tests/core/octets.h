@@ -22,7 +22,8 @@ inline std::string hex(std::string digits) {
 class Decoding {
  public:
   /// `start` octets are passed over, `minor` is the GIOP minor version.
-  explicit Decoding(std::string_view octets, bool little = true, std::size_t start = 0, uint8_t minor = 2)
+  explicit Decoding(std::string_view octets, bool little = std::endian::native == std::endian::little,
+                    std::size_t start = 0, uint8_t minor = 2)
       : copy_(new unsigned char[octets.size()]) {
     std::memcpy(copy_.get(), octets.data(), octets.size());
     OM_cdr_open_decode(&cdr_, copy_.get(), static_cast<uint32_t>(octets.size()),

@@ -1,6 +1,7 @@
 """The tour server as a process under test, and the references that it writes."""
 import os
 import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -19,7 +20,7 @@ class Server:
     def __init__(self, *options):
         self.dir = tempfile.mkdtemp(prefix="tour-")
         self.errors = open(os.path.join(self.dir, "stderr.txt"), "w+b")
-        self.process = subprocess.Popen([os.environ["TOUR_SERVER"], "--dir", self.dir, *options],
+        self.process = subprocess.Popen([*shlex.split(os.environ["TOUR_SERVER"]), "--dir", self.dir, *options],
                                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=self.errors)
         if not self.limited(lambda: any(line.strip() == b"ready" for line in self.process.stdout)):
             self.stop()

@@ -1,5 +1,6 @@
 """A protocol analyser judges what the tour client (TOUR_CLIENT) and server say to each other."""
 import os
+import shlex
 import subprocess
 import tempfile
 import unittest
@@ -25,7 +26,7 @@ class CaptureTest(unittest.TestCase):
             server = Server("-ORBPublish", "127.0.0.1:%d" % relay.address[1], "-ORBListen", "127.0.0.1:0")
             self.addCleanup(server.stop)
             relay.join(server.listening())
-            client = subprocess.run([os.environ["TOUR_CLIENT"], "--dir", server.dir], stdin=subprocess.DEVNULL,
+            client = subprocess.run([*shlex.split(os.environ["TOUR_CLIENT"]), "--dir", server.dir], stdin=subprocess.DEVNULL,
                                     capture_output=True, text=True, timeout=120)
             self.assertEqual(client.returncode, 0, client.stdout + client.stderr)
             relay.close()

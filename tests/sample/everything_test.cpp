@@ -1,6 +1,7 @@
 // Every kind of IDL type in every direction, and interfaces with several bases, in process and over a socket.
 #include <gtest/gtest.h>
 
+#include "../program/scripted_peer.h"
 #include "orb_fixture.h"
 #include "store.h"
 
@@ -224,6 +225,169 @@ TEST(LocalInterfaces, AreCountedAndNarrowWithoutACall) {
   EXPECT_FALSE(deleted);
   first = Watcher::_nil();
   EXPECT_TRUE(deleted);
+}
+
+// ---- What must not get through ----------------------------------------------------------------------------
+
+template <class Parameter>
+bool accepts(const char* octets) {
+  Decoding in(hex(octets));
+  typename Parameter::Holder holder;
+  return Parameter::move(in, holder.slot());
+}
+
+TEST(Arguments, ThatAreNoValuesOfTheirTypeAreRefused) {
+  using CORBA::idl::in;
+  EXPECT_TRUE(accepts<in<Colour>>("02000000"));
+  EXPECT_FALSE(accepts<in<Colour>>("03000000"));
+  EXPECT_FALSE(accepts<in<Colour>>("4D000000"));
+  EXPECT_TRUE(accepts<in<CORBA::Boolean>>("01"));
+  EXPECT_FALSE(accepts<in<CORBA::Boolean>>("02"));
+  EXPECT_TRUE(accepts<in<_type_Code>>("09000000 313233343536373800"));
+  EXPECT_FALSE(accepts<in<_type_Code>>("0A000000 31323334353637383900")) << "longer than its bound";
+  EXPECT_FALSE(accepts<in<Corners>>("05000000")) << "more than its bound";
+  EXPECT_FALSE(accepts<in<Names>>("FFFFFFFF 01000000 00")) << "more than there is";
+  EXPECT_FALSE(accepts<in<Octets>>("00000010 00"));
+}
+
+TEST(Stubs, TakeAnUnlistedUserExceptionForUnknown) {
+  const auto exception = [](const char* id) {
+    Encoding out;
+    char* text = const_cast<char*>(id);
+    EXPECT_TRUE(OM_cdr_string(out, &text));
+    return out.octets();
+  };
+  ScriptedPeer peer({{ZR_REPLY_USER_EXCEPTION, exception(Refused::repository_id)},
+                     {ZR_REPLY_USER_EXCEPTION, exception(Closed::repository_id)}});
+  Reader reader;
+  reader.set_ref(peer.handle());
+  try {
+    reader.read(1);
+    ADD_FAILURE() << "the call returned";
+  } catch (const CORBA::UNKNOWN& e) {
+    EXPECT_EQ(e.minor(), CORBA::OMGVMCID | 1);
+  }
+  EXPECT_THROW(reader.read(1), Closed);
+}
+
+// ---- Any and TypeCode -------------------------------------------------------------------------------------
+
+/// The same Any after a journey as octets.
+CORBA::Any travelled(CORBA::Any& any) {
+  Encoding out;
+  EXPECT_TRUE(cdr_CORBA_Any(out, &any));
+  Decoding in(out.octets());
+  CORBA::Any arrived;
+  EXPECT_TRUE(cdr_CORBA_Any(in, &arrived));
+  return arrived;
+}
+
+TEST(Anys, HoldValuesOfEveryKindHereAndAfterAJourney) {
+  Shape shape;
+  shape.text("in a union");
+  Grid grid = {{1, 2, 3}, {4, 5, 6}};
+  Names names;
+  names.length(1);
+  names[0] = "in a sequence";
+  const auto expect = [](const CORBA::Any& any, auto holds) { EXPECT_TRUE(holds(any)); };
+  CORBA::Any any;
+  for (const bool far : {false, true}) {
+    const auto now = [&] { return far ? travelled(any) : CORBA::Any(any); };
+    any <<= green;
+    expect(now(), [](const CORBA::Any& a) {
+      Colour colour = red;
+      return (a >>= colour) && colour == green;
+    });
+    any <<= new Entry(entry_of("taken over", 4));
+    expect(now(), [](const CORBA::Any& a) {
+      const Entry* entry = nullptr;
+      if (!(a >>= entry)) return false;
+      expect_equal(*entry, "taken over", 4);
+      return true;
+    });
+    any <<= shape;
+    expect(now(), [](const CORBA::Any& a) {
+      const Shape* held = nullptr;
+      const Point* other = nullptr;
+      return !(a >>= other) && (a >>= held) && std::string(held->text()) == "in a union";
+    });
+    any <<= names;
+    expect(now(), [](const CORBA::Any& a) {
+      const Names* held = nullptr;
+      return (a >>= held) && held->length() == 1 && std::string((*held)[0]) == "in a sequence";
+    });
+    any <<= Grid_forany(grid);
+    expect(now(), [](const CORBA::Any& a) {
+      Grid_forany held;
+      return (a >>= held) && held[1][2] == 6;
+    });
+    any <<= Refused("thrown", 8);
+    expect(now(), [](const CORBA::Any& a) {
+      const Refused* held = nullptr;
+      return (a >>= held) && held->code == 8;
+    });
+  }
+  any <<= Item::_nil();
+  Item* item = nullptr;
+  EXPECT_TRUE(any >>= item);
+}
+
+TEST(TypeCodes, SayWhatTheIdlSays) {
+  EXPECT_EQ(_tc_Entry->kind(), CORBA::tk_struct);
+  EXPECT_STREQ(_tc_Entry->member_name(4), "cells");
+  const CORBA::TypeCode_var cells = _tc_Entry->member_type(4), grid = cells->content_type(),
+                            row = grid->content_type();
+  EXPECT_TRUE(cells->kind() == CORBA::tk_alias && cells->equal(_tc_Grid));
+  EXPECT_TRUE(grid->length() == 2 && row->length() == 3);
+  EXPECT_EQ(_tc_Shape->default_index(), 2);
+  EXPECT_STREQ(_tc_Shape->member_name(2), "entry");
+  EXPECT_EQ(_tc_Watcher->kind(), CORBA::tk_local_interface);
+  EXPECT_EQ(CORBA::TypeCode_var(_tc_Code->content_type())->length(), 8u);
+}
+
+}  // namespace
+
+/// A tree: a type that contains itself, through two sequences.
+namespace {
+struct Tree;
+class Trees : public CORBA::idl::sequence<Tree> {
+ public:
+  using Sequence::Sequence;
+};
+struct Tree {
+  CORBA::String_mgr name;
+  Trees children;
+};
+}  // namespace
+template <>
+struct CORBA::idl::Type<Trees> : CORBA::idl::sequence_typedef<Trees, Tree> {
+  static constexpr const char *id = "IDL:Trees:1.0", *name = "Trees";
+};
+template <>
+struct CORBA::idl::Type<Tree> : CORBA::idl::variable_struct<Tree> {
+  static constexpr const char *id = "IDL:Tree:1.0", *name = "Tree";
+  template <class V>
+  static bool each(V v, Tree& e) {
+    return v("name", e.name) && v("children", e.children);
+  }
+};
+
+namespace {
+
+TEST(RecursiveTypes, TravelInAnAnyWithTheirTypeCode) {
+  Tree tree;
+  tree.children.length(2);
+  tree.children[1].name = "leaf";
+  tree = tree.children[1];  // a part of itself
+  EXPECT_STREQ(tree.name.in(), "leaf");
+  tree.children.length(1);
+  tree.children[0].name = "child";
+  CORBA::Any any;
+  any <<= tree;
+  const CORBA::Any arrived = travelled(any);
+  const Tree* held = nullptr;
+  ASSERT_TRUE(arrived >>= held);
+  EXPECT_STREQ(held->children[0].name.in(), "child");
 }
 
 }  // namespace

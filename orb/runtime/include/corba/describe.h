@@ -18,9 +18,17 @@ template <>
 struct DescriptorOf<String_mgr> {
   using type = string<>;
 };
+template <>
+struct DescriptorOf<WString_mgr> {
+  using type = wstring<>;
+};
 template <class X>
 struct DescriptorOf<ObjectVar<X>> {
   using type = ref<X>;
+};
+template <>
+struct DescriptorOf<TypeCode_var> {
+  using type = TypeCode;
 };
 
 /// A descriptor as an argument, for members whose C++ type does not say it: `as<string<10>>`.
@@ -41,14 +49,14 @@ struct MoveMembers {
   }
 };
 struct ListMembers {
-  std::vector<TypeCode::NamedType>& list;
+  std::vector<TypeCode::Member>& list;
   template <class V>
   bool operator()(const char* name, V& member) const {
     return (*this)(name, member, as<typename DescriptorOf<V>::type>);
   }
   template <class V, class D>
   bool operator()(const char* name, V&, D*) const {
-    list.push_back({name, Type<D>::typecode()});
+    list.push_back({name, typecode_at<D>()});
     return true;
   }
 };
@@ -57,35 +65,41 @@ template <class T>
 bool move_members(CDR* cdr, T& value) {
   return Type<T>::each(MoveMembers{cdr}, value);
 }
-using CreateWithMembers = TypeCode* (*)(const char*, const char*, const std::vector<TypeCode::NamedType>&,
-                                        Environment&);
+/// The members of a type with `each`, which last as its TypeCode does.
 template <class T>
-TypeCode* members_typecode(CreateWithMembers create) {
-  static TypeCode* const type = [&] {
-    std::vector<TypeCode::NamedType> members;
-    T sample;
-    Type<T>::each(ListMembers{members}, sample);
-    return create(Type<T>::id, Type<T>::name, members, Environment().self());
-  }();
-  return type;
+void list_members(TypeCode::Parameters& parameters) {
+  auto list = std::make_unique<std::vector<TypeCode::Member>>();
+  T sample;
+  Type<T>::each(ListMembers{*list}, sample);
+  parameters.members = *list.release();
 }
+/// The TypeCode of a type that has members; Kind is tk_struct or tk_except.
+template <class T, TCKind Kind>
+struct BuildMembers {
+  static TCKind make(TypeCode::Parameters& parameters) {
+    parameters.id = Type<T>::id;
+    parameters.name = Type<T>::name;
+    list_members<T>(parameters);
+    return Kind;
+  }
+};
 
 // ---- Bases of descriptions --------------------------------------------------------------------------------
 
 /// A struct whose members are all of fixed length; the other structs. A description has `id`, `name`, `each`.
 template <class T>
-struct fixed_struct : Fixed<T, move_members<T>> {
-  static TypeCode* typecode() { return members_typecode<T>(TypeCode::create_struct_tc); }
-};
+struct fixed_struct : Fixed<T, move_members<T>>, BuiltBy<BuildMembers<T, tk_struct>> {};
 template <class T>
-struct variable_struct : Variable<T, move_members<T>> {
-  static TypeCode* typecode() { return members_typecode<T>(TypeCode::create_struct_tc); }
-};
+struct variable_struct : Variable<T, move_members<T>>, BuiltBy<BuildMembers<T, tk_struct>> {};
 
 /// A user exception: `id`, `name`, `each`.
 template <class E>
-struct exception_type {
-  static TypeCode* typecode() { return members_typecode<E>(TypeCode::create_exception_tc); }
+struct exception_type : BuiltBy<BuildMembers<E, tk_except>> {
+  /// As an Any holds it: its id goes in front of its members.
+  static bool move(CDR* cdr, E& e) {
+    const char* id = E::repository_id;
+    return Wire<const char*>::move(cdr, id) && std::strcmp(id, E::repository_id) == 0 && move_members(cdr, e);
+  }
 };
 
 /// An enum: `id`, `name`, `names`, the array of its enumerators' names.
@@ -97,13 +111,18 @@ bool move_enum(CDR* cdr, E& value) {
   return true;
 }
 template <class E>
-struct enumeration : ByValue<E, move_enum<E>> {
-  static TypeCode* typecode() {
-    static TypeCode* const type = TypeCode::create_enum_tc(
-        Type<E>::id, Type<E>::name, {std::begin(Type<E>::names), std::end(Type<E>::names)});
-    return type;
+struct BuildEnum {
+  static TCKind make(TypeCode::Parameters& parameters) {
+    parameters.id = Type<E>::id;
+    parameters.name = Type<E>::name;
+    auto list = std::make_unique<std::vector<TypeCode::Member>>();
+    for (const char* name : Type<E>::names) list->push_back({name});
+    parameters.members = *list.release();
+    return tk_enum;
   }
 };
+template <class E>
+struct enumeration : ByValue<E, move_enum<E>>, BuiltBy<BuildEnum<E>> {};
 
 /// A typedef of another type is a tag that says which: `Aliased`, `id`, `name`.
 template <class Tag>
@@ -112,49 +131,20 @@ concept AliasTag = requires {
 };
 template <AliasTag Tag>
 struct Type<Tag> : Type<typename Tag::Aliased> {
-  static TypeCode* typecode() {
-    static TypeCode* const type =
-        TypeCode::create_alias_tc(Tag::id, Tag::name, Type<typename Tag::Aliased>::typecode());
-    return type;
+  static TypeCode* const* typecode_at() {
+    return typecode_built_by<BuildAlias<Tag, Type<typename Tag::Aliased>>>();
   }
 };
 
-/// A typedef of a sequence: S is its class, D the descriptor of its elements.
+/// A sequence class S of elements D, without and with a name of its own.
 template <class S, class D, ULong Bound = 0>
-struct sequence_typedef : Variable<S, move_sequence<S, D, Bound>> {
-  static TypeCode* typecode() {
-    static TypeCode* const type = [] {
-      const TypeCode_var sequence = TypeCode::create_sequence_tc(Bound, Type<D>::typecode());
-      return TypeCode::create_alias_tc(Type<S>::id, Type<S>::name, sequence.in());
-    }();
-    return type;
+struct anonymous_sequence : Variable<S, move_sequence<S, D, Bound>>,
+                            BuiltBy<BuildContent<tk_sequence, D, Bound>> {};
+template <class S, class D, ULong Bound = 0>
+struct sequence_typedef : anonymous_sequence<S, D, Bound> {
+  static TypeCode* const* typecode_at() {
+    return typecode_built_by<BuildAlias<Type<S>, anonymous_sequence<S, D, Bound>>>();
   }
-};
-
-/// `_tc_X`: the TypeCode of D, made when it is first asked for.
-template <class D>
-struct typecode_constant {
-  operator TypeCode*() const { return Type<D>::typecode(); }
-  TypeCode* operator->() const { return Type<D>::typecode(); }
 };
 
 }  // namespace CORBA::idl
-
-namespace CORBA {
-
-// ---- Any --------------------------------------------------------------------------------------------------
-
-template <class T>
-concept DescribedValue = std::is_class_v<T> && requires {
-  idl::Type<T>::id;
-};
-template <class T>
-concept DescribedEnum = std::is_enum_v<T> && requires {
-  idl::Type<T>::names;
-};
-template <class X>
-concept ClientClass = std::derived_from<X, Object> && requires {
-  X::interface_name;
-};
-
-}  // namespace CORBA

@@ -9,21 +9,21 @@
 //                    the forms of a parameter: `type` in a signature; `move(CDR*, void*)` between the stream
 //                    and a slot; `address` of the slot on the stub's side; `Holder`, which owns the slot on
 //                    the skeleton's side, and for results on both
-//   typecode         a counted TypeCode for every caller, never nil
+//   typecode_at      the place of its TypeCode
 // It comes from one line for most types; structs, unions and exceptions add the list of their members.
 #pragma once
 
 #include "corba/any.h"
+#include "corba/local_object.h"
+#include "corba/typecode_place.h"
 #include "corba/values.h"
 
 namespace CORBA {
 using Any_out = ValueOut<Any>;
-}
+using TypeCode_out = ObjectOut<TypeCode>;
+}  // namespace CORBA
 
 namespace CORBA::idl {
-
-template <class D>
-struct Type;
 
 template <class D>
 using ValueOf = typename Type<D>::Value;
@@ -116,18 +116,6 @@ struct Variable {
   using ResultArg = PointerArg<T*, Own, T*>;
 };
 
-/// Strings and references: a pointer P in all forms. `In` is the slot of an in parameter, moved by `InMove`
-/// (a string is read in place).
-template <class V, class P, class Own, class In, bool (*InMove)(CDR*, In&), class Out>
-struct Pointer {
-  using Value = V;
-  static bool move(CDR* cdr, V& value) { return Own::move(cdr, value.inout()); }
-  using InArg = InPlace<In, In, InMove>;
-  using InoutArg = PointerArg<P, Own, P&>;
-  using OutArg = PointerArg<P, Own, Out>;
-  using ResultArg = PointerArg<P, Own, P>;
-};
-
 // ---- Basic types ------------------------------------------------------------------------------------------
 
 template <class T>
@@ -136,21 +124,30 @@ bool move_plain(CDR* cdr, T& value) {
 }
 
 template <class T>
-concept Basic = Number<T> || OneOf<T, Boolean, Octet>;
+concept Basic = Number<T> || OneOf<T, Boolean, Octet, WChar, long double>;
 
 template <Basic T>
 struct Type<T> : ByValue<T, move_plain<T>> {
-  static TypeCode* typecode() {
-    if constexpr (AnyNumber<T>) return number_typecode<T>();
-    if constexpr (OneOf<T, Boolean>) return _tc_boolean;
-    if constexpr (OneOf<T, Octet>) return _tc_octet;
-    if constexpr (OneOf<T, Char>) return _tc_char;
+  static TypeCode* const* typecode_at() {
+    if constexpr (OneOf<T, Short>) return &_tc_short;
+    if constexpr (OneOf<T, UShort>) return &_tc_ushort;
+    if constexpr (OneOf<T, Long>) return &_tc_long;
+    if constexpr (OneOf<T, ULong>) return &_tc_ulong;
+    if constexpr (OneOf<T, LongLong>) return &_tc_longlong;
+    if constexpr (OneOf<T, ULongLong>) return &_tc_ulonglong;
+    if constexpr (OneOf<T, Float>) return &_tc_float;
+    if constexpr (OneOf<T, Double>) return &_tc_double;
+    if constexpr (OneOf<T, Boolean>) return &_tc_boolean;
+    if constexpr (OneOf<T, Octet>) return &_tc_octet;
+    if constexpr (OneOf<T, Char>) return &_tc_char;
+    if constexpr (OneOf<T, WChar>) return &_tc_wchar;
+    if constexpr (OneOf<T, long double>) return &_tc_longdouble;
   }
 };
 
 template <>
 struct Type<Any> : Variable<Any, move_plain<Any>> {
-  static TypeCode* typecode() { return _tc_any; }
+  static TypeCode* const* typecode_at() { return &_tc_any; }
 };
 
 // ---- Strings ----------------------------------------------------------------------------------------------
@@ -158,30 +155,87 @@ struct Type<Any> : Variable<Any, move_plain<Any>> {
 /// A string of at most Bound characters; 0: of any length.
 template <ULong Bound = 0>
 struct string {};
+template <ULong Bound = 0>
+struct wstring {};
 
-template <ULong Bound>
-struct StringMoves {
-  static bool fits(const char* text) { return Bound == 0 || !text || std::strlen(text) <= Bound; }
-  static void free(char* text) { string_free(text); }
-  static bool move(CDR* cdr, char*& text) {
-    if (cdr->direction == CDR_ENCODE) return fits(text) && cdr_CORBA_string_cpp(cdr, &text);
-    char* fresh = nullptr;
-    if (!cdr_CORBA_string_cpp(cdr, &fresh)) return false;
-    string_free(std::exchange(text, fresh));
+template <class C, ULong Bound>
+struct TextMoves {
+  static bool fits(const C* text) {
+    return Bound == 0 || !text || std::char_traits<C>::length(text) <= Bound;
+  }
+  static void free(C* text) { text_free(text); }
+  static bool move(CDR* cdr, C*& text) {
+    if (cdr->direction == CDR_ENCODE) return fits(text) && Wire<C*>::move(cdr, text);
+    C* fresh = nullptr;
+    if (!Wire<C*>::move(cdr, fresh)) return false;
+    text_free(std::exchange(text, fresh));
     return fits(text);
   }
-  static bool move_in(CDR* cdr, const char*& text) {
-    return (cdr->direction != CDR_ENCODE || fits(text)) && Wire<const char*>::move(cdr, text) && fits(text);
+  /// Of an in parameter: a string is read in place.
+  static bool move_in(CDR* cdr, const Char*& text) {
+    if (cdr->direction == CDR_ENCODE && !fits(text)) return false;
+    return Wire<const Char*>::move(cdr, text) && fits(text);
   }
 };
 template <ULong Bound>
-struct Type<string<Bound>>
-    : Pointer<String_mgr, char*, StringMoves<Bound>, const char*, StringMoves<Bound>::move_in, String_out> {
-  static TypeCode* typecode() {
-    if (Bound == 0) return _tc_string;
-    static TypeCode* const bounded = TypeCode::create_string_tc(Bound);
-    return bounded;
+struct Type<string<Bound>> {
+  using Value = String_mgr;
+  using Own = TextMoves<Char, Bound>;
+  static bool move(CDR* cdr, Value& value) { return Own::move(cdr, value.inout()); }
+  using InArg = InPlace<const Char*, const Char*, Own::move_in>;
+  using InoutArg = PointerArg<Char*, Own, Char*&>;
+  using OutArg = PointerArg<Char*, Own, String_out>;
+  using ResultArg = PointerArg<Char*, Own, Char*>;
+  static TypeCode* const* typecode_at() {
+    if constexpr (Bound == 0)
+      return &_tc_string;
+    else
+      return typecode_built_by<BuildContent<tk_string, void, Bound>>();
   }
+};
+template <ULong Bound>
+struct Type<wstring<Bound>> {
+  using Value = WString_mgr;
+  using Own = TextMoves<WChar, Bound>;
+  static bool move(CDR* cdr, Value& value) { return Own::move(cdr, value.inout()); }
+  struct InArg {
+    using type = const WChar*;
+    static bool move(CDR* cdr, void* slot) { return Own::move(cdr, *static_cast<WChar**>(slot)); }
+    static void* address(const WChar*& text) { return const_cast<WChar**>(&text); }
+    using Holder = PointerHolder<WChar*, Own>;
+  };
+  using InoutArg = PointerArg<WChar*, Own, WChar*&>;
+  using OutArg = PointerArg<WChar*, Own, WString_out>;
+  using ResultArg = PointerArg<WChar*, Own, WChar*>;
+  static TypeCode* const* typecode_at() {
+    if constexpr (Bound == 0)
+      return &_tc_wstring;
+    else
+      return typecode_built_by<BuildContent<tk_wstring, void, Bound>>();
+  }
+};
+
+// ---- TypeCodes --------------------------------------------------------------------------------------------
+
+struct TypeCodeMoves {
+  static void free(TypeCode* type) { release(type); }
+  static bool move(CDR* cdr, TypeCode*& type) {
+    TypeCode* moved = cdr->direction == CDR_ENCODE ? type : nullptr;
+    if (!Wire<TypeCode*>::move(cdr, moved)) return false;
+    if (cdr->direction == CDR_DECODE) release(std::exchange(type, moved));
+    return true;
+  }
+};
+template <>
+struct Type<TypeCode> {
+  using Value = TypeCode_var;
+  using Own = TypeCodeMoves;
+  static bool move(CDR* cdr, Value& value) { return Own::move(cdr, value.inout()); }
+  using InArg = PointerArg<TypeCode*, Own, TypeCode*>;
+  using InoutArg = PointerArg<TypeCode*, Own, TypeCode*&>;
+  using OutArg = PointerArg<TypeCode*, Own, ObjectOut<TypeCode>>;
+  using ResultArg = InArg;
+  static TypeCode* const* typecode_at() { return &_tc_TypeCode; }
 };
 
 // ---- References -------------------------------------------------------------------------------------------
@@ -215,13 +269,16 @@ struct Type<ref<X>> {
   using InoutArg = PointerArg<X*, Own, X*&>;
   using OutArg = PointerArg<X*, Own, ObjectOut<X>>;
   using ResultArg = InArg;
-  static TypeCode* typecode() {
-    if constexpr (std::is_same_v<X, Object>) {
-      return _tc_Object;
-    } else {
-      static TypeCode* const type = TypeCode::create_interface_tc(X::repository_id, X::interface_name);
-      return type;
-    }
+  static TypeCode* const* typecode_at() {
+    if constexpr (std::is_same_v<X, Object>)
+      return &_tc_Object;
+    else
+      return typecode_built_by<Type>();
+  }
+  static TCKind make(TypeCode::Parameters& parameters) {
+    parameters.id = X::repository_id;
+    parameters.name = X::interface_name;
+    return std::derived_from<X, LocalObject> ? tk_local_interface : tk_objref;
   }
 };
 
@@ -396,6 +453,28 @@ struct Type<Tag> {
   using InoutArg = Lent<Slice*>;
   using OutArg = std::conditional_t<Tag::fixed, InoutArg, PointerArg<Slice*, Own, ArrayOut<Tag>>>;
   using ResultArg = PointerArg<Slice*, Own, Slice*>;
+
+  static TypeCode* const* typecode_at() {
+    if constexpr (requires { Tag::id; })
+      return typecode_built_by<BuildAlias<Tag, Dimensions<Value>>>();
+    else
+      return Dimensions<Value>::typecode_at();
+  }
+
+ private:
+  template <class A>
+  struct Dimensions {
+    static TCKind make(TypeCode::Parameters& parameters) {
+      parameters.length = std::extent_v<A>;
+      using Inner = std::remove_extent_t<A>;
+      if constexpr (std::is_same_v<Inner, Element>)
+        parameters.content = Type<typename Tag::Element>::typecode_at();
+      else
+        parameters.content = Dimensions<Inner>::typecode_at();
+      return tk_array;
+    }
+    static TypeCode* const* typecode_at() { return typecode_built_by<Dimensions>(); }
+  };
 };
 
 }  // namespace CORBA::idl

@@ -157,9 +157,32 @@ bool move_union(CDR* cdr, U& value) {
   return union_moves<U, D, M...>::move_union(cdr, value);
 }
 template <class U, class D, class... M>
-struct fixed_union : Fixed<U, move_union<U, D, M...>>, union_moves<U, D, M...> {};
+struct BuildUnion {
+  static TCKind make(TypeCode::Parameters& parameters) {
+    parameters.id = Type<U>::id;
+    parameters.name = Type<U>::name;
+    parameters.content = typecode_at<D>();
+    TypeCode* const* const types[] = {typecode_at<M>()...};
+    auto list = std::make_unique<std::vector<TypeCode::Member>>();
+    for (const auto& label : Type<U>::labels)
+      list->push_back(
+          {Type<U>::members[label.member], types[label.member], static_cast<LongLong>(label.value)});
+    if (Type<U>::default_member < sizeof...(M)) {
+      parameters.default_index = static_cast<Long>(list->size());
+      list->push_back({Type<U>::members[Type<U>::default_member], types[Type<U>::default_member]});
+    }
+    parameters.members = *list.release();
+    return tk_union;
+  }
+};
 template <class U, class D, class... M>
-struct variable_union : Variable<U, move_union<U, D, M...>>, union_moves<U, D, M...> {};
+struct fixed_union : Fixed<U, move_union<U, D, M...>>,
+                     union_moves<U, D, M...>,
+                     BuiltBy<BuildUnion<U, D, M...>> {};
+template <class U, class D, class... M>
+struct variable_union : Variable<U, move_union<U, D, M...>>,
+                        union_moves<U, D, M...>,
+                        BuiltBy<BuildUnion<U, D, M...>> {};
 
 }  // namespace idl
 }  // namespace CORBA

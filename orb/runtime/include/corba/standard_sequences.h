@@ -1,0 +1,42 @@
+// The sequences of module CORBA (StringSeq, LongSeq, ...) with their _var and _out types.
+#pragma once
+
+#include "corba/describe.h"
+
+namespace CORBA {
+
+// clang-format off
+#define CORBA_EACH_SEQUENCE(DO)                                                                      \
+  DO(Any, Any) DO(Boolean, Boolean) DO(Char, Char) DO(Short, Short)                 \
+  DO(UShort, UShort) DO(Long, Long) DO(ULong, ULong) DO(LongLong, LongLong)                          \
+  DO(ULongLong, ULongLong) DO(Float, Float) DO(Double, Double)            \
+  DO(String, idl::string<>)
+// clang-format on
+#define CORBA_DEFINE_SEQUENCE(Name, D)                      \
+  class Name##Seq : public idl::sequence<idl::ValueOf<D>> { \
+   public:                                                  \
+    using Sequence::Sequence;                               \
+  };                                                        \
+  using Name##Seq_var = ValueVar<Name##Seq>;                \
+  using Name##Seq_out = ValueOut<Name##Seq>;                \
+  inline constexpr idl::typecode_constant<Name##Seq> _tc_##Name##Seq;
+CORBA_EACH_SEQUENCE(CORBA_DEFINE_SEQUENCE)
+#undef CORBA_DEFINE_SEQUENCE
+using OctetSeq_out = ValueOut<OctetSeq>;
+inline constexpr idl::typecode_constant<OctetSeq> _tc_OctetSeq;
+
+namespace idl {
+
+#define CORBA_DESCRIBE_SEQUENCE(Name, D)                                    \
+  template <>                                                               \
+  struct Type<Name##Seq> : sequence_typedef<Name##Seq, D> {                 \
+    static constexpr const char* id = "IDL:omg.org/CORBA/" #Name "Seq:1.0"; \
+    static constexpr const char* name = #Name "Seq";                        \
+  };
+CORBA_EACH_SEQUENCE(CORBA_DESCRIBE_SEQUENCE)
+CORBA_DESCRIBE_SEQUENCE(Octet, Octet)
+#undef CORBA_DESCRIBE_SEQUENCE
+#undef CORBA_EACH_SEQUENCE
+
+}  // namespace idl
+}  // namespace CORBA

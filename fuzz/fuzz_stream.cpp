@@ -15,8 +15,7 @@ constexpr uint32_t max_message = 4096;
 
 void read_head(const giop::Header& header, Buffer& message) {
   CDR cdr{};
-  OM_cdr_open_decode(&cdr, message.data(), static_cast<uint32_t>(message.size()), giop::needs_swap(header));
-  cdr.in_next += giop::header_size;
+  giop::open_message(&cdr, header, message.data());
   giop::RequestHead request;
   giop::ReplyHead reply;
   bool read = false;

@@ -107,7 +107,7 @@ Assembler::Result Assembler::begin_fragmented(const giop::Header& header) {
   const uint32_t id = header.minor == 2 ? word(at() + header_size, header.little) : 0;
   if (find(header.minor, id)) return bad("fragmented message begun twice");
   if (unfinished_.size() == max_unfinished) return bad("too many unfinished messages");
-  unfinished_.push_back({header, id, {}});
+  unfinished_.push_back({header, id, {}, {}, false});
   return append(&unfinished_.back(), at(), header_size + std::size_t{header.size});
 }
 
@@ -117,22 +117,37 @@ Assembler::Result Assembler::add_fragment(giop::Header* header, Buffer* message)
   Unfinished* to = find(header->minor, head ? word(at() + header_size, header->little) : 0);
   if (!to) return bad("fragment of no message");
   if (to->first.little != header->little) return bad("byte order changes between fragments");
+  if (header->minor == 1 && header->size > 0) {
+    if (to->cuts.size() == max_cuts) return bad("too many fragments");
+    to->cuts.push_back(static_cast<uint32_t>(to->octets.size()));
+  }
   const Result result = append(to, at() + header_size + head, header->size - head);
-  if (result == Result::Bad || header->more) return result;
+  return result == Result::Bad || header->more ? result : finish(to, header, message);
+}
 
-  unsigned char* octets = to->octets.data();
-  *header = to->first;
+Assembler::Result Assembler::finish(Unfinished* whole, giop::Header* header, Buffer* message) {
+  if (whole->cancelled) return forget(whole), Result::NeedMore;
+  unsigned char* octets = whole->octets.data();
+  *header = whole->first;
   header->more = false;
-  header->size = static_cast<uint32_t>(to->octets.size() - header_size);
+  header->size = static_cast<uint32_t>(whole->octets.size() - header_size);
   octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
   put_word(octets + 8, header->size, header->little);
-  unfinished_octets_ -= to->octets.size();
-  *message = std::move(to->octets);
-  unfinished_.erase(unfinished_.begin() + (to - unfinished_.data()));
+  header->cuts = !whole->cuts.empty();
+  if (header->cuts && !giop::put_cuts(&whole->octets, whole->cuts)) return bad("memory");
+  unfinished_octets_ -= whole->octets.size();
+  *message = std::move(whole->octets);
+  unfinished_.erase(unfinished_.begin() + (whole - unfinished_.data()));
   return Result::Message;
 }
 
+void Assembler::forget(Unfinished* u) {
+  unfinished_octets_ -= u->octets.size();
+  unfinished_.erase(unfinished_.begin() + (u - unfinished_.data()));
+}
+
 Assembler::Result Assembler::append(Unfinished* to, const unsigned char* octets, std::size_t count) {
+  if (to->cancelled) return Result::NeedMore;
   if (unfinished_octets_ + count > header_size + std::size_t{max_message_}) return bad("length");
   if (!to->octets.append(octets, count)) return bad("memory");
   unfinished_octets_ += count;
@@ -151,12 +166,21 @@ void Assembler::skip(std::size_t octets) {
 }
 
 void Assembler::cancel(uint32_t id) {
-  // 1.1 has one unfinished message at a time, whose id stands behind its service contexts: it is cut off when
-  // it ends.
-  if (Unfinished* u = find(2, id)) {
-    unfinished_octets_ -= u->octets.size();
-    unfinished_.erase(unfinished_.begin() + (u - unfinished_.data()));
-  }
+  if (Unfinished* u = find(2, id)) return forget(u);
+  // 1.1 has one unfinished message at a time. Its id stands behind its service contexts, and its other
+  // fragments, which carry none, are still to come.
+  Unfinished* u = find(1, 0);
+  if (!u || u->cancelled || u->first.type != Type::Request) return;
+  CDR cdr{};
+  giop::Header so_far = u->first;
+  so_far.size = static_cast<uint32_t>(u->octets.size() - header_size);
+  giop::open_message(&cdr, so_far, u->octets.data());
+  uint32_t found = 0;
+  if (!giop::read_id_1_1(&cdr, &found) || found != id) return;
+  unfinished_octets_ -= u->octets.size();
+  u->octets = Buffer();
+  u->cuts.clear();
+  u->cancelled = true;
 }
 
 void Assembler::reset() {
@@ -168,7 +192,7 @@ void Assembler::reset() {
 }
 
 // first fragment  = header (more) body[0 .. n)
-// later fragments = header [request id, 1.2] body[n .. m)        each a multiple of 8 octets long but the
+// later fragments = header request id, body[n .. m)        each a multiple of 8 octets long but the
 // last
 Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
   if (!must_fragment(message, length, limit)) {
@@ -176,7 +200,7 @@ Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
     return;
   }
   const bool little = (message[6] & 1) != 0;
-  const std::size_t head = header_size + (message[5] == 2 ? 4 : 0);
+  const std::size_t head = header_size + 4;
   const std::size_t piece = std::max<std::size_t>(limit & ~7u, 64);
   const std::size_t step = (piece - head) & ~std::size_t{7};
   std::size_t at = std::min(piece, length);
@@ -186,7 +210,7 @@ Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
   parts_.push_back({message, at});
   for (auto& octets : heads_) {
     const std::size_t count = std::min(step, length - at);
-    std::memcpy(octets.data(), message, head);  // in 1.2 the request id comes first in the body
+    std::memcpy(octets.data(), message, head);  // the request id comes first in the body
     octets[7] = static_cast<unsigned char>(Type::Fragment);
     if (at + count == length) octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
     put_word(octets.data() + 8, static_cast<uint32_t>(head - header_size + count), little);

@@ -20,6 +20,8 @@ class Assembler {
 
   /// Unfinished messages that a peer may have at a time.
   static constexpr std::size_t max_unfinished = 64;
+  /// Fragments that a message may have in GIOP 1.1, where each counts.
+  static constexpr std::size_t max_cuts = 1 << 16;
 
   explicit Assembler(uint32_t max_message) : max_message_(max_message) {}
 
@@ -52,6 +54,8 @@ class Assembler {
     giop::Header first;
     uint32_t id = 0;  // 1.2 only
     Buffer octets;
+    std::vector<uint32_t> cuts;  // 1.1 only: where fragments begin
+    bool cancelled = false;      // 1.1 only: what comes of it is thrown away
   };
 
   Result need(std::size_t octets);
@@ -59,6 +63,8 @@ class Assembler {
   Result cut(std::size_t length, Buffer* message);
   [[gnu::cold]] Result begin_fragmented(const giop::Header& header);
   [[gnu::cold]] Result add_fragment(giop::Header* header, Buffer* message);
+  Result finish(Unfinished* whole, giop::Header* header, Buffer* message);
+  void forget(Unfinished* u);
   Result append(Unfinished* to, const unsigned char* octets, std::size_t count);
   Unfinished* find(uint8_t minor, uint32_t id);
   void skip(std::size_t octets);
@@ -78,7 +84,7 @@ class Assembler {
 /// header is changed.
 class Pieces {
  public:
-  /// `limit` 0: never cut. GIOP 1.0 knows no fragments.
+  /// `limit` 0: never cut. GIOP 1.0 knows no fragments, and in 1.1 no cut is right for every reader.
   Pieces(unsigned char* message, std::size_t length, uint32_t limit);
   std::vector<iovec>& parts() { return parts_; }
 
@@ -92,7 +98,7 @@ std::span<iovec> rest_of(std::span<iovec> parts, std::size_t octets);
 
 /// Whether a message of that length is cut at all.
 inline bool must_fragment(const unsigned char* message, std::size_t length, uint32_t limit) {
-  return limit != 0 && length > limit && message[5] != 0;
+  return limit != 0 && length > limit && message[5] == 2;
 }
 
 }  // namespace zrsv

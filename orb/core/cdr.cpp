@@ -1,6 +1,9 @@
+#include <algorithm>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <span>
 
 #include "cdr_chain.h"
 
@@ -15,6 +18,12 @@ bool write_string(CDR* cdr, const char* text) {
   if (length > UINT32_MAX || !has_room(cdr, 3 + 4 + length)) return false;
   auto word = static_cast<uint32_t>(length);
   return move_value(cdr, &word) && put_octets(cdr, {text, length});
+}
+
+/// After a failure.
+void return_to(CDR* cdr, const unsigned char* at) {
+  cdr->in_next = at;
+  pass(cdr, 0);
 }
 
 }  // namespace
@@ -64,6 +73,34 @@ unsigned char ZR_cdr_grow(CDR* cdr, size_t more) {
   return 1;
 }
 
+void ZR_cdr_enter_part(CDR* cdr) {
+  constexpr std::ptrdiff_t header = 12;
+  const std::span parts(cdr->in_cuts->begin, cdr->in_cuts->count);
+  const auto next = std::upper_bound(parts.begin(), parts.end(), cdr->in_next);
+  cdr->in_end = next == parts.end() ? cdr->in_cuts->end : *next;
+  if (next != parts.begin()) cdr->in_base = *std::prev(next) - header;
+}
+
+// A value that a part is too short for begins in the next one. But one that has begun goes on there: some
+// senders cut anywhere.
+const unsigned char* ZR_cdr_next_part(CDR* cdr, size_t size) {
+  CDR in = *cdr;
+  for (;;) {
+    const auto at = static_cast<std::size_t>(in.in_next - in.in_base);
+    const std::size_t pad = (size - at % size) % size;
+    if (pad < static_cast<std::size_t>(in.in_end - in.in_next)) {
+      if (octets_left(&in) < pad + size) return nullptr;
+      const unsigned char* const found = in.in_next + pad;
+      pass(&in, pad + size);
+      *cdr = in;
+      return found;
+    }
+    if (in.in_end == in.in_cuts->end) return nullptr;
+    in.in_next = in.in_end;
+    ZR_cdr_enter_part(&in);
+  }
+}
+
 unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value) { return move_value(cdr, value); }
 unsigned char OM_cdr_char(CDR* cdr, char* value) { return move_value(cdr, value); }
 unsigned char OM_cdr_short(CDR* cdr, int16_t* value) { return move_value(cdr, value); }
@@ -93,7 +130,7 @@ unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count) {
 unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t count) {
   if (cdr->direction != CDR_DECODE || OM_cdr_remaining(cdr) < count) return 0;
   *octets = cdr->in_next;
-  cdr->in_next += count;
+  pass(cdr, count);
   return 1;
 }
 
@@ -104,11 +141,11 @@ unsigned char OM_cdr_string_view(CDR* cdr, const char** text) {
   if (!move_value(cdr, &length)) return 0;
   const unsigned char* at = cdr->in_next;
   if (length == 0 || length > OM_cdr_remaining(cdr) || std::memchr(at, 0, length) != at + length - 1) {
-    cdr->in_next = start;
+    return_to(cdr, start);
     return 0;
   }
   *text = reinterpret_cast<const char*>(at);
-  cdr->in_next = at + length;
+  pass(cdr, length);
   return 1;
 }
 
@@ -119,14 +156,14 @@ unsigned char OM_cdr_string(CDR* cdr, char** text) {
   if (!OM_cdr_string_view(cdr, &found)) return 0;
   char* copy = ::strdup(found);
   if (!copy) {
-    cdr->in_next = start;
+    return_to(cdr, start);
     return 0;
   }
   *text = copy;
   return 1;
 }
 
-uint32_t OM_cdr_remaining(const CDR* cdr) { return static_cast<uint32_t>(cdr->in_end - cdr->in_next); }
+uint32_t OM_cdr_remaining(const CDR* cdr) { return static_cast<uint32_t>(octets_left(cdr)); }
 
 void OM_cdr_open_decode(CDR* cdr, const unsigned char* octets, uint32_t length, unsigned char swap) {
   *cdr = CDR{};
@@ -154,7 +191,7 @@ unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner) {
   Reader in(cdr);
   const std::string_view octets = in.octets();
   if (in.ok() && open_encapsulation(octets, inner)) return 1;
-  cdr->in_next = start;
+  return_to(cdr, start);
   return 0;
 }
 

@@ -48,7 +48,7 @@ class Reader {
   std::string_view raw(uint32_t length) {
     if (!ok_ || left() < length) return fail(), std::string_view();
     const unsigned char* found = cdr_->in_next;
-    cdr_->in_next += length;
+    pass(cdr_, length);
     return as_view(found, length);
   }
   /// A sequence of octets.
@@ -69,7 +69,7 @@ class Reader {
     return v;
   }
 
-  std::size_t left() const { return static_cast<std::size_t>(cdr_->in_end - cdr_->in_next); }
+  std::size_t left() const { return octets_left(cdr_); }
 
   CDR* cdr_;
   bool ok_ = true;

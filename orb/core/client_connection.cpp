@@ -122,9 +122,7 @@ Deadline half_way(Deadline deadline) {
 }
 
 const char* Reply::open(const giop::Header& header) {
-  OM_cdr_open_decode(&body, message.data(), static_cast<uint32_t>(message.size()), giop::needs_swap(header));
-  body.minor_version = header.minor;
-  body.in_next += giop::header_size;
+  giop::open_message(&body, header, message.data());
   return giop::read_reply(&body, header.minor, &head) ? nullptr : "malformed reply header";
 }
 

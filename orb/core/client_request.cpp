@@ -357,6 +357,7 @@ void show_reply(ClientRequest* request) {
   request->cdr.in_base = body.in_base;
   request->cdr.in_next = body.in_next;
   request->cdr.in_end = body.in_end;
+  request->cdr.in_cuts = body.in_cuts;
 }
 
 /// Memory that runs out anywhere in a step is that step's failure.

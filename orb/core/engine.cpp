@@ -216,6 +216,9 @@ void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
         if (handle(worker, connection) == Next::Leave) return;
         break;
       case Assembler::Result::Bad:
+        if (worker.header.size > pool_.options().max_message)
+          OM_log("%s sent a message of %u octets, over -ORBMaxMessage %u", connection->peer().text().c_str(),
+                 worker.header.size, pool_.options().max_message);
         return reject(worker.header.minor, connection, connection->assembler().error());
       case Assembler::Result::NeedMore:
         const Connection::Input input = connection->receive();
@@ -453,7 +456,8 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   ServerRequest request;
   std::swap(request.message, message);
   if (request.message.size() < giop::header_size ||
-      giop::read_header(request.message.data(), UINT32_MAX, &header) || !request.read_head(header))
+      giop::read_header(request.message.data(), UINT32_MAX, &header) ||
+      request.message.size() != giop::header_size + std::size_t{header.size} || !request.read_head(header))
     return "OBJECT_NOT_EXIST";
   const Ref<Reference> target = Reference::from_key(request.head.key);
   if (!target) return "OBJECT_NOT_EXIST";
@@ -517,8 +521,7 @@ void Engine::refuse(Worker& worker, ServerRequest& request, const char* exceptio
 }
 
 void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char* what) {
-  OM_log("%s sent bad input (%s; at most %u octets a message): connection closed",
-         connection->peer().text().c_str(), what, pool_.options().max_message);
+  OM_log("%s sent bad input (%s): connection closed", connection->peer().text().c_str(), what);
   unsigned char message[giop::header_size];
   giop::write_empty(message, minor, giop::Type::MessageError);
   connection->say_goodbye(message, sizeof message);

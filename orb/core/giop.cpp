@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <new>
 
 #include "cdr_chain.h"
 #include "iiop_profile.h"
@@ -97,6 +98,7 @@ const char* read_header(const unsigned char* octets, uint32_t max_message, Heade
   if (std::memcmp(octets, "GIOP", 4) != 0) return "magic";
   if (octets[4] != 1 || octets[5] > 2) return "version";
   header->minor = octets[5];
+  header->cuts = false;
   header->little = octets[6] & 1;
   header->more = header->minor >= 1 && (octets[6] & 2);
   const Type last = header->minor >= 1 ? Type::Fragment : Type::MessageError;
@@ -106,6 +108,37 @@ const char* read_header(const unsigned char* octets, uint32_t max_message, Heade
   std::memcpy(&size, octets + size_offset, sizeof size);
   header->size = needs_swap(*header) ? __builtin_bswap32(size) : size;
   return header->size > max_message ? "length" : nullptr;
+}
+
+namespace {
+
+/// Where the cuts stand behind a message of that length.
+constexpr std::size_t cuts_at(std::size_t length) {
+  return (length + alignof(ZR_cdr_cuts) - 1) / alignof(ZR_cdr_cuts) * alignof(ZR_cdr_cuts);
+}
+
+}  // namespace
+
+void open_message(CDR* cdr, const Header& header, const unsigned char* message) {
+  const std::size_t length = header_size + std::size_t{header.size};
+  OM_cdr_open_decode(cdr, message, static_cast<uint32_t>(length), needs_swap(header));
+  cdr->in_next += header_size;
+  cdr->minor_version = header.minor;
+  if (!header.cuts) return;
+  cdr->in_cuts = reinterpret_cast<const ZR_cdr_cuts*>(message + cuts_at(length));
+  ZR_cdr_enter_part(cdr);
+}
+
+bool put_cuts(Buffer* message, std::span<const uint32_t> offsets) {
+  const std::size_t length = message->size(), at = cuts_at(length);
+  const std::size_t size = sizeof(ZR_cdr_cuts) + offsets.size() * sizeof(const unsigned char*);
+  if (!message->reserve(at + size - length)) return false;
+  auto* const cuts = new (message->data() + at) ZR_cdr_cuts;
+  cuts->end = message->data() + length;
+  cuts->begin = reinterpret_cast<const unsigned char**>(cuts + 1);
+  cuts->count = static_cast<uint32_t>(offsets.size());
+  for (std::size_t i = 0; i < offsets.size(); ++i) cuts->begin[i] = message->data() + offsets[i];
+  return true;
 }
 
 bool needs_swap(const Header& header) { return header.little != native_little; }
@@ -124,6 +157,13 @@ bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
     skip_contexts(&in);
     skip_to_body(cdr);
   }
+  return in.ok();
+}
+
+bool read_id_1_1(CDR* cdr, uint32_t* id) {
+  Reader in = start(cdr, 1);
+  skip_contexts(&in);
+  *id = in.u32();
   return in.ok();
 }
 

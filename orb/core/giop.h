@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 
-#include "zrsv.h"
+#include "buffer.h"
 
 namespace zrsv::giop {
 
@@ -30,7 +31,15 @@ struct Header {
   bool more = false;  // fragments follow
   Type type = Type::Request;
   uint32_t size = 0;  // of the body
+  bool cuts = false;  // the message was joined of 1.1 fragments; where, stands behind it
 };
+
+/// A stream over a whole message, past its header.
+void open_message(CDR* cdr, const Header& header, const unsigned char* message);
+
+/// Keeps where the fragments of a joined message begin, behind it in its memory. The message must not move
+/// afterwards. False when memory is short.
+bool put_cuts(Buffer* message, std::span<const uint32_t> offsets);
 
 /// Reads a header from 12 octets. Null on success; else what is wrong with it ("magic", "version", "type",
 /// "length").
@@ -50,6 +59,8 @@ struct RequestHead {
 /// `cdr` stands at the body's start (in_base = start of the whole message, so that alignment is right);
 /// afterwards it stands at the arguments. False when malformed.
 bool read_request(CDR* cdr, uint8_t minor, RequestHead* head);
+/// The id of a request of 1.0 or 1.1, of which the start is there. False when that does not reach.
+bool read_id_1_1(CDR* cdr, uint32_t* id);
 bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head);
 
 /// A reply's head; `status` is a ZR_REPLY_... value, or 4 (LOC_FORWARD_PERM) and 5 (NEEDS_ADDRESSING_MODE)

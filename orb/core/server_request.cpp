@@ -123,9 +123,9 @@ void complete_reply(ServerRequest& request, uint32_t max_message) {
     answer_exception(request, "INTERNAL", CORBA_COMPLETED_MAYBE);
   }
   if (static_cast<std::size_t>(cdr.out_next - cdr.out_base) > giop::header_size + std::size_t{max_message}) {
-    OM_log("operation %s: reply of %zu octets is over the limit of %u", request.head.operation,
-           static_cast<std::size_t>(cdr.out_next - cdr.out_base), max_message);
-    answer_exception(request, "IMP_LIMIT", CORBA_COMPLETED_YES);
+    OM_log("operation %s: the reply has %zu octets, over -ORBMaxMessage %u", request.head.operation,
+           static_cast<std::size_t>(cdr.out_next - cdr.out_base) - giop::header_size, max_message);
+    answer_exception(request, "IMP_LIMIT", CORBA_COMPLETED_YES, minor_over_max_message);
   }
   if (cdr.out_next != cdr.out_base) giop::end_message(&cdr);
 }
@@ -155,9 +155,7 @@ void LocalCall::finish(Buffer message, const char* why) {
 
 bool ServerRequest::read_head(const giop::Header& header) {
   minor = header.minor;
-  OM_cdr_open_decode(&cdr, message.data(), static_cast<uint32_t>(message.size()), giop::needs_swap(header));
-  cdr.in_next += giop::header_size;
-  cdr.minor_version = minor;
+  giop::open_message(&cdr, header, message.data());
   return header.type == giop::Type::Request ? giop::read_request(&cdr, minor, &head)
                                             : giop::read_locate_request(&cdr, minor, &head);
 }
@@ -173,9 +171,9 @@ void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) {
   complete_reply(request, max_message);
 }
 
-void answer_exception(ServerRequest& request, const char* name, uint32_t completed) {
+void answer_exception(ServerRequest& request, const char* name, uint32_t completed, uint32_t minor) {
   CORBA_Environment env{};
-  raise_standard(&env, name, 0, completed);
+  raise_standard(&env, name, minor, completed);
   // Without memory for this little there is nothing to tell the client with.
   if (!begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) || !put_exception(request, env))
     request.cdr.out_next = request.cdr.out_base;

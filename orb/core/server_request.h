@@ -68,7 +68,9 @@ using Requests = std::vector<std::unique_ptr<ServerRequest>>;
 void execute(ServerRequest& request, uint32_t max_message, Buffer* reply);
 /// Makes a system exception, by its short name, the reply.
 [[gnu::cold]] void answer_exception(ServerRequest& request, const char* name,
-                                    uint32_t completed = CORBA_COMPLETED_NO);
+                                    uint32_t completed = CORBA_COMPLETED_NO, uint32_t minor = 0);
+/// Of IMP_LIMIT: the message is over -ORBMaxMessage.
+inline constexpr uint32_t minor_over_max_message = 0x4B510401;
 
 /// The request that this thread runs, or null.
 const ServerRequest* running_request();

@@ -36,6 +36,18 @@ inline std::string message(zrsv::giop::Type type, const std::function<void(zrsv:
 /// Cuts a message into fragments as a peer would.
 inline std::vector<std::string> fragments(std::string message, uint32_t size) {
   std::vector<std::string> cut;
+  if (message[5] == 1) {  // which we never cut ourselves
+    const std::string head = message.substr(0, 8);
+    for (std::size_t at = 12; at < message.size(); at += size - 12) {
+      const std::string part = message.substr(at, size - 12);
+      cut.push_back(head + std::string(4, '\0') + part);
+      const auto length = static_cast<uint32_t>(part.size());
+      std::memcpy(cut.back().data() + 8, &length, sizeof length);
+      if (at > 12) cut.back()[7] = static_cast<char>(zrsv::giop::Type::Fragment);
+      if (at + part.size() < message.size()) cut.back()[6] = static_cast<char>(cut.back()[6] | 2);
+    }
+    return cut;
+  }
   zrsv::Pieces pieces(reinterpret_cast<unsigned char*>(message.data()), message.size(), size);
   for (const iovec& part : pieces.parts()) {
     const std::string_view octets(static_cast<const char*>(part.iov_base), part.iov_len);

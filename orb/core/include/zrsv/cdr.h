@@ -14,6 +14,14 @@ enum { CDR_ENCODE = 0, CDR_DECODE = 1 };
  * primitive works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding
  * grows the buffer. A stream belongs to one thread at a time. Only `direction` is for callers; the rest is
  * for the primitives. */
+/* Where the fragments of a GIOP 1.1 message begin in what they were joined to. Alignment in each of them counts
+ * from its own header. */
+typedef struct ZR_cdr_cuts {
+  const unsigned char* end; /* of the joined octets */
+  uint32_t count;
+  const unsigned char** begin; /* ascending */
+} ZR_cdr_cuts;
+
 typedef struct CDR {
   uint16_t direction;
   unsigned char swap;          /* decoding: the peer's byte order is not ours */
@@ -26,6 +34,7 @@ typedef struct CDR {
   unsigned char* out_base; /* malloc'd; owned by the stream */
   unsigned char* out_next;
   unsigned char* out_limit;
+  const ZR_cdr_cuts* in_cuts; /* null as a rule; else in_base and in_end are those of the part at in_next */
 } CDR;
 
 /* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true;
@@ -91,6 +100,11 @@ ZRSV_API void OM_cdr_open_encode(CDR* cdr);
 /* Makes room for `more` octets at the encoding end. False when memory is short, or when the stream would pass
  * what a message can hold. */
 ZRSV_API unsigned char ZR_cdr_grow(CDR* cdr, size_t more) __attribute__((cold));
+/* Where `size` octets, aligned to that, are to be read although the part at in_next ends before; null when the
+ * window does. For streams with in_cuts. */
+ZRSV_API const unsigned char* ZR_cdr_next_part(CDR* cdr, size_t size) __attribute__((cold));
+/* Makes in_base and in_end those of the part at in_next. */
+ZRSV_API void ZR_cdr_enter_part(CDR* cdr) __attribute__((cold));
 /* Frees the stream's own buffer. */
 ZRSV_API void OM_cdr_close(CDR* cdr);
 

@@ -37,10 +37,22 @@ unsigned char* claim(CDR* cdr) {
 template <std::size_t N>
 const unsigned char* take(CDR* cdr) {
   const std::size_t pad = padding<N>(cdr->in_next - cdr->in_base);
-  if (static_cast<std::size_t>(cdr->in_end - cdr->in_next) < pad + N) return nullptr;
+  if (static_cast<std::size_t>(cdr->in_end - cdr->in_next) < pad + N)
+    return cdr->in_cuts ? ZR_cdr_next_part(cdr, N) : nullptr;
   const unsigned char* at = cdr->in_next + pad;
   cdr->in_next = at + N;
   return at;
+}
+
+/// Octets left to decode.
+inline std::size_t octets_left(const CDR* cdr) {
+  return static_cast<std::size_t>((cdr->in_cuts ? cdr->in_cuts->end : cdr->in_end) - cdr->in_next);
+}
+
+/// Passes over octets that are left.
+inline void pass(CDR* cdr, std::size_t octets) {
+  cdr->in_next += octets;
+  if (cdr->in_cuts) ZR_cdr_enter_part(cdr);
 }
 
 inline uint8_t reversed(uint8_t v) { return v; }

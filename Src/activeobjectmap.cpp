@@ -31,6 +31,7 @@ struct ActiveObjectMap::Client {
   unsigned char host[16] = {};  // the first four octets for IPv4
 
   static Client current();
+  static Client at(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6);
   void store(_ActiveObjectEntry& entry) const;
   bool is_of(const _ActiveObjectEntry& entry) const;
   void trace() const;
@@ -54,6 +55,15 @@ ActiveObjectMap::Client ActiveObjectMap::Client::current() {
   } else {
     POA_TRACE("  No client data!!!");
   }
+  return client;
+}
+
+ActiveObjectMap::Client ActiveObjectMap::Client::at(CORBA::Long fd, const void* host_addr,
+                                                    unsigned char is_ipv6) {
+  Client client;
+  client.fd = fd;
+  client.is_ipv6 = is_ipv6;
+  std::memcpy(client.host, host_addr, is_ipv6 ? 16 : 4);
   return client;
 }
 
@@ -144,7 +154,6 @@ ActiveObjectMap::Key ActiveObjectMap::ById::key_of(std::string_view oid) {
 }
 
 namespace {
-constexpr auto ANY = [](const _ActiveObjectEntry&) { return true; };
 /// An etherealized servant may be gone: its entry answers nothing any more.
 constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
 }  // namespace
@@ -259,36 +268,6 @@ ObjectId* ActiveObjectMap::copyOidByServant(ServantBase* p_servant) {
   return own ? make_oid(oid_view(*own)) : nullptr;
 }
 
-ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr,
-                                                        unsigned char is_ipv6, bool hold) {
-  POA_TRACE("ActiveObjectMap::searchServantByClient called...");
-  Client client;
-  client.fd = fd;
-  client.is_ipv6 = is_ipv6;
-  std::memcpy(client.host, host_addr, is_ipv6 ? 16 : 4);
-  client.trace();
-  PoaSemaphoreGuard guard(__LINE__);
-  const auto wanted = [&](const _ActiveObjectEntry& e) {
-    return e.oid && client.is_of(e) && !(hold && e.etherealized);
-  };
-  _ActiveObjectEntry* entry = nullptr;
-  for (ActiveObjectMap* block = this; block && !entry; block = block->next) {
-    const auto found = std::find_if(std::begin(block->entries), std::end(block->entries), wanted);
-    if (found != std::end(block->entries)) entry = found;
-  }
-  if (!entry) {
-    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return NULL]");
-    return nullptr;
-  }
-  if (hold) ServantAccess::hold(*entry->p_servant);
-  if (is_ipv6) {
-    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv6]");
-  } else {
-    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv4]");
-  }
-  return entry->p_servant;
-}
-
 bool ActiveObjectMap::holds(std::string_view oid, const ServantBase* p_servant) {
   PoaSemaphoreGuard guard(__LINE__);
   return find(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) != nullptr;
@@ -299,7 +278,7 @@ bool ActiveObjectMap::holds(std::string_view oid, const ServantBase* p_servant) 
 void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
   PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry = find(ById(oid), ANY);
+  _ActiveObjectEntry* entry = find(ById(oid), IN_USE);
   if (!entry) {
     POA_TRACE("ActiveObjectMap::deactivateByOid end...");
     return;
@@ -321,26 +300,100 @@ void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& m
   POA_TRACE("ActiveObjectMap::removeByOid end...");
 }
 
-void ActiveObjectMap::removeById(const ObjectId& oid) { remove_first_of_each_block(ById(oid), ANY); }
+void ActiveObjectMap::removeById(const ObjectId& oid) { remove_first_of_each_block(ById(oid), IN_USE); }
 
 void ActiveObjectMap::removeById(const ObjectId& oid, const ServantBase* p_servant) {
-  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant; });
+  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
 }
 
 void ActiveObjectMap::removeInserted(const ObjectId* own_oid, const ServantBase* p_servant) {
   remove_first_of_each_block(ByServant(p_servant), [&](const auto& e) { return e.oid == own_oid; });
 }
 
+template <class Work>
+void ActiveObjectMap::each_of_servant(ServantBase& servant, Work&& work) {
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom)
+    block->find_here(ByServant(&servant), [&](_ActiveObjectEntry& entry) {
+      work(*block, entry);
+      return false;  // on to the next one
+    });
+}
+
 void ActiveObjectMap::forget_servant(ServantBase* servant) {
   PoaSemaphoreGuard guard(__LINE__);
   if (ServantAccess::active_entries(*servant) == 0) return;
-  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
-    block->find_here(ByServant(servant), [&](_ActiveObjectEntry& entry) {
-      block->vacate(entry);
-      return false;  // on to the next one
-    });
-  }
+  each_of_servant(*servant, [](ActiveObjectMap& block, _ActiveObjectEntry& entry) { block.vacate(entry); });
   ServantAccess::active_entries(*servant) = 0;  // a map that is gone has counted nothing down
+}
+
+// ---- Clients ------------------------------------------------------------------------------------
+
+int ActiveObjectMap::find_client(const Client& client, int from) const {
+  int slot = from;
+  while (slot < SLOTS && !(entries[slot].oid && client.is_of(entries[slot]))) ++slot;
+  return slot;
+}
+
+namespace {
+
+ServantBase* trace_client_search(ServantBase* found, bool is_ipv6) {
+  if (!found) {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return NULL]");
+  } else if (is_ipv6) {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv6]");
+  } else {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv4]");
+  }
+  return found;
+}
+
+}  // namespace
+
+ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr,
+                                                        unsigned char is_ipv6) {
+  POA_TRACE("ActiveObjectMap::searchServantByClient called...");
+  const Client client = Client::at(fd, host_addr, is_ipv6);
+  client.trace();
+  PoaSemaphoreGuard guard(__LINE__);
+  ServantBase* found = nullptr;
+  for (ActiveObjectMap* block = this; block && !found; block = block->next) {
+    const int slot = block->find_client(client, 0);
+    if (slot < SLOTS) found = block->entries[slot].p_servant;
+  }
+  return trace_client_search(found, is_ipv6);
+}
+
+ServantBase* ActiveObjectMap::next_of_client(Place& at, CORBA::Long fd, const void* host_addr,
+                                             unsigned char is_ipv6) {
+  const Client client = Client::at(fd, host_addr, is_ipv6);
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
+    if (block->number < at.block) continue;
+    at = {block->number, block->number == at.block ? at.slot : -1};
+    POA_TRACE("ActiveObjectMap::searchServantByClient called...");
+    client.trace();
+    do {
+      at.slot = block->find_client(client, at.slot + 1);
+    } while (at.slot < SLOTS && !IN_USE(block->entries[at.slot]));
+    ServantBase* const found = at.slot < SLOTS ? block->entries[at.slot].p_servant : nullptr;
+    if (trace_client_search(found, is_ipv6)) return found;
+  }
+  return nullptr;
+}
+
+void ActiveObjectMap::forget_client(ServantBase& servant, CORBA::Long fd, const void* host_addr,
+                                    unsigned char is_ipv6) {
+  const Client client = Client::at(fd, host_addr, is_ipv6);
+  each_of_servant(servant, [&](ActiveObjectMap&, _ActiveObjectEntry& entry) {
+    if (client.is_of(entry)) Client().store(entry);
+  });
+}
+
+bool ActiveObjectMap::is_at(const Place& place, const ServantBase* servant) {
+  const ActiveObjectMap* block = _root_aom;
+  while (block && block->number != place.block) block = block->_next_aom;
+  if (!block) return false;
+  const _ActiveObjectEntry& entry = block->entries[place.slot];
+  return entry.p_servant == servant && IN_USE(entry);
 }
 
 // ---- Walks over all servants: the semaphore is given back for each ------------------------------
@@ -363,18 +416,11 @@ _ActiveObjectEntry* ActiveObjectMap::next_active(Cursor& at) {
 void ActiveObjectMap::clear_servants(POA* poa) {
   POA_TRACE("ActiveObjectMap::clear_servants called...[POA_ptr = 0x%lx]", trace_address(poa));
   for (Cursor at{this};;) {
-    ServantBase* servant = nullptr;
-    ObjectId oid;
-    {
-      PoaSemaphoreGuard guard(__LINE__);
-      const _ActiveObjectEntry* entry = next_active(at);
-      if (!entry) break;
-      oid = *entry->oid;
-      servant = entry->p_servant;
-      ServantAccess::hold(*servant);
-    }
-    ServantAccess::withdraw_reference(*servant, poa, oid, nullptr);
-    ServantAccess::release(*servant);
+    MutexGuard references(poa_svt_objref_mutex);
+    PoaSemaphoreGuard guard(__LINE__);
+    const _ActiveObjectEntry* entry = next_active(at);
+    if (!entry) break;
+    ServantAccess::withdraw_reference(*entry->p_servant, poa, *entry->oid, nullptr);
   }
   POA_TRACE("ActiveObjectMap::clear_servants end...");
 }
@@ -387,19 +433,21 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
             trace_address(poa_ptr), trace_address(servantActivator_ptr));
   clear_servants(poa_ptr);
   for (Cursor at{this}; servantActivator_ptr;) {
+    std::unique_ptr<ObjectId> oid;
     ServantBase* servant = nullptr;
-    ObjectId oid;
+    PortableServer::ServantInCall call;
     {
       PoaSemaphoreGuard guard(__LINE__);
       _ActiveObjectEntry* entry = next_active(at);
       if (!entry) break;
-      oid = *entry->oid;
+      oid.reset(make_oid(oid_view(*entry->oid)));  // without memory for it the servant is not handed over
       servant = entry->p_servant;
+      call.enter(servant);
       entry->etherealized = 1;
       --ServantAccess::active_entries(*servant);
     }
     const AdapterActivation::NoWaiting with_the_tree_locked;
-    servantActivator_ptr->etherealize(oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, _ev);
+    servantActivator_ptr->etherealize(*oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, _ev);
   }
   POA_TRACE("ActiveObjectMap::etherealize end...");
 }

@@ -9,6 +9,7 @@
 #include "identity.h"
 #include "poa.h"
 #include "referencedata.h"
+#include "servants.h"
 
 class POAInfo;
 
@@ -32,7 +33,7 @@ class ActiveObjectMap {
   static constexpr int SLOTS = 1024;
 
   ActiveObjectMap();
-  /// Frees the blocks behind it and the ids; touches no servant.
+  /// Frees the blocks behind it and the ids, and counts down the servants that are still active.
   ~ActiveObjectMap();
   ActiveObjectMap(const ActiveObjectMap&) = delete;
   ActiveObjectMap& operator=(const ActiveObjectMap&) = delete;
@@ -53,15 +54,17 @@ class ActiveObjectMap {
   PortableServer::ObjectId* copyOidByServant(PortableServer::ServantBase* p_servant);
   /// Whether the servant is active under that id.
   bool holds(std::string_view oid, const PortableServer::ServantBase* p_servant);
+  /// Of entries in use only, as the look-ups: one whose servant was etherealized stays as it is.
   void deactivateByOid(const PortableServer::ObjectId& oid);
   void removeById(const PortableServer::ObjectId& oid);
   /// Only the entries of that servant; an id that went over to another servant stays.
   void removeById(const PortableServer::ObjectId& oid, const PortableServer::ServantBase* p_servant);
   /// Exactly one entry: the one that holds this very id for this servant. Nothing when it is gone.
   void removeInserted(const PortableServer::ObjectId* own_oid, const PortableServer::ServantBase* p_servant);
-  /// `hold` as for findServantById.
   PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr,
-                                                         unsigned char is_ipv6, bool hold = false);
+                                                         unsigned char is_ipv6);
+  /// Withdraws each servant's reference, one at a time under poa_svt_objref_mutex and the POA semaphore: a
+  /// servant that another thread has deactivated is not touched.
   void clear_servants(PortableServer::POA* poa);
   /// Each servant is handed over once, one after the other, without the semaphore: the program's code may
   /// block and may delete the servant.
@@ -71,6 +74,21 @@ class ActiveObjectMap {
 
   /// Frees every slot of the process that holds `servant`: for a servant about to be deleted.
   static void forget_servant(PortableServer::ServantBase* servant);
+
+  /// A slot of the process. Blocks may come and go while one is kept.
+  struct Place {
+    std::uint64_t block = 0;  // its number
+    int slot = -1;
+  };
+  /// The servant of the next entry behind `at`, in any map, that is recorded for that client; null when there
+  /// is none. `at` becomes the entry's place. The POA semaphore is held.
+  static PortableServer::ServantBase* next_of_client(Place& at, CORBA::Long fd, const void* host_addr,
+                                                     unsigned char is_ipv6);
+  /// The servant's entries are recorded for that client no more. The POA semaphore is held.
+  static void forget_client(PortableServer::ServantBase& servant, CORBA::Long fd, const void* host_addr,
+                            unsigned char is_ipv6);
+  /// Whether that servant is active in that place. The POA semaphore is held.
+  static bool is_at(const Place& place, const PortableServer::ServantBase* servant);
 
   ActiveObjectMap* _next_aom;  // process-wide list; guarded by the POA semaphore
   ActiveObjectMap* _pre_aom;
@@ -92,6 +110,10 @@ class ActiveObjectMap {
   _ActiveObjectEntry* find(const Wanted& wanted, Match&& match);
   template <class Wanted, class Match>
   void remove_first_of_each_block(const Wanted& wanted, Match&& match);
+  /// Of this block, from that slot on; SLOTS when there is none.
+  int find_client(const Client& client, int from) const;
+  template <class Work>
+  static void each_of_servant(PortableServer::ServantBase& servant, Work&& work);
   /// The next entry whose servant was not etherealized; the cursor moves past it.
   static _ActiveObjectEntry* next_active(Cursor& at);
   // Of one block:

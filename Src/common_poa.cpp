@@ -45,11 +45,15 @@ ObjectId* to_oid(const Char* text, const char* range_trace) {
   const std::basic_string_view<Char> characters(text);
   for (Char c : characters)
     if (!printable(c)) refuse(range_trace, MINOR_ID_RANGE);
-  auto oid = std::make_unique<ObjectId>();
-  oid->length(static_cast<CORBA::ULong>(characters.size()));
-  CORBA::ULong at = 0;
-  for (Char c : characters) (*oid)[at++] = static_cast<CORBA::Octet>(c);
-  return oid.release();
+  try {
+    auto oid = std::make_unique<ObjectId>();
+    oid->length(static_cast<CORBA::ULong>(characters.size()));
+    CORBA::ULong at = 0;
+    for (Char c : characters) (*oid)[at++] = static_cast<CORBA::Octet>(c);
+    return oid.release();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 
 }  // namespace

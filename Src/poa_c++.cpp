@@ -38,6 +38,8 @@ AdapterActivator* AdapterActivator::_narrow(CORBA::Object* object) {
   return reference_to<AdapterActivator, PortableServer_AdapterActivator_impl>(object);
 }
 
+ServantManager::~ServantManager() = default;
+
 ServantManager* ServantManager::_duplicate(ServantManager* p) {
   return reference_to<ServantManager, PortableServer_ServantManager_impl>(p);
 }

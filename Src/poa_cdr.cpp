@@ -112,7 +112,11 @@ unsigned char cdr_PortableServer_RequestProcessingPolicyValue(CDR* cdr, RequestP
   return move(cdr, *value);
 }
 
-unsigned char cdr_PortableServer_ObjectId(CDR* cdr, ObjectId* value) { return move_or_pass(cdr, value); }
+unsigned char cdr_PortableServer_ObjectId(CDR* cdr, ObjectId* value) {
+  // Octets that belong to somebody else are not written to.
+  if (cdr->direction == CDR_DECODE && !value->release()) *value = ObjectId();
+  return move_or_pass(cdr, value);
+}
 unsigned char cdr_PortableServer_POAList(CDR* cdr, POAList* value) { return move_or_pass(cdr, value); }
 unsigned char cdr_PortableServer_ForwardRequest(CDR* cdr, ForwardRequest* value) {
   return move_or_pass(cdr, value);

@@ -83,11 +83,21 @@ using get_state = operation<"get_state", &POAManager::get_state>;
 template <policy_interface Kind>
 using get_value = operation<"_get_value", &Kind::value>;
 
-using unknown_adapter = operation<"unknown_adapter", &AdapterActivator::unknown_adapter>;
+using unknown_adapter =
+    operation<"unknown_adapter", static_cast<CORBA::Boolean (AdapterActivator::*)(
+                                     POA*, const char*, Environment&)>(&AdapterActivator::unknown_adapter)>;
 using incarnate = operation<"incarnate", &ServantActivator::incarnate, raises<ForwardRequest>>;
 using etherealize = operation<"etherealize", &ServantActivator::etherealize>;
-using preinvoke = operation<"preinvoke", &ServantLocator::preinvoke, raises<ForwardRequest>>;
-using postinvoke = operation<"postinvoke", &ServantLocator::postinvoke>;
+using preinvoke =
+    operation<"preinvoke",
+              static_cast<ServantBase* (ServantLocator::*)(const ObjectId&, POA*, const char*,
+                                                           ServantLocator::Cookie&, Environment&)>(
+                  &ServantLocator::preinvoke),
+              raises<ForwardRequest>>;
+using postinvoke =
+    operation<"postinvoke",
+              static_cast<void (ServantLocator::*)(const ObjectId&, POA*, const char*, ServantLocator::Cookie,
+                                                   ServantBase*, Environment&)>(&ServantLocator::postinvoke)>;
 using get_POA = operation<"get_POA", &Current::get_POA, raises<Current::NoContext>>;
 using get_object_id = operation<"get_object_id", &Current::get_object_id, raises<Current::NoContext>>;
 

@@ -1,4 +1,5 @@
 // The two upcalls beside requests: a lost client, and the lifespan tick. No exception passes their edge.
+#include <algorithm>
 #include <ctime>
 #include <exception>
 #include <memory>
@@ -57,48 +58,89 @@ void trace_client(long fd, const void* host_addr, unsigned char is_ipv6) {
   }
 }
 
-struct LostClient {
-  long fd;
-  const void* host_addr;
-  unsigned char is_ipv6;
+/// The servants of a lost client, one after the other. The program is asked about each while no lock is held;
+/// what it deactivates meanwhile is its own.
+class LostClient {
+ public:
+  LostClient(long fd, const void* host_addr, unsigned char is_ipv6)
+      : fd_(static_cast<CORBA::Long>(fd)), host_addr_(host_addr), is_ipv6_(is_ipv6) {}
+
+  /// A servant in the program's hands.
+  struct Found {
+    ServantBase* servant = nullptr;
+    std::vector<PortableServer::ServantReference> references;
+    PortableServer::ServantInCall call;
+  };
+  /// Finds the next one; false when there is none. It is recorded for the client no more, unless a request is
+  /// in it: the program is asked about it again when that has ended.
+  bool next(Found& found) {
+    MutexGuard references(poa_svt_objref_mutex);
+    PoaSemaphoreGuard guard(__LINE__);
+    do {
+      found.servant = ActiveObjectMap::next_of_client(place_, fd_, host_addr_, is_ipv6_);
+    } while (std::find(busy_.begin(), busy_.end(), found.servant) != busy_.end());
+    if (!found.servant) return false;
+    found.references = ServantAccess::list_references(*found.servant);
+    if (found.servant->get_ref_counter() != 0) {
+      busy_.push_back(found.servant);
+    } else {
+      ActiveObjectMap::forget_client(*found.servant, fd_, host_addr_, is_ipv6_);
+    }
+    found.call.enter(found.servant);
+    return true;
+  }
+
+  /// Takes the servant out of its POAs, held; false when it is not the library's any more.
+  bool withdraw(const Found& found) const {
+    MutexGuard references(poa_svt_objref_mutex);
+    PoaSemaphoreGuard guard(__LINE__);
+    const bool active = ActiveObjectMap::is_at(place_, found.servant) ||
+                        std::any_of(found.references.begin(), found.references.end(), [&](const auto& each) {
+                          ActiveObjectMap* map = each.record->active_object_map;
+                          return map && map->holds(oid_view(each.oid), found.servant);
+                        });
+    if (!active) return false;
+    ServantAccess::hold(*found.servant);
+    found.servant->deactivate_ObjectReference();
+    return true;
+  }
+
+ private:
+  const CORBA::Long fd_;
+  const void* const host_addr_;
+  const unsigned char is_ipv6_;
+  ActiveObjectMap::Place place_;
+  std::vector<const ServantBase*> busy_;  // asked about, and still recorded
 };
 
-/// The first servant of the client in the blocks after number `block`, held; null when there is none. `block`
-/// becomes the number of its block. So the program is asked block after block while no lock is held, and
-/// blocks may come and go meanwhile.
-ServantBase* next_servant(const LostClient& client, std::uint64_t& block) {
-  PoaSemaphoreGuard guard(__LINE__);
-  for (ActiveObjectMap* at = _root_aom; at; at = at->_next_aom) {
-    if (at->number <= block) continue;
-    block = at->number;
-    ServantBase* servant = at->searchServantByClientData(static_cast<CORBA::Long>(client.fd),
-                                                         client.host_addr, client.is_ipv6, /*hold=*/true);
-    if (servant) return servant;
-  }
-  return nullptr;
-}
-
 /// Asks the program about each reference of the servant, until it wants the servant released.
-bool wants_release(PortableServer::POAdisconnect& callback, ServantBase& servant) {
+bool wants_release(PortableServer::POAdisconnect& callback, LostClient::Found& found) {
   CORBA::Environment environment;
   bool released = false;
-  for (PortableServer::ServantReference& reference : ServantAccess::list_references(servant)) {
+  for (PortableServer::ServantReference& reference : found.references) {
     contained("release_instance", [&] {
       released =
-          callback.release_instance(reference.record->poa_object, &servant, reference.oid, environment);
+          callback.release_instance(reference.record->poa_object, found.servant, reference.oid, environment);
     });
     if (released) return true;
   }
   return false;
 }
 
-void release_if_wanted(PortableServer::POAdisconnect& callback, ServantBase& servant) {
-  contained("releasing a servant", [&] {
-    if (!wants_release(callback, servant)) return;
-    servant.deactivate_ObjectReference();
-    servant.servant_delete();
-    POA_TRACE("  servant is deleted by POAdisconnect...");
-  });
+void release_servant(ServantBase& servant) {
+  const PortableServer::ServantHold hold(servant);
+  servant.servant_delete();
+  POA_TRACE("  servant is deleted by POAdisconnect...");
+}
+
+void ask_about_servants(PortableServer::POAdisconnect& callback, LostClient client) {
+  for (;;) {
+    LostClient::Found found;
+    if (!client.next(found)) return;
+    contained("releasing a servant", [&] {
+      if (wants_release(callback, found) && client.withdraw(found)) release_servant(*found.servant);
+    });
+  }
 }
 
 POA_ServantList* take_delete_list() {
@@ -113,8 +155,8 @@ ServantBase* pop(POA_ServantList*& list) {
   return node->get_servant();
 }
 
-/// Deletes a listed servant, unless a request got into it before it left the maps: then the next tick tries
-/// again.
+/// Deletes a listed servant, unless a request got into it before it left the maps, or a call of the program
+/// has it: then the next tick tries again.
 void delete_servant(ServantBase* servant) {
   const bool withdrawn = contained("withdrawing a servant", [&] {
     servant->deactivate_ObjectReference();
@@ -122,7 +164,7 @@ void delete_servant(ServantBase* servant) {
   });
   {
     MutexGuard count_guard(poa_svt_ref_counter_mutex);
-    if (!withdrawn || servant->get_ref_counter() != 0) {
+    if (!withdrawn || servant->get_ref_counter() != 0 || PortableServer::ServantInCall::has(servant)) {
       MutexGuard list_guard(poa_svt_delete_mutex);
       POA_ServantList::add_servant(servant_delete_list, servant);
       return;
@@ -159,11 +201,8 @@ void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6
   PortableServer::POAdisconnect* callback = _disc_instance;
   if (!callback) return;
   trace_client(fd, host_addr, is_ipv6);
-  const LostClient client{fd, host_addr, is_ipv6};
-  for (std::uint64_t block = 0; ServantBase* servant = next_servant(client, block);) {
-    release_if_wanted(*callback, *servant);
-    ServantAccess::release(*servant);
-  }
+  contained("asking about a lost client's servants",
+            [&] { ask_about_servants(*callback, LostClient(fd, host_addr, is_ipv6)); });
 }
 
 void call_poa_inst_lifespan() {

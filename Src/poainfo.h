@@ -1,7 +1,8 @@
 // The record of one POA: its place in the tree, its policies, its objects. A source file a concern:
 //   poainfo.cpp (record, registry), poainfo_tree.cpp, poainfo_policies.cpp, poainfo_identity.cpp (ids,
 //   reference data), poainfo_activation.cpp, poainfo_conversion.cpp, poainfo_dispatch.cpp (upcall),
-//   poainfo_managers.cpp (servant managers), poainfo_registration.cpp.
+//   poainfo_managers.cpp (servant managers), poainfo_lookup.cpp (from a reference to its POA),
+//   poainfo_registration.cpp; poamanagerinfo.cpp has what a manager does to records.
 #pragma once
 
 #include <memory>
@@ -56,8 +57,9 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   POAManagerInfo* get_poa_manager_info() const { return poa_managerInfo_ptr; }
 
   // ---- The tree (poainfo_tree.cpp) ----
-  POAObjectPtr create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-                          const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+  /// The caller's own reference to the child, which is in the tree only when everything has worked.
+  PortableServer::POA_var create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
+                                     const CORBA::PolicyList& policies, CORBA::Environment& _ev);
   POAObjectPtr find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& _ev);
   /// Never null: AdapterNonExistent, or BAD_PARAM for a null name. With `act`, a missing child is asked of
   /// the adapter activator, which is called with no lock held.
@@ -138,6 +140,7 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   /// was first.
   std::unique_ptr<PortableServer::ObjectId> activate_implicitly(std::unique_ptr<PortableServer::ObjectId> id,
                                                                 PortableServer::ServantBase& servant,
+                                                                const char* ready_trace,
                                                                 CORBA::Environment& ev);
   /// A new reference, kept by the servant and bound in the ORB core.
   CORBA::Object* make_bound_reference(const PortableServer::ObjectId& oid,
@@ -235,6 +238,9 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   /// changed, when its parent has no such child. poa_mutex is held.
   static bool unlink(const POAInfo& child);
   static bool is_live(const POAInfo& record);
+  /// Installs a default servant (null: none) and gives the one before. Its id is freed after the lock.
+  PortableServer::ServantBase* exchange_default(PortableServer::ServantBase* servant,
+                                                std::shared_ptr<const PortableServer::ObjectId> oid);
   /// Gives the record the shared default manager, which is made here the first time.
   void share_default_manager(CORBA::Environment& _ev);
   POAInfoPtr ask_activator(PortableServer::AdapterActivator& activator, const char* name,
@@ -242,8 +248,10 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
 
   // poa_mutex is held.
   POAInfo* child_named(const char* name) const;
-  POAInfoPtr add_child(const char* name, PortableServer::POAManager* manager,
-                       const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+  /// Octets of the name part in the references of a child of that name.
+  std::size_t name_part_length(std::string_view name) const;
+  PortableServer::POA_var add_child(const char* name, PortableServer::POAManager* manager,
+                                    const CORBA::PolicyList& policies, CORBA::Environment& _ev);
   void destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                         CORBA::Environment& _ev);
   void withdraw_default_servant();

@@ -9,6 +9,7 @@ using PortableServer::POA;
 using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
 using PortableServer::ServantHold;
+using PortableServer::ServantInCall;
 using PortableServer::ServantManager;
 
 // ---- activate_object ----------------------------------------------------------------------------
@@ -122,11 +123,12 @@ PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
 }
 
 /// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told
-/// that it is not active. Gives the servant, held, or null.
-ServantBase* take_active(ActiveObjectMap& map, const ObjectId& oid) {
+/// that it is not active. Gives the servant, held and entered in `call`, or null.
+ServantBase* take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
   PoaSemaphoreGuard guard(__LINE__);
   ServantBase* servant = map.findServantById(oid, /*hold=*/true);
   if (!servant) return nullptr;
+  call.enter(servant);
   POA_TRACE("  ActiveObjectMap::deactivateByOid call");
   map.deactivateByOid(oid);
   POA_TRACE("  ActiveObjectMap::removeById call");
@@ -150,7 +152,8 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   if (!map)
     raise<POA::ObjectNotActive>(ev, "active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [activate_object_map is null.]");
-  ServantBase* servant = take_active(*map, oid);
+  ServantInCall call;
+  ServantBase* servant = take_active(*map, oid, call);
   if (!servant)
     raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [servant is null.]");
@@ -246,6 +249,12 @@ ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   return servant;
 }
 
+ServantBase* POAInfo::exchange_default(ServantBase* servant, std::shared_ptr<const ObjectId> oid) {
+  std::lock_guard lock(default_mutex);
+  oid_default.swap(oid);
+  return servant_default.exchange(servant);
+}
+
 void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::set_servant called...[POAInfo = 0x%lx, servant = 0x%lx]", trace_address(this),
             trace_address(p_servant));
@@ -256,13 +265,9 @@ void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
   std::shared_ptr<const ObjectId> oid(p_servant ? genSystemId() : nullptr);
   if (p_servant && !oid)  // the old one stays installed
     raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant [BAD_PARAM.]");
+  MutexGuard counts(poa_default_servant_ref_mutex);  // see withdraw_default_servant
+  if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::set_servant [POA is destroyed.]");
   if (p_servant) p_servant->add_default_servant_ref();
-  ServantBase* old = nullptr;
-  {
-    std::lock_guard lock(default_mutex);
-    old = servant_default.exchange(p_servant);
-    oid_default.swap(oid);
-  }
-  if (old) old->rem_default_servant_ref();
+  if (ServantBase* old = exchange_default(p_servant, std::move(oid))) old->rem_default_servant_ref();
   POA_TRACE("POAInfo::set_servant end...");
 }

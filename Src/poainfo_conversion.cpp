@@ -10,7 +10,7 @@ using PortableServer::ServantHold;
 // ---- Implicit activation, and references that are kept and bound --------------------------------
 
 std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId> id, ServantBase& servant,
-                                                       CORBA::Environment& ev) {
+                                                       const char* ready_trace, CORBA::Environment& ev) {
   std::unique_ptr<ObjectId> copy(make_oid(oid_view(*id)));
   const ObjectId* own_id = copy.get();
   {
@@ -21,6 +21,7 @@ std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId>
       if (ObjectId* active = map->copyOidByServant(&servant)) return std::unique_ptr<ObjectId>(active);
     map->insertActiveObjectMap(copy.release(), &servant);
   }
+  if (ready_trace) POA_TRACE("%s", ready_trace);
   register_active(*id, servant, own_id, ev);
   return id;
 }
@@ -101,8 +102,7 @@ ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& 
                               "POAInfo::servant_to_id [systemId is null.]");
     POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [insert servant = 0x%lx ,this = 0x%lx]",
               trace_address(&servant), trace_address(&poa));
-    POA_TRACE("  POA_impl_is_ready call");
-    oid = poa.activate_implicitly(std::move(oid), servant, ev);
+    oid = poa.activate_implicitly(std::move(oid), servant, "  POA_impl_is_ready call", ev);
     POA_TRACE("POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]");
     return oid.release();
   }
@@ -161,7 +161,7 @@ CORBA::Object* reference_of_servant(POAInfo& poa, ServantBase& servant, CORBA::E
   map = poa.map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [aom = 0x%lx, serv = 0x%lx, this = 0x%lx]",
             trace_address(map), trace_address(&servant), trace_address(&poa));
-  oid = poa.activate_implicitly(std::move(oid), servant, ev);
+  oid = poa.activate_implicitly(std::move(oid), servant, nullptr, ev);
   CORBA::Object* reference = poa.make_bound_reference(*oid, servant, ev);
   POA_TRACE("POAInfo::servant_to_reference end...[return duplicated object reference : IMPLICIT_ACTIVATION]");
   return reference;

@@ -177,13 +177,23 @@ class TargetReference {
   ServantBase* const servant_;
 };
 
-/// Completes the reply of a dynamic servant. Nothing that goes wrong here stops the request's end.
+/// Whether there is a client that waits and no reply has been begun.
+bool unanswered(const CORBA::ServerRequest& request) {
+  CDR* cdr = nullptr;
+  return request.response_expected() && OM_req_lib_UNO_IIOP_get_cdr(request.request_handle(), &cdr) &&
+         cdr->direction == CDR_DECODE;
+}
+
+/// Completes the reply of a dynamic servant; of one that said nothing it is a void result. Nothing that goes
+/// wrong here stops the request's end.
 void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
-  // A servant that said nothing through the request object has nothing to complete; the type is asked only of
-  // the others.
-  if (!request.dynamic() && !OM_TRACE_IS_ON) return;
+  // The type is asked only where there is something to complete.
+  const bool said_nothing = !request.dynamic();
+  if (said_nothing && !unanswered(request) && !OM_TRACE_IS_ON) return;
   if (!dynamic_cast<PortableServer::DynamicImplementation*>(&servant)) return;
   POA_TRACE("  using DSI...");
+  if (said_nothing && unanswered(request))
+    OM_req_lib_UNO_IIOP_encode_reply_header(request.request_handle(), ZR_REPLY_NO_EXCEPTION);
   try {
     OM_CORBA_ServerRequest_dsi_complete_cpp(request.get_ref());
   } catch (const std::exception& e) {
@@ -218,6 +228,8 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
   const char* operation = request.operation();
   trace_request(request.get_ref(), operation);
   const Located found = locate_servant(target, operation, ev);
+  // A locator's servant that asks for its deletion in the operation is there until postinvoke has ended.
+  const PortableServer::ServantInCall call(found.by_locator ? found.servant : nullptr);
   try {
     invoke_servant(target, found, request, ev);
     if (found.by_locator) {

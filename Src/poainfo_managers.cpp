@@ -115,6 +115,7 @@ ServantBase* POAInfo::incarnate_held(const RequestTarget& target, CORBA::Environ
     POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
     raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [servant is nil.]", MINOR_NO_MANAGER);
   }
+  const PortableServer::ServantInCall call(servant);
   ServantBase* winner = nullptr;
   try {
     winner = enter_incarnated(oid.get(), *servant, _ev);
@@ -165,7 +166,7 @@ ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operati
   const BorrowedObjectId oid(object_id_of(*this, target, _ev));
   ServantLocator& locator = locator_of(*this, PREINVOKE, _ev);
   POA_TRACE("  ServantLocator->preinvoke call");
-  ServantBase* servant = locator.preinvoke(oid.get(), poa_object, operation, cookie, _ev);
+  ServantBase* servant = locator.preinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, _ev);
   if (!servant) {
     POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
     raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::preinvoke [servant is nil.]", MINOR_NO_MANAGER);
@@ -186,6 +187,6 @@ void POAInfo::postinvoke(const RequestTarget& target, const char* operation, COR
   const BorrowedObjectId oid(object_id_of(*this, target, _ev));
   ServantLocator& locator = locator_of(*this, POSTINVOKE, _ev);
   POA_TRACE("  ServantLocator->postinvoke call");
-  locator.postinvoke(oid.get(), poa_object, operation, cookie, servant, _ev);
+  locator.postinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, servant, _ev);
   POA_TRACE("POAInfo::postinvoke end...");
 }

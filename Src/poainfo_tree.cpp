@@ -43,23 +43,34 @@ void require_name(const char* name, const char* null_trace, const char* empty_tr
 
 // ---- Creation ----
 
-POAObjectPtr POAInfo::create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-                                 const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
+std::size_t POAInfo::name_part_length(std::string_view name) const {
+  std::size_t length = name.size() + 1;
+  for (const POAInfo* poa = this; poa && poa != root_poa_info; poa = poa->parent)
+    length += std::strlen(poa->adapter_name) + 1;
+  return length;
+}
+
+PortableServer::POA_var POAInfo::create_POA(const char* _adapter_name,
+                                            PortableServer::POAManager* a_POAManager,
+                                            const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
   POA_TRACE("POAInfo::create_POA called...");
   require_name(_adapter_name, "POAInfo::create_POA [adapter_name is nil.]",
                "POAInfo::create_POA [adapter_name[0] is 0.]", _ev);
+  // No reference could be made in it.
+  if (std::strchr(_adapter_name, poa_seperator[0]) || name_part_length(_adapter_name) > NAME_PART_MAXIMUM)
+    raise<CORBA::BAD_PARAM>(_ev, "POAInfo::create_POA [adapter_name is invalid.]");
   try {
-    const POAInfoPtr child =
+    PortableServer::POA_var made =
         under_poa_mutex([&] { return add_child(_adapter_name, a_POAManager, policies, _ev); });
     POA_TRACE("POAInfo::create_POA end...");
-    return {child, child->poa_object};
+    return made;
   } catch (const std::bad_alloc&) {
     raise<CORBA::NO_MEMORY>(_ev, "POAInfo::create_POA [no memory.]");
   }
 }
 
-POAInfoPtr POAInfo::add_child(const char* name, PortableServer::POAManager* manager,
-                              const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
+PortableServer::POA_var POAInfo::add_child(const char* name, PortableServer::POAManager* manager,
+                                           const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
   if (destroyed)  // by another thread, after the caller had found the record
     raise<CORBA::BAD_PARAM>(_ev, "PortableServer_POA_impl::create_POA [poa_info is null.]");
   if (child_named(name)) {
@@ -67,13 +78,13 @@ POAInfoPtr POAInfo::add_child(const char* name, PortableServer::POAManager* mana
     raise<POA::AdapterAlreadyExists>(_ev, "POAInfo::create_POA [adapter already exists.]");
   }
   auto child = std::make_shared<POAInfo>(name, manager, policies, _ev);
-  child->createObject(_ev);
-  enter_live(child);
+  PortableServer::POA_var for_caller = POA::_duplicate(child->createObject(_ev));
+  enter_live(child);  // from here on nothing fails
   child->parent = this;
   child->parent_record = shared_from_this();
   child->siblings = first_child;
   first_child = child.get();
-  return child;
+  return for_caller;
 }
 
 // ---- Lookup ----
@@ -131,7 +142,7 @@ POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, c
     if (POAInfo* child = child_named(name)) return child->shared_from_this();
   }
   POA_TRACE("call adapter_activator->unknown_adapter..");
-  if (!activator.unknown_adapter(poa_object, name, _ev)) {
+  if (!activator.unknown_adapter(poa_object, const_cast<char*>(name), _ev)) {
     raise<POA::AdapterNonExistent>(_ev, "adapter_act returns NULL,throw AdapterNonExistent",
                                    "POAInfo::findChildByName [adapter_activator->unknown_adapter.]");
   }
@@ -232,9 +243,13 @@ void POAInfo::destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolea
 }
 
 void POAInfo::withdraw_default_servant() {
-  PortableServer::ServantBase* servant = servant_default;
+  // Once somebody else has taken the servant away, it is not touched here any more.
+  MutexGuard counts(poa_default_servant_ref_mutex);
   const auto oid = default_oid();
-  if (servant && oid) PortableServer::ServantAccess::withdraw_reference(*servant, poa_object, *oid, _orb);
+  PortableServer::ServantBase* servant = exchange_default(nullptr, nullptr);
+  if (!servant) return;
+  if (oid) PortableServer::ServantAccess::withdraw_reference(*servant, poa_object, *oid, _orb);
+  servant->rem_default_servant_ref();
 }
 
 void POAInfo::etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,

@@ -6,12 +6,16 @@ namespace {
 using namespace PortableServer;
 
 /// Runs `work` on the record of a POA object, which stays alive meanwhile. `no_record` is the trace when
-/// there is none.
+/// there is none. Memory that cannot be had is NO_MEMORY.
 template <class Work>
 auto on_record(POA* self, CORBA::Environment& env, const char* no_record, Work&& work) {
-  const POAInfoPtr record = POAInfo::findPOAInfo(self, env);
-  if (!record) raise<CORBA::BAD_PARAM>(env, no_record);
-  return work(*record);
+  try {
+    const POAInfoPtr record = POAInfo::findPOAInfo(self, env);
+    if (!record) raise<CORBA::BAD_PARAM>(env, no_record);
+    return work(*record);
+  } catch (const std::bad_alloc&) {
+    raise<CORBA::NO_MEMORY>(env, nullptr);
+  }
 }
 
 /// A result that must not be null.
@@ -78,8 +82,8 @@ POA* PortableServer_POA_impl::create_POA(const char* adapter_name, POAManager* a
                                          const CORBA::PolicyList& policies, CORBA::Environment& env) {
   return on_record(this, env, "PortableServer_POA_impl::create_POA [poa_info is null.]",
                    [&](POAInfo& record) {
-                     const POAObjectPtr made = record.create_POA(adapter_name, a_POAManager, policies, env);
-                     return duplicate(made.get(), env, "PortableServer_POA_impl::create_POA [poa is nil.]");
+                     POA_var made = record.create_POA(adapter_name, a_POAManager, policies, env);
+                     return present(made._retn(), env, "PortableServer_POA_impl::create_POA [poa is nil.]");
                    });
 }
 

@@ -66,7 +66,8 @@ void ServantBase::rem_default_servant_ref() {
 
 void ServantAccess::release(ServantBase& s) {
   MutexGuard guard(poa_svt_ref_counter_mutex);
-  if (--s._counter != 0 || !s._to_be_deleted) return;
+  const bool marked = s._to_be_deleted;  // an unmarked servant that nobody is in is the program's at once
+  if (--s._counter != 0 || !marked) return;
   POA_TRACE("  servant is added in delete list...");
   s.add_delete_list();
 }

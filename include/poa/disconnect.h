@@ -14,10 +14,11 @@ class POA_API POAdisconnect {
   POAdisconnect& operator=(const POAdisconnect&) = default;
   virtual ~POAdisconnect();
 
-  /// True to have the servant released: withdrawn from its POAs now, deleted on a later tick. Asked once a
-  /// POA and id of the servant until it says true; again when a request of the lost client, which was running
-  /// then, has ended. Called on a thread of the ORB core, no lock held; an exception is logged and counts as
-  /// false.
+  /// True to have the servant released: withdrawn from its POAs now, deleted on a later tick. False to keep
+  /// it: it does not belong to the lost client any more. Asked about each servant, once a POA and id that a
+  /// reference of it was made for, until it says true; again when a request of the lost client, which was
+  /// running then, has ended. Called on a thread of the ORB core, no lock held; it may deactivate the object
+  /// and delete the servant itself. An exception is logged and counts as false.
   virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid,
                                           CORBA::Environment& env) = 0;
 

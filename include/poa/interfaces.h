@@ -213,7 +213,8 @@ class POA_API POA : public virtual CORBA::Object {
 
 // ---- What a program gives a POA ----
 
-/// Makes missing child POAs. Called with no lock held, possibly by several threads at once for one name.
+/// Makes missing child POAs. Called with no lock held: for one name by one thread at a time (others wait at most
+/// 10 s for it), for different names by several at once.
 class POA_API AdapterActivator : public virtual CORBA::Object {
  public:
   static AdapterActivator* _nil() { return nullptr; }
@@ -221,12 +222,17 @@ class POA_API AdapterActivator : public virtual CORBA::Object {
   static AdapterActivator* _narrow(CORBA::Object* object);
   /// Creates `name` under `parent` and returns true, or returns false. `parent` stays the library's.
   virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA_ENV) = 0;
+  /// What the library calls: the same for programs that declare the name as `char*`.
+  virtual CORBA::Boolean unknown_adapter(POA* parent, char* name, CORBA_ENV) {
+    return unknown_adapter(parent, static_cast<const char*>(name), env);
+  }
 };
 using AdapterActivator_var = CORBA::ObjectVar<AdapterActivator>;
 
 /// A servant manager is an activator (RETAIN) or a locator (NON_RETAIN); programs derive from those two.
 class POA_API ServantManager : public virtual CORBA::Object {
  public:
+  ~ServantManager() override = 0;
   static ServantManager* _nil() { return nullptr; }
   static ServantManager* _duplicate(ServantManager* p);
   static ServantManager* _narrow(CORBA::Object* object);
@@ -277,6 +283,15 @@ class POA_API ServantLocator : public virtual ServantManager {
   /// After the request that preinvoke gave a servant for; same thread, same cookie.
   virtual void postinvoke(const ObjectId& oid, POA* adapter, const char* operation, Cookie the_cookie,
                           ServantBase* the_servant, CORBA_ENV) = 0;
+  /// What the library calls: the same for programs that declare the operation as `char*`.
+  virtual ServantBase* preinvoke(const ObjectId& oid, POA* adapter, char* operation, Cookie& the_cookie,
+                                 CORBA_ENV) {
+    return preinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, env);
+  }
+  virtual void postinvoke(const ObjectId& oid, POA* adapter, char* operation, Cookie the_cookie,
+                          ServantBase* the_servant, CORBA_ENV) {
+    postinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, the_servant, env);
+  }
 };
 using ServantLocator_ptr = ServantLocator*;
 using ServantLocator_var = CORBA::ObjectVar<ServantLocator>;

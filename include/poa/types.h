@@ -1,6 +1,9 @@
 // Values of module PortableServer: object ids, policy values and type ids.
 #pragma once
 
+#include <concepts>
+#include <cstdint>
+
 #include "corba.h"
 
 #define POA_API __attribute__((visibility("default")))
@@ -17,6 +20,23 @@ class ObjectId : public CORBA::OctetSeq {
   using Sequence::Sequence;
   /// The buffer itself; null when empty.
   operator unsigned char*() { return get_buffer(); }
+  /// With an index of any integral type, which would else fit the buffer as well; a negative one is past the
+  /// length.
+  template <std::integral Index>
+  CORBA::Octet& operator[](Index i) {
+    return Sequence::operator[](position(i));
+  }
+  template <std::integral Index>
+  const CORBA::Octet& operator[](Index i) const {
+    return Sequence::operator[](position(i));
+  }
+
+ private:
+  template <class Index>
+  static CORBA::ULong position(Index i) {
+    constexpr CORBA::ULong past = 0xFFFFFFFF;  // no sequence is so long that this is an element
+    return i < 0 || static_cast<std::uint64_t>(i) > past ? past : static_cast<CORBA::ULong>(i);
+  }
 };
 using ObjectId_var = CORBA::SequenceVar<ObjectId>;
 

@@ -117,6 +117,17 @@ TEST_F(Conversion, ABindingThatIsRefusedEndsTheConversion) {
   top->destroy(false, false);
 }
 
+TEST_F(Conversion, ImplicitActivationIsTracedStepByStep) {
+  const POAInfoPtr poa = make(IMPLICIT_ACTIVATION);
+  TraceRecorder trace;
+  ObjectId_var(poa->servant_to_id(&servant, env));
+  EXPECT_TRUE(trace.in_order({"POAInfo::genSystemId end...",
+                              "ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[0]]",
+                              "  POA_impl_is_ready call", "POAInfo::POA_impl_is_ready called...",
+                              "POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]"}));
+  poa->deactivate_object(ObjectId_var(poa->servant_to_id(&servant, env)).in(), env);
+}
+
 TEST_F(Conversion, OneServantAndIdYieldOneBoundReference) {
   const POAInfoPtr poa = make();
   const ObjectId_var oid(poa->activate_object(&servant, env));

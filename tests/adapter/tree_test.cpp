@@ -69,6 +69,10 @@ TEST_F(Tree, Refusals) {
   REFUSED(BAD_PARAM, record, create_POA, "adapter_name[0] is 0", "", nullptr, {});
   REFUSED(BAD_PARAM, record, find_POA, "adapter_name is null", nullptr, true);
   REFUSED(BAD_PARAM, record, find_POA, "adapter_name[0] is 0", "", true);
+  for (const char* name : {"a\xFF"
+                           "b",
+                           "\xFF"})  // no reference could carry them
+    REFUSED(BAD_PARAM, record, create_POA, "adapter_name is invalid", name, nullptr, {});
   expect_raised<BAD_PARAM>([&](auto& ev) { root->the_parent(ev); });
   expect_raised<BAD_PARAM>([&](auto& ev) { root->destroy(true, true, ev); });
   EXPECT_THAT(names(top), ElementsAre("taken"));
@@ -101,6 +105,18 @@ TEST_F(Tree, AnActivatorMakesMissingChildren) {
   top->the_activator(nullptr);
   expect_raised<POA::AdapterNonExistent>([&](auto& ev) { top->find_POA("Y", true, ev); });
   EXPECT_EQ(activator.calls, 4);
+}
+
+TEST_F(Tree, AnActivatorThatDeclaresTheNameAsCharPointerIsAsked) {
+  class Old : public PortableServer_AdapterActivator_impl {
+   public:
+    CORBA::Boolean unknown_adapter(POA* parent, char* name, CORBA::Environment&) override {
+      child(parent, name);
+      return 1;
+    }
+  } old;
+  top->the_activator(&old);
+  EXPECT_STREQ(CORBA::String_var(POA_var(top->find_POA("X", true))->the_name()).in(), "X");
 }
 
 TEST_F(Tree, OneOfManyCreatorsGetsTheName) {

@@ -290,3 +290,17 @@ TEST_P(Serving, NestedUpcallsSeeTheirOwnContext) {
   EXPECT_EQ(outcome(seen(scene.reference("outer"))), "done");
   EXPECT_EQ(scene.servant.get_ref_counter() + scene.other.get_ref_counter(), 0u);
 }
+
+TEST_P(Serving, ADynamicServantThatSaysNothingAnswersVoid) {
+  class Silent : public DynamicImplementation {
+   public:
+    CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override {
+      return request->operation() == std::string_view("notes") || ServantBase::invoke(request, ev);
+    }
+  } silent;
+  Scene scene(top);
+  const CORBA::Object_var object = scene.with().activate("o", &silent).reference("o");
+  EXPECT_EQ(outcome(seen(object)), "done");
+  EXPECT_EQ(outcome(seen(object), "notes", false), "sent");
+  EXPECT_FALSE(seen(object)->_non_existent());
+}

@@ -58,6 +58,11 @@ TEST(Cdr, EnumerationsIdsAndWhatDoesNotTravel) {
   EXPECT_FALSE(decode(cdr_PortableServer_Servant, hex("00000000 00000000"), &servant));
 
   const std::string octets = hex("03000000 616263");
+  CORBA::Octet borrowed[] = {1, 2, 3};
+  ObjectId view(3, 3, borrowed, 0);
+  ASSERT_TRUE(decode(cdr_PortableServer_ObjectId, octets, &view));
+  EXPECT_EQ(encode(cdr_PortableServer_ObjectId, &view), octets);
+  EXPECT_EQ(borrowed[0], 1) << "not the id's to write to";
   ObjectId empty, id;
   EXPECT_EQ(encode(cdr_PortableServer_ObjectId, &empty), hex("00000000"));
   ASSERT_TRUE(decode(cdr_PortableServer_ObjectId, octets, &id));

@@ -34,6 +34,14 @@ TYPED_TEST(UserExceptions, NarrowCloneAndRaiseAsThemselves) {
   EXPECT_THROW(clone->_raise(), TypeParam);
 }
 
+TYPED_TEST(UserExceptions, AVarMayHoldNone) {
+  CORBA::ExceptionVar<TypeParam> none(static_cast<TypeParam*>(nullptr)), copy(none), assigned;
+  EXPECT_NE(static_cast<TypeParam*>(assigned), nullptr);
+  assigned = none;
+  EXPECT_EQ(static_cast<TypeParam*>(copy), nullptr);
+  EXPECT_EQ(static_cast<TypeParam*>(assigned), nullptr);
+}
+
 TEST(ForwardRequest, OwnsItsReference) {
   CORBA::Object* const target = test_root_poa();
   ForwardRequest source(target), assigned;
@@ -53,6 +61,8 @@ TEST(ForwardRequest, OwnsItsReference) {
   source.forward_reference(nullptr);
   EXPECT_EQ(source.forward_reference(), nullptr);
 }
+
+static_assert(std::is_abstract_v<ServantManager> && !std::is_abstract_v<PortableServer_ServantManager_impl>);
 
 template <class X>
 class References : public testing::Test {};

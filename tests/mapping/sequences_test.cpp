@@ -55,6 +55,9 @@ TEST(ObjectId, AnIndexPastTheLengthGivesAScratchElement) {
   ObjectId id = make_id("ab", 4);
   id[2] = 'X';
   id[UINT32_MAX] = 'Y';
+  long at = 1;
+  EXPECT_EQ(id[at], 'b');
+  for (const long long i : {-1LL, 1LL << 32}) id[i] = 'Z';
   id.length(4);
   EXPECT_EQ(id[2], 0);
 }

@@ -203,21 +203,23 @@ class ExceptionMember {
   T value_{};
 };
 
-/// Owns one exception, never null: a fresh one holds a new exception; copies are deep.
+/// Owns one exception: a fresh one holds a new exception, never null; copies are deep, of null null.
 template <class E>
 class ExceptionVar {
  public:
   ExceptionVar() : _ptr(new E) {}
   ExceptionVar(E* e) : _ptr(e) {}
   ExceptionVar(const E& e) : _ptr(new E(e)) {}
-  ExceptionVar(const ExceptionVar& o) : _ptr(new E(*o._ptr)) {}
+  ExceptionVar(const ExceptionVar& o) : _ptr(o._ptr ? new E(*o._ptr) : nullptr) {}
   ~ExceptionVar() { delete _ptr; }
   ExceptionVar& operator=(E* e) {
     if (e != _ptr) delete std::exchange(_ptr, e);
     return *this;
   }
   ExceptionVar& operator=(const E& e) { return &e == _ptr ? *this : *this = new E(e); }
-  ExceptionVar& operator=(const ExceptionVar& o) { return this == &o ? *this : *this = new E(*o._ptr); }
+  ExceptionVar& operator=(const ExceptionVar& o) {
+    return this == &o ? *this : *this = (o._ptr ? new E(*o._ptr) : nullptr);
+  }
   E* operator->() const { return _ptr; }
   operator E*() const { return _ptr; }
 

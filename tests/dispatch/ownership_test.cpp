@@ -1,0 +1,240 @@
+// Whose a servant is: the library lets go of what the program has taken back, and of what the program's own
+// calls have at hand.
+#include <dlfcn.h>
+
+#include <array>
+
+#include "dispatch_fixture.h"
+
+using namespace PortableServer;
+
+namespace {
+
+/// What a thread does when it gives the POA semaphore back the next time.
+thread_local std::function<void()> at_release;
+
+/// A servant that a test can see the end of: whoever touches it afterwards reads nonsense, or changes it.
+class Grave {
+ public:
+  TestServant* servant() { return reinterpret_cast<TestServant*>(memory_.data()); }
+  Grave() { new (memory_.data()) TestServant; }
+  ~Grave() {
+    if (!buried_) servant()->~TestServant();
+  }
+  void bury() {
+    servant()->~TestServant();
+    memory_.fill(0xDD);
+    buried_ = true;
+  }
+  bool untouched() const {
+    return buried_ && std::all_of(memory_.begin(), memory_.end(), [](unsigned char c) { return c == 0xDD; });
+  }
+
+ private:
+  alignas(TestServant) std::array<unsigned char, sizeof(TestServant)> memory_;
+  std::atomic<bool> buried_{false};
+};
+
+class AskedAboutClients : public POAdisconnect {
+ public:
+  CORBA::Boolean release_instance(POA*, ServantBase* servant, ObjectId&, CORBA::Environment&) override {
+    asked.push_back(servant);
+    return answer(servant);
+  }
+  std::vector<ServantBase*> asked;
+  std::function<bool(ServantBase*)> answer = [](auto*) { return false; };
+};
+
+class Ownership : public AdapterTest {
+ protected:
+  ~Ownership() override { POAdisconnect::setDisconnect(nullptr, env); }
+  TestServant* mortal() {
+    auto* servant = new TestServant;
+    ++alive;
+    servant->gone = [this] { --alive; };
+    return servant;
+  }
+  static void tick(int times) {
+    for (int i = 0; i < times; ++i) call_poa_inst_lifespan();
+  }
+  /// The object's entry looks as if that client had called it last.
+  static void recorded_for(Scene& place, int slot, CORBA::Long fd) {
+    auto& entry = place.record()->active_object_map.load()->entries[slot];
+    entry.fd = fd;
+    std::memcpy(&entry.host_ipv4, host, sizeof entry.host_ipv4);
+  }
+  static void lose(CORBA::Long fd) { call_disconnect_cpp_handler(fd, host, 0); }
+
+  static inline unsigned char host[] = {192, 0, 2, 7};
+  std::atomic<int> alive{0};
+  AskedAboutClients callback;
+  Scene scene{top};
+  CORBA::Environment env;
+};
+
+}  // namespace
+
+void ZR_poa_sem_release(uint32_t a, uint32_t line) {
+  static auto* const real =
+      reinterpret_cast<decltype(&ZR_poa_sem_release)>(::dlsym(RTLD_NEXT, "ZR_poa_sem_release"));
+  real(a, line);
+  if (const auto work = std::exchange(at_release, nullptr)) work();
+}
+
+// Wherever the teardown gives its lock back, another thread takes an object out and deletes its servant.
+TEST_F(Ownership, ADeactivatedServantIsTheProgramsWhileItsPoaIsDestroyed) {
+  bool reached = true;
+  int taken_back_in_time = 0;
+  for (int release = 0; reached; ++release) {
+    SCOPED_TRACE(release);
+    Scene place(top);
+    Grave grave;
+    place.with_activator().activate("p", &place.servant).activate("o", grave.servant());
+    for (const char* id : {"o", "p"}) CORBA::release(place.poa->id_to_reference(oid(id)));
+    std::future<void> taken_back;
+    std::atomic<int> buried{0};
+    const POAInfoPtr record = place.record();  // found before the teardown began
+    std::function<void()> count;
+    int before = release;
+    count = [&] {
+      if (before-- > 0) return void(at_release = count);
+      taken_back = std::async(std::launch::async, [&] {
+        CORBA::Environment own;
+        if (outcome([&] { record->deactivate_object(oid("o"), own); }) == "done") grave.bury(), ++buried;
+      });
+      taken_back.wait_for(a_while);  // or it waits for a lock of the teardown
+    };
+    at_release = count;
+    place.poa->destroy(true, false);
+    reached = at_release == nullptr;
+    at_release = nullptr;
+    if (taken_back.valid()) taken_back.get();
+    taken_back_in_time += buried;
+    EXPECT_TRUE(buried == 0 || grave.untouched());
+  }
+  EXPECT_GT(taken_back_in_time, 0);
+}
+
+TEST_F(Ownership, WhatTheCallbackForLostClientsTakesBackIsTheProgramsAtOnce) {
+  POAdisconnect::setDisconnect(&callback, env);
+  for (const bool answer : {true, false}) {
+    SCOPED_TRACE(answer);
+    Scene place(top);
+    Grave grave;
+    place.with().activate("o", grave.servant());
+    CORBA::release(place.poa->id_to_reference(oid("o")));
+    recorded_for(place, 0, 77);
+    callback.answer = [&](auto*) {
+      place.poa->deactivate_object(oid("o"));
+      return grave.bury(), answer;
+    };
+    lose(77);
+    tick(2);
+    EXPECT_TRUE(grave.untouched());
+  }
+}
+
+// Each row: how a servant comes to be listed for deletion, and the call that has it then.
+TEST_F(Ownership, TheTickPassesOverServantsInACallOfTheProgram) {
+  const auto deactivated = [](Scene& s) { s.poa->deactivate_object(oid("o")); };
+  const struct {
+    const char* name;
+    bool by_locator;
+    std::function<void(Scene&, TestServant&)> listed;
+    std::function<void(Scene&)> call;
+  } rows[] = {
+      {"deleted, then deactivated", false, [](Scene&, TestServant& s) { s.servant_delete(); }, deactivated},
+      {"deleted, then the POA goes", false, [](Scene&, TestServant& s) { s.servant_delete(); },
+       [](Scene& s) { s.poa->destroy(1, 1); }},
+      {"its lifespan is over", false,
+       [](Scene&, TestServant& s) {
+         s.set_timer(3600);
+         s.expire();
+         call_poa_inst_lifespan();
+       },
+       deactivated},
+      {"a locator's, deleted in its operation", true,
+       [](Scene&, TestServant& s) { s.work = [&s] { s.servant_delete(); }; },
+       [](Scene& s) { EXPECT_EQ(outcome(s.reference("o")), "done"); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    Scene place(top);
+    TestServant* servant = mortal();
+    bool called = false;
+    const auto during = [&](ServantBase* has) {
+      called = true;
+      tick(2);
+      EXPECT_EQ(alive, 1);
+      EXPECT_EQ(has, servant);
+    };
+    place.activator.on_etherealize = [&](auto, ServantBase* s, bool, bool) { during(s); };
+    place.locator.on_preinvoke = [&](auto, auto&) { return servant; };
+    place.locator.on_postinvoke = [&](auto, auto, ServantBase* s) { during(s); };
+    row.by_locator ? place.with_locator() : place.with_activator().activate("o", servant);
+    row.listed(place, *servant);
+    row.call(place);
+    EXPECT_TRUE(called);
+    tick(1);
+    EXPECT_EQ(alive, 0);
+  }
+}
+
+TEST_F(Ownership, TheDefaultServantOfADestroyedPoaCanBeDeleted) {
+  TestServant* servant = mortal();
+  scene.with(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID).poa->set_servant(servant);
+  servant->servant_delete();
+  tick(1);
+  EXPECT_EQ(alive, 1);
+  scene.poa->destroy(false, false);
+  servant->servant_delete();
+  tick(1);
+  EXPECT_EQ(alive, 0);
+}
+
+// The manager's deactivation hands servants over; an object activated after that is a new one.
+TEST_F(Ownership, AnEtherealizedServantIsActivatedAgain) {
+  int handed_over = 0;
+  scene.activator.on_etherealize = [&](auto, auto*, bool, bool) { ++handed_over; };
+  scene.with_activator().activate("o", &scene.servant);
+  scene.manager->deactivate(1, 0);
+  EXPECT_EQ(handed_over, 1);
+  scene.activate("o", &scene.servant);
+  EXPECT_EQ(scene.poa->id_to_servant(oid("o")), &scene.servant);
+  scene.poa->deactivate_object(oid("o"));
+  EXPECT_EQ(handed_over, 2);
+  EXPECT_THROW(scene.poa->id_to_servant(oid("o")), POA::ObjectNotActive);
+  scene.poa->destroy(1, 0);
+  EXPECT_EQ(handed_over, 2);
+}
+
+TEST_F(Ownership, EachServantOfALostClientIsAskedAboutOnceAndThenForgotten) {
+  POAdisconnect::setDisconnect(&callback, env);
+  Scene second(top);
+  scene.with().activate("0", &scene.servant).activate("1", &scene.other);
+  second.with(MULTIPLE_ID).activate("0", &second.servant).activate("1", &second.servant);
+  for (Scene* place : {&scene, &second})
+    for (int slot : {0, 1}) {
+      CORBA::release(place->poa->id_to_reference(oid(std::to_string(slot))));
+      recorded_for(*place, slot, 77);
+    }
+  lose(77);
+  // The last one has two references, and stays in the end.
+  EXPECT_THAT(callback.asked,
+              testing::UnorderedElementsAre(&scene.servant, &scene.other, &second.servant, &second.servant));
+  callback.asked.clear();
+  lose(77);
+  EXPECT_TRUE(callback.asked.empty());
+
+  recorded_for(scene, 1, 77);  // another client with the same descriptor
+  lose(77);
+  EXPECT_THAT(callback.asked, testing::ElementsAre(&scene.other));
+
+  callback.asked.clear();  // one with a request in it is asked about again when that has ended
+  recorded_for(scene, 0, 77);
+  ServantAccess::hold(scene.servant);
+  lose(77);
+  ServantAccess::release(scene.servant);
+  for (int i = 0; i < 2; ++i) lose(77);
+  EXPECT_THAT(callback.asked, testing::ElementsAre(&scene.servant, &scene.servant));
+}

@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,6 +34,14 @@ void never_cancelled() {
   ::pthread_setcanceltype(PTHREAD_CANCEL_ASYNCHRONOUS, &before);
 }
 
+/// The rest of the descriptors are the program's.
+uint32_t most_connections(const Options& options) {
+  if (options.max_connections != 0) return options.max_connections;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= UINT32_MAX) return UINT32_MAX;
+  return std::max(static_cast<uint32_t>(limit.rlim_cur / 5 * 4), 1u);
+}
+
 void reuse(Buffer* kept, Buffer* used) {
   used->clear();
   used->shrink(keep);
@@ -48,7 +57,10 @@ bool Upcall::running() { return upcalls != 0; }
 // ---- Start ----
 
 Engine::Engine(uint32_t slots)
-    : slots_(slots), pool_(*this), seats_(std::min<std::size_t>(slots, most_seats)) {}
+    : slots_(slots),
+      pool_(*this),
+      most_connections_(most_connections(pool_.options())),
+      seats_(std::min<std::size_t>(slots, most_seats)) {}
 
 Engine::~Engine() {
   if (epoll_ >= 0) ::close(epoll_);
@@ -76,8 +88,9 @@ bool Engine::start() {
 }
 
 bool Engine::add(int fd, const PeerAddress& peer) {
-  const uint32_t limit = pool_.options().max_connections;
-  if (limit != 0 && pool_.open_connections() >= limit) {
+  const uint32_t limit = most_connections_;
+  if (pool_.open_connections() >= limit) close_longest_idle();
+  if (pool_.open_connections() >= limit) {
     OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), limit);
     ::close(fd);
     return false;
@@ -579,6 +592,16 @@ void Engine::look_after(Clock::time_point now) {
     refuse(waiting_.expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
   if (const std::size_t count = queue_group().waiting_in_vain(now - std::chrono::seconds(1)))
     OM_log("%zu requests wait for the activation of a POA manager; none has been activated yet", count);
+}
+
+// Makes room for a new one. A client that has just come, or waits for something, is not sent away for it.
+void Engine::close_longest_idle() {
+  const auto all = pool_.all();
+  const auto longest = std::min_element(all.begin(), all.end(), [](const auto& a, const auto& b) {
+    return a->quiet_since() < b->quiet_since();
+  });
+  if (longest != all.end() && Clock::now() - (*longest)->quiet_since() >= std::chrono::seconds(1))
+    close_if_idle(*longest);
 }
 
 // Only the reader can say that nothing has come.

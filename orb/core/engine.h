@@ -113,6 +113,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   [[gnu::cold]] void report_loss(Connection& connection);
   void tell_of_loss(Connection& connection);
 
+  void close_longest_idle();
   void close_if_idle(const Ref<Connection>& connection);
   void refuse(Requests requests);
   void drain_output(Clock::time_point deadline);
@@ -121,6 +122,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
 
   const uint32_t slots_;
   ConnectionPool pool_;
+  const uint32_t most_connections_;
   Seats seats_;
   int epoll_ = -1;
   int wake_ = -1;  // an eventfd in the epoll set, with a null pointer

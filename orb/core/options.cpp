@@ -1,5 +1,9 @@
 #include "options.h"
 
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 
 #include "endpoint_text.h"
@@ -35,10 +39,19 @@ bool listen(std::string_view text, Options* to) {
   return endpoint.has_value();
 }
 
+/// An address to listen at, which leads nobody anywhere.
+bool is_wildcard(const std::string& host) {
+  unsigned char octets[16] = {};
+  return (::inet_pton(AF_INET, host.c_str(), octets) == 1 ||
+          ::inet_pton(AF_INET6, host.c_str(), octets) == 1) &&
+         std::all_of(std::begin(octets), std::end(octets), [](unsigned char octet) { return octet == 0; });
+}
+
 bool publish(std::string_view text, Options* to) {
   const std::optional<Endpoint> endpoint = parse_endpoint(text, uint16_t{0});
-  if (endpoint) to->publish.push_back(*endpoint);
-  return endpoint.has_value();
+  if (!endpoint || is_wildcard(endpoint->host)) return false;
+  to->publish.push_back(*endpoint);
+  return true;
 }
 
 bool giop_version(std::string_view text, Options* to) {
@@ -59,7 +72,7 @@ struct Row {
 // The rows that docs/orb.md describes at length.
 constexpr Row rows[] = {
     {"-ORBListen", listen, "HOST:PORT: an end point to accept connections at; port 0 takes any; repeatable"},
-    {"-ORBPublish", publish, "HOST[:PORT]: an end point to write into references; repeatable"},
+    {"-ORBPublish", publish, "HOST[:PORT], no wildcard: an end point to write into references; repeatable"},
     {"-ORBThreads", number<&Options::threads, 0, 4096>, "0 to 4096: requests run at once; 0 chooses"},
     {"-ORBQueue", number<&Options::queue, 1, any_number>, "1 or more: requests that may wait"},
     {"-ORBMaxMessage", number<&Options::max_message, 1024, INT32_MAX>,
@@ -67,7 +80,7 @@ constexpr Row rows[] = {
     {"-ORBFragmentSize", number_or_zero<&Options::fragment_size, 64, INT32_MAX>,
      "64 to 2147483647: octets past which messages leave in fragments; 0 for never"},
     {"-ORBMaxConnections", number<&Options::max_connections, 0, any_number>,
-     "connections accepted at once; 0 for as many as there are descriptors"},
+     "connections accepted at once; 0 for 80 % of the descriptors"},
     {"-ORBTimeout", number<&Options::timeout_ms, 0, any_number>,
      "milliseconds that a call may take; 0 for no limit"},
     {"-ORBWriteTimeout", number<&Options::write_timeout_ms, 0, any_number>,

@@ -14,10 +14,10 @@ struct Options {
   std::vector<Endpoint> publish;  // -ORBPublish HOST[:PORT] (repeatable; no port = the port listened on)
   uint32_t threads = 0;           // -ORBThreads N: requests run at once; 0: chosen from the cores, at least 4
   uint32_t queue = 1024;          // -ORBQueue N: requests that may wait, for a thread and while held, each
-  uint32_t max_message = 128u << 20;  // -ORBMaxMessage OCTETS
+  uint32_t max_message = 16u << 20;  // -ORBMaxMessage OCTETS
   uint32_t fragment_size =
       4u << 20;                  // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
-  uint32_t max_connections = 0;  // -ORBMaxConnections N; 0 = as many as there are descriptors
+  uint32_t max_connections = 0;  // -ORBMaxConnections N; 0 = 80 % of the descriptors
   uint32_t timeout_ms = 60'000;  // -ORBTimeout MS: a call's time limit; 0 = none
   uint32_t write_timeout_ms = 10'000;    // -ORBWriteTimeout MS: for a client to take something; 0 = none
   uint32_t read_timeout_ms = 30'000;     // -ORBReadTimeout MS: for a message to come in whole; 0 = none

@@ -288,6 +288,18 @@ TEST_F(Engine, AStartThatFailsCanBeTriedAgain) {
   EXPECT_EQ(Client(port()).answer(), "end");  // one too many
 }
 
+TEST_F(Engine, AnIdleConnectionMakesRoomForANewOne) {
+  start({"-ORBMaxConnections", "2", "-ORBThreads", "1"});
+  Client busy(port()), idle(port());
+  ASSERT_TRUE(idle.ask(look_) == "here" && busy.send(call(1, "block", 3)) && barrier_.wait_for(1));
+  const auto end = std::chrono::steady_clock::now() + bound;
+  while (Client(port()).ask(look_) != "here")  // until it has been idle for a second
+    ASSERT_LT(std::chrono::steady_clock::now(), end);
+  EXPECT_EQ(idle.answers(2), (Texts{"CloseConnection", "end"}));
+  barrier_.open(1);
+  EXPECT_EQ(busy.answer(), "3");
+}
+
 TEST_F(Engine, ATickThatBlocksStopsNothing) {
   tick = [&] { barrier_.pass(); };
   start({"-ORBTick", "1"});

@@ -42,8 +42,9 @@ TEST(Options, ErrorsNameOptionAndValueAndChangeNothing) {
   for (const std::string wrong :
        {"-ORBNoSuchThing", "-ORBThreads", "-ORBThreads|", "-ORBThreads|-1", "-ORBThreads|4x",
         "-ORBThreads|4097", "-ORBTimeout|4294967296", "-ORBListen|host", "-ORBListen|h:65536",
-        "-ORBListen|[::1:80", "-ORBListen|::1:80", "-ORBPublish|a b", "-ORBGIOPVersion|1.3",
-        "-ORBClientInfo|yes", "-ORBImplRepository|", "-ORBFragmentSize|1"}) {
+        "-ORBListen|[::1:80", "-ORBListen|::1:80", "-ORBPublish|a b", "-ORBPublish|0.0.0.0:80",
+        "-ORBPublish|[::]", "-ORBGIOPVersion|1.3", "-ORBClientInfo|yes", "-ORBImplRepository|",
+        "-ORBFragmentSize|1"}) {
     Options o;
     const std::string error = parse("program|-ORBQueue|5|" + wrong, &o);
     EXPECT_NE(error.find(wrong.substr(0, wrong.find('|'))), error.npos) << error;

@@ -23,7 +23,8 @@ TEST_F(Engine, WhatTheHookDoesNotAnswerFails) {
 TEST_F(Engine, BadInputEndsItsConnection) {
   start({"-ORBMaxMessage", "4096"});
   const std::pair<std::string, const char*> rows[] = {
-      {call(1, "echo").substr(0, 8) + hex("01100000"), "MessageError"},  // too long
+      {call(1, "echo").substr(0, 8) + hex("01100000"), "MessageError"},    // too long
+      {hex("47494F50 0103") + call(1, "echo").substr(6), "MessageError"},  // GIOP 1.3
       {message(Type::CloseConnection), "end"},
       {message(Type::MessageError), "end"}};
   for (const auto& [octets, wanted] : rows) {

@@ -36,6 +36,7 @@ TEST(Options, AreTakenOutOfTheCommandLine) {
   EXPECT_EQ(o.publish, (std::vector<Endpoint>{{"name", 0}, {"fe80::1%eth0", 99}}));
   EXPECT_TRUE(o.threads == 8 && o.giop_minor == 1 && o.fragment_size == 0 && !o.in_process && o.client_info);
   EXPECT_EQ(o.impl_repository, "names.txt");
+  EXPECT_EQ(parse("-ORBThreads|file", &o), "-ORBThreads|file|");  // the name of a program
 }
 
 TEST(Options, ErrorsNameOptionAndValueAndChangeNothing) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fstream>
 
+#include "iiop_profile.h"
 #include "object_key.h"
 #include "octets.h"
 #include "repository.h"
@@ -109,6 +110,15 @@ TEST_F(References, LocalOnesAreWrittenWithEveryEndPoint) {
   Outcome env;
   EXPECT_EQ(CORBA_ORB_object_to_string(nullptr, made.get(), env), nullptr);  // nobody could reach it
   EXPECT_EQ(env.name(), "BAD_INV_ORDER");
+}
+
+TEST_F(References, ProfilesOfAnotherMajorVersionAreNotRead) {
+  ProfileView profile;
+  const std::string rest = hex("00 00000002 6800 0050 00000001 6b");  // padding; host "h", port 80, key "k"
+  EXPECT_EQ(read_iiop_profile(hex("00 0100") + rest, &profile, nullptr), ProfileRead::Ok);  // big-endian, 1.0
+  for (const char* version : {"00 0000", "00 0200", "00 0300"})
+    EXPECT_EQ(read_iiop_profile(hex(version) + rest, &profile, nullptr), ProfileRead::UnknownVersion)
+        << version;
 }
 
 TEST_F(References, RefusalsSayWhy) {

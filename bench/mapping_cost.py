@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the C++ mapping of an interface costs to compile, and in code: `mapping_cost.py COMPILER [OPERATIONS]`.
+"""What the C++ mapping of an interface costs to compile, and in code: `mapping_cost.py COMPILER POAIDL [OPERATIONS]`.
 
 Writes an interface in the form that the IDL compiler generates, compiles it at -O2, and prints seconds of processor time and octets an
 operation, and the seconds of a program that only includes the header. Ends with 1 when an operation takes more than 1 KB.
@@ -11,7 +11,7 @@ import sys
 import tempfile
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
-INCLUDES = ["idl/sample", "include", "orb/runtime/include", "orb/core/include", "orb/socket/include"]
+INCLUDES = ["include", "orb/runtime/include", "orb/core/include", "orb/socket/include"]
 LIMIT = 1024  # octets of code and data an operation
 
 # Result, parameters, arguments, row.
@@ -96,8 +96,9 @@ def compiled(compiler, directory, name):
 
 
 def main():
-    compiler, count = sys.argv[1], int(sys.argv[2]) if len(sys.argv) > 2 else 200
+    compiler, poaidl, count = sys.argv[1], sys.argv[2], int(sys.argv[3]) if len(sys.argv) > 3 else 200
     with tempfile.TemporaryDirectory() as directory:
+        subprocess.run([poaidl, "-o", directory, TOP / "idl/sample/everything.idl"], check=True)
         operations = [operation(i) for i in range(count)]
         pathlib.Path(directory, "big.h").write_text(header(operations))
         pathlib.Path(directory, "big.cpp").write_text(source(operations))

@@ -7,20 +7,16 @@ namespace bench {
 
 class Servant : public POA_Demo::Echo {
  public:
-  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override {
+  char* echo_string(const char* s) override { return CORBA::string_dup(s); }
+  CORBA::Long add(CORBA::Long a, CORBA::Long b) override {
     return static_cast<CORBA::Long>(static_cast<CORBA::ULong>(a) + static_cast<CORBA::ULong>(b));
   }
-  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment&) override {
-    return new Demo::Octets(data);
-  }
-  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
-    throw Demo::Refused(why, code);
-  }
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return 0; }
-  char* who(CORBA::Environment&) override { return CORBA::string_dup(""); }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+  Demo::Octets* echo_octets(const Demo::Octets& data) override { return new Demo::Octets(data); }
+  void refuse(const char* why, CORBA::Long code) override { throw Demo::Refused(why, code); }
+  void note(const char*) override {}
+  CORBA::Long notes() override { return 0; }
+  char* who() override { return CORBA::string_dup(""); }
+  void sleep_ms(CORBA::ULong) override {}
 };
 
 }  // namespace bench

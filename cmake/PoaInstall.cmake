@@ -13,7 +13,7 @@ configure_package_config_file(
   ${PROJECT_SOURCE_DIR}/cmake/poaConfig.cmake.in ${PROJECT_BINARY_DIR}/poaConfig.cmake
   INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/poaConfigVersion.cmake COMPATIBILITY SameMinorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/poaConfig.cmake ${PROJECT_BINARY_DIR}/poaConfigVersion.cmake
+install(FILES ${PROJECT_BINARY_DIR}/poaConfig.cmake ${PROJECT_BINARY_DIR}/poaConfigVersion.cmake ${PROJECT_SOURCE_DIR}/cmake/PoaIdl.cmake
   DESTINATION ${package_dir})
 
 # The prefix as seen from the directory of poa.pc, so that no absolute path is written down.

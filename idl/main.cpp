@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "compile.h"
+#include "emit/emit.h"
 #include "options.h"
 #include "output.h"
 
@@ -13,9 +14,14 @@ namespace {
 bool compile_file(const std::string& file, const idl::Options& options, idl::Outputs& outputs) {
   idl::Compilation compilation(options.warnings_are_errors);
   idl::compile(file, options.preprocess, compilation);
+  idl::Emitted emitted;
+  if (!compilation.diagnostics.errors() && !options.list)
+    emitted = idl::emit(compilation, std::filesystem::path(file).stem().string(), {options.environment});
   std::cerr << compilation.diagnostics.text();
   if (compilation.diagnostics.errors()) return false;
   if (options.list) std::cout << idl::list(compilation);
+  outputs.add(outputs.path(file, ".h"), std::move(emitted.header));
+  outputs.add(outputs.path(file, ".cpp"), std::move(emitted.source));
   outputs.read(file, compilation.input.files);
   return true;
 }

@@ -5,7 +5,9 @@
 namespace idl {
 
 int parse_options(int argc, char** argv, Options& options) {
-  CLI::App app("Checks IDL files.");
+  CLI::App app(
+      "Compiles IDL to C++: NAME.idl becomes NAME.h and NAME.cpp, with stubs, skeletons, TypeCodes and Any operators.\n"
+      "Files that would not change are not touched; on an error none is written.");
   app.name("poaidl");
   app.get_formatter()->column_width(28);
   std::vector<std::string> defines, undefines;
@@ -15,7 +17,13 @@ int parse_options(int argc, char** argv, Options& options) {
            ->option_text("DIR"));
   many(app.add_option("-D", defines, "Define a macro of the preprocessor")->option_text("NAME[=V]"));
   many(app.add_option("-U", undefines, "Take a macro back")->option_text("NAME"));
-  app.add_flag("--list", options.list, "Print what the files declare, with repository ids");
+  app.add_option("-o", options.directory, "Write the files here; the current directory by default")
+      ->type_name("DIR");
+  app.add_flag("--environment", options.environment,
+               "Give every operation a last parameter CORBA::Environment&");
+  app.add_option("--deps", options.deps, "Write the files that were read as a rule for make")
+      ->type_name("FILE");
+  app.add_flag("--list", options.list, "Print what the files declare, with repository ids; write nothing");
   app.add_option("-W", warnings, "-Werror: treat warnings as errors")
       ->check(CLI::IsMember({"error"}))
       ->option_text("error");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "parse.h"
 
@@ -34,6 +35,9 @@ bool has_ancestor(const Declaration& scope, const Declaration& ancestor) {
   const std::vector<const Scope*> all = ancestors_of(*in);
   return std::find(all.begin(), all.end(), &ancestor) != all.end();
 }
+
+// Where a name that was used stands when another one that differs only in case was declared after it.
+std::string exact_key(const std::string& name) { return "=" + name; }
 
 // A second declaration that only continues or announces the first.
 bool may_repeat(const Declaration& first, const Declaration& second) {
@@ -77,24 +81,38 @@ void Scopes::declare(Declaration& declaration) {
   if (!static_cast<Definable&>(declaration).forward) other.declaration = &declaration;
 }
 
-void Scopes::clash(const Scope::Entry& other, const Declaration& declaration) {
+void Scopes::clash(Scope::Entry& other, Declaration& declaration) {
   const std::string name = quoted(declaration.name.text);
   const bool same = other.spelling == declaration.name.text;
+  if (other.used_only) return clash_with_use(other, declaration);
   std::string message = name + " is declared already";
   if (other.declaration == &current())
     message = name + " is the name of the " + kind_name(current().kind) + " that this stands in";
-  else if (other.used_only)
-    message =
-        name + " cannot be declared here, where " + quoted(other.spelling) + " was used with another meaning";
   else if (!same)
     message = name + " and " + quoted(other.spelling) + " differ only in case";
-  if (diagnostics_.error(declaration.name.at, message))
-    diagnostics_.note(other.at, other.used_only ? "it was used here" : "the other one is here");
+  if (diagnostics_.error(declaration.name.at, message)) diagnostics_.note(other.at, "the other one is here");
+}
+
+// Strictly, `Account account` is as wrong as `Account Account`; but so many files have it that it passes.
+void Scopes::clash_with_use(Scope::Entry& other, Declaration& declaration) {
+  const std::string name = quoted(declaration.name.text), used = quoted(other.spelling);
+  const bool same = other.spelling == declaration.name.text;
+  const bool said = same
+                        ? diagnostics_.error(declaration.name.at, name + " cannot be declared here, where " +
+                                                                      used + " was used with another meaning")
+                        : diagnostics_.warning(declaration.name.at, name + " differs only in case from " +
+                                                                        used + ", which was used here");
+  if (said) diagnostics_.note(other.at, "it was used here");
+  if (same) return;
+  const Scope::Entry use =
+      std::exchange(other, {declaration.name.text, declaration.name.at, &declaration, false});
+  table_of(current()).table[exact_key(use.spelling)] = use;
 }
 
 const Scope::Entry* Scopes::entry(const Scope& scope, const std::string& name) {
   const auto& table = table_of(scope).table;
-  const auto found = table.find(lower_case(name));
+  auto found = table.find(exact_key(name));
+  if (found == table.end()) found = table.find(lower_case(name));
   return found == table.end() ? nullptr : &found->second;
 }
 

@@ -41,7 +41,8 @@ class Scopes {
   Found find_from_here(const std::string& name) const;
   Declaration* the_one(const Found& found, const Identifier& part);
   Declaration* step(Declaration& outer, const Identifier& part);
-  void clash(const Scope::Entry& other, const Declaration& declaration);
+  void clash(Scope::Entry& other, Declaration& declaration);
+  void clash_with_use(Scope::Entry& other, Declaration& declaration);
   void introduce(const Identifier& part, Declaration* declaration);
   void not_declared(const Identifier& part, const Scope* in);
 

@@ -44,29 +44,21 @@ void ManagerSwitch::work() {
   }
 }
 
-void ControlServant::hold_ms(CORBA::ULong ms, CORBA::Environment&) {
-  switch_.hold(std::chrono::milliseconds(ms));
-}
+void ControlServant::hold_ms(CORBA::ULong ms) { switch_.hold(std::chrono::milliseconds(ms)); }
 
-void ControlServant::discard_ms(CORBA::ULong ms, CORBA::Environment&) {
-  switch_.discard(std::chrono::milliseconds(ms));
-}
+void ControlServant::discard_ms(CORBA::ULong ms) { switch_.discard(std::chrono::milliseconds(ms)); }
 
-void ControlServant::lifespan(const char* name, CORBA::Long seconds, CORBA::Environment&) {
+void ControlServant::lifespan(const char* name, CORBA::Long seconds) {
   tour_.servant_of(tour_.place(name))->set_timer(seconds);
 }
 
-CORBA::Long ControlServant::incarnations(const char* name, CORBA::Environment&) {
+CORBA::Long ControlServant::incarnations(const char* name) {
   const Place& place = tour_.place(name);
   return place.asked ? place.asked->times() : 0;
 }
 
-CORBA::Long ControlServant::alive(CORBA::Environment&) { return tour_.shared().alive(); }
+CORBA::Long ControlServant::alive() { return tour_.shared().alive(); }
 
-void ControlServant::destroy_poa(const char* name, CORBA::Environment&) {
-  tour_.destroy_poa(tour_.place(name));
-}
+void ControlServant::destroy_poa(const char* name) { tour_.destroy_poa(tour_.place(name)); }
 
-void ControlServant::deactivate(const char* name, CORBA::Environment&) {
-  tour_.deactivate(tour_.place(name));
-}
+void ControlServant::deactivate(const char* name) { tour_.deactivate(tour_.place(name)); }

@@ -41,13 +41,13 @@ class ControlServant : public POA_Demo::Control {
  public:
   explicit ControlServant(Tour& tour) : tour_(tour), switch_(tour.root()->the_POAManager()) {}
 
-  void hold_ms(CORBA::ULong ms, CORBA_ENV) override;
-  void discard_ms(CORBA::ULong ms, CORBA_ENV) override;
-  void lifespan(const char* name, CORBA::Long seconds, CORBA_ENV) override;
-  CORBA::Long incarnations(const char* name, CORBA_ENV) override;
-  CORBA::Long alive(CORBA_ENV) override;
-  void destroy_poa(const char* name, CORBA_ENV) override;
-  void deactivate(const char* name, CORBA_ENV) override;
+  void hold_ms(CORBA::ULong ms) override;
+  void discard_ms(CORBA::ULong ms) override;
+  void lifespan(const char* name, CORBA::Long seconds) override;
+  CORBA::Long incarnations(const char* name) override;
+  CORBA::Long alive() override;
+  void destroy_poa(const char* name) override;
+  void deactivate(const char* name) override;
 
  private:
   Tour& tour_;

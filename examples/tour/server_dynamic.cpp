@@ -31,12 +31,6 @@ CORBA::TypeCode_ptr octets_type() {
   return type;
 }
 
-CORBA::TypeCode_ptr refused_type() {
-  static const CORBA::TypeCode_var type = CORBA::TypeCode::create_exception_tc(
-      Demo::Refused::repository_id, "Refused", {{"why", CORBA::_tc_string}, {"code", CORBA::_tc_long}});
-  return type;
-}
-
 void echo_string(const Call& call) { call.answer(call.argument<const char*>(0)); }
 
 void add(const Call& call) {
@@ -49,8 +43,7 @@ void echo_octets(const Call& call) { call.request.set_result(*call.arguments.ite
 
 void refuse(const Call& call) {
   CORBA::Any exception;
-  CORBA::any_insert_exception(exception, CORBA::TypeCode::_duplicate(refused_type()),
-                              Demo::Refused(call.argument<const char*>(0), call.argument<CORBA::Long>(1)));
+  exception <<= Demo::Refused(call.argument<const char*>(0), call.argument<CORBA::Long>(1));
   call.request.set_exception(exception);
 }
 

@@ -3,8 +3,6 @@
 #include <chrono>
 #include <thread>
 
-#include "mapping_help.h"
-
 namespace {
 
 /// Nil for the root POA, which has none.
@@ -51,9 +49,10 @@ std::string object_name(PortableServer::POA_ptr poa, const PortableServer::Objec
 }
 
 std::string called_object() {
-  CORBA::Environment env;
-  const PortableServer::Current_var current =
-      mapping_help::initial_reference<PortableServer::Current>("POACurrent", env);
+  int none = 0;
+  const CORBA::ORB_var orb = CORBA::ORB_init(none, nullptr);  // the one that is there
+  const CORBA::Object_var found = orb->resolve_initial_references("POACurrent");
+  const PortableServer::Current_var current = PortableServer::Current::_narrow(found);
   const PortableServer::POA_var poa = current->get_POA();
   const PortableServer::ObjectId_var id = current->get_object_id();
   return object_name(poa, id);
@@ -101,27 +100,21 @@ void Shared::delete_idle() {
   }
 }
 
-char* EchoServant::echo_string(const char* s, CORBA::Environment&) { return CORBA::string_dup(s); }
+char* EchoServant::echo_string(const char* s) { return CORBA::string_dup(s); }
 
 // Wraps around, as the processor does, where the sum does not fit.
-CORBA::Long EchoServant::add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) {
+CORBA::Long EchoServant::add(CORBA::Long a, CORBA::Long b) {
   return static_cast<CORBA::Long>(static_cast<CORBA::ULong>(a) + static_cast<CORBA::ULong>(b));
 }
 
-Demo::Octets* EchoServant::echo_octets(const Demo::Octets& data, CORBA::Environment&) {
-  return new Demo::Octets(data);
-}
+Demo::Octets* EchoServant::echo_octets(const Demo::Octets& data) { return new Demo::Octets(data); }
 
-void EchoServant::refuse(const char* why, CORBA::Long code, CORBA::Environment&) {
-  throw Demo::Refused(why, code);
-}
+void EchoServant::refuse(const char* why, CORBA::Long code) { throw Demo::Refused(why, code); }
 
-void EchoServant::note(const char*, CORBA::Environment&) { shared_.add_note(called_object()); }
+void EchoServant::note(const char*) { shared_.add_note(called_object()); }
 
-CORBA::Long EchoServant::notes(CORBA::Environment&) { return shared_.notes(called_object()); }
+CORBA::Long EchoServant::notes() { return shared_.notes(called_object()); }
 
-char* EchoServant::who(CORBA::Environment&) { return CORBA::string_dup(called_object().c_str()); }
+char* EchoServant::who() { return CORBA::string_dup(called_object().c_str()); }
 
-void EchoServant::sleep_ms(CORBA::ULong ms, CORBA::Environment&) {
-  std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
+void EchoServant::sleep_ms(CORBA::ULong ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }

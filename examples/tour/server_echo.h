@@ -41,14 +41,14 @@ class EchoServant : public POA_Demo::Echo {
   explicit EchoServant(Shared& shared) : shared_(shared) { shared_.born(this); }
   ~EchoServant() override { shared_.gone(this); }
 
-  char* echo_string(const char* s, CORBA_ENV) override;
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA_ENV) override;
-  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA_ENV) override;
-  void refuse(const char* why, CORBA::Long code, CORBA_ENV) override;
-  void note(const char* s, CORBA_ENV) override;
-  CORBA::Long notes(CORBA_ENV) override;
-  char* who(CORBA_ENV) override;
-  void sleep_ms(CORBA::ULong ms, CORBA_ENV) override;
+  char* echo_string(const char* s) override;
+  CORBA::Long add(CORBA::Long a, CORBA::Long b) override;
+  Demo::Octets* echo_octets(const Demo::Octets& data) override;
+  void refuse(const char* why, CORBA::Long code) override;
+  void note(const char* s) override;
+  CORBA::Long notes() override;
+  char* who() override;
+  void sleep_ms(CORBA::ULong ms) override;
 
  private:
   Shared& shared_;

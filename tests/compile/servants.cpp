@@ -3,27 +3,23 @@
 
 class Servant : public POA_Demo::Echo {
  public:
-  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
+  char* echo_string(const char* s) override { return CORBA::string_dup(s); }
 #ifdef ARGUMENT_OF_ANOTHER_TYPE  // refused: override
-  CORBA::Long add(CORBA::LongLong a, CORBA::Long b, CORBA::Environment&) override;
+  CORBA::Long add(CORBA::LongLong a, CORBA::Long b) override;
 #endif
 #ifndef OPERATION_LEFT_OUT  // refused: abstract
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
+  CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return a + b; }
 #endif
-  Demo::Octets* echo_octets(const Demo::Octets& data, CORBA::Environment&) override {
-    return new Demo::Octets(data);
-  }
+  Demo::Octets* echo_octets(const Demo::Octets& data) override { return new Demo::Octets(data); }
 #ifdef RESULT_OF_ANOTHER_TYPE  // refused: conflicting return type|different return type
-  int refuse(const char* why, CORBA::Long code, CORBA::Environment&) override;
+  int refuse(const char* why, CORBA::Long code) override;
 #else
-  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
-    throw Demo::Refused(why, code);
-  }
+  void refuse(const char* why, CORBA::Long code) override { throw Demo::Refused(why, code); }
 #endif
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return 0; }
-  char* who(CORBA::Environment&) override { return CORBA::string_dup(""); }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+  void note(const char*) override {}
+  CORBA::Long notes() override { return 0; }
+  char* who() override { return CORBA::string_dup(""); }
+  void sleep_ms(CORBA::ULong) override {}
 };
 
 class Activator : public virtual PortableServer::AdapterActivator {

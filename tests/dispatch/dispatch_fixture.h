@@ -49,16 +49,14 @@ class TestServant : public POA_Demo::Echo {
   explicit TestServant(std::function<void()> what = [] {}) : work(std::move(what)) {}
   ~TestServant() override { gone(); }
 
-  char* echo_string(const char* s, CORBA::Environment&) override { return CORBA::string_dup(s); }
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
-  Demo::Octets* echo_octets(const Demo::Octets& d, CORBA::Environment&) override { return new auto(d); }
-  void refuse(const char* why, CORBA::Long code, CORBA::Environment&) override {
-    throw Demo::Refused(why, code);
-  }
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return work(), 0; }
-  char* who(CORBA::Environment&) override { return CORBA::string_dup(current_object().c_str()); }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+  char* echo_string(const char* s) override { return CORBA::string_dup(s); }
+  CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return a + b; }
+  Demo::Octets* echo_octets(const Demo::Octets& d) override { return new auto(d); }
+  void refuse(const char* why, CORBA::Long code) override { throw Demo::Refused(why, code); }
+  void note(const char*) override {}
+  CORBA::Long notes() override { return work(), 0; }
+  char* who() override { return CORBA::string_dup(current_object().c_str()); }
+  void sleep_ms(CORBA::ULong) override {}
   CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override {
     if (!in_invoke) return Echo::invoke(request, env);
     in_invoke();
@@ -156,11 +154,7 @@ class Dispatch : public AdapterTest, public testing::WithParamInterface<Road> {
   /// There is a child POA by now, so this announces the process: requests are served from here on.
   Dispatch() { default_poa_manager->activate(); }
   CORBA::Object_var seen(CORBA::Object* object) { return seen_from(GetParam(), object); }
-  Demo::Echo_var echo(CORBA::Object* object) {
-    auto* stub = new Demo::_st_Demo_Echo;
-    stub->set_ref(CORBA_object_duplicate(seen(object)->get_ref(), nullptr));
-    return stub;
-  }
+  Demo::Echo_var echo(CORBA::Object* object) { return Demo::Echo::_unchecked_narrow(seen(object)); }
 };
 #define BOTH_ROADS(Suite)                                                                \
   INSTANTIATE_TEST_SUITE_P(Roads, Suite, testing::Values(Road::InProcess, Road::Socket), \

@@ -48,7 +48,7 @@ class Command : public testing::Test {
 TEST_F(Command, HelpFitsAScreenAndNamesEveryOption) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_LE(std::count(out.begin(), out.end(), '\n'), 24);
-  for (const char* option : {"-I", "-D", "-U", "--list", "-Werror"})
+  for (const char* option : {"-I", "-D", "-U", "-o", "--environment", "--deps", "--list", "-Werror"})
     EXPECT_NE(out.find(option), std::string::npos) << option;
 }
 
@@ -131,6 +131,66 @@ TEST_F(Command, WarningsBecomeErrorsOnRequest) {
   EXPECT_EQ(run("--list a.idl"), 0);
   EXPECT_NE(err.find("a.idl:1:1: warning: annotations are read over"), std::string::npos) << err;
   EXPECT_EQ(run("-Werror --list a.idl"), 1);
+}
+
+TEST_F(Command, EachFileBecomesAHeaderAndASource) {
+  write("a.idl", "#include \"sub/b.idl\"\n#include <orb.idl>\nstruct S { B b; CORBA::OctetSeq o; };\n");
+  write("sub/b.idl", "typedef long B;\n");
+  EXPECT_EQ(run("-o made/here a.idl sub/b.idl"), 0) << err;
+  for (const char* name : {"made/here/a.h", "made/here/a.cpp", "made/here/b.h", "made/here/b.cpp"})
+    EXPECT_TRUE(there(name)) << name;
+  const std::string header = read(directory / "made/here/a.h");
+  EXPECT_NE(header.find("#include \"poa/mapping.h\"\n#include \"sub/b.h\"\n\n"), std::string::npos) << header;
+  EXPECT_EQ(header.find("struct _type_B"), std::string::npos) << "what is included is not written again";
+}
+
+TEST_F(Command, OnAnErrorNothingIsWritten) {
+  write("good.idl", "typedef long T;\n");
+  write("bad.idl", "typedef Nothing T;\n");
+  write("value.idl", "interface I { void f(); };\nvaluetype V { public long a; };\n");
+  for (const char* files : {"good.idl bad.idl", "bad.idl good.idl", "good.idl value.idl"}) {
+    EXPECT_EQ(run("-o made --deps made.d " + std::string(files)), 1);
+    EXPECT_FALSE(there("made") || there("made.d")) << files;
+  }
+  EXPECT_NE(err.find("value.idl:2:11: error: no C++ is generated for valuetype 'V'"), std::string::npos)
+      << err;
+  EXPECT_EQ(run("-o good.idl good.idl"), 2) << "a directory that is a file";
+}
+
+TEST_F(Command, FilesThatWouldNotChangeAreNotTouched) {
+  write("a.idl", "typedef long T;\n");
+  ASSERT_EQ(run("a.idl"), 0) << err;
+  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(1);
+  for (const char* name : {"a.h", "a.cpp"}) fs::last_write_time(directory / name, old);
+  ASSERT_EQ(run("a.idl"), 0);
+  EXPECT_EQ(fs::last_write_time(directory / "a.h"), old);
+  write("a.idl", "typedef short T;\n");
+  ASSERT_EQ(run("a.idl"), 0);
+  EXPECT_GT(fs::last_write_time(directory / "a.h"), old);
+  EXPECT_EQ(fs::last_write_time(directory / "a.cpp"), old) << "a typedef has nothing in the source";
+}
+
+TEST_F(Command, DepsAreARuleForMake) {
+  write("a b.idl", "#include <inc.idl>\n#include <orb.idl>\n");
+  write("dir/inc.idl", "#include \"deep.idl\"\n");
+  write("dir/deep.idl", "typedef long T;\n");
+  EXPECT_EQ(run("-I dir -o out.d --deps rule.d 'a b.idl'"), 0) << err;
+  EXPECT_EQ(
+      read(directory / "rule.d"),
+      "out.d/a\\ b.h out.d/a\\ b.cpp: \\\n  a\\ b.idl \\\n  dir/inc.idl \\\n  dir/deep.idl\ndir/deep.idl:\ndir/inc.idl:\n");
+}
+
+TEST_F(Command, EnvironmentGivesEveryOperationOne) {
+  write("a.idl", "interface I { long f(in long a); attribute long b; };\n");
+  ASSERT_EQ(run("--environment a.idl"), 0) << err;
+  const std::string header = read(directory / "a.h"), source = read(directory / "a.cpp");
+  EXPECT_NE(header.find("virtual CORBA::Long f(CORBA::Long a, CORBA_ENV) = 0;"), std::string::npos) << header;
+  EXPECT_NE(header.find("virtual CORBA::Long b(CORBA_ENV) = 0;"), std::string::npos) << header;
+  EXPECT_NE(
+      source.find(
+          "CORBA::Long I::f(CORBA::Long a, CORBA::Environment& env) { return I_rows::op_f(this, a, env); }"),
+      std::string::npos)
+      << source;
 }
 
 }  // namespace

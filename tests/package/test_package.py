@@ -31,6 +31,7 @@ class PackageTest(unittest.TestCase):
         with open(os.path.join(SOURCE, "README.md")) as f:
             cls.readme = f.read()
         cls.env = {k: v for k, v in os.environ.items() if k not in ("LD_LIBRARY_PATH", "PKG_CONFIG_PATH")}
+        cls.env["PATH"] = os.path.join(cls.prefix, "bin") + os.pathsep + cls.env["PATH"]
         for where, _, files in os.walk(cls.prefix):
             if "poa.pc" in files:
                 cls.env["PKG_CONFIG_PATH"] = where
@@ -59,11 +60,10 @@ class PackageTest(unittest.TestCase):
         os.mkdir(where)
         server = os.path.join(where, "server.cpp")
         with open(server, "w") as f:
-            f.write("#include \"%s/echo.h\"\n" % TOUR + self.readme_block("<!-- server -->", "cpp"))
-        sources = ";".join([server] + [os.path.join(TOUR, "echo_%s.cpp" % n) for n in ("skel", "stub")])
+            f.write(self.readme_block("<!-- server -->", "cpp"))
         run("cmake", "-S", os.path.dirname(os.path.abspath(__file__)), "-B", where + "/build", "-G", "Ninja",
-            "-DCMAKE_PREFIX_PATH=" + self.prefix, "-DCMAKE_CXX_COMPILER=" + CXX, "-DCMAKE_CXX_FLAGS=-I" + TOUR,
-            "-DCONSUMER_SOURCES=" + sources, env=self.env)
+            "-DCMAKE_PREFIX_PATH=" + self.prefix, "-DCMAKE_CXX_COMPILER=" + CXX, "-DCONSUMER_SOURCES=" + server,
+            "-DCONSUMER_IDL=" + os.path.join(TOUR, "echo.idl"), env=self.env)
         run("cmake", "--build", where + "/build", env=self.env)
         self.serves(where + "/build/server")
 

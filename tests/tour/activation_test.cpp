@@ -11,14 +11,14 @@ namespace ps = PortableServer;
 
 class Adder : public POA_Demo::Echo {
  public:
-  CORBA::Long add(CORBA::Long a, CORBA::Long b, CORBA::Environment&) override { return a + b; }
-  char* who(CORBA::Environment&) override { return nullptr; }
-  char* echo_string(const char*, CORBA::Environment&) override { return nullptr; }
-  Demo::Octets* echo_octets(const Demo::Octets&, CORBA::Environment&) override { return nullptr; }
-  void refuse(const char*, CORBA::Long, CORBA::Environment&) override {}
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return 0; }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+  CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return a + b; }
+  char* who() override { return nullptr; }
+  char* echo_string(const char*) override { return nullptr; }
+  Demo::Octets* echo_octets(const Demo::Octets&) override { return nullptr; }
+  void refuse(const char*, CORBA::Long) override {}
+  void note(const char*) override {}
+  CORBA::Long notes() override { return 0; }
+  void sleep_ms(CORBA::ULong) override {}
 };
 
 /// A call of this process: "held" when its time limit passed.

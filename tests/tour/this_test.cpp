@@ -14,17 +14,17 @@ CORBA::Object* asked = nullptr;  // the object that is called
 /// Says whether the reference that it takes for its own is that of the object called.
 class Self : public POA_Demo::Echo {
  public:
-  char* who(CORBA::Environment& env) override {
-    const Demo::Echo_var self = _this(env);
+  char* who() override {
+    const Demo::Echo_var self = _this();
     return CORBA::string_dup(self->_is_equivalent(asked) ? "I" : "another");
   }
-  char* echo_string(const char*, CORBA::Environment&) override { return nullptr; }
-  CORBA::Long add(CORBA::Long, CORBA::Long, CORBA::Environment&) override { return 0; }
-  Demo::Octets* echo_octets(const Demo::Octets&, CORBA::Environment&) override { return nullptr; }
-  void refuse(const char*, CORBA::Long, CORBA::Environment&) override {}
-  void note(const char*, CORBA::Environment&) override {}
-  CORBA::Long notes(CORBA::Environment&) override { return 0; }
-  void sleep_ms(CORBA::ULong, CORBA::Environment&) override {}
+  char* echo_string(const char*) override { return nullptr; }
+  CORBA::Long add(CORBA::Long, CORBA::Long) override { return 0; }
+  Demo::Octets* echo_octets(const Demo::Octets&) override { return nullptr; }
+  void refuse(const char*, CORBA::Long) override {}
+  void note(const char*) override {}
+  CORBA::Long notes() override { return 0; }
+  void sleep_ms(CORBA::ULong) override {}
 };
 
 void expect_knows_itself(CORBA::Object* object) {

@@ -120,6 +120,12 @@ class ObjectOut {
 };
 using Object_out = ObjectOut<Object>;
 
+/// A new reference of what `reference` refers to. Where this is called X need not be complete yet.
+template <class X>
+X* duplicated(X* reference) {
+  return X::_duplicate(reference);
+}
+
 // ---- Arrays -----------------------------------------------------------------------------------------------
 // An array of the mapping is a C++ array; its slice is the element of the outermost dimension. `Tag` tells
 // typedefs of one C++ array type apart and names it: Tag::Array.

@@ -1,0 +1,180 @@
+#include <algorithm>
+
+#include "emit/emit.h"
+
+namespace idl {
+namespace {
+
+Method method_of(const Operation& operation) {
+  Method method;
+  method.name = cpp_name(operation.name.text);
+  method.wire_name = operation.name.text;
+  method.row = "op_" + operation.name.text;
+  if (operation.result->kind != TypeKind::Void) method.result = operation.result;
+  for (const Declaration* one : operation.body) {
+    const auto& parameter = static_cast<const Parameter&>(*one);
+    const bool taken = parameter.name.text == "env";  // the environment's own name
+    method.arguments.push_back(
+        {taken ? "env_" : cpp_name(parameter.name.text), parameter.direction, parameter.type});
+  }
+  method.raises = &operation.raises;
+  method.oneway = operation.oneway;
+  return method;
+}
+
+Method getter_of(const Attribute& attribute) {
+  Method method;
+  method.name = cpp_name(attribute.name.text);
+  method.wire_name = "_get_" + attribute.name.text;
+  method.row = "attr" + method.wire_name;
+  method.result = attribute.type;
+  method.raises = &attribute.get_raises;
+  return method;
+}
+
+Method setter_of(const Attribute& attribute) {
+  Method method;
+  method.name = cpp_name(attribute.name.text);
+  method.wire_name = "_set_" + attribute.name.text;
+  method.row = "attr" + method.wire_name;
+  method.arguments.push_back({"value", Direction::In, attribute.type});
+  method.raises = &attribute.set_raises;
+  return method;
+}
+
+void add_bases(const Interface& interface, std::vector<const Interface*>& all) {
+  for (const Interface* base : interface.bases) {
+    add_bases(*base, all);
+    if (std::find(all.begin(), all.end(), base) == all.end()) all.push_back(base);
+  }
+}
+
+}  // namespace
+
+std::vector<Method> methods_of(const Interface& interface) {
+  std::vector<Method> methods;
+  for (const Declaration* one : interface.body) {
+    if (const auto* operation = as<Operation>(one)) methods.push_back(method_of(*operation));
+    if (const auto* attribute = as<Attribute>(one)) {
+      methods.push_back(getter_of(*attribute));
+      if (!attribute->readonly) methods.push_back(setter_of(*attribute));
+    }
+  }
+  return methods;
+}
+
+std::vector<const Interface*> bases_first(const Interface& interface) {
+  std::vector<const Interface*> all;
+  add_bases(interface, all);
+  return all;
+}
+
+std::string signature(const Spelling& spell, const Method& method, const std::string& scope,
+                      const std::string& environment) {
+  std::vector<std::string> parameters;
+  for (const Method::Argument& one : method.arguments)
+    parameters.push_back(spell.parameter(one.direction, *one.type) + " " + one.name);
+  if (!environment.empty()) parameters.push_back(environment);
+  return (method.result ? spell.result(*method.result) : "void") + " " + scope + method.name + "(" +
+         joined_by(", ", parameters, [](const std::string& text) { return text; }) + ")";
+}
+
+std::string call(const Method& method, const std::string& first, const std::string& last) {
+  std::vector<std::string> arguments;
+  if (!first.empty()) arguments.push_back(first);
+  for (const Method::Argument& one : method.arguments) arguments.push_back(one.name);
+  if (!last.empty()) arguments.push_back(last);
+  return "(" + joined_by(", ", arguments, [](const std::string& text) { return text; }) + ")";
+}
+
+// --- clients ------------------------------------------------------------------------------------------------------
+
+void announce_interface(Writer& out, const Interface& interface) {
+  const std::string name = cpp_name(interface.name.text);
+  out.blank();
+  out.line("class " + name + ";");
+  out.line("using " + name + "_ptr = " + name + "*;");
+  out.line("using " + name + "_var = CORBA::ObjectVar<" + name + ">;");
+  out.line("using " + name + "_out = CORBA::ObjectOut<" + name + ">;");
+  out.blank();
+}
+
+void declare_interface(Writer& out, const Spelling& spell, const Interface& interface,
+                       const EmitOptions& options) {
+  const std::string name = cpp_name(interface.name.text);
+  const bool local = interface.flavour == Flavour::Local;
+  std::vector<std::string> bases;
+  for (const Interface* base : interface.bases) bases.push_back("public virtual " + spell.qualified(*base));
+  const auto is_local = [](const Interface* base) { return base->flavour == Flavour::Local; };
+  if (local && std::none_of(interface.bases.begin(), interface.bases.end(), is_local))
+    bases.push_back("public virtual CORBA::LocalObject");
+  if (bases.empty()) bases.push_back("public virtual CORBA::Object");
+
+  out.open("class " + name + " : " + joined_by(", ", bases, [](const std::string& text) { return text; }) +
+           " {");
+  out.label("public:");
+  out.line("using _ptr_type = " + name + "*;");
+  out.line("using _var_type = " + name + "_var;");
+  out.line("static constexpr const char* repository_id = " + cpp_string(interface.id) + ";");
+  out.line("static constexpr const char* interface_name = " + cpp_string(interface.name.text) + ";");
+  out.line("static " + name + "* _nil() { return nullptr; }");
+  out.line("static " + name + "* _duplicate(" + name + "* reference);");
+  out.line("static " + name + "* _narrow(CORBA::Object* object);");
+  out.line("static " + name + "* _unchecked_narrow(CORBA::Object* object);");
+  out.blank();
+  TypeEmitter types(out, spell);
+  for (const Declaration* one : interface.body) types.declare(*one, Inside::Class);
+  out.blank();
+  for (const Method& method : methods_of(interface))
+    out.line("virtual " + signature(spell, method, "", options.environment ? "CORBA_ENV" : "") +
+             (local ? " = 0;" : ";"));
+  out.close("};");
+  out.line("inline constexpr CORBA::idl::typecode_constant<CORBA::idl::ref<" + name + ">> _tc_" + name + ";");
+  out.blank();
+}
+
+// --- servants -----------------------------------------------------------------------------------------------------
+
+static void declare_tie(Writer& out, const Spelling& spell, const Interface& interface,
+                        const EmitOptions& options) {
+  const std::string name = (interface.scope->scope ? "" : "POA_") + cpp_name(interface.name.text);
+  out.line("template <class T>");
+  out.open("class " + name + "_tie : public PortableServer::Tie<T, " + name + "> {");
+  out.label("public:");
+  out.line("using PortableServer::Tie<T, " + name + ">::Tie;");
+  out.blank();
+  std::vector<const Interface*> all = bases_first(interface);
+  all.push_back(&interface);
+  for (const Interface* one : all)
+    for (const Method& method : methods_of(*one))
+      out.line(signature(spell, method, "", options.environment ? "CORBA::Environment& env" : "") +
+               " override { " + (method.result ? "return " : "") + "this->_tied_object()->" + method.name +
+               call(method, "", options.environment ? "env" : "") + "; }");
+  out.close("};");
+  out.blank();
+}
+
+void declare_skeleton(Writer& out, const Spelling& spell, const Interface& interface,
+                      const EmitOptions& options) {
+  const std::string own = (interface.scope->scope ? "" : "POA_") + cpp_name(interface.name.text);
+  std::vector<std::string> bases;
+  for (const Interface* base : interface.bases) bases.push_back("public virtual " + spell.skeleton(*base));
+  if (bases.empty()) bases.push_back("public virtual PortableServer::Skeleton");
+  out.open("class " + own + " : " + joined_by(", ", bases, [](const std::string& text) { return text; }) +
+           " {");
+  out.label("public:");
+  out.line("static const CORBA::idl::InterfaceInfo _info;");
+  out.line(own + "();");
+  out.line(spell.qualified(interface) + "* _this(CORBA_ENV);");
+  out.blank();
+  for (const Method& method : methods_of(interface))
+    out.line("virtual " + signature(spell, method, "", options.environment ? "CORBA_ENV" : "") + " = 0;");
+  out.blank();
+  out.label("protected:");
+  out.line("const CORBA::idl::InterfaceInfo& _interface(void*& self) override;");
+  out.close("};");
+  out.blank();
+  declare_tie(out, spell, interface, options);
+}
+
+}  // namespace idl

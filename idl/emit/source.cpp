@@ -1,0 +1,103 @@
+#include "emit/emit.h"
+
+namespace idl {
+namespace {
+
+// Within the rows the library's namespace has a short name.
+std::string shortened(std::string text) {
+  static const std::string full = "CORBA::idl::", brief = "idl::";
+  for (std::size_t at = 0; (at = text.find(full, at)) != std::string::npos; at += brief.size())
+    text.replace(at, full.size(), brief);
+  return text;
+}
+
+std::string rows_namespace(const Spelling& spell, const Interface& interface) {
+  std::string name = spell.path(interface) + (interface.scope->scope ? "" : "_rows");
+  for (std::size_t at; (at = name.find("::")) != std::string::npos;) name.replace(at, 2, "_");
+  return name;
+}
+
+void statics(Writer& out, const Spelling& spell, const Interface& interface) {
+  const std::string path = spell.path(interface), name = cpp_name(interface.name.text);
+  const bool local = interface.flavour == Flavour::Local;
+  const auto define = [&](const std::string& function, const std::string& parameter,
+                          const std::string& body) {
+    out.line(path + "* " + path + "::" + function + "(" + parameter + ") { return CORBA::idl::" + body +
+             "; }");
+  };
+  define("_duplicate", name + "* reference", local ? "duplicate_local(reference)" : "duplicate(reference)");
+  define("_narrow", "CORBA::Object* object", (local ? "narrow_local<" : "narrow<") + name + ">(object)");
+  define("_unchecked_narrow", "CORBA::Object* object",
+         (local ? "narrow_local<" : "unchecked_narrow<") + name + ">(object)");
+  out.blank();
+}
+
+void row(Writer& out, const Spelling& spell, const Method& method) {
+  static constexpr const char* directions[] = {"idl::in<", "idl::out<", "idl::inout<"};
+  const std::string result = method.result ? spell.descriptor(*method.result) : "void";
+  const std::string parameters = joined_by(", ", method.arguments, [&](const Method::Argument& one) {
+    return directions[static_cast<std::size_t>(one.direction)] + spell.descriptor(*one.type) + ">";
+  });
+  const std::string raised =
+      joined_by(", ", *method.raises, [&](const Raised& one) { return spell.qualified(*one.declared); });
+  out.line(shortened("constexpr idl::operation<Class, " + result + "(" + parameters + ")> " + method.row +
+                     "{" + cpp_string(method.wire_name) + ", &Class::" + method.name +
+                     (raised.empty() ? "" : ", idl::raises<" + raised + ">") +
+                     (method.oneway ? ", idl::oneway" : "") + "};"));
+}
+
+void rows(Writer& out, const Spelling& spell, const Interface& interface,
+          const std::vector<Method>& methods) {
+  const std::string name = rows_namespace(spell, interface);
+  out.line("namespace {");
+  out.line("namespace " + name + " {");
+  out.line("namespace idl = CORBA::idl;");
+  if (!methods.empty()) out.line("using Class = " + spell.skeleton(interface) + ";");
+  for (const Method& method : methods) row(out, spell, method);
+  out.line("constexpr auto table = idl::operations(" +
+           joined_by(", ", methods, [](const Method& method) { return method.row; }) + ");");
+  out.line("}  // namespace " + name);
+  out.line("}  // namespace");
+  out.blank();
+}
+
+void skeleton(Writer& out, const Spelling& spell, const Interface& interface, bool has_rows) {
+  const std::string path = spell.path(interface), skeleton = spell.skeleton(interface);
+  const std::string bases =
+      joined_by("", interface.bases, [&](const Interface* base) { return ", " + spell.skeleton(*base); });
+  const std::string table = rows_namespace(spell, interface) + (has_rows ? "::table.table()" : "::table");
+  out.line("constinit const CORBA::idl::InterfaceInfo " + skeleton + "::_info =");
+  out.line("    CORBA::idl::interface_info<" + skeleton + bases + ">(" + path + "::repository_id, " + table +
+           ");");
+  const std::string name = skeleton.substr(skeleton.rfind(':') + 1);
+  out.line(skeleton + "::" + name + "() { _intf = " + path + "::repository_id; }");
+  out.open("const CORBA::idl::InterfaceInfo& " + skeleton + "::_interface(void*& self) {");
+  out.line("self = this;");
+  out.line("return _info;");
+  out.close("}");
+  out.line(path + "* " + skeleton + "::_this(CORBA::Environment& env) { return _this_as<" + path +
+           ">(env); }");
+  out.blank();
+}
+
+}  // namespace
+
+void define_interface(Writer& out, const Spelling& spell, const Interface& interface,
+                      const EmitOptions& options) {
+  const std::string path = spell.path(interface);
+  out.line("// ---- " + path + " ----");
+  out.blank();
+  statics(out, spell, interface);
+  if (interface.flavour == Flavour::Local) return;
+  const std::vector<Method> methods = methods_of(interface);
+  rows(out, spell, interface, methods);
+  const std::string name = rows_namespace(spell, interface);
+  for (const Method& method : methods)
+    out.line(signature(spell, method, path + "::", options.environment ? "CORBA::Environment& env" : "") +
+             " { " + (method.result ? "return " : "") + name + "::" + method.row +
+             call(method, "this", options.environment ? "env" : "") + "; }");
+  if (!methods.empty()) out.blank();
+  skeleton(out, spell, interface, !methods.empty());
+}
+
+}  // namespace idl

@@ -276,11 +276,20 @@ void ClientConnection::take_messages() {
     // The server's word that it took none of the requests without an answer.
     if (message && header.type == giop::Type::CloseConnection) return fail_all(fault::turned_away, true);
     if (const char* wrong = message ? take_message(header) : assembler_.error()) {
-      OM_log("connection to %s:%u dropped: %s%s", peer_.host.c_str(), unsigned{peer_.port},
-             message ? "" : "bad message: ", wrong);
+      log_bad_input(header, wrong);
       return fail_all(fault::bad_reply, false);
     }
   }
+}
+
+void ClientConnection::log_bad_input(const giop::Header& header, const char* wrong) const {
+  const uint32_t limit = options().max_message;
+  const std::string too_long =
+      header.size > limit
+          ? ": " + std::to_string(header.size) + " octets, over -ORBMaxMessage " + std::to_string(limit)
+          : "";
+  OM_log("connection to %s:%u dropped: bad message: %s%s", peer_.host.c_str(), unsigned{peer_.port}, wrong,
+         too_long.c_str());
 }
 
 /// Gives the incoming reply to the call that waits for it. Null, or what is wrong with the message.

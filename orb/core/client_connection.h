@@ -115,6 +115,7 @@ class ClientConnection {
   void take_input(Got got);
   void take_messages();
   const char* take_message(const giop::Header& header);
+  [[gnu::cold]] void log_bad_input(const giop::Header& header, const char* wrong) const;
   void settle(ClientCall* call, ClientCall::State state);
   bool unlink(ClientCall* call);
   [[gnu::cold]] void fail_all(Fault why, bool may_send_again);

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "process_life.h"
+
 namespace zrsv {
 namespace {
 
@@ -113,6 +115,7 @@ ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Clock
                                        Fault* why) {
   if (Connection open_already = find(to, *now)) return open_already;
   std::unique_lock lock(mutex_);
+  if (!is_usable()) return *why = fault::shut_down, nullptr;
   auto at = entries_.find(to);
   if (at == entries_.end()) at = entries_.try_emplace(Endpoint{std::string(to.host), to.port}).first;
   if (at->second.connection) return at->second.connection;  // opened meanwhile
@@ -130,6 +133,7 @@ ClientPool::Connection ClientPool::open(Entries::iterator at, std::unique_lock<s
   Entry& entry = at->second;
   const uint64_t closed_before = closed_;
   entry.opening = true;
+  mark_in_use();
   lock.unlock();
   Connection connection = connect(at->first, deadline, why);
   lock.lock();

@@ -9,6 +9,7 @@
 #include "in_process.h"
 #include "method_table.h"
 #include "options.h"
+#include "process_life.h"
 #include "zrsv/of_thread.h"
 
 namespace zrsv {
@@ -27,6 +28,9 @@ constexpr Fault no_way{"INV_OBJREF", 2};          // the reference has no addres
 constexpr Fault other_address{"INV_OBJREF", 3};   // the server wants to be addressed in another form
 constexpr Fault bad_argument{"BAD_PARAM", 1};     // null where something is needed
 constexpr Fault wrong_order{"BAD_INV_ORDER", 1};  // a step of a call out of its turn
+constexpr Fault destroyed{"BAD_INV_ORDER", 2};    // the ORB is destroyed
+constexpr Fault forked{"BAD_INV_ORDER", 3};       // the ORB is that of the parent process
+constexpr Fault too_long{"IMP_LIMIT", 1};         // over -ORBMaxMessage
 constexpr Fault no_operation{"BAD_OPERATION", 1};
 constexpr Fault malformed{"MARSHAL", 1};
 constexpr Fault too_many_forwards{"TRANSIENT", 5};
@@ -34,6 +38,13 @@ constexpr Fault too_many_forwards{"TRANSIENT", 5};
 [[gnu::cold]] bool fail(Fault why) {
   set_last_failure(why.name, why.minor);
   return false;
+}
+
+/// Why this process can make no calls.
+[[gnu::cold]] bool fail_unusable() {
+  if (!in_forked_child()) return fail(destroyed);
+  log_forked_child();
+  return fail(forked);
 }
 
 bool is(Fault why, const char* name) { return why && std::strcmp(why.name, name) == 0; }
@@ -121,6 +132,7 @@ bool begin_message(ClientRequest* request) {
   cdr->out_next = cdr->out_base;
   cdr->direction = CDR_ENCODE;
   cdr->minor_version = request->call.minor;
+  cdr->no_outcome = 0;
   cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
   if (!as_before) return begin_head(request, cdr);
   giop::set_request_id(cdr->out_base, request->call.minor, request->call.id);
@@ -311,12 +323,18 @@ bool create(Reference* object, const char* operation, bool response_expected,
   const Reference& target = request->target();
   request->kind = runs_in_process(target) ? ZR_REQUEST_IN_PROCESS : ZR_REQUEST_IIOP;
   if (request->kind == ZR_REQUEST_IIOP) {
-    if (!target.is_local() && target.iiop().empty()) return fail(no_way);
+    if (!target.can_be_called()) return fail(no_way);
     request->key = key_for(target, 0);
     if (!begin_message(request.get())) return fail(fault::no_memory);
   }
   *made = std::move(request);
   return true;
+}
+
+[[gnu::cold]] bool fail_too_long(const ClientRequest& request) {
+  OM_log("request %s not sent: %zu octets, over -ORBMaxMessage %u", request.operation.c_str(),
+         encoded(request.cdr) - giop::header_size, options().max_message);
+  return fail(too_long);
 }
 
 /// The time limit runs from the moment that the request is ready to go.
@@ -328,8 +346,10 @@ void start_clock(ClientRequest* request) {
 
 bool send(ClientRequest* request) {
   if (request->kind != ZR_REQUEST_IIOP || request->phase != Phase::Created) return fail(wrong_order);
+  if (!is_usable()) return fail_unusable();
   request->phase = Phase::Over;
   end_message(request);
+  if (encoded(request->cdr) - giop::header_size > options().max_message) return fail_too_long(*request);
   start_clock(request);
   if (const Fault why = or_time_limit(*request, dispatch(request))) return fail(why);
   if (request->response_expected) {
@@ -342,6 +362,7 @@ bool send(ClientRequest* request) {
 
 bool receive(ClientRequest* request) {
   if (request->phase != Phase::Sent) return fail(wrong_order);
+  if (in_forked_child()) return fail_unusable();
   request->phase = Phase::Over;
   if (const Fault why = await(request)) return fail(why);
   request->phase = Phase::Answered;
@@ -386,6 +407,7 @@ unsigned char OM_req_lib_initiator_request_create(void* object, const char* oper
                                                   uint32_t* kind) {
   if (!object) return fail(no_object);
   if (!operation || !request || !kind) return fail(bad_argument);
+  if (!is_usable()) return fail_unusable();
   return step([&] {
     std::unique_ptr<ClientRequest> made;
     if (!create(as_reference(object), operation, response_expected != 0, &made)) return false;
@@ -427,6 +449,7 @@ unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* s
   if (*status == forward_for_good) *status = ZR_REPLY_LOCATION_FORWARD;
   if (*status != ZR_REPLY_LOCATION_FORWARD) r->object->answered();
   show_reply(r);
+  r->cdr.no_outcome = *status == ZR_REPLY_LOCATION_FORWARD;
   return 1;
 }
 
@@ -462,7 +485,7 @@ unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Env
 }
 
 void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
-  if (!request) return;
+  if (!request || in_forked_child()) return;  // a child's copy is left alone with what it holds
   std::unique_ptr<ClientRequest> r(as_request(request));
   if (r->connection && r->phase != Phase::Answered) r->connection->forget(&r->call);
   keep_for_later(std::move(r));

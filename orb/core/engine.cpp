@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "options.h"
+#include "process_life.h"
 
 namespace zrsv {
 
@@ -317,6 +318,7 @@ void Engine::run(Worker& worker, ServerRequest& request) {
     const Upcall upcall;
     execute(request, pool_.options().max_message, &worker.reply);
   }
+  if (in_forked_child()) end_forked_child();
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
   if (request.connection && reply.size() > 0) request.connection->send(&reply);

@@ -126,9 +126,11 @@ void ZR_set_user_exception(CORBA_Environment* env, const char* id) {
 }
 
 void SetStdExReqLib(uint32_t completed, CORBA_Environment* env) {
+  if (bare_name(last_failure.id) == "TRANSIENT") completed = CORBA_COMPLETED_NO;  // nobody took the request
   CORBA_BOA_set_standard_exception(env, last_failure.id, last_failure.minor, completed);
 }
 
 void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env) {
+  if (cdr && cdr->no_outcome && completed == CORBA_COMPLETED_YES) completed = CORBA_COMPLETED_MAYBE;
   raise_standard(env, cdr && cdr->unconvertible ? "DATA_CONVERSION" : "MARSHAL", 0, completed);
 }

@@ -21,6 +21,8 @@ namespace {
 constexpr std::string_view magic = {"ZRSV\1", 5};
 constexpr std::size_t head_size = magic.size() + 6;
 constexpr std::size_t check_size = 4;
+constexpr std::size_t own_data_limit = 8;  // a POA's objects have 16 octets at least, its own name may be any
+constexpr std::string_view interface_definition = "IDL:CORBA/InterfaceDef:1.0";  // whose data is an id
 
 constexpr std::array<uint32_t, 256> crc_table = [] {
   std::array<uint32_t, 256> table{};
@@ -51,6 +53,11 @@ uint32_t crc32c(std::string_view octets) {
   uint32_t c = ~0u;
   for (char octet : octets) c = crc_table[(c ^ static_cast<unsigned char>(octet)) & 0xFF] ^ (c >> 8);
   return ~c;
+}
+
+bool names_own_object(const KeyParts& parts) {
+  if (!parts.impl.starts_with("IDL:")) return false;
+  return parts.data.size() <= own_data_limit || parts.impl == interface_definition;
 }
 
 std::optional<std::string> write_object_key(const KeyParts& parts) {

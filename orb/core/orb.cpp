@@ -7,6 +7,7 @@
 #include "endpoint_text.h"
 #include "environment.h"
 #include "in_process.h"
+#include "process_life.h"
 #include "queue_group.h"
 #include "repository.h"
 
@@ -49,6 +50,7 @@ std::string Orb::init(int* argc, char** argv) {
     if (std::string wrong = load_impl_repository(wanted.impl_repository); !wrong.empty()) return wrong;
     set_options(std::move(wanted));
     set_binding_open(true);
+    mark_usable();
   }
   ++uses_;
   return {};
@@ -65,6 +67,7 @@ void Orb::destroy(CORBA_Environment* env) {
   }
   if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
   shutdown(true, env);
+  mark_destroyed();  // first, so that no call opens a connection any more
   close_client_connections();
   std::map<std::string, Ref<Reference>> dropped;
   std::lock_guard lock(mutex_);
@@ -102,6 +105,7 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
     state_ = State::Idle;
   }
   starting_ = true;
+  mark_in_use();
   std::unique_ptr<Listener> listener;
   std::shared_ptr<Engine> engine;
   Ref<Reference> root;
@@ -245,15 +249,22 @@ namespace {
 
 /// The ORB behind a handle, or null with `env` filled.
 Orb* orb_of(void* handle, CORBA_Environment* env) {
-  if (handle == &orb()) return &orb();
-  raise_standard(env, "BAD_PARAM");
+  if (handle == &orb() && !in_forked_child()) return &orb();
+  if (in_forked_child()) log_forked_child();
+  raise_standard(env, in_forked_child() ? "BAD_INV_ORDER" : "BAD_PARAM");
   return nullptr;
+}
+
+/// The same for the end of an ORB: a child has nothing of its own to end, and leaves its parent's alone.
+Orb* orb_to_end(void* handle, CORBA_Environment* env) {
+  return in_forked_child() ? nullptr : orb_of(handle, env);
 }
 
 }  // namespace
 
 void* CORBA_ORB_init(int* argc, char** argv, const char* /*orb_id*/, CORBA_Environment* env) {
   return guarded(env, [&]() -> void* {
+    if (in_forked_child()) return orb_of(&orb(), env);
     const std::string wrong = orb().init(argc, argv);
     if (wrong.empty()) return &orb();
     OM_log("%s", wrong.c_str());
@@ -283,11 +294,11 @@ void CORBA_ORB_run(void* handle, CORBA_Environment* env) {
 }
 
 void CORBA_ORB_shutdown(void* handle, unsigned char wait, CORBA_Environment* env) {
-  if (Orb* const of = orb_of(handle, env)) of->shutdown(wait, env);
+  if (Orb* const of = orb_to_end(handle, env)) of->shutdown(wait, env);
 }
 
 void CORBA_ORB_destroy(void* handle, CORBA_Environment* env) {
-  if (Orb* const of = orb_of(handle, env)) of->destroy(env);
+  if (Orb* const of = orb_to_end(handle, env)) of->destroy(env);
 }
 
 const char* ZR_published_endpoint(void* handle, uint32_t index) {

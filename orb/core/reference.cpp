@@ -71,7 +71,7 @@ Ref<Reference> Reference::adopt_key(std::string key, std::string type_id) {
   made->key_ = std::move(key);
   const KeyParts parts = *read_object_key(made->key_);  // views into the key where it stays
   made->impl_ = parts.impl;
-  made->internal_ = parts.impl.starts_with("IDL:");
+  made->internal_ = names_own_object(parts);
   made->intf_ = parts.intf;
   made->data_ = parts.data;
   made->type_id_ = type_id.empty() ? made->intf_ : std::move(type_id);
@@ -117,6 +117,7 @@ Ref<Reference> Reference::forward() const {
   return forward_;
 }
 
+// One that leads nowhere, or to itself, is not kept (it would keep itself alive): the next call asks here again.
 bool Reference::set_forward(Ref<Reference> to) {
   if (!to) return false;
   if (forwards_.fetch_add(1, std::memory_order_relaxed) >= ZR_FORWARD_LIMIT) {
@@ -124,7 +125,7 @@ bool Reference::set_forward(Ref<Reference> to) {
     answered();  // the next call starts afresh
     return false;
   }
-  if (to.get() == this) {  // a forward to itself would keep itself alive
+  if (to.get() == this || !to->can_be_called()) {
     clear_forward();
     return true;
   }

@@ -113,8 +113,7 @@ class Reference {
   }
 
   bool is_local() const { return local_; }
-  /// True when the object is one of the broker's own (its implementation name is an interface id): it names
-  /// no POA path.
+  /// True when the object is one of the broker's own: it names no POA path.
   bool is_internal() const { return internal_; }
   const std::string& type_id() const { return type_id_; }
   const std::string& key() const { return key_; }
@@ -125,13 +124,16 @@ class Reference {
   const std::string& intf_name() const { return intf_; }
   /// Where a call may go, in order of preference; empty for a local reference.
   const std::vector<IiopProfile>& iiop() const { return iiop_; }
+  /// Whether a call can go anywhere at all.
+  bool can_be_called() const { return local_ || !iiop_.empty(); }
   const std::vector<Tagged>& profiles() const { return profiles_; }
   /// The lowest GIOP 1.x of all those places; 2 for a local reference.
   uint8_t least_minor() const { return least_minor_; }
 
   /// The forward now in force, or null.
   Ref<Reference> forward() const;
-  /// Counts forwards without an answer between; false when there were too many.
+  /// Counts forwards without an answer between; false when there were too many. One that cannot be called is
+  /// not followed.
   bool set_forward(Ref<Reference> to);
   /// An answer came: forwards count from zero again.
   void answered() {

@@ -42,7 +42,7 @@ CORBA_sequence_octet* new_sequence(std::string_view octets) {
 }
 
 void* create(std::string_view data, const char* intf, const char* impl, CORBA_Environment* env) {
-  if (!is_known_impl(impl)) {
+  if (!names_own_object({impl, intf, data}) && !is_known_impl(impl)) {
     raise_standard(env, "NO_IMPLEMENT");
     return nullptr;
   }

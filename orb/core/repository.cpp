@@ -79,7 +79,6 @@ const ImplDef* find_impl(std::string_view name) {
 }
 
 bool is_known_impl(std::string_view name) {
-  if (name.starts_with("IDL:")) return true;
   Implementations& table = implementations();
   std::lock_guard lock(table.mutex);
   return is_listed(table, name);

@@ -21,7 +21,7 @@ std::string load_impl_repository(const std::string& path);
 /// Any thread.
 const ImplDef* find_impl(std::string_view name);
 
-/// True for a name in the repository and for those of the broker's own objects, which start with "IDL:".
+/// True for a name in the repository.
 bool is_known_impl(std::string_view name);
 
 /// True for an id that was handed to ZR_register_interface.

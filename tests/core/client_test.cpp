@@ -13,9 +13,12 @@ using Result = std::string;
 
 Result failure() {
   Outcome env;
-  SetStdExReqLib(CORBA_COMPLETED_NO, env);
-  const uint32_t minor = static_cast<CORBA_Environment*>(env)->_minor;
-  return env.name() + " " + std::to_string(minor);
+  SetStdExReqLib(CORBA_COMPLETED_MAYBE, env);
+  const CORBA_Environment& record = *static_cast<CORBA_Environment*>(env);
+  const bool knows = record._completed == CORBA_COMPLETED_NO;
+  const std::string minor = std::to_string(record._minor), name = env.name();
+  EXPECT_EQ(knows, name == "TRANSIENT") << name << ": nobody took such a request, and no other is known of";
+  return name + " " + minor;
 }
 
 /// One call, step by step as a stub makes it.
@@ -282,6 +285,38 @@ TEST_F(Client, FollowsForwardsComesBackAndSeesACircle) {
     EXPECT_EQ(asked, ZR_FORWARD_LIMIT + 1);
   }});
   EXPECT_EQ(call_and_follow(reference_to({{circle.port()}})), "TRANSIENT 5");
+}
+
+TEST_F(Client, AForwardThatLeadsNowhereLeavesTheOldPlace) {
+  const std::string other_protocol = encoded([](Writer& out) { out.text("").u32(1).u32(77).octets("x"); });
+  ScriptedServer server({[&](Peer& peer) {
+    peer.echo(peer.read());
+    for (const std::string& nowhere : {ior({{0}}), other_protocol}) {
+      peer.send(reply(peer.read(), 3, nowhere));
+      peer.echo(peer.read(), 1);
+    }
+    for (Got got; peer.next(&got);) peer.send(reply(got, 3, other_protocol));
+  }});
+  const auto object = reference_to({{server.port()}});
+  for (const char* expected : {"42", "43", "43", "TRANSIENT 5"}) EXPECT_EQ(call_and_follow(object), expected);
+}
+
+TEST_F(Client, RefusesWhatIsTooLongAndSaysBy) {
+  set(&Options::max_message, 2048u);
+  set(&Options::fragment_size, 1000u);
+  ScriptedServer server({[&](Peer& peer) {
+    const Got got = peer.read();
+    EXPECT_EQ(got.argument, 2u) << "the long one was not to come";
+    peer.send(reply(got, 0, std::string(3000, 'x')));
+  }});
+  const auto object = reference_to({{server.port()}});
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(Call(object, 1, true, 3000).run(), "IMP_LIMIT 1");
+  EXPECT_EQ(call(object, 2), "COMM_FAILURE 2");
+  const std::string log = testing::internal::GetCapturedStderr();
+  for (const char* said : {"request op not sent: 3052 octets, over -ORBMaxMessage 2048",
+                           "length: 3012 octets, over -ORBMaxMessage 2048"})
+    EXPECT_NE(log.find(said), log.npos) << log;
 }
 
 // A thread's next call starts with the header of the last one where that is the same.

@@ -73,6 +73,22 @@ TEST(ObjectKey, IsTheExactInverseUpToItsLimits) {
   EXPECT_FALSE(write_object_key({std::string_view("a\0b", 3), "", ""}));
 }
 
+// A POA, or ZR_IMPLID, may have such a name, too.
+TEST_F(References, TheBrokersOwnObjectsAreToldByTheirData) {
+  const std::string served(16, 'd');
+  const struct {
+    const char* impl;
+    std::string data;
+    bool own;
+  } rows[] = {{"IDL:omg.org/PortableServer/POAManager:1.0", "12345678", true},
+              {"IDL:CORBA/InterfaceDef:1.0", "IDL:omg.org/PortableServer/POA:1.0", true},
+              {"IDL:omg.org/PortableServer/POAManager:1.0", served, false},
+              {"IDL:shop", served, false},
+              {"shop", "1234", false}};
+  for (const auto& row : rows)
+    EXPECT_EQ(create(row.data, "IDL:T:1.0", row.impl)->is_internal(), row.own) << row.impl;
+}
+
 TEST_F(References, LocalOnesCarryTheirPartsThroughEveryForm) {
   const std::string data("\0\1\2\xff", 4);
   const Handle made = create(data), by_key = Reference::from_key(made->key());

@@ -26,6 +26,14 @@ std::string who(Demo::Echo* echo) { return CORBA::String_var(echo->who()).in(); 
 
 }  // namespace
 
+TEST_P(Serving, APoaMayBeNamedLikeTheBrokersOwnObjects) {
+  TestServant servant;
+  const POA_var poa =
+      top->create_POA("IDL:org.omg/PortableServer/POA:1.0", nullptr, policies(root, USER_ID, PERSISTENT));
+  poa->activate_object_with_id(oid("x"), &servant);
+  EXPECT_EQ(outcome(seen(CORBA::Object_var(poa->id_to_reference(oid("x"))))), "done");
+}
+
 TEST_P(Serving, MissingPoasAreAskedOfTheAdapterActivator) {
   Adapter adapter;
   TestServant servant;

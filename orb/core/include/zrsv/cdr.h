@@ -35,6 +35,7 @@ typedef struct CDR {
   unsigned char* out_next;
   unsigned char* out_limit;
   const ZR_cdr_cuts* in_cuts; /* null as a rule; else in_base and in_end are those of the part at in_next */
+  unsigned char no_outcome; /* what is decoded forwards the call: how it ended is not known */
 } CDR;
 
 /* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true;
@@ -116,8 +117,8 @@ ZRSV_API unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner);
 ZRSV_API unsigned char OM_cdr_open_encapsulation(CDR* inner);
 ZRSV_API unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner);
 
-/* Fills `env` with MARSHAL for a failed primitive, or DATA_CONVERSION when it was `unconvertible`, with that
- * completion value. `cdr` may be null. */
+/* Fills `env` with MARSHAL for a failed primitive, or DATA_CONVERSION when it was `unconvertible`, with that completion
+ * value; "yes" becomes "maybe" where the stream holds a forward instead of the call's outcome. `cdr` may be null. */
 ZRSV_API void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env);
 
 #ifdef __cplusplus

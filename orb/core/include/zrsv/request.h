@@ -51,7 +51,8 @@ enum { ZR_REQUEST_IIOP = 2, ZR_REQUEST_IN_PROCESS = 3 };
 /* Each returns true on success. On false the reason is kept for the calling thread, for SetStdExReqLib. */
 /* A new request for `operation` (copied) on `object` (a handle that outlives the request). *kind says which
  * road to take: IN_PROCESS when the object is of this process and its interface has an operation table, else
- * IIOP. Null object: INV_OBJREF. */
+ * IIOP. Null object: INV_OBJREF. BAD_INV_ORDER once the ORB is destroyed, and in a child that was forked from a
+ * process whose ORB was in use. */
 ZRSV_API unsigned char OM_req_lib_initiator_request_create(void* object, const char* operation,
                                                            unsigned char response_expected, void** request,
                                                            uint32_t* kind);
@@ -60,7 +61,7 @@ ZRSV_API unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_met
 ZRSV_API void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request);
 /* Sends the request, opening or sharing a connection. A request to an end point of this very process is run
  * on the calling thread, through the same message road and without a socket. TRANSIENT: no connection;
- * COMM_FAILURE: it broke; TIMEOUT: -ORBTimeout. */
+ * COMM_FAILURE: it broke; TIMEOUT: -ORBTimeout; IMP_LIMIT: the request is over -ORBMaxMessage. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_send_request(void* request);
 /* Waits for the reply, at most until the time limit of the call. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_recv_reply(void* request);
@@ -76,8 +77,8 @@ ZRSV_API void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request);
  * forwards in a row without an answer between them it returns false with TRANSIENT. Takes over nothing. */
 enum { ZR_FORWARD_LIMIT = 10 };
 ZRSV_API unsigned char OM_req_lib_set_locate_object(void* object, void* forward);
-/* Fills `env` with the reason of this thread's last failure on the client side, with that completion value.
- */
+/* Fills `env` with the reason of this thread's last failure on the client side, with that completion value;
+ * TRANSIENT is always "no", as it is the core's word only for requests that nobody took. */
 ZRSV_API void SetStdExReqLib(uint32_t completed, CORBA_Environment* env);
 
 #ifdef __cplusplus

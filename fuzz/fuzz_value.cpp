@@ -34,6 +34,27 @@ void check_type(CDR cdr) {
   CORBA::TypeCode_var again;
   CDR own = stream(once, false);
   if (!cdr_CORBA_TypeCode(&own, again.inout()) || written_type(again.in()) != once) std::abort();
+  if (!type->equal(again.in()) || !type->equivalent(again.in())) std::abort();
+  const CORBA::TypeCode_var compact(type->get_compact_typecode());
+  written_type(compact.in());
+}
+
+/// Whatever it is, it is that or nothing.
+void extract(const CORBA::Any& any) {
+  const CORBA::WChar* wide = nullptr;
+  const char* text = nullptr;
+  CORBA::WChar character = 0;
+  CORBA::LongDouble number = 0;
+  CORBA::Fixed fixed;
+  const CORBA::TypeCode_var type(any.type());
+  if ((any >>= wide) + (any >>= text) + (any >>= CORBA::Any::to_wchar(character)) + (any >>= number) > 1)
+    std::abort();
+  if (type->kind() == CORBA::tk_fixed &&
+      (any >>= CORBA::Any::to_fixed(fixed, type->fixed_digits(), type->fixed_scale()))) {
+    const CORBA::String_var digits(fixed.to_string());
+    if (CORBA::Fixed(digits.in()) != fixed) std::abort();
+  }
+  any.value();
 }
 
 void check_any(CDR cdr) {
@@ -42,6 +63,7 @@ void check_any(CDR cdr) {
   CORBA::Any copy(any);
   const std::string once = written([&](CDR* to) { return cdr_CORBA_Any(to, &any); });
   if (written([&](CDR* to) { return cdr_CORBA_Any(to, &copy); }) != once) std::abort();
+  extract(any);
 }
 
 }  // namespace

@@ -102,19 +102,31 @@ uint32_t units_of(uint32_t scalar) {
   return scalar < 0x10000 ? 1 : 2;
 }
 
-/// The length word, and room for the units and a NUL.
-bool start_string(CDR* cdr, std::uint64_t units) {
+/// A text of version 1.2 that starts like a byte-order mark gets a mark in front.
+bool needs_mark(const CDR* cdr, uint32_t first) {
+  return cdr->minor_version == 2 && (first == byte_order_mark || first == swapped_mark);
+}
+
+/// The length word, a mark when needed, and room for the units and a NUL. `first`: the first unit, 0 if none.
+bool start_string(CDR* cdr, std::uint64_t units, uint32_t first) {
+  const bool mark = needs_mark(cdr, first);
+  units += mark;
   if (cdr->minor_version == 0 || units >= UINT32_MAX / unit_size) return false;
   const auto length = static_cast<uint32_t>(cdr->minor_version == 1 ? units + 1 : units * unit_size);
-  return write_value(cdr, length) && has_room(cdr, unit_size * (units + 1));
+  if (!write_value(cdr, length) || !has_room(cdr, unit_size * (units + 1))) return false;
+  if (mark) Units(cdr).put(byte_order_mark);
+  return true;
 }
 
 bool write_wchar(CDR* cdr, uint32_t scalar) {
   const uint32_t units = units_of(scalar);
   if (units == 0 || (units > 1 && cdr->minor_version == 1)) return unconvertible(cdr);
   if (cdr->minor_version == 1) return write_value(cdr, static_cast<uint16_t>(scalar));
-  if (!has_room(cdr, 1 + units * unit_size)) return false;
-  *cdr->out_next++ = static_cast<unsigned char>(units * unit_size);
+  const bool mark = needs_mark(cdr, scalar);
+  const std::size_t octets = unit_size * (units + mark);
+  if (!has_room(cdr, 1 + octets)) return false;
+  *cdr->out_next++ = static_cast<unsigned char>(octets);
+  if (mark) Units(cdr).put(byte_order_mark);
   Units(cdr).put_scalar(scalar);
   return true;
 }
@@ -165,7 +177,8 @@ unsigned char OM_cdr_read_wide(CDR* cdr, OM_wide* text) {
 }
 
 unsigned char OM_cdr_write_wide(CDR* cdr, const OM_wide* text) {
-  if (cdr->direction != CDR_ENCODE || !start_string(cdr, text->units)) return 0;
+  if (cdr->direction != CDR_ENCODE || !start_string(cdr, text->units, text->units != 0 ? unit(*text, 0) : 0))
+    return 0;
   Units to(cdr);
   for (uint32_t i = 0; i < text->units; ++i) to.put(unit(*text, i));
   if (cdr->minor_version == 1) to.put(0);
@@ -180,7 +193,7 @@ unsigned char OM_cdr_write_wstring(CDR* cdr, const wchar_t* text) {
     if (more == 0) return unconvertible(cdr);
     units += more;
   }
-  if (!start_string(cdr, units)) return 0;
+  if (!start_string(cdr, units, static_cast<uint32_t>(*text))) return 0;
   Units to(cdr);
   for (const wchar_t* at = text; *at; ++at) to.put_scalar(static_cast<uint32_t>(*at));
   if (cdr->minor_version == 1) to.put(0);

@@ -39,6 +39,9 @@ bool move_string(CDR* cdr, char*& text) { return cdr_CORBA_string_cpp(cdr, &text
 bool move_object(CDR* cdr, Object*& object) { return OM_cdr_object(cdr, object); }
 bool move_typecode(CDR* cdr, TypeCode*& type) { return cdr_CORBA_TypeCode(cdr, type); }
 
+bool move_wide_string(CDR* cdr, WChar*& text) { return cdr_CORBA_wstring_cpp(cdr, &text); }
+
+using WideStringOps = PointerOps<WChar, wstring_dup, wstring_free, move_wide_string>;
 using StringOps = PointerOps<char, string_dup, string_free, move_string>;
 using TypeCodeOps = PointerOps<TypeCode, duplicate, release, move_typecode>;
 using ObjectOps = PointerOps<Object, duplicate, release, move_object>;
@@ -110,8 +113,12 @@ const ValueOps* usual_ops(const TypeCode* type) {
       return &ValueOpsOf<Float>::ops;
     case tk_double:
       return &ValueOpsOf<Double>::ops;
+    case tk_longdouble:
+      return &ValueOpsOf<LongDouble>::ops;
     case tk_boolean:
       return &ValueOpsOf<Boolean>::ops;
+    case tk_wchar:
+      return &ValueOpsOf<WChar>::ops;
     case tk_char:
       return &ValueOpsOf<Char>::ops;
     case tk_octet:
@@ -124,12 +131,14 @@ const ValueOps* usual_ops(const TypeCode* type) {
       return &ReferenceOps::ops;
     case tk_string:
       return &StringOps::ops;
+    case tk_wstring:
+      return &WideStringOps::ops;
     default:
       return nullptr;
   }
 }
 
-/// The value of an Any of exactly that type, held in the usual way.
+/// The value of an Any of that type, held in the usual way.
 template <class P>
 bool usual_view(const Any& any, const TypeCode* type, P*& value) {
   void* found = nullptr;
@@ -152,7 +161,30 @@ void insert_usual(Any& any, TypeCode* type, std::unique_ptr<T> value) {
   value.release();
 }
 
-bool fits(const char* text, ULong bound) { return !text || bound == 0 || std::strlen(text) <= bound; }
+template <class C>
+void insert_text(Any& any, TCKind kind, const Any::from_text<C>& from) {
+  constexpr bool wide = std::same_as<C, WChar>;
+  if (from.value && from.bound != 0 && std::char_traits<C>::length(from.value) > from.bound)
+    throw BAD_PARAM();
+  const TypeCode_var type(make_text_typecode(kind, from.bound));
+  const ValueOps& ops = wide ? WideStringOps::ops : StringOps::ops;
+  void* text = from.nocopy ? const_cast<C*>(from.value) : static_cast<C*>(ops.copy(from.value));
+  try {
+    any.replace(type.in(), text, 1, &ops);
+  } catch (...) {
+    if (!from.nocopy) ops.destroy(text);
+    throw;
+  }
+}
+
+template <class C>
+Boolean extract_text(const Any& any, TCKind kind, const Any::to_text<C>& to) {
+  const TypeCode_var type(make_text_typecode(kind, to.bound));
+  C* found = nullptr;
+  if (!usual_view(any, type.in(), found)) return 0;
+  to.value = found;
+  return 1;
+}
 
 }  // namespace
 
@@ -194,6 +226,11 @@ void* Any::value() const {
   return ops && view(*ops, found) ? found : nullptr;
 }
 
+void Any::type(TypeCode* equivalent) {
+  if (!equivalent || !is_of(equivalent)) throw BAD_TYPECODE();
+  type_ = TypeCode::_duplicate(equivalent);
+}
+
 void Any::replace(TypeCode* type, void* value, unsigned char release, const ValueOps* ops) {
   if (!type) throw BAD_TYPECODE();
   const ValueOps* used = ops || !value ? ops : usual_ops(type);
@@ -207,7 +244,7 @@ void Any::replace(TypeCode* type, void* value, unsigned char release, const Valu
   *this = std::move(fresh);
 }
 
-bool Any::is_of(const TypeCode* wanted) const { return own_type()->equal(wanted); }
+bool Any::is_of(const TypeCode* wanted) const { return own_type()->equivalent(wanted); }
 
 bool Any::view(const ValueOps& ops, void*& value) const {
   if (held_.ops == &ops) {
@@ -269,15 +306,25 @@ void operator<<=(Any& any, Any::from_char from) {
   insert_usual(any, _tc_char, std::make_unique<Char>(from.value));
 }
 
-void operator<<=(Any& any, Any::from_string from) {
-  if (!fits(from.value, from.bound)) throw BAD_PARAM();
-  const TypeCode_var type(make_text_typecode(tk_string, from.bound));
-  String_var text(from.value);
-  any.replace(type.in(), text.inout(), 1, &StringOps::ops);
-  text._retn();
+void operator<<=(Any& any, Any::from_wchar from) {
+  insert_usual(any, _tc_wchar, std::make_unique<WChar>(from.value));
 }
 
-void operator<<=(Any& any, const char* text) { any <<= Any::from_string{text, 0}; }
+void operator<<=(Any& any, Any::from_fixed from) {
+  const TypeCode_var type(TypeCode::create_fixed_tc(from.digits, from.scale));
+  EncodedStream stream;
+  Fixed value = from.value;
+  if (!cdr_CORBA_Fixed(stream, value, from.digits, from.scale)) throw DATA_CONVERSION();
+  CDR octets = stream.reader();
+  any.replace(type.in(), nullptr, 0);
+  any.decode_value(&octets);
+}
+
+void operator<<=(Any& any, Any::from_string from) { insert_text(any, tk_string, from); }
+void operator<<=(Any& any, Any::from_wstring from) { insert_text(any, tk_wstring, from); }
+void operator<<=(Any& any, const char* text) { any <<= Any::from_string(text, 0); }
+void operator<<=(Any& any, const WChar* text) { any <<= Any::from_wstring(text, 0); }
+void operator<<=(Any& any, Any* value) { insert_usual(any, _tc_any, std::unique_ptr<Any>(value)); }
 void operator<<=(Any& any, const Any& value) { insert_usual(any, _tc_any, std::make_unique<Any>(value)); }
 void operator<<=(Any& any, TypeCode* type) {
   any.replace(_tc_TypeCode, TypeCode::_duplicate(type), 1, &TypeCodeOps::ops);
@@ -297,12 +344,16 @@ Boolean operator>>=(const Any& any, Any::to_boolean to) { return usual_copy(any,
 Boolean operator>>=(const Any& any, Any::to_octet to) { return usual_copy(any, _tc_octet, to.value); }
 Boolean operator>>=(const Any& any, Any::to_char to) { return usual_copy(any, _tc_char, to.value); }
 
-Boolean operator>>=(const Any& any, Any::to_string to) {
-  const TypeCode_var type(make_text_typecode(tk_string, to.bound));
-  char* found = nullptr;
-  if (!usual_view(any, type.in(), found)) return 0;
-  to.value = found;
-  return 1;
+Boolean operator>>=(const Any& any, Any::to_wchar to) { return usual_copy(any, _tc_wchar, to.value); }
+Boolean operator>>=(const Any& any, Any::to_string to) { return extract_text(any, tk_string, to); }
+Boolean operator>>=(const Any& any, Any::to_wstring to) { return extract_text(any, tk_wstring, to); }
+
+Boolean operator>>=(const Any& any, Any::to_fixed to) {
+  const TypeCode_var type(TypeCode::create_fixed_tc(to.digits, to.scale));
+  EncodedStream stream;
+  if (!any.is_of(type.in()) || !any.encode_value(stream)) return 0;
+  CDR octets = stream.reader();
+  return cdr_CORBA_Fixed(&octets, to.value, to.digits, to.scale);
 }
 
 Boolean operator>>=(const Any& any, Any::to_object to) {
@@ -313,6 +364,7 @@ Boolean operator>>=(const Any& any, Any::to_object to) {
   return 1;
 }
 
+Boolean operator>>=(const Any& any, const WChar*& text) { return any >>= Any::to_wstring(text, 0); }
 Boolean operator>>=(const Any& any, const char*& text) { return any >>= Any::to_string{text, 0}; }
 
 Boolean operator>>=(const Any& any, const Any*& value) {

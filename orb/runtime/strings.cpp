@@ -2,6 +2,7 @@
 #include <new>
 
 #include "corba/object.h"
+#include "corba/wire_values.h"
 
 namespace CORBA {
 
@@ -42,6 +43,25 @@ WChar* wstring_dup(const WChar* text) {
 void wstring_free(WChar* text) { delete[] text; }
 
 }  // namespace CORBA
+
+unsigned char cdr_CORBA_wstring_cpp(CDR* cdr, CORBA::WChar** text) {
+  if (cdr->direction == CDR_ENCODE) return OM_cdr_write_wstring(cdr, *text ? *text : L"");
+  const unsigned char* start = cdr->in_next;
+  OM_wide view{};
+  uint32_t length = 0;
+  if (!OM_cdr_read_wide(cdr, &view)) return 0;
+  cdr->unconvertible = !OM_wide_length(&view, &length);
+  CORBA::WChar* made = cdr->unconvertible || length > INT32_MAX
+                           ? nullptr
+                           : CORBA::wstring_alloc(static_cast<CORBA::Long>(length));
+  if (!made) {
+    cdr->in_next = start;
+    return 0;
+  }
+  OM_wide_copy(&view, made);
+  *text = made;
+  return 1;
+}
 
 unsigned char cdr_CORBA_string_cpp(CDR* cdr, char** text) {
   if (cdr->direction != CDR_ENCODE || *text) return OM_cdr_string(cdr, text);

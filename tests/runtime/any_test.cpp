@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "wire.h"
@@ -61,6 +62,8 @@ TEST(AnyTest, NumbersTravel) {
   expect_value<CORBA::Octet, Any::from_octet, Any::to_octet>(200);
   expect_value<CORBA::Boolean, Any::from_boolean, Any::to_boolean>(1);
   expect_value<CORBA::Char, Any::from_char, Any::to_char>('x');
+  expect_value<CORBA::WChar, Any::from_wchar, Any::to_wchar>(L'\x1F600');
+  expect_value(std::numeric_limits<CORBA::LongDouble>::denorm_min());
   Any octet;
   octet <<= Any::from_octet{1};
   EXPECT_THROW(CORBA::any_insert_value<CORBA::ULong>(octet, nullptr, new ULong), CORBA::BAD_TYPECODE);
@@ -86,6 +89,82 @@ TEST(AnyTest, StringsAnysAndTypeCodesTravel) {
   bounded <<= Any::from_string{"hello", 5};
   EXPECT_FALSE(bounded >>= found);
   EXPECT_TRUE(travelled(bounded) >>= (Any::to_string{found, 5}));
+}
+
+TEST(AnyTest, WideAndFixedValuesTravel) {
+  Any wide, bounded, fixed;
+  wide <<= L"wide \x1F600";
+  const CORBA::WChar* found = nullptr;
+  const Any arrived = travelled(wide);
+  ASSERT_TRUE(arrived >>= found);
+  EXPECT_EQ(std::wstring(found), L"wide \x1F600");
+  EXPECT_THROW((bounded <<= Any::from_wstring(L"hello", 4)), CORBA::BAD_PARAM);
+  bounded <<= Any::from_wstring(CORBA::wstring_alloc(0), 5, true);
+  EXPECT_TRUE(travelled(bounded) >>= Any::to_wstring(found, 5));
+  EXPECT_FALSE(bounded >>= Any::to_wstring(found, 4));
+
+  fixed <<= Any::from_fixed("-12.345", 4, 2);
+  CORBA::Fixed number;
+  EXPECT_TRUE((travelled(fixed) >>= Any::to_fixed(number, 4, 2)) && number == CORBA::Fixed("-12.34"));
+  EXPECT_FALSE(fixed >>= Any::to_fixed(number, 5, 2));
+  EXPECT_THROW((fixed <<= Any::from_fixed(100, 4, 2)), CORBA::DATA_CONVERSION);
+}
+
+TEST(AnyTest, TypesAreTheSameByAnyName) {
+  const TypeCode_var alias(TypeCode::create_alias_tc("IDL:Count:1.0", "Count", CORBA::_tc_long));
+  Any any;
+  any <<= CORBA::Long{5};
+  any.type(alias.in());
+  CORBA::Long found = 0;
+  EXPECT_TRUE((any >>= found) && found == 5);
+  EXPECT_STREQ(TypeCode_var(any.type())->name(), "Count");
+  EXPECT_THROW(any.type(CORBA::_tc_ulong), CORBA::BAD_TYPECODE);
+}
+
+// One value of every kind, in a type that no program was compiled with, from a peer of the other byte order.
+TEST(AnyWireTest, HandsOnWhatItDoesNotKnow) {
+  const TypeCode_var list(
+      TypeCode::create_sequence_tc(0, TypeCode_var(TypeCode::create_recursive_tc("I:U")).in()));
+  const CORBA::TypeCode::Member cases[] = {
+      {"w", &CORBA::_tc_wchar, 1}, {"more", list->at()}, {"f", &CORBA::_tc_float, -2}};
+  const TypeCode_var choice(TypeCode::create_named_tc(
+      CORBA::tk_union,
+      {.id = "I:U", .name = "U", .members = cases, .content = &CORBA::_tc_short, .default_index = 1}));
+  const TypeCode_var fixed(TypeCode::create_fixed_tc(3, 1)),
+      pair(TypeCode::create_array_tc(2, CORBA::_tc_short));
+  const TypeCode_var type(TypeCode::create_struct_tc("I:S", "S",
+                                                     {{"u", choice.in()},
+                                                      {"f", fixed.in()},
+                                                      {"w", CORBA::_tc_wstring},
+                                                      {"d", CORBA::_tc_longdouble},
+                                                      {"p", CORBA::_tc_Principal},
+                                                      {"a", pair.in()}}));
+  const auto value = [](bool little) {
+    const auto number = [little](std::string octets) {
+      octets = hex(octets.c_str());
+      if (little) std::reverse(octets.begin(), octets.end());
+      return octets;
+    };
+    return number("0007") + hex("0000") + number("00000003") +        // the default member: three more
+           number("0001") + hex("02 0041") + hex("00") +              // a wide character
+           number("FFFE") + number("40490FDB") +                      // a float
+           number("0005") + hex("0000") + number("00000000") +        // an empty list
+           hex("123D 0000") + number("00000004") + hex("0041D83D") +  // fixed; a wide string
+           number("3FFF0000000000000000000000000001") +               // a long double that is no x87's
+           number("00000001") + hex("55") + hex("00") + number("1234") + number("5678");
+  };
+  for (const bool little : {false, true}) {
+    Any any;
+    any.replace(type.in(), nullptr, 0);
+    Decoding in(value(little), little);
+    ASSERT_TRUE(any.decode_value(in));
+    const Any copy(any);
+    EXPECT_EQ(encoded([&](CDR* cdr) { return copy.encode_value(cdr); }), value(native_is_little));
+    expect_no_prefix(value(little), [&](const std::string& prefix) {
+      Decoding cut(prefix, little);
+      return any.decode_value(cut);
+    });
+  }
 }
 
 TEST(AnyTest, ReferencesTravel) {

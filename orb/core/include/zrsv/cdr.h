@@ -52,6 +52,8 @@ ZRSV_API unsigned char OM_cdr_long_long(CDR* cdr, int64_t* value);
 ZRSV_API unsigned char OM_cdr_unsigned_long_long(CDR* cdr, uint64_t* value);
 ZRSV_API unsigned char OM_cdr_float(CDR* cdr, float* value);
 ZRSV_API unsigned char OM_cdr_double(CDR* cdr, double* value);
+/* An IEEE number of 128 bits on the wire; where this machine's is shorter, decoding gives the nearest one. */
+ZRSV_API unsigned char OM_cdr_long_double(CDR* cdr, long double* value);
 
 /* `count` raw octets, not aligned. */
 ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "corba/fixed.h"
 #include "corba/operation.h"
 #include "corba/typecode.h"
 
@@ -28,33 +29,73 @@ class ZRSVCPP_API Any : public Allocated {
  public:
   // Values whose C++ types are not their own in the mapping: `any <<= Any::from_octet(1)`, `any >>=
   // Any::to_octet(value)`.
+  // The Any's own texts stay the Any's; a bound of 0 is none; `nocopy` takes the text over.
   struct from_boolean {
+    from_boolean(Boolean v) : value(v) {}
     Boolean value;
   };
   struct from_octet {
+    from_octet(Octet v) : value(v) {}
     Octet value;
   };
   struct from_char {
+    from_char(Char v) : value(v) {}
     Char value;
   };
-  struct from_string {  // bounded; copied
-    const char* value;
+  struct from_wchar {
+    from_wchar(WChar v) : value(v) {}
+    WChar value;
+  };
+  template <class C>
+  struct from_text {
+    from_text(const C* text, ULong the_bound) : value(text), bound(the_bound) {}
+    from_text(C* text, ULong the_bound, Boolean take_over = false)
+        : value(text), bound(the_bound), nocopy(take_over) {}
+    const C* value;
     ULong bound;
+    Boolean nocopy = false;
+  };
+  using from_string = from_text<char>;
+  using from_wstring = from_text<WChar>;
+  struct from_fixed {
+    from_fixed(const Fixed& v, UShort the_digits, Short the_scale)
+        : value(v), digits(the_digits), scale(the_scale) {}
+    const Fixed& value;
+    UShort digits;
+    Short scale;
   };
   struct to_boolean {
+    to_boolean(Boolean& v) : value(v) {}
     Boolean& value;
   };
   struct to_octet {
+    to_octet(Octet& v) : value(v) {}
     Octet& value;
   };
   struct to_char {
+    to_char(Char& v) : value(v) {}
     Char& value;
   };
-  struct to_string {  // bounded; the Any's own text
-    const char*& value;
+  struct to_wchar {
+    to_wchar(WChar& v) : value(v) {}
+    WChar& value;
+  };
+  template <class C>
+  struct to_text {
+    to_text(const C*& text, ULong the_bound) : value(text), bound(the_bound) {}
+    const C*& value;
     ULong bound;
   };
+  using to_string = to_text<char>;
+  using to_wstring = to_text<WChar>;
+  struct to_fixed {
+    to_fixed(Fixed& v, UShort the_digits, Short the_scale) : value(v), digits(the_digits), scale(the_scale) {}
+    Fixed& value;
+    UShort digits;
+    Short scale;
+  };
   struct to_object {  // a reference of any interface; a new one, that the caller releases
+    to_object(Object*& v) : value(v) {}
     Object*& value;
   };
 
@@ -68,6 +109,8 @@ class ZRSVCPP_API Any : public Allocated {
 
   /// A new TypeCode reference, never nil, that the caller releases.
   TypeCode* type() const;
+  /// Gives the value another name: an equivalent type, counted once more. BAD_TYPECODE for another one, and nil.
+  void type(TypeCode* equivalent);
   /// The value, which stays the Any's: what was given to replace, or the decoded value when it came from a
   /// wire and its type is a basic one, an enum, a string or a reference. Null when there is no value.
   void* value() const;
@@ -77,7 +120,7 @@ class ZRSVCPP_API Any : public Allocated {
   /// type and for a value of a type that needs `ops`.
   void replace(TypeCode* type, void* value, unsigned char release, const ValueOps* ops = nullptr);
 
-  /// True when the Any's type is equal to `wanted`.
+  /// True when the Any's type is equivalent to `wanted`: names and aliases do not matter.
   bool is_of(const TypeCode* wanted) const;
   /// The value as `ops` sees it, still the Any's: the value put in with these `ops`, else one decoded by them
   /// and kept. False when there is no value or it does not decode.
@@ -147,7 +190,7 @@ ZRSVCPP_API bool copy_value(const TypeCode* type, CDR* from, CDR* to);
 template <class T>
 concept AnyNumber = std::same_as<T, Short> || std::same_as<T, UShort> || std::same_as<T, Long> ||
     std::same_as<T, ULong> || std::same_as<T, LongLong> || std::same_as<T, ULongLong> ||
-    std::same_as<T, Float> || std::same_as<T, Double>;
+    std::same_as<T, Float> || std::same_as<T, Double> || std::same_as<T, LongDouble>;
 
 template <AnyNumber T>
 TypeCode* number_typecode() {
@@ -159,6 +202,7 @@ TypeCode* number_typecode() {
   if constexpr (std::same_as<T, ULongLong>) return _tc_ulonglong;
   if constexpr (std::same_as<T, Float>) return _tc_float;
   if constexpr (std::same_as<T, Double>) return _tc_double;
+  if constexpr (std::same_as<T, LongDouble>) return _tc_longdouble;
 }
 
 /// Values that are pointed to: T is copyable, has a default, and travels by Wire<T>.
@@ -270,9 +314,17 @@ Boolean operator>>=(const Any& any, T& value) {
 ZRSVCPP_API void operator<<=(Any& any, Any::from_boolean from);
 ZRSVCPP_API void operator<<=(Any& any, Any::from_octet from);
 ZRSVCPP_API void operator<<=(Any& any, Any::from_char from);
+ZRSVCPP_API void operator<<=(Any& any, Any::from_wchar from);
+/// BAD_PARAM for a text over the bound, which is not taken over.
 ZRSVCPP_API void operator<<=(Any& any, Any::from_string from);
+ZRSVCPP_API void operator<<=(Any& any, Any::from_wstring from);
+/// DATA_CONVERSION for a number with too many digits before its point; those behind are cut off.
+ZRSVCPP_API void operator<<=(Any& any, Any::from_fixed from);
 ZRSVCPP_API void operator<<=(Any& any, const char* text);
+ZRSVCPP_API void operator<<=(Any& any, const WChar* text);
 ZRSVCPP_API void operator<<=(Any& any, const Any& value);
+/// Takes over `value`.
+ZRSVCPP_API void operator<<=(Any& any, Any* value);
 ZRSVCPP_API void operator<<=(Any& any, TypeCode* type);
 ZRSVCPP_API void operator<<=(Any& any, Object* reference);
 ZRSVCPP_API void operator<<=(Any& any, const SystemException& exception);
@@ -280,9 +332,14 @@ ZRSVCPP_API void operator<<=(Any& any, const SystemException& exception);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_boolean to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_octet to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_char to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_wchar to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_string to);
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_wstring to);
+/// Of exactly those digits and that scale.
+ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_fixed to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_object to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, const char*& text);
+ZRSVCPP_API Boolean operator>>=(const Any& any, const WChar*& text);
 ZRSVCPP_API Boolean operator>>=(const Any& any, const Any*& value);
 ZRSVCPP_API Boolean operator>>=(const Any& any, TypeCode*& type);
 /// Any standard system exception.

@@ -1,0 +1,135 @@
+// CORBA::Fixed: decimal numbers of up to 31 digits (OMG IDL to C++, "Mapping for Fixed Types").
+#pragma once
+
+#include <compare>
+#include <concepts>
+#include <utility>
+
+#include "corba/wire_values.h"
+
+namespace CORBA {
+
+/// An exact decimal number: a whole number of at most 31 digits, `scale` of which stand behind the point. What is
+/// too large for 31 digits raises DATA_CONVERSION; digits behind the point that do not fit are cut off. A plain
+/// value: copies are independent.
+class ZRSVCPP_API Fixed {
+ public:
+  static constexpr UShort max_digits = 31;
+
+  Fixed() = default;
+  template <std::integral T>
+  Fixed(T value) {
+    negative_ = std::cmp_less(value, 0);
+    const auto bits = static_cast<ULongLong>(value);
+    set(negative_ ? ULongLong{0} - bits : bits);
+  }
+  /// The exact value of the binary number, cut off behind 31 digits.
+  Fixed(Double value) : Fixed(static_cast<LongDouble>(value)) {}
+  Fixed(LongDouble value);
+  /// "-12.50", with or without sign, point and a last 'd'. DATA_CONVERSION for other texts and null.
+  Fixed(const char* text);
+
+  /// Without the digits behind the point; DATA_CONVERSION when it does not fit.
+  operator LongLong() const;
+  /// The nearest one.
+  operator LongDouble() const;
+  /// "-12.50"; the caller frees it with string_free.
+  char* to_string() const;
+
+  /// With at most that many digits behind the point: half away from zero, or cut off.
+  Fixed round(UShort scale) const;
+  Fixed truncate(UShort scale) const;
+
+  Fixed plus(const Fixed& o) const { return sum(o, o.negative_); }
+  Fixed minus(const Fixed& o) const { return sum(o, !o.negative_); }
+  Fixed times(const Fixed& o) const;
+  /// As many digits as fit; zeros at the end are dropped. DATA_CONVERSION for a division by zero.
+  Fixed over(const Fixed& o) const;
+  /// 1.50 equals 1.5.
+  std::strong_ordering compare(const Fixed& o) const;
+
+  Fixed& operator+=(const Fixed& o) { return *this = plus(o); }
+  Fixed& operator-=(const Fixed& o) { return *this = minus(o); }
+  Fixed& operator*=(const Fixed& o) { return *this = times(o); }
+  Fixed& operator/=(const Fixed& o) { return *this = over(o); }
+  Fixed& operator++() { return *this += Fixed(1); }
+  Fixed& operator--() { return *this -= Fixed(1); }
+  Fixed operator++(int);
+  Fixed operator--(int);
+  Fixed operator+() const { return *this; }
+  Fixed operator-() const;
+  bool operator!() const { return high_ == 0 && low_ == 0; }
+
+  /// How many digits there are, and how many of them behind the point.
+  UShort fixed_digits() const;
+  UShort fixed_scale() const { return scale_; }
+  /// How many digits stand before the point; none of 0.5.
+  UShort whole_digits() const;
+
+ private:
+  friend struct FixedDigits;
+  void set(ULongLong magnitude);
+  Fixed sum(const Fixed& o, bool o_negative) const;
+
+  ULongLong high_ = 0, low_ = 0;  // high * 10^16 + low, without sign and point
+  Octet scale_ = 0;
+  bool negative_ = false;  // never of zero
+};
+
+/// What an operator takes beside a Fixed. Both sides are templates: else a number beside a Fixed could also mean that
+/// the Fixed is to become a number.
+template <class T>
+concept FixedOperand = std::derived_from<T, Fixed> || std::is_arithmetic_v<T>;
+template <class A, class B>
+concept FixedOperands = FixedOperand<A> && FixedOperand<B> &&
+    (std::derived_from<A, Fixed> || std::derived_from<B, Fixed>);
+
+template <class A, class B>
+requires FixedOperands<A, B> Fixed operator+(const A& a, const B& b) { return Fixed(a).plus(b); }
+template <class A, class B>
+requires FixedOperands<A, B> Fixed operator-(const A& a, const B& b) { return Fixed(a).minus(b); }
+template <class A, class B>
+requires FixedOperands<A, B> Fixed operator*(const A& a, const B& b) { return Fixed(a).times(b); }
+template <class A, class B>
+requires FixedOperands<A, B> Fixed operator/(const A& a, const B& b) { return Fixed(a).over(b); }
+template <class A, class B>
+requires FixedOperands<A, B>
+bool operator==(const A& a, const B& b) { return Fixed(a).compare(b) == 0; }
+template <class A, class B>
+requires FixedOperands<A, B> std::strong_ordering operator<=>(const A& a, const B& b) {
+  return Fixed(a).compare(b);
+}
+
+/// Packed decimal, by the stream's direction: digits / 2 + 1 octets, two digits each, the last half a sign (C or D).
+/// Encoding cuts off digits behind the scale; it fails, as does decoding what is no such number, where the stream
+/// becomes `unconvertible`.
+ZRSVCPP_API bool cdr_CORBA_Fixed(CDR* cdr, Fixed& value, UShort digits, Short scale);
+
+/// An IDL type fixed<Digits, Scale>: assigning cuts off digits behind the scale, and raises DATA_CONVERSION for
+/// what has too many before it.
+template <UShort Digits, Short Scale>
+class FixedType : public Fixed {
+ public:
+  FixedType() = default;
+  template <class T>
+  requires std::convertible_to<T, Fixed> FixedType(const T& value) : Fixed(checked(Fixed(value))) {}
+
+ private:
+  static Fixed checked(const Fixed& value) {
+    const Fixed cut = value.truncate(static_cast<UShort>(Scale));
+    if (cut.whole_digits() > Digits - Scale) throw DATA_CONVERSION();
+    return cut;
+  }
+};
+
+namespace idl {
+
+template <UShort Digits, Short Scale>
+struct Wire<FixedType<Digits, Scale>> {
+  static bool move(CDR* cdr, FixedType<Digits, Scale>& value) {
+    return cdr_CORBA_Fixed(cdr, value, Digits, Scale);
+  }
+};
+
+}  // namespace idl
+}  // namespace CORBA

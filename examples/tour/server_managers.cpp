@@ -3,6 +3,7 @@
 #include <memory>
 #include <string_view>
 
+#include "servants_of_requests.h"
 #include "server_adapters.h"
 
 namespace ps = PortableServer;
@@ -18,25 +19,16 @@ void Activator::etherealize(const ps::ObjectId&, ps::POA_ptr, ps::Servant servan
   servant->servant_delete();
 }
 
-namespace {
-
-/// The servant that a locator made for the request of this thread. No postinvoke follows a request that
-/// failed in the servant's invoke: its servant goes when the thread serves the next one.
-thread_local std::unique_ptr<EchoServant> for_this_request;
-
-}  // namespace
-
 ps::Servant Locator::preinvoke(const ps::ObjectId&, ps::POA_ptr, const char*, Cookie& cookie,
                                CORBA::Environment&) {
   asked.again();
   cookie = 0;
-  for_this_request = std::make_unique<EchoServant>(shared_);
-  return for_this_request.get();
+  return ServantsOfRequests::keep(std::make_unique<EchoServant>(shared_));
 }
 
 void Locator::postinvoke(const ps::ObjectId&, ps::POA_ptr, const char*, Cookie, ps::Servant,
                          CORBA::Environment&) {
-  for_this_request.reset();
+  ServantsOfRequests::drop_ended();
 }
 
 CORBA::Boolean LazyAdapter::unknown_adapter(ps::POA_ptr parent, const char* name, CORBA::Environment&) {

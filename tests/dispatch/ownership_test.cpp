@@ -5,6 +5,7 @@
 #include <array>
 
 #include "dispatch_fixture.h"
+#include "servants_of_requests.h"
 
 using namespace PortableServer;
 
@@ -189,6 +190,27 @@ TEST_F(Ownership, TheDefaultServantOfADestroyedPoaCanBeDeleted) {
   scene.poa->destroy(false, false);
   servant->servant_delete();
   tick(1);
+  EXPECT_EQ(alive, 0);
+}
+
+TEST_F(Ownership, ServantsMadeForOneRequestEachNestAndAreNotLost) {
+  scene.locator.on_preinvoke = [&](std::string call, auto&) {
+    std::unique_ptr<TestServant> servant(mortal());
+    if (call.starts_with("outer")) {
+      servant->work = [&] {
+        for (const char* operation : {"notes", "nope", "notes"}) outcome(scene.reference("inner"), operation);
+        EXPECT_EQ(alive, 1);  // this one
+      };
+    }
+    return ServantsOfRequests::keep(std::move(servant));
+  };
+  scene.locator.on_postinvoke = [](auto...) { ServantsOfRequests::drop_ended(); };
+  const CORBA::Object_var outer = scene.with_locator().reference("outer");
+  EXPECT_EQ(outcome(outer), "done");
+  EXPECT_EQ(alive, 0);
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(outcome(outer, "nope"), "BAD_OPERATION 0x4b510306 NO");
+  EXPECT_EQ(alive, 1);
+  EXPECT_EQ(outcome(outer), "done");
   EXPECT_EQ(alive, 0);
 }
 

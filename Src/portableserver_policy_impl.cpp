@@ -3,29 +3,27 @@
 
 // ---- PortableServer::ThreadPolicy and the others ----
 
-template <class Value, CORBA::PolicyType Type, CORBA::Text Name>
-PortableServer::PolicyOf<Value, Type, Name>* PortableServer::PolicyOf<Value, Type, Name>::_duplicate(
-    PolicyOf* p) {
+template <class Kind, class Value, CORBA::PolicyType Type, CORBA::Text Name>
+Kind* PortableServer::PolicyOf<Kind, Value, Type, Name>::_duplicate(Kind* p) {
   if (!p) return nullptr;
   CORBA::Policy_var copy = p->copy();
   if (!copy.in()) return nullptr;
-  auto* duplicate = static_cast<PolicyOf*>(copy->_cast(repository_id.value));
+  auto* duplicate = static_cast<Kind*>(copy->_cast(repository_id.value));
   if (duplicate) copy._retn();
   return duplicate;
 }
 
-template <class Value, CORBA::PolicyType Type, CORBA::Text Name>
-PortableServer::PolicyOf<Value, Type, Name>* PortableServer::PolicyOf<Value, Type, Name>::_narrow(
-    CORBA::Object* object) {
+template <class Kind, class Value, CORBA::PolicyType Type, CORBA::Text Name>
+Kind* PortableServer::PolicyOf<Kind, Value, Type, Name>::_narrow(CORBA::Object* object) {
   if (!object) return nullptr;
-  auto narrowed = std::make_unique<PortableServer_Policy_impl<PolicyOf>>();
+  auto narrowed = std::make_unique<PortableServer_Policy_impl<Kind>>();
   if (void* handle = object->get_ref()) {
     CORBA::Environment env;
     void* duplicate = server_CORBA_object_duplicate(handle, env._evp);
     if (!duplicate) return nullptr;
     narrowed->set_ref(duplicate);
     // A policy of this kind that the library made keeps its value.
-    constexpr const PolicyKind& kind = policy_kind<PolicyOf>;
+    constexpr const PolicyKind& kind = policy_kind<Kind>;
     PolicyTag tag = kind.standard;
     if (read_reference_data(object, &tag, sizeof tag) == DataRead::whole && kind.has(tag))
       narrowed->__value = static_cast<Value>(tag - kind.first);
@@ -65,9 +63,9 @@ void* PortableServer_Policy_impl<Kind>::_cast(const char* id) {
   return CORBA_Policy_impl::_cast(id);
 }
 
-#define POA_POLICY(Name)                                                                              \
-  template class PortableServer::PolicyOf<PortableServer::Name##Value, PortableServer::Name::type_id, \
-                                          #Name>;                                                     \
+#define POA_POLICY(Name)                                                                     \
+  template class PortableServer::PolicyOf<PortableServer::Name, PortableServer::Name##Value, \
+                                          PortableServer::Name::type_id, #Name>;             \
   template class PortableServer_Policy_impl<PortableServer::Name>;
 
 POA_POLICY(ThreadPolicy)

@@ -11,6 +11,14 @@
 // things are visible.
 #pragma GCC visibility push(default)
 
+/// A user exception without members, and its holder.
+#define POA_PLAIN_EXCEPTION(Name, id)                        \
+  class POA_API Name : public CORBA::UserExceptionOf<Name> { \
+   public:                                                   \
+    static constexpr const char* repository_id = id;         \
+  };                                                         \
+  POA_VAR_CLASS(Name##_var, CORBA::ExceptionVar<Name>)
+
 namespace PortableServer {
 
 class AdapterActivator;
@@ -18,20 +26,20 @@ class POA;
 class ServantManager;
 using AdapterActivator_ptr = AdapterActivator*;
 using POA_ptr = POA*;
-using POA_var = CORBA::ObjectVar<POA>;
+POA_VAR_CLASS(POA_var, CORBA::ObjectVar<POA>)
 using ServantManager_ptr = ServantManager*;
 
 class POA_API POAList : public CORBA::Sequence<POA_var> {
  public:
   using Sequence::Sequence;
 };
-using POAList_var = CORBA::SequenceVar<POAList>;
+POA_VAR_CLASS(POAList_var, CORBA::SequenceVar<POAList>)
 
 // ---- Policies ----
 
-/// A policy of one value: the seven kinds are instances. `Type` is its policy type id, `Name` its interface's
+/// A policy of one value; the seven kinds derive from it. `Type` is its policy type id, `Name` its interface's
 /// name.
-template <class Value, CORBA::PolicyType Type, CORBA::Text Name>
+template <class Kind, class Value, CORBA::PolicyType Type, CORBA::Text Name>
 class POA_API PolicyOf : public virtual CORBA::Policy {
  public:
   using value_type = Value;
@@ -39,40 +47,28 @@ class POA_API PolicyOf : public virtual CORBA::Policy {
   static constexpr CORBA::JoinedText repository_id{"IDL:omg.org/PortableServer/", Name.value, ":1.0"};
   static constexpr const char* interface_name = Name.value;
 
-  static PolicyOf* _nil() { return nullptr; }
+  static Kind* _nil() { return nullptr; }
   /// A copy made by the policy itself; nil for nil.
-  static PolicyOf* _duplicate(PolicyOf* p);
+  static Kind* _duplicate(Kind* p);
   /// Any non-nil reference narrows.
-  static PolicyOf* _narrow(CORBA::Object* object);
+  static Kind* _narrow(CORBA::Object* object);
 
   virtual Value value(CORBA_ENV) = 0;
 };
 
-using ThreadPolicy = PolicyOf<ThreadPolicyValue, THREAD_POLICY_ID, "ThreadPolicy">;
-using LifespanPolicy = PolicyOf<LifespanPolicyValue, LIFESPAN_POLICY_ID, "LifespanPolicy">;
-using IdUniquenessPolicy = PolicyOf<IdUniquenessPolicyValue, ID_UNIQUENESS_POLICY_ID, "IdUniquenessPolicy">;
-using IdAssignmentPolicy = PolicyOf<IdAssignmentPolicyValue, ID_ASSIGNMENT_POLICY_ID, "IdAssignmentPolicy">;
-using ImplicitActivationPolicy =
-    PolicyOf<ImplicitActivationPolicyValue, IMPLICIT_ACTIVATION_POLICY_ID, "ImplicitActivationPolicy">;
-using ServantRetentionPolicy =
-    PolicyOf<ServantRetentionPolicyValue, SERVANT_RETENTION_POLICY_ID, "ServantRetentionPolicy">;
-using RequestProcessingPolicy =
-    PolicyOf<RequestProcessingPolicyValue, REQUEST_PROCESSING_POLICY_ID, "RequestProcessingPolicy">;
+#define POA_POLICY_CLASS(Name, ID)                                       \
+  class POA_API Name : public PolicyOf<Name, Name##Value, ID, #Name> {}; \
+  using Name##_ptr = Name*;                                              \
+  POA_VAR_CLASS(Name##_var, CORBA::ObjectVar<Name>)
 
-using ThreadPolicy_ptr = ThreadPolicy*;
-using LifespanPolicy_ptr = LifespanPolicy*;
-using IdUniquenessPolicy_ptr = IdUniquenessPolicy*;
-using IdAssignmentPolicy_ptr = IdAssignmentPolicy*;
-using ImplicitActivationPolicy_ptr = ImplicitActivationPolicy*;
-using ServantRetentionPolicy_ptr = ServantRetentionPolicy*;
-using RequestProcessingPolicy_ptr = RequestProcessingPolicy*;
-using ThreadPolicy_var = CORBA::ObjectVar<ThreadPolicy>;
-using LifespanPolicy_var = CORBA::ObjectVar<LifespanPolicy>;
-using IdUniquenessPolicy_var = CORBA::ObjectVar<IdUniquenessPolicy>;
-using IdAssignmentPolicy_var = CORBA::ObjectVar<IdAssignmentPolicy>;
-using ImplicitActivationPolicy_var = CORBA::ObjectVar<ImplicitActivationPolicy>;
-using ServantRetentionPolicy_var = CORBA::ObjectVar<ServantRetentionPolicy>;
-using RequestProcessingPolicy_var = CORBA::ObjectVar<RequestProcessingPolicy>;
+POA_POLICY_CLASS(ThreadPolicy, THREAD_POLICY_ID)
+POA_POLICY_CLASS(LifespanPolicy, LIFESPAN_POLICY_ID)
+POA_POLICY_CLASS(IdUniquenessPolicy, ID_UNIQUENESS_POLICY_ID)
+POA_POLICY_CLASS(IdAssignmentPolicy, ID_ASSIGNMENT_POLICY_ID)
+POA_POLICY_CLASS(ImplicitActivationPolicy, IMPLICIT_ACTIVATION_POLICY_ID)
+POA_POLICY_CLASS(ServantRetentionPolicy, SERVANT_RETENTION_POLICY_ID)
+POA_POLICY_CLASS(RequestProcessingPolicy, REQUEST_PROCESSING_POLICY_ID)
+#undef POA_POLICY_CLASS
 
 // ---- POAManager ----
 
@@ -80,9 +76,7 @@ using RequestProcessingPolicy_var = CORBA::ObjectVar<RequestProcessingPolicy>;
 class POA_API POAManager : public virtual CORBA::Object {
  public:
   enum State : CORBA::ULong { HOLDING = 0, ACTIVE = 1, DISCARDING = 2, INACTIVE = 3 };
-  using AdapterInactive =
-      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0">;
-  using AdapterInactive_var = CORBA::ExceptionVar<AdapterInactive>;
+  POA_PLAIN_EXCEPTION(AdapterInactive, "IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0")
 
   static POAManager* _nil() { return nullptr; }
   static POAManager* _duplicate(POAManager* p);
@@ -97,7 +91,7 @@ class POA_API POAManager : public virtual CORBA::Object {
   virtual State get_state(CORBA_ENV) = 0;
 };
 using POAManager_ptr = POAManager*;
-using POAManager_var = CORBA::ObjectVar<POAManager>;
+POA_VAR_CLASS(POAManager_var, CORBA::ObjectVar<POAManager>)
 
 // ---- POA ----
 
@@ -105,19 +99,15 @@ using POAManager_var = CORBA::ObjectVar<POAManager>;
 /// (0x4B510007) once the POA was destroyed; the exceptions named at an operation come beside that.
 class POA_API POA : public virtual CORBA::Object {
  public:
-  using AdapterAlreadyExists =
-      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/AdapterAlreadyExists:1.0">;
-  using AdapterNonExistent =
-      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/AdapterNonExistent:1.0">;
-  using NoServant = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/NoServant:1.0">;
-  using ObjectAlreadyActive =
-      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ObjectAlreadyActive:1.0">;
-  using ObjectNotActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ObjectNotActive:1.0">;
-  using ServantAlreadyActive =
-      CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ServantAlreadyActive:1.0">;
-  using ServantNotActive = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/ServantNotActive:1.0">;
-  using WrongAdapter = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/WrongAdapter:1.0">;
-  using WrongPolicy = CORBA::PlainUserException<"IDL:omg.org/PortableServer/POA/WrongPolicy:1.0">;
+  POA_PLAIN_EXCEPTION(AdapterAlreadyExists, "IDL:omg.org/PortableServer/POA/AdapterAlreadyExists:1.0")
+  POA_PLAIN_EXCEPTION(AdapterNonExistent, "IDL:omg.org/PortableServer/POA/AdapterNonExistent:1.0")
+  POA_PLAIN_EXCEPTION(NoServant, "IDL:omg.org/PortableServer/POA/NoServant:1.0")
+  POA_PLAIN_EXCEPTION(ObjectAlreadyActive, "IDL:omg.org/PortableServer/POA/ObjectAlreadyActive:1.0")
+  POA_PLAIN_EXCEPTION(ObjectNotActive, "IDL:omg.org/PortableServer/POA/ObjectNotActive:1.0")
+  POA_PLAIN_EXCEPTION(ServantAlreadyActive, "IDL:omg.org/PortableServer/POA/ServantAlreadyActive:1.0")
+  POA_PLAIN_EXCEPTION(ServantNotActive, "IDL:omg.org/PortableServer/POA/ServantNotActive:1.0")
+  POA_PLAIN_EXCEPTION(WrongAdapter, "IDL:omg.org/PortableServer/POA/WrongAdapter:1.0")
+  POA_PLAIN_EXCEPTION(WrongPolicy, "IDL:omg.org/PortableServer/POA/WrongPolicy:1.0")
   /// The policy list breaks a rule; `index` is the element that completed the rejected combination.
   class POA_API InvalidPolicy : public CORBA::UserExceptionOf<InvalidPolicy> {
    public:
@@ -127,16 +117,7 @@ class POA_API POA : public virtual CORBA::Object {
 
     CORBA::ExceptionMember<CORBA::UShort> index;
   };
-  using AdapterAlreadyExists_var = CORBA::ExceptionVar<AdapterAlreadyExists>;
-  using AdapterNonExistent_var = CORBA::ExceptionVar<AdapterNonExistent>;
-  using InvalidPolicy_var = CORBA::ExceptionVar<InvalidPolicy>;
-  using NoServant_var = CORBA::ExceptionVar<NoServant>;
-  using ObjectAlreadyActive_var = CORBA::ExceptionVar<ObjectAlreadyActive>;
-  using ObjectNotActive_var = CORBA::ExceptionVar<ObjectNotActive>;
-  using ServantAlreadyActive_var = CORBA::ExceptionVar<ServantAlreadyActive>;
-  using ServantNotActive_var = CORBA::ExceptionVar<ServantNotActive>;
-  using WrongAdapter_var = CORBA::ExceptionVar<WrongAdapter>;
-  using WrongPolicy_var = CORBA::ExceptionVar<WrongPolicy>;
+  POA_VAR_CLASS(InvalidPolicy_var, CORBA::ExceptionVar<InvalidPolicy>)
 
   static POA* _nil() { return nullptr; }
   static POA* _duplicate(POA* p);
@@ -227,7 +208,7 @@ class POA_API AdapterActivator : public virtual CORBA::Object {
     return unknown_adapter(parent, static_cast<const char*>(name), env);
   }
 };
-using AdapterActivator_var = CORBA::ObjectVar<AdapterActivator>;
+POA_VAR_CLASS(AdapterActivator_var, CORBA::ObjectVar<AdapterActivator>)
 
 /// A servant manager is an activator (RETAIN) or a locator (NON_RETAIN); programs derive from those two.
 class POA_API ServantManager : public virtual CORBA::Object {
@@ -244,7 +225,7 @@ class POA_API ServantManager : public virtual CORBA::Object {
  protected:
   CORBA::Boolean _is_activator = 1;
 };
-using ServantManager_var = CORBA::ObjectVar<ServantManager>;
+POA_VAR_CLASS(ServantManager_var, CORBA::ObjectVar<ServantManager>)
 
 class POA_API ServantActivator : public virtual ServantManager {
  public:
@@ -265,7 +246,7 @@ class POA_API ServantActivator : public virtual ServantManager {
                            CORBA_ENV) = 0;
 };
 using ServantActivator_ptr = ServantActivator*;
-using ServantActivator_var = CORBA::ObjectVar<ServantActivator>;
+POA_VAR_CLASS(ServantActivator_var, CORBA::ObjectVar<ServantActivator>)
 
 class POA_API ServantLocator : public virtual ServantManager {
  public:
@@ -294,13 +275,12 @@ class POA_API ServantLocator : public virtual ServantManager {
   }
 };
 using ServantLocator_ptr = ServantLocator*;
-using ServantLocator_var = CORBA::ObjectVar<ServantLocator>;
+POA_VAR_CLASS(ServantLocator_var, CORBA::ObjectVar<ServantLocator>)
 
 /// On whose behalf the calling thread runs.
 class POA_API Current : public virtual CORBA::Current {
  public:
-  using NoContext = CORBA::PlainUserException<"IDL:omg.org/PortableServer/Current/NoContext:1.0">;
-  using NoContext_var = CORBA::ExceptionVar<NoContext>;
+  POA_PLAIN_EXCEPTION(NoContext, "IDL:omg.org/PortableServer/Current/NoContext:1.0")
 
   static Current* _nil() { return nullptr; }
   static Current* _duplicate(Current* p);
@@ -310,8 +290,10 @@ class POA_API Current : public virtual CORBA::Current {
   virtual ObjectId* get_object_id(CORBA_ENV) = 0;
 };
 using Current_ptr = Current*;
-using Current_var = CORBA::ObjectVar<Current>;
+POA_VAR_CLASS(Current_var, CORBA::ObjectVar<Current>)
 
 }  // namespace PortableServer
 
 #pragma GCC visibility pop
+
+#undef POA_PLAIN_EXCEPTION

@@ -8,6 +8,16 @@
 
 #define POA_API __attribute__((visibility("default")))
 
+/// A class of its own for an instance of a `_var` template: it can be declared ahead and befriended.
+#define POA_VAR_CLASS(Name, ...)    \
+  class Name : public __VA_ARGS__ { \
+    using Holder = __VA_ARGS__;     \
+                                    \
+   public:                          \
+    using Holder::Holder;           \
+    using Holder::operator=;        \
+  };
+
 namespace PortableServer {
 
 class ServantBase;
@@ -38,7 +48,7 @@ class ObjectId : public CORBA::OctetSeq {
     return i < 0 || static_cast<std::uint64_t>(i) > past ? past : static_cast<CORBA::ULong>(i);
   }
 };
-using ObjectId_var = CORBA::SequenceVar<ObjectId>;
+POA_VAR_CLASS(ObjectId_var, CORBA::SequenceVar<ObjectId>)
 
 enum POA_API ThreadPolicyValue : CORBA::ULong { ORB_CTRL_MODEL = 0, SINGLE_THREAD_MODEL = 1 };
 enum POA_API LifespanPolicyValue : CORBA::ULong { TRANSIENT = 0, PERSISTENT = 1 };
@@ -98,6 +108,6 @@ class POA_API ForwardRequest : public CORBA::UserExceptionOf<ForwardRequest> {
   };
   Target forward_reference;
 };
-using ForwardRequest_var = CORBA::ExceptionVar<ForwardRequest>;
+POA_VAR_CLASS(ForwardRequest_var, CORBA::ExceptionVar<ForwardRequest>)
 
 }  // namespace PortableServer

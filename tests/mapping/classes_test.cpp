@@ -1,3 +1,12 @@
+// A program may declare the module's classes ahead, and make them its friends.
+namespace PortableServer {
+class ThreadPolicy;
+class POA_var;
+class ObjectId_var;
+class POAList_var;
+class ServantActivator_var;
+}  // namespace PortableServer
+
 #include <gtest/gtest.h>
 
 #include "orb_fixture.h"
@@ -61,6 +70,12 @@ TEST(ForwardRequest, OwnsItsReference) {
   source.forward_reference(nullptr);
   EXPECT_EQ(source.forward_reference(), nullptr);
 }
+
+class Befriending {
+  friend class PortableServer::POA_var;
+  friend class PortableServer::ThreadPolicy;
+  friend class PortableServer::POA::WrongPolicy;
+};
 
 static_assert(std::is_abstract_v<ServantManager> && !std::is_abstract_v<PortableServer_ServantManager_impl>);
 

@@ -94,19 +94,35 @@ void ActiveObjectMap::Client::trace() const {
 
 // ---- Blocks -------------------------------------------------------------------------------------
 
-ActiveObjectMap::ActiveObjectMap() : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr) {
+namespace {
+ActiveObjectMap* last_block = nullptr;  // of the list that starts at _root_aom; guarded by the POA semaphore
+}  // namespace
+
+ActiveObjectMap::ActiveObjectMap() : ActiveObjectMap(own_chain) { chain.blocks.push_back(this); }
+
+ActiveObjectMap::ActiveObjectMap(Chain& of)
+    : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), chain(of) {
   static std::uint64_t last_number = 0;  // guarded by the POA semaphore
   PoaSemaphoreGuard guard(__LINE__);
   number = ++last_number;
-  ActiveObjectMap** tail = &_root_aom;
-  for (; *tail; tail = &(*tail)->_next_aom) _pre_aom = *tail;
-  *tail = this;
+  _pre_aom = last_block;
+  (last_block ? last_block->_next_aom : _root_aom) = this;
+  last_block = this;
+}
+
+ActiveObjectMap* ActiveObjectMap::add_block() {
+  chain.blocks.reserve(chain.blocks.size() + 1);
+  auto* block = new ActiveObjectMap(chain);
+  block->index = static_cast<Position>(chain.blocks.size());
+  chain.blocks.back()->next = block;
+  chain.blocks.push_back(block);
+  return block;
 }
 
 ActiveObjectMap::~ActiveObjectMap() {
   PoaSemaphoreGuard guard(__LINE__);
   (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
-  if (_next_aom) _next_aom->_pre_aom = _pre_aom;
+  (_next_aom ? _next_aom->_pre_aom : last_block) = _pre_aom;
   for (_ActiveObjectEntry& entry : entries) {
     if (entry.oid && !entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
     delete entry.oid;
@@ -122,6 +138,7 @@ struct ActiveObjectMap::ById {
   explicit ById(std::string_view id) : oid(id), key(key_of(id)) {}
   explicit ById(const ObjectId& id) : ById(oid_view(id)) {}
   static const Keys& keys(const ActiveObjectMap& block) { return block.oid_keys; }
+  static SlotIndex& index(Chain& chain) { return chain.ids; }
   bool is(const _ActiveObjectEntry& entry) const { return oid_view(*entry.oid) == oid; }
   static Key key_of(std::string_view oid);
 
@@ -133,6 +150,7 @@ struct ActiveObjectMap::ById {
 struct ActiveObjectMap::ByServant {
   explicit ByServant(const ServantBase* s) : servant(s), key(key_of(s)) {}
   static const Keys& keys(const ActiveObjectMap& block) { return block.servant_keys; }
+  static SlotIndex& index(Chain& chain) { return chain.servants; }
   bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant; }
   static Key key_of(const ServantBase* servant) {
     return static_cast<Key>(reinterpret_cast<std::uintptr_t>(servant) / alignof(ServantBase));
@@ -174,11 +192,52 @@ _ActiveObjectEntry* ActiveObjectMap::find_here(const Wanted& wanted, Match&& mat
   return nullptr;
 }
 
+// ---- The index ----------------------------------------------------------------------------------
+
+template <class Wanted>
+ActiveObjectMap::Position ActiveObjectMap::first_of(const Wanted& wanted) const {
+  return Wanted::index(chain).find(wanted.key, [&](Position p) { return wanted.is(chain.entry(p)); });
+}
+
+template <class Wanted, class Match>
+_ActiveObjectEntry* ActiveObjectMap::scan(std::size_t from, const Wanted& wanted, Match&& match) const {
+  for (; from < chain.blocks.size(); ++from)
+    if (_ActiveObjectEntry* entry = chain.blocks[from]->find_here(wanted, match)) return entry;
+  return nullptr;
+}
+
+template <class Wanted>
+void ActiveObjectMap::enter_index(const Wanted& wanted, Position p) {
+  SlotIndex& places = Wanted::index(chain);
+  const Position first = first_of(wanted);
+  if (first == SlotIndex::NONE) return places.insert(wanted.key, p);
+  ++places.further;
+  if (p < first) places.move(wanted.key, first, p);
+}
+
+/// The entry is still there.
+template <class Wanted>
+void ActiveObjectMap::leave_index(const Wanted& wanted, Position p) {
+  SlotIndex& places = Wanted::index(chain);
+  if (first_of(wanted) != p) return void(--places.further);
+  const ActiveObjectMap* block = nullptr;
+  const _ActiveObjectEntry* following = nullptr;
+  for (std::size_t at = index; places.further != 0 && !following && at < chain.blocks.size(); ++at) {
+    block = chain.blocks[at];
+    following = chain.blocks[at]->find_here(wanted, [&](const auto& e) { return block->position_of(e) > p; });
+  }
+  if (!following) return places.erase(wanted.key, p);
+  --places.further;
+  places.move(wanted.key, p, block->position_of(*following));
+}
+
 template <class Wanted, class Match>
 _ActiveObjectEntry* ActiveObjectMap::find(const Wanted& wanted, Match&& match) {
-  for (ActiveObjectMap* block = this; block; block = block->next)
-    if (_ActiveObjectEntry* entry = block->find_here(wanted, match)) return entry;
-  return nullptr;
+  const Position first = first_of(wanted);
+  if (first == SlotIndex::NONE) return nullptr;
+  _ActiveObjectEntry& entry = chain.entry(first);
+  if (match(entry)) return &entry;
+  return Wanted::index(chain).further == 0 ? nullptr : scan(first / SLOTS, wanted, match);
 }
 
 int ActiveObjectMap::fill_free_slot(ObjectId* oid, ServantBase* p_servant, const Client& client) {
@@ -195,12 +254,18 @@ int ActiveObjectMap::fill_free_slot(ObjectId* oid, ServantBase* p_servant, const
   entries[slot].deactivated = 0;
   client.store(entries[slot]);
   ++used;
+  const Position p = position_of(entries[slot]);
+  enter_index(ById(*oid), p);
+  enter_index(ByServant(p_servant), p);
   ++ServantAccess::active_entries(*p_servant);
   return slot;
 }
 
 void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
   if (!entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+  leave_index(ById(*entry.oid), position_of(entry));
+  leave_index(ByServant(entry.p_servant), position_of(entry));
+  chain.room = std::min<std::size_t>(chain.room, index);
   delete std::exchange(entry.oid, nullptr);
   entry.p_servant = nullptr;
   entry.etherealized = 0;
@@ -212,23 +277,34 @@ void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
 
 // ---- Inserting and finding ----------------------------------------------------------------------
 
+bool ActiveObjectMap::find_room() {
+  try {
+    chain.ids.reserve_one();
+    chain.servants.reserve_one();
+    while (chain.room < chain.blocks.size() && chain.blocks[chain.room]->used == SLOTS) ++chain.room;
+    if (chain.room < chain.blocks.size()) return true;
+    add_block();
+    return false;
+  } catch (const std::bad_alloc&) {
+    throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+  }
+}
+
 ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
   std::unique_ptr<ObjectId> own(oid);
   PoaSemaphoreGuard guard(__LINE__);
   const Client client = Client::current();
-  ActiveObjectMap* block = this;
-  while (block->used == SLOTS && block->next) block = block->next;
-  if (block->used < SLOTS) {
+  const bool found = find_room();
+  ActiveObjectMap* const block = chain.blocks[chain.room];
+  if (found) {
     const int slot = block->fill_free_slot(own.release(), p_servant, client);
     POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this), trace_address(oid),
               trace_address(p_servant));
     POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[%d]]", slot);
     return this;
   }
-  block->next = new (std::nothrow) ActiveObjectMap;
-  if (!block->next) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
-  block->next->fill_free_slot(own.release(), p_servant, client);
+  block->fill_free_slot(own.release(), p_servant, client);
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
   return this;
 }
@@ -291,10 +367,15 @@ template <class Wanted, class Match>
 void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& match) {
   POA_TRACE("ActiveObjectMap::removeById called...");
   PoaSemaphoreGuard guard(__LINE__);
-  for (ActiveObjectMap* block = this; block; block = block->next) {
-    _ActiveObjectEntry* entry = block->find_here(wanted, match);
+  const bool all_blocks = Wanted::index(chain).further != 0;
+  const Position first = first_of(wanted);
+  const std::size_t begin = first == SlotIndex::NONE ? chain.blocks.size() : first / SLOTS;
+  const std::size_t end = all_blocks ? chain.blocks.size() : std::min(begin + 1, chain.blocks.size());
+  for (std::size_t at = begin; at < end; ++at) {
+    _ActiveObjectEntry* entry =
+        all_blocks || match(chain.entry(first)) ? chain.blocks[at]->find_here(wanted, match) : nullptr;
     if (!entry) continue;
-    block->vacate(*entry);
+    chain.blocks[at]->vacate(*entry);
     POA_TRACE("  data is removed.");
   }
   POA_TRACE("ActiveObjectMap::removeByOid end...");
@@ -312,11 +393,16 @@ void ActiveObjectMap::removeInserted(const ObjectId* own_oid, const ServantBase*
 
 template <class Work>
 void ActiveObjectMap::each_of_servant(ServantBase& servant, Work&& work) {
-  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom)
-    block->find_here(ByServant(&servant), [&](_ActiveObjectEntry& entry) {
+  const ByServant wanted(&servant);
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
+    const Position first = block->first_of(wanted);
+    const bool may_have_one = first / SLOTS == block->index || block->chain.servants.further != 0;
+    if (first == SlotIndex::NONE || !may_have_one) continue;
+    block->find_here(wanted, [&](_ActiveObjectEntry& entry) {
       work(*block, entry);
       return false;  // on to the next one
     });
+  }
 }
 
 void ActiveObjectMap::forget_servant(ServantBase* servant) {

@@ -1,5 +1,5 @@
-// The active object map of a POA (blocks of 1024 slots, searched linearly), and the lists that servants are
-// kept in.
+// The active object map of a POA (blocks of 1024 slots in order, and an index beside them), and the lists that
+// servants are kept in.
 #pragma once
 
 #include <memory>
@@ -10,6 +10,7 @@
 #include "poa.h"
 #include "referencedata.h"
 #include "servants.h"
+#include "slotindex.h"
 
 class POAInfo;
 
@@ -27,7 +28,8 @@ struct _ActiveObjectEntry {
 /// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is
 /// also in the list that starts at _root_aom. All operations take the POA semaphore and are called on a map's
 /// first block. Entries change through them only: beside each slot stand two keys, of its id and of its
-/// servant, which a search reads instead of the entries.
+/// servant, which a search reads instead of the entries; and the map's first block has an index that knows
+/// where each id and each servant stands first. What is found by it is what a search from front to back finds.
 class ActiveObjectMap {
  public:
   static constexpr int SLOTS = 1024;
@@ -97,6 +99,20 @@ class ActiveObjectMap {
   ActiveObjectMap* next;  // next block of the same map
 
  private:
+  using Position = SlotIndex::Position;  // block * SLOTS + slot, counted from the map's first
+  /// Of a whole map.
+  struct Chain {
+    std::vector<ActiveObjectMap*> blocks;
+    std::size_t room = 0;  // no block before this one has a free slot
+    SlotIndex ids, servants;
+
+    _ActiveObjectEntry& entry(Position p) const { return blocks[p / SLOTS]->entries[p % SLOTS]; }
+  };
+  explicit ActiveObjectMap(Chain& of);
+  ActiveObjectMap* add_block();
+  /// Makes chain.room the first block with a free slot; false when that is a new one. NO_MEMORY.
+  bool find_room();
+
   struct Cursor;
   struct Client;
   using Key = std::uint32_t;  // equal for equal ids, and for equal servants; else hardly ever
@@ -122,7 +138,22 @@ class ActiveObjectMap {
   int fill_free_slot(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant,
                      const Client& client);
   void vacate(_ActiveObjectEntry& entry);
+  Position position_of(const _ActiveObjectEntry& entry) const {
+    return index * SLOTS + static_cast<Position>(&entry - entries);
+  }
+  template <class Wanted>
+  void enter_index(const Wanted& wanted, Position p);
+  template <class Wanted>
+  void leave_index(const Wanted& wanted, Position p);
+  template <class Wanted>
+  Position first_of(const Wanted& wanted) const;
+  /// The first entry that is `wanted` and matches in the blocks from `from` on.
+  template <class Wanted, class Match>
+  _ActiveObjectEntry* scan(std::size_t from, const Wanted& wanted, Match&& match) const;
 
+  Chain own_chain;                          // in use in a map's first block
+  Chain& chain;                             // the map's
+  Position index = 0;                       // of this block in the map
   int groups = 0;                           // words of `taken` that were ever in use
   int used = 0;                             // slots taken in this block
   std::uint64_t taken[SLOTS / GROUP] = {};  // a bit a slot

@@ -56,15 +56,35 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
     const ObjectId* oid = map.findOidByServant(&s);
     ASSERT_EQ(oid ? oid_view(*oid) : "none", by_servant == model.end() ? "none" : by_servant->first);
     if (step % 1500 > 1300) {
-      map.removeById(oid_of(id));
+      const bool of_one_servant = step % 3 == 0;
+      of_one_servant ? map.removeById(oid_of(id), &s) : map.removeById(oid_of(id));
+      const auto removed = [&](const Slot& slot) {
+        return same_id(slot) && (!of_one_servant || slot.second == &s);
+      };
       for (auto block = model.begin(); block != model.end(); block += slots)
-        if (const auto at = first(block, same_id); at < block + slots) at->second = nullptr;
+        if (const auto at = first(block, removed); at < block + slots) at->second = nullptr;
     } else if (const auto free = std::find_if(model.begin(), model.end(), is_free); free != model.end()) {
       insert(id, s);
       *free = {id, &s};
     }
   }
   ASSERT_NE(map.next->next, nullptr);
+  std::size_t position = 0;
+  for (const ActiveObjectMap* block = &map; block; block = block->next)
+    for (const _ActiveObjectEntry& entry : block->entries)
+      ASSERT_EQ(entry.p_servant, model[position++].second);
+  for (ServantBase* each : servants) {  // what is left is found until the last one goes
+    ActiveObjectMap::forget_servant(each);
+    EXPECT_EQ(map.findOidByServant(each), nullptr);
+    for (Slot& slot : model)
+      if (slot.second == each) slot.second = nullptr;
+    for (const Slot& slot : model) {
+      if (!slot.second) continue;
+      const auto by_id =
+          first(model.begin(), [&](const Slot& each_slot) { return each_slot.first == slot.first; });
+      ASSERT_EQ(find(slot.first), by_id->second);
+    }
+  }
 }
 
 TEST_F(ActiveMap, ServantsOfAClient) {

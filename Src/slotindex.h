@@ -1,0 +1,78 @@
+// Where a value stands first in an active object map.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+/// A hash table from 32-bit keys to positions: open addressing, linear probing. It holds one position for each
+/// value, the lowest; how many entries stand behind the first of their value is counted beside it. Takes no lock.
+class SlotIndex {
+ public:
+  using Key = std::uint32_t;
+  using Position = std::uint32_t;
+  static constexpr Position NONE = ~Position{0};
+
+  /// The position under that key for which `is` answers true, or NONE.
+  template <class Is>
+  Position find(Key key, Is&& is) const {
+    if (cells_.empty()) return NONE;
+    for (std::size_t at = home(key); cells_[at].position != NONE; at = after(at))
+      if (cells_[at].key == key && is(cells_[at].position)) return cells_[at].position;
+    return NONE;
+  }
+  /// Makes room for one more; std::bad_alloc, and nothing changed, without memory.
+  void reserve_one() {
+    if ((used_ + 1) * 4 > cells_.size() * 3) grow();
+  }
+  /// After reserve_one.
+  void insert(Key key, Position position) {
+    std::size_t at = home(key);
+    while (cells_[at].position != NONE) at = after(at);
+    cells_[at] = {key, position};
+    ++used_;
+  }
+  void move(Key key, Position from, Position to) { cells_[cell_of(key, from)].position = to; }
+  void erase(Key key, Position position) {
+    std::size_t hole = cell_of(key, position);
+    for (std::size_t at = after(hole); cells_[at].position != NONE; at = after(at)) {
+      // What probing would not find any more moves into the hole.
+      if (distance(home(cells_[at].key), at) < distance(hole, at)) continue;
+      cells_[hole] = cells_[at];
+      hole = at;
+    }
+    cells_[hole].position = NONE;
+    --used_;
+  }
+
+  std::size_t further = 0;  // entries that are not the first of their value
+
+ private:
+  struct Cell {
+    Key key = 0;
+    Position position = NONE;
+  };
+
+  std::size_t home(Key key) const { return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15u) >> shift_); }
+  std::size_t after(std::size_t at) const { return (at + 1) & (cells_.size() - 1); }
+  std::size_t distance(std::size_t from, std::size_t to) const { return (to - from) & (cells_.size() - 1); }
+  std::size_t cell_of(Key key, Position position) const {
+    std::size_t at = home(key);
+    while (cells_[at].position != position) at = after(at);
+    return at;
+  }
+  void grow() {
+    SlotIndex larger;
+    larger.cells_.resize(cells_.empty() ? 16 : cells_.size() * 2);
+    larger.shift_ = 64 - std::countr_zero(larger.cells_.size());
+    for (const Cell& cell : cells_)
+      if (cell.position != NONE) larger.insert(cell.key, cell.position);
+    cells_.swap(larger.cells_);
+    shift_ = larger.shift_;
+  }
+
+  std::vector<Cell> cells_;  // a power of two, or none; at most three quarters are used
+  std::size_t used_ = 0;
+  int shift_ = 63;
+};

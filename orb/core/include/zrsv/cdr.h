@@ -35,7 +35,7 @@ typedef struct CDR {
   unsigned char* out_next;
   unsigned char* out_limit;
   const ZR_cdr_cuts* in_cuts; /* null as a rule; else in_base and in_end are those of the part at in_next */
-  unsigned char no_outcome; /* what is decoded forwards the call: how it ended is not known */
+  unsigned char no_outcome;   /* what is decoded forwards the call: how it ended is not known */
 } CDR;
 
 /* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true;

@@ -514,7 +514,7 @@ void ActiveObjectMap::clear_servants(POA* poa) {
 void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objects,
                                   CORBA::Boolean wait_for_completion_,
                                   PortableServer::ServantActivator* servantActivator_ptr,
-                                  CORBA::Environment& _ev) {
+                                  CORBA::Environment& ev) {
   POA_TRACE("ActiveObjectMap::etherealize called...[POA_ptr = 0x%lx, ServantActivator_ptr = 0x%lx]",
             trace_address(poa_ptr), trace_address(servantActivator_ptr));
   clear_servants(poa_ptr);
@@ -533,7 +533,7 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
       --ServantAccess::active_entries(*servant);
     }
     const AdapterActivation::NoWaiting with_the_tree_locked;
-    servantActivator_ptr->etherealize(*oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, _ev);
+    servantActivator_ptr->etherealize(*oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, ev);
   }
   POA_TRACE("ActiveObjectMap::etherealize end...");
 }

@@ -6,9 +6,9 @@
 #include <string_view>
 #include <vector>
 
-#include "identity.h"
+#include "common_poa.h"
+#include "ownobject.h"
 #include "poa.h"
-#include "referencedata.h"
 #include "servants.h"
 #include "slotindex.h"
 
@@ -72,7 +72,7 @@ class ActiveObjectMap {
   /// block and may delete the servant.
   void etherealize(PortableServer::POA* poa_ptr, CORBA::Boolean etherealize_objects,
                    CORBA::Boolean wait_for_completion_,
-                   PortableServer::ServantActivator* servantActivator_ptr, CORBA::Environment& _ev);
+                   PortableServer::ServantActivator* servantActivator_ptr, CORBA::Environment& ev);
 
   /// Frees every slot of the process that holds `servant`: for a servant about to be deleted.
   static void forget_servant(PortableServer::ServantBase* servant);
@@ -161,9 +161,6 @@ class ActiveObjectMap {
 };
 
 extern ActiveObjectMap* _root_aom;  // guarded by the POA semaphore
-
-/// Same length, same octets.
-bool oid_is_equivalent(const PortableServer::ObjectId& a, const PortableServer::ObjectId& b);
 
 /// A list of servants, handled through its head pointer. Takes no lock; its users do.
 class POA_ServantList {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <thread>
 
-#include "identity.h"
+#include "ownobject.h"
 
 /// The calling thread's activation of one child POA, for as long as its adapter activator runs.
 class AdapterActivation {

@@ -1,11 +1,130 @@
-// Object ids as text, and their equality.
-#include "activeobjectmap.h"
+#include "common_poa.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+
 #include "minor_codes.h"
 #include "trace.h"
 
+using CORBA::ULong;
+using PortableServer::ObjectId;
+
+// ---- Octets -------------------------------------------------------------------------------------
+
+bool oid_is_equivalent(const ObjectId& a, const ObjectId& b) { return oid_view(a) == oid_view(b); }
+
+ObjectId* make_oid(std::string_view octets) {
+  auto oid = std::make_unique<ObjectId>();
+  oid->length(static_cast<ULong>(octets.size()));
+  if (!octets.empty()) std::memcpy(oid->get_buffer(), octets.data(), octets.size());
+  return oid.release();
+}
+
+std::array<unsigned, 4> trace_octets(std::string_view oid) {
+  std::array<unsigned, 4> octets{};
+  for (std::size_t i = 0; i < octets.size() && i < oid.size(); ++i)
+    octets[i] = static_cast<unsigned char>(oid[i]);
+  return octets;
+}
+
+ObjectId* PortableServer::ObjectId_duplicate(const ObjectId* oid, CORBA::Environment&) {
+  return oid ? make_oid(oid_view(*oid)) : nullptr;
+}
+
+ObjectId* duplicate_oid(const ObjectId* oid) {
+  POA_TRACE("POAInfo::PortableServer_ObjectId_duplicate called...");
+  return oid ? make_oid(oid_view(*oid)) : nullptr;
+}
+
+// ---- System ids ---------------------------------------------------------------------------------
+
+SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& now) {
+  const bool moved =
+      now.seconds > last.seconds || (now.seconds == last.seconds && now.millisecond > last.millisecond);
+  if (moved) return now;
+  return last.millisecond < 999 ? SystemIdTime{last.seconds, last.millisecond + 1}
+                                : SystemIdTime{last.seconds + 1, 0};
+}
+
+void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const SystemIdTime& time) {
+  std::snprintf(text, sizeof text, "P%08xT%08x.%08xC%08x", process, time.seconds, time.millisecond,
+                0x1234567u);
+}
+
 namespace {
 
-using PortableServer::ObjectId;
+SystemIdTime system_time() {
+  using namespace std::chrono;
+  const auto since_1970 = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+  return {static_cast<ULong>(since_1970 / 1000), static_cast<ULong>(since_1970 % 1000)};
+}
+
+std::mutex system_id_mutex;  // a leaf
+ULong system_id = 0;         // guarded by system_id_mutex
+SystemIdTime last_id_time;   // guarded by system_id_mutex
+
+/// system_id_mutex is held.
+ObjectId* make_unique_id() {
+  const SystemIdTime time = next_system_id_time(last_id_time, system_time());
+  char text[UNIQUE_ID_LENGTH + 1];
+  print_unique_id(text, static_cast<ULong>(getpid()), time);
+  auto* const octets = ObjectId::allocbuf(sizeof text);  // the NUL behind the id lets programs print it
+  if (!octets) throw std::bad_alloc();
+  std::memcpy(octets, text, sizeof text);
+  last_id_time = time;
+  return new ObjectId(UNIQUE_ID_LENGTH, UNIQUE_ID_LENGTH, octets, 1);
+}
+
+ObjectId* make_counter_id(ULong counter) {
+  char octets[4];
+  for (int i = 0; i < 4; ++i) octets[i] = static_cast<char>(counter >> (8 * i));
+  return make_oid({octets, sizeof octets});
+}
+
+/// Whether POA_UNIQUE_SYSID asks for the unique form.
+bool unique_form() {
+  const char* choice = std::getenv("POA_UNIQUE_SYSID");
+  return !choice || std::strcmp(choice, "TRUE") == 0;
+}
+
+}  // namespace
+
+ObjectId* genSystemId() {
+  POA_TRACE("POAInfo::genSystemId called...");
+  const bool unique = unique_form();
+  std::unique_ptr<ObjectId> oid;
+  try {
+    std::lock_guard lock(system_id_mutex);
+    oid.reset(unique ? make_unique_id() : make_counter_id(system_id));
+    ++system_id;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  const auto first = trace_octets(oid_view(*oid));
+  POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+  POA_TRACE("POAInfo::genSystemId end...");
+  return oid.release();
+}
+
+void set_system_id(ULong first) {
+  std::lock_guard lock(system_id_mutex);
+  system_id = first;
+}
+
+ULong next_system_id() {
+  std::lock_guard lock(system_id_mutex);
+  return system_id;
+}
+
+// ---- Text ---------------------------------------------------------------------------------------
+
+namespace {
 
 [[noreturn]] void refuse(const char* trace, CORBA::ULong minor) {
   POA_TRACE("%s", trace);
@@ -57,8 +176,6 @@ ObjectId* to_oid(const Char* text, const char* range_trace) {
 }
 
 }  // namespace
-
-bool oid_is_equivalent(const ObjectId& a, const ObjectId& b) { return oid_view(a) == oid_view(b); }
 
 namespace PortableServer {
 

@@ -2,7 +2,8 @@
 
 #include <atomic>
 
-#include "poainfo.h"
+#include "common_poa.h"
+#include "raise.h"
 
 namespace {
 
@@ -35,12 +36,8 @@ CurrentInfo::~CurrentInfo() {
 }
 
 PortableServer::Current* CurrentInfo::createObject(CORBA::Environment& ev) {
-  ValueReferenceData<Identity> data(identity);
-  CORBA_Environment core{};
-  void* reference = POAInfo::createObject(&data.sequence, CURRENT_ID, CURRENT_ID, nullptr, &core);
-  if (!reference) raise<CORBA::BAD_PARAM>(ev, "CurrentInfo::createObject [object is nil.]");
-  current_object = new PortableServer_Current_impl;
-  current_object->set_ref(reference);
+  current_object = own_object<PortableServer_Current_impl>(identity, CURRENT_ID);
+  if (!current_object) raise<CORBA::BAD_PARAM>(ev, "CurrentInfo::createObject [object is nil.]");
   return current_object;
 }
 

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-#include "identity.h"
+#include "ownobject.h"
 #include "poa.h"
 
 /// One per process. The context it answers from is the calling thread's.

@@ -16,15 +16,3 @@ struct RequestTarget {
   /// target or bad data; what findChildByName raises. The views live as long as the reference.
   static RequestTarget find(CORBA::Object* reference, CORBA::Environment& ev);
 };
-
-/// An ObjectId over octets that somebody else keeps, for the length of a call.
-class BorrowedObjectId {
- public:
-  explicit BorrowedObjectId(std::string_view octets)
-      : oid_(static_cast<CORBA::ULong>(octets.size()), static_cast<CORBA::ULong>(octets.size()),
-             reinterpret_cast<CORBA::Octet*>(const_cast<char*>(octets.data())), 0) {}
-  const PortableServer::ObjectId& get() const { return oid_; }
-
- private:
-  PortableServer::ObjectId oid_;
-};

@@ -146,7 +146,7 @@ void register_interface(const char* id, Register function, CORBA::Environment& e
   ZR_register_interface(id);
   CORBA_Environment filled{};
   CORBA::InterfaceDef definition;
-  definition.set_ref(CORBA_Repository_lookup_id(_intfRep, id, &filled));
+  definition.set_ref(CORBA_Repository_lookup_id(core_handles.interface_repository, id, &filled));
   if (filled._major == CORBA_NO_EXCEPTION) {
     CORBA::Environment outcome;
     function(nullptr, outcome, &definition);

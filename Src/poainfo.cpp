@@ -2,16 +2,11 @@
 
 #include <unordered_map>
 
-std::atomic<void*> POAInfo::_orb{nullptr};
-std::atomic<void*> POAInfo::_boa{nullptr};
 PortableServer::POA* POAInfo::root_poa = nullptr;
-CORBA::ULong POAInfo::system_id = 0;
 std::atomic<std::uint64_t> POAInfo::tree_changes{1};
 
 POAInfo* root_poa_info = nullptr;
 bool initialised = false;
-void* _intfRep = nullptr;
-void* _implRep = nullptr;
 CurrentInfo* current_info = nullptr;
 PortableServer::Current* poa_current = nullptr;
 POAManagerInfo* default_poa_manager_info = nullptr;
@@ -52,39 +47,36 @@ POAInfo::POAInfo() : identity(new_identity()) {
 }
 
 POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-                 const CORBA::PolicyList& policies, CORBA::Environment& _ev)
+                 const CORBA::PolicyList& list, CORBA::Environment& ev)
     : identity(new_identity()) {
   POA_TRACE("POAInfo::POAInfo(...) called...");
-  read_policies(policies, _ev);
+  policies = PolicySet::read(list, ev);
   CORBA::String_var name(copy_name(_adapter_name));
   if (!name.in()) {
-    raise<CORBA::BAD_PARAM>(_ev, "NULL name.. throw CORBA::StExcep::BAD_PARAM.",
+    raise<CORBA::BAD_PARAM>(ev, "NULL name.. throw CORBA::StExcep::BAD_PARAM.",
                             "POAInfo::POAInfo [adapter_name is invalid.]");
   }
   if (!CORBA::is_nil(a_POAManager)) {
     POA_TRACE("  set this->poa_manager to a_POAManger");
-    poa_managerInfo_ptr = POAManagerInfo::findPOAManagerInfo(a_POAManager, _ev);
-    if (!poa_managerInfo_ptr) raise<CORBA::BAD_PARAM>(_ev, "POAInfo::POAInfo [a_POAManager is unknown.]");
+    poa_managerInfo_ptr = POAManagerInfo::findPOAManagerInfo(a_POAManager, ev);
+    if (!poa_managerInfo_ptr) raise<CORBA::BAD_PARAM>(ev, "POAInfo::POAInfo [a_POAManager is unknown.]");
     // The manager's own object: the one at hand is the program's, which may release it at once.
     poa_manager = poa_managerInfo_ptr->poamanager_object;
   } else {
     POA_TRACE("  a_POAManager is NULL");
-    share_default_manager(_ev);
+    share_default_manager(ev);
   }
   adapter_name = name._retn();
   POA_TRACE("POAInfo::POAInfo(...) end...");
 }
 
-void POAInfo::share_default_manager(CORBA::Environment& _ev) {
+void POAInfo::share_default_manager(CORBA::Environment& ev) {
   if (!default_poa_manager) {
     POA_TRACE("  default_poa_manager is NULL");
-    ValueReferenceData<Identity> data(default_poa_manager_info->identity);
-    CORBA_Environment core{};
     POA_TRACE("  createObject call");
-    void* reference = createObject(&data.sequence, MANAGER_OBJECT_ID, MANAGER_OBJECT_ID, nullptr, &core);
-    if (!reference) raise<CORBA::BAD_PARAM>(_ev, "POAInfo::POAInfo [obj is nil.]");
-    default_poa_manager = new PortableServer_POAManager_impl;
-    default_poa_manager->set_ref(reference);
+    default_poa_manager =
+        own_object<PortableServer_POAManager_impl>(default_poa_manager_info->identity, MANAGER_OBJECT_ID);
+    if (!default_poa_manager) raise<CORBA::BAD_PARAM>(ev, "POAInfo::POAInfo [obj is nil.]");
   }
   poa_manager = default_poa_manager;
   poa_managerInfo_ptr = default_poa_manager_info;
@@ -100,28 +92,17 @@ POAInfo::~POAInfo() {
 
 // ---- The POA object ----
 
-PortableServer::POA* POAInfo::createObject(CORBA::Environment& _ev) {
+PortableServer::POA* POAInfo::createObject(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::createObject called...");
-  ValueReferenceData<Identity> data(identity);
-  CORBA_Environment core{};
   POA_TRACE("  POAInfo::createObject(...) call");
-  void* reference = createObject(&data.sequence, POA_OBJECT_ID, POA_OBJECT_ID, nullptr, &core);
+  poa_object = own_object<PortableServer_POA_impl>(identity, POA_OBJECT_ID);
   POA_TRACE("  POAInfo::createObject(...) end");
-  if (!reference) {
-    raise<CORBA::BAD_PARAM>(_ev, "obj = NULL, throw CORBA::StExcep::BAD_PARAM",
+  if (!poa_object) {
+    raise<CORBA::BAD_PARAM>(ev, "obj = NULL, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::createObject [obj is nil.]");
   }
-  poa_object = new PortableServer_POA_impl;
-  poa_object->set_ref(reference);
   POA_TRACE("POAInfo::createObject end...");
   return poa_object;
-}
-
-void* POAInfo::createObject(const CORBA_sequence_octet* referenceData, const char* impl_name,
-                            const char* intf_name, void*, CORBA_Environment* _ev) {
-  POA_TRACE("imple_name=%s intf_name=%s", impl_name, intf_name);
-  void* reference = ZR_create_object_reference(referenceData, intf_name, impl_name, _ev);
-  return _ev->_major == CORBA_NO_EXCEPTION ? reference : nullptr;
 }
 
 POAInfoPtr POAInfo::findPOAInfo(PortableServer::POA* _this, CORBA::Environment&) {

@@ -1,18 +1,19 @@
 // The record of one POA: its place in the tree, its policies, its objects. A source file a concern:
-//   poainfo.cpp (record, registry), poainfo_tree.cpp, poainfo_policies.cpp, poainfo_identity.cpp (ids,
-//   reference data), poainfo_activation.cpp, poainfo_conversion.cpp, poainfo_dispatch.cpp (upcall),
-//   poainfo_managers.cpp (servant managers), poainfo_lookup.cpp (from a reference to its POA),
-//   poainfo_registration.cpp; poamanagerinfo.cpp has what a manager does to records.
+//   poainfo.cpp (record, registry), poainfo_tree.cpp, poainfo_references.cpp, poainfo_activation.cpp,
+//   poainfo_conversion.cpp, poainfo_dispatch.cpp (upcall), poainfo_managers.cpp (servant managers),
+//   poainfo_lookup.cpp (from a reference to its POA), poainfo_registration.cpp; poamanagerinfo.cpp has what a
+//   manager does to records.
 #pragma once
 
 #include <memory>
 
 #include "activeobjectmap.h"
+#include "corehandles.h"
 #include "currentinfo.h"
-#include "identity.h"
 #include "locks.h"
+#include "ownobject.h"
 #include "poamanagerinfo.h"
-#include "policytags.h"
+#include "policyset.h"
 #include "queue.h"
 #include "raise.h"
 
@@ -23,29 +24,21 @@ using POAInfoPtr = std::shared_ptr<POAInfo>;
 /// A record's POA object; whoever holds it holds the record.
 using POAObjectPtr = std::shared_ptr<PortableServer::POA>;
 
-/// Upper bounds of reference data.
-inline constexpr CORBA::ULong NAME_PART_MAXIMUM = 1024;
-inline constexpr CORBA::ULong REFERENCE_DATA_MAXIMUM = 2056;
-inline constexpr const char* poa_seperator = "\xFF";
-
 class POAInfo : public std::enable_shared_from_this<POAInfo> {
  public:
   POAInfo();
   /// A record for a new POA, not yet in the tree and without a POA object.
-  POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-          const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+  POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& list,
+          CORBA::Environment& ev);
   ~POAInfo();
   POAInfo(const POAInfo&) = delete;
   POAInfo& operator=(const POAInfo&) = delete;
 
   // ---- The record (poainfo.cpp) ----
   /// Makes the record's POA object.
-  PortableServer::POA* createObject(CORBA::Environment& _ev);
-  /// The one place that asks the ORB core for a new reference. Null when it makes none.
-  static void* createObject(const CORBA_sequence_octet* referenceData, const char* impl_name,
-                            const char* intf_name, void* register_methods, CORBA_Environment* _ev);
+  PortableServer::POA* createObject(CORBA::Environment& ev);
   /// The live record of a POA object, or null. Never raises.
-  static POAInfoPtr findPOAInfo(PortableServer::POA* _this, CORBA::Environment& _ev);
+  static POAInfoPtr findPOAInfo(PortableServer::POA* _this, CORBA::Environment& ev);
   static bool is_existent(const POAInfo* target);
   static bool is_existent_sub(const POAInfo* parent, const POAInfo* target);
   /// Unlinks the record from its parent's children and from the table of live records.
@@ -59,62 +52,36 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   // ---- The tree (poainfo_tree.cpp) ----
   /// The caller's own reference to the child, which is in the tree only when everything has worked.
   PortableServer::POA_var create_POA(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-                                     const CORBA::PolicyList& policies, CORBA::Environment& _ev);
-  POAObjectPtr find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& _ev);
+                                     const CORBA::PolicyList& list, CORBA::Environment& ev);
+  POAObjectPtr find_POA(const char* _adapter_name, CORBA::Boolean activate_it, CORBA::Environment& ev);
   /// Never null: AdapterNonExistent, or BAD_PARAM for a null name. With `act`, a missing child is asked of
   /// the adapter activator, which is called with no lock held.
-  POAInfoPtr findChildByName(const char* _adapter_name, CORBA::Environment& _ev, CORBA::Boolean act);
-  char* the_name(CORBA::Environment& _ev);
-  PortableServer::POA* the_parent(CORBA::Environment& _ev);
-  PortableServer::POAList* the_children(CORBA::Environment& _ev);
-  PortableServer::POAManager* the_POAManager(CORBA::Environment& _ev);
-  PortableServer::AdapterActivator* the_activator(CORBA::Environment& _ev);
-  void the_activator(PortableServer::AdapterActivator* adapterActivator_ptr, CORBA::Environment& _ev);
+  POAInfoPtr findChildByName(const char* _adapter_name, CORBA::Environment& ev, CORBA::Boolean act);
+  char* the_name(CORBA::Environment& ev);
+  PortableServer::POA* the_parent(CORBA::Environment& ev);
+  PortableServer::POAList* the_children(CORBA::Environment& ev);
+  PortableServer::POAManager* the_POAManager(CORBA::Environment& ev);
+  PortableServer::AdapterActivator* the_activator(CORBA::Environment& ev);
+  void the_activator(PortableServer::AdapterActivator* adapterActivator_ptr, CORBA::Environment& ev);
   void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-               CORBA::Environment& _ev);
+               CORBA::Environment& ev);
   void _destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                CORBA::Environment& _ev);
+                CORBA::Environment& ev);
 
-  // ---- Policies (poainfo_policies.cpp) ----
-  static PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value,
-                                                            CORBA::Environment& _ev);
-  static PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value,
-                                                                CORBA::Environment& _ev);
-  static PortableServer::IdUniquenessPolicy* create_id_uniqueness_policy(
-      PortableServer::IdUniquenessPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::IdAssignmentPolicy* create_id_assignment_policy(
-      PortableServer::IdAssignmentPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::ImplicitActivationPolicy* create_implicit_activation_policy(
-      PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::ServantRetentionPolicy* create_servant_retention_policy(
-      PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev);
-  static PortableServer::RequestProcessingPolicy* create_request_processing_policy(
-      PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev);
-  /// Sets the seven fields, which hold the defaults, from the list; InvalidPolicy for a rejected combination.
-  void read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev);
-
-  // ---- Ids and reference data (poainfo_identity.cpp) ----
-  static PortableServer::ObjectId* genSystemId();
+  // ---- References (poainfo_references.cpp) ----
+  /// Writes the name part of the POA's references; false when there is no room.
   bool createNameReferenceData(CORBA_sequence_octet* referenceData) const;
-  bool createPOAReferenceData(CORBA_sequence_octet* referenceData,
-                              const CORBA_sequence_octet* nameReferenceData,
-                              const PortableServer::ObjectId& oid) const;
   CORBA::Object* POACreateReference(const PortableServer::ObjectId& oid, const char* intf,
                                     CORBA::Environment& ev);
-  /// Stores a new id through `oid`; BAD_PARAM when the data ends before what it claims.
-  static void GetOid(const CORBA_sequence_octet* referenceData, PortableServer::ObjectId*& oid,
-                     CORBA::Environment& ev);
-  static PortableServer::ObjectId* PortableServer_ObjectId_duplicate(const PortableServer::ObjectId* oid,
-                                                                     CORBA::Environment& ev);
+  CORBA::Object* create_reference(const char* intf, CORBA::Environment& ev);
+  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf,
+                                          CORBA::Environment& ev);
 
   // ---- Activation (poainfo_activation.cpp) ----
   PortableServer::ObjectId* activate_object(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
   void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant,
                                CORBA::Environment& ev);
   void deactivate_object(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
-  CORBA::Object* create_reference(const char* intf, CORBA::Environment& ev);
-  CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf,
-                                          CORBA::Environment& ev);
   PortableServer::ServantManager* get_servant_manager(CORBA::Environment& ev);
   void set_servant_manager(PortableServer::ServantManager* imgr, CORBA::Environment& ev);
   PortableServer::ServantBase* get_servant(CORBA::Environment& ev);
@@ -147,39 +114,38 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
                                       PortableServer::ServantBase& servant, CORBA::Environment& ev);
 
   // ---- Servant managers at dispatch (poainfo_managers.cpp) ----
-  PortableServer::ServantBase* incarnate(CORBA::Object* target, CORBA::Environment& _ev);
+  PortableServer::ServantBase* incarnate(CORBA::Object* target, CORBA::Environment& ev);
   PortableServer::ServantBase* preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie,
-                                         CORBA::Environment& _ev);
+                                         CORBA::Environment& ev);
   void postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie,
-                  PortableServer::ServantBase* servant, CORBA::Environment& _ev);
+                  PortableServer::ServantBase* servant, CORBA::Environment& ev);
 
   // The same for a request's target, read once (dispatch.h). `incarnate_held` raises the servant's request
   // counter before it can be deleted; `find_servant` gives the active or default servant, held when asked, or
   // null.
   PortableServer::ServantBase* find_servant(const RequestTarget& target, bool hold);
-  PortableServer::ServantBase* incarnate_held(const RequestTarget& target, CORBA::Environment& _ev);
+  PortableServer::ServantBase* incarnate_held(const RequestTarget& target, CORBA::Environment& ev);
   PortableServer::ServantBase* enter_incarnated(const PortableServer::ObjectId& oid,
-                                                PortableServer::ServantBase& servant,
-                                                CORBA::Environment& _ev);
+                                                PortableServer::ServantBase& servant, CORBA::Environment& ev);
   PortableServer::ServantBase* preinvoke(const RequestTarget& target, const char* operation,
-                                         CORBA::ULong& cookie, CORBA::Environment& _ev);
+                                         CORBA::ULong& cookie, CORBA::Environment& ev);
   void postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie,
-                  PortableServer::ServantBase* servant, CORBA::Environment& _ev);
+                  PortableServer::ServantBase* servant, CORBA::Environment& ev);
 
   // ---- POA managers (poamanagerinfo.cpp) ----
-  void activate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Environment& _ev);
+  void activate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Environment& ev);
   void deactivate(POAManagerInfo* poaManagerInfo_ptr, CORBA::Boolean etherealize_objects,
-                  CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev);
+                  CORBA::Boolean wait_for_completion_, CORBA::Environment& ev);
   void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                  CORBA::Environment& _ev);
+                  CORBA::Environment& ev);
 
   /// Hands every active servant to the servant activator, when the POA has one and that is asked for.
   void etherealize_active(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                          CORBA::Environment& _ev);
+                          CORBA::Environment& ev);
 
   // ---- Registration (poainfo_registration.cpp) ----
   static void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid,
-                                CORBA::Environment& _ev);
+                                CORBA::Environment& ev);
 
   // ---- Fields ----
   const Identity identity;                                   // reference data of the POA object
@@ -195,40 +161,19 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   POAManagerInfo* poa_managerInfo_ptr = nullptr;
   std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned
   char* adapter_name = nullptr;                                               // owned
-  PolicyTag thread_policy = threadPolicy_ORB_CTRL_MODEL_tag;
-  PolicyTag lifespan_policy = lifespanPolicy_TRANSIENT_tag;
-  PolicyTag object_id_uniqeness_policy = idUniquenessPolicy_UNIQUE_ID_tag;
-  PolicyTag id_assignment_policy = idAssignmentPolicy_SYSTEM_ID_tag;
-  PolicyTag implicit_activation_policy = implicitActivationPolicy_NO_IMPLICIT_ACTIVATION_tag;
-  PolicyTag servant_retention_policy = servantRetentionPolicy_RETAIN_tag;
-  PolicyTag request_processing_policy = requestProcessingPolicy_USE_ACTIVE_OBJECT_MAP_ONLY_tag;
+  PolicySet policies;
   std::atomic<PortableServer::ServantManager*> servantManager_ptr{nullptr};  // as given; not owned
   std::atomic<PortableServer::ServantBase*> servant_default{nullptr};        // the program's
   std::shared_ptr<const PortableServer::ObjectId> oid_default;               // guarded by default_mutex
   mutable std::mutex default_mutex;  // installation of the default servant
 
-  bool retains() const { return servant_retention_policy == servantRetentionPolicy_RETAIN_tag; }
-  bool unique_id() const { return object_id_uniqeness_policy == idUniquenessPolicy_UNIQUE_ID_tag; }
-  bool system_id_assigned() const { return id_assignment_policy == idAssignmentPolicy_SYSTEM_ID_tag; }
-  bool activates_implicitly() const {
-    return implicit_activation_policy == implicitActivationPolicy_IMPLICIT_ACTIVATION_tag;
-  }
-  bool uses_default_servant() const {
-    return request_processing_policy == requestProcessingPolicy_USE_DEFAULT_SERVANT_tag;
-  }
-  bool uses_servant_manager() const {
-    return request_processing_policy == requestProcessingPolicy_USE_SERVANT_MANAGER_tag;
-  }
   std::shared_ptr<const PortableServer::ObjectId> default_oid() const {
     std::lock_guard lock(default_mutex);
     return oid_default;
   }
 
   // ---- Statics ----
-  static std::atomic<void*> _orb;
-  static std::atomic<void*> _boa;
   static PortableServer::POA* root_poa;
-  static CORBA::ULong system_id;  // guarded by poa_mutex
   /// Counts the POAs that came, began to go, and went. While it stands, what was found in the tree is there.
   /// Written under poa_mutex.
   static std::atomic<std::uint64_t> tree_changes;
@@ -242,28 +187,26 @@ class POAInfo : public std::enable_shared_from_this<POAInfo> {
   PortableServer::ServantBase* exchange_default(PortableServer::ServantBase* servant,
                                                 std::shared_ptr<const PortableServer::ObjectId> oid);
   /// Gives the record the shared default manager, which is made here the first time.
-  void share_default_manager(CORBA::Environment& _ev);
+  void share_default_manager(CORBA::Environment& ev);
   POAInfoPtr ask_activator(PortableServer::AdapterActivator& activator, const char* name,
-                           CORBA::Environment& _ev);
+                           CORBA::Environment& ev);
 
   // poa_mutex is held.
   POAInfo* child_named(const char* name) const;
   /// Octets of the name part in the references of a child of that name.
   std::size_t name_part_length(std::string_view name) const;
   PortableServer::POA_var add_child(const char* name, PortableServer::POAManager* manager,
-                                    const CORBA::PolicyList& policies, CORBA::Environment& _ev);
+                                    const CORBA::PolicyList& list, CORBA::Environment& ev);
   void destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                        CORBA::Environment& _ev);
+                        CORBA::Environment& ev);
   void withdraw_default_servant();
   void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                             CORBA::Environment& _ev);
+                             CORBA::Environment& ev);
 };
 
 // ---- State of the process (poainfo.cpp; start-up sets it) ----
 extern POAInfo* root_poa_info;
 extern bool initialised;
-extern void* _intfRep;
-extern void* _implRep;
 extern CurrentInfo* current_info;
 extern PortableServer::Current* poa_current;
 extern POAManagerInfo* default_poa_manager_info;
@@ -272,9 +215,7 @@ extern std::atomic<PortableServer::POAdisconnect*> _disc_instance;
 
 /// The POA that made a reference; missing POAs on its path are asked of adapter activators. Null when the ORB
 /// core gives no reference data.
-POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& _ev);
-/// 1 when the reference carries no reference data.
-int checkEmptyReferenceData(CORBA::Object* reference);
+POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& ev);
 
 // ---- Registration with the ORB core (poainfo_registration.cpp) ----
 struct ZRImplementationDef {
@@ -289,7 +230,7 @@ extern std::atomic<const char*> POA_impl_name;
 extern std::atomic<int> POA_impl_is_ready_fl;
 ZRImplementationDef* FindImplementationDef(const char* impl_id);
 ZRImplementationDef* InsertImplementationDef(const char* impl_id, void* implDef);
-void _POA_impl_is_ready(void* _boa, CORBA::Environment& _ev);
+void _POA_impl_is_ready(void* _boa, CORBA::Environment& ev);
 void clear_implementation_table();
 
 // ---- Upcalls (exported) ----

@@ -19,10 +19,10 @@ ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& e
   if (!p_servant)
     raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::activate_object [servant is null.]");
-  if (!retains())
+  if (!policies.retains())
     raise<POA::WrongPolicy>(ev, "non_retain.. throw PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object [wrong policy.]");
-  if (!system_id_assigned())
+  if (!policies.system_id_assigned())
     raise<POA::WrongPolicy>(ev, "user_id.. throw PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object [wrong policy.]");
   std::unique_ptr<ObjectId> oid(genSystemId());
@@ -47,7 +47,7 @@ void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant
   if (!p_servant)
     raise<CORBA::BAD_PARAM>(ev, "p_servant=NULL throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::activate_object_with_id [servant is null.]");
-  if (!retains())
+  if (!policies.retains())
     raise<POA::WrongPolicy>(ev, "non_retain...  PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object_with_id [wrong policy.]");
   replacing<POA::ServantAlreadyActive, POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>(
@@ -73,14 +73,14 @@ ActiveObjectMap* POAInfo::map_for_insert() {
 const ObjectId* POAInfo::enter_active(const ObjectId& id, ServantBase& servant, CORBA::Environment& ev) {
   PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the checks and the entry
   if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
-  if (ActiveObjectMap* map = active_object_map; map && unique_id()) {
+  if (ActiveObjectMap* map = active_object_map; map && policies.unique_id()) {
     if (map->findOidByServant(&servant))
       raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
     if (map->findServantById(id))
       raise<POA::ObjectAlreadyActive>(ev, "already activated. throw PortableServer::POA::ObjectAlreadyActive",
                                       "POAInfo::activate_object_with_id [already activate.]");
   }
-  std::unique_ptr<ObjectId> copy(PortableServer_ObjectId_duplicate(&id, ev));
+  std::unique_ptr<ObjectId> copy(duplicate_oid(&id));
   ActiveObjectMap* map = map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [servant = 0x%lx this = 0x%lx into AOM]",
             trace_address(&servant), trace_address(this));
@@ -105,7 +105,8 @@ namespace {
 
 /// The activator that etherealizes for the POA; null when it has none.
 PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
-  if (!poa.uses_servant_manager() && !OM_TRACE_IS_ON) return nullptr;  // the question would only raise
+  if (!poa.policies.uses_servant_manager() && !OM_TRACE_IS_ON)
+    return nullptr;       // the question would only raise
   CORBA::Environment ev;  // that the policy is another is no failure of the caller's operation
   ServantManager* manager = nullptr;
   try {
@@ -143,7 +144,7 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   if (oid.length() < 1)
     raise<CORBA::BAD_PARAM>(ev, "oid.length() < 1, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::deactivate_object [oid invalid.]");
-  if (!retains())
+  if (!policies.retains())
     raise<POA::WrongPolicy>(ev, "non_retain, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::deactivate_object [wrong policy.]");
   ActiveObjectMap* map = active_object_map;
@@ -159,7 +160,7 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
                                 "POAInfo::deactivate_object [servant is null.]");
   {
     const ServantHold held(*servant);  // not as long as into the activator, which may delete it
-    ServantAccess::withdraw_reference(*servant, poa_object, oid, _orb);
+    ServantAccess::withdraw_reference(*servant, poa_object, oid, core_handles.orb);
   }
   if (auto* activator = etherealizer(*this)) {
     POA_TRACE("  ServantActivator->etherealiize call [servant = 0x%lx]", trace_address(servant));
@@ -167,49 +168,14 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   }
 }
 
-// ---- References without an active object --------------------------------------------------------
-
-CORBA::Object* POAInfo::create_reference(const char* intf, CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::create_reference called...");
-  if (!intf)
-    raise<CORBA::BAD_PARAM>(ev, "intf == NULL, throw CORBA::StExcep::BAD_PARAM",
-                            "POAInfo::create_reference [intf is null.]");
-  if (!system_id_assigned())
-    raise<POA::WrongPolicy>(ev, "not system_id.. throw PortableServer::POA::WrongPolicy",
-                            "POAInfo::create_reference [wrong policy.]");
-  const std::unique_ptr<ObjectId> oid(genSystemId());
-  if (!oid)
-    raise<CORBA::BAD_PARAM>(ev, "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
-                            "POAInfo::create_reference [systemId is null.]");
-  CORBA::Object* reference = POACreateReference(*oid, intf, ev);
-  POA_TRACE("POAInfo::create_reference end...");
-  return reference;
-}
-
-CORBA::Object* POAInfo::create_reference_with_id(const ObjectId& oid, const char* intf,
-                                                 CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::create_reference_with_id called...");
-  if (!intf)
-    raise<CORBA::BAD_PARAM>(ev, "intf=NULL, throw CORBA::StExcep::BAD_PARAM",
-                            "POAInfo::create_reference_with_id [intf is null.]");
-  if (oid.length() < 1)
-    raise<CORBA::BAD_PARAM>(ev, "oid.length() < 1,throw CORBA::StExcep::BAD_PARAM",
-                            "POAInfo::create_reference_with_id [oid is invalid.]");
-  if (system_id_assigned())
-    raise<POA::WrongPolicy>(ev, "system_id.. throw PortableServer::POA::WrongPolicy",
-                            "POAInfo::create_reference_with_id [wrong policy.]");
-  POA_TRACE("POAInfo::create_reference_with_id end...");
-  return POACreateReference(oid, intf, ev);
-}
-
 // ---- Servant manager ----------------------------------------------------------------------------
 
 ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::get_servant_manager called...");
-  if (!uses_servant_manager())
+  if (!policies.uses_servant_manager())
     raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
                             "POAInfo::get_servant_manager [wrong policy.]");
-  if (!retains() && servant_retention_policy != servantRetentionPolicy_NON_RETAIN_tag)
+  if (!policies.retains() && policies.servant_retention != servantRetentionPolicy_NON_RETAIN_tag)
     raise<CORBA::OBJ_ADAPTER>(ev, "throw CORBA::StExcep::OBJ_ADAPTER",
                               "POAInfo::get_servant_manager [OBJ_ADAPTER.]", MINOR_NO_MANAGER);
   POA_TRACE("POAInfo::get_servant_manager end...[return ServantManager");
@@ -219,15 +185,15 @@ ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
 void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) {
   constexpr const char* set_already = "POAInfo::set_servant_manager [BAD_INV_ORDER.]";
   POA_TRACE("POAInfo::set_servant_manager called...");
-  if (!uses_servant_manager())
+  if (!policies.uses_servant_manager())
     raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
                             "POAInfo::set_servant_manager [wrong policy.]");
   if (!CORBA::is_nil(servantManager_ptr)) raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
-  if (imgr && retains() != static_cast<bool>(imgr->is_activator()))
-    raise<CORBA::BAD_PARAM>(
-        ev,
-        retains() ? "retain. throw CORBA::StExcep::BAD_PARAM" : "non_retain. throw CORBA::StExcep::BAD_PARAM",
-        "POAInfo::set_servant_manager [BAD_PARAM.]");
+  if (imgr && policies.retains() != static_cast<bool>(imgr->is_activator()))
+    raise<CORBA::BAD_PARAM>(ev,
+                            policies.retains() ? "retain. throw CORBA::StExcep::BAD_PARAM"
+                                               : "non_retain. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::set_servant_manager [BAD_PARAM.]");
   ServantManager* none = nullptr;
   if (!servantManager_ptr.compare_exchange_strong(none, imgr))  // by another thread, just now
     raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
@@ -238,7 +204,7 @@ void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) 
 
 ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::get_servant called...");
-  if (!uses_default_servant())
+  if (!policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "non_retain.\tPortableServer::POA::WrongPolicy",
                             "POAInfo::get_servant [wrong policy.]");
   ServantBase* servant = servant_default;
@@ -258,7 +224,7 @@ ServantBase* POAInfo::exchange_default(ServantBase* servant, std::shared_ptr<con
 void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::set_servant called...[POAInfo = 0x%lx, servant = 0x%lx]", trace_address(this),
             trace_address(p_servant));
-  if (!uses_default_servant())
+  if (!policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
                             "POAInfo::set_servant [wrong policy.]");
   if (servant_default == p_servant) return;

@@ -1,5 +1,6 @@
 // Servants, ids and references, each from the other.
 #include "poainfo.h"
+#include "referencedata.h"
 
 using PortableServer::ObjectId;
 using PortableServer::POA;
@@ -17,7 +18,7 @@ std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId>
     PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the look and the entry
     if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
     ActiveObjectMap* map = map_for_insert();
-    if (unique_id())
+    if (policies.unique_id())
       if (ObjectId* active = map->copyOidByServant(&servant)) return std::unique_ptr<ObjectId>(active);
     map->insertActiveObjectMap(copy.release(), &servant);
   }
@@ -38,7 +39,7 @@ void bind(CORBA::Object& reference, CORBA::Environment& ev) {
   CORBA::Environment core;
   {
     PoaSemaphoreGuard guard(__LINE__);
-    CORBA_ORB_bind_object2(POAInfo::_orb, reference.get_ref(), nullptr, core._evp);
+    CORBA_ORB_bind_object2(core_handles.orb, reference.get_ref(), nullptr, core._evp);
   }
   if (core._evp->_major == CORBA_NO_EXCEPTION) return;
   const char* id = CORBA_exception_id(core._evp);
@@ -85,18 +86,19 @@ ObjectId* default_servant_id(POAInfo& poa, CORBA::Environment& ev) {
     raise<POA::ServantNotActive>(ev, "oid_default=NULL,throw PortableServer::POA::ServantNotActive",
                                  "POAInfo::servant_to_id [oid_default is null.]");
   POA_TRACE("POAInfo::servant_to_id end...[return oid : USE_DEFAULT_SERVANT]");
-  return POAInfo::PortableServer_ObjectId_duplicate(oid.get(), ev);
+  return duplicate_oid(oid.get());
 }
 
 ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& ev) {
-  if (ActiveObjectMap* map = poa.active_object_map; map && poa.retains() && poa.unique_id()) {
+  if (ActiveObjectMap* map = poa.active_object_map;
+      map && poa.policies.retains() && poa.policies.unique_id()) {
     if (ObjectId* found = map->copyOidByServant(&servant)) {
       POA_TRACE("POAInfo::servant_to_id end...[return oid : UNIQUE_ID]");
       return found;
     }
   }
-  if (poa.retains() && poa.activates_implicitly()) {
-    std::unique_ptr<ObjectId> oid(POAInfo::genSystemId());
+  if (poa.policies.retains() && poa.policies.activates_implicitly()) {
+    std::unique_ptr<ObjectId> oid(genSystemId());
     if (!oid)
       raise<CORBA::BAD_PARAM>(ev, "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
                               "POAInfo::servant_to_id [systemId is null.]");
@@ -106,7 +108,7 @@ ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& 
     POA_TRACE("POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]");
     return oid.release();
   }
-  if (poa.uses_default_servant()) return default_servant_id(poa, ev);
+  if (poa.policies.uses_default_servant()) return default_servant_id(poa, ev);
   raise<POA::ServantNotActive>(ev, "failed.  throw PortableServer::POA::ServantNotActive",
                                "POAInfo::servant_to_id [ServantNotActive.]");
 }
@@ -118,10 +120,10 @@ ObjectId* POAInfo::servant_to_id(ServantBase* p_servant, CORBA::Environment& ev)
   if (!p_servant)
     raise<CORBA::BAD_PARAM>(ev, "p_servant = NULL, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::servant_to_id [servant is null.]");
-  if (!uses_default_servant() && !retains())
+  if (!policies.uses_default_servant() && !policies.retains())
     raise<POA::WrongPolicy>(ev, "non_retain,no use_def_servant, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::servant_to_id [wrong policy.]");
-  if (!uses_default_servant() && !unique_id() && !activates_implicitly())
+  if (!policies.uses_default_servant() && !policies.unique_id() && !policies.activates_implicitly())
     raise<POA::WrongPolicy>(ev,
                             "implicit,multiple_id,no use_def_serv, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::servant_to_id [wrong policy.]");
@@ -146,15 +148,15 @@ CORBA::Object* reference_of_active(POAInfo& poa, const ObjectId& oid, ServantBas
 
 CORBA::Object* reference_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& ev) {
   ActiveObjectMap* map = poa.active_object_map;
-  if (map && poa.unique_id()) {
+  if (map && poa.policies.unique_id()) {
     const std::unique_ptr<ObjectId> oid(map->copyOidByServant(&servant));
     POA_TRACE("oid = 0x%lx", trace_address(oid.get()));
     if (oid) return reference_of_active(poa, *oid, servant, ev);
   }
-  if (!poa.activates_implicitly())
+  if (!poa.policies.activates_implicitly())
     raise<POA::ServantNotActive>(ev, "throw PortableServer::POA::ServantNotActive",
                                  "POAInfo::servant_to_reference [ServantNotActive.]");
-  std::unique_ptr<ObjectId> oid(POAInfo::genSystemId());
+  std::unique_ptr<ObjectId> oid(genSystemId());
   if (!oid)
     raise<CORBA::BAD_PARAM>(ev, "oid create failed. throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::servant_to_reference [systemId is null.]");
@@ -175,11 +177,11 @@ CORBA::Object* POAInfo::servant_to_reference(ServantBase* p_servant, CORBA::Envi
     raise<CORBA::BAD_PARAM>(ev, "p_servant==NULL, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::servant_to_reference [servant is null.]");
   const char* refused = nullptr;
-  if (!retains()) {
+  if (!policies.retains()) {
     refused = "non_retain, throw PortableServer::POA::WrongPolicy";
-  } else if (!system_id_assigned()) {
+  } else if (!policies.system_id_assigned()) {
     refused = "retain,user_id.. throw PortableServer::POA::WrongPolicy";
-  } else if (!unique_id() && !activates_implicitly()) {
+  } else if (!policies.unique_id() && !policies.activates_implicitly()) {
     refused = "multiple,no_implicit.. throw PortableServer::POA::WrongPolicy";
   }
   if (refused) raise<POA::WrongPolicy>(ev, refused, "POAInfo::servant_to_reference [wrong policy.]");
@@ -204,17 +206,17 @@ ServantBase* POAInfo::reference_to_servant(CORBA::Object* reference, CORBA::Envi
   POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(maker.get()),
             trace_address(maker ? maker->active_object_map.load() : nullptr));
   if (maker.get() != this) raise<POA::WrongAdapter>(ev, "POAInfo::reference_to_servant [wrong adapter.]");
-  if (!retains() && !uses_default_servant())
+  if (!policies.retains() && !policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "not use_default_servant_policy,throw PortableServer::POA::WrongPolicy",
                             "POAInfo::reference_to_servant [wrong policy.]");
   return replacing<POA::ObjectNotActive, POA::WrongAdapter, POA::WrongPolicy, POA::ObjectNotActive>(
       ev, "throw PortableServer::POA::ObjectNotActive", not_active, [&] {
         ActiveObjectMap* map = active_object_map;
-        if (retains() && !checkEmptyReferenceData(reference) && map) {
+        if (policies.retains() && !checkEmptyReferenceData(reference) && map) {
           const std::unique_ptr<ObjectId> oid(reference_to_id(reference, ev));
           if (ServantBase* servant = map->findServantById(*oid)) return servant;
         }
-        if (uses_default_servant()) return get_servant(ev);
+        if (policies.uses_default_servant()) return get_servant(ev);
         raise<POA::ObjectNotActive>(ev, "throw PortableServer::POA::ObjectNotActive", not_active);
       });
 }
@@ -225,14 +227,14 @@ using ReferenceData = std::unique_ptr<CORBA_sequence_octet, decltype(&CORBA_free
 
 ObjectId* id_of_reference(CORBA::Object* reference, CORBA::Environment& ev) {
   CORBA::Environment core;
-  const ReferenceData data(CORBA_BOA_get_id(POAInfo::_boa, reference->get_ref(), core._evp), CORBA_free);
+  const ReferenceData data(CORBA_BOA_get_id(core_handles.boa, reference->get_ref(), core._evp), CORBA_free);
   if (core._evp->_major != CORBA_NO_EXCEPTION)
     raise<POA::WrongAdapter>(ev, "POAInfo::reference_to_id [CORBA_BOA_get_id.]");
   if (!data || data->_length == 0)
     raise<POA::WrongAdapter>(ev, "referenceData is empty,throw PortableServer::POA::WrongAdapter",
                              "POAInfo::reference_to_id [wrong adapter.]");
   ObjectId* oid = nullptr;
-  POAInfo::GetOid(data.get(), oid, ev);
+  GetOid(data.get(), oid, ev);
   if (!oid) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
   POA_TRACE("POAInfo::reference_to_id end...[return oid]");
   return oid;
@@ -259,14 +261,14 @@ ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev)
   if (oid.length() < 1)
     raise<CORBA::BAD_PARAM>(ev, "oid is empty, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::id_to_servant [oid is invalid.]");
-  if (!retains() && !uses_default_servant())
+  if (!policies.retains() && !policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "non_retain, throw PortableServer::POA::WrongPolicy",
                             "POAInfo::id_to_servant [wrong policy.]");
   return replacing<POA::ObjectNotActive, POA::WrongPolicy, POA::ObjectNotActive>(
       ev, "other ex, throw PortableServer::POA::ObjectNotActive", not_active, [&] {
-        if (ActiveObjectMap* map = active_object_map; map && retains())
+        if (ActiveObjectMap* map = active_object_map; map && policies.retains())
           if (ServantBase* servant = map->findServantById(oid)) return servant;
-        if (uses_default_servant()) {
+        if (policies.uses_default_servant()) {
           ServantBase* servant = get_servant(ev);
           POA_TRACE("POAInfo::id_to_servant end...[return servant]");
           return servant;
@@ -297,7 +299,7 @@ CORBA::Object* POAInfo::id_to_reference(const ObjectId& oid, CORBA::Environment&
   if (oid.length() < 1)
     raise<CORBA::BAD_PARAM>(ev, "oid is empty, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::id_to_reference [oid is invalid.]");
-  if (!retains())
+  if (!policies.retains())
     raise<POA::WrongPolicy>(ev, "non_retain.., throw PortableServer::POA::WrongPolicy",
                             "POAInfo::id_to_reference [wrong policy.]");
   return replacing<POA::ObjectNotActive, POA::WrongPolicy, POA::ObjectNotActive>(

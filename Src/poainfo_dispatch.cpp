@@ -82,7 +82,7 @@ struct Located {
 
 /// The trace lines of a search that found no active servant.
 void trace_no_active_servant(const POAInfo& poa) {
-  if (!poa.retains() && !poa.uses_default_servant()) {
+  if (!poa.policies.retains() && !poa.policies.uses_default_servant()) {
     POA_TRACE("not use_default_servant_policy,throw PortableServer::POA::WrongPolicy");
     POA_TRACE("POAInfo::reference_to_servant [wrong policy.]");
   } else {
@@ -95,7 +95,7 @@ void trace_no_active_servant(const POAInfo& poa) {
 void trace_no_activator(const POAInfo& poa) {
   POA_TRACE("  POAInfo::incarnate call");
   POA_TRACE("POAInfo::incarnate called...");
-  if (!poa.retains()) {
+  if (!poa.policies.retains()) {
     POA_TRACE("non_retain. throw PortableServer::POA::WrongPolicy");
   } else {
     POA_TRACE("not use_servant_manager,throw PortableServer::POA::WrongPolicy");
@@ -139,7 +139,7 @@ Located locate_servant(const RequestTarget& target, const char* operation, CORBA
   Located found;
   found.servant = find_active(target);
   if (found.servant) return found;
-  if (target.poa->retains() && target.poa->uses_servant_manager()) {
+  if (target.poa->policies.retains() && target.poa->policies.uses_servant_manager()) {
     found.servant = ask_activator(target, ev);
     return found;
   }

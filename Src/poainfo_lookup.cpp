@@ -9,24 +9,6 @@
 
 namespace {
 
-/// POA names of a name part, outermost first: the part lists them innermost first.
-class PathNames {
- public:
-  explicit PathNames(std::string_view path) : rest_(path) {}
-  std::optional<std::string_view> next() {
-    if (done_) return std::nullopt;
-    const auto separator = rest_.rfind(poa_seperator[0]);
-    done_ = separator == std::string_view::npos;
-    const auto name = done_ ? rest_ : rest_.substr(separator + 1);
-    if (!done_) rest_ = rest_.substr(0, separator);
-    return name;
-  }
-
- private:
-  std::string_view rest_;
-  bool done_ = false;
-};
-
 /// The child of that name, asked of the adapter activator when it is not there, and waited for while one
 /// fills it. In this order, because an activator makes itself known before it makes the POA.
 POAInfoPtr ready_child(const POAInfoPtr& parent, const char* name, CORBA::Environment& ev) {
@@ -137,8 +119,8 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
   return target;
 }
 
-POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& _ev) {
-  return RequestTarget::find(reference, _ev).poa;
+POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& ev) {
+  return RequestTarget::find(reference, ev).poa;
 }
 
 PortableServer::ServantBase* POAInfo::find_servant(const RequestTarget& target, bool hold) {
@@ -146,10 +128,10 @@ PortableServer::ServantBase* POAInfo::find_servant(const RequestTarget& target, 
   ActiveObjectMap* map = active_object_map;
   POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(this),
             trace_address(map));
-  if (retains() && target.has_data && map) {
+  if (policies.retains() && target.has_data && map) {
     if (PortableServer::ServantBase* found = map->findServantById(target.data.object_id, hold)) return found;
   }
-  if (!uses_default_servant()) return nullptr;
+  if (!policies.uses_default_servant()) return nullptr;
   std::lock_guard lock(
       default_mutex);  // the default servant cannot be taken away between its look-up and its being held
   PortableServer::ServantBase* servant = servant_default;

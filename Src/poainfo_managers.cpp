@@ -40,11 +40,11 @@ constexpr LocatorTexts POSTINVOKE = {"POAInfo::postinvoke [wrong policy.]",
                                      "POAInfo::postinvoke [servant locator is null.]"};
 
 void check_locator_policies(const POAInfo& poa, const LocatorTexts& texts, CORBA::Environment& ev) {
-  if (poa.retains()) {
+  if (poa.policies.retains()) {
     POA_TRACE("retain.. throw PortableServer::POA::WrongPolicy");
     raise<POA::WrongPolicy>(ev, texts.wrong_policy);
   }
-  if (!poa.uses_servant_manager()) {
+  if (!poa.policies.uses_servant_manager()) {
     POA_TRACE("%s", texts.not_manager);
     raise<POA::WrongPolicy>(ev, texts.wrong_policy);
   }
@@ -91,49 +91,49 @@ struct HeldServant {
 
 }  // namespace
 
-ServantBase* POAInfo::incarnate(CORBA::Object* target, CORBA::Environment& _ev) {
-  ServantBase* servant = incarnate_held(RequestTarget::find(target, _ev), _ev);
+ServantBase* POAInfo::incarnate(CORBA::Object* target, CORBA::Environment& ev) {
+  ServantBase* servant = incarnate_held(RequestTarget::find(target, ev), ev);
   PortableServer::ServantAccess::release(*servant);
   return servant;
 }
 
-ServantBase* POAInfo::incarnate_held(const RequestTarget& target, CORBA::Environment& _ev) {
+ServantBase* POAInfo::incarnate_held(const RequestTarget& target, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::incarnate called...");
-  if (!retains()) {
+  if (!policies.retains()) {
     POA_TRACE("non_retain. throw PortableServer::POA::WrongPolicy");
-    raise<POA::WrongPolicy>(_ev, "POAInfo::incarnate [wrong policy.]");
+    raise<POA::WrongPolicy>(ev, "POAInfo::incarnate [wrong policy.]");
   }
-  if (!uses_servant_manager()) {
+  if (!policies.uses_servant_manager()) {
     POA_TRACE("not use_servant_manager,throw PortableServer::POA::WrongPolicy");
-    raise<POA::WrongPolicy>(_ev, "POAInfo::incarnate [wrong policy.]");
+    raise<POA::WrongPolicy>(ev, "POAInfo::incarnate [wrong policy.]");
   }
-  const BorrowedObjectId oid(object_id_of(*this, target, _ev));
-  ServantActivator& activator = activator_of(*this, _ev);
+  const BorrowedObjectId oid(object_id_of(*this, target, ev));
+  ServantActivator& activator = activator_of(*this, ev);
   POA_TRACE("  ServantActivator->incarnate call");
-  ServantBase* servant = activator.incarnate(oid.get(), poa_object, _ev);
+  ServantBase* servant = activator.incarnate(oid.get(), poa_object, ev);
   if (!servant) {
     POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
-    raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [servant is nil.]", MINOR_NO_MANAGER);
+    raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [servant is nil.]", MINOR_NO_MANAGER);
   }
   const PortableServer::ServantInCall call(servant);
   ServantBase* winner = nullptr;
   try {
-    winner = enter_incarnated(oid.get(), *servant, _ev);
+    winner = enter_incarnated(oid.get(), *servant, ev);
   } catch (const CORBA::Exception&) {
     // The POA went while the servant was made: nobody but the activator can take it back.
-    if (destroyed) activator.etherealize(oid.get(), poa_object, servant, 1, 0, _ev);
+    if (destroyed) activator.etherealize(oid.get(), poa_object, servant, 1, 0, ev);
     throw;
   }
   // Another request for the id was first: its servant serves, this one goes back to the activator.
-  if (winner != servant) activator.etherealize(oid.get(), poa_object, servant, 0, 0, _ev);
+  if (winner != servant) activator.etherealize(oid.get(), poa_object, servant, 0, 0, ev);
   POA_TRACE("POAInfo::incarnate end...");
   return winner;
 }
 
-ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant, CORBA::Environment& _ev) {
+ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
   HeldServant dying;  // released after the semaphore
   PoaSemaphoreGuard guard(__LINE__);
-  if (destroyed) raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
+  if (destroyed) raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
   if (ActiveObjectMap* map = active_object_map) {
     ServantBase* active = map->findServantById(oid, /*hold=*/true);
     if (active && !active->get_to_be_deleted() && !active->get_deleted()) return active;
@@ -141,12 +141,12 @@ ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant
       dying.servant = active;
       map->removeById(oid, active);
     }
-    if (unique_id() && map->findOidByServant(&servant)) {
+    if (policies.unique_id() && map->findOidByServant(&servant)) {
       POA_TRACE("unique_id,throw CORBA::StExcep::OBJ_ADAPTER");
-      raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::incarnate [oid is nil.]", MINOR_NO_MANAGER);
+      raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [oid is nil.]", MINOR_NO_MANAGER);
     }
   }
-  std::unique_ptr<ObjectId> copy(PortableServer_ObjectId_duplicate(&oid, _ev));
+  std::unique_ptr<ObjectId> copy(duplicate_oid(&oid));
   ActiveObjectMap* map = map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call");
   map->insertActiveObjectMap(copy.release(), &servant);
@@ -155,38 +155,38 @@ ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant
 }
 
 ServantBase* POAInfo::preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie,
-                                CORBA::Environment& _ev) {
-  return preinvoke(RequestTarget::find(target, _ev), operation, cookie, _ev);
+                                CORBA::Environment& ev) {
+  return preinvoke(RequestTarget::find(target, ev), operation, cookie, ev);
 }
 
 ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie,
-                                CORBA::Environment& _ev) {
+                                CORBA::Environment& ev) {
   POA_TRACE("POAInfo::preinvoke called...");
-  check_locator_policies(*this, PREINVOKE, _ev);
-  const BorrowedObjectId oid(object_id_of(*this, target, _ev));
-  ServantLocator& locator = locator_of(*this, PREINVOKE, _ev);
+  check_locator_policies(*this, PREINVOKE, ev);
+  const BorrowedObjectId oid(object_id_of(*this, target, ev));
+  ServantLocator& locator = locator_of(*this, PREINVOKE, ev);
   POA_TRACE("  ServantLocator->preinvoke call");
-  ServantBase* servant = locator.preinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, _ev);
+  ServantBase* servant = locator.preinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, ev);
   if (!servant) {
     POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
-    raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::preinvoke [servant is nil.]", MINOR_NO_MANAGER);
+    raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::preinvoke [servant is nil.]", MINOR_NO_MANAGER);
   }
   POA_TRACE("POAInfo::preinvoke end...");
   return servant;
 }
 
 void POAInfo::postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie,
-                         ServantBase* servant, CORBA::Environment& _ev) {
-  postinvoke(RequestTarget::find(target, _ev), operation, cookie, servant, _ev);
+                         ServantBase* servant, CORBA::Environment& ev) {
+  postinvoke(RequestTarget::find(target, ev), operation, cookie, servant, ev);
 }
 
 void POAInfo::postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie,
-                         ServantBase* servant, CORBA::Environment& _ev) {
+                         ServantBase* servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::postinvoke called...");
-  check_locator_policies(*this, POSTINVOKE, _ev);
-  const BorrowedObjectId oid(object_id_of(*this, target, _ev));
-  ServantLocator& locator = locator_of(*this, POSTINVOKE, _ev);
+  check_locator_policies(*this, POSTINVOKE, ev);
+  const BorrowedObjectId oid(object_id_of(*this, target, ev));
+  ServantLocator& locator = locator_of(*this, POSTINVOKE, ev);
   POA_TRACE("  ServantLocator->postinvoke call");
-  locator.postinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, servant, _ev);
+  locator.postinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, servant, ev);
   POA_TRACE("POAInfo::postinvoke end...");
 }

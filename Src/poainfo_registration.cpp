@@ -43,7 +43,8 @@ void keep_name(const std::string& name) {
 
 void* lookup(const std::string& name, const char* failed, CORBA::Environment& ev) {
   CORBA::Environment core;
-  void* definition = KQ_ImplementationRep_lookup_id(_implRep, name.c_str(), core._evp);
+  void* definition =
+      KQ_ImplementationRep_lookup_id(core_handles.implementation_repository, name.c_str(), core._evp);
   if (core._evp->_major != CORBA_NO_EXCEPTION) raise<CORBA::BAD_PARAM>(ev, failed);
   return definition;
 }
@@ -107,7 +108,7 @@ void register_interface(const char* intf, const ImplementationName& name, CORBA:
     return;
   }
   keep_name(name.text);
-  if (!announce(POAInfo::_boa, entry->implDef))
+  if (!announce(core_handles.boa, entry->implDef))
     raise<CORBA::BAD_PARAM>(ev, "_POAInfo::POA_impl_is_ready [CORBA_BOA_impl_is_ready.]");
   POA_TRACE("POAInfo::POA_impl_is_ready end...");
   entry->is_ready = 1;
@@ -116,15 +117,15 @@ void register_interface(const char* intf, const ImplementationName& name, CORBA:
 }  // namespace
 
 void POAInfo::POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid,
-                                CORBA::Environment& _ev) {
+                                CORBA::Environment& ev) {
   POA_TRACE("POAInfo::POA_impl_is_ready called...");
-  const char* intf = servant->_primary_interface(*oid, nullptr, _ev);
+  const char* intf = servant->_primary_interface(*oid, nullptr, ev);
   if (!intf) intf = "";
   if (FindImplementationDef(intf)) return;
   const auto name = ImplementationName::now();
   std::lock_guard lock(registration_mutex());
   if (FindImplementationDef(intf)) return;  // another thread was first
-  register_interface(intf, name, _ev);
+  register_interface(intf, name, ev);
 }
 
 // ---- The whole process --------------------------------------------------------------------------
@@ -158,11 +159,11 @@ void register_process(void* boa, const ImplementationName& name, CORBA::Environm
 
 }  // namespace
 
-void _POA_impl_is_ready(void* _boa, CORBA::Environment& _ev) {
+void _POA_impl_is_ready(void* _boa, CORBA::Environment& ev) {
   POA_TRACE("_POA_impl_is_ready called...");
   if (POA_impl_is_ready_fl != 0) return;
   const auto name = ImplementationName::now();
   if (!name.found) return;
   std::lock_guard lock(registration_mutex());
-  if (POA_impl_is_ready_fl == 0) register_process(_boa, name, _ev);
+  if (POA_impl_is_ready_fl == 0) register_process(_boa, name, ev);
 }

@@ -3,6 +3,7 @@
 
 #include "adapteractivation.h"
 #include "poainfo.h"
+#include "referencedata.h"
 
 namespace {
 
@@ -52,33 +53,33 @@ std::size_t POAInfo::name_part_length(std::string_view name) const {
 
 PortableServer::POA_var POAInfo::create_POA(const char* _adapter_name,
                                             PortableServer::POAManager* a_POAManager,
-                                            const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
+                                            const CORBA::PolicyList& list, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::create_POA called...");
   require_name(_adapter_name, "POAInfo::create_POA [adapter_name is nil.]",
-               "POAInfo::create_POA [adapter_name[0] is 0.]", _ev);
+               "POAInfo::create_POA [adapter_name[0] is 0.]", ev);
   // No reference could be made in it.
   if (std::strchr(_adapter_name, poa_seperator[0]) || name_part_length(_adapter_name) > NAME_PART_MAXIMUM)
-    raise<CORBA::BAD_PARAM>(_ev, "POAInfo::create_POA [adapter_name is invalid.]");
+    raise<CORBA::BAD_PARAM>(ev, "POAInfo::create_POA [adapter_name is invalid.]");
   try {
     PortableServer::POA_var made =
-        under_poa_mutex([&] { return add_child(_adapter_name, a_POAManager, policies, _ev); });
+        under_poa_mutex([&] { return add_child(_adapter_name, a_POAManager, list, ev); });
     POA_TRACE("POAInfo::create_POA end...");
     return made;
   } catch (const std::bad_alloc&) {
-    raise<CORBA::NO_MEMORY>(_ev, "POAInfo::create_POA [no memory.]");
+    raise<CORBA::NO_MEMORY>(ev, "POAInfo::create_POA [no memory.]");
   }
 }
 
 PortableServer::POA_var POAInfo::add_child(const char* name, PortableServer::POAManager* manager,
-                                           const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
+                                           const CORBA::PolicyList& list, CORBA::Environment& ev) {
   if (destroyed)  // by another thread, after the caller had found the record
-    raise<CORBA::BAD_PARAM>(_ev, "PortableServer_POA_impl::create_POA [poa_info is null.]");
+    raise<CORBA::BAD_PARAM>(ev, "PortableServer_POA_impl::create_POA [poa_info is null.]");
   if (child_named(name)) {
     POA_TRACE("name=%s exists, throw PortableServer::POA::AdapterAlreadyExists", name);
-    raise<POA::AdapterAlreadyExists>(_ev, "POAInfo::create_POA [adapter already exists.]");
+    raise<POA::AdapterAlreadyExists>(ev, "POAInfo::create_POA [adapter already exists.]");
   }
-  auto child = std::make_shared<POAInfo>(name, manager, policies, _ev);
-  PortableServer::POA_var for_caller = POA::_duplicate(child->createObject(_ev));
+  auto child = std::make_shared<POAInfo>(name, manager, list, ev);
+  PortableServer::POA_var for_caller = POA::_duplicate(child->createObject(ev));
   enter_live(child);  // from here on nothing fails
   child->parent = this;
   child->parent_record = shared_from_this();
@@ -90,14 +91,14 @@ PortableServer::POA_var POAInfo::add_child(const char* name, PortableServer::POA
 // ---- Lookup ----
 
 POAObjectPtr POAInfo::find_POA(const char* _adapter_name, CORBA::Boolean activate_it,
-                               CORBA::Environment& _ev) {
+                               CORBA::Environment& ev) {
   POA_TRACE("POAInfo::find_POA called...");
   require_name(_adapter_name, "POAInfo::find_POA [adapter_name is null.]",
-               "POAInfo::find_POA [adapter_name[0] is 0.]", _ev);
+               "POAInfo::find_POA [adapter_name[0] is 0.]", ev);
   POA_TRACE("call findChildByName %s activate_it=%d", _adapter_name, activate_it);
-  const POAInfoPtr child = findChildByName(_adapter_name, _ev, activate_it);
+  const POAInfoPtr child = findChildByName(_adapter_name, ev, activate_it);
   if (!child) {
-    raise<POA::AdapterNonExistent>(_ev, "No Exists.throw PortableServer::POA::AdapterNonExistent.",
+    raise<POA::AdapterNonExistent>(ev, "No Exists.throw PortableServer::POA::AdapterNonExistent.",
                                    "POAInfo::find_POA [AdapterNonExistent.]");
   }
   POA_TRACE("POAInfo::find_POA end...[return poa_object]");
@@ -111,10 +112,10 @@ POAInfo* POAInfo::child_named(const char* name) const {
   return nullptr;
 }
 
-POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environment& _ev, CORBA::Boolean act) {
+POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environment& ev, CORBA::Boolean act) {
   POA_TRACE("POAInfo::findChildByName called...");
   if (!_adapter_name) {
-    raise<CORBA::BAD_PARAM>(_ev, "name=NULL,throw CORBA::StExcep::BAD_PARAM",
+    raise<CORBA::BAD_PARAM>(ev, "name=NULL,throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::findChildByName [adapter_name is nil.]");
   }
   {
@@ -128,29 +129,29 @@ POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environmen
   }
   PortableServer::AdapterActivator* activator = adapter_activator;
   if (!act || CORBA::is_nil(activator)) {
-    raise<POA::AdapterNonExistent>(_ev, "not found name,non adapter_act,throw AdapterNonExistent",
+    raise<POA::AdapterNonExistent>(ev, "not found name,non adapter_act,throw AdapterNonExistent",
                                    "POAInfo::findChildByName [adapter_activator is nil.]");
   }
-  return ask_activator(*activator, _adapter_name, _ev);
+  return ask_activator(*activator, _adapter_name, ev);
 }
 
 POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, const char* name,
-                                  CORBA::Environment& _ev) {
+                                  CORBA::Environment& ev) {
   const AdapterActivation activation(identity, name);
   {  // another thread's may just have come to its end
     MutexGuard guard(poa_mutex);
     if (POAInfo* child = child_named(name)) return child->shared_from_this();
   }
   POA_TRACE("call adapter_activator->unknown_adapter..");
-  if (!activator.unknown_adapter(poa_object, const_cast<char*>(name), _ev)) {
-    raise<POA::AdapterNonExistent>(_ev, "adapter_act returns NULL,throw AdapterNonExistent",
+  if (!activator.unknown_adapter(poa_object, const_cast<char*>(name), ev)) {
+    raise<POA::AdapterNonExistent>(ev, "adapter_act returns NULL,throw AdapterNonExistent",
                                    "POAInfo::findChildByName [adapter_activator->unknown_adapter.]");
   }
   {
     MutexGuard guard(poa_mutex);
     if (POAInfo* child = child_named(name)) return child->shared_from_this();
   }
-  raise<POA::AdapterNonExistent>(_ev, "adapter_act returns NULL,  throw AdapterNonExistent",
+  raise<POA::AdapterNonExistent>(ev, "adapter_act returns NULL,  throw AdapterNonExistent",
                                  "POAInfo::findChildByName [adapter_act returns null.]");
 }
 
@@ -161,10 +162,10 @@ char* POAInfo::the_name(CORBA::Environment&) {
   return adapter_name;
 }
 
-PortableServer::POA* POAInfo::the_parent(CORBA::Environment& _ev) {
+PortableServer::POA* POAInfo::the_parent(CORBA::Environment& ev) {
   POA_TRACE("POAInfo::the_parent called...");
   if (!parent) {
-    raise<CORBA::BAD_PARAM>(_ev, "poa_info=NULL, throw CORBA::StExcep::BAD_PARAM",
+    raise<CORBA::BAD_PARAM>(ev, "poa_info=NULL, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::the_parent [poa_info is null.]");
   }
   return parent->poa_object;
@@ -201,30 +202,30 @@ void POAInfo::the_activator(PortableServer::AdapterActivator* adapterActivator_p
 // ---- Destruction ----
 
 void POAInfo::destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                      CORBA::Environment& _ev) {
+                      CORBA::Environment& ev) {
   POA_TRACE("POAInfo::destroy called...");
-  under_poa_mutex([&] { _destroy(etherealize_objects, wait_for_completion_, _ev); });
+  under_poa_mutex([&] { _destroy(etherealize_objects, wait_for_completion_, ev); });
   POA_TRACE("POAInfo::destroy end...");
 }
 
 void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                       CORBA::Environment& _ev) {
+                       CORBA::Environment& ev) {
   POA_TRACE("POAInfo::_destroy called...");
   if (this == root_poa_info) {
-    raise<CORBA::BAD_PARAM>(_ev, "pos is root, throw CORBA::StExcep::BAD_PARAM",
+    raise<CORBA::BAD_PARAM>(ev, "pos is root, throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::_destroy [this is root_poa_info.]");
   }
-  if (destroyed) raise<CORBA::BAD_PARAM>(_ev, "PortableServer_POA_impl::destroy [poa_info is null.]");
+  if (destroyed) raise<CORBA::BAD_PARAM>(ev, "PortableServer_POA_impl::destroy [poa_info is null.]");
   destroyed = true;  // from here on no child is made, not even by a servant activator that is called below
   ++tree_changes;    // threads that remember the POA look it up again, and wait for the lock
   try {
-    destroy_children(etherealize_objects, wait_for_completion_, _ev);
+    destroy_children(etherealize_objects, wait_for_completion_, ev);
     withdraw_default_servant();
-    if (ActiveObjectMap* map = active_object_map; retains() && map) {
+    if (ActiveObjectMap* map = active_object_map; policies.retains() && map) {
       POA_TRACE("call clear_servants");
       map->clear_servants(poa_object);
     }
-    etherealize_destroyed(etherealize_objects, wait_for_completion_, _ev);
+    etherealize_destroyed(etherealize_objects, wait_for_completion_, ev);
   } catch (...) {
     destroyed = !is_live(*this);  // still in the tree: it works on and can be destroyed again
     throw;
@@ -232,12 +233,12 @@ void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_f
 }
 
 void POAInfo::destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                               CORBA::Environment& _ev) {
+                               CORBA::Environment& ev) {
   while (first_child) {
     const POAInfoPtr child = first_child->shared_from_this();
     // A child may have been destroyed and not be unlinked yet: by another thread, or further out on this
     // thread's stack.
-    if (!child->destroyed) child->_destroy(etherealize_objects, wait_for_completion_, _ev);
+    if (!child->destroyed) child->_destroy(etherealize_objects, wait_for_completion_, ev);
     unlink(*child);
   }
 }
@@ -248,17 +249,17 @@ void POAInfo::withdraw_default_servant() {
   const auto oid = default_oid();
   PortableServer::ServantBase* servant = exchange_default(nullptr, nullptr);
   if (!servant) return;
-  if (oid) PortableServer::ServantAccess::withdraw_reference(*servant, poa_object, *oid, _orb);
+  if (oid) PortableServer::ServantAccess::withdraw_reference(*servant, poa_object, *oid, core_handles.orb);
   servant->rem_default_servant_ref();
 }
 
 void POAInfo::etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                                    CORBA::Environment& _ev) {
+                                    CORBA::Environment& ev) {
   PortableServer::ServantManager* servant_manager = nullptr;
   try {
-    servant_manager = get_servant_manager(_ev);
+    servant_manager = get_servant_manager(ev);
   } catch (const CORBA::Exception&) {
-    return;  // the POA uses none; _ev keeps what the question stored there
+    return;  // the POA uses none; ev keeps what the question stored there
   }
   if (CORBA::is_nil(servant_manager)) {
     POA_TRACE("POAInfo::_destroy end...");
@@ -269,11 +270,11 @@ void POAInfo::etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::B
     PoaSemaphoreGuard guard(__LINE__);
     map = active_object_map;
   }
-  if (retains() && map && etherealize_objects) {
+  if (policies.retains() && map && etherealize_objects) {
     auto* activator =
         static_cast<PortableServer::ServantActivator*>(servant_manager->get_servant_activator());
     POA_TRACE(" active_object_map->ethrealize call");
-    if (activator) map->etherealize(poa_object, etherealize_objects, wait_for_completion_, activator, _ev);
+    if (activator) map->etherealize(poa_object, etherealize_objects, wait_for_completion_, activator, ev);
   }
   POA_TRACE("POAInfo::_destroy end...[Servant Manager is not NULL]");
 }

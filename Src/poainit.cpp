@@ -52,7 +52,7 @@ void make_root(CORBA::Environment& ev) {
   CORBA::PolicyList policies;
   policies.length(1);
   policies[0] = PortableServer::ImplicitActivationPolicy::_duplicate(
-      POAInfo::create_implicit_activation_policy(PortableServer::IMPLICIT_ACTIVATION, ev));
+      shared_policy<PortableServer::ImplicitActivationPolicy>(PortableServer::IMPLICIT_ACTIVATION, ev));
   const auto record = std::make_shared<POAInfo>("rootPOA", PortableServer::POAManager::_nil(), policies, ev);
   PortableServer::POA* object = record->createObject(ev);
   {
@@ -69,12 +69,9 @@ void* start(void* orb) {
   CORBA::Environment ev;
   if (!create_mutexes()) return nullptr;
   install_upcalls();
-  {
-    MutexGuard guard(poa_mutex);
-    POAInfo::system_id = 0x01234567;
-  }
-  if (!resolve(orb, "KQ_LightInterfaceRepository", _intfRep) ||
-      !resolve(orb, "ImplementationRepository", _implRep))
+  set_system_id(0x01234567);
+  if (!resolve(orb, "KQ_LightInterfaceRepository", core_handles.interface_repository) ||
+      !resolve(orb, "ImplementationRepository", core_handles.implementation_repository))
     return nullptr;
   clear_implementation_table();
   make_current(ev);
@@ -91,8 +88,8 @@ void* start(void* orb) {
 
 extern "C" void* _poa_init(void* orb, void* boa) {
   POA_TRACE("_poa_init");
-  POAInfo::_orb = orb;
-  POAInfo::_boa = boa;
+  core_handles.orb = orb;
+  core_handles.boa = boa;
   void* root = initialised ? POAInfo::root_poa->get_ref() : start(orb);
   if (root) ZR_register_initial_reference(orb, "POACurrent", poa_current->get_ref());
   return root;

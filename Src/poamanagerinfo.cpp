@@ -100,12 +100,8 @@ POAManagerInfo::~POAManagerInfo() { live_managers().leave(this); }
 
 PortableServer::POAManager* POAManagerInfo::createObject(CORBA::Environment& ev) {
   POA_TRACE("POAManagerInfo::createObject this=0x%lx", trace_address(this));
-  ValueReferenceData<Identity> data(identity);
-  CORBA_Environment core{};
-  void* reference = POAInfo::createObject(&data.sequence, MANAGER_ID, MANAGER_ID, nullptr, &core);
-  if (!reference) raise<CORBA::BAD_PARAM>(ev, "POAManagerInfo::createObject [obj is nil.]");
-  poamanager_object = new PortableServer_POAManager_impl;
-  poamanager_object->set_ref(reference);
+  poamanager_object = own_object<PortableServer_POAManager_impl>(identity, MANAGER_ID);
+  if (!poamanager_object) raise<CORBA::BAD_PARAM>(ev, "POAManagerInfo::createObject [obj is nil.]");
   return poamanager_object;
 }
 
@@ -203,21 +199,21 @@ void POAManagerInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boole
 
 // ---- What a manager does to POA records ----
 
-void POAInfo::activate(POAManagerInfo*, CORBA::Environment& _ev) {
+void POAInfo::activate(POAManagerInfo*, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::activate called...");
-  _POA_impl_is_ready(POAInfo::_boa, _ev);
+  _POA_impl_is_ready(core_handles.boa, ev);
   ZR_queue_begin();  // also where there is no name to register under
   POA_TRACE("POAInfo::activate end...");
 }
 
 void POAInfo::deactivate(POAManagerInfo* manager, CORBA::Boolean etherealize_objects,
-                         CORBA::Boolean wait_for_completion_, CORBA::Environment& _ev) {
+                         CORBA::Boolean wait_for_completion_, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::deactivate[POAManger] called...");
-  replacing<AdapterInactive>(_ev, "throw PortableServer::POAManager::AdapterInactive",
+  replacing<AdapterInactive>(ev, "throw PortableServer::POAManager::AdapterInactive",
                              "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]", [&] {
                                if (manager == poa_managerInfo_ptr) {
                                  POA_TRACE("  POAInfo::deactivate call");
-                                 deactivate(etherealize_objects, wait_for_completion_, _ev);
+                                 deactivate(etherealize_objects, wait_for_completion_, ev);
                                }
                                MutexGuard guard(poa_mutex);
                                // A program's etherealize may destroy POAs: the children are those of now,
@@ -227,32 +223,32 @@ void POAInfo::deactivate(POAManagerInfo* manager, CORBA::Boolean etherealize_obj
                                  children.push_back(child->shared_from_this());
                                for (const POAInfoPtr& child : children)
                                  if (!child->destroyed)
-                                   child->deactivate(manager, etherealize_objects, wait_for_completion_, _ev);
+                                   child->deactivate(manager, etherealize_objects, wait_for_completion_, ev);
                              });
   POA_TRACE("POAInfo::deactivate[POAManager] end...");
 }
 
 void POAInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                         CORBA::Environment& _ev) {
+                         CORBA::Environment& ev) {
   POA_TRACE("POAInfo::deactivate called...");
-  replacing<AdapterInactive>(_ev, "throw PortableServer::POAManager::AdapterInactive",
+  replacing<AdapterInactive>(ev, "throw PortableServer::POAManager::AdapterInactive",
                              "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]",
-                             [&] { etherealize_active(etherealize_objects, wait_for_completion_, _ev); });
+                             [&] { etherealize_active(etherealize_objects, wait_for_completion_, ev); });
   POA_TRACE("POAInfo::deactivate end...");
 }
 
 void POAInfo::etherealize_active(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                                 CORBA::Environment& _ev) {
+                                 CORBA::Environment& ev) {
   if (!etherealize_objects) return;
   POA_TRACE("  POAInfo::deactivate [etherealize_objects is TRUE]");
-  if (!retains() || !uses_servant_manager()) return;
-  PortableServer::ServantManager* servant_manager = get_servant_manager(_ev);
+  if (!policies.retains() || !policies.uses_servant_manager()) return;
+  PortableServer::ServantManager* servant_manager = get_servant_manager(ev);
   if (CORBA::is_nil(servant_manager) || !servant_manager->is_activator()) {
     if (CORBA::is_nil(servant_manager)) POA_TRACE("throw CORBA::StExcep::OBJ_ADAPTER");
-    raise<CORBA::OBJ_ADAPTER>(_ev, "POAInfo::deactivate [servant manager is nil.]", MINOR_NO_MANAGER);
+    raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::deactivate [servant manager is nil.]", MINOR_NO_MANAGER);
   }
   auto* activator = static_cast<PortableServer::ServantActivator*>(servant_manager->get_servant_activator());
   POA_TRACE("  AOM->etherealize call");
   if (ActiveObjectMap* map = active_object_map; map && activator)
-    map->etherealize(poa_object, etherealize_objects, wait_for_completion_, activator, _ev);
+    map->etherealize(poa_object, etherealize_objects, wait_for_completion_, activator, ev);
 }

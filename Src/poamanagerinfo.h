@@ -3,7 +3,7 @@
 
 #include <atomic>
 
-#include "identity.h"
+#include "ownobject.h"
 #include "poa.h"
 
 /// One a POA manager; lives until the process ends. State changes are made under poa_mutex; reading the state

@@ -106,76 +106,65 @@ void PortableServer_POA_impl::destroy(CORBA::Boolean etherealize_objects, CORBA:
 
 // ---- Policies ----
 
+namespace {
+
+/// A duplicate of a shared policy, asked of any POA.
+template <class Kind>
+Kind* policy(POA* self, typename Kind::value_type value, CORBA::Environment& env, const char* no_record,
+             const char* is_nil) {
+  return on_record(self, env, no_record,
+                   [&](POAInfo&) { return duplicate(shared_policy<Kind>(value, env), env, is_nil); });
+}
+
+}  // namespace
+
 ThreadPolicy* PortableServer_POA_impl::create_thread_policy(ThreadPolicyValue value,
                                                             CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_thread_policy [poa_info is null.]", [&](POAInfo&) {
-        return duplicate(POAInfo::create_thread_policy(value, env), env,
-                         "PortableServer_POA_impl::create_thread_policy [thread policy is nil.]");
-      });
+  return policy<ThreadPolicy>(this, value, env,
+                              "PortableServer_POA_impl::create_thread_policy [poa_info is null.]",
+                              "PortableServer_POA_impl::create_thread_policy [thread policy is nil.]");
 }
 
 LifespanPolicy* PortableServer_POA_impl::create_lifespan_policy(LifespanPolicyValue value,
                                                                 CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_lifespan_policy [poa_info is null.]", [&](POAInfo&) {
-        return duplicate(POAInfo::create_lifespan_policy(value, env), env,
-                         "PortableServer_POA_impl::create_lifespan_policy [lifespan policy is nil.]");
-      });
+  return policy<LifespanPolicy>(this, value, env,
+                                "PortableServer_POA_impl::create_lifespan_policy [poa_info is null.]",
+                                "PortableServer_POA_impl::create_lifespan_policy [lifespan policy is nil.]");
 }
 
 IdUniquenessPolicy* PortableServer_POA_impl::create_id_uniqueness_policy(IdUniquenessPolicyValue value,
                                                                          CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_id_uniqueness_policy [poa_info is null.]", [&](POAInfo&) {
-        return duplicate(
-            POAInfo::create_id_uniqueness_policy(value, env), env,
-            "PortableServer_POA_impl::create_id_uniqueness_policy [id_uniqueness policy is nil.]");
-      });
+  return policy<IdUniquenessPolicy>(
+      this, value, env, "PortableServer_POA_impl::create_id_uniqueness_policy [poa_info is null.]",
+      "PortableServer_POA_impl::create_id_uniqueness_policy [id_uniqueness policy is nil.]");
 }
 
 IdAssignmentPolicy* PortableServer_POA_impl::create_id_assignment_policy(IdAssignmentPolicyValue value,
                                                                          CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_id_assignment_policy [poa_info is null.]", [&](POAInfo&) {
-        return duplicate(
-            POAInfo::create_id_assignment_policy(value, env), env,
-            "PortableServer_POA_impl::create_id_assignment_policy [id_assignment policy is nil.]");
-      });
+  return policy<IdAssignmentPolicy>(
+      this, value, env, "PortableServer_POA_impl::create_id_assignment_policy [poa_info is null.]",
+      "PortableServer_POA_impl::create_id_assignment_policy [id_assignment policy is nil.]");
 }
 
 ImplicitActivationPolicy* PortableServer_POA_impl::create_implicit_activation_policy(
     ImplicitActivationPolicyValue value, CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_implicit_activation_policy [poa_info is null.]",
-      [&](POAInfo&) {
-        return duplicate(
-            POAInfo::create_implicit_activation_policy(value, env), env,
-            // One literal, so that it can be searched for.
-            "PortableServer_POA_impl::create_implicit_activation_policy [implicit_activation policy is nil.]");
-      });
+  return policy<ImplicitActivationPolicy>(
+      this, value, env, "PortableServer_POA_impl::create_implicit_activation_policy [poa_info is null.]",
+      "PortableServer_POA_impl::create_implicit_activation_policy [implicit_activation policy is nil.]");
 }
 
 ServantRetentionPolicy* PortableServer_POA_impl::create_servant_retention_policy(
     ServantRetentionPolicyValue value, CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_servant_retention_policy [poa_info is null.]",
-      [&](POAInfo&) {
-        return duplicate(
-            POAInfo::create_servant_retention_policy(value, env), env,
-            "PortableServer_POA_impl::create_servant_retention_policy [servant_retention policy is nil.]");
-      });
+  return policy<ServantRetentionPolicy>(
+      this, value, env, "PortableServer_POA_impl::create_servant_retention_policy [poa_info is null.]",
+      "PortableServer_POA_impl::create_servant_retention_policy [servant_retention policy is nil.]");
 }
 
 RequestProcessingPolicy* PortableServer_POA_impl::create_request_processing_policy(
     RequestProcessingPolicyValue value, CORBA::Environment& env) {
-  return on_record(
-      this, env, "PortableServer_POA_impl::create_request_processing_policy [poa_info is null.]",
-      [&](POAInfo&) {
-        return duplicate(
-            POAInfo::create_request_processing_policy(value, env), env,
-            "PortableServer_POA_impl::create_request_processing_policy [request_processing policy is nil.]");
-      });
+  return policy<RequestProcessingPolicy>(
+      this, value, env, "PortableServer_POA_impl::create_request_processing_policy [poa_info is null.]",
+      "PortableServer_POA_impl::create_request_processing_policy [request_processing policy is nil.]");
 }
 
 // ---- Servant manager and default servant ----

@@ -1,5 +1,6 @@
 // The seven policy classes: instances of one template.
-#include "policykinds.h"
+#include "ownobject.h"
+#include "policyset.h"
 
 // ---- PortableServer::ThreadPolicy and the others ----
 

@@ -6,21 +6,40 @@
 //   ulong     = 32 bits, little-endian
 #pragma once
 
-#include <array>
+#include <optional>
 #include <string_view>
 
 #include "poa/types.h"
 
-/// The octets of an id, in place.
-inline std::string_view oid_view(const PortableServer::ObjectId& oid) {
-  return {reinterpret_cast<const char*>(oid.get_buffer()), oid.length()};
-}
+/// Upper bounds.
+inline constexpr CORBA::ULong NAME_PART_MAXIMUM = 1024;
+inline constexpr CORBA::ULong REFERENCE_DATA_MAXIMUM = 2056;
+inline constexpr const char* poa_seperator = "\xFF";
 
-/// A new id with these octets, owned by the caller; std::bad_alloc without memory.
-PortableServer::ObjectId* make_oid(std::string_view octets);
+// ---- Writing ----
 
-/// The first four octets of an id as trace lines print them; 0 for those it lacks.
-std::array<unsigned, 4> trace_octets(std::string_view oid);
+/// Appends to a sequence whose maximum and buffer the caller has set. Each answers false when there is no room.
+class SequenceWriter {
+ public:
+  explicit SequenceWriter(CORBA_sequence_octet& target) : target_(target) {}
+  bool put(std::string_view octets);
+  bool put_word(CORBA::ULong value);
+  /// Zero octets up to a multiple of 4.
+  bool pad();
+  CORBA::ULong used() const { return used_; }
+  /// Sets the sequence's length; true.
+  bool finish();
+
+ private:
+  CORBA_sequence_octet& target_;
+  CORBA::ULong used_ = 0;
+};
+
+/// Writes the data of an object; false when there is no room.
+bool createPOAReferenceData(CORBA_sequence_octet* data, const CORBA_sequence_octet* name_part,
+                            CORBA::ULong id_assignment, const PortableServer::ObjectId& oid);
+
+// ---- Reading ----
 
 /// Reference data read in place: the views live as long as the octets.
 struct ReferenceDataView {
@@ -37,14 +56,19 @@ struct ReferenceDataView {
   bool read(CORBA::Object* reference);
 };
 
-/// When an id was made, as its unique form prints it.
-struct SystemIdTime {
-  CORBA::ULong seconds = 0;  // since 1970
-  CORBA::ULong millisecond = 0;
-};
-/// The time for the next id: `now`, or the millisecond after `last` when the clock has not moved past that.
-SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& now);
+/// POA names of a path, outermost first: the path lists them innermost first.
+class PathNames {
+ public:
+  explicit PathNames(std::string_view path) : rest_(path) {}
+  std::optional<std::string_view> next();
 
-inline constexpr CORBA::ULong UNIQUE_ID_LENGTH = 36;
-/// "P%08xT%08x.%08xC%08x" of process, time and a constant, with its NUL.
-void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], CORBA::ULong process, const SystemIdTime& time);
+ private:
+  std::string_view rest_;
+  bool done_ = false;
+};
+
+/// Stores a new id through `oid`, null without memory; BAD_PARAM when the data ends before what it claims.
+void GetOid(const CORBA_sequence_octet* data, PortableServer::ObjectId*& oid, CORBA::Environment& ev);
+
+/// 1 when the reference carries no reference data.
+int checkEmptyReferenceData(CORBA::Object* reference);

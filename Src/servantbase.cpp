@@ -22,7 +22,7 @@ POA* ServantBase::_default_POA() { return nullptr; }
 
 CORBA::InterfaceDef* ServantBase::_get_interface(CORBA::Environment&) {
   CORBA::Environment core;
-  void* handle = CORBA_Repository_lookup_id(_intfRep, _intf ? _intf : "", core._evp);
+  void* handle = CORBA_Repository_lookup_id(core_handles.interface_repository, _intf ? _intf : "", core._evp);
   const bool raised =
       core._evp->_major == CORBA_USER_EXCEPTION || core._evp->_major == CORBA_SYSTEM_EXCEPTION;
   if (raised)

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "poainfo.h"
+#include "referencedata.h"
 #include "zrsv/of_thread.h"
 
 namespace PortableServer {
@@ -274,7 +275,7 @@ std::vector<Withdrawn> take_all(ObjectRefList*& list) {
     if (node->get_oid()->length() != 0) {
       taken.push_back({node->get_record(), {}});
       taken.back().content = take(*node);
-      if (taken.back().content.object.in()) unbind(*taken.back().content.object.in(), POAInfo::_orb);
+      if (taken.back().content.object.in()) unbind(*taken.back().content.object.in(), core_handles.orb);
     } else {
       ++removals;
       delete node->get_oid();
@@ -299,7 +300,7 @@ void ServantBase::deactivate_ObjectReference() {
     taken = take_all(_object_ref);
   }
   for (const auto& [record, content] : taken) {
-    ActiveObjectMap* map = record && record->retains() ? record->active_object_map.load() : nullptr;
+    ActiveObjectMap* map = record && record->policies.retains() ? record->active_object_map.load() : nullptr;
     if (map) {
       map->deactivateByOid(*content.oid);
       map->removeById(*content.oid, this);
@@ -317,7 +318,7 @@ ServantBase::~ServantBase() {
     ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it
   for (ObjectRefList* node = _object_ref; node; node = node->get_next()) {
     const Content content = take(*node);
-    if (content.object.in()) unbind(*content.object.in(), POAInfo::_orb);
+    if (content.object.in()) unbind(*content.object.in(), core_handles.orb);
   }
   delete _object_ref;
 }

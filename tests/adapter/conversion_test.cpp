@@ -50,8 +50,8 @@ TEST_F(Conversion, DecisionTable) {
   };
   for (const auto& row : rows) {
     POAInfo* const poa = row.poa.get();
-    if (poa->retains()) poa->activate_object_with_id(a, &servant, env);
-    if (poa->uses_default_servant()) poa->set_servant(&fallback, env);
+    if (poa->policies.retains()) poa->activate_object_with_id(a, &servant, env);
+    if (poa->policies.uses_default_servant()) poa->set_servant(&fallback, env);
     const auto id_word = [&](ObjectId* oid) {
       const ObjectId_var owned(oid);
       const auto default_oid = poa->default_oid();
@@ -108,7 +108,7 @@ TEST_F(Conversion, ABindingThatIsRefusedEndsTheConversion) {
   const POAInfoPtr poa = make();
   poa->activate_object_with_id(a, &servant, env);
   const CORBA::Object_var bound_before(poa->POACreateReference(a, "IDL:test/Plain:1.0", env));
-  CORBA_ORB_bind_object2(POAInfo::_orb, bound_before->get_ref(), nullptr, env._evp);
+  CORBA_ORB_bind_object2(core_handles.orb, bound_before->get_ref(), nullptr, env._evp);
   expect_raised<POA::ServantNotActive>([&](auto& ev) { poa->servant_to_reference(&servant, ev); });
   poa->deactivate_object(a, env);
   PlainServant nameless(nullptr);

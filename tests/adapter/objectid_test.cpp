@@ -6,6 +6,7 @@
 #include <set>
 
 #include "objects.h"
+#include "referencedata.h"
 
 using namespace PortableServer;
 using namespace std::literals;
@@ -19,7 +20,7 @@ std::string data_of(POA* poa, const ObjectId& oid) {
   CORBA_sequence_octet name{sizeof name_octets, 0, name_octets}, data{sizeof data_octets, 0, data_octets};
   const POAInfoPtr record = record_of(poa);
   EXPECT_TRUE(record->createNameReferenceData(&name));
-  EXPECT_TRUE(record->createPOAReferenceData(&data, &name, oid));
+  EXPECT_TRUE(createPOAReferenceData(&data, &name, record->policies.id_assignment, oid));
   return {reinterpret_cast<char*>(data_octets), data._length};
 }
 
@@ -56,12 +57,12 @@ TEST_F(Ids, TheVariableChoosesTheFormAndManyThreadsGetDifferentOnes) {
   std::snprintf(process, sizeof process, "P%08x", static_cast<unsigned>(getpid()));
   for (const bool unique : {true, false}) {
     if (!unique) ::setenv("POA_UNIQUE_SYSID", "true", 1);  // anything but "TRUE"
-    const CORBA::ULong before = POAInfo::system_id;
+    const CORBA::ULong before = next_system_id();
     std::mutex mutex;
     std::set<std::string> seen;
     run_together(4, [&](std::size_t) {
       for (int i = 0; i < 500; ++i) {
-        const ObjectId_var oid(POAInfo::genSystemId());
+        const ObjectId_var oid(genSystemId());
         std::lock_guard lock(mutex);
         seen.insert(text_of(oid.in()));
       }
@@ -104,7 +105,7 @@ TEST_F(Ids, GoldenReferenceDataAndEveryTruncation) {
               std::tuple(row.path, row.tag, row.oid));
     --data._length;
     ObjectId* oid = nullptr;
-    expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAInfo::GetOid(&data, oid, ev); });
+    expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { GetOid(&data, oid, ev); });
   }
   for (const std::string& claims_too_much :
        {"\xFF\xFF\xFF\xFF\101B\0\0\7\0\0\0\0\0\0\0"s, "\xFC\xFF\xFF\xFF\101B\0\0\7\0\0\0\0\0\0\0"s,

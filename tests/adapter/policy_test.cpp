@@ -2,16 +2,16 @@
 #include <set>
 
 #include "objects.h"
-#include "policykinds.h"
+#include "policyset.h"
 
 using namespace PortableServer;
 using testing::ElementsAre;
 
 namespace {
 
-template <class Kind, Kind* (*Factory)(typename Kind::value_type, CORBA::Environment&)>
+template <class Kind>
 CORBA::Policy* made_by(CORBA::ULong value, CORBA::Environment& ev) {
-  Kind* policy = Factory(static_cast<typename Kind::value_type>(value), ev);
+  Kind* policy = shared_policy<Kind>(static_cast<typename Kind::value_type>(value), ev);
   EXPECT_EQ(policy->value(), value);
   return policy;
 }
@@ -22,13 +22,13 @@ const struct {
   CORBA::PolicyType type;
   std::vector<PolicyTag> tags;
 } kinds[] = {
-    {made_by<ThreadPolicy, POAInfo::create_thread_policy>, 16, {0, 1}},
-    {made_by<LifespanPolicy, POAInfo::create_lifespan_policy>, 17, {2, 3}},
-    {made_by<IdUniquenessPolicy, POAInfo::create_id_uniqueness_policy>, 18, {4, 5}},
-    {made_by<IdAssignmentPolicy, POAInfo::create_id_assignment_policy>, 19, {6, 7}},
-    {made_by<ImplicitActivationPolicy, POAInfo::create_implicit_activation_policy>, 20, {8, 9}},
-    {made_by<ServantRetentionPolicy, POAInfo::create_servant_retention_policy>, 21, {10, 11}},
-    {made_by<RequestProcessingPolicy, POAInfo::create_request_processing_policy>, 22, {12, 13, 14}},
+    {made_by<ThreadPolicy>, 16, {0, 1}},
+    {made_by<LifespanPolicy>, 17, {2, 3}},
+    {made_by<IdUniquenessPolicy>, 18, {4, 5}},
+    {made_by<IdAssignmentPolicy>, 19, {6, 7}},
+    {made_by<ImplicitActivationPolicy>, 20, {8, 9}},
+    {made_by<ServantRetentionPolicy>, 21, {10, 11}},
+    {made_by<RequestProcessingPolicy>, 22, {12, 13, 14}},
 };
 
 class Policies : public ObjectTest {
@@ -37,7 +37,7 @@ class Policies : public ObjectTest {
     POA_var poa = child(top, unique_name("p"), list);
     const POAInfoPtr record = record_of(poa);
     std::vector<PolicyTag> tags;
-    for (const PolicyKind& kind : policy_kinds) tags.push_back((*record).*kind.field);
+    for (const PolicyKind& kind : policy_kinds) tags.push_back(record->policies.*kind.field);
     poa->destroy(false, false);
     return tags;
   }
@@ -117,7 +117,7 @@ TEST_F(Policies, AnyReferenceIsTakenForAPolicy) {
   const auto carrying = [&](std::uint32_t octets, std::uint32_t number) {
     CORBA_sequence_octet data{octets, octets, reinterpret_cast<unsigned char*>(&number)};
     CORBA::Policy* policy = new PortableServer_ThreadPolicy_impl;
-    policy->set_ref(POAInfo::createObject(&data, "IDL:x:1.0", "IDL:x:1.0", nullptr, env._evp));
+    policy->set_ref(create_reference_handle(&data, "IDL:x:1.0", "IDL:x:1.0", env._evp));
     return policy;
   };
   const std::tuple<const char*, CORBA::Policy*, PolicyTag> rows[] = {

@@ -1,6 +1,6 @@
 // Start-up, the root POA, records and their proof of life, and the frame of the POA's operations.
 #include "objects.h"
-#include "policykinds.h"
+#include "policyset.h"
 
 using namespace PortableServer;
 
@@ -16,7 +16,7 @@ TEST(FirstStart, WhenItFailsTheNextOneDoesItAll) {
   EXPECT_EQ(_poa_init(&no_orb, nullptr), nullptr) << "the repositories cannot be resolved there";
   EXPECT_FALSE(initialised);
   EXPECT_EQ(_call_cpp_, call_cpp_handler);
-  EXPECT_EQ(POAInfo::system_id, 0x01234567u);
+  EXPECT_EQ(next_system_id(), 0x01234567u);
   EXPECT_NE(test_root_poa(), nullptr);
   EXPECT_TRUE(initialised);
 }
@@ -26,7 +26,7 @@ TEST_F(StartUp, TheRootPoaStandsWhole) {
   const POAInfoPtr record = record_of(root);
   EXPECT_TRUE(record.get() == root_poa_info && !record->parent);
   std::vector<PolicyTag> tags;
-  for (const PolicyKind& kind : policy_kinds) tags.push_back((*record).*kind.field);
+  for (const PolicyKind& kind : policy_kinds) tags.push_back(record->policies.*kind.field);
   EXPECT_THAT(tags, testing::ElementsAre(0, 2, 4, 7, 8, 10, 12));
   for (auto* id : {ZR_object_get_IntfID, ZR_object_get_ImplID})
     EXPECT_STREQ(id(POAInfo::root_poa->get_ref(), 0, env._evp), "IDL:org.omg/PortableServer/POA:1.0");
@@ -55,8 +55,7 @@ TEST_F(StartUp, NoOperationWorksOnADestroyedPoa) {
   POA_var no_poa = POA::_narrow(ThreadPolicy_var(root->create_thread_policy(ORB_CTRL_MODEL)));
   POA_var no_handle = new PortableServer_POA_impl, never_given_out = new PortableServer_POA_impl;
   ValueReferenceData<Identity> data(~Identity{0});
-  never_given_out->set_ref(
-      POAInfo::createObject(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", nullptr, env._evp));
+  never_given_out->set_ref(create_reference_handle(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", env._evp));
   for (POA* poa : {top.in(), no_poa.in(), no_handle.in(), never_given_out.in()}) {
     refused<CORBA::BAD_PARAM>("PortableServer_POA_impl::the_name [poa_info is null.]",
                               [&](auto& ev) { poa->the_name(ev); });

@@ -32,11 +32,11 @@ TEST_F(Registration, OnceForTheProcess) {
     if (variable) ::setenv("ZR_IMPLID", "by-variable", 1);
     POA_var a = child(), b = child();
     const std::string name = variable ? "by-variable" : name_of(b);  // the newest child
-    _POA_impl_is_ready(POAInfo::_boa, env);
+    _POA_impl_is_ready(core_handles.boa, env);
     EXPECT_THAT(core.take(), ElementsAre("lookup " + name, "ready"));
     EXPECT_STREQ(POA_impl_name, name.c_str());
     EXPECT_EQ(POA_impl_is_ready_fl, 1);
-    _POA_impl_is_ready(POAInfo::_boa, env);
+    _POA_impl_is_ready(core_handles.boa, env);
     EXPECT_THAT(core.take(), IsEmpty());
     OtherServant servant("IDL:test/OnceForTheProcess:1.0");
     const ObjectId_var id = a->activate_object(&servant);  // a new interface: entered, not announced
@@ -66,7 +66,7 @@ TEST_F(Registration, OnceForEachInterface) {
 TEST_F(Registration, NothingWithoutAName) {
   top->destroy(false, false);
   ASSERT_EQ(root_poa_info->the_first_child(), nullptr);
-  _POA_impl_is_ready(POAInfo::_boa, env);
+  _POA_impl_is_ready(core_handles.boa, env);
   TestServant servant;
   root->deactivate_object(ObjectId_var(root->activate_object(&servant)));
   EXPECT_THAT(core.take(), IsEmpty());
@@ -76,7 +76,7 @@ TEST_F(Registration, NothingWithoutAName) {
 TEST_F(Registration, FailuresOfTheCore) {
   OtherServant servant("IDL:test/Failures:1.0");
   const auto activate = [&](CORBA::Environment& ev) { top->activate_object(&servant, ev); };
-  const auto ready = [](CORBA::Environment& ev) { _POA_impl_is_ready(POAInfo::_boa, ev); };
+  const auto ready = [](CORBA::Environment& ev) { _POA_impl_is_ready(core_handles.boa, ev); };
   for (const bool lookup : {true, false}) {
     const Unregistered anew;
     core.refuse(lookup ? "lookup" : "ready");

@@ -1,9 +1,11 @@
-// Policies: the factories of the shared policy objects, and how a policy list shapes a record.
+#include "policyset.h"
+
 #include <algorithm>
 #include <iterator>
 #include <mutex>
 
-#include "policykinds.h"
+#include "ownobject.h"
+#include "raise.h"
 
 namespace {
 
@@ -32,28 +34,11 @@ CORBA::Policy* shared_objects[POLICY_TAGS];  // guarded by shared_mutex; each is
 template <class Kind>
 CORBA::Policy* make_shared_object(PolicyTag tag, CORBA::Environment& ev) {
   constexpr const PolicyKind& kind = policy_kind<Kind>;
-  constexpr const char* id = Kind::repository_id.value;
-  ValueReferenceData<PolicyTag> data(tag);
-  CORBA_Environment core{};
-  void* reference = POAInfo::createObject(&data.sequence, id, id, nullptr, &core);
-  if (!reference) raise<CORBA::BAD_PARAM>(ev, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", kind.obj_is_nil);
-  auto* made = new PortableServer_Policy_impl<Kind>;
+  auto* made = own_object<PortableServer_Policy_impl<Kind>>(tag, Kind::repository_id.value);
+  if (!made) raise<CORBA::BAD_PARAM>(ev, "obj=NULL, throw CORBA::StExcep::BAD_PARAM", kind.obj_is_nil);
   made->__value = static_cast<typename Kind::value_type>(tag - kind.first);
-  made->set_ref(reference);
   POA_TRACE("%s", made_texts[tag]);
   return made;
-}
-
-template <class Kind>
-Kind* shared_object(typename Kind::value_type value, CORBA::Environment& ev) {
-  constexpr const PolicyKind& kind = policy_kind<Kind>;
-  POA_TRACE("%s", kind.called);
-  if (value >= kind.count)
-    raise<CORBA::BAD_PARAM>(ev, "bad param, throw CORBA::StExcep::BAD_PARAM", kind.bad_param);
-  const PolicyTag tag = kind.first + value;
-  std::lock_guard lock(shared_mutex);
-  if (!shared_objects[tag]) shared_objects[tag] = make_shared_object<Kind>(tag, ev);
-  return static_cast<Kind*>(shared_objects[tag]->_cast(Kind::repository_id.value));
 }
 
 /// The number in the reference data of a list's element: any reference is taken for a policy. -1 when the ORB
@@ -118,7 +103,8 @@ std::size_t kind_index(PolicyTag tag) {
 
 }  // namespace
 
-void POAInfo::read_policies(const CORBA::PolicyList& policies, CORBA::Environment& _ev) {
+PolicySet PolicySet::read(const CORBA::PolicyList& policies, CORBA::Environment& ev) {
+  PolicySet set;
   CORBA::ULong set_by[std::size(policy_kinds)] = {};  // the element that set each field last
   for (CORBA::ULong i = 0; i < policies.length(); ++i) {
     CORBA::Policy* element = policies[i].in();
@@ -126,7 +112,7 @@ void POAInfo::read_policies(const CORBA::PolicyList& policies, CORBA::Environmen
     const auto tag = static_cast<PolicyTag>(findPolicyTag(element));
     const std::size_t kind = kind_index(tag);
     if (kind == std::size(policy_kinds)) continue;
-    this->*policy_kinds[kind].field = tag;
+    set.*policy_kinds[kind].field = tag;
     set_by[kind] = i;
   }
   for (const Rule& rule : rules) {
@@ -134,45 +120,34 @@ void POAInfo::read_policies(const CORBA::PolicyList& policies, CORBA::Environmen
     const bool broken = std::all_of(std::begin(rule.tags), std::end(rule.tags), [&](PolicyTag tag) {
       const std::size_t kind = kind_index(tag);
       completed_by = std::max(completed_by, set_by[kind]);
-      return this->*policy_kinds[kind].field == tag;
+      return set.*policy_kinds[kind].field == tag;
     });
-    if (broken) raise_invalid(rule, completed_by, _ev);
+    if (broken) raise_invalid(rule, completed_by, ev);
   }
+  return set;
 }
 
-// ---- The factories ----
+// ---- The shared objects ----
 
-PortableServer::ThreadPolicy* POAInfo::create_thread_policy(PortableServer::ThreadPolicyValue value,
-                                                            CORBA::Environment& _ev) {
-  return shared_object<PortableServer::ThreadPolicy>(value, _ev);
+template <class Kind>
+Kind* shared_policy(typename Kind::value_type value, CORBA::Environment& ev) {
+  constexpr const PolicyKind& kind = policy_kind<Kind>;
+  POA_TRACE("%s", kind.called);
+  if (value >= kind.count)
+    raise<CORBA::BAD_PARAM>(ev, "bad param, throw CORBA::StExcep::BAD_PARAM", kind.bad_param);
+  const PolicyTag tag = kind.first + value;
+  std::lock_guard lock(shared_mutex);
+  if (!shared_objects[tag]) shared_objects[tag] = make_shared_object<Kind>(tag, ev);
+  return static_cast<Kind*>(shared_objects[tag]->_cast(Kind::repository_id.value));
 }
 
-PortableServer::LifespanPolicy* POAInfo::create_lifespan_policy(PortableServer::LifespanPolicyValue value,
-                                                                CORBA::Environment& _ev) {
-  return shared_object<PortableServer::LifespanPolicy>(value, _ev);
-}
-
-PortableServer::IdUniquenessPolicy* POAInfo::create_id_uniqueness_policy(
-    PortableServer::IdUniquenessPolicyValue value, CORBA::Environment& _ev) {
-  return shared_object<PortableServer::IdUniquenessPolicy>(value, _ev);
-}
-
-PortableServer::IdAssignmentPolicy* POAInfo::create_id_assignment_policy(
-    PortableServer::IdAssignmentPolicyValue value, CORBA::Environment& _ev) {
-  return shared_object<PortableServer::IdAssignmentPolicy>(value, _ev);
-}
-
-PortableServer::ImplicitActivationPolicy* POAInfo::create_implicit_activation_policy(
-    PortableServer::ImplicitActivationPolicyValue value, CORBA::Environment& _ev) {
-  return shared_object<PortableServer::ImplicitActivationPolicy>(value, _ev);
-}
-
-PortableServer::ServantRetentionPolicy* POAInfo::create_servant_retention_policy(
-    PortableServer::ServantRetentionPolicyValue value, CORBA::Environment& _ev) {
-  return shared_object<PortableServer::ServantRetentionPolicy>(value, _ev);
-}
-
-PortableServer::RequestProcessingPolicy* POAInfo::create_request_processing_policy(
-    PortableServer::RequestProcessingPolicyValue value, CORBA::Environment& _ev) {
-  return shared_object<PortableServer::RequestProcessingPolicy>(value, _ev);
-}
+#define POA_POLICY(Name) \
+  template PortableServer::Name* shared_policy(PortableServer::Name##Value, CORBA::Environment&);
+POA_POLICY(ThreadPolicy)
+POA_POLICY(LifespanPolicy)
+POA_POLICY(IdUniquenessPolicy)
+POA_POLICY(IdAssignmentPolicy)
+POA_POLICY(ImplicitActivationPolicy)
+POA_POLICY(ServantRetentionPolicy)
+POA_POLICY(RequestProcessingPolicy)
+#undef POA_POLICY

@@ -1,4 +1,4 @@
-#include "identity.h"
+#include "ownobject.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -6,11 +6,19 @@
 #include <atomic>
 #include <cstdio>
 
-#include "poainfo.h"
+#include "corehandles.h"
+#include "trace.h"
 
 Identity new_identity() {
   static std::atomic<Identity> last{0};
   return ++last;
+}
+
+void* create_reference_handle(const CORBA_sequence_octet* reference_data, const char* impl_name,
+                              const char* intf_name, CORBA_Environment* env) {
+  POA_TRACE("imple_name=%s intf_name=%s", impl_name, intf_name);
+  void* handle = ZR_create_object_reference(reference_data, intf_name, impl_name, env);
+  return env->_major == CORBA_NO_EXCEPTION ? handle : nullptr;
 }
 
 DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t count,
@@ -23,7 +31,7 @@ DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t 
     std::memcpy(octets, data, count);
     return DataRead::whole;
   }
-  if (env) CORBA_free(CORBA_BOA_get_id(POAInfo::_boa, handle, env));  // the call that says why
+  if (env) CORBA_free(CORBA_BOA_get_id(core_handles.boa, handle, env));  // the call that says why
   return DataRead::failed;
 }
 

@@ -1,0 +1,58 @@
+// Object ids: octets, system ids, copies and comparison. Their text forms are the module's public functions.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+#include "poa/types.h"
+
+/// The octets of an id, in place.
+inline std::string_view oid_view(const PortableServer::ObjectId& oid) {
+  return {reinterpret_cast<const char*>(oid.get_buffer()), oid.length()};
+}
+
+/// Same length, same octets.
+bool oid_is_equivalent(const PortableServer::ObjectId& a, const PortableServer::ObjectId& b);
+
+/// A new id with these octets, owned by the caller; std::bad_alloc without memory.
+PortableServer::ObjectId* make_oid(std::string_view octets);
+
+/// The same of an id, traced; null for null.
+PortableServer::ObjectId* duplicate_oid(const PortableServer::ObjectId* oid);
+
+/// An ObjectId over octets that somebody else keeps, for the length of a call.
+class BorrowedObjectId {
+ public:
+  explicit BorrowedObjectId(std::string_view octets)
+      : oid_(static_cast<CORBA::ULong>(octets.size()), static_cast<CORBA::ULong>(octets.size()),
+             reinterpret_cast<CORBA::Octet*>(const_cast<char*>(octets.data())), 0) {}
+  const PortableServer::ObjectId& get() const { return oid_; }
+
+ private:
+  PortableServer::ObjectId oid_;
+};
+
+/// The first four octets of an id as trace lines print them; 0 for those it lacks.
+std::array<unsigned, 4> trace_octets(std::string_view oid);
+
+// ---- System ids ----
+
+/// A new id that this process has given out to nobody, owned by the caller; null without memory. Its form is
+/// chosen by POA_UNIQUE_SYSID. Any thread.
+PortableServer::ObjectId* genSystemId();
+
+/// Where the ids that count begin, and how many system ids were made since. For start-up and tests.
+void set_system_id(CORBA::ULong first);
+CORBA::ULong next_system_id();
+
+/// When an id was made, as its unique form prints it.
+struct SystemIdTime {
+  CORBA::ULong seconds = 0;  // since 1970
+  CORBA::ULong millisecond = 0;
+};
+/// The time for the next id: `now`, or the millisecond after `last` when the clock has not moved past that.
+SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& now);
+
+inline constexpr CORBA::ULong UNIQUE_ID_LENGTH = 36;
+/// "P%08xT%08x.%08xC%08x" of process, time and a constant, with its NUL.
+void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], CORBA::ULong process, const SystemIdTime& time);

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "bench_support.h"
+#include "many_operations.h"
 
 namespace ps = PortableServer;
 
@@ -158,6 +159,21 @@ void whole_call(benchmark::State& state, Demo::Echo* echo) {
   per_call(state, allocations - before);
 }
 
+/// The last operation of an interface that has N.
+template <std::size_t N>
+void last_operation(ps::POA* root) {
+  benchmark::RegisterBenchmark(("last_of_" + std::to_string(N) + "_operations/whole_call").c_str(),
+                               [root](benchmark::State& state) {
+                                 bench::Many<N> servant;
+                                 const ps::ObjectId_var id = root->activate_object(&servant);
+                                 const CORBA::Object_var object = root->id_to_reference(id);
+                                 if (!bench::Many<N>::right(object)) std::abort();
+                                 for (auto _ : state) bench::Many<N>::template row<N - 1>(object.in());
+                                 root->deactivate_object(id);
+                               })
+      ->UseRealTime();
+}
+
 /// From the upcall to the servant and back, two readings of the clock included. Allocations of that.
 void upcall(benchmark::State& state, Demo::Echo* echo) {
   _call_cpp_ = timed_upcall;
@@ -205,5 +221,7 @@ int main(int argc, char** argv) {
     benchmark_of("/upcall", upcall)->UseManualTime();
     benchmark_of("/whole_call", whole_call)->UseRealTime();
   }
+  last_operation<5>(orb.root);
+  last_operation<200>(orb.root);
   benchmark::RunSpecifiedBenchmarks();
 }

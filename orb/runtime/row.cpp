@@ -10,20 +10,47 @@ using by_member::fail_marshal;
 using by_member::fail_memory;
 using by_member::fail_request;
 using by_member::follow_forward;
-using by_member::set_marshal;
 using by_member::throw_reply_exception;
 
 namespace {
 
-bool has(Direction direction, Direction part) {
-  return (static_cast<unsigned>(direction) & static_cast<unsigned>(part)) != 0;
+template <std::size_t N>
+bool write_plain(CDR* cdr, const void* slot) {
+  unsigned char* at = zrsv::claim<N>(cdr);
+  if (at) std::memcpy(at, slot, N);
+  return at != nullptr;
+}
+template <std::size_t N>
+bool read_plain(CDR* cdr, void* slot) {
+  const unsigned char* at = zrsv::take<N>(cdr);
+  if (!at) return false;
+  zrsv::Bits<N> bits;
+  std::memcpy(&bits, at, N);
+  if (cdr->swap) bits = zrsv::reversed(bits);
+  std::memcpy(slot, &bits, N);
+  return true;
 }
 
-/// Moves the arguments of one direction between their slots and the stream.
-bool move_arguments(CDR* cdr, const OperationInfo& operation, void* const* slots, Direction part) {
-  for (unsigned i = 0; i < operation.count; ++i) {
-    const Argument& argument = operation.arguments[i];
-    if (has(argument.direction, part) && !argument.move(cdr, slots[i])) return false;
+[[gnu::always_inline]] inline bool encode_arguments(CDR* cdr, const Arguments& arguments,
+                                                    void* const* slots) {
+  for (const Argument *at = arguments.first, *end = at + arguments.count; at != end; ++at) {
+    void* slot = slots[at->slot];
+    if (!(at->size == 4   ? write_plain<4>(cdr, slot)
+          : at->size == 8 ? write_plain<8>(cdr, slot)
+                          : at->move(cdr, slot)))
+      return false;
+  }
+  return true;
+}
+
+[[gnu::always_inline]] inline bool decode_arguments(CDR* cdr, const Arguments& arguments,
+                                                    void* const* slots) {
+  for (const Argument *at = arguments.first, *end = at + arguments.count; at != end; ++at) {
+    void* slot = slots[at->slot];
+    if (!(at->size == 4   ? read_plain<4>(cdr, slot)
+          : at->size == 8 ? read_plain<8>(cdr, slot)
+                          : at->move(cdr, slot)))
+      return false;
   }
   return true;
 }
@@ -60,7 +87,7 @@ class Request {
 void read_results(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& env) {
   bool read = false;
   try {
-    read = move_arguments(cdr, operation, slots, Direction::out);
+    read = decode_arguments(cdr, operation.out, slots);
   } catch (const std::bad_alloc&) {
     fail_memory(env);
   }
@@ -91,7 +118,7 @@ bool call_once(Object* self, const OperationInfo& operation, void* const* slots,
   CDR* cdr = nullptr;
   if (!OM_req_lib_UNO_IIOP_get_cdr(request.get(), &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
   cdr->direction = CDR_ENCODE;
-  if (!move_arguments(cdr, operation, slots, Direction::in)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
   if (!OM_req_lib_UNO_IIOP_send_request(request.get())) fail_request(CORBA_COMPLETED_NO, env);
   if (operation.oneway) return true;
   std::uint32_t status = 0;
@@ -116,7 +143,7 @@ bool call_once(Object* self, const OperationInfo& operation, void* const* slots,
 }  // namespace
 
 void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
-  env.clear();
+  if (env.exception() || env._evp->_major != CORBA_NO_EXCEPTION) env.clear();
   while (!call_once(self, operation, slots, env)) env.clear();
 }
 
@@ -127,11 +154,9 @@ void call(Object* self, const OperationInfo& operation, void* const* slots) {
 
 // ---- Skeletons --------------------------------------------------------------------------------------------
 
-bool ServerCall::decode(const OperationInfo& operation, void* const* slots) {
+void ServerCall::decode(const OperationInfo& operation, void* const* slots) {
   cdr_->direction = CDR_DECODE;
-  if (move_arguments(cdr_, operation, slots, Direction::in)) return true;
-  set_marshal(cdr_, CORBA_COMPLETED_NO, env);
-  throw MARSHAL(0, COMPLETED_NO);
+  if (!decode_arguments(cdr_, operation.in, slots)) fail_marshal(cdr_, CORBA_COMPLETED_NO, env);
 }
 
 namespace {
@@ -156,37 +181,51 @@ void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
       status <= CORBA_SYSTEM_EXCEPTION && OM_req_lib_UNO_IIOP_encode_reply_header(request_, status);
   if (written && status == CORBA_NO_EXCEPTION) {
     cdr_->direction = CDR_ENCODE;
-    written = move_arguments(cdr_, operation, slots, Direction::out);
+    written = encode_arguments(cdr_, operation.out, slots);
   } else if (written) {
     written = encode_exception(request_, cdr_, operation, env);
   }
   if (!written) throw MARSHAL(0, COMPLETED_YES);
 }
 
-bool serve(const OperationInfo& operation, ServerCall& call) {
-  if (!OM_req_lib_UNO_IIOP_get_cdr(call.request_, &call.cdr_)) throw MARSHAL(0, COMPLETED_NO);
+void ServerCall::serve(const OperationInfo& operation) {
+  if (!OM_req_lib_UNO_IIOP_get_cdr(request_, &cdr_)) throw MARSHAL(0, COMPLETED_NO);
   try {
-    operation.run(operation, call);
-    return true;
+    return operation.run(operation, *this);
   } catch (const UserException& e) {
     if (!find_listed(operation.exceptions, e.id())) throw;
-    call.env.exception(e._clone());
+    env.exception(e._clone());
   } catch (const SystemException& e) {
-    call.env.exception(e._clone());
+    env.exception(e._clone());
   }
-  call.encode(operation, nullptr);
-  return true;
+  encode(operation, nullptr);
 }
 
 namespace {
 
-const OperationInfo* find_operation(const OperationTable& table, const char* name) {
+[[gnu::always_inline]] inline const OperationInfo* find_operation(const OperationTable& table,
+                                                                  const OperationName& name) {
   if (!table.rows) return nullptr;
-  for (unsigned at = hash_name(name);; ++at) {
+  for (unsigned at = name.hash;; ++at) {
     const unsigned short row = table.index[at & table.mask];
     if (row == 0) return nullptr;
-    if (std::strcmp(table.rows[row - 1]->name, name) == 0) return table.rows[row - 1];
+    const OperationInfo* found = table.rows[row - 1];
+    if (found->name_length == name.length && std::memcmp(found->name, name.text, name.length) == 0)
+      return found;
   }
+}
+
+/// The same in the base interfaces; `target` becomes the part of the servant that has it.
+[[gnu::noinline]] const OperationInfo* find_inherited(const InterfaceInfo& interface,
+                                                      const OperationName& name, void*& target) {
+  for (unsigned i = 0; i < interface.base_count; ++i) {
+    const BaseInterface& base = interface.bases[i];
+    void* part = base.upcast(target);
+    const OperationInfo* operation = find_operation(base.info->operations, name);
+    if (!operation) operation = find_inherited(*base.info, name, part);
+    if (operation) return target = part, operation;
+  }
+  return nullptr;
 }
 
 }  // namespace
@@ -205,15 +244,13 @@ bool is_a(const InterfaceInfo& interface, const char* repository_id) {
 
 bool invoke(const InterfaceInfo& interface, void* target, const char* operation_name, void* request,
             bool response_expected) {
-  if (const OperationInfo* operation = find_operation(interface.operations, operation_name)) {
-    ServerCall call(request, response_expected, target);
-    return serve(*operation, call);
-  }
-  for (unsigned i = 0; i < interface.base_count; ++i) {
-    const BaseInterface& base = interface.bases[i];
-    if (invoke(*base.info, base.upcast(target), operation_name, request, response_expected)) return true;
-  }
-  return false;
+  const OperationName name(operation_name, std::strlen(operation_name));
+  const OperationInfo* operation = find_operation(interface.operations, name);
+  if (!operation) operation = find_inherited(interface, name, target);
+  if (!operation) return false;
+  ServerCall call(request, response_expected, target);
+  call.serve(*operation);
+  return true;
 }
 
 }  // namespace CORBA::idl

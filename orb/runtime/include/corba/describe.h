@@ -65,13 +65,20 @@ template <class T>
 bool move_members(CDR* cdr, T& value) {
   return Type<T>::each(MoveMembers{cdr}, value);
 }
-/// The members of a type with `each`, which last as its TypeCode does.
+/// The same members for as long as the process lives, as the TypeCode that they are part of.
+inline std::span<const TypeCode::Member> lasting(const std::vector<TypeCode::Member>& list) {
+  if (list.empty()) return {};
+  auto* kept = new TypeCode::Member[list.size()];
+  std::ranges::copy(list, kept);
+  return {kept, list.size()};
+}
+/// The members of a type with `each`.
 template <class T>
 void list_members(TypeCode::Parameters& parameters) {
-  auto list = std::make_unique<std::vector<TypeCode::Member>>();
+  std::vector<TypeCode::Member> list;
   T sample;
-  Type<T>::each(ListMembers{*list}, sample);
-  parameters.members = *list.release();
+  Type<T>::each(ListMembers{list}, sample);
+  parameters.members = lasting(list);
 }
 /// The TypeCode of a type that has members; Kind is tk_struct or tk_except.
 template <class T, TCKind Kind>
@@ -115,9 +122,9 @@ struct BuildEnum {
   static TCKind make(TypeCode::Parameters& parameters) {
     parameters.id = Type<E>::id;
     parameters.name = Type<E>::name;
-    auto list = std::make_unique<std::vector<TypeCode::Member>>();
-    for (const char* name : Type<E>::names) list->push_back({name});
-    parameters.members = *list.release();
+    std::vector<TypeCode::Member> list;
+    for (const char* name : Type<E>::names) list.push_back({name});
+    parameters.members = lasting(list);
     return tk_enum;
   }
 };

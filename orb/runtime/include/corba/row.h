@@ -13,6 +13,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 
 #include "corba/describe.h"
 
@@ -20,12 +21,16 @@ namespace CORBA::idl {
 
 // ---- The table behind a row -------------------------------------------------------------------------------
 
-enum class Direction : unsigned char { in = 1, out = 2, inout = 3 };
-
-/// One parameter, or the result: moved between the stream and its slot.
+/// What of a parameter, or of the result, is moved between the stream and its slot on the way in or out.
 struct Argument {
   bool (*move)(CDR* cdr, void* slot);
-  Direction direction;
+  unsigned short slot;  // its number
+  unsigned short size;  // of a plain number, which needs no call: 4 or 8; else 0
+};
+/// The arguments of one way, in wire order.
+struct Arguments {
+  const Argument* first = nullptr;
+  std::size_t count = 0;
 };
 
 /// One user exception of an operation.
@@ -56,10 +61,10 @@ class ServerCall;
 
 struct OperationInfo {
   const char* name;
-  const Argument* arguments;  // of the result, unless it is void, and of the parameters
-  unsigned short count;
+  unsigned short name_length;
   bool oneway;
-  bool has_result;
+  Arguments in;   // in and inout
+  Arguments out;  // the result, inout and out
   ExceptionList exceptions;
   void (*run)(const OperationInfo& operation, ServerCall& call);
 };
@@ -68,38 +73,64 @@ struct OperationInfo {
 
 template <class D>
 struct in : Type<D>::InArg {
-  static constexpr Direction direction = Direction::in;
+  static constexpr bool is_in = true, is_out = false;
+  using Descriptor = D;
 };
 template <class D>
 struct inout : Type<D>::InoutArg {
-  static constexpr Direction direction = Direction::inout;
+  static constexpr bool is_in = true, is_out = true;
+  using Descriptor = D;
 };
 template <class D>
 struct out : Type<D>::OutArg {
-  static constexpr Direction direction = Direction::out;
+  static constexpr bool is_in = false, is_out = true;
+  using Descriptor = D;
 };
 template <class D>
 struct result : Type<D>::ResultArg {
-  static constexpr Direction direction = Direction::out;
+  static constexpr bool is_in = false, is_out = true;
+  using Descriptor = D;
 };
 template <>
 struct result<void> {
   using type = void;
+  static constexpr bool is_in = false, is_out = false;
+  using Descriptor = void;
+  static bool move(CDR*, void*) { return true; }
   struct Holder {
     void* slot() { return nullptr; }
     void give() {}
   };
 };
 
-template <class... A>
-constexpr Argument arguments_of[] = {Argument{A::move, A::direction}..., Argument{}};
+template <class D>
+constexpr unsigned short plain_size = 0;
+template <Flat D>
+requires(sizeof(D) >= 4) constexpr unsigned short plain_size<D> = sizeof(D);
+
+/// The arguments of one way out of a result and parameters A, whose slots have that order.
+template <bool In, class... A>
+constexpr auto arguments_of = [] {
+  std::array<Argument, sizeof...(A)> list{};
+  unsigned short slot = 0;
+  std::size_t used = 0;
+  ((((In && A::is_in) || (!In && A::is_out)
+         ? void(list[used++] = {A::move, slot, plain_size<typename A::Descriptor>})
+         : void()),
+    ++slot),
+   ...);
+  return list;
+}();
+template <bool In, class... A>
+constexpr Arguments arguments{arguments_of<In, A...>.data(),
+                              (std::size_t{In ? A::is_in : A::is_out} + ... + 0)};
 
 /// An operation that the client does not wait for.
 enum class Oneway : bool { no, yes };
 constexpr Oneway oneway = Oneway::yes;
 
 /// Makes a call through the ORB core, follows forwards, and fills the result and out slots; throws what the
-/// call ends with. `slots` are the operation's, in the order of its arguments.
+/// call ends with. `slots` are those of the result and of all parameters.
 ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& env);
 /// The same without an environment that anybody looks at.
 ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots);
@@ -110,8 +141,10 @@ class ZRSVCPP_API ServerCall {
   ServerCall(void* request, bool response_expected, void* target)
       : target_(target), request_(request), response_expected_(response_expected) {}
 
-  /// Reads the in and inout arguments; false when that failed, which is recorded.
-  bool decode(const OperationInfo& operation, void* const* slots);
+  /// Runs the operation and writes the reply.
+  void serve(const OperationInfo& operation);
+  /// Reads the in and inout arguments; throws, completed NO, when they do not fit.
+  void decode(const OperationInfo& operation, void* const* slots);
   /// Writes the reply: the result and the inout and out arguments, or what the operation left in the
   /// environment.
   void encode(const OperationInfo& operation, void* const* slots);
@@ -123,7 +156,6 @@ class ZRSVCPP_API ServerCall {
   Environment env;
 
  private:
-  friend bool serve(const OperationInfo& operation, ServerCall& call);
   void* target_;
   void* request_;
   CDR* cdr_ = nullptr;
@@ -157,31 +189,29 @@ struct operation<Class, R(A...)> : OperationInfo {
   Return operator()(Object* self, typename A::type... argument) const {
     typename Result::Holder result;
     void* const slots[] = {result.slot(), A::address(argument)...};
-    call(self, *this, slots + skip);
+    call(self, *this, slots);
     return result.give();
   }
   Return operator()(Object* self, typename A::type... argument, Environment& env) const {
     typename Result::Holder result;
     void* const slots[] = {result.slot(), A::address(argument)...};
-    call(self, *this, slots + skip, env);
+    call(self, *this, slots, env);
     return result.give();
   }
 
  private:
   static constexpr bool is_void = std::is_void_v<R>;
-  static constexpr std::size_t skip = is_void ? 1 : 0;  // slots of a void result
 
   constexpr operation(const char* text, ExceptionList raised, Oneway one_way,
                       void (*run_it)(const OperationInfo&, ServerCall&))
-      : OperationInfo{text, nullptr, sizeof...(A), one_way == Oneway::yes, !is_void, raised, run_it},
-        plain(nullptr) {
-    if constexpr (is_void) {
-      arguments = arguments_of<A...>;
-    } else {
-      arguments = arguments_of<Result, A...>;
-      ++count;
-    }
-  }
+      : OperationInfo{text,
+                      static_cast<unsigned short>(std::char_traits<char>::length(text)),
+                      one_way == Oneway::yes,
+                      arguments<true, Result, A...>,
+                      arguments<false, Result, A...>,
+                      raised,
+                      run_it},
+        plain(nullptr) {}
 
   static void run_plain(const OperationInfo& info, ServerCall& call) {
     const auto& self = static_cast<const operation&>(info);
@@ -203,12 +233,12 @@ struct operation<Class, R(A...)> : OperationInfo {
   static void serve_with(const operation& self, ServerCall& call, Call&& run,
                          typename Result::Holder&& result, typename A::Holder&&... holder) {
     void* const slots[] = {result.slot(), holder.slot()...};
-    if (!call.decode(self, slots + skip)) return;
+    call.decode(self, slots);
     if constexpr (is_void)
       run(holder...);
     else
       result.take(run(holder...));
-    call.encode(self, slots + skip);
+    call.encode(self, slots);
   }
 
   union {
@@ -226,11 +256,45 @@ struct OperationTable {
   unsigned mask;                // of the index
 };
 
-constexpr unsigned hash_name(const char* name) {
-  unsigned hash = 0;
-  for (; *name; ++name) hash = hash * 31 + static_cast<unsigned char>(*name);
-  return hash ^ hash >> 15;
+/// The octets of a W as a number, the same for the compiler and at run time.
+template <class W>
+constexpr std::uint64_t octets_at(const char* at) {
+  W word = 0;
+  if (std::is_constant_evaluated()) {
+    for (unsigned i = 0; i < sizeof(W); ++i) {
+      const unsigned place = std::endian::native == std::endian::little ? i : sizeof(W) - 1 - i;
+      word |= static_cast<W>(W{static_cast<unsigned char>(at[i])} << 8 * place);
+    }
+  } else {
+    std::memcpy(&word, at, sizeof word);
+  }
+  return word;
 }
+/// The name of an operation, as it is looked up: its hash is of the length and of the first and last eight octets,
+/// as names in one interface differ there as a rule.
+struct OperationName {
+  constexpr OperationName(const char* name, std::size_t octets)
+      : text(name), length(octets), hash(static_cast<unsigned>(mixed() >> 40)) {}
+
+  const char* text;
+  std::size_t length;
+  unsigned hash;
+
+ private:
+  constexpr std::uint64_t mixed() const {
+    constexpr std::uint64_t first = 0x9E3779B97F4A7C15, last = 0xC2B2AE3D27D4EB4F;
+    const std::uint64_t all = ends() * first + length;
+    return (all ^ all >> 32) * last;  // what differs in the upper octets alone reaches all bits, too
+  }
+  constexpr std::uint64_t ends() const {
+    const char* const end = text + length;
+    if (length >= 8) return octets_at<std::uint64_t>(text) * 3 + octets_at<std::uint64_t>(end - 8);
+    if (length >= 4) return octets_at<std::uint32_t>(text) << 32 | octets_at<std::uint32_t>(end - 4);
+    if (length == 0) return 0;
+    const auto octet = [this](std::size_t i) { return std::uint64_t{static_cast<unsigned char>(text[i])}; };
+    return octet(0) << 16 | octet(length / 2) << 8 | octet(length - 1);
+  }
+};
 
 template <std::size_t N>
 struct Operations {
@@ -249,7 +313,7 @@ template <class... Row>
 constexpr Operations<sizeof...(Row)> operations(const Row&... row) {
   Operations<sizeof...(Row)> made{{&row...}, {}};
   for (std::size_t i = 0; i < sizeof...(Row); ++i) {
-    unsigned at = hash_name(made.rows[i]->name);
+    unsigned at = OperationName(made.rows[i]->name, made.rows[i]->name_length).hash;
     while (made.index[at & (made.size - 1)] != 0) ++at;
     made.index[at & (made.size - 1)] = static_cast<unsigned short>(i + 1);
   }

@@ -163,15 +163,15 @@ struct BuildUnion {
     parameters.name = Type<U>::name;
     parameters.content = typecode_at<D>();
     TypeCode* const* const types[] = {typecode_at<M>()...};
-    auto list = std::make_unique<std::vector<TypeCode::Member>>();
+    std::vector<TypeCode::Member> list;
     for (const auto& label : Type<U>::labels)
-      list->push_back(
+      list.push_back(
           {Type<U>::members[label.member], types[label.member], static_cast<LongLong>(label.value)});
     if (Type<U>::default_member < sizeof...(M)) {
-      parameters.default_index = static_cast<Long>(list->size());
-      list->push_back({Type<U>::members[Type<U>::default_member], types[Type<U>::default_member]});
+      parameters.default_index = static_cast<Long>(list.size());
+      list.push_back({Type<U>::members[Type<U>::default_member], types[Type<U>::default_member]});
     }
-    parameters.members = *list.release();
+    parameters.members = lasting(list);
     return tk_union;
   }
 };

@@ -160,6 +160,19 @@ unsigned char serve_own(ServantBase& servant, void* request, unsigned char respo
          idl::by_member::Served::yes;
 }
 
+/// The question of references that do not know their object's interface.
+struct Questioned {
+  char* repository_id(CORBA::Environment&) { return CORBA::string_dup(id ? id : ""); }
+  const char* id;
+};
+using AskId = idl::by_member::operation<"_repository_id", &Questioned::repository_id>;
+
+unsigned char serve_question(const char* id, void* request, unsigned char response_expected) {
+  Questioned questioned{id};
+  return idl::by_member::serve<AskId>(request, response_expected != 0, [&] { return &questioned; }) ==
+         idl::by_member::Served::yes;
+}
+
 /// What `invoke` does with an operation name.
 struct OwnOperation {
   std::string_view name;
@@ -230,8 +243,9 @@ CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::
       ask(server_CORBA_ServerRequest_operation, record, name, env,
           "ServantBase::invoke [server_CORBA_ServerRequest_operation invoke]", failed);
   if (!asked) return 0;
+  const CORBA::String_var owned(name);
+  if (name && AskId::name_view == name) return serve_question(_intf, request, response_expected);
   const OwnOperation* operation = own_operation(name);
-  CORBA_free(name);
   POA_TRACE("%s",
             operation ? operation->trace : "PortableServer::ServantBase::invoke end...[return CORBA_FALSE]");
   return operation ? (this->*operation->skeleton)(request, nullptr, type, response_expected, nullptr) : 0;

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "call_scope.h"
 #include "cdr_chain.h"
 #include "environment.h"
 #include "in_process.h"
@@ -30,7 +31,8 @@ constexpr Fault bad_argument{"BAD_PARAM", 1};     // null where something is nee
 constexpr Fault wrong_order{"BAD_INV_ORDER", 1};  // a step of a call out of its turn
 constexpr Fault destroyed{"BAD_INV_ORDER", 2};    // the ORB is destroyed
 constexpr Fault forked{"BAD_INV_ORDER", 3};       // the ORB is that of the parent process
-constexpr Fault too_long{"IMP_LIMIT", 1};         // over -ORBMaxMessage
+constexpr Fault orb_gone{"BAD_INV_ORDER", 0x4F4D0004};  // the reference's ORB is destroyed
+constexpr Fault too_long{"IMP_LIMIT", 1};               // over -ORBMaxMessage
 constexpr Fault no_operation{"BAD_OPERATION", 1};
 constexpr Fault malformed{"MARSHAL", 1};
 constexpr Fault too_many_forwards{"TRANSIENT", 5};
@@ -339,9 +341,13 @@ bool create(Reference* object, const char* operation, bool response_expected,
 
 /// The time limit runs from the moment that the request is ready to go.
 void start_clock(ClientRequest* request) {
-  const uint32_t limit = options().timeout_ms;
+  std::chrono::nanoseconds limit = std::chrono::milliseconds(options().timeout_ms);
+  if (call_scopes_used.load(std::memory_order_relaxed)) [[unlikely]] {
+    if (const int64_t said = said_limit(*request->object); said != limit_unsaid)
+      limit = std::chrono::nanoseconds(said);
+  }
   request->call.now = Clock::now();
-  request->deadline = limit ? request->call.now + std::chrono::milliseconds(limit) : Deadline::max();
+  request->deadline = limit.count() ? request->call.now + limit : Deadline::max();
 }
 
 bool send(ClientRequest* request) {
@@ -408,6 +414,8 @@ unsigned char OM_req_lib_initiator_request_create(void* object, const char* oper
   if (!object) return fail(no_object);
   if (!operation || !request || !kind) return fail(bad_argument);
   if (!is_usable()) return fail_unusable();
+  if (call_scopes_used.load(std::memory_order_relaxed) && is_closed(*as_reference(object))) [[unlikely]]
+    return fail(orb_gone);
   return step([&] {
     std::unique_ptr<ClientRequest> made;
     if (!create(as_reference(object), operation, response_expected != 0, &made)) return false;

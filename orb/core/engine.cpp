@@ -11,6 +11,7 @@
 #include <exception>
 #include <system_error>
 
+#include "named_keys.h"
 #include "options.h"
 #include "process_life.h"
 
@@ -66,13 +67,16 @@ Engine::Engine(uint32_t slots)
 Engine::~Engine() {
   if (epoll_ >= 0) ::close(epoll_);
   if (wake_ >= 0) ::close(wake_);
+  if (hosted_work_ >= 0) ::close(hosted_work_);
 }
 
 bool Engine::start() {
   epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
   wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  hosted_work_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   epoll_event event{EPOLLIN | EPOLLET, {.ptr = nullptr}};
-  if (epoll_ < 0 || wake_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0) return false;
+  if (epoll_ < 0 || wake_ < 0 || hosted_work_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0)
+    return false;
   queue_group().deliver_to([this](Requests requests) { deliver(std::move(requests)); });
   try {
     seats_.start([this](Connection& connection) {
@@ -107,7 +111,9 @@ bool Engine::add(int fd, const PeerAddress& peer) {
 // ---- The thread's round ----
 
 Reference* Engine::Worker::find_target(std::string_view key) {
-  if (!target || target->key() != key) target = Reference::from_key(key);
+  // What a name led to has a key of its own, which may be a name as well.
+  if (!target || !target->is_local() || target->key() != key) target = Reference::from_key(key);
+  if (!target) target = named_object(key);
   return target.get();
 }
 
@@ -293,6 +299,10 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
     refuse(worker, request, "OBJECT_NOT_EXIST");
     return Next::Read;
   }
+  if (!request.target->is_local()) [[unlikely]] {
+    answer_now(worker, request, [&] { answer_forward(request, *request.target); });
+    return Next::Read;
+  }
   if (!request.target->is_internal() && !queue_group().is_open()) {
     const QueueGroup::Admission admission = queue_group().hold(&request, pool_.options().queue);
     if (admission == QueueGroup::Admission::Held) return Next::Read;
@@ -330,11 +340,14 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
   ServerRequest request;
   std::swap(request.message, worker.message);
   if (!request.read_head(worker.header)) return false;
-  const bool here = worker.find_target(request.head.key) != nullptr;
+  const Reference* const target = worker.find_target(request.head.key);
   worker.reply.lend(&request.cdr);
-  const auto status = here ? giop::LocateStatus::ObjectHere : giop::LocateStatus::UnknownObject;
-  if (giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status))
-    giop::end_message(&request.cdr);
+  const auto status = !target              ? giop::LocateStatus::UnknownObject
+                      : target->is_local() ? giop::LocateStatus::ObjectHere
+                                           : giop::LocateStatus::ObjectForward;
+  bool whole = giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status);
+  if (status == giop::LocateStatus::ObjectForward) whole = whole && write_reference(&request.cdr, target);
+  if (whole) giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
   connection->send(&reply);
   reuse(&worker.reply, &reply);
@@ -422,16 +435,25 @@ void Engine::leave() {
 // True: the caller has a slot. Nobody overtakes those that wait, or their own connection's released requests.
 bool Engine::try_run_now(const ServerRequest& request) {
   if (request.connection && request.connection->in_line.load(std::memory_order_relaxed)) return false;
-  if (waiting_.any() || !enter()) return false;
+  if (waiting_.any() || hosted_.load(std::memory_order_relaxed) || !enter()) return false;
   if (!stopping_.load()) return true;
   leave();
   return false;
 }
 
 bool Engine::enqueue(ServerRequest* request) {
-  if (!waiting_.add(request, pool_.options().queue)) return false;
-  if (running_.load() < slots_) wake();
+  if (!line().add(request, pool_.options().queue)) return false;
+  tell_of_work();
   return true;
+}
+
+Waiting& Engine::line() { return hosted_.load() ? hosted_waiting_ : waiting_; }
+
+void Engine::tell_of_work() {
+  const uint64_t one = 1;
+  if (hosted_waiting_.any() && ::write(hosted_work_, &one, sizeof one) < 0)
+    OM_log("the program's loop cannot be told of a request");
+  if (waiting_.any() && running_.load() < slots_) wake();
 }
 
 // Called by the queue group.
@@ -439,8 +461,8 @@ void Engine::deliver(Requests requests) {
   for (auto& request : requests)
     if (request->waiter && request->waiter->caller_has_slot) LocalCall::hand_back(std::move(request));
   std::erase(requests, nullptr);
-  waiting_.add_released(std::move(requests));
-  wake();
+  line().add_released(std::move(requests));
+  tell_of_work();
 }
 
 // With a slot, which it gives back when nothing waits.
@@ -460,8 +482,39 @@ void Engine::run_waiting(Worker& worker) {
 // Takes back requests that have not started: of a connection, or all.
 Requests Engine::withdraw(const Connection* connection, const uint32_t* id) {
   Requests taken = queue_group().withdraw(connection, id);
-  for (auto& request : waiting_.withdraw(connection, id)) taken.push_back(std::move(request));
+  for (Waiting* waiting : {&waiting_, &hosted_waiting_})
+    for (auto& request : waiting->withdraw(connection, id)) taken.push_back(std::move(request));
   return taken;
+}
+
+// ---- A program with a loop of its own ----
+
+int Engine::host_work() {
+  hosted_.store(true);
+  return hosted_work_;
+}
+
+void Engine::end_hosting() {
+  if (!hosted_.exchange(false)) return;
+  Requests requests;
+  while (hosted_waiting_.any()) {
+    Waiting::Turn turn = hosted_waiting_.next();
+    if (turn.request) requests.push_back(std::move(turn.request));
+    if (turn.lost) waiting_.add_loss(std::move(turn.lost));
+  }
+  deliver(std::move(requests));
+}
+
+// The descriptor is emptied before the last look, and who adds something fills it afterwards.
+void Engine::perform_work() {
+  running_.fetch_add(1);
+  const Waiting::Turn turn = hosted_waiting_.next();
+  uint64_t count = 0;
+  if (!hosted_waiting_.any() && ::read(hosted_work_, &count, sizeof count) > 0) tell_of_work();
+  Worker worker;
+  if (turn.request) run(worker, *turn.request);
+  if (turn.lost) tell_of_loss(*turn.lost);
+  leave();
 }
 
 // ---- Calls of this process ----
@@ -479,7 +532,7 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   request.target.borrow(target.get());
 
   const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
-  const bool has_slot = Upcall::running();
+  const bool has_slot = Upcall::running() || hosted_.load(std::memory_order_relaxed);
   if (may_be_held || (!has_slot && !try_run_now(request))) {
     std::shared_ptr<LocalCall> call;
     if (request.head.response_expected) call = request.waiter = std::make_shared<LocalCall>(has_slot);
@@ -524,15 +577,20 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
 
 // ---- Refusals ----
 
-void Engine::refuse(Worker& worker, ServerRequest& request, const char* exception) {
-  if (request.waiter) return request.waiter->finish({}, exception);
+template <class Answer>
+void Engine::answer_now(Worker& worker, ServerRequest& request, Answer&& answer) {
   if (!request.connection || !request.head.response_expected) return;
   worker.reply.lend(&request.cdr);
-  answer_exception(request, exception);
+  answer();
   if (request.cdr.out_next != request.cdr.out_base) giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
   request.connection->send(&reply);
   reuse(&worker.reply, &reply);
+}
+
+void Engine::refuse(Worker& worker, ServerRequest& request, const char* exception) {
+  if (request.waiter) return request.waiter->finish({}, exception);
+  answer_now(worker, request, [&] { answer_exception(request, exception); });
 }
 
 void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char* what) {
@@ -554,8 +612,8 @@ void Engine::lose(const Ref<Connection>& connection) {
 
 void Engine::report_loss(Connection& connection) {
   if (stopping_.load()) return;
-  waiting_.add_loss(Ref<Connection>::share(&connection));
-  wake();
+  line().add_loss(Ref<Connection>::share(&connection));
+  tell_of_work();
 }
 
 void Engine::tell_of_loss(Connection& connection) {
@@ -591,7 +649,8 @@ void Engine::look_after(Clock::time_point now) {
     if (idle.count() != 0 && now - connection->quiet_since() >= idle) close_if_idle(connection);
   }
   if (limits.queue_timeout_ms != 0)
-    refuse(waiting_.expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
+    for (Waiting* waiting : {&waiting_, &hosted_waiting_})
+      refuse(waiting->expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
   if (const std::size_t count = queue_group().waiting_in_vain(now - std::chrono::seconds(1)))
     OM_log("%zu requests wait for the activation of a POA manager; none has been activated yet", count);
 }
@@ -624,7 +683,7 @@ void Engine::close_if_idle(const Ref<Connection>& connection) {
 void Engine::stop(Clock::time_point deadline) {
   queue_group().deliver_to(nullptr);
   stopping_ = true;
-  waiting_.close();
+  for (Waiting* waiting : {&waiting_, &hosted_waiting_}) waiting->close();
   refuse(withdraw(nullptr, nullptr));
   {
     std::unique_lock lock(end_mutex_);

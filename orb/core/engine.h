@@ -52,6 +52,14 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   /// Drops who passes a time limit. To be called every `watch_period()`, by one thread; waits for nobody.
   void look_after(Clock::time_point now);
   std::chrono::milliseconds watch_period() const;
+  /// From now on requests and the losses of clients wait for perform_work. The descriptor is readable while one
+  /// does.
+  int host_work();
+  /// The threads run them again.
+  void end_hosting();
+  bool work_pending() const { return hosted_waiting_.any(); }
+  /// Runs one of them on the calling thread, or nothing when none waits.
+  void perform_work();
   /// call_in_process (in_process.h).
   const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
 
@@ -101,12 +109,16 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void leave();
   bool try_run_now(const ServerRequest& request);
   bool enqueue(ServerRequest* request);
+  Waiting& line();
+  void tell_of_work();
   void deliver(Requests requests);
   void run_waiting(Worker& worker);
   Requests withdraw(const Connection* connection, const uint32_t* id);
   const char* await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
 
   // Answers of threads that must not wait for the peer.
+  template <class Answer>
+  void answer_now(Worker& worker, ServerRequest& request, Answer&& answer);
   [[gnu::cold]] void refuse(Worker& worker, ServerRequest& request, const char* exception);
   [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   [[gnu::cold]] void lose(const Ref<Connection>& connection);
@@ -125,6 +137,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   const uint32_t most_connections_;
   Seats seats_;
   int epoll_ = -1;
+  int hosted_work_ = -1;  // an eventfd, readable while hosted_waiting_ has any
+  std::atomic<bool> hosted_{false};
   int wake_ = -1;  // an eventfd in the epoll set, with a null pointer
   std::atomic<bool> stopping_{false};
   std::atomic<bool> quit_{false};
@@ -136,6 +150,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   std::atomic<uint32_t> running_{0};  // slots taken
   std::atomic<uint32_t> ready_count_{0};
   Waiting waiting_;
+  Waiting hosted_waiting_;  // for perform_work
 
   std::mutex ready_mutex_;
   Connection* ready_head_ =

@@ -170,6 +170,7 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
 
 void Orb::run(CORBA_Environment* env) {
   if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
+  if (const std::shared_ptr<Engine> serving = engine()) serving->end_hosting();
   wait_until_closed();
 }
 
@@ -223,6 +224,19 @@ void Orb::close() {
   state_ = State::Closed;
   ++ends_;
   changed_.notify_all();
+}
+
+std::shared_ptr<Engine> Orb::hosted_engine(CORBA_Environment* env) {
+  std::shared_ptr<Engine> serving;
+  {
+    std::lock_guard lock(mutex_);
+    if (state_ == State::Closing || state_ == State::Closed)
+      return raise_standard(env, "BAD_INV_ORDER", 0x4F4D0004), nullptr;
+    serving = engine_;
+  }
+  if (!serving) return nullptr;
+  serving->host_work();
+  return serving;
 }
 
 const char* Orb::published(uint32_t index) {
@@ -299,6 +313,23 @@ void CORBA_ORB_shutdown(void* handle, unsigned char wait, CORBA_Environment* env
 
 void CORBA_ORB_destroy(void* handle, CORBA_Environment* env) {
   if (Orb* const of = orb_to_end(handle, env)) of->destroy(env);
+}
+
+int ZR_work_descriptor(void* handle, CORBA_Environment* env) {
+  Orb* const of = orb_of(handle, env);
+  const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr;
+  return engine ? engine->host_work() : -1;
+}
+
+unsigned char ZR_work_pending(void* handle, CORBA_Environment* env) {
+  Orb* const of = orb_of(handle, env);
+  const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr;
+  return engine && engine->work_pending();
+}
+
+void ZR_perform_work(void* handle, CORBA_Environment* env) {
+  Orb* const of = orb_of(handle, env);
+  if (const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr) engine->perform_work();
 }
 
 const char* ZR_published_endpoint(void* handle, uint32_t index) {

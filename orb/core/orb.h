@@ -29,6 +29,10 @@ class Orb {
   void run(CORBA_Environment* env);
   void shutdown(bool wait, CORBA_Environment* env);
 
+  /// The engine whose work the program does itself; null while nothing is served. BAD_INV_ORDER after a
+  /// shutdown.
+  std::shared_ptr<Engine> hosted_engine(CORBA_Environment* env);
+
   const char* published(uint32_t index);
   /// Null while nothing is served.
   std::shared_ptr<Engine> engine();

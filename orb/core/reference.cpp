@@ -111,6 +111,22 @@ Ref<Reference> Reference::from_profiles(std::string type_id, std::vector<Tagged>
   return made;
 }
 
+Ref<Reference> Reference::in_scope(const Reference& of, std::shared_ptr<CallScope> scope) {
+  Ref<Reference> made;
+  if (of.local_) {
+    made = adopt_key(of.key_, of.type_id_);
+  } else {
+    made = Ref<Reference>::adopt(new Reference);
+    made->least_minor_ = of.least_minor_;
+    made->type_id_ = of.type_id_;
+    made->key_ = of.key_;
+    made->profiles_ = of.profiles_;
+    made->iiop_ = of.iiop_;
+  }
+  made->scope_ = std::move(scope);
+  return made;
+}
+
 Ref<Reference> Reference::forward() const {
   if (!has_forward_.load(std::memory_order_acquire)) return {};
   std::lock_guard lock(forward_mutex_);

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "zrsv.h"
+#include "zrsv/call_scope.h"
 
 namespace zrsv {
 
@@ -107,6 +109,9 @@ class Reference {
   /// published end point). Null when an IIOP profile is malformed.
   static Ref<Reference> from_profiles(std::string type_id, std::vector<Tagged> profiles);
 
+  /// Another reference to the same object, whose calls are in `scope`.
+  static Ref<Reference> in_scope(const Reference& of, std::shared_ptr<CallScope> scope);
+
   void add_ref() { count_.fetch_add(1, std::memory_order_relaxed); }
   void drop() {
     if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
@@ -129,6 +134,9 @@ class Reference {
   const std::vector<Tagged>& profiles() const { return profiles_; }
   /// The lowest GIOP 1.x of all those places; 2 for a local reference.
   uint8_t least_minor() const { return least_minor_; }
+
+  /// Null as a rule.
+  const std::shared_ptr<CallScope>& scope() const { return scope_; }
 
   /// The forward now in force, or null.
   Ref<Reference> forward() const;
@@ -157,6 +165,7 @@ class Reference {
   std::string_view data_;
   std::vector<Tagged> profiles_;
   std::vector<IiopProfile> iiop_;
+  std::shared_ptr<CallScope> scope_;
   std::atomic<uint32_t> forwards_{0};
   std::atomic<bool> has_forward_{false};
   mutable std::mutex forward_mutex_;

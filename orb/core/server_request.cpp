@@ -180,6 +180,11 @@ void answer_exception(ServerRequest& request, const char* name, uint32_t complet
   request.replied = true;
 }
 
+void answer_forward(ServerRequest& request, const Reference& to) {
+  if (!begin_reply(request, ZR_REPLY_LOCATION_FORWARD) || !write_reference(&request.cdr, &to))
+    answer_exception(request, "NO_MEMORY");
+}
+
 const ServerRequest* running_request() { return running; }
 
 }  // namespace zrsv

@@ -72,6 +72,9 @@ void execute(ServerRequest& request, uint32_t max_message, Buffer* reply);
 /// Of IMP_LIMIT: the message is over -ORBMaxMessage.
 inline constexpr uint32_t minor_over_max_message = 0x4B510401;
 
+/// Makes "call that one instead" the reply.
+[[gnu::cold]] void answer_forward(ServerRequest& request, const Reference& to);
+
 /// The request that this thread runs, or null.
 const ServerRequest* running_request();
 

@@ -68,7 +68,10 @@ InterfaceDef* local_interface(void* handle) {
 
 Object::~Object() { CORBA_object_release(_ptr); }
 
-Object* Object::_duplicate(Object* object) { return duplicate_as<Object>(object); }
+Object* Object::_duplicate(Object* object) {
+  if (Object* const local = object ? object->_share_reference() : nullptr) return local;
+  return duplicate_as<Object>(object);
+}
 
 Boolean Object::_is_a(const char* repository_id, Environment& env) {
   env.clear();

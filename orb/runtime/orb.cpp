@@ -1,7 +1,10 @@
 #include "corba/orb.h"
 
-#include <mutex>
+#include <algorithm>
+#include <string_view>
 
+#include "corba/any.h"
+#include "orb_state.h"
 #include "raise.h"
 
 namespace CORBA {
@@ -10,37 +13,84 @@ void* OM_this_ORB = nullptr;
 
 namespace {
 
-std::mutex uses_mutex;
-ULong uses = 0;  // guarded by uses_mutex: how often ORB_init succeeded and destroy has not undone it
+constexpr ULong null_object = OMGVMCID | 27;
 
-/// `handle` while the ORB lives; BAD_INV_ORDER once it is destroyed.
-void* live(void* handle, Environment& env) {
-  env.clear();
-  const std::lock_guard lock(uses_mutex);
-  if (!handle || uses == 0) raise<BAD_INV_ORDER>(env);
-  return handle;
+// ---- The options of the runtime -------------------------------------------------------------------------
+
+std::mutex core_mutex;  // one ORB is made or ended at a time
+
+bool take_configured(OrbOptions& options, std::string_view value) {
+  const std::size_t equals = value.find('=');
+  if (equals == 0 || equals == value.npos || equals + 1 == value.size()) return false;
+  options.configured[std::string(value.substr(0, equals))] = value.substr(equals + 1);
+  return true;
 }
 
-std::unique_ptr<Object> own(void* handle) {
-  if (!handle) return nullptr;
-  auto object = std::make_unique<Object>();
-  object->set_ref(handle);
-  return object;
+struct OptionRow {
+  std::string_view name;
+  bool (*take)(OrbOptions& options, std::string_view value);
+  const char* help;
+};
+
+constexpr OptionRow option_rows[] = {
+    {"-ORBid", [](OrbOptions& o, std::string_view value) { return o.id = value, true; }, "the id of the ORB"},
+    {"-ORBInitRef", take_configured, "NAME=URL: what an initial reference is"},
+    {"-ORBDefaultInitRef",
+     [](OrbOptions& o, std::string_view value) { return o.default_url = value, !value.empty(); },
+     "URL: what initial references that are not known are below"},
+};
+
+/// Moves the arguments that are not the runtime's own to `rest`. False for a bad one, with a log line.
+bool take_options(int argc, char** argv, OrbOptions& options, std::vector<char*>& rest) {
+  for (int i = 0; i < argc && argv; ++i) {
+    const std::string_view name(argv[i] ? argv[i] : "");
+    const auto* row = std::ranges::find(option_rows, name, &OptionRow::name);
+    if (i == 0 || row == std::end(option_rows)) {
+      rest.push_back(argv[i]);
+      continue;
+    }
+    if (++i < argc && row->take(options, argv[i])) continue;
+    OM_log("no value, or a bad one, after %s; it wants %s", row->name.data(), row->help);
+    return false;
+  }
+  return true;
 }
 
-/// Services of the ORB core whose handles are no object references.
-bool is_service(std::string_view name) {
-  return name == "KQ_LightInterfaceRepository" || name == "ImplementationRepository";
-}
-
-/// The ORB core has no exception of its own for this.
-bool is_unknown_name(const CORBA_Environment& record) {
-  const char* id = CORBA_exception_id(&record);
-  return id && (std::strcmp(id, BAD_PARAM::repository_id.value) == 0 ||
-                std::strcmp(id, ORB::InvalidName::repository_id) == 0);
+/// Starts a use of the ORB core with what the runtime left of the command line, and takes its options out.
+void enter_core(int& argc, char** argv, std::vector<char*>& rest, Environment& env) {
+  int count = static_cast<int>(rest.size());
+  rest.push_back(nullptr);
+  CORBA_Environment record{};
+  void* const handle = CORBA_ORB_init(&count, rest.data(), "", &record);
+  check_record(record, env);
+  if (!handle) raise<INITIALIZE>(env);
+  OM_this_ORB = handle;
+  if (!argv || count == argc) return;
+  std::copy_n(rest.data(), count + 1, argv);
+  argc = count;
 }
 
 }  // namespace
+
+ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
+  env.clear();
+  OrbOptions options;
+  std::vector<char*> rest;
+  if (!take_options(argc, argv, options, rest)) raise<BAD_PARAM>(env);
+  if (orb_id && *orb_id) options.id = orb_id;
+  const std::lock_guard lock(core_mutex);
+  enter_core(argc, argv, rest, env);
+  return ORB::of(orbs().enter(options));
+}
+
+// ---- The wrapper ------------------------------------------------------------------------------------------
+
+ORB* ORB::of(OrbPointer state) {
+  auto* made = new ORB;
+  made->set_ref(OM_this_ORB);
+  made->state_ = std::move(state);
+  return made;
+}
 
 // The handle is the process's, not a reference to be given back.
 ORB::~ORB() { set_ref(nullptr); }
@@ -49,81 +99,122 @@ ORB* ORB::_duplicate(ORB* orb) {
   if (!orb) return nullptr;
   auto* made = new ORB;
   made->set_ref(orb->get_ref());
+  made->state_ = orb->state_;
   return made;
 }
 
-ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
-  env.clear();
-  auto orb = std::make_unique<ORB>();
-  CORBA_Environment record{};
-  {
-    const std::lock_guard lock(uses_mutex);
-    void* handle = CORBA_ORB_init(&argc, argv, orb_id, &record);
-    if (handle) {
-      ++uses;
-      orb->set_ref(OM_this_ORB = handle);
-    }
-  }
-  if (!orb->get_ref() && record._major == CORBA_NO_EXCEPTION) raise<INITIALIZE>(env);
-  check_record(record, env);
-  return orb.release();
-}
+char* ORB::id(Environment& env) { return string_dup(live(*this, env)->id.c_str()); }
+
+// ---- References -------------------------------------------------------------------------------------------
 
 Object* ORB::resolve_initial_references(const char* name, Environment& env) {
-  void* orb = live(_ptr, env);
-  if (!name || is_service(name)) raise<InvalidName>(env);
-  CORBA_Environment record{};
-  auto object = own(CORBA_ORB_resolve_initial_references(orb, name, &record));
-  if (is_unknown_name(record)) {
-    CORBA_exception_free(&record);
-    raise<InvalidName>(env);
+  const OrbPointer orb = live(*this, env);
+  if (!name) raise<InvalidName>(env);
+  return resolve(orb, name, env);
+}
+
+void ORB::register_initial_reference(const char* name, Object* object, Environment& env) {
+  const OrbPointer orb = live(*this, env);
+  if (!name || !*name) raise<InvalidName>(env);
+  if (is_nil(object)) raise<BAD_PARAM>(env, null_object, COMPLETED_NO);
+  const std::vector<std::string> own = own_services(orb);
+  const std::lock_guard lock(orb->mutex);
+  const bool taken = orb->registered.contains(name) || std::ranges::find(own, name) != own.end();
+  if (taken) raise<InvalidName>(env);
+  orb->registered[name] = Object::_duplicate(object);
+}
+
+ORB::ObjectIdList* ORB::list_initial_services(Environment& env) {
+  const OrbPointer orb = live(*this, env);
+  std::vector<std::string> names = own_services(orb);
+  {
+    const std::lock_guard lock(orb->mutex);
+    for (const auto& [name, object] : orb->registered) names.push_back(name);
+    for (const auto& [name, url] : orb->configured) names.push_back(name);
   }
-  check_record(record, env);
-  return object.release();
+  std::ranges::sort(names);
+  names.erase(std::ranges::unique(names).begin(), names.end());
+  auto list = std::make_unique<ObjectIdList>();
+  list->length(static_cast<ULong>(names.size()));
+  for (ULong i = 0; i < list->length(); ++i) (*list)[i] = names[i].c_str();
+  return list.release();
 }
 
 Object* ORB::string_to_object(const char* text, Environment& env) {
-  void* orb = live(_ptr, env);
-  CORBA_Environment record{};
-  auto object = own(CORBA_ORB_string_to_object(orb, text, &record));
-  check_record(record, env);
-  return object.release();
+  return from_url(live(*this, env), text, env);
 }
 
 char* ORB::object_to_string(Object* object, Environment& env) {
-  void* orb = live(_ptr, env);
+  live(*this, env);
   CORBA_Environment record{};
-  String_var text(CORBA_ORB_object_to_string(orb, object ? object->get_ref() : nullptr, &record));
+  String_var text(CORBA_ORB_object_to_string(OM_this_ORB, object ? object->get_ref() : nullptr, &record));
   check_record(record, env);
   return text._retn();
 }
 
-void ORB::run(Environment& env) {
+void ORB::register_key(const char* key, Object* object, Environment& env) {
+  live(*this, env);
   CORBA_Environment record{};
-  CORBA_ORB_run(live(_ptr, env), &record);
+  ZR_register_key(key, object ? object->get_ref() : nullptr, &record);
   check_record(record, env);
 }
 
-void ORB::shutdown(Boolean wait_for_completion, Environment& env) {
+Policy* ORB::create_policy(PolicyType type, const Any& value, Environment& env) {
+  live(*this, env);
+  return CORBA::create_policy(type, value, env);
+}
+
+// ---- Serving ----------------------------------------------------------------------------------------------
+
+void ORB::run(Environment& env) {
+  if (!orbs().wait_to_serve(live(*this, env))) return;
   CORBA_Environment record{};
-  CORBA_ORB_shutdown(live(_ptr, env), wait_for_completion, &record);
+  CORBA_ORB_run(OM_this_ORB, &record);
+  check_record(record, env);
+}
+
+Boolean ORB::work_pending(Environment& env) {
+  CORBA_Environment record{};
+  const Boolean pending = orbs().may_serve(live(*this, env)) && ZR_work_pending(OM_this_ORB, &record);
+  check_record(record, env);
+  return pending;
+}
+
+void ORB::perform_work(Environment& env) {
+  CORBA_Environment record{};
+  if (orbs().may_serve(live(*this, env))) ZR_perform_work(OM_this_ORB, &record);
+  check_record(record, env);
+}
+
+int ORB::work_descriptor(Environment& env) {
+  CORBA_Environment record{};
+  const int descriptor = orbs().may_serve(live(*this, env)) ? ZR_work_descriptor(OM_this_ORB, &record) : -1;
+  check_record(record, env);
+  return descriptor;
+}
+
+void ORB::shutdown(Boolean wait_for_completion, Environment& env) {
+  const OrbPointer orb = live(*this, env);
+  CORBA_Environment record{};
+  if (orbs().may_serve(orb)) {
+    CORBA_ORB_shutdown(OM_this_ORB, wait_for_completion, &record);
+  } else {
+    orbs().end_run(orb);
+  }
   check_record(record, env);
 }
 
 void ORB::destroy(Environment& env) {
-  void* orb = live(_ptr, env);
-  {
-    const std::lock_guard lock(uses_mutex);
-    if (uses == 0) raise<BAD_INV_ORDER>(env);
-    --uses;  // first, so that no other thread destroys the same use
-  }
+  const OrbPointer orb = live(*this, env);
   CORBA_Environment record{};
-  CORBA_ORB_destroy(orb, &record);
-  const std::lock_guard lock(uses_mutex);
-  if (record._major != CORBA_NO_EXCEPTION) ++uses;
+  if (orbs().is_last_use_of_server(orb)) CORBA_ORB_shutdown(OM_this_ORB, 1, &record);
+  check_record(record, env);  // a servant cannot wait for its own end
+  const std::lock_guard lock(core_mutex);
+  if (!orbs().leave(orb)) raise<BAD_INV_ORDER>(env);
+  CORBA_ORB_destroy(OM_this_ORB, &record);
   check_record(record, env);
   set_ref(nullptr);
-  if (uses == 0) OM_this_ORB = nullptr;
+  if (!orbs().standard()) OM_this_ORB = nullptr;
 }
 
 }  // namespace CORBA

@@ -4,6 +4,7 @@
 #include "corba/any.h"
 #include "corba/exception.h"
 #include "corba/local_object.h"
+#include "corba/messaging.h"
 #include "corba/object.h"
 #include "corba/operation.h"
 #include "corba/orb.h"

@@ -50,6 +50,16 @@ ZRSV_API void CORBA_ORB_shutdown(void* orb, unsigned char wait, CORBA_Environmen
 /* Undoes one CORBA_ORB_init; the last one shuts down, waits and frees. */
 ZRSV_API void CORBA_ORB_destroy(void* orb, CORBA_Environment* env);
 
+/* For a program that waits for input in a loop of its own: from the first of these calls on, until CORBA_ORB_run,
+ * requests and the disconnect hook are run by ZR_perform_work only, on the thread that calls it; calls that the process makes to its own objects run on
+ * the calling thread. The descriptor is readable
+ * while a request waits to be run; -1 while nothing is served. It is the ORB's, and good until the shutdown.
+ * ZR_perform_work runs one request, or nothing when none waits, and never blocks for one. BAD_INV_ORDER after a
+ * shutdown. Any thread. */
+ZRSV_API int ZR_work_descriptor(void* orb, CORBA_Environment* env);
+ZRSV_API unsigned char ZR_work_pending(void* orb, CORBA_Environment* env);
+ZRSV_API void ZR_perform_work(void* orb, CORBA_Environment* env);
+
 /* "host:port" published in references, at index 0, 1, ...; null past the last. Valid from the resolution of
  * "RootPOA" on. */
 ZRSV_API const char* ZR_published_endpoint(void* orb, uint32_t index);

@@ -52,6 +52,11 @@ ZRSV_API void* CORBA_ORB_string_to_object(void* orb, const char* text, CORBA_Env
  * Null, with `env` filled: BAD_PARAM for a null handle, INV_OBJREF for a reference without such a profile. */
 ZRSV_API char* ZR_object_to_corbaloc(void* orb, void* object, CORBA_Environment* env);
 
+/* From now on requests whose object key is the text `key` (as in corbaloc:iiop:host:port/Bank) reach `object`:
+ * it serves them when it is of this process, else the client is sent there. A null object takes the key away.
+ * BAD_PARAM for a null or empty key. */
+ZRSV_API void ZR_register_key(const char* key, void* object, CORBA_Environment* env);
+
 /* Enters a reference of this process into, and takes it out of, the table of objects known to be active. A
  * reference may be bound once: BAD_INV_ORDER when its key is bound already or the ORB is shut down;
  * NO_RESOURCES when the table cannot grow. Unbinding what is not bound changes nothing. `orb` may be null. */

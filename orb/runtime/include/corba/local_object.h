@@ -21,6 +21,7 @@ class ZRSVCPP_API LocalObject : public virtual Object {
     if (--count_ == 0) delete this;
   }
   virtual ULong _refcount_value() const { return count_; }
+  Object* _share_reference() override { return _add_ref(), this; }
   void _release_reference() override { _remove_ref(); }
 
  protected:

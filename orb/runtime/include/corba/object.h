@@ -5,7 +5,16 @@
 
 namespace CORBA {
 
+class Any;
 class InterfaceDef;
+class ORB;
+class Policy;
+class PolicyList;
+class PolicyTypeSeq;
+
+using PolicyType = ULong;
+/// Whether new overrides take the place of the old ones, or come beside them.
+enum SetOverrideType : ULong { SET_OVERRIDE = 0, ADD_OVERRIDE = 1 };
 
 /// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of
 /// every interface. A wrapper belongs to one thread at a time; a handle may be shared.
@@ -36,6 +45,30 @@ class ZRSVCPP_API Object : public Allocated {
   Boolean _is_equivalent(Object* other, CORBA_ENV);
   ULong _hash(ULong maximum, CORBA_ENV);
 
+  /// The ORB that the reference came from, as a new reference.
+  ORB* _get_orb(CORBA_ENV);
+  /// The id of the object's interface: that of the reference, or, where it has none, the object is asked. The
+  /// caller frees it.
+  char* _repository_id(CORBA_ENV);
+  /// The component that the object belongs to, nil when it belongs to none.
+  Object* _get_component(CORBA_ENV);
+  /// True when the object can be reached under the policies in force; a failure to reach it is raised.
+  /// `inconsistent` gets a new list of the policies that forbid it, which is empty.
+  Boolean _validate_connection(PolicyList*& inconsistent, CORBA_ENV);
+
+  /// A new reference to the same object whose calls are made under these policies; this one stays as it is.
+  /// Only policies of clients count (Messaging::RelativeRoundtripTimeoutPolicy). InvalidPolicies for others,
+  /// BAD_PARAM for two of one type.
+  Object* _set_policy_overrides(const PolicyList& policies, SetOverrideType how, CORBA_ENV);
+  /// The overrides of this reference of those types, of all types for an empty list.
+  PolicyList* _get_policy_overrides(const PolicyTypeSeq& types, CORBA_ENV);
+  /// What is in force for calls of this reference on this thread: the reference's override, the thread's, or
+  /// the ORB's; nil when none speaks of the type.
+  Policy* _get_policy(PolicyType type, CORBA_ENV);
+  Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, env); }
+
+  /// What Object::_duplicate does with it: null for a new wrapper. Counted objects count up and give themselves.
+  virtual Object* _share_reference() { return nullptr; }
   /// What CORBA::release does with it: destroys the wrapper. Counted objects count down instead.
   virtual void _release_reference() { delete this; }
 

@@ -1,12 +1,10 @@
 // CORBA::Policy, CORBA::Current and their implementation bases.
 #pragma once
 
-#include "corba/object.h"
+#include "corba/local_object.h"
 #include "corba/sequence.h"
 
 namespace CORBA {
-
-using PolicyType = ULong;
 
 class ZRSVCPP_API Policy : public virtual Object {
  public:
@@ -31,6 +29,59 @@ class PolicyList : public Sequence<Policy_var> {
   using Sequence::Sequence;
 };
 using PolicyList_var = SequenceVar<PolicyList>;
+
+class PolicyTypeSeq : public Sequence<PolicyType> {
+ public:
+  using Sequence::Sequence;
+};
+using PolicyTypeSeq_var = SequenceVar<PolicyTypeSeq>;
+
+/// Why ORB::create_policy made none.
+using PolicyErrorCode = Short;
+inline constexpr PolicyErrorCode BAD_POLICY = 0, UNSUPPORTED_POLICY = 1, BAD_POLICY_TYPE = 2,
+                                 BAD_POLICY_VALUE = 3, UNSUPPORTED_POLICY_VALUE = 4;
+class ZRSVCPP_API PolicyError : public UserExceptionOf<PolicyError> {
+ public:
+  static constexpr const char* repository_id = "IDL:omg.org/CORBA/PolicyError:1.0";
+  PolicyError() = default;
+  explicit PolicyError(PolicyErrorCode why) : reason(why) {}
+
+  PolicyErrorCode reason = BAD_POLICY;
+};
+/// Overrides that cannot be: their places in the list.
+class ZRSVCPP_API InvalidPolicies : public UserExceptionOf<InvalidPolicies> {
+ public:
+  static constexpr const char* repository_id = "IDL:omg.org/CORBA/InvalidPolicies:1.0";
+  InvalidPolicies() = default;
+  explicit InvalidPolicies(Sequence<UShort> places) : indices(std::move(places)) {}
+
+  Sequence<UShort> indices;
+};
+
+/// The policies of the calls of one ORB (initial reference "ORBPolicyManager"). May be used by several threads.
+class ZRSVCPP_API PolicyManager : public LocalObject {
+ public:
+  static PolicyManager* _nil() { return nullptr; }
+  static PolicyManager* _duplicate(PolicyManager* p) { return idl::narrow_local<PolicyManager>(p); }
+  static PolicyManager* _narrow(Object* object) { return idl::narrow_local<PolicyManager>(object); }
+
+  /// The overrides of those types, of all types for an empty list; the caller frees the list.
+  virtual PolicyList* get_policy_overrides(const PolicyTypeSeq& types, CORBA_ENV) = 0;
+  /// As Object::_set_policy_overrides, for all references.
+  virtual void set_policy_overrides(const PolicyList& policies, SetOverrideType how, CORBA_ENV) = 0;
+};
+using PolicyManager_ptr = PolicyManager*;
+using PolicyManager_var = ObjectVar<PolicyManager>;
+
+/// The policies of the calls of the thread that asks (initial reference "PolicyCurrent").
+class ZRSVCPP_API PolicyCurrent : public PolicyManager {
+ public:
+  static PolicyCurrent* _nil() { return nullptr; }
+  static PolicyCurrent* _duplicate(PolicyCurrent* p) { return idl::narrow_local<PolicyCurrent>(p); }
+  static PolicyCurrent* _narrow(Object* object) { return idl::narrow_local<PolicyCurrent>(object); }
+};
+using PolicyCurrent_ptr = PolicyCurrent*;
+using PolicyCurrent_var = ObjectVar<PolicyCurrent>;
 
 class ZRSVCPP_API Current : public virtual Object {
  public:

@@ -1,0 +1,51 @@
+#include "named_keys.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+
+#include "environment.h"
+
+namespace zrsv {
+namespace {
+
+struct Names {
+  std::atomic<bool> any{false};  // whether there was ever a name: unknown keys cost no lock then
+  std::mutex mutex;
+  std::map<std::string, Ref<Reference>, std::less<>> objects;  // guarded by mutex
+};
+
+Names& names() {
+  static auto& one = *new Names;
+  return one;
+}
+
+}  // namespace
+
+void name_object(std::string key, Ref<Reference> object) {
+  Names& all = names();
+  std::lock_guard lock(all.mutex);
+  all.any = true;
+  if (object) {
+    all.objects.insert_or_assign(std::move(key), std::move(object));
+  } else {
+    all.objects.erase(key);
+  }
+}
+
+Ref<Reference> named_object(std::string_view key) {
+  Names& all = names();
+  if (!all.any.load(std::memory_order_relaxed)) return {};
+  std::lock_guard lock(all.mutex);
+  const auto found = all.objects.find(key);
+  return found == all.objects.end() ? Ref<Reference>() : found->second;
+}
+
+}  // namespace zrsv
+
+using namespace zrsv;
+
+void ZR_register_key(const char* key, void* object, CORBA_Environment* env) {
+  if (!key || !*key) return raise_standard(env, "BAD_PARAM");
+  guarded(env, [&] { return name_object(key, Ref<Reference>::share(as_reference(object))), true; });
+}

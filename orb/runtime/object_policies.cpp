@@ -1,0 +1,98 @@
+// What a reference says of itself and of its calls.
+#include "corba/operation.h"
+#include "orb_state.h"
+#include "raise.h"
+
+namespace CORBA {
+namespace {
+
+/// Questions that any object can be asked; programs ask them through Object.
+struct Questions {
+  virtual char* repository_id(Environment& env) = 0;
+  virtual Object* component(Environment& env) = 0;
+
+ protected:
+  ~Questions() = default;
+};
+using repository_id = idl::by_member::operation<"_repository_id", &Questions::repository_id>;
+using component = idl::by_member::operation<"_component", &Questions::component>;
+
+/// The overrides of a reference; none for one without.
+const ReferenceScope* own_scope(const std::shared_ptr<zrsv::CallScope>& scope) {
+  return dynamic_cast<const ReferenceScope*>(scope.get());
+}
+
+/// The ORB that a reference came from.
+OrbPointer orb_of(void* handle) {
+  std::shared_ptr<zrsv::CallScope> scope = zrsv::scope_of(handle);
+  if (own_scope(scope)) scope = scope->wider();
+  OrbPointer orb = std::dynamic_pointer_cast<OrbState>(scope);
+  return orb ? orb : orbs().standard();
+}
+
+}  // namespace
+
+ORB* Object::_get_orb(Environment& env) {
+  env.clear();
+  OrbPointer orb = orb_of(_ptr);
+  if (!orb || !orbs().lives(orb)) raise<BAD_INV_ORDER>(env, OMGVMCID | 4, COMPLETED_NO);
+  return ORB::of(std::move(orb));
+}
+
+char* Object::_repository_id(Environment& env) {
+  env.clear();
+  const char* const known = ZR_object_type_id(_ptr);
+  return *known ? string_dup(known) : repository_id::Roads::stub(this, env);
+}
+
+Object* Object::_get_component(Environment& env) {
+  try {
+    return component::Roads::stub(this, env);
+  } catch (const BAD_OPERATION&) {  // of an object that knows of no components
+    env.clear();
+    return nullptr;
+  }
+}
+
+Boolean Object::_validate_connection(PolicyList*& inconsistent, Environment& env) {
+  auto none = std::make_unique<PolicyList>();
+  const Boolean reached = !_non_existent(env);
+  inconsistent = none.release();
+  return reached;
+}
+
+Object* Object::_set_policy_overrides(const PolicyList& policies, SetOverrideType how, Environment& env) {
+  env.clear();
+  if (!_ptr) raise<INV_OBJREF>(env);
+  // A reference's scope lies in its ORB's: calls look for the two in this order.
+  const auto scope = std::make_shared<ReferenceScope>(orb_of(_ptr));
+  const std::shared_ptr<zrsv::CallScope> before = zrsv::scope_of(_ptr);
+  if (const ReferenceScope* const own = own_scope(before)) scope->overrides = own->overrides;
+  scope->overrides.set(policies, how, env);
+  scope->limit = scope->overrides.time_limit();
+  zrsv::use_call_scopes();
+  auto made = std::make_unique<Object>();
+  made->set_ref(zrsv::object_in_scope(_ptr, scope));
+  return made.release();
+}
+
+PolicyList* Object::_get_policy_overrides(const PolicyTypeSeq& types, Environment& env) {
+  env.clear();
+  const std::shared_ptr<zrsv::CallScope> scope = zrsv::scope_of(_ptr);
+  const ReferenceScope* const own = own_scope(scope);
+  return own ? own->overrides.list(types) : new PolicyList;
+}
+
+Policy* Object::_get_policy(PolicyType type, Environment& env) {
+  env.clear();
+  const std::shared_ptr<zrsv::CallScope> scope = zrsv::scope_of(_ptr);
+  if (const ReferenceScope* const own = own_scope(scope))
+    if (Policy* const found = own->overrides.find(type)) return found;
+  if (Policy* const found = thread_overrides().find(type)) return found;
+  const OrbPointer orb = orb_of(_ptr);
+  if (!orb) return nullptr;
+  const std::lock_guard lock(orb->mutex);
+  return orb->overrides.find(type);
+}
+
+}  // namespace CORBA

@@ -1,0 +1,94 @@
+// What the ORBs of the process know.
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "corba/orb.h"
+#include "policy_overrides.h"
+
+namespace CORBA {
+
+/// One ORB; the scope of the calls of the references that it made.
+struct OrbState : zrsv::CallScope {
+  explicit OrbState(std::string name) : id(std::move(name)) {}
+
+  const std::string id;
+  std::mutex mutex;                                            // of the members below
+  std::map<std::string, Object_var, std::less<>> registered;   // initial references
+  std::map<std::string, std::string, std::less<>> configured;  // -ORBInitRef: name to URL
+  std::string default_url;                                     // -ORBDefaultInitRef
+  PolicyOverrides overrides;
+};
+using OrbPointer = std::shared_ptr<OrbState>;
+
+/// The ORB options of the runtime itself.
+struct OrbOptions {
+  std::string id;
+  std::map<std::string, std::string, std::less<>> configured;
+  std::string default_url;
+};
+
+/// The ORBs of the process, in the order in which they were made. One of them, at most, owns the ORB core's server
+/// side.
+class Orbs {
+ public:
+  /// The ORB of that id, made when there is none; counts a use.
+  OrbPointer enter(const OrbOptions& options);
+  bool lives(const OrbPointer& orb);
+  /// True when one more leave() ends the ORB, and the server side with it.
+  bool is_last_use_of_server(const OrbPointer& orb);
+  /// Undoes one use, the last of which ends the ORB. False when it has ended already.
+  bool leave(const OrbPointer& orb);
+  /// The ORB whose references carry no scope: the owner of the server side, else the oldest; null for none.
+  OrbPointer standard();
+
+  /// True when the server side is this ORB's.
+  bool is_server(const OrbPointer& orb);
+  /// True when it is from now on; false when it is another's.
+  bool own_server(const OrbPointer& orb);
+  /// True when the server side is this ORB's, or could be nobody else's.
+  bool may_serve(const OrbPointer& orb);
+
+  /// Waits until the ORB is shut down or gone (false), or may serve (true).
+  bool wait_to_serve(const OrbPointer& orb);
+  /// Ends that waiting, for good.
+  void end_run(const OrbPointer& orb);
+
+  /// The limit of calls that the ORB's policies set.
+  void set_limit(const OrbPointer& orb, std::int64_t limit);
+
+ private:
+  struct Entry {
+    OrbPointer orb;
+    ULong uses = 0;
+    bool ended = false;
+  };
+  Entry* find(const OrbPointer& orb);
+  bool may_serve_locked(const OrbPointer& orb);
+  OrbPointer standard_locked();
+  void refresh_default();
+
+  std::mutex mutex_;  // guards all below
+  std::condition_variable changed_;
+  std::vector<Entry> all_;
+  OrbPointer owner_;
+};
+
+Orbs& orbs();
+
+/// The ORB behind a wrapper, alive; BAD_INV_ORDER when it is destroyed.
+OrbPointer live(const ORB& orb, Environment& env);
+
+/// The steps of resolve_initial_references and string_to_object (orb_references.cpp).
+Object* resolve(const OrbPointer& orb, const std::string& name, Environment& env);
+Object* from_url(const OrbPointer& orb, const char* text, Environment& env);
+/// A wrapper that owns `handle`, in the scope of the ORB where references need one; nil for null.
+Object* own_reference(const OrbPointer& orb, void* handle);
+/// Names that resolve() knows without configuration.
+std::vector<std::string> own_services(const OrbPointer& orb);
+
+}  // namespace CORBA

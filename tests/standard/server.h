@@ -1,0 +1,102 @@
+// A server and its client in one process, as programs of the standard mapping are written.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "echo.h"
+#include "poa.h"
+
+/// Does what the interface says; tests look at what it saw.
+class EchoServant : public POA_Demo::Echo {
+ public:
+  char* echo_string(const char* s) override { return ran(), CORBA::string_dup(s); }
+  CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return ran(), a + b; }
+  Demo::Octets* echo_octets(const Demo::Octets& d) override { return ran(), new Demo::Octets(d); }
+  void refuse(const char* why, CORBA::Long code) override {
+    ran();
+    throw Demo::Refused(why, code);
+  }
+  void note(const char* s) override {
+    ran();
+    noted.set_value(s);
+  }
+  CORBA::Long notes() override { return ran(), calls; }
+  char* who() override { return ran(), CORBA::string_dup("echo"); }
+  /// Waits until it is released.
+  void sleep_ms(CORBA::ULong) override {
+    ran();
+    released.wait_for(std::chrono::seconds(20));
+  }
+
+  std::atomic<int> calls{0};
+  std::atomic<std::thread::id> thread;
+  std::promise<std::string> noted;
+  std::promise<void> release;
+
+ private:
+  void ran() { ++calls, thread = std::this_thread::get_id(); }
+  std::shared_future<void> released = release.get_future().share();
+};
+
+inline CORBA::ORB_ptr make_orb(std::vector<std::string> arguments = {}, const char* id = "") {
+  std::vector<char*> argv{const_cast<char*>("test")};
+  for (std::string& a : arguments) argv.push_back(a.data());
+  auto argc = static_cast<int>(argv.size());
+  argv.push_back(nullptr);
+  return CORBA::ORB_init(argc, argv.data(), id);
+}
+
+/// The ORB with the adapter, and an Echo object in it.
+class StandardTest : public testing::Test {
+ protected:
+  /// Whether run() is called, or the test does the work itself.
+  enum class Serving { ByTheOrb, ByTheProgram };
+  explicit StandardTest(std::vector<std::string> arguments = {}, Serving how = Serving::ByTheOrb)
+      : orb(make_orb(std::move(arguments))) {
+    const CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
+    root = PortableServer::POA::_narrow(object);
+    PortableServer::POAManager_var(root->the_POAManager())->activate();
+    echo = servant->_this();
+    if (how == Serving::ByTheOrb) serving = std::thread([this] { orb->run(); });
+  }
+  ~StandardTest() override {
+    try {
+      const PortableServer::ObjectId_var id = root->servant_to_id(servant.get());
+      root->deactivate_object(id);
+      orb->shutdown(false);
+      if (serving.joinable()) serving.join();
+      orb->destroy();
+    } catch (const CORBA::Exception& e) {
+      ADD_FAILURE() << e;
+    }
+  }
+
+  static std::string port() {
+    const std::string at = ZR_published_endpoint(CORBA::OM_this_ORB, 0);
+    return at.substr(at.rfind(':') + 1);
+  }
+  /// The text of a reference that calls go over a socket for.
+  static std::string far(const std::string& key) {
+    return "corbaloc:iiop:1.2@localhost:" + port() + "/" + key;
+  }
+  /// The Echo object over a socket, as `of` sees it.
+  Demo::Echo_ptr far_echo(CORBA::ORB_ptr of) {
+    orb->register_key("Echo", echo);
+    const CORBA::Object_var object = of->string_to_object(far("Echo").c_str());
+    return Demo::Echo::_narrow(object);
+  }
+
+  CORBA::ORB_var orb;
+  PortableServer::POA_var root;
+  std::unique_ptr<EchoServant> servant = std::make_unique<EchoServant>();
+  Demo::Echo_var echo;
+
+ private:
+  std::thread serving;
+};

@@ -18,6 +18,12 @@ extern "C" {
 #include <mcpp_lib.h>
 }
 
+// The preprocessor library, in a process of its own, compares what follows a directory's name with what may be longer.
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_suppressions();
+extern "C" const char* __asan_default_suppressions() { return "interceptor_via_lib:libmcpp"; }
+#endif
+
 namespace idl {
 namespace {
 

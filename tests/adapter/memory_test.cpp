@@ -64,10 +64,11 @@ void* operator new(std::size_t octets, const std::nothrow_t&) noexcept {
 void* operator new[](std::size_t octets, const std::nothrow_t& nothrow) noexcept {
   return operator new(octets, nothrow);
 }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void operator delete[](void* block) noexcept { std::free(block); }
-void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+// Not inlined: the compiler would see free() on what came from operator new.
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 TEST_F(Memory, APoaIsMadeWholeOrNotAtAll) {
   POA_var made;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace zrsv {
 
@@ -90,12 +91,12 @@ Assembler::Result Assembler::cut(std::size_t length, Buffer* message) {
   message->clear();
   const std::size_t rest = have() - length;
   if (start_ == 0 && rest <= length) {
-    if (!message->append(at() + length, rest)) return bad("memory");
+    if (!message->append(at() + length, rest)) throw std::bad_alloc();
     std::swap(stream_, *message);
     message->clear();
     message->grow(length);
   } else {
-    if (!message->append(at(), length)) return bad("memory");
+    if (!message->append(at(), length)) throw std::bad_alloc();
     skip(length);
   }
   return Result::Message;
@@ -134,7 +135,7 @@ Assembler::Result Assembler::finish(Unfinished* whole, giop::Header* header, Buf
   octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
   put_word(octets + 8, header->size, header->little);
   header->cuts = !whole->cuts.empty();
-  if (header->cuts && !giop::put_cuts(&whole->octets, whole->cuts)) return bad("memory");
+  if (header->cuts && !giop::put_cuts(&whole->octets, whole->cuts)) throw std::bad_alloc();
   unfinished_octets_ -= whole->octets.size();
   *message = std::move(whole->octets);
   unfinished_.erase(unfinished_.begin() + (whole - unfinished_.data()));
@@ -149,7 +150,7 @@ void Assembler::forget(Unfinished* u) {
 Assembler::Result Assembler::append(Unfinished* to, const unsigned char* octets, std::size_t count) {
   if (to->cancelled) return Result::NeedMore;
   if (unfinished_octets_ + count > header_size + std::size_t{max_message_}) return bad("length");
-  if (!to->octets.append(octets, count)) return bad("memory");
+  if (!to->octets.append(octets, count)) throw std::bad_alloc();
   unfinished_octets_ += count;
   return Result::NeedMore;
 }

@@ -32,7 +32,7 @@ class Assembler {
 
   /// The next whole message, its fragments joined: `message` holds header and body, and `header` says the
   /// same of it. The memory of `message` is used again for the stream. After Bad nothing more can be read;
-  /// error() says why.
+  /// error() says why. Throws bad_alloc; nothing more can be read then either.
   Result next(giop::Header* header, Buffer* message);
   const char* error() const { return error_; }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -284,12 +285,11 @@ void ClientConnection::take_messages() {
 
 void ClientConnection::log_bad_input(const giop::Header& header, const char* wrong) const {
   const uint32_t limit = options().max_message;
-  const std::string too_long =
-      header.size > limit
-          ? ": " + std::to_string(header.size) + " octets, over -ORBMaxMessage " + std::to_string(limit)
-          : "";
+  char too_long[64] = "";
+  if (header.size > limit)
+    std::snprintf(too_long, sizeof too_long, ": %u octets, over -ORBMaxMessage %u", header.size, limit);
   OM_log("connection to %s:%u dropped: bad message: %s%s", peer_.host.c_str(), unsigned{peer_.port}, wrong,
-         too_long.c_str());
+         too_long);
 }
 
 /// Gives the incoming reply to the call that waits for it. Null, or what is wrong with the message.
@@ -343,7 +343,11 @@ void ClientConnection::give_up(ClientCall* call) {
   unlink(call);
   call->state = ClientCall::State::Idle;
   if (cancelled_.size() == max_cancelled) cancelled_.pop_front();
-  cancelled_.push_back(call->id);
+  try {
+    cancelled_.push_back(call->id);
+  } catch (const std::bad_alloc&) {
+    return retire();  // its reply would be taken for one to no request
+  }
   cancel(*call);
 }
 

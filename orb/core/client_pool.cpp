@@ -73,13 +73,14 @@ int connect_to(const Endpoint& peer, Deadline deadline, Fault* why) {
 }
 
 ClientPool::Connection connect(const Endpoint& peer, Deadline deadline, Fault* why) {
-  const int fd = connect_to(peer, deadline, why);
-  if (fd < 0) return nullptr;
-  if (OM_TRACE_IS_ON) OM_trace("client: connected to %s:%u", peer.host.c_str(), unsigned{peer.port});
+  int fd = -1;
   try {
+    fd = connect_to(peer, deadline, why);
+    if (fd < 0) return nullptr;
+    if (OM_TRACE_IS_ON) OM_trace("client: connected to %s:%u", peer.host.c_str(), unsigned{peer.port});
     return std::make_shared<ClientConnection>(peer, fd);
   } catch (const std::bad_alloc&) {
-    ::close(fd);
+    if (fd >= 0) ::close(fd);
     *why = fault::no_memory;
     return nullptr;
   }

@@ -496,7 +496,7 @@ void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
   if (!request || in_forked_child()) return;  // a child's copy is left alone with what it holds
   std::unique_ptr<ClientRequest> r(as_request(request));
   if (r->connection && r->phase != Phase::Answered) r->connection->forget(&r->call);
-  keep_for_later(std::move(r));
+  step([&] { return keep_for_later(std::move(r)), true; });
 }
 
 unsigned char OM_req_lib_set_locate_object(void* object, void* forward) {

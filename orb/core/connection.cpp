@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
-#include "endpoint_text.h"
 #include "zrsocket.h"
 
 namespace zrsv {
@@ -34,10 +34,12 @@ PeerAddress PeerAddress::of(const sockaddr_storage& from) {
   return peer;
 }
 
-std::string PeerAddress::text() const {
-  char text[46] = "?";
-  OM_inet_ntop(ipv6 ? ZR_af_inet6 : ZR_af_inet, octets, text, sizeof text);
-  return endpoint_text({text, port});
+PeerAddress::Text PeerAddress::text() const {
+  char host[46] = "?";
+  OM_inet_ntop(ipv6 ? ZR_af_inet6 : ZR_af_inet, octets, host, sizeof host);
+  Text text;
+  std::snprintf(text.octets, sizeof text.octets, ipv6 ? "[%s]:%u" : "%s:%u", host, unsigned{port});
+  return text;
 }
 
 // ---- Counting ----
@@ -206,8 +208,10 @@ ConnectionPool::~ConnectionPool() {
 Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
   std::lock_guard lock(mutex_);
   if (free_.empty()) {
-    free_.reserve(all_.size() + 1);  // so that give_back needs no memory
-    all_.push_back(std::make_unique<Connection>(this));
+    auto fresh = std::make_unique<Connection>(this);
+    all_.reserve(all_.size() + 1);
+    free_.reserve(all_.capacity());  // so that give_back needs no memory
+    all_.push_back(std::move(fresh));
     free_.push_back(all_.back().get());
   }
   Connection* connection = free_.back();
@@ -229,12 +233,12 @@ void ConnectionPool::give_back(Connection* connection) {
   ::close(fd);
 }
 
-std::vector<Ref<Connection>> ConnectionPool::all() {
+Ref<Connection> ConnectionPool::next_open(std::size_t* index) {
   std::lock_guard lock(mutex_);
-  std::vector<Ref<Connection>> open;
-  for (auto& connection : all_)
-    if (connection->try_add_ref()) open.push_back(Ref<Connection>::adopt(connection.get()));
-  return open;
+  while (*index < all_.size())
+    if (Connection* const connection = all_[(*index)++].get(); connection->try_add_ref())
+      return Ref<Connection>::adopt(connection);
+  return {};
 }
 
 }  // namespace zrsv

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -18,6 +17,7 @@
 #include "options.h"
 #include "output_queue.h"
 #include "reference.h"
+#include "requests.h"
 
 namespace zrsv {
 
@@ -27,7 +27,12 @@ struct PeerAddress {
   bool ipv6 = false;
   uint16_t port = 0;
   static PeerAddress of(const sockaddr_storage& from);
-  std::string text() const;
+  /// "192.0.2.1:4711". Takes no memory.
+  struct Text {
+    char octets[64];
+    const char* c_str() const { return octets; }
+  };
+  Text text() const;
 };
 
 class Connection;
@@ -144,6 +149,7 @@ class Connection {
   std::atomic<bool> loss_told{false};
   /// Set while requests of it wait for a slot: later ones line up behind them.
   std::atomic<bool> in_line{false};
+  Line lines[2];  // one in each Waiting
 
  private:
   friend class ConnectionPool;
@@ -204,14 +210,20 @@ class ConnectionPool {
   const Options& options() const { return options_; }
   ConnectionHost& host() const { return host_; }
 
-  /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor.
+  /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor, unless this throws.
   Connection* take(int fd, const PeerAddress& peer);
   void give_back(Connection* connection);
   uint32_t open_connections() const { return open_.load(); }
-  /// All that are open.
-  std::vector<Ref<Connection>> all();
+  /// Calls `visit` with each that is open, a count of it held, and no lock.
+  template <class Visit>
+  void for_each(Visit visit) {
+    for (std::size_t i = 0; const Ref<Connection> connection = next_open(&i);) visit(connection);
+  }
 
  private:
+  /// The first at or after *index, which is moved past it; null at the end.
+  Ref<Connection> next_open(std::size_t* index);
+
   ConnectionHost& host_;
   const Options options_;
   std::atomic<uint32_t> open_{0};

@@ -83,28 +83,36 @@ bool Engine::start() {
       watch_input(connection, true);
       pass_on(connection);
     });
-    for (std::size_t i = 0; i <= slots_ + seats_.count(); ++i)
-      threads_.emplace_back([self = shared_from_this()] { self->work(); });
-  } catch (const std::system_error& e) {
-    OM_log("thread %zu of %u cannot be started: %s", threads_.size() + 1, slots_ + 1, e.what());
+    const std::size_t count = slots_ + 1 + seats_.count();
+    threads_.reserve(count);
+    ended_.reserve(count);
+    while (threads_.size() < count) threads_.emplace_back([self = shared_from_this()] { self->work(); });
+  } catch (const std::exception& e) {
+    OM_log("thread %zu of the ORB cannot be started: %s", threads_.size() + 1, e.what());
     return false;
   }
   return true;
 }
 
-bool Engine::add(int fd, const PeerAddress& peer) {
-  const uint32_t limit = most_connections_;
-  if (pool_.open_connections() >= limit) close_longest_idle();
-  if (pool_.open_connections() >= limit) {
-    OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), limit);
+void Engine::add(int fd, const PeerAddress& peer) try {
+  if (!has_room(peer)) {
     ::close(fd);
-    return false;
+    return;
   }
   Connection* connection = pool_.take(fd, peer);
   epoll_event event{EPOLLIN | EPOLLRDHUP | EPOLLET, {.ptr = connection}};
-  if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0) return true;
+  if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &event) == 0) return;
   OM_log("%s refused: no memory to watch it", peer.text().c_str());
   if (connection->unregister()) connection->drop();
+} catch (const std::exception& e) {
+  OM_log("%s refused: %s", peer.text().c_str(), e.what());
+  ::close(fd);
+}
+
+bool Engine::has_room(const PeerAddress& peer) {
+  if (pool_.open_connections() >= most_connections_) close_longest_idle();
+  if (pool_.open_connections() < most_connections_) return true;
+  OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), most_connections_);
   return false;
 }
 
@@ -120,21 +128,25 @@ Reference* Engine::Worker::find_target(std::string_view key) {
 void Engine::work() {
   never_cancelled();
   Worker worker;
-  unsigned in_a_row = 0;
   while (!quit_.load(std::memory_order_relaxed)) {
-    if (worker.has_slot || (waiting_.any() && enter())) run_waiting(worker);
-    const bool ready = ready_count_.load() > 0;
-    if (ready && ++in_a_row % ready_in_a_row != 0) {
-      if (Ref<Connection> connection = pop_ready()) serve(worker, connection);
-      continue;
+    try {
+      round(worker);
+    } catch (const std::exception& e) {
+      OM_log("a thread of the ORB goes on after: %s", e.what());
     }
-    wait_for_event(worker, !ready);
   }
   const uint64_t one = 1;
   if (::write(wake_, &one, sizeof one) < 0) OM_log("a thread cannot be woken");  // the next one leaves
   std::lock_guard lock(end_mutex_);
   ended_.push_back(std::this_thread::get_id());
   end_.notify_all();
+}
+
+void Engine::round(Worker& worker) {
+  if (worker.has_slot || (waiting_.any() && enter())) run_waiting(worker);
+  const bool ready = ready_count_.load() > 0;
+  if (!ready || ++worker.ready_in_turn % ready_in_a_row == 0) return wait_for_event(worker, !ready);
+  if (Ref<Connection> connection = pop_ready()) serve(worker, connection);
 }
 
 // One event at a time: a second one would have to wait until the first request has run.
@@ -226,8 +238,18 @@ void Engine::watch_output(Connection& connection) {
 
 void Engine::resume_reading(Connection& connection) { push_ready(Ref<Connection>::share(&connection)); }
 
-// Called with the ownership of the connection's reading.
+// Called with the ownership of the connection's reading, which whatever goes wrong before it is given back leaves
+// with this thread.
 void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
+  try {
+    read(worker, connection);
+  } catch (const std::exception& e) {
+    OM_log("%s: %s: connection closed", connection->peer().text().c_str(), e.what());
+    lose(connection);
+  }
+}
+
+void Engine::read(Worker& worker, const Ref<Connection>& connection) {
   for (unsigned turns = 0; turns < turns_in_a_row; ++turns) {
     if (connection->over_share() && connection->pause()) return;
     worker.header = {};
@@ -287,8 +309,14 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
   if (stopping_.load()) return Next::Read;    // CloseConnection will tell the client that it was not taken
   connection->served = true;
   request.connection.borrow(connection.get());
-  request.target.borrow(worker.find_target(request.head.key));
-  const Next next = admit(worker, request);
+  Next next = Next::Read;
+  try {
+    request.target.borrow(worker.find_target(request.head.key));
+    next = admit(worker, request);
+  } catch (const std::bad_alloc&) {  // it has not started, and is still here
+    OM_log("%s: no memory for a request", connection->peer().text().c_str());
+    refuse(worker, request, "NO_MEMORY");
+  }
   reuse(&worker.message, &request.message);
   return next;
 }
@@ -331,9 +359,14 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   if (in_forked_child()) end_forked_child();
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
-  if (request.connection && reply.size() > 0) request.connection->send(&reply);
+  if (request.connection && request.head.response_expected) send_reply(*request.connection, &reply);
   if (request.connection && request.connection->loss_told) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
+}
+
+// An answer that there was no memory for is the connection's end.
+void Engine::send_reply(Connection& connection, Buffer* reply) {
+  reply->size() > 0 ? connection.send(reply) : connection.break_off();
 }
 
 bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
@@ -347,9 +380,10 @@ bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
                                            : giop::LocateStatus::ObjectForward;
   bool whole = giop::begin_locate_reply(&request.cdr, request.minor, request.head.id, status);
   if (status == giop::LocateStatus::ObjectForward) whole = whole && write_reference(&request.cdr, target);
+  if (!whole) request.cdr.out_next = request.cdr.out_base;
   if (whole) giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
-  connection->send(&reply);
+  send_reply(*connection, &reply);
   reuse(&worker.reply, &reply);
   reuse(&worker.message, &request.message);
   return true;
@@ -458,9 +492,9 @@ void Engine::tell_of_work() {
 
 // Called by the queue group.
 void Engine::deliver(Requests requests) {
-  for (auto& request : requests)
-    if (request->waiter && request->waiter->caller_has_slot) LocalCall::hand_back(std::move(request));
-  std::erase(requests, nullptr);
+  Requests nested = requests.take_if(
+      [](const ServerRequest& request) { return request.waiter && request.waiter->caller_has_slot; });
+  while (auto request = nested.pop_front()) LocalCall::hand_back(std::move(request));
   line().add_released(std::move(requests));
   tell_of_work();
 }
@@ -480,10 +514,9 @@ void Engine::run_waiting(Worker& worker) {
 }
 
 // Takes back requests that have not started: of a connection, or all.
-Requests Engine::withdraw(const Connection* connection, const uint32_t* id) {
+Requests Engine::withdraw(Connection* connection, const uint32_t* id) {
   Requests taken = queue_group().withdraw(connection, id);
-  for (Waiting* waiting : {&waiting_, &hosted_waiting_})
-    for (auto& request : waiting->withdraw(connection, id)) taken.push_back(std::move(request));
+  for (Waiting* waiting : {&waiting_, &hosted_waiting_}) taken.append(waiting->withdraw(connection, id));
   return taken;
 }
 
@@ -500,7 +533,7 @@ void Engine::end_hosting() {
   while (hosted_waiting_.any()) {
     Waiting::Turn turn = hosted_waiting_.next();
     if (turn.request) requests.push_back(std::move(turn.request));
-    if (turn.lost) waiting_.add_loss(std::move(turn.lost));
+    if (turn.lost) waiting_.add_loss(*turn.lost);
   }
   deliver(std::move(requests));
 }
@@ -534,14 +567,14 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
   const bool has_slot = Upcall::running() || hosted_.load(std::memory_order_relaxed);
   if (may_be_held || (!has_slot && !try_run_now(request))) {
-    std::shared_ptr<LocalCall> call;
-    if (request.head.response_expected) call = request.waiter = std::make_shared<LocalCall>(has_slot);
+    const bool waits = request.head.response_expected;
+    const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
     const auto admission =
         may_be_held ? queue_group().hold(&request, pool_.options().queue) : QueueGroup::Admission::Pass;
     if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
     if (admission == QueueGroup::Admission::Pass && !has_slot && !enqueue(&request)) return "TRANSIENT";
     if (admission == QueueGroup::Admission::Held || !has_slot)
-      return call ? await(*call, deadline, reply) : nullptr;
+      return waits ? await(*call, deadline, reply) : nullptr;
     request.waiter = nullptr;
   }
   {
@@ -584,7 +617,7 @@ void Engine::answer_now(Worker& worker, ServerRequest& request, Answer&& answer)
   answer();
   if (request.cdr.out_next != request.cdr.out_base) giop::end_message(&request.cdr);
   Buffer reply = Buffer::take(&request.cdr);
-  request.connection->send(&reply);
+  send_reply(*request.connection, &reply);
   reuse(&worker.reply, &reply);
 }
 
@@ -612,7 +645,7 @@ void Engine::lose(const Ref<Connection>& connection) {
 
 void Engine::report_loss(Connection& connection) {
   if (stopping_.load()) return;
-  line().add_loss(Ref<Connection>::share(&connection));
+  line().add_loss(connection);
   tell_of_work();
 }
 
@@ -640,14 +673,14 @@ std::chrono::milliseconds Engine::watch_period() const {
 void Engine::look_after(Clock::time_point now) {
   if (stopping_.load()) return;
   const Options& limits = pool_.options();
-  for (const Ref<Connection>& connection : pool_.all()) {
+  const std::chrono::milliseconds idle(limits.idle_timeout_ms);
+  pool_.for_each([&](const Ref<Connection>& connection) {
     if (const char* why = connection->overdue(now); why && !connection->broken()) {
       OM_log("%s %s: connection closed", connection->peer().text().c_str(), why);
       connection->break_off();
     }
-    const std::chrono::milliseconds idle(limits.idle_timeout_ms);
     if (idle.count() != 0 && now - connection->quiet_since() >= idle) close_if_idle(connection);
-  }
+  });
   if (limits.queue_timeout_ms != 0)
     for (Waiting* waiting : {&waiting_, &hosted_waiting_})
       refuse(waiting->expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
@@ -657,12 +690,11 @@ void Engine::look_after(Clock::time_point now) {
 
 // Makes room for a new one. A client that has just come, or waits for something, is not sent away for it.
 void Engine::close_longest_idle() {
-  const auto all = pool_.all();
-  const auto longest = std::min_element(all.begin(), all.end(), [](const auto& a, const auto& b) {
-    return a->quiet_since() < b->quiet_since();
+  Ref<Connection> longest;
+  pool_.for_each([&](const Ref<Connection>& connection) {
+    if (!longest || connection->quiet_since() < longest->quiet_since()) longest = connection;
   });
-  if (longest != all.end() && Clock::now() - (*longest)->quiet_since() >= std::chrono::seconds(1))
-    close_if_idle(*longest);
+  if (longest && Clock::now() - longest->quiet_since() >= std::chrono::seconds(1)) close_if_idle(longest);
 }
 
 // Only the reader can say that nothing has come.
@@ -699,29 +731,31 @@ void Engine::stop(Clock::time_point deadline) {
 
 void Engine::refuse(Requests requests) {
   Worker worker;
-  for (auto& request : requests) refuse(worker, *request, "TRANSIENT");
+  while (auto request = requests.pop_front()) refuse(worker, *request, "TRANSIENT");
 }
 
 // Replies that clients are taking may go out.
 void Engine::drain_output(Clock::time_point deadline) {
-  const auto all = pool_.all();
-  const auto has_output = [](const Ref<Connection>& connection) {
-    return connection->has_output() && !connection->broken();
+  const auto has_output = [this] {
+    bool any = false;
+    pool_.for_each([&](const auto& connection) { any |= connection->has_output() && !connection->broken(); });
+    return any;
   };
-  std::unique_lock lock(end_mutex_);
-  while (std::any_of(all.begin(), all.end(), has_output) && Clock::now() < deadline)
+  while (has_output() && Clock::now() < deadline) {
+    std::unique_lock lock(end_mutex_);
     end_.wait_for(lock, std::chrono::milliseconds(5));
+  }
 }
 
 // CloseConnection says that what has not been answered was not taken, and may be sent again elsewhere. A client
 // with a request in a servant is not told so.
 void Engine::say_goodbye() {
-  for (const Ref<Connection>& connection : pool_.all()) {
+  pool_.for_each([](const Ref<Connection>& connection) {
     unsigned char message[giop::header_size];
     giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
     connection->say_goodbye(message, connection->has_requests() ? 0 : sizeof message);
     if (connection->unregister()) connection->drop();
-  }
+  });
 }
 
 void Engine::end_threads(Clock::time_point deadline) {

@@ -43,8 +43,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
 
   /// False when the descriptors or threads cannot be had; stop() cleans up.
   bool start();
-  /// Serves an accepted connection. Takes over `fd`; false, and it is closed, when there are too many.
-  bool add(int fd, const PeerAddress& peer);
+  /// Serves an accepted connection. Takes over `fd`, and closes it when there are too many or no memory.
+  void add(int fd, const PeerAddress& peer);
   /// Starts nothing any more, lets running requests finish until `deadline`, says CloseConnection to every
   /// client of which no request runs, and ends the threads. One that is still in a servant then is left to
   /// itself. Not for threads of the engine.
@@ -76,14 +76,17 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
     bool may_stay = false;        // the connection just served is one to stay with
     Seats::Seat* seat = nullptr;  // while it stays with the connection that it serves
     unsigned turns_left = 0;      // that may bring no call, while it stays
+    unsigned ready_in_turn = 0;   // connections from the ready list
   };
   /// What the reader does after a message: read on, or leave, as reading is another's now or at its end.
   enum class Next { Read, Leave };
 
   // The thread's round, and the road of a request.
   void work();
+  void round(Worker& worker);
   void wait_for_event(Worker& worker, bool block);
   void serve(Worker& worker, const Ref<Connection>& connection);
+  void read(Worker& worker, const Ref<Connection>& connection);
   void stay(Worker& worker, const Ref<Connection>& connection);
   bool stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat);
   void watch_input(Connection& connection, bool on);
@@ -113,17 +116,19 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void tell_of_work();
   void deliver(Requests requests);
   void run_waiting(Worker& worker);
-  Requests withdraw(const Connection* connection, const uint32_t* id);
+  Requests withdraw(Connection* connection, const uint32_t* id);
   const char* await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
 
   // Answers of threads that must not wait for the peer.
   template <class Answer>
   void answer_now(Worker& worker, ServerRequest& request, Answer&& answer);
   [[gnu::cold]] void refuse(Worker& worker, ServerRequest& request, const char* exception);
+  void send_reply(Connection& connection, Buffer* reply);
   [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   [[gnu::cold]] void lose(const Ref<Connection>& connection);
   [[gnu::cold]] void report_loss(Connection& connection);
   void tell_of_loss(Connection& connection);
+  bool has_room(const PeerAddress& peer);
 
   void close_longest_idle();
   void close_if_idle(const Ref<Connection>& connection);
@@ -149,8 +154,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   std::atomic<bool> wake_pending_{false};
   std::atomic<uint32_t> running_{0};  // slots taken
   std::atomic<uint32_t> ready_count_{0};
-  Waiting waiting_;
-  Waiting hosted_waiting_;  // for perform_work
+  Waiting waiting_{0};
+  Waiting hosted_waiting_{1};  // for perform_work
 
   std::mutex ready_mutex_;
   Connection* ready_head_ =

@@ -1,5 +1,6 @@
 #include "environment.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -82,9 +83,10 @@ const char* internal_id(std::string_view any) {
   return unknown;
 }
 
-std::string public_id(const char* internal) {
-  const char* id = internal ? internal_id(internal) : unknown;
-  return std::string(public_prefix).append(bare_name(id)).append(version);
+PublicId::PublicId(const char* internal) {
+  const std::string_view name = bare_name(internal ? internal_id(internal) : unknown);
+  std::snprintf(text, sizeof text, "%s%.*s%s", public_prefix.data(), static_cast<int>(name.size()),
+                name.data(), version.data());
 }
 
 void raise_standard(CORBA_Environment* env, const char* name, uint32_t minor, uint32_t completed) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <new>
-#include <string>
 #include <string_view>
 
 #include "reference.h"
@@ -14,8 +13,11 @@ namespace zrsv {
 const char* internal_id(std::string_view any);
 
 /// The id that travels in messages ("IDL:omg.org/CORBA/BAD_PARAM:1.0"), from any of the three forms; null
-/// counts as UNKNOWN.
-std::string public_id(const char* internal);
+/// counts as UNKNOWN. Takes no memory.
+struct PublicId {
+  explicit PublicId(const char* internal);
+  char text[64];
+};
 
 /// Runs `body`, the inside of a C function; when memory runs out the result is empty (null, false) and `env`
 /// has NO_MEMORY.

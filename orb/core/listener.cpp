@@ -2,11 +2,14 @@
 
 #include <fcntl.h>
 #include <netinet/tcp.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
 #include <utility>
 
 namespace zrsv {
@@ -14,6 +17,8 @@ namespace zrsv {
 namespace {
 
 constexpr std::chrono::milliseconds shortage_pause{100};
+constexpr std::chrono::minutes told_again_after{1};  // of a shortage that lasts, or comes again and again
+constexpr int most_at_once = 64;                     // connections of one door, before others are looked at
 
 bool is_lost_client(int error) { return error == EINTR || error == ECONNABORTED || error == EPROTO; }
 
@@ -108,55 +113,76 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
 // ---- Accepting ----
 
 void Listener::start() {
-  for (Door& door : doors_) wait(door);
-  watch();
-  thread_ = std::thread([this] { context_.run(); });
+  wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  if (wake_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  polled_.clear();
+  for (Door& door : doors_) polled_.push_back({door.acceptor.native_handle(), POLLIN, 0});
+  polled_.push_back({wake_, POLLIN, 0});
+  thread_ = std::thread([this] { work(); });
 }
 
 void Listener::stop() {
-  context_.stop();
-  if (thread_.joinable()) thread_.join();
+  const uint64_t one = 1;
+  if (thread_.joinable()) {
+    if (::write(wake_, &one, sizeof one) < 0) OM_log("the listener cannot be woken");
+    thread_.join();
+  }
+  if (wake_ >= 0) ::close(std::exchange(wake_, -1));
   doors_.clear();
 }
 
-void Listener::wait(Door& door) {
-  door.acceptor.async_wait(tcp::acceptor::wait_read, [this, &door](const asio::error_code& error) {
-    if (!error) accept_all(door);
-  });
+void Listener::work() {
+  const auto period = engine_->watch_period();
+  for (Clock::time_point watch_at = Clock::now() + period;;) {
+    wait_for_clients(watch_at);
+    if (polled_.back().revents != 0) return;
+    try {
+      auto polled = polled_.begin();
+      for (Door& door : doors_)
+        if ((polled++)->revents != 0) accept_some(door);
+      if (Clock::now() < watch_at) continue;
+      watch_at = Clock::now() + period;
+      engine_->look_after(Clock::now());
+    } catch (const std::exception& e) {
+      OM_log("the listener goes on after: %s", e.what());
+    }
+  }
 }
 
-void Listener::accept_all(Door& door) {
-  for (;;) {
+void Listener::wait_for_clients(Clock::time_point until) {
+  auto polled = polled_.begin();
+  const Clock::time_point now = Clock::now();
+  for (const Door& door : doors_) {
+    const bool closed = now < door.closed_until;
+    (polled++)->events = closed ? 0 : POLLIN;
+    if (closed) until = std::min(until, door.closed_until);
+  }
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
+  for (pollfd& one : polled_) one.revents = 0;
+  ::poll(polled_.data(), polled_.size(), static_cast<int>(std::max<long>(left, 0)));
+}
+
+void Listener::accept_some(Door& door) {
+  for (int i = 0; i < most_at_once; ++i) {
     sockaddr_storage from{};
     socklen_t length = sizeof from;
     const int fd =
         ::accept4(door.acceptor.native_handle(), reinterpret_cast<sockaddr*>(&from), &length, SOCK_CLOEXEC);
-    if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return wait(door);
+    if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
     if (fd < 0 && is_lost_client(errno)) continue;
-    if (fd < 0) return accept_later(door, errno);
-    door.in_need = false;
+    if (fd < 0) return close_for_a_while(door, errno);
     const int on = 1;
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     engine_->add(fd, PeerAddress::of(from));
   }
 }
 
-void Listener::accept_later(Door& door, int error) {
-  if (!std::exchange(door.in_need, true))
-    OM_log("no more connections can be accepted for now: %s", std::strerror(error));
-  door.pause.expires_after(shortage_pause);
-  door.pause.async_wait([this, &door](const asio::error_code& stopped) {
-    if (!stopped) accept_all(door);
-  });
-}
-
-void Listener::watch() {
-  watch_.expires_after(engine_->watch_period());
-  watch_.async_wait([this](const asio::error_code& stopped) {
-    if (stopped) return;
-    engine_->look_after(Engine::Clock::now());
-    watch();
-  });
+void Listener::close_for_a_while(Door& door, int error) {
+  const Clock::time_point now = Clock::now();
+  door.closed_until = now + shortage_pause;
+  if (door.told_at != Clock::time_point() && now - door.told_at < told_again_after) return;
+  door.told_at = now;
+  OM_log("no more connections can be accepted for now: %s", std::strerror(error));
 }
 
 // ---- The tick ----

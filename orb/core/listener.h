@@ -1,6 +1,8 @@
 // The end points: where connections are accepted, and what references say about it; and the lifespan tick.
 #pragma once
 
+#include <poll.h>
+
 #include <asio.hpp>
 #include <chrono>
 #include <condition_variable>
@@ -16,10 +18,11 @@
 
 namespace zrsv {
 
-/// Accepts on one thread, which runs no program code, and looks after the engine's time limits between.
+/// Accepts on one thread, which runs no program code, and looks after the engine's time limits between. Once
+/// started it takes no memory.
 class Listener {
  public:
-  explicit Listener(std::shared_ptr<Engine> engine) : engine_(std::move(engine)), watch_(context_) {}
+  explicit Listener(std::shared_ptr<Engine> engine) : engine_(std::move(engine)) {}
   ~Listener() { stop(); }
 
   /// Binds the end points, so that their ports are known. "" or what is wrong.
@@ -33,22 +36,24 @@ class Listener {
 
  private:
   using tcp = asio::ip::tcp;
+  using Clock = Engine::Clock;
   struct Door {
-    explicit Door(asio::io_context& context) : acceptor(context), pause(context) {}
+    explicit Door(asio::io_context& context) : acceptor(context) {}
     tcp::acceptor acceptor;
-    asio::steady_timer pause;  // after a failure, such as a shortage of descriptors
-    bool in_need = false;      // the last attempt failed, which was logged
+    Clock::time_point closed_until;  // after a failure, such as a shortage of descriptors
+    Clock::time_point told_at;       // when such a failure was logged last
   };
   std::string open_address(const tcp::endpoint& at);
-  void wait(Door& door);
-  void accept_all(Door& door);
-  void accept_later(Door& door, int error);
-  void watch();
+  void work();
+  void wait_for_clients(Clock::time_point until);
+  void accept_some(Door& door);
+  void close_for_a_while(Door& door, int error);
 
   std::shared_ptr<Engine> engine_;
   asio::io_context context_{1};
   std::list<Door> doors_;
-  asio::steady_timer watch_;
+  std::vector<pollfd> polled_;  // the doors in their order, then wake_
+  int wake_ = -1;               // an eventfd: stop
   std::thread thread_;
 };
 

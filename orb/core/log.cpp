@@ -170,11 +170,15 @@ void write_line(Log& log, const timespec& now, const char* text) {
   write_text(log, now, text);
 }
 
-/// True when a sink has taken the line.
+/// True when a sink has taken the line. What it throws ends here: lines are written where nothing may be thrown.
 bool given_to_sink(Log& log, int level, const char* text) {
   std::shared_lock lock(log.sink_mutex);
   if (!log.sink) return false;
-  log.sink(level, text, log.closure);
+  try {
+    log.sink(level, text, log.closure);
+  } catch (...) {
+    return true;
+  }
   return true;
 }
 

@@ -66,7 +66,7 @@ void Orb::destroy(CORBA_Environment* env) {
     }
   }
   if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
-  shutdown(true, env);
+  if (!shutdown(true, env)) return;
   mark_destroyed();  // first, so that no call opens a connection any more
   close_client_connections();
   std::map<std::string, Ref<Reference>> dropped;
@@ -109,18 +109,30 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
   std::unique_ptr<Listener> listener;
   std::shared_ptr<Engine> engine;
   Ref<Reference> root;
-  std::string wrong = open(&listener, &engine);
-  if (wrong.empty() && !(root = make_root()))
-    wrong = _cpp_poa_init ? "no root POA was made" : "no object adapter is linked in";
-  if (wrong.empty() && !engine->start()) wrong = "the threads cannot be had";
-  if (wrong.empty() && !serve(&listener, engine, root)) wrong = "shut down meanwhile";
+  std::string wrong;
+  try {
+    wrong = try_to_start(&listener, &engine, &root);
+  } catch (const std::exception& e) {  // of memory, or of threads, there is none
+    wrong = "no memory";
+    OM_log_at(ZR_LOG_ERROR, "%s", e.what());
+  }
   starting_ = false;
   if (wrong.empty()) return root;
   OM_log_at(ZR_LOG_ERROR, "start failed: %s", wrong.c_str());
-  engine->stop(Engine::Clock::now());
+  if (engine) engine->stop(Engine::Clock::now());
   set_published_endpoints({});
   raise_standard(env, "INITIALIZE");
   return {};
+}
+
+std::string Orb::try_to_start(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine,
+                              Ref<Reference>* root) {
+  std::string wrong = open(listener, engine);
+  if (!wrong.empty()) return wrong;
+  *root = make_root();
+  if (!*root) return _cpp_poa_init ? "no root POA was made" : "no object adapter is linked in";
+  if (!(*engine)->start()) return "the threads cannot be had";
+  return serve(listener, *engine, *root) ? "" : "shut down meanwhile";
 }
 
 // The adapter hands out a new handle the first time; after that the same one, which is not new.
@@ -157,12 +169,17 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
                 const Ref<Reference>& root) {
   std::lock_guard lock(mutex_);
   if (state_ != State::Idle) return false;
-  initial_["RootPOA"] = root;
+  const auto known = initial_.emplace("RootPOA", root).first;
+  try {
+    (*listener)->start();
+    ticker_.start(std::chrono::milliseconds(options().tick_ms));
+  } catch (...) {
+    initial_.erase(known);
+    throw;
+  }
   engine_ = engine;
   listener_ = std::move(*listener);
   state_ = State::Serving;
-  listener_->start();
-  ticker_.start(std::chrono::milliseconds(options().tick_ms));
   return true;
 }
 
@@ -185,15 +202,15 @@ void Orb::wait_until_closed() {
   if (closer.joinable()) closer.join();
 }
 
-void Orb::shutdown(bool wait, CORBA_Environment* env) {
-  if (wait && Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
+bool Orb::shutdown(bool wait, CORBA_Environment* env) try {
+  if (wait && Upcall::running()) return raise_standard(env, "BAD_INV_ORDER"), false;
   {
     std::lock_guard lock(mutex_);
     if (state_ == State::Serving) {
-      state_ = State::Closing;
-      initial_.erase("RootPOA");
       if (closer_.joinable()) closer_.join();  // of an earlier start: it is over
       closer_ = std::thread([this] { close(); });
+      state_ = State::Closing;
+      initial_.erase("RootPOA");
     } else if (state_ == State::Idle) {
       state_ = State::Closed;
       ++ends_;
@@ -201,6 +218,11 @@ void Orb::shutdown(bool wait, CORBA_Environment* env) {
     }
   }
   if (wait) wait_until_closed();
+  return true;
+} catch (const std::exception& e) {  // there is no thread for it: nothing has changed
+  OM_log("shutdown: %s", e.what());
+  raise_standard(env, "NO_MEMORY");
+  return false;
 }
 
 // The closer thread: whoever asked for the end may be one of those that have to end.

@@ -27,7 +27,8 @@ class Orb {
   void set_initial(const std::string& name, Ref<Reference> object);
 
   void run(CORBA_Environment* env);
-  void shutdown(bool wait, CORBA_Environment* env);
+  /// False, with `env` filled, when nothing was shut down.
+  bool shutdown(bool wait, CORBA_Environment* env);
 
   /// The engine whose work the program does itself; null while nothing is served. BAD_INV_ORDER after a
   /// shutdown.
@@ -42,6 +43,8 @@ class Orb {
   enum class State { Idle, Serving, Closing, Closed };
 
   Ref<Reference> start(CORBA_Environment* env);
+  std::string try_to_start(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine,
+                           Ref<Reference>* root);
   std::string open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine);
   Ref<Reference> make_root();
   bool serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine,

@@ -46,8 +46,7 @@ void QueueGroup::open() {
 }
 
 void QueueGroup::open_locked() {
-  Requests released(std::make_move_iterator(held_.begin()), std::make_move_iterator(held_.end()));
-  held_.clear();
+  Requests released = std::move(held_);
   if (deliver_ && !released.empty()) deliver_(std::move(released));
   state_.store(State::Open, std::memory_order_release);
 }
@@ -63,14 +62,8 @@ void QueueGroup::deliver_to(Deliver deliver) {
 }
 
 Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) {
-  Requests taken;
   std::lock_guard lock(mutex_);
-  std::erase_if(held_, [&](std::unique_ptr<ServerRequest>& request) {
-    const bool wanted = matches(*request, connection, id);
-    if (wanted) taken.push_back(std::move(request));
-    return wanted;
-  });
-  return taken;
+  return held_.take_if([&](const ServerRequest& request) { return matches(request, connection, id); });
 }
 
 }  // namespace zrsv

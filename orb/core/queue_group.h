@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -54,7 +53,7 @@ class QueueGroup {
   std::mutex mutex_;
   std::atomic<State> state_{State::Waiting};          // written with mutex_ held
   std::set<std::string> announced_;                   // guarded by mutex_
-  std::deque<std::unique_ptr<ServerRequest>> held_;   // guarded by mutex_
+  Requests held_;                                     // guarded by mutex_
   std::chrono::steady_clock::time_point held_since_;  // guarded by mutex_: of the first request ever held
   bool told_in_vain_ = false;                         // guarded by mutex_
   Deliver deliver_;                                   // guarded by mutex_

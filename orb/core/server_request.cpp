@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <exception>
+#include <new>
 
 #include "environment.h"
 #include "method_table.h"
@@ -38,15 +39,15 @@ bool begin_reply(ServerRequest& request, uint32_t status) {
   return request.replied = giop::align_body(&request.cdr, request.minor);
 }
 
-bool put_text(CDR* cdr, const std::string& text) {
-  char* octets = const_cast<char*>(text.c_str());
+bool put_text(CDR* cdr, const char* text) {
+  char* octets = const_cast<char*>(text);
   return OM_cdr_string(cdr, &octets);
 }
 
 bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
   uint32_t minor = env._minor, completed = env._completed;
   request.cdr.direction = CDR_ENCODE;
-  return put_text(&request.cdr, public_id(env._id)) && OM_cdr_unsigned_long(&request.cdr, &minor) &&
+  return put_text(&request.cdr, PublicId(env._id).text) && OM_cdr_unsigned_long(&request.cdr, &minor) &&
          OM_cdr_unsigned_long(&request.cdr, &completed);
 }
 
@@ -102,6 +103,9 @@ void call(ServerRequest& request) {
   const Running scope(&request);
   try {
     request.target->is_internal() ? call_table(request) : call_adapter(request);
+  } catch (const std::bad_alloc&) {
+    OM_log("operation %s: out of memory", request.head.operation);
+    answer_exception(request, "NO_MEMORY", CORBA_COMPLETED_MAYBE);
   } catch (const std::exception& e) {
     OM_log("operation %s: exception past the adapter: %s", request.head.operation, e.what());
     answer_exception(request, "UNKNOWN", CORBA_COMPLETED_MAYBE);
@@ -160,7 +164,7 @@ bool ServerRequest::read_head(const giop::Header& header) {
                                             : giop::read_locate_request(&cdr, minor, &head);
 }
 
-void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) {
+void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) noexcept {
   reply->lend(&request.cdr);
   request.info.request = as_handle(request);
   request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;

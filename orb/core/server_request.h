@@ -1,16 +1,17 @@
 // One request to an object of this process: read, run, answered.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
-#include <vector>
 
 #include "buffer.h"
 #include "connection.h"
 #include "giop.h"
 #include "reference.h"
 #include "request_base.h"
+#include "requests.h"
 
 namespace zrsv {
 
@@ -27,6 +28,7 @@ struct LocalCall {
   bool done = false;            // guarded by mutex, as all below
   const char* error = nullptr;  // "TRANSIENT": it was not run
   Buffer reply;
+  Line line;  // while it waits for a slot
   /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it
   /// has. All slots may be taken by servants that wait like this one.
   const bool caller_has_slot;
@@ -43,11 +45,13 @@ struct ServerRequest : RequestBase {
   Buffer message;
   uint8_t minor = 2;
   giop::RequestHead head;
-  Lent<Reference> target;             // the last of the thread that read it
-  Lent<Connection> connection;        // of that thread; null: it came from this process
-  InFlight in_flight;                 // of the connection; gone before it
-  std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
-  bool replied = false;               // a reply was begun
+  Lent<Reference> target;                       // the last of the thread that read it
+  Lent<Connection> connection;                  // of that thread; null: it came from this process
+  InFlight in_flight;                           // of the connection; gone before it
+  std::shared_ptr<LocalCall> waiter;            // of a call of this process that another thread runs
+  bool replied = false;                         // a reply was begun
+  ServerRequest* next = nullptr;                // in its Requests
+  std::chrono::steady_clock::time_point since;  // of its wait for a slot
   ZR_RequestInfo info{};
 
   ServerRequest() = default;
@@ -60,12 +64,10 @@ struct ServerRequest : RequestBase {
   bool orphaned() const { return connection ? !connection->registered() : waiter && waiter->given_up.load(); }
 };
 
-using Requests = std::vector<std::unique_ptr<ServerRequest>>;
-
 /// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream
-/// holds the whole reply message, empty when the client expects none. `reply` lends the memory for it; a body
+/// holds the whole reply message, empty when the client expects none or there was no memory for it. `reply` lends the memory for it; a body
 /// over `max_message` octets becomes IMP_LIMIT.
-void execute(ServerRequest& request, uint32_t max_message, Buffer* reply);
+void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) noexcept;
 /// Makes a system exception, by its short name, the reply.
 [[gnu::cold]] void answer_exception(ServerRequest& request, const char* name,
                                     uint32_t completed = CORBA_COMPLETED_NO, uint32_t minor = 0);

@@ -15,89 +15,93 @@ bool Waiting::add(ServerRequest* request, uint32_t limit) {
 
 void Waiting::add_released(Requests requests) {
   std::lock_guard lock(mutex_);
-  for (auto& request : requests) append(std::move(request));
+  while (auto request = requests.pop_front()) append(std::move(request));
 }
 
-void Waiting::add_loss(Ref<Connection> connection) {
+void Waiting::add_loss(Connection& connection) {
   std::lock_guard lock(mutex_);
-  auto line = std::make_unique<Line>();
-  line->lost = std::move(connection);
-  push(std::move(line));
+  line_of(connection).lost = true;
+  join(line_of(connection), &connection);
 }
 
 void Waiting::append(std::unique_ptr<ServerRequest> request) {
   Connection* const connection = request->connection.get();
-  const auto found = line_of_.find(connection);
-  if (connection && found != line_of_.end()) {
-    found->second->requests.push_back({std::move(request), Clock::now()});
-  } else {
-    auto line = std::make_unique<Line>();
-    line->requests.push_back({std::move(request), Clock::now()});
-    if (connection) {
-      line->of = Ref<Connection>::share(connection);
-      line_of_.emplace(connection, line.get());
-      connection->in_line.store(true);
-    }
-    push(std::move(line));
-  }
+  Line& line = connection ? line_of(*connection) : request->waiter->line;
+  request->since = Clock::now();
+  line.requests.push_back(std::move(request));
+  join(line, connection);
   ++count_;
 }
 
-void Waiting::push(std::unique_ptr<Line> line) {
-  lines_.push_back(std::move(line));
+void Waiting::join(Line& line, Connection* of) {
+  if (line.queued) return;
+  line.queued = true;
+  if (of) {
+    line.of = Ref<Connection>::share(of);
+    of->in_line.store(true);
+  }
+  push(line);
   turns_.fetch_add(1);
 }
 
+void Waiting::push(Line& line) {
+  line.next = nullptr;
+  (first_ ? last_->next : first_) = &line;
+  last_ = &line;
+}
+
+Line* Waiting::pop() {
+  Line* const line = first_;
+  if (line) first_ = line->next;
+  return line;
+}
+
 // Before the last request of a line starts, the line is gone: the next ones of the connection need not wait.
-void Waiting::end(Line& line) {
-  if (!line.of) return;
-  line_of_.erase(line.of.get());
-  line.of->in_line.store(false);
+void Waiting::leave(Line& line) {
+  line.queued = false;
+  turns_.fetch_sub(1);
+  if (const Ref<Connection> of = std::move(line.of)) of->in_line.store(false);
 }
 
 Waiting::Turn Waiting::next() {
   Turn turn;
   std::lock_guard lock(mutex_);
-  while (!lines_.empty() && !turn.request && !turn.lost) {
-    std::unique_ptr<Line> line = std::move(lines_.front());
-    lines_.pop_front();
-    turn.lost = std::move(line->lost);
-    if (!line->requests.empty()) {  // else they were withdrawn
-      turn.request = std::move(line->requests.front().request);
-      line->requests.pop_front();
-      --count_;
-    }
-    if (!line->requests.empty()) {
-      lines_.push_back(std::move(line));
-      continue;
-    }
-    end(*line);
-    turns_.fetch_sub(1);
+  while (!turn.request && !turn.lost) {
+    Line* const line = pop();
+    if (!line) break;
+    if (std::exchange(line->lost, false)) turn.lost = line->of;
+    turn.request = line->requests.pop_front();  // null: it was withdrawn
+    if (turn.request) --count_;
+    line->requests.empty() ? leave(*line) : push(*line);
   }
   return turn;
 }
 
+// A line without requests leaves: the call that it is a part of may go.
 template <class Wanted>
 Requests Waiting::take_out(Wanted wanted) {
   Requests taken;
   std::lock_guard lock(mutex_);
-  for (auto& line : lines_) {
-    std::erase_if(line->requests, [&](Waiter& waiter) {
-      if (!wanted(waiter)) return false;
-      taken.push_back(std::move(waiter.request));
-      return true;
-    });
+  for (uint32_t left = turns_.load(); left > 0; --left) {
+    Line* const line = pop();
+    taken.append(line->requests.take_if(wanted));
+    line->requests.empty() && !line->lost ? leave(*line) : push(*line);
   }
   count_ -= static_cast<uint32_t>(taken.size());
   return taken;
 }
 
-Requests Waiting::withdraw(const Connection* connection, const uint32_t* id) {
-  return take_out([&](const Waiter& waiter) { return matches(*waiter.request, connection, id); });
+Requests Waiting::withdraw(Connection* connection, const uint32_t* id) {
+  const auto wanted = [&](const ServerRequest& request) { return matches(request, connection, id); };
+  if (!connection) return take_out(wanted);
+  std::lock_guard lock(mutex_);
+  Requests taken = line_of(*connection).requests.take_if(wanted);
+  count_ -= static_cast<uint32_t>(taken.size());
+  return taken;
 }
 
 Requests Waiting::expired(Clock::time_point since) {
-  return take_out([&](const Waiter& waiter) { return waiter.since < since; });
+  return take_out([&](const ServerRequest& request) { return request.since < since; });
 }
 
 void Waiting::close() {

@@ -3,10 +3,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <deque>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
 
 #include "server_request.h"
 
@@ -14,9 +12,13 @@ namespace zrsv {
 
 /// Requests stand in one line a connection, and the lines take turns: one that sends much waits behind itself.
 /// Requests of a line start in their order. Beside them wait the ends of connections that are to be reported.
+/// Only moving a request to the heap takes memory.
 class Waiting {
  public:
   using Clock = std::chrono::steady_clock;
+
+  /// `number` tells the engine's two of them apart.
+  explicit Waiting(std::size_t number) : number_(number) {}
 
   /// One thing to do with a slot; neither when nothing was left.
   struct Turn {
@@ -30,37 +32,33 @@ class Waiting {
   bool add(ServerRequest* request, uint32_t limit);
   /// Requests that a queue group lets go, in their order: past the limit, as they have been counted before.
   void add_released(Requests requests);
-  void add_loss(Ref<Connection> connection);
+  void add_loss(Connection& connection);
   Turn next();
   /// Takes out requests of a connection, of that id or all; of no connection: all.
-  Requests withdraw(const Connection* connection, const uint32_t* id);
+  Requests withdraw(Connection* connection, const uint32_t* id);
   /// Takes out what has waited since before that.
   Requests expired(Clock::time_point since);
   /// No more requests are taken.
   void close();
 
  private:
-  struct Waiter {
-    std::unique_ptr<ServerRequest> request;
-    Clock::time_point since;
-  };
-  struct Line {
-    Ref<Connection> of;  // null: one call of this process
-    std::deque<Waiter> requests;
-    Ref<Connection> lost;
-  };
   template <class Wanted>
   Requests take_out(Wanted wanted);
   void append(std::unique_ptr<ServerRequest> request);
-  void push(std::unique_ptr<Line> line);
-  void end(Line& line);
+  void join(Line& line, Connection* of);
+  void push(Line& line);
+  Line* pop();
+  void leave(Line& line);
 
-  std::atomic<uint32_t> turns_{0};  // size of lines_
+  Line& line_of(Connection& connection) { return connection.lines[number_]; }
+
+  const std::size_t number_;
+  std::atomic<uint32_t> turns_{0};  // lines that stand here
   std::mutex mutex_;                // guards all below
   bool closed_ = false;
   uint32_t count_ = 0;  // requests
-  std::deque<std::unique_ptr<Line>> lines_;
-  std::unordered_map<const Connection*, Line*> line_of_;
+  Line* first_ = nullptr;
+  Line* last_ = nullptr;
 };
 
 /// Whether it is one of that connection (null: any) and id (null: any).

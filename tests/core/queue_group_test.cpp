@@ -17,7 +17,7 @@ TEST(QueueGroup, WaitsOpensHoldsAndReleasesInOrder) {
   EXPECT_EQ(hold(1), Admission::Full);  // nobody could ever deliver it
   group.deliver_to([&](zrsv::Requests requests) {
     EXPECT_FALSE(group.is_open());  // nothing newer may overtake them
-    for (const auto& request : requests) delivered.push_back(request->head.id);
+    while (const auto request = requests.pop_front()) delivered.push_back(request->head.id);
   });
   EXPECT_EQ(hold(2), Admission::Held);
   group.announce("a");  // that it is there does not mean that it wants to be called

@@ -184,6 +184,11 @@ void Assembler::cancel(uint32_t id) {
   u->cancelled = true;
 }
 
+void Assembler::trim() {
+  stream_.shrink(0);
+  unfinished_.shrink_to_fit();
+}
+
 void Assembler::reset() {
   stream_.clear();
   stream_.shrink(0);

@@ -46,7 +46,9 @@ class Assembler {
   /// Forgets the unfinished message of that request id.
   void cancel(uint32_t id);
 
-  /// Empties it, keeping a little memory.
+  /// Gives back memory that holds nothing.
+  void trim();
+  /// Empties it, and gives its memory back.
   void reset();
 
  private:

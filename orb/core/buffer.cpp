@@ -11,6 +11,7 @@ bool Buffer::enlarge(std::size_t more) {
   void* grown = std::realloc(data_, wanted);
   if (!grown) return false;
   data_ = static_cast<unsigned char*>(grown);
+  count_memory(capacity_, wanted);
   capacity_ = wanted;
   return true;
 }
@@ -24,6 +25,7 @@ void Buffer::give_back(std::size_t keep) {
   } else {
     return;
   }
+  count_memory(capacity_, wanted);
   capacity_ = wanted;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "memory.h"
 #include "zrsv.h"
 
 namespace zrsv {
@@ -24,7 +25,9 @@ class Buffer {
     return *this;
   }
   ~Buffer() {
-    if (data_) std::free(data_);
+    if (!data_) return;
+    count_memory(capacity_, 0);
+    std::free(data_);
   }
 
   unsigned char* data() { return data_; }
@@ -64,12 +67,15 @@ class Buffer {
     taken.size_ = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
     taken.capacity_ = static_cast<std::size_t>(cdr->out_limit - cdr->out_base);
     cdr->out_base = cdr->out_next = cdr->out_limit = nullptr;
+    count_memory(0, taken.capacity_);
     return taken;
   }
-  /// Lends this buffer's memory to an empty stream for encoding; the stream owns it from then on.
+  /// Lends this buffer's memory to an empty stream for encoding; the stream owns it from then on, and it is not
+  /// counted (memory.h) until it is taken over again.
   void lend(CDR* cdr) {
     if (cdr->out_base) std::free(cdr->out_base);
     size_ = 0;
+    count_memory(capacity_, 0);
     cdr->out_base = cdr->out_next = std::exchange(data_, nullptr);
     cdr->out_limit = cdr->out_base + std::exchange(capacity_, 0);
   }

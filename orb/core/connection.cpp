@@ -14,6 +14,7 @@ namespace zrsv {
 namespace {
 
 constexpr std::size_t most_discarded = 1 << 18;  // of input thrown away at the end
+constexpr std::size_t little = 64 << 10;         // of memory, that any connection may hold
 
 }  // namespace
 
@@ -45,7 +46,9 @@ PeerAddress::Text PeerAddress::text() const {
 // ---- Counting ----
 
 Connection::Connection(ConnectionPool* pool)
-    : pool_(pool), assembler_(pool->options().max_message), most_in_flight_(pool->options().share) {}
+    : pool_(pool),
+      assembler_(pool->options().max_message),
+      most_in_flight_(std::min<uint64_t>(pool->options().share, 1 << 20) * one_request) {}
 
 bool Connection::try_add_ref() {
   uint32_t count = count_.load(std::memory_order_relaxed);
@@ -93,7 +96,7 @@ bool Connection::begin_read(bool hung_up) {
 }
 
 bool Connection::end_read() {
-  input_.waits(assembler_.incomplete(), assembler_.in_fragments());
+  note_input();
   uint8_t state = Owned;
   if (reading_.compare_exchange_strong(state, Idle, std::memory_order_acq_rel)) return true;
   reading_.exchange(Owned, std::memory_order_acq_rel);  // reads what the thread that set Again wrote before
@@ -161,9 +164,19 @@ void Connection::flush() {
 
 // Who brings it back within its share looks for the pause afterwards: one of the two sees the other.
 bool Connection::pause() {
-  input_.waits(0, false);
+  over_memory() ? note_input() : input_.waits(0, false);
   paused_ = true;
   return (over_share() && !broken()) || !paused_.exchange(false);
+}
+
+bool Connection::holds_much() const {
+  return holds() > std::max(little, memory_budget() / std::max(pool_->open_connections(), 1u));
+}
+
+bool Connection::trim(InputWatch::Clock::time_point now) {
+  if (!input_.has_gone_quiet(now) || !begin_read(false)) return false;
+  assembler_.trim();
+  return !end_read();
 }
 
 void Connection::try_resume() {

@@ -105,22 +105,36 @@ class Connection {
 
   // ---- Requests in flight ----
 
-  void begin_request() { in_flight_.fetch_add(1); }
-  void end_request() {
-    in_flight_.fetch_sub(1);
+  void begin_request(std::size_t octets) { in_flight_.fetch_add(one_request + octets); }
+  void end_request(std::size_t octets) {
+    in_flight_.fetch_sub(one_request + octets);
     if (paused_.load()) try_resume();
   }
-  bool has_requests() const { return in_flight_.load() > 0; }
+  bool has_requests() const { return in_flight_.load() >= one_request; }
 
   // ---- Its share: a connection over it is not read until it is back within ----
 
   bool over_share() const {
-    return in_flight_.load(std::memory_order_relaxed) >= most_in_flight_ || output_.octets() > output_mark;
+    return in_flight_.load(std::memory_order_relaxed) >= most_in_flight_ || output_.octets() > output_mark ||
+           (over_memory() && holds_much());
   }
+  /// Octets of it in flight: read, waiting for their turn, or not taken.
+  std::size_t holds() const {
+    return input_.partial() + in_flight_.load(std::memory_order_relaxed) % one_request + output_.octets();
+  }
+  /// By the reader: what it has read so far counts.
+  void note_input() { input_.waits(assembler_.incomplete(), assembler_.in_fragments()); }
+  /// What closing it gives back for sure.
+  std::size_t holds_for_itself() const { return input_.partial() + output_.octets(); }
+  /// By the watch: gives back the memory that an idle connection keeps for what it reads. True: input came
+  /// meanwhile, and the caller owns reading.
+  bool trim(InputWatch::Clock::time_point now);
   /// By the reader. True: it must leave, and the reading is handed to the host later.
   bool pause();
   /// True for the caller that ends a pause: the reading is its own.
   bool end_pause() { return paused_.load() && paused_.exchange(false); }
+  /// Hands reading to the host when a pause need not last any longer.
+  void try_resume();
   /// What a peer may leave untaken before it is read no more.
   static constexpr std::size_t output_mark = 256 << 10;
 
@@ -157,13 +171,15 @@ class Connection {
 
   void open(int fd, const PeerAddress& peer);
   Input receive_with(int flags);
-  void try_resume();
+  bool holds_much() const;
+
+  static constexpr uint64_t one_request = uint64_t{1} << 40;  // the rest of in_flight_ are octets
 
   ConnectionPool* const pool_;
   std::atomic<uint32_t> count_{0};
   int fd_ = -1;
   PeerAddress peer_;
-  std::atomic<uint32_t> in_flight_{0};
+  std::atomic<uint64_t> in_flight_{0};
   std::atomic<bool> registered_{false};
   std::atomic<bool> broken_{false};
 
@@ -177,7 +193,7 @@ class Connection {
   Assembler assembler_;
 
   OutputQueue output_;
-  const uint32_t most_in_flight_;
+  const uint64_t most_in_flight_;
   std::atomic<bool> paused_{false};
 
   InputWatch input_;
@@ -187,18 +203,20 @@ class Connection {
 class InFlight {
  public:
   InFlight() = default;
-  explicit InFlight(Connection& of) : of_(&of) { of.begin_request(); }
-  InFlight(InFlight&& o) noexcept : of_(std::exchange(o.of_, nullptr)) {}
+  InFlight(Connection& of, std::size_t octets) : of_(&of), octets_(octets) { of.begin_request(octets); }
+  InFlight(InFlight&& o) noexcept : of_(std::exchange(o.of_, nullptr)), octets_(o.octets_) {}
   InFlight& operator=(InFlight&& o) noexcept {
     std::swap(of_, o.of_);
+    std::swap(octets_, o.octets_);
     return *this;
   }
   ~InFlight() {
-    if (of_) of_->end_request();
+    if (of_) of_->end_request(octets_);
   }
 
  private:
   Connection* of_ = nullptr;
+  std::size_t octets_ = 0;
 };
 
 /// Makes and keeps the connections of an engine.

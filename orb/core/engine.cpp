@@ -23,6 +23,7 @@ constexpr std::size_t keep = 64 << 10;   // memory that a thread keeps in each o
 constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection before others are looked at
 constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
 
+constexpr std::chrono::milliseconds most_over_memory{10'000};  // before who holds the most is closed
 constexpr std::size_t most_seats = 16;
 constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread stays no longer
 
@@ -251,6 +252,8 @@ void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
 
 void Engine::read(Worker& worker, const Ref<Connection>& connection) {
   for (unsigned turns = 0; turns < turns_in_a_row; ++turns) {
+    if (over_memory()) [[unlikely]]
+      connection->note_input();
     if (connection->over_share() && connection->pause()) return;
     worker.header = {};
     switch (connection->assembler().next(&worker.header, &worker.message)) {
@@ -305,8 +308,9 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
     reject(connection->minor, connection, "malformed header of a request");
     return Next::Leave;
   }
-  request.in_flight = InFlight(*connection);  // before the look: say_goodbye looks the other way round
-  if (stopping_.load()) return Next::Read;    // CloseConnection will tell the client that it was not taken
+  request.in_flight = InFlight(
+      *connection, request.message.size());  // before the look: say_goodbye looks the other way round
+  if (stopping_.load()) return Next::Read;   // CloseConnection will tell the client that it was not taken
   connection->served = true;
   request.connection.borrow(connection.get());
   Next next = Next::Read;
@@ -332,7 +336,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
     return Next::Read;
   }
   if (!request.target->is_internal() && !queue_group().is_open()) {
-    const QueueGroup::Admission admission = queue_group().hold(&request, pool_.options().queue);
+    const QueueGroup::Admission admission = queue_group().hold(&request, queue_limit(request));
     if (admission == QueueGroup::Admission::Held) return Next::Read;
     if (admission == QueueGroup::Admission::Full) {
       refuse(worker, request, "TRANSIENT");
@@ -476,9 +480,15 @@ bool Engine::try_run_now(const ServerRequest& request) {
 }
 
 bool Engine::enqueue(ServerRequest* request) {
-  if (!line().add(request, pool_.options().queue)) return false;
+  if (!line().add(request, queue_limit(*request))) return false;
   tell_of_work();
   return true;
+}
+
+// With too much in flight already, larger ones do not wait.
+uint32_t Engine::queue_limit(const ServerRequest& request) const {
+  const bool large = request.message.capacity() >= counted_from;
+  return large && over_memory() ? 0 : pool_.options().queue;
 }
 
 Waiting& Engine::line() { return hosted_.load() ? hosted_waiting_ : waiting_; }
@@ -570,7 +580,7 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
     const bool waits = request.head.response_expected;
     const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
     const auto admission =
-        may_be_held ? queue_group().hold(&request, pool_.options().queue) : QueueGroup::Admission::Pass;
+        may_be_held ? queue_group().hold(&request, queue_limit(request)) : QueueGroup::Admission::Pass;
     if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
     if (admission == QueueGroup::Admission::Pass && !has_slot && !enqueue(&request)) return "TRANSIENT";
     if (admission == QueueGroup::Admission::Held || !has_slot)
@@ -679,13 +689,42 @@ void Engine::look_after(Clock::time_point now) {
       OM_log("%s %s: connection closed", connection->peer().text().c_str(), why);
       connection->break_off();
     }
-    if (idle.count() != 0 && now - connection->quiet_since() >= idle) close_if_idle(connection);
+    if (idle.count() != 0 && now - connection->quiet_since() >= idle) return close_if_idle(connection);
+    if (connection->trim(now)) push_ready(connection);
+    connection->try_resume();
   });
+  relieve(now);
   if (limits.queue_timeout_ms != 0)
     for (Waiting* waiting : {&waiting_, &hosted_waiting_})
       refuse(waiting->expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
   if (const std::size_t count = queue_group().waiting_in_vain(now - std::chrono::seconds(1)))
     OM_log("%zu requests wait for the activation of a POA manager; none has been activated yet", count);
+}
+
+// Those that hold the most are not read, so they may hold it for good: when that does not end by itself, one after
+// the other is closed.
+void Engine::relieve(Clock::time_point now) {
+  memory_return_.look();
+  if (!over_memory()) {
+    over_memory_since_ = {};
+    return;
+  }
+  if (over_memory_since_ == Clock::time_point()) {
+    over_memory_since_ = now;
+    OM_log("%zu MiB are in flight, over -ORBMaxMemory: who holds the most is not read", memory_used() >> 20);
+  }
+  const std::chrono::milliseconds limit(pool_.options().read_timeout_ms);
+  if (now - over_memory_since_ < (limit.count() != 0 ? std::min(limit, most_over_memory) : most_over_memory))
+    return;
+  Ref<Connection> largest;
+  pool_.for_each([&](const Ref<Connection>& connection) {
+    const bool larger = !largest || connection->holds_for_itself() > largest->holds_for_itself();
+    if (larger && !connection->broken()) largest = connection;
+  });
+  if (!largest || largest->holds_for_itself() < counted_from) return;
+  OM_log("%s holds %zu KiB, the most, with -ORBMaxMemory used up: connection closed",
+         largest->peer().text().c_str(), largest->holds_for_itself() >> 10);
+  largest->break_off();
 }
 
 // Makes room for a new one. A client that has just come, or waits for something, is not sent away for it.

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "connection.h"
+#include "memory.h"
 #include "queue_group.h"
 #include "server_request.h"
 #include "stay.h"
@@ -113,6 +114,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   bool try_run_now(const ServerRequest& request);
   bool enqueue(ServerRequest* request);
   Waiting& line();
+  uint32_t queue_limit(const ServerRequest& request) const;
   void tell_of_work();
   void deliver(Requests requests);
   void run_waiting(Worker& worker);
@@ -130,6 +132,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void tell_of_loss(Connection& connection);
   bool has_room(const PeerAddress& peer);
 
+  void relieve(Clock::time_point now);
   void close_longest_idle();
   void close_if_idle(const Ref<Connection>& connection);
   void refuse(Requests requests);
@@ -156,6 +159,10 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   std::atomic<uint32_t> ready_count_{0};
   Waiting waiting_{0};
   Waiting hosted_waiting_{1};  // for perform_work
+
+  // Of the thread that looks after the limits.
+  Clock::time_point over_memory_since_;
+  MemoryReturn memory_return_;
 
   std::mutex ready_mutex_;
   Connection* ready_head_ =

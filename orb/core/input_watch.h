@@ -33,6 +33,10 @@ class InputWatch {
   /// Null, or which limit is passed. By one thread, again and again; `busy`: something of the connection is
   /// under way.
   const char* overdue(Clock::time_point now, const Options& limits, bool busy);
+  /// What waits() said last.
+  std::size_t partial() const { return partial_.load(std::memory_order_relaxed); }
+  /// Whether a second has passed without anything; told once until something happens.
+  bool has_gone_quiet(Clock::time_point now);
   /// Since when nothing has happened, as far as the watch saw.
   Clock::time_point quiet_since() const { return quiet_since_; }
 
@@ -42,7 +46,7 @@ class InputWatch {
   std::atomic<bool> fragments_{false};
 
   // The watch's own.
-  bool begun_ = false;
+  bool begun_ = false, told_quiet_ = false;
   uint32_t seen_ = 0;
   Clock::time_point opened_, quiet_since_, begun_at_;
 };

@@ -77,6 +77,8 @@ constexpr Row rows[] = {
     {"-ORBQueue", number<&Options::queue, 1, any_number>, "1 or more: requests that may wait"},
     {"-ORBMaxMessage", number<&Options::max_message, 1024, INT32_MAX>,
      "1024 to 2147483647: octets of the largest message taken"},
+    {"-ORBMaxMemory", number<&Options::max_memory, 0, any_number>,
+     "mebibytes of all messages in flight; 0 for a quarter of what the machine or its control group has"},
     {"-ORBFragmentSize", number_or_zero<&Options::fragment_size, 64, INT32_MAX>,
      "64 to 2147483647: octets past which messages leave in fragments; 0 for never"},
     {"-ORBMaxConnections", number<&Options::max_connections, 0, any_number>,

@@ -15,6 +15,7 @@ struct Options {
   uint32_t threads = 0;           // -ORBThreads N: requests run at once; 0: chosen from the cores, at least 4
   uint32_t queue = 1024;          // -ORBQueue N: requests that may wait, for a thread and while held, each
   uint32_t max_message = 16u << 20;  // -ORBMaxMessage OCTETS
+  uint32_t max_memory = 0;  // -ORBMaxMemory MEBIBYTES of all that is in flight; 0 = a quarter of the machine
   uint32_t fragment_size =
       4u << 20;                  // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
   uint32_t max_connections = 0;  // -ORBMaxConnections N; 0 = 80 % of the descriptors

@@ -7,6 +7,7 @@
 #include "endpoint_text.h"
 #include "environment.h"
 #include "in_process.h"
+#include "memory.h"
 #include "process_life.h"
 #include "queue_group.h"
 #include "repository.h"
@@ -48,6 +49,7 @@ std::string Orb::init(int* argc, char** argv) {
   std::lock_guard lock(mutex_);
   if (uses_ == 0) {
     if (std::string wrong = load_impl_repository(wanted.impl_repository); !wrong.empty()) return wrong;
+    set_memory_budget(wanted.max_memory);
     set_options(std::move(wanted));
     set_binding_open(true);
     mark_usable();

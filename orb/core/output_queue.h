@@ -47,7 +47,14 @@ class OutputQueue {
     Message(Buffer whole, uint32_t fragment, std::size_t sent)
         : octets(std::move(whole)),
           pieces(octets.data(), octets.size(), fragment),
-          left(rest_of(pieces.parts(), sent)) {}
+          left(rest_of(pieces.parts(), sent)) {
+      count_memory(0, unless_counted());
+    }
+    ~Message() { count_memory(unless_counted(), 0); }
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
+    /// Small messages count here, as there may be many.
+    std::size_t unless_counted() const { return octets.capacity() < counted_from ? counted_from : 0; }
     Buffer octets;
     Pieces pieces;
     std::span<iovec> left;

@@ -95,6 +95,9 @@ class Socket {
     octets->assign(reinterpret_cast<const char*>(message.data()), message.size());
     return true;
   }
+  int fd() const { return fd_; }
+  /// Gives back what reading took.
+  void forget() { in_.reset(); }
   std::size_t received = 0;  // octets so far
 
  protected:

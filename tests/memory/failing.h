@@ -9,6 +9,9 @@ void begin(long n, long more);
 /// None fails any more. Whether one did.
 bool end();
 
+/// Octets that are allocated.
+long live();
+
 /// Allocations of this thread do (not) count, while it lives. Those of threads of the library count, those of the
 /// thread that runs the tests do not.
 class Counted {

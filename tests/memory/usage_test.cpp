@@ -1,0 +1,134 @@
+// What connections and messages cost, and what is given back.
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <list>
+
+#include "engine_fixture.h"
+#include "failing.h"
+#include "memory.h"
+#include "time_limit.h"
+
+namespace {
+
+using namespace engine_test;
+
+bool within_bound(const std::function<bool()>& true_at_last) {
+  const auto end = std::chrono::steady_clock::now() + bound;
+  while (!true_at_last())
+    if (std::chrono::steady_clock::now() > end) return false;
+  return true;
+}
+
+class Usage : public Engine {
+ protected:
+  void SetUp() override {
+    time_limit() = std::chrono::seconds(20);
+    Engine::SetUp();
+  }
+  /// A request with so many octets behind its argument.
+  static std::string large(uint32_t id, const char* operation, std::size_t octets) {
+    std::string message = call(id, operation, 7);
+    message.append(octets, 'x');
+    const auto size = static_cast<uint32_t>(message.size() - 12);
+    std::memcpy(message.data() + 8, &size, sizeof size);
+    return message;
+  }
+};
+
+TEST_F(Usage, AnIdleConnectionKeepsLittle) {
+  start();
+  constexpr std::size_t count = 200;
+  std::list<Client> clients;
+  const auto connect = [&] {
+    Client& client = clients.emplace_back(port());
+    EXPECT_EQ(client.ask(large(1, "echo", 10'000)), "7");
+    client.forget();
+  };
+  for (int i = 0; i < 8; ++i) connect();  // what threads and the log keep is there
+  const long before = failing::live();
+  for (std::size_t i = 0; i < count; ++i) connect();
+  const long own = static_cast<long>(count * (sizeof(Client) + 32));  // the test's ends
+  EXPECT_TRUE(within_bound([&] { return failing::live() - before - own < static_cast<long>(count) * 4096; }))
+      << (failing::live() - before - own) / static_cast<long>(count);
+}
+
+long resident() {
+  long pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;
+  return pages * ::sysconf(_SC_PAGESIZE);
+}
+
+TEST_F(Usage, ABurstGoesBackToTheSystem) {
+  start({"-ORBThreads", "1"});
+  const long before = resident();
+  std::list<Client> clients;
+  Client first(port());
+  ASSERT_TRUE(first.send(call(1, "block", 1)) && barrier_.wait_for(1));
+  for (int i = 0; i < 40; ++i)
+    ASSERT_TRUE(clients.emplace_back(port()).send(large(1, "echo", 2'000'000) + look_));
+  for (Client& client : clients) EXPECT_EQ(client.answer(), "here");
+  EXPECT_GE(resident() - before, 80'000'000);
+  barrier_.open(1);
+  for (Client& client : clients) EXPECT_EQ(client.answer(), "7");
+  EXPECT_TRUE(within_bound([&] { return resident() - before < 20'000'000; })) << resident() - before;
+}
+
+// Strangers fill the memory with messages that they never end, small steps at a time.
+TEST_F(Usage, WhoHoldsTheMostIsNotReadAndThenClosed) {
+  start({"-ORBMaxMemory", "8", "-ORBThreads", "1", "-ORBReadTimeout", "700"});
+  Client good(port()), other(port());
+  ASSERT_TRUE(other.send(call(1, "block", 1)) && barrier_.wait_for(1));
+  std::list<Client> greedy;
+  const std::string octets = large(2, "echo", 4'000'000), some = look_ + octets.substr(0, 3'900'000);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 6; ++i)
+    threads.emplace_back([&some, client = &greedy.emplace_back(port())] { client->send(some); });
+  ASSERT_TRUE(within_bound([] { return zrsv::over_memory(); }));
+  EXPECT_EQ(good.ask(large(3, "echo", 20'000)), "TRANSIENT 1");  // would have to wait
+  ASSERT_TRUE(good.send(call(4, "echo", 4)));                    // that one may
+  std::size_t most = 0;
+  EXPECT_TRUE(within_bound([&] {
+    most = std::max(most, zrsv::memory_used());
+    return !zrsv::over_memory();
+  }));
+  EXPECT_LT(most, 20'000'000u);  // not 25,000,000, and back within the budget: some were closed
+  barrier_.open(1);
+  EXPECT_EQ(good.answer(), "4");
+  EXPECT_EQ(other.answer(), "1");
+  for (Client& client : greedy) ::shutdown(client.fd(), SHUT_RDWR);
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(MemoryLimit, IsTheLeastOfMachineAndGroups) {
+  namespace fs = std::filesystem;
+  const fs::path root = fs::temp_directory_path() / ("groups." + std::to_string(::getpid()));
+  const auto write = [&](const std::string& file, const std::string& text) {
+    fs::create_directories((root / file).parent_path());
+    std::ofstream(root / file) << text << '\n';
+  };
+  write("memory.max", "max");
+  write("a/memory.max", "3000");
+  write("a/b/memory.max", "max");
+  write("memory/c/memory.limit_in_bytes", "2000");
+  write("memory/memory.limit_in_bytes", "9223372036854771712");
+  const std::pair<const char*, uint64_t> rows[] = {{"0::/", 5000},
+                                                   {"0::/a/b", 3000},
+                                                   {"0::/nowhere/a", 5000},
+                                                   {"4:cpu,memory:/c/d", 2000},
+                                                   {"4:cpu:/c\n0::/", 5000},
+                                                   {"4:memory:/", 5000},
+                                                   {"1:name=x:/c\n0::/a", 3000},
+                                                   {"", 5000},
+                                                   {"0::a", 5000},
+                                                   {"nonsense", 5000}};
+  for (const auto& [groups, wanted] : rows) {
+    write("self", groups);
+    EXPECT_EQ(zrsv::memory_limit(5000, root / "self", root), wanted) << groups;
+  }
+  EXPECT_EQ(zrsv::memory_limit(5000, root / "none", root), 5000u);
+  fs::remove_all(root);
+}
+
+}  // namespace

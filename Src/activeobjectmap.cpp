@@ -9,18 +9,16 @@
 #include "adapteractivation.h"
 #include "locks.h"
 #include "minor_codes.h"
+#include "servantreferences.h"
 #include "trace.h"
 #include "zrsocket.h"
 
 using PortableServer::ObjectId;
-using PortableServer::ObjectRefList;
 using PortableServer::POA;
 using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
 
 ActiveObjectMap* _root_aom = nullptr;
-POA_ServantList* servant_delete_list = nullptr;
-POA_ServantList* servant_lifespan_list = nullptr;
 
 // ---- The client of the request that the calling thread runs -------------------------------------
 
@@ -309,7 +307,12 @@ ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBa
   return this;
 }
 
-ServantBase* ActiveObjectMap::findServantById(std::string_view oid, bool hold) {
+PortableServer::ServantUse ActiveObjectMap::useServantById(std::string_view oid) {
+  PoaSemaphoreGuard guard(__LINE__);
+  return PortableServer::ServantUse(findServantById(oid));
+}
+
+ServantBase* ActiveObjectMap::findServantById(std::string_view oid) {
   POA_TRACE("ActiveObjectMap::findServantById called...");
   PoaSemaphoreGuard guard(__LINE__);
   _ActiveObjectEntry* entry = find(ById(oid), IN_USE);
@@ -318,7 +321,6 @@ ServantBase* ActiveObjectMap::findServantById(std::string_view oid, bool hold) {
     return nullptr;
   }
   if (const Client client = Client::current(); client.known) client.store(*entry);
-  if (hold) ServantAccess::hold(*entry->p_servant);
   POA_TRACE("ActiveObjectMap::findServantById end...[return Servant]");
   return entry->p_servant;
 }
@@ -506,7 +508,7 @@ void ActiveObjectMap::clear_servants(POA* poa) {
     PoaSemaphoreGuard guard(__LINE__);
     const _ActiveObjectEntry* entry = next_active(at);
     if (!entry) break;
-    ServantAccess::withdraw_reference(*entry->p_servant, poa, *entry->oid, nullptr);
+    withdraw_reference(*entry->p_servant, poa, *entry->oid);
   }
   POA_TRACE("ActiveObjectMap::clear_servants end...");
 }
@@ -536,37 +538,4 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
     servantActivator_ptr->etherealize(*oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, ev);
   }
   POA_TRACE("ActiveObjectMap::etherealize end...");
-}
-
-// ---- Servant lists ------------------------------------------------------------------------------
-
-void POA_ServantList::add_servant(POA_ServantList*& list, ServantBase* svt) {
-  auto* node = new POA_ServantList;
-  node->_svt = svt;
-  POA_ServantList** tail = &list;
-  while (*tail) tail = &(*tail)->_next;
-  *tail = node;
-}
-
-void POA_ServantList::remove_servant(POA_ServantList*& list, ServantBase* svt) {
-  if (!svt) return;
-  POA_ServantList** link = &list;
-  while (*link && (*link)->_svt != svt) link = &(*link)->_next;
-  if (POA_ServantList* found = *link) {
-    *link = found->_next;
-    delete found;
-  }
-}
-
-bool POA_ServantList::search_servant(const POA_ServantList* list, const ServantBase* svt) {
-  if (!svt) return false;
-  while (list && list->_svt != svt) list = list->_next;
-  return list != nullptr;
-}
-
-ObjectRefList::~ObjectRefList() {
-  while (ObjectRefList* node = next) {  // one by one: a long chain is no deep recursion
-    next = std::exchange(node->next, nullptr);
-    delete node;
-  }
 }

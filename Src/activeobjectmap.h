@@ -1,5 +1,4 @@
-// The active object map of a POA (blocks of 1024 slots in order, and an index beside them), and the lists that
-// servants are kept in.
+// The active object map of a POA: blocks of 1024 slots in order, and an index beside them.
 #pragma once
 
 #include <memory>
@@ -11,8 +10,6 @@
 #include "poa.h"
 #include "servants.h"
 #include "slotindex.h"
-
-class POAInfo;
 
 struct _ActiveObjectEntry {
   PortableServer::ObjectId* oid;           // owned; null marks a free slot
@@ -43,13 +40,13 @@ class ActiveObjectMap {
   /// Takes over `oid`, also when it throws (NO_MEMORY: no room for another block).
   ActiveObjectMap* insertActiveObjectMap(PortableServer::ObjectId* oid,
                                          PortableServer::ServantBase* p_servant);
-  /// With `hold`, the servant's request counter is raised before the semaphore is given back, so that it
-  /// cannot be deleted meanwhile; the caller gives it back with ServantAccess::release. A servant that was
-  /// etherealized cannot be held: null.
-  PortableServer::ServantBase* findServantById(std::string_view oid, bool hold = false);
-  PortableServer::ServantBase* findServantById(const PortableServer::ObjectId& oid, bool hold = false) {
-    return findServantById(oid_view(oid), hold);
+  /// The servant is the program's, which may delete it once the semaphore is free.
+  PortableServer::ServantBase* findServantById(std::string_view oid);
+  PortableServer::ServantBase* findServantById(const PortableServer::ObjectId& oid) {
+    return findServantById(oid_view(oid));
   }
+  /// The same, in use before the semaphore is free. One that was etherealized cannot be had: none.
+  PortableServer::ServantUse useServantById(std::string_view oid);
   /// The map's own id, valid until it is removed: see copyOidByServant for a copy made under the semaphore.
   PortableServer::ObjectId* findOidByServant(PortableServer::ServantBase* p_servant);
   /// A copy of the id found, or null; owned by the caller.
@@ -161,104 +158,3 @@ class ActiveObjectMap {
 };
 
 extern ActiveObjectMap* _root_aom;  // guarded by the POA semaphore
-
-/// A list of servants, handled through its head pointer. Takes no lock; its users do.
-class POA_ServantList {
- public:
-  static void add_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
-  static void remove_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
-  static bool search_servant(const POA_ServantList* list, const PortableServer::ServantBase* svt);
-  POA_ServantList* get_next() const { return _next; }
-  void set_next(POA_ServantList* next) { _next = next; }
-  PortableServer::ServantBase* get_servant() const { return _svt; }
-
- private:
-  PortableServer::ServantBase* _svt = nullptr;
-  POA_ServantList* _next = nullptr;
-};
-
-extern POA_ServantList* servant_delete_list;    // guarded by poa_svt_delete_mutex
-extern POA_ServantList* servant_lifespan_list;  // guarded by poa_svt_lifespan_mutex
-
-namespace PortableServer {
-
-/// A servant's list of the references made for it. All of it is guarded by poa_svt_objref_mutex.
-class ObjectRefList {
- public:
-  ObjectRefList() = default;
-  /// Frees the rest of the chain, nothing else.
-  ~ObjectRefList();
-  ObjectRefList(const ObjectRefList&) = delete;
-  ObjectRefList& operator=(const ObjectRefList&) = delete;
-
-  POA* get_poa() const { return _m_poa; }
-  void set_poa(POA* poa) { _m_poa = poa; }
-  ObjectId* get_oid() const { return _m_oid; }
-  void set_oid(ObjectId* oid) { _m_oid = oid; }
-  CORBA::Object* get_object_ref() const { return _m_object_ref; }
-  void set_object_ref(CORBA::Object* ref) { _m_object_ref = ref; }
-  ObjectRefList* get_next() const { return next; }
-  void set_next(ObjectRefList* n) { next = n; }
-  /// The POA's record; null once the POA is gone, when get_poa() must not be followed.
-  std::shared_ptr<POAInfo> get_record() const { return _m_record.lock(); }
-  /// Makes the node one of that record's POA; null: of none.
-  void set_record(const std::shared_ptr<POAInfo>& record);
-  /// A node of that POA for that id.
-  bool holds(Identity poa, std::string_view oid) const {
-    return _m_oid && _m_identity == poa && oid_view(*_m_oid) == oid;
-  }
-
- private:
-  POA* _m_poa = nullptr;  // lives as long as _m_record does
-  ObjectId* _m_oid = nullptr;
-  CORBA::Object* _m_object_ref = nullptr;
-  ObjectRefList* next = nullptr;
-  std::weak_ptr<POAInfo> _m_record;
-  Identity _m_identity = 0;  // of the record; unlike an address it is no other POA's afterwards
-};
-
-/// A POA and an id that a servant has a reference for. The record keeps the POA's object alive.
-struct ServantReference {
-  std::shared_ptr<POAInfo> record;
-  ObjectId oid;
-};
-
-/// What the library may see and do of a servant beyond its public face.
-struct ServantAccess {
-  static ObjectRefList* references(const ServantBase& s) { return s._object_ref; }
-  static ObjectRefList*& references(ServantBase& s) { return s._object_ref; }
-  static std::atomic<CORBA::Object*>& target(ServantBase& s) { return s._obj_ref; }
-  static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
-  static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }
-
-  /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the
-  /// POA semaphore).
-  static void hold(ServantBase& s) { ++s._counter; }
-  /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
-  static void release(ServantBase& s);
-  /// Keeps `ior` (with flag 1 a duplicate) as the servant's reference for (POA, id); gives the object kept,
-  /// or null when there is one already.
-  static CORBA::Object* keep_reference(ServantBase& s, const std::shared_ptr<POAInfo>& record,
-                                       CORBA::Object* ior, int flag, std::string_view oid);
-  /// The references of live POAs, as they are now.
-  static std::vector<ServantReference> list_references(const ServantBase& s);
-  /// A duplicate of the reference kept for (poa, oid), or null.
-  static CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid);
-  /// Takes the reference kept for (poa, oid), if there is one, out of the ORB core's table and out of the
-  /// servant.
-  static void withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid, void* orb);
-};
-
-/// Gives back, at the end of a scope, what a lookup with `hold` took.
-class ServantHold {
- public:
-  explicit ServantHold(ServantBase& servant) : servant_(servant) {}
-  ~ServantHold() { ServantAccess::release(servant_); }
-  ServantHold(const ServantHold&) = delete;
-  ServantHold& operator=(const ServantHold&) = delete;
-
- private:
-  ServantBase& servant_;
-};
-
-}  // namespace PortableServer

@@ -5,6 +5,9 @@
 #include "common_poa.h"
 #include "raise.h"
 
+CurrentInfo* current_info = nullptr;
+PortableServer::Current* poa_current = nullptr;
+
 namespace {
 
 constexpr const char* CURRENT_ID = "IDL:org.omg/PortableServer/Current:1.0";

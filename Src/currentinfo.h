@@ -47,3 +47,7 @@ class CurrentContext {
  private:
   CurrentContext* outer_;
 };
+
+// The process's, made at start-up.
+extern CurrentInfo* current_info;
+extern PortableServer::Current* poa_current;

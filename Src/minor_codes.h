@@ -12,7 +12,6 @@ inline constexpr CORBA::ULong MINOR_NO_MANAGER =
     0x4B510302;  // servant manager missing or of the wrong kind, nil or clashing servant
 inline constexpr CORBA::ULong MINOR_MANAGER_SET =
     0x4B510303;  // servant manager set twice, or binding refused
-inline constexpr CORBA::ULong MINOR_BIND_FAILED = 0x4B510304;      // other binding failure
-inline constexpr CORBA::ULong MINOR_QUEUE_FULL = 0x4B510305;       // request ring full
-inline constexpr CORBA::ULong MINOR_NO_OPERATION = 0x4B510306;     // the servant's invoke answered false
-inline constexpr CORBA::ULong MINOR_SERVANT_DELETED = 0x4B510307;  // servant deleted or to be deleted
+inline constexpr CORBA::ULong MINOR_BIND_FAILED = 0x4B510304;   // other binding failure
+inline constexpr CORBA::ULong MINOR_QUEUE_FULL = 0x4B510305;    // request ring full
+inline constexpr CORBA::ULong MINOR_NO_OPERATION = 0x4B510306;  // the servant's invoke answered false

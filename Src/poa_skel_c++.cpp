@@ -1,9 +1,10 @@
 #include <mutex>
 #include <vector>
 
+#include "corehandles.h"
+#include "poa/implementation.h"
 #include "poa/remote.h"
 #include "poa_skel_c++.h"
-#include "poainfo.h"
 
 namespace PortableServer::skeletons {
 namespace {

@@ -1,21 +1,22 @@
 #include "poainfo.h"
 
+#include <cstring>
 #include <unordered_map>
+
+#include "activeobjectmap.h"
+#include "locks.h"
+#include "poamanagerinfo.h"
+#include "queue.h"
+#include "raise.h"
 
 PortableServer::POA* POAInfo::root_poa = nullptr;
 std::atomic<std::uint64_t> POAInfo::tree_changes{1};
 
 POAInfo* root_poa_info = nullptr;
-bool initialised = false;
-CurrentInfo* current_info = nullptr;
-PortableServer::Current* poa_current = nullptr;
-POAManagerInfo* default_poa_manager_info = nullptr;
-PortableServer::POAManager* default_poa_manager = nullptr;
 
 namespace {
 
 constexpr const char* POA_OBJECT_ID = "IDL:org.omg/PortableServer/POA:1.0";
-constexpr const char* MANAGER_OBJECT_ID = "IDL:omg.org/PortableServer/POAManager:1.0";
 
 /// The records that are alive, by identity; it owns them. Guarded by poa_mutex. Never destroyed: POAs live
 /// until the process ends.
@@ -42,13 +43,10 @@ char* copy_name(const char* name) {
 
 // ---- Life ----
 
-POAInfo::POAInfo() : identity(new_identity()) {
-  POA_TRACE("POAInfo::POAInfo called...[this=0x%lx]", trace_address(this));
-}
+POAInfo::POAInfo() { POA_TRACE("POAInfo::POAInfo called...[this=0x%lx]", trace_address(this)); }
 
 POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager,
-                 const CORBA::PolicyList& list, CORBA::Environment& ev)
-    : identity(new_identity()) {
+                 const CORBA::PolicyList& list, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::POAInfo(...) called...");
   policies = PolicySet::read(list, ev);
   CORBA::String_var name(copy_name(_adapter_name));
@@ -56,30 +54,23 @@ POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAMan
     raise<CORBA::BAD_PARAM>(ev, "NULL name.. throw CORBA::StExcep::BAD_PARAM.",
                             "POAInfo::POAInfo [adapter_name is invalid.]");
   }
-  if (!CORBA::is_nil(a_POAManager)) {
+  share_manager(a_POAManager, ev);
+  adapter_name = name._retn();
+  POA_TRACE("POAInfo::POAInfo(...) end...");
+}
+
+void POAInfo::share_manager(PortableServer::POAManager* manager, CORBA::Environment& ev) {
+  if (!CORBA::is_nil(manager)) {
     POA_TRACE("  set this->poa_manager to a_POAManger");
-    poa_managerInfo_ptr = POAManagerInfo::findPOAManagerInfo(a_POAManager, ev);
+    poa_managerInfo_ptr = POAManagerInfo::findPOAManagerInfo(manager, ev);
     if (!poa_managerInfo_ptr) raise<CORBA::BAD_PARAM>(ev, "POAInfo::POAInfo [a_POAManager is unknown.]");
     // The manager's own object: the one at hand is the program's, which may release it at once.
     poa_manager = poa_managerInfo_ptr->poamanager_object;
   } else {
     POA_TRACE("  a_POAManager is NULL");
-    share_default_manager(ev);
+    poa_managerInfo_ptr = default_poa_manager_info;
+    poa_manager = POAManagerInfo::default_object(ev);
   }
-  adapter_name = name._retn();
-  POA_TRACE("POAInfo::POAInfo(...) end...");
-}
-
-void POAInfo::share_default_manager(CORBA::Environment& ev) {
-  if (!default_poa_manager) {
-    POA_TRACE("  default_poa_manager is NULL");
-    POA_TRACE("  createObject call");
-    default_poa_manager =
-        own_object<PortableServer_POAManager_impl>(default_poa_manager_info->identity, MANAGER_OBJECT_ID);
-    if (!default_poa_manager) raise<CORBA::BAD_PARAM>(ev, "POAInfo::POAInfo [obj is nil.]");
-  }
-  poa_manager = default_poa_manager;
-  poa_managerInfo_ptr = default_poa_manager_info;
 }
 
 POAInfo::~POAInfo() {
@@ -138,12 +129,12 @@ bool POAInfo::is_existent(const POAInfo* target) {
     return false;
   }
   MutexGuard guard(poa_mutex);
-  const bool exists = is_existent_sub(root_poa_info, target);
+  const bool exists = is_below(root_poa_info, target);
   POA_TRACE("POAInfo::is_existent end...");
   return exists;
 }
 
-bool POAInfo::is_existent_sub(const POAInfo* parent, const POAInfo* target) {
+bool POAInfo::is_below(const POAInfo* parent, const POAInfo* target) {
   POA_TRACE("POAInfo::is_existent_sub called...");
   if (parent == target) return true;
   for (const POAInfo* child = parent->first_child; child; child = child->siblings) {
@@ -151,7 +142,7 @@ bool POAInfo::is_existent_sub(const POAInfo* parent, const POAInfo* target) {
       POA_TRACE("POAInfo::is_existent_sub end...[exist]");
       return true;
     }
-    if (is_existent_sub(child, target)) return true;
+    if (is_below(child, target)) return true;
   }
   POA_TRACE("POAInfo::is_existent_sub end...[not exist]");
   return false;

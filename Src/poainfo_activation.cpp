@@ -1,16 +1,19 @@
-// Activating and deactivating objects, references to objects that need not be active, servant manager and
-// default servant.
+// Activating and deactivating objects, servant manager and default servant.
 #include <new>
 
+#include "activeobjectmap.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
+#include "registration.h"
+#include "servantreferences.h"
 
 using PortableServer::ObjectId;
 using PortableServer::POA;
-using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
-using PortableServer::ServantHold;
 using PortableServer::ServantInCall;
 using PortableServer::ServantManager;
+using PortableServer::ServantUse;
 
 // ---- activate_object ----------------------------------------------------------------------------
 
@@ -124,16 +127,16 @@ PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
 }
 
 /// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told
-/// that it is not active. Gives the servant, held and entered in `call`, or null.
-ServantBase* take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
+/// that it is not active. Gives the servant, in use and entered in `call`, or none.
+ServantUse take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
   PoaSemaphoreGuard guard(__LINE__);
-  ServantBase* servant = map.findServantById(oid, /*hold=*/true);
-  if (!servant) return nullptr;
-  call.enter(servant);
+  ServantUse servant = map.useServantById(oid_view(oid));
+  if (!servant) return servant;
+  call.enter(servant.get());
   POA_TRACE("  ActiveObjectMap::deactivateByOid call");
   map.deactivateByOid(oid);
   POA_TRACE("  ActiveObjectMap::removeById call");
-  map.removeById(oid, servant);
+  map.removeById(oid, servant.get());
   return servant;
 }
 
@@ -154,14 +157,13 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
     raise<POA::ObjectNotActive>(ev, "active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [activate_object_map is null.]");
   ServantInCall call;
-  ServantBase* servant = take_active(*map, oid, call);
+  ServantUse use = take_active(*map, oid, call);
+  ServantBase* const servant = use.get();
   if (!servant)
     raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [servant is null.]");
-  {
-    const ServantHold held(*servant);  // not as long as into the activator, which may delete it
-    ServantAccess::withdraw_reference(*servant, poa_object, oid, core_handles.orb);
-  }
+  withdraw_reference(*servant, poa_object, oid);
+  use = ServantUse();  // the activator may delete it
   if (auto* activator = etherealizer(*this)) {
     POA_TRACE("  ServantActivator->etherealiize call [servant = 0x%lx]", trace_address(servant));
     activator->etherealize(oid, poa_object, servant, 1, 1, ev);
@@ -207,7 +209,7 @@ ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   if (!policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "non_retain.\tPortableServer::POA::WrongPolicy",
                             "POAInfo::get_servant [wrong policy.]");
-  ServantBase* servant = servant_default;
+  ServantBase* servant = default_servant.get();
   if (!servant)
     raise<POA::NoServant>(ev, "non_retain.\tPortableServer::POA::NoServant",
                           "POAInfo::get_servant [default servant is null.]");
@@ -215,10 +217,12 @@ ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   return servant;
 }
 
-ServantBase* POAInfo::exchange_default(ServantBase* servant, std::shared_ptr<const ObjectId> oid) {
-  std::lock_guard lock(default_mutex);
-  oid_default.swap(oid);
-  return servant_default.exchange(servant);
+void POAInfo::exchange_default(ServantBase* servant, DefaultServant::Oid oid) {
+  // Under poa_default_servant_ref_mutex: once somebody else has taken the old one away, it is not touched here.
+  ServantBase* old = default_servant.exchange(servant, oid);
+  if (!old) return;
+  if (oid) withdraw_reference(*old, poa_object, *oid);
+  old->rem_default_servant_ref();
 }
 
 void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
@@ -227,13 +231,13 @@ void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
   if (!policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
                             "POAInfo::set_servant [wrong policy.]");
-  if (servant_default == p_servant) return;
-  std::shared_ptr<const ObjectId> oid(p_servant ? genSystemId() : nullptr);
+  if (default_servant.get() == p_servant) return;
+  DefaultServant::Oid oid(p_servant ? genSystemId() : nullptr);
   if (p_servant && !oid)  // the old one stays installed
     raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant [BAD_PARAM.]");
-  MutexGuard counts(poa_default_servant_ref_mutex);  // see withdraw_default_servant
+  MutexGuard counts(poa_default_servant_ref_mutex);  // see exchange_default
   if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::set_servant [POA is destroyed.]");
   if (p_servant) p_servant->add_default_servant_ref();
-  if (ServantBase* old = exchange_default(p_servant, std::move(oid))) old->rem_default_servant_ref();
+  exchange_default(p_servant, std::move(oid));
   POA_TRACE("POAInfo::set_servant end...");
 }

@@ -1,33 +1,41 @@
 // Servants, ids and references, each from the other.
+#include "activeobjectmap.h"
+#include "corehandles.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
 #include "referencedata.h"
+#include "requesttarget.h"
+#include "servantreferences.h"
 
 using PortableServer::ObjectId;
 using PortableServer::POA;
-using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
-using PortableServer::ServantHold;
+using PortableServer::ServantUse;
 
 // ---- Implicit activation, and references that are kept and bound --------------------------------
 
-std::unique_ptr<ObjectId> POAInfo::activate_implicitly(std::unique_ptr<ObjectId> id, ServantBase& servant,
-                                                       const char* ready_trace, CORBA::Environment& ev) {
+namespace {
+
+/// Activates under `id` and returns that; the id it is active under already (UNIQUE_ID) when another thread was
+/// first.
+std::unique_ptr<ObjectId> activate_implicitly(POAInfo& poa, std::unique_ptr<ObjectId> id,
+                                              ServantBase& servant, const char* ready_trace,
+                                              CORBA::Environment& ev) {
   std::unique_ptr<ObjectId> copy(make_oid(oid_view(*id)));
   const ObjectId* own_id = copy.get();
   {
     PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the look and the entry
-    if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
-    ActiveObjectMap* map = map_for_insert();
-    if (policies.unique_id())
+    if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
+    ActiveObjectMap* map = poa.map_for_insert();
+    if (poa.policies.unique_id())
       if (ObjectId* active = map->copyOidByServant(&servant)) return std::unique_ptr<ObjectId>(active);
     map->insertActiveObjectMap(copy.release(), &servant);
   }
   if (ready_trace) POA_TRACE("%s", ready_trace);
-  register_active(*id, servant, own_id, ev);
+  poa.register_active(*id, servant, own_id, ev);
   return id;
 }
-
-namespace {
 
 const char* interface_of(ServantBase& servant, const ObjectId& oid, POA* poa, CORBA::Environment& ev) {
   const char* intf = servant._primary_interface(oid, poa, ev);
@@ -48,29 +56,30 @@ void bind(CORBA::Object& reference, CORBA::Environment& ev) {
   raise<CORBA::NO_RESOURCES>(ev, nullptr, MINOR_BIND_FAILED);
 }
 
-}  // namespace
-
-CORBA::Object* POAInfo::make_bound_reference(const ObjectId& oid, ServantBase& servant,
-                                             CORBA::Environment& ev) {
-  CORBA::Object_var reference(POACreateReference(oid, interface_of(servant, oid, poa_object, ev), ev));
+/// A new reference, kept by the servant and bound in the ORB core.
+CORBA::Object* make_bound_reference(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
+                                    CORBA::Environment& ev) {
+  CORBA::Object_var reference(
+      poa.POACreateReference(oid, interface_of(servant, oid, poa.poa_object, ev), ev));
   CORBA::Object_var duplicate(CORBA::Object::_duplicate(reference.in()));
   // Keeping and binding are one step, and so is withdrawing. Deactivation leaves the map first: an object
   // that is still there is withdrawn after this.
   MutexGuard guard(poa_svt_objref_mutex);
-  if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa_object, oid))
-    return kept;  // made meanwhile
-  ActiveObjectMap* map = active_object_map;
-  if (destroyed || !map || !map->holds(oid_view(oid), &servant)) raise<POA::ObjectNotActive>(ev, nullptr);
-  ServantAccess::keep_reference(servant, shared_from_this(), duplicate.in(), 0, oid_view(oid));
+  if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) return kept;  // made meanwhile
+  ActiveObjectMap* map = poa.active_object_map;
+  if (poa.destroyed || !map || !map->holds(oid_view(oid), &servant)) raise<POA::ObjectNotActive>(ev, nullptr);
+  keep_reference(servant, poa.shared_from_this(), duplicate.in(), 0, oid_view(oid));
   duplicate._retn();  // the servant's now
   try {
     bind(*reference.in(), ev);
   } catch (const CORBA::Exception&) {
-    servant.clear_ObjectReference(poa_object, &oid);
+    servant.clear_ObjectReference(poa.poa_object, &oid);
     throw;
   }
   return reference._retn();
 }
+
+}  // namespace
 
 // ---- From a servant -----------------------------------------------------------------------------
 
@@ -81,7 +90,7 @@ ObjectId* default_servant_id(POAInfo& poa, CORBA::Environment& ev) {
   if (!poa.get_servant(ev))
     raise<POA::ServantNotActive>(ev, "servant==NULL, throw PortableServer::POA::ServantNotActive",
                                  "POAInfo::servant_to_id [servant is null.]");
-  const auto oid = poa.default_oid();
+  const auto oid = poa.default_servant.oid();
   if (!oid)
     raise<POA::ServantNotActive>(ev, "oid_default=NULL,throw PortableServer::POA::ServantNotActive",
                                  "POAInfo::servant_to_id [oid_default is null.]");
@@ -104,7 +113,7 @@ ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& 
                               "POAInfo::servant_to_id [systemId is null.]");
     POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [insert servant = 0x%lx ,this = 0x%lx]",
               trace_address(&servant), trace_address(&poa));
-    oid = poa.activate_implicitly(std::move(oid), servant, "  POA_impl_is_ready call", ev);
+    oid = activate_implicitly(poa, std::move(oid), servant, "  POA_impl_is_ready call", ev);
     POA_TRACE("POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]");
     return oid.release();
   }
@@ -137,11 +146,11 @@ namespace {
 /// The reference of a servant that is active under `oid`.
 CORBA::Object* reference_of_active(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
                                    CORBA::Environment& ev) {
-  if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa.poa_object, oid)) {
+  if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) {
     POA_TRACE("POAInfo::servant_to_reference end...[return registerd object reference : UNIQUE_ID]");
     return kept;
   }
-  CORBA::Object* reference = poa.make_bound_reference(oid, servant, ev);
+  CORBA::Object* reference = make_bound_reference(poa, oid, servant, ev);
   POA_TRACE("POAInfo::servant_to_reference end...[return duplicated object reference : UNIQUE_ID]");
   return reference;
 }
@@ -163,8 +172,8 @@ CORBA::Object* reference_of_servant(POAInfo& poa, ServantBase& servant, CORBA::E
   map = poa.map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [aom = 0x%lx, serv = 0x%lx, this = 0x%lx]",
             trace_address(map), trace_address(&servant), trace_address(&poa));
-  oid = poa.activate_implicitly(std::move(oid), servant, nullptr, ev);
-  CORBA::Object* reference = poa.make_bound_reference(*oid, servant, ev);
+  oid = activate_implicitly(poa, std::move(oid), servant, nullptr, ev);
+  CORBA::Object* reference = make_bound_reference(poa, *oid, servant, ev);
   POA_TRACE("POAInfo::servant_to_reference end...[return duplicated object reference : IMPLICIT_ACTIVATION]");
   return reference;
 }
@@ -282,11 +291,11 @@ namespace {
 
 CORBA::Object* reference_of_id(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
                                CORBA::Environment& ev) {
-  if (CORBA::Object* kept = ServantAccess::duplicate_reference(servant, poa.poa_object, oid)) {
+  if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) {
     POA_TRACE("POAInfo::id_to_reference end... [return duplicated object reference]");
     return kept;
   }
-  CORBA::Object* reference = poa.make_bound_reference(oid, servant, ev);
+  CORBA::Object* reference = make_bound_reference(poa, oid, servant, ev);
   POA_TRACE("POAInfo::id_to_reference end... [return registerd object reference]");
   return reference;
 }
@@ -305,11 +314,10 @@ CORBA::Object* POAInfo::id_to_reference(const ObjectId& oid, CORBA::Environment&
   return replacing<POA::ObjectNotActive, POA::WrongPolicy, POA::ObjectNotActive>(
       ev, "other ex, throw PortableServer::POA::ObjectNotActive", not_active, [&] {
         ActiveObjectMap* map = active_object_map;
-        ServantBase* servant = map ? map->findServantById(oid, /*hold=*/true) : nullptr;
+        const ServantUse servant = map ? map->useServantById(oid_view(oid)) : ServantUse();
         if (!servant)
           raise<POA::ObjectNotActive>(ev, "no servant, throw PortableServer::POA::ObjectNotActive",
                                       not_active);
-        const ServantHold hold(*servant);
         return reference_of_id(*this, oid, *servant, ev);
       });
 }

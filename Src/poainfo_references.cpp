@@ -1,7 +1,9 @@
 // References that a POA makes.
 #include <cstdlib>
 
+#include "common_poa.h"
 #include "poainfo.h"
+#include "raise.h"
 #include "referencedata.h"
 
 using PortableServer::ObjectId;

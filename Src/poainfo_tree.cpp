@@ -1,8 +1,12 @@
 // The POA tree: creation, lookup, adapter activation, destruction.
+#include <cstring>
 #include <new>
 
+#include "activeobjectmap.h"
 #include "adapteractivation.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
 #include "referencedata.h"
 
 namespace {
@@ -105,9 +109,9 @@ POAObjectPtr POAInfo::find_POA(const char* _adapter_name, CORBA::Boolean activat
   return {child, child->poa_object};
 }
 
-POAInfo* POAInfo::child_named(const char* name) const {
+POAInfo* POAInfo::child_named(std::string_view name) const {
   for (POAInfo* child = first_child; child; child = child->siblings) {
-    if (std::strcmp(child->adapter_name, name) == 0) return child;
+    if (name == child->adapter_name) return child;
   }
   return nullptr;
 }
@@ -220,7 +224,10 @@ void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_f
   ++tree_changes;    // threads that remember the POA look it up again, and wait for the lock
   try {
     destroy_children(etherealize_objects, wait_for_completion_, ev);
-    withdraw_default_servant();
+    {
+      MutexGuard counts(poa_default_servant_ref_mutex);
+      exchange_default(nullptr, nullptr);
+    }
     if (ActiveObjectMap* map = active_object_map; policies.retains() && map) {
       POA_TRACE("call clear_servants");
       map->clear_servants(poa_object);
@@ -241,16 +248,6 @@ void POAInfo::destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolea
     if (!child->destroyed) child->_destroy(etherealize_objects, wait_for_completion_, ev);
     unlink(*child);
   }
-}
-
-void POAInfo::withdraw_default_servant() {
-  // Once somebody else has taken the servant away, it is not touched here any more.
-  MutexGuard counts(poa_default_servant_ref_mutex);
-  const auto oid = default_oid();
-  PortableServer::ServantBase* servant = exchange_default(nullptr, nullptr);
-  if (!servant) return;
-  if (oid) PortableServer::ServantAccess::withdraw_reference(*servant, poa_object, *oid, core_handles.orb);
-  servant->rem_default_servant_ref();
 }
 
 void POAInfo::etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,

@@ -1,5 +1,16 @@
-// Start-up: the ORB core calls _poa_init when it needs the root POA.
+#include "poainit.h"
+
+#include "common_poa.h"
+#include "corehandles.h"
+#include "currentinfo.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "poamanagerinfo.h"
+#include "raise.h"
+#include "registration.h"
+#include "upcalls.h"
+
+bool initialised = false;
 
 namespace {
 

@@ -4,7 +4,15 @@
 #include <unordered_map>
 #include <vector>
 
+#include "activeobjectmap.h"
+#include "corehandles.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
+#include "registration.h"
+
+POAManagerInfo* default_poa_manager_info = nullptr;
+PortableServer::POAManager* default_poa_manager = nullptr;
 
 namespace {
 
@@ -40,11 +48,19 @@ LiveManagers& live_managers() {
   return *managers;
 }
 
-/// Registers the implementation through the root POA's record.
-void register_implementation(POAManagerInfo* manager, CORBA::Environment& ev) {
-  const POAInfoPtr root = POAInfo::findPOAInfo(POAInfo::root_poa, ev);
+POAInfoPtr root_record(CORBA::Environment& ev) {
+  POAInfoPtr root = POAInfo::findPOAInfo(POAInfo::root_poa, ev);
   if (!root) raise<CORBA::BAD_PARAM>(ev, nullptr);
-  root->activate(manager, ev);
+  return root;
+}
+
+/// Announces the process and lets its requests begin.
+void announce_process(CORBA::Environment& ev) {
+  root_record(ev);
+  POA_TRACE("POAInfo::activate called...");
+  _POA_impl_is_ready(core_handles.boa, ev);
+  ZR_queue_begin();  // also where there is no name to register under
+  POA_TRACE("POAInfo::activate end...");
 }
 
 /// Tells the queue group of the registered implementation; a failure is AdapterInactive.
@@ -57,40 +73,17 @@ void control_queue(int code, const char* trace, CORBA::Environment& ev) {
   raise<AdapterInactive>(ev, trace);
 }
 
-/// A state taken on before the queues are told, so that requests which they let go meet the new state; given
-/// up again when they refuse.
-class TentativeState {
- public:
-  TentativeState(POAManagerInfo& manager, State next) : manager_(manager), old_(manager.get_state()) {
-    manager_.set_state(next);
-  }
-  ~TentativeState() {
-    if (!kept_) manager_.set_state(old_);
-  }
-  TentativeState(const TentativeState&) = delete;
-  TentativeState& operator=(const TentativeState&) = delete;
-  void keep() { kept_ = true; }
-
- private:
-  POAManagerInfo& manager_;
-  const State old_;
-  bool kept_ = false;
-};
-
-void refuse_inactive(State state, const char* trace, CORBA::Environment& ev) {
-  if (state == PortableServer::POAManager::INACTIVE) raise<AdapterInactive>(ev, trace);
-}
-
 }  // namespace
 
-POAManagerInfo::POAManagerInfo() : identity(new_identity()) {
+POAManagerInfo::POAManagerInfo(State initial) : identity(new_identity()), state(initial) {
   POA_TRACE("POAManagerInfo::POAManagerInfo this=0x%lx", trace_address(this));
   CORBA::Environment ev;
   createObject(ev);
   live_managers().enter(this);
 }
 
-POAManagerInfo::POAManagerInfo(CORBA::Environment& ev) : identity(new_identity()) {
+POAManagerInfo::POAManagerInfo(CORBA::Environment& ev)
+    : identity(new_identity()), state(PortableServer::POAManager::HOLDING) {
   POA_TRACE("POAManagerInfo::POAManagerInfo(_ev) this=0x%lx", trace_address(this));
   createObject(ev);
   live_managers().enter(this);
@@ -119,136 +112,157 @@ POAManagerInfo* POAManagerInfo::findPOAManagerInfo(PortableServer::POAManager* m
   return record;
 }
 
-void POAManagerInfo::activate(CORBA::Environment& ev) {
-  POA_TRACE("POAManagerInfo::activate called...");
+PortableServer::POAManager* POAManagerInfo::default_object(CORBA::Environment& ev) {
+  if (!default_poa_manager) {
+    POA_TRACE("  default_poa_manager is NULL");
+    POA_TRACE("  createObject call");
+    default_poa_manager =
+        own_object<PortableServer_POAManager_impl>(default_poa_manager_info->identity, MANAGER_ID);
+    if (!default_poa_manager) raise<CORBA::BAD_PARAM>(ev, "POAInfo::POAInfo [obj is nil.]");
+  }
+  return default_poa_manager;
+}
+
+// ---- The state ----
+
+struct POAManagerInfo::Move {
+  State next;
+  const char* inactive;  // trace of a manager that is INACTIVE
+  /// Tells the request queues, or announces a process that has none yet.
+  void (*tell_queues)(State old, CORBA::Environment& ev);
+};
+
+bool POAManagerInfo::move(const Move& to, CORBA::Environment& ev) {
   MutexGuard guard(poa_mutex);
   const State old = state;
-  POA_TRACE_PLAIN("state=%d -> %d this=0x%lx", static_cast<int>(old), PortableServer::POAManager::ACTIVE,
-                  trace_address(this));
-  refuse_inactive(old, "POAManagerInfo::activate [state is INACTIVE.]", ev);
-  if (old == PortableServer::POAManager::ACTIVE) return;
-  TentativeState change(*this, PortableServer::POAManager::ACTIVE);
-  if (old == PortableServer::POAManager::HOLDING) {
-    if (POA_impl_name)
-      control_queue(ZR_QUEUE_RELEASE, "POAManagerInfo::activate [ZR_queue_control_queue_group.]", ev);
-    if (!POA_impl_is_ready_fl) register_implementation(this, ev);
+  if (to.next == PortableServer::POAManager::ACTIVE) {
+    POA_TRACE_PLAIN("state=%d -> %d this=0x%lx", static_cast<int>(old), to.next, trace_address(this));
+  } else {
+    POA_TRACE_PLAIN("state=%d -> %d", static_cast<int>(old), to.next);
   }
-  change.keep();
-  POA_TRACE("POAManagerInfo::activate end...");
+  if (old == PortableServer::POAManager::INACTIVE) raise<AdapterInactive>(ev, to.inactive);
+  if (old == to.next) return false;
+  if (to.next == PortableServer::POAManager::HOLDING) {
+    to.tell_queues(old, ev);
+    state = to.next;
+    return true;
+  }
+  state = to.next;  // before the queues are told: requests that they let go meet the new state
+  try {
+    to.tell_queues(old, ev);
+  } catch (...) {
+    state = old;
+    throw;
+  }
+  return true;
+}
+
+void POAManagerInfo::activate(CORBA::Environment& ev) {
+  constexpr Move ACTIVATE{PortableServer::POAManager::ACTIVE, "POAManagerInfo::activate [state is INACTIVE.]",
+                          [](State old, CORBA::Environment& e) {
+                            if (old != PortableServer::POAManager::HOLDING) return;
+                            if (POA_impl_name)
+                              control_queue(ZR_QUEUE_RELEASE,
+                                            "POAManagerInfo::activate [ZR_queue_control_queue_group.]", e);
+                            if (!POA_impl_is_ready_fl) announce_process(e);
+                          }};
+  POA_TRACE("POAManagerInfo::activate called...");
+  if (move(ACTIVATE, ev)) POA_TRACE("POAManagerInfo::activate end...");
 }
 
 void POAManagerInfo::hold_requests(CORBA::Boolean, CORBA::Environment& ev) {
+  constexpr Move HOLD{
+      PortableServer::POAManager::HOLDING, "POAManagerInfo::hold_requests [state is INACTIVATE.]",
+      [](State, CORBA::Environment& e) {
+        if (!POA_impl_name) return announce_process(e);
+        control_queue(ZR_QUEUE_HOLD, "POAManagerInfo::hold_requests [ZR_queue_control_queue_group.]", e);
+      }};
   POA_TRACE("POAManagerInfo::hold_requests called...");
-  MutexGuard guard(poa_mutex);
-  const State old = state;
-  POA_TRACE_PLAIN("state=%d -> %d", static_cast<int>(old), PortableServer::POAManager::HOLDING);
-  refuse_inactive(old, "POAManagerInfo::hold_requests [state is INACTIVATE.]", ev);
-  if (old == PortableServer::POAManager::HOLDING) return;
-  if (!POA_impl_name) {
-    register_implementation(this, ev);
-  } else {
-    control_queue(ZR_QUEUE_HOLD, "POAManagerInfo::hold_requests [ZR_queue_control_queue_group.]", ev);
-  }
-  state = PortableServer::POAManager::HOLDING;
-  POA_TRACE("POAManagerInfo::hold_requests end...");
+  if (move(HOLD, ev)) POA_TRACE("POAManagerInfo::hold_requests end...");
 }
 
 void POAManagerInfo::discard_requests(CORBA::Boolean, CORBA::Environment& ev) {
+  constexpr Move DISCARD{
+      PortableServer::POAManager::DISCARDING, "POAManagerInfo::discard_requests [state is INACTIVATE.]",
+      [](State old, CORBA::Environment& e) {
+        if (old != PortableServer::POAManager::HOLDING) return;
+        if (!POA_impl_name) return announce_process(e);
+        control_queue(ZR_QUEUE_RELEASE, "POAManagerInfo::discard_requests [ZR_queue_control_queue_group.]",
+                      e);
+      }};
   POA_TRACE("POAManagerInfo::discard_requests called...");
-  MutexGuard guard(poa_mutex);
-  const State old = state;
-  POA_TRACE_PLAIN("state=%d -> %d", static_cast<int>(old), PortableServer::POAManager::DISCARDING);
-  refuse_inactive(old, "POAManagerInfo::discard_requests [state is INACTIVATE.]", ev);
-  if (old == PortableServer::POAManager::DISCARDING) return;
-  TentativeState change(*this, PortableServer::POAManager::DISCARDING);
-  if (old == PortableServer::POAManager::HOLDING) {
-    if (!POA_impl_name) {
-      register_implementation(this, ev);
-    } else {
-      control_queue(ZR_QUEUE_RELEASE, "POAManagerInfo::discard_requests [ZR_queue_control_queue_group.]", ev);
-    }
-  }
-  change.keep();
-  POA_TRACE("POAManagerInfo::discard_requests end...");
+  if (move(DISCARD, ev)) POA_TRACE("POAManagerInfo::discard_requests end...");
 }
 
-void POAManagerInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
-                                CORBA::Environment& ev) {
-  POA_TRACE("POAManagerInfo::deactivate_requests called...");
-  {
-    MutexGuard guard(poa_mutex);
-    const State old = state;
-    POA_TRACE_PLAIN("state=%d -> %d", static_cast<int>(old), PortableServer::POAManager::INACTIVE);
-    refuse_inactive(old, "POAManagerInfo::deactivate [state is INACTIVE.]", ev);
-    TentativeState change(*this, PortableServer::POAManager::INACTIVE);
-    if (!POA_impl_name) {
-      POA_TRACE("  poa_info->activate call");
-      register_implementation(this, ev);
-    } else {
-      control_queue(ZR_QUEUE_DRAIN, "POAManagerInfo::deactivate [ZR_queue_control_queue_group 1.]", ev);
-      control_queue(ZR_QUEUE_CLOSE, "POAManagerInfo::deactivate [ZR_queue_control_queue_group 2.]", ev);
-    }
-    change.keep();
-  }
-  POA_TRACE("  poa_info->deactivate call");
-  const POAInfoPtr root = POAInfo::findPOAInfo(POAInfo::root_poa, ev);
-  if (!root) raise<CORBA::BAD_PARAM>(ev, nullptr);
-  root->deactivate(this, etherealize_objects, wait_for_completion, ev);
-  POA_TRACE("POAManagerInfo::deactivate_requests end...");
-}
+// ---- Deactivation, and what it does to POAs ----
 
-// ---- What a manager does to POA records ----
+namespace {
 
-void POAInfo::activate(POAManagerInfo*, CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::activate called...");
-  _POA_impl_is_ready(core_handles.boa, ev);
-  ZR_queue_begin();  // also where there is no name to register under
-  POA_TRACE("POAInfo::activate end...");
-}
-
-void POAInfo::deactivate(POAManagerInfo* manager, CORBA::Boolean etherealize_objects,
-                         CORBA::Boolean wait_for_completion_, CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::deactivate[POAManger] called...");
-  replacing<AdapterInactive>(ev, "throw PortableServer::POAManager::AdapterInactive",
-                             "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]", [&] {
-                               if (manager == poa_managerInfo_ptr) {
-                                 POA_TRACE("  POAInfo::deactivate call");
-                                 deactivate(etherealize_objects, wait_for_completion_, ev);
-                               }
-                               MutexGuard guard(poa_mutex);
-                               // A program's etherealize may destroy POAs: the children are those of now,
-                               // less what goes meanwhile.
-                               std::vector<POAInfoPtr> children;
-                               for (POAInfo* child = first_child; child; child = child->siblings)
-                                 children.push_back(child->shared_from_this());
-                               for (const POAInfoPtr& child : children)
-                                 if (!child->destroyed)
-                                   child->deactivate(manager, etherealize_objects, wait_for_completion_, ev);
-                             });
-  POA_TRACE("POAInfo::deactivate[POAManager] end...");
-}
-
-void POAInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                         CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::deactivate called...");
-  replacing<AdapterInactive>(ev, "throw PortableServer::POAManager::AdapterInactive",
-                             "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]",
-                             [&] { etherealize_active(etherealize_objects, wait_for_completion_, ev); });
-  POA_TRACE("POAInfo::deactivate end...");
-}
-
-void POAInfo::etherealize_active(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
-                                 CORBA::Environment& ev) {
-  if (!etherealize_objects) return;
+/// Hands every active servant to the POA's servant activator, when it has one.
+void etherealize_active(POAInfo& poa, CORBA::Boolean wait_for_completion, CORBA::Environment& ev) {
   POA_TRACE("  POAInfo::deactivate [etherealize_objects is TRUE]");
-  if (!policies.retains() || !policies.uses_servant_manager()) return;
-  PortableServer::ServantManager* servant_manager = get_servant_manager(ev);
+  if (!poa.policies.retains() || !poa.policies.uses_servant_manager()) return;
+  PortableServer::ServantManager* servant_manager = poa.get_servant_manager(ev);
   if (CORBA::is_nil(servant_manager) || !servant_manager->is_activator()) {
     if (CORBA::is_nil(servant_manager)) POA_TRACE("throw CORBA::StExcep::OBJ_ADAPTER");
     raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::deactivate [servant manager is nil.]", MINOR_NO_MANAGER);
   }
   auto* activator = static_cast<PortableServer::ServantActivator*>(servant_manager->get_servant_activator());
   POA_TRACE("  AOM->etherealize call");
-  if (ActiveObjectMap* map = active_object_map; map && activator)
-    map->etherealize(poa_object, etherealize_objects, wait_for_completion_, activator, ev);
+  if (ActiveObjectMap* map = poa.active_object_map; map && activator)
+    map->etherealize(poa.poa_object, /*etherealize_objects=*/1, wait_for_completion, activator, ev);
+}
+
+void deactivate_objects(POAInfo& poa, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
+                        CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::deactivate called...");
+  replacing<AdapterInactive>(ev, "throw PortableServer::POAManager::AdapterInactive",
+                             "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]", [&] {
+                               if (etherealize_objects) etherealize_active(poa, wait_for_completion, ev);
+                             });
+  POA_TRACE("POAInfo::deactivate end...");
+}
+
+/// The manager's POAs among this one and all below it.
+void deactivate_tree(POAInfo& poa, const POAManagerInfo* manager, CORBA::Boolean etherealize_objects,
+                     CORBA::Boolean wait_for_completion, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::deactivate[POAManger] called...");
+  replacing<AdapterInactive>(ev, "throw PortableServer::POAManager::AdapterInactive",
+                             "POAInfo::deactivate [PortableServer::POAManager::AdapterInactive.]", [&] {
+                               if (manager == poa.poa_managerInfo_ptr) {
+                                 POA_TRACE("  POAInfo::deactivate call");
+                                 deactivate_objects(poa, etherealize_objects, wait_for_completion, ev);
+                               }
+                               MutexGuard guard(poa_mutex);
+                               // A program's etherealize may destroy POAs: the children are those of now, less what goes meanwhile.
+                               std::vector<POAInfoPtr> children;
+                               for (POAInfo* child = poa.first_child; child; child = child->siblings)
+                                 children.push_back(child->shared_from_this());
+                               for (const POAInfoPtr& child : children)
+                                 if (!child->destroyed)
+                                   deactivate_tree(*child, manager, etherealize_objects, wait_for_completion,
+                                                   ev);
+                             });
+  POA_TRACE("POAInfo::deactivate[POAManager] end...");
+}
+
+}  // namespace
+
+void POAManagerInfo::deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
+                                CORBA::Environment& ev) {
+  constexpr Move DEACTIVATE{
+      PortableServer::POAManager::INACTIVE, "POAManagerInfo::deactivate [state is INACTIVE.]",
+      [](State, CORBA::Environment& e) {
+        if (!POA_impl_name) {
+          POA_TRACE("  poa_info->activate call");
+          return announce_process(e);
+        }
+        control_queue(ZR_QUEUE_DRAIN, "POAManagerInfo::deactivate [ZR_queue_control_queue_group 1.]", e);
+        control_queue(ZR_QUEUE_CLOSE, "POAManagerInfo::deactivate [ZR_queue_control_queue_group 2.]", e);
+      }};
+  POA_TRACE("POAManagerInfo::deactivate_requests called...");
+  move(DEACTIVATE, ev);
+  POA_TRACE("  poa_info->deactivate call");
+  deactivate_tree(*root_record(ev), this, etherealize_objects, wait_for_completion, ev);
+  POA_TRACE("POAManagerInfo::deactivate_requests end...");
 }

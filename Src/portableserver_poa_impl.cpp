@@ -1,5 +1,9 @@
 // The frame of the POA's operations: find the record, hand it the work, look at what it gives back.
+#include <cstring>
+
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
 
 namespace {
 

@@ -1,10 +1,17 @@
 // Servants: standard operations, counters, deferred deletion, lifespan timers, and the three operations that
 // every servant serves.
 #include <chrono>
+#include <optional>
 #include <string_view>
 
+#include "activeobjectmap.h"
 #include "corba/operation.h"
+#include "corehandles.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
+#include "referencedata.h"
+#include "servantreferences.h"
 #include "serverrequest.h"
 
 namespace PortableServer {
@@ -62,14 +69,6 @@ void ServantBase::add_default_servant_ref() {
 void ServantBase::rem_default_servant_ref() {
   MutexGuard guard(poa_default_servant_ref_mutex);
   if (_default_servant > 0) --_default_servant;
-}
-
-void ServantAccess::release(ServantBase& s) {
-  MutexGuard guard(poa_svt_ref_counter_mutex);
-  const bool marked = s._to_be_deleted;  // an unmarked servant that nobody is in is the program's at once
-  if (--s._counter != 0 || !marked) return;
-  POA_TRACE("  servant is added in delete list...");
-  s.add_delete_list();
 }
 
 // ---- Deferred deletion --------------------------------------------------------------------------
@@ -143,6 +142,61 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
     }
   }
   POA_TRACE("ServantBase::set_timer end...");
+}
+
+// ---- References and map entries -----------------------------------------------------------------
+
+namespace {
+
+/// The octets of the id that a reference is recorded under; none when that cannot be told.
+std::optional<std::string_view> recorded_id(bool is_default_servant, const ObjectId* oid,
+                                            CORBA::Object* ior) {
+  ReferenceDataView view;
+  if (is_default_servant) return oid ? std::optional(oid_view(*oid)) : std::nullopt;
+  return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
+}
+
+}  // namespace
+
+CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, int flag, void* /*boa*/,
+                                                const ObjectId* oid) {
+  trace_keep_called(poa, ior);
+  if (!poa || !ior) {
+    POA_TRACE("ServantBase::set_ObjectReference end...[poa or ior is NULL]");
+    return nullptr;
+  }
+  const auto id = recorded_id(_default_servant > 0, oid, ior);
+  if (!id) return nullptr;
+  if (reference_recorded(*this, read_identity(poa), *id)) return nullptr;
+  const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
+  return record ? enter_reference(*this, record, ior, flag, *id) : nullptr;
+}
+
+void ServantBase::deactivate_ObjectReference() {
+  POA_TRACE("ServantBase::dectivate_ObjectReference called...");
+  const auto taken = withdraw_references(*this);
+  if (!taken) {
+    POA_TRACE("ServantBase::deactivate_ObjectReference end...[_object_ref = NULL]");
+    return;
+  }
+  for (const WithdrawnReference& reference : *taken) {
+    ActiveObjectMap* map = reference.home ? reference.home->active_object_map.load() : nullptr;
+    if (map) {
+      map->deactivateByOid(*reference.oid);
+      map->removeById(*reference.oid, this);
+    }
+  }
+  POA_TRACE("ServantBase::deactivate_ObjectReference end...[ior is not found in _object_ref]");
+}
+
+ServantBase::~ServantBase() {
+  if (_timer > 0) {
+    MutexGuard guard(poa_svt_lifespan_mutex);
+    POA_ServantList::remove_servant(servant_lifespan_list, this);
+  }
+  if (_active_entries != 0)
+    ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it
+  discard_references(*this);
 }
 
 // ---- Requests that every servant serves ---------------------------------------------------------

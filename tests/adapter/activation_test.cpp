@@ -105,19 +105,34 @@ TEST_F(Activation, DeactivationWithdrawsTheReferenceAndEtherealizes) {
 
 TEST_F(Activation, TheDefaultServantHasAnIdAsLongAsItIsInstalled) {
   defaulted->set_servant(&servant, env);
-  const auto first = defaulted->default_oid();
+  const auto first = defaulted->default_servant.oid();
   ASSERT_NE(first, nullptr);
   defaulted->set_servant(&servant, env);
-  EXPECT_EQ(defaulted->default_oid(), first);
+  EXPECT_EQ(defaulted->default_servant.oid(), first);
   EXPECT_EQ(ServantAccess::default_count(servant), 1u);
   defaulted->set_servant(&other, env);
   EXPECT_EQ(defaulted->get_servant(env), &other);
-  EXPECT_FALSE(oid_is_equivalent(*defaulted->default_oid(), *first));
+  EXPECT_FALSE(oid_is_equivalent(*defaulted->default_servant.oid(), *first));
   EXPECT_EQ(ServantAccess::default_count(servant), 0u);
   defaulted->set_servant(nullptr, env);
-  EXPECT_EQ(defaulted->default_oid(), nullptr);
+  EXPECT_EQ(defaulted->default_servant.oid(), nullptr);
   EXPECT_EQ(ServantAccess::default_count(other), 0u);
   expect_raised<POA::NoServant>([&](auto& ev) { defaulted->get_servant(ev); });
+}
+
+TEST_F(Activation, ADefaultServantThatIsTakenAwayKeepsNoReference) {
+  const uint32_t bound = ZR_bound_objects();
+  for (ServantBase* next : {static_cast<ServantBase*>(nullptr), static_cast<ServantBase*>(&other)}) {
+    defaulted->set_servant(&servant, env);
+    const auto oid = defaulted->default_servant.oid();
+    CORBA::Object* reference = defaulted->POACreateReference(*oid, "IDL:test/Plain:1.0", env);
+    CORBA_ORB_bind_object2(core_handles.orb, reference->get_ref(), nullptr, env._evp);
+    servant.set_ObjectReference(defaulted->poa_object, reference, 0, core_handles.boa, oid.get());
+    EXPECT_EQ(list_references(servant).size(), 1u);
+    defaulted->set_servant(next, env);
+    EXPECT_EQ(list_references(servant).size(), 0u);
+    EXPECT_EQ(ZR_bound_objects(), bound);
+  }
 }
 
 TEST_F(Activation, OneOfManyThreadsActivatesDeactivatesAndSetsTheManager) {

@@ -129,7 +129,7 @@ TEST_F(ActiveMap, EtherealizeHandsOverEachServantOnce) {
   EXPECT_EQ(activator.calls.size(), 2u);
   // The entries stay, but answer nothing and touch the servants no more.
   EXPECT_NE(map.entries[0].oid, nullptr);
-  EXPECT_EQ(map.findServantById("a", /*hold=*/true), nullptr);
+  EXPECT_EQ(map.useServantById("a").get(), nullptr);
   map.removeById(b);
 }
 
@@ -150,6 +150,6 @@ TEST_F(ActiveMap, ClearingOneWayAndDeactivatingTheOtherDoNotBlockEachOther) {
   for (PlainServant& each : servants) {
     EXPECT_EQ(entries_of(*record, each), 0);
     EXPECT_EQ(each.get_ref_counter(), 0u);
-    EXPECT_TRUE(ServantAccess::list_references(each).empty());
+    EXPECT_TRUE(PortableServer::list_references(each).empty());
   }
 }

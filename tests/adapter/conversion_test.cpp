@@ -54,7 +54,7 @@ TEST_F(Conversion, DecisionTable) {
     if (poa->policies.uses_default_servant()) poa->set_servant(&fallback, env);
     const auto id_word = [&](ObjectId* oid) {
       const ObjectId_var owned(oid);
-      const auto default_oid = poa->default_oid();
+      const auto default_oid = poa->default_servant.oid();
       if (oid_is_equivalent(*oid, a)) return "a";
       return default_oid && oid_is_equivalent(*oid, *default_oid) ? "default" : "new";
     };

@@ -33,7 +33,7 @@ class Servants : public ObjectTest {
       ++count;
     return count;
   }
-  std::size_t listed() const { return ServantAccess::list_references(servant).size(); }
+  std::size_t listed() const { return PortableServer::list_references(servant).size(); }
 };
 
 /// No lifespan tick gets between: it takes both locks.

@@ -1,6 +1,8 @@
 // Start-up, the root POA, records and their proof of life, and the frame of the POA's operations.
 #include "objects.h"
+#include "poainit.h"
 #include "policyset.h"
+#include "upcalls.h"
 
 using namespace PortableServer;
 

@@ -47,14 +47,15 @@ class ManagerStates : public AdapterTest {
 }  // namespace
 
 TEST_F(ManagerStates, Table) {
+  const POAManagerInfo fresh;
+  EXPECT_EQ(POAManager_var(fresh.poamanager_object)->get_state(), POAManager::HOLDING);
   for (std::size_t from = 0; from < 4; ++from) {
     for (std::size_t i = 0; i < 4; ++i) {
       SCOPED_TRACE("operation " + std::to_string(i) + " from " + std::to_string(states[from]));
       const auto& [next, codes] = table[from][i];
-      POAManagerInfo record;
+      POAManagerInfo record(states[from]);
       const POAManager_var manager(record.poamanager_object);
-      EXPECT_EQ(manager->get_state(), POAManager::HOLDING);
-      record.set_state(states[from]);
+      EXPECT_EQ(manager->get_state(), states[from]);
       const auto call = [&](CORBA::Environment& ev) { operations[i](manager, ev); };
       Calls wanted;
       for (const char* code = codes; *code && *code != '!'; ++code) {
@@ -80,9 +81,8 @@ TEST_F(ManagerStates, TheFirstChangeRegisters) {
   for (std::size_t from = 0; from < 2; ++from) {
     for (std::size_t i = 0; i < 4; ++i) {
       const Unregistered process;
-      POAManagerInfo record;
+      POAManagerInfo record(states[from]);
       const POAManager_var manager(record.poamanager_object);
-      record.set_state(states[from]);
       operations[i](manager, CORBA::Environment().self());
       EXPECT_EQ(core.take(), *table[from][i].codes ? Calls({"lookup " + name, "ready"}) : Calls{});
     }

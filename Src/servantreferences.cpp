@@ -1,18 +1,25 @@
-// The references made for a servant, one a POA and id.
-//
+#include "servantreferences.h"
+
 // A list that was in use stays non-empty: clearing frees the cleared nodes, but for the last node of all,
 // which stays behind cleared. So the list is never longer than its references and one, however often objects
 // come and go.
 #include <array>
-#include <optional>
 
-#include "poainfo.h"
-#include "referencedata.h"
+#include "corehandles.h"
+#include "locks.h"
+#include "trace.h"
 #include "zrsv/of_thread.h"
 
 namespace PortableServer {
 
-void ObjectRefList::set_record(const std::shared_ptr<POAInfo>& record) {
+ObjectRefList::~ObjectRefList() {
+  while (ObjectRefList* node = next) {  // one by one: a long chain is no deep recursion
+    next = std::exchange(node->next, nullptr);
+    delete node;
+  }
+}
+
+void ObjectRefList::set_record(const ObjectHomePtr& record) {
   _m_record = record;
   _m_poa = record ? record->poa_object : nullptr;
   _m_identity = record ? record->identity : 0;
@@ -113,14 +120,6 @@ CORBA::Object* duplicate_of(CORBA::Object* reference) {
   return object.release();
 }
 
-/// The octets of the id that a reference is recorded under; none when that cannot be told.
-std::optional<std::string_view> recorded_id(bool is_default_servant, const ObjectId* oid,
-                                            CORBA::Object* ior) {
-  ReferenceDataView view;
-  if (is_default_servant) return oid ? std::optional(oid_view(*oid)) : std::nullopt;
-  return view.read(ior) ? std::optional(view.object_id) : std::nullopt;
-}
-
 /// With poa_svt_objref_mutex held.
 bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) {
   if (!find_node(list, poa, oid)) return false;
@@ -128,13 +127,8 @@ bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) {
   return true;
 }
 
-void trace_called(const POA* poa, const CORBA::Object* ior) {
-  POA_TRACE("ServantBase::set_ObjectReference called...[poa = 0x%lx, ior = 0x%lx]", trace_address(poa),
-            trace_address(ior));
-}
-
 /// Adds a node, unless there is one for (POA, id): then null.
-CORBA::Object* keep(ObjectRefList*& list, const POAInfoPtr& record, CORBA::Object* ior, int flag,
+CORBA::Object* keep(ObjectRefList*& list, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
                     std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   if (recorded(list, record->identity, oid)) return nullptr;
@@ -149,10 +143,10 @@ CORBA::Object* keep(ObjectRefList*& list, const POAInfoPtr& record, CORBA::Objec
   return object;
 }
 
-void unbind(CORBA::Object& reference, void* orb) {
+void unbind(CORBA::Object& reference) {
   PoaSemaphoreGuard guard(__LINE__);
   CORBA::Environment core;
-  CORBA_ORB_unbind_object2(orb, reference.get_ref(), nullptr, core._evp);
+  CORBA_ORB_unbind_object2(core_handles.orb, reference.get_ref(), nullptr, core._evp);
 }
 
 }  // namespace
@@ -176,28 +170,26 @@ CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
   return node->get_object_ref();
 }
 
-CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, int flag, void* /*boa*/,
-                                                const ObjectId* oid) {
-  trace_called(poa, ior);
-  if (!poa || !ior) {
-    POA_TRACE("ServantBase::set_ObjectReference end...[poa or ior is NULL]");
-    return nullptr;
-  }
-  const auto id = recorded_id(_default_servant > 0, oid, ior);
-  if (!id) return nullptr;
-  {
-    MutexGuard guard(poa_svt_objref_mutex);
-    if (recorded(_object_ref, read_identity(poa), *id)) return nullptr;
-  }
-  const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
-  return record ? keep(_object_ref, record, ior, flag, *id) : nullptr;
+void trace_keep_called(const POA* poa, const CORBA::Object* ior) {
+  POA_TRACE("ServantBase::set_ObjectReference called...[poa = 0x%lx, ior = 0x%lx]", trace_address(poa),
+            trace_address(ior));
 }
 
-CORBA::Object* ServantAccess::keep_reference(ServantBase& s, const POAInfoPtr& record, CORBA::Object* ior,
-                                             int flag, std::string_view oid) {
-  trace_called(record->poa_object, ior);
+bool reference_recorded(const ServantBase& s, Identity poa, std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  return recorded(ServantAccess::references(s), poa, oid);
+}
+
+CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
+                               std::string_view oid) {
+  return keep(ServantAccess::references(s), home, ior, flag, oid);
+}
+
+CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
+                              std::string_view oid) {
+  trace_keep_called(record->poa_object, ior);
   RecentlySeen* seen = OM_TRACE_IS_ON ? nullptr : zrsv::of_thread<RecentlySeen>();
-  if (!seen) return keep(s._object_ref, record, ior, flag, oid);
+  if (!seen) return enter_reference(s, record, ior, flag, oid);
   RecentlySeen::One& one = seen->of(s);
   const std::uint64_t now = removals;
   if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return nullptr;
@@ -205,7 +197,7 @@ CORBA::Object* ServantAccess::keep_reference(ServantBase& s, const POAInfoPtr& r
   one.servant = &s;
   one.poa = record->identity;
   one.oid = oid;
-  CORBA::Object* kept = keep(s._object_ref, record, ior, flag, oid);
+  CORBA::Object* kept = enter_reference(s, record, ior, flag, oid);
   one.at = now;
   return kept;
 }
@@ -228,26 +220,26 @@ void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
   POA_TRACE("ServantBase::clear_ObjectReference end...[poa_info is cleard and obj_ref is deleted]");
 }
 
-CORBA::Object* ServantAccess::duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid) {
+CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   return CORBA::Object::_duplicate(s.get_ObjectReference(poa, &oid));
 }
 
-void ServantAccess::withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid, void* orb) {
+void withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   CORBA::Object* reference = s.get_ObjectReference(poa, &oid);
   if (!reference) return;
-  unbind(*reference, orb);
+  unbind(*reference);
   s.clear_ObjectReference(poa, &oid);
 }
 
 // ---- All references -----------------------------------------------------------------------------
 
-std::vector<ServantReference> ServantAccess::list_references(const ServantBase& s) {
+std::vector<ServantReference> list_references(const ServantBase& s) {
   std::vector<ServantReference> list;
   MutexGuard guard(poa_svt_objref_mutex);
-  for (const ObjectRefList* node = s._object_ref; node; node = node->get_next())
-    if (POAInfoPtr record = node->get_record(); record && node->get_oid())
+  for (const ObjectRefList* node = ServantAccess::references(s); node; node = node->get_next())
+    if (ObjectHomePtr record = node->get_record(); record && node->get_oid())
       list.push_back({std::move(record), *node->get_oid()});
   return list;
 }
@@ -260,22 +252,18 @@ std::size_t length_of(const ObjectRefList* list) {
   return length;
 }
 
-/// A reference taken out of a servant's list, and the record of its POA when that lives.
-struct Withdrawn {
-  POAInfoPtr record;
-  Content content;
-};
-
 /// Takes and unbinds: whoever finds a reference in no list must not find it bound either.
-std::vector<Withdrawn> take_all(ObjectRefList*& list) {
-  std::vector<Withdrawn> taken;
+std::vector<WithdrawnReference> take_all(ObjectRefList*& list) {
+  std::vector<WithdrawnReference> taken;
   taken.reserve(length_of(list));
   for (ObjectRefList* node = list; node; node = node->get_next()) {
     if (!node->get_poa() || !node->get_oid()) continue;
     if (node->get_oid()->length() != 0) {
-      taken.push_back({node->get_record(), {}});
-      taken.back().content = take(*node);
-      if (taken.back().content.object.in()) unbind(*taken.back().content.object.in(), core_handles.orb);
+      WithdrawnReference& one = taken.emplace_back(node->get_record());
+      Content content = take(*node);
+      one.oid = std::move(content.oid);
+      one.object = content.object._retn();
+      if (one.object.in()) unbind(*one.object.in());
     } else {
       ++removals;
       delete node->get_oid();
@@ -288,39 +276,19 @@ std::vector<Withdrawn> take_all(ObjectRefList*& list) {
 
 }  // namespace
 
-void ServantBase::deactivate_ObjectReference() {
-  POA_TRACE("ServantBase::dectivate_ObjectReference called...");
-  std::vector<Withdrawn> taken;
-  {
-    MutexGuard guard(poa_svt_objref_mutex);
-    if (!_object_ref) {
-      POA_TRACE("ServantBase::deactivate_ObjectReference end...[_object_ref = NULL]");
-      return;
-    }
-    taken = take_all(_object_ref);
-  }
-  for (const auto& [record, content] : taken) {
-    ActiveObjectMap* map = record && record->policies.retains() ? record->active_object_map.load() : nullptr;
-    if (map) {
-      map->deactivateByOid(*content.oid);
-      map->removeById(*content.oid, this);
-    }
-  }
-  POA_TRACE("ServantBase::deactivate_ObjectReference end...[ior is not found in _object_ref]");
+std::optional<std::vector<WithdrawnReference>> withdraw_references(ServantBase& s) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!ServantAccess::references(s)) return std::nullopt;
+  return take_all(ServantAccess::references(s));
 }
 
-ServantBase::~ServantBase() {
-  if (_timer > 0) {
-    MutexGuard guard(poa_svt_lifespan_mutex);
-    POA_ServantList::remove_servant(servant_lifespan_list, this);
-  }
-  if (_active_entries != 0)
-    ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it
-  for (ObjectRefList* node = _object_ref; node; node = node->get_next()) {
+void discard_references(ServantBase& s) {
+  ObjectRefList*& list = ServantAccess::references(s);
+  for (ObjectRefList* node = list; node; node = node->get_next()) {
     const Content content = take(*node);
-    if (content.object.in()) unbind(*content.object.in(), core_handles.orb);
+    if (content.object.in()) unbind(*content.object.in());
   }
-  delete _object_ref;
+  delete std::exchange(list, nullptr);
 }
 
 }  // namespace PortableServer

@@ -1,10 +1,13 @@
-// Announcing implementations to the ORB core: the whole process under one name, or interface by interface as
-// servants are activated.
+#include "registration.h"
+
 #include <cstdlib>
 #include <mutex>
 #include <string>
 
+#include "corehandles.h"
+#include "locks.h"
 #include "poainfo.h"
+#include "raise.h"
 
 ZRImplementationDef implDef_cache[IMPL_DEF_CACHE_SIZE];
 std::atomic<const char*> POA_impl_name{nullptr};
@@ -116,8 +119,8 @@ void register_interface(const char* intf, const ImplementationName& name, CORBA:
 
 }  // namespace
 
-void POAInfo::POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid,
-                                CORBA::Environment& ev) {
+void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServer::ObjectId* oid,
+                       CORBA::Environment& ev) {
   POA_TRACE("POAInfo::POA_impl_is_ready called...");
   const char* intf = servant->_primary_interface(*oid, nullptr, ev);
   if (!intf) intf = "";

@@ -1,10 +1,15 @@
 // The two upcalls beside requests: a lost client, and the lifespan tick. No exception passes their edge.
+#include "upcalls.h"
+
 #include <algorithm>
 #include <ctime>
 #include <exception>
 #include <memory>
 
-#include "poainfo.h"
+#include "activeobjectmap.h"
+#include "locks.h"
+#include "raise.h"
+#include "servantreferences.h"
 #include "zrsocket.h"
 
 std::atomic<PortableServer::POAdisconnect*> _disc_instance{nullptr};
@@ -27,8 +32,8 @@ void POAdisconnect::resetDisconnect(CORBA::Environment& env) { resetDisconnect(n
 
 namespace {
 
-using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
+using PortableServer::ServantUse;
 
 /// Runs a piece of program code; what it throws is logged and goes no further. False when it threw.
 template <class Call>
@@ -80,7 +85,7 @@ class LostClient {
       found.servant = ActiveObjectMap::next_of_client(place_, fd_, host_addr_, is_ipv6_);
     } while (std::find(busy_.begin(), busy_.end(), found.servant) != busy_.end());
     if (!found.servant) return false;
-    found.references = ServantAccess::list_references(*found.servant);
+    found.references = PortableServer::list_references(*found.servant);
     if (found.servant->get_ref_counter() != 0) {
       busy_.push_back(found.servant);
     } else {
@@ -90,8 +95,9 @@ class LostClient {
     return true;
   }
 
-  /// Takes the servant out of its POAs, held; false when it is not the library's any more.
-  bool withdraw(const Found& found) const {
+  /// Takes the servant out of its POAs, in use; none when it is not the library's any more.
+  ServantUse withdraw(const Found& found) const {
+    ServantUse use;  // where this fails, it ends after the locks
     MutexGuard references(poa_svt_objref_mutex);
     PoaSemaphoreGuard guard(__LINE__);
     const bool active = ActiveObjectMap::is_at(place_, found.servant) ||
@@ -99,10 +105,10 @@ class LostClient {
                           ActiveObjectMap* map = each.record->active_object_map;
                           return map && map->holds(oid_view(each.oid), found.servant);
                         });
-    if (!active) return false;
-    ServantAccess::hold(*found.servant);
+    if (!active) return use;
+    use = ServantUse(found.servant);
     found.servant->deactivate_ObjectReference();
-    return true;
+    return use;
   }
 
  private:
@@ -127,9 +133,8 @@ bool wants_release(PortableServer::POAdisconnect& callback, LostClient::Found& f
   return false;
 }
 
-void release_servant(ServantBase& servant) {
-  const PortableServer::ServantHold hold(servant);
-  servant.servant_delete();
+void release_servant(const ServantUse& servant) {
+  servant->servant_delete();
   POA_TRACE("  servant is deleted by POAdisconnect...");
 }
 
@@ -138,7 +143,8 @@ void ask_about_servants(PortableServer::POAdisconnect& callback, LostClient clie
     LostClient::Found found;
     if (!client.next(found)) return;
     contained("releasing a servant", [&] {
-      if (wants_release(callback, found) && client.withdraw(found)) release_servant(*found.servant);
+      if (!wants_release(callback, found)) return;
+      if (const ServantUse servant = client.withdraw(found)) release_servant(servant);
     });
   }
 }
@@ -146,13 +152,6 @@ void ask_about_servants(PortableServer::POAdisconnect& callback, LostClient clie
 POA_ServantList* take_delete_list() {
   MutexGuard guard(poa_svt_delete_mutex);
   return std::exchange(servant_delete_list, nullptr);
-}
-
-/// Takes the first node off a list that nobody else sees.
-ServantBase* pop(POA_ServantList*& list) {
-  const std::unique_ptr<POA_ServantList> node(list);
-  list = node->get_next();
-  return node->get_servant();
 }
 
 /// Deletes a listed servant, unless a request got into it before it left the maps, or a call of the program
@@ -173,25 +172,24 @@ void delete_servant(ServantBase* servant) {
   contained("a servant's destructor", [&] { delete servant; });
 }
 
-/// The next servant whose time is over, held and off the lifespan list; null when there is none.
-ServantBase* take_expired() {
+/// The next servant whose time is over, in use and off the lifespan list; none when there is none.
+ServantUse take_expired() {
   MutexGuard guard(poa_svt_lifespan_mutex);
   for (POA_ServantList* node = servant_lifespan_list; node; node = node->get_next()) {
     ServantBase* servant = node->get_servant();
     if (servant->get_timer() > static_cast<CORBA::ULong>(std::time(nullptr))) continue;
-    ServantAccess::hold(*servant);
+    ServantUse use(servant);
     POA_ServantList::remove_servant(servant_lifespan_list, servant);
-    return servant;
+    return use;
   }
-  return nullptr;
+  return {};
 }
 
-void end_lifespan(ServantBase& servant) {
+void end_lifespan(const ServantUse& servant) {
   contained("ending a servant's lifespan", [&] {
-    servant.deactivate_ObjectReference();
-    servant.servant_delete();
+    servant->deactivate_ObjectReference();
+    servant->servant_delete();
   });
-  ServantAccess::release(servant);
 }
 
 }  // namespace
@@ -207,8 +205,8 @@ void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6
 
 void call_poa_inst_lifespan() {
   POA_TRACE("call_poa_inst_lifespan called...");
-  for (POA_ServantList* list = take_delete_list(); list;) delete_servant(pop(list));
+  for (POA_ServantList* list = take_delete_list(); list;) delete_servant(POA_ServantList::pop(list));
   POA_TRACE("  Servant is deleted...");
-  while (ServantBase* servant = take_expired()) end_lifespan(*servant);
+  while (const ServantUse servant = take_expired()) end_lifespan(servant);
   POA_TRACE("call_poa_inst_lifespan end...");
 }

@@ -16,3 +16,7 @@ struct RequestTarget {
   /// target or bad data; what findChildByName raises. The views live as long as the reference.
   static RequestTarget find(CORBA::Object* reference, CORBA::Environment& ev);
 };
+
+/// The POA that made a reference; missing POAs on its path are asked of adapter activators. Null when the ORB
+/// core gives no reference data.
+POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& ev);

@@ -1,22 +1,27 @@
-// Servant managers at dispatch: servants made on demand (activator) and found for one request (locator).
+#include "servantmanagers.h"
+
 #include <memory>
 
-#include "dispatch.h"
+#include "activeobjectmap.h"
+#include "common_poa.h"
+#include "locks.h"
+#include "poainfo.h"
+#include "raise.h"
 
 namespace {
 
 using PortableServer::ObjectId;
 using PortableServer::POA;
-using PortableServer::ServantAccess;
 using PortableServer::ServantActivator;
 using PortableServer::ServantBase;
 using PortableServer::ServantLocator;
 using PortableServer::ServantManager;
+using PortableServer::ServantUse;
 
 /// The target's id: a view of the reference data, or what reference_to_id raises when there is none.
-std::string_view object_id_of(POAInfo& poa, const RequestTarget& target, CORBA::Environment& ev) {
+std::string_view object_id_of(const RequestTarget& target, CORBA::Environment& ev) {
   POA_TRACE("  POAInfo::reference_to_id call");
-  if (!target.has_data || target.poa.get() != &poa) delete poa.reference_to_id(target.object, ev);
+  if (!target.has_data) delete target.poa->reference_to_id(target.object, ev);
   return target.data.object_id;
 }
 
@@ -78,95 +83,81 @@ ServantActivator& activator_of(POAInfo& poa, CORBA::Environment& ev) {
   return *activator;
 }
 
-/// Gives back a servant's hold.
-struct HeldServant {
-  HeldServant() = default;
-  ~HeldServant() {
-    if (servant) ServantAccess::release(*servant);
-  }
-  HeldServant(const HeldServant&) = delete;
-  HeldServant& operator=(const HeldServant&) = delete;
-  ServantBase* servant = nullptr;
-};
-
-}  // namespace
-
-ServantBase* POAInfo::incarnate(CORBA::Object* target, CORBA::Environment& ev) {
-  ServantBase* servant = incarnate_held(RequestTarget::find(target, ev), ev);
-  PortableServer::ServantAccess::release(*servant);
-  return servant;
-}
-
-ServantBase* POAInfo::incarnate_held(const RequestTarget& target, CORBA::Environment& ev) {
-  POA_TRACE("POAInfo::incarnate called...");
-  if (!policies.retains()) {
-    POA_TRACE("non_retain. throw PortableServer::POA::WrongPolicy");
-    raise<POA::WrongPolicy>(ev, "POAInfo::incarnate [wrong policy.]");
-  }
-  if (!policies.uses_servant_manager()) {
-    POA_TRACE("not use_servant_manager,throw PortableServer::POA::WrongPolicy");
-    raise<POA::WrongPolicy>(ev, "POAInfo::incarnate [wrong policy.]");
-  }
-  const BorrowedObjectId oid(object_id_of(*this, target, ev));
-  ServantActivator& activator = activator_of(*this, ev);
-  POA_TRACE("  ServantActivator->incarnate call");
-  ServantBase* servant = activator.incarnate(oid.get(), poa_object, ev);
-  if (!servant) {
-    POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
-    raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [servant is nil.]", MINOR_NO_MANAGER);
-  }
-  const PortableServer::ServantInCall call(servant);
-  ServantBase* winner = nullptr;
-  try {
-    winner = enter_incarnated(oid.get(), *servant, ev);
-  } catch (const CORBA::Exception&) {
-    // The POA went while the servant was made: nobody but the activator can take it back.
-    if (destroyed) activator.etherealize(oid.get(), poa_object, servant, 1, 0, ev);
-    throw;
-  }
-  // Another request for the id was first: its servant serves, this one goes back to the activator.
-  if (winner != servant) activator.etherealize(oid.get(), poa_object, servant, 0, 0, ev);
-  POA_TRACE("POAInfo::incarnate end...");
-  return winner;
-}
-
-ServantBase* POAInfo::enter_incarnated(const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
-  HeldServant dying;  // released after the semaphore
+/// Enters the servant into the map, in use; gives the one that is active already instead.
+ServantUse enter_incarnated(POAInfo& poa, const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
+  ServantUse dying;  // ends after the semaphore
   PoaSemaphoreGuard guard(__LINE__);
-  if (destroyed) raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
-  if (ActiveObjectMap* map = active_object_map) {
-    ServantBase* active = map->findServantById(oid, /*hold=*/true);
+  if (poa.destroyed)
+    raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
+  if (ActiveObjectMap* map = poa.active_object_map) {
+    ServantUse active = map->useServantById(oid_view(oid));
     if (active && !active->get_to_be_deleted() && !active->get_deleted()) return active;
     if (active) {  // its entry must not stand in front of the new one
-      dying.servant = active;
-      map->removeById(oid, active);
+      dying = std::move(active);
+      map->removeById(oid, dying.get());
     }
-    if (policies.unique_id() && map->findOidByServant(&servant)) {
+    if (poa.policies.unique_id() && map->findOidByServant(&servant)) {
       POA_TRACE("unique_id,throw CORBA::StExcep::OBJ_ADAPTER");
       raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [oid is nil.]", MINOR_NO_MANAGER);
     }
   }
   std::unique_ptr<ObjectId> copy(duplicate_oid(&oid));
-  ActiveObjectMap* map = map_for_insert();
+  ActiveObjectMap* map = poa.map_for_insert();
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call");
   map->insertActiveObjectMap(copy.release(), &servant);
-  ServantAccess::hold(servant);
-  return &servant;
+  return ServantUse(&servant);
 }
 
-ServantBase* POAInfo::preinvoke(CORBA::Object* target, const char* operation, CORBA::ULong& cookie,
-                                CORBA::Environment& ev) {
-  return preinvoke(RequestTarget::find(target, ev), operation, cookie, ev);
+void check_activator_policies(const POAInfo& poa, CORBA::Environment& ev) {
+  if (!poa.policies.retains()) {
+    POA_TRACE("non_retain. throw PortableServer::POA::WrongPolicy");
+    raise<POA::WrongPolicy>(ev, "POAInfo::incarnate [wrong policy.]");
+  }
+  if (!poa.policies.uses_servant_manager()) {
+    POA_TRACE("not use_servant_manager,throw PortableServer::POA::WrongPolicy");
+    raise<POA::WrongPolicy>(ev, "POAInfo::incarnate [wrong policy.]");
+  }
 }
 
-ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie,
-                                CORBA::Environment& ev) {
+}  // namespace
+
+ServantUse incarnate(const RequestTarget& target, CORBA::Environment& ev) {
+  POAInfo& poa = *target.poa;
+  POA_TRACE("POAInfo::incarnate called...");
+  check_activator_policies(poa, ev);
+  const BorrowedObjectId oid(object_id_of(target, ev));
+  ServantActivator& activator = activator_of(poa, ev);
+  POA_TRACE("  ServantActivator->incarnate call");
+  ServantBase* servant = activator.incarnate(oid.get(), poa.poa_object, ev);
+  if (!servant) {
+    POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
+    raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [servant is nil.]", MINOR_NO_MANAGER);
+  }
+  const PortableServer::ServantInCall call(servant);
+  ServantUse winner;
+  try {
+    winner = enter_incarnated(poa, oid.get(), *servant, ev);
+  } catch (const CORBA::Exception&) {
+    // The POA went while the servant was made: nobody but the activator can take it back.
+    if (poa.destroyed) activator.etherealize(oid.get(), poa.poa_object, servant, 1, 0, ev);
+    throw;
+  }
+  // Another request for the id was first: its servant serves, this one goes back to the activator.
+  if (winner.get() != servant) activator.etherealize(oid.get(), poa.poa_object, servant, 0, 0, ev);
+  POA_TRACE("POAInfo::incarnate end...");
+  return winner;
+}
+
+ServantBase* preinvoke(const RequestTarget& target, const char* operation, CORBA::ULong& cookie,
+                       CORBA::Environment& ev) {
+  POAInfo& poa = *target.poa;
   POA_TRACE("POAInfo::preinvoke called...");
-  check_locator_policies(*this, PREINVOKE, ev);
-  const BorrowedObjectId oid(object_id_of(*this, target, ev));
-  ServantLocator& locator = locator_of(*this, PREINVOKE, ev);
+  check_locator_policies(poa, PREINVOKE, ev);
+  const BorrowedObjectId oid(object_id_of(target, ev));
+  ServantLocator& locator = locator_of(poa, PREINVOKE, ev);
   POA_TRACE("  ServantLocator->preinvoke call");
-  ServantBase* servant = locator.preinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, ev);
+  ServantBase* servant =
+      locator.preinvoke(oid.get(), poa.poa_object, const_cast<char*>(operation), cookie, ev);
   if (!servant) {
     POA_TRACE("servant=NULL,throw CORBA::StExcep::OBJ_ADAPTER");
     raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::preinvoke [servant is nil.]", MINOR_NO_MANAGER);
@@ -175,18 +166,14 @@ ServantBase* POAInfo::preinvoke(const RequestTarget& target, const char* operati
   return servant;
 }
 
-void POAInfo::postinvoke(CORBA::Object* target, const char* operation, CORBA::ULong cookie,
-                         ServantBase* servant, CORBA::Environment& ev) {
-  postinvoke(RequestTarget::find(target, ev), operation, cookie, servant, ev);
-}
-
-void POAInfo::postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie,
-                         ServantBase* servant, CORBA::Environment& ev) {
+void postinvoke(const RequestTarget& target, const char* operation, CORBA::ULong cookie, ServantBase* servant,
+                CORBA::Environment& ev) {
+  POAInfo& poa = *target.poa;
   POA_TRACE("POAInfo::postinvoke called...");
-  check_locator_policies(*this, POSTINVOKE, ev);
-  const BorrowedObjectId oid(object_id_of(*this, target, ev));
-  ServantLocator& locator = locator_of(*this, POSTINVOKE, ev);
+  check_locator_policies(poa, POSTINVOKE, ev);
+  const BorrowedObjectId oid(object_id_of(target, ev));
+  ServantLocator& locator = locator_of(poa, POSTINVOKE, ev);
   POA_TRACE("  ServantLocator->postinvoke call");
-  locator.postinvoke(oid.get(), poa_object, const_cast<char*>(operation), cookie, servant, ev);
+  locator.postinvoke(oid.get(), poa.poa_object, const_cast<char*>(operation), cookie, servant, ev);
   POA_TRACE("POAInfo::postinvoke end...");
 }

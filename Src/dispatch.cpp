@@ -2,14 +2,21 @@
 // release, and what the client gets when any of it fails.
 #include <cstdlib>
 
-#include "dispatch.h"
-#include "poainfo.h"
+#include "activeobjectmap.h"
+#include "currentinfo.h"
+#include "poamanagerinfo.h"
+#include "raise.h"
+#include "requesttarget.h"
+#include "servantmanagers.h"
+#include "servantreferences.h"
 #include "serverrequest.h"
+#include "upcalls.h"
 
 namespace {
 
 using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
+using PortableServer::ServantUse;
 
 /// The ORB core's raw handles as mapping objects, for the length of an upcall. The handles stay the core's.
 class UpcallObjects {
@@ -29,28 +36,22 @@ class UpcallObjects {
   CORBA::ServerRequest request;
 };
 
-/// A servant in use: counted, so that nobody deletes it, and tied to the target of the request.
-class ServantInUse {
+/// The request's target, entered in the servant meanwhile.
+class ServantTarget {
  public:
-  /// The servant's counter has been raised already.
-  ServantInUse(ServantBase& servant, CORBA::Object& target) : servant_(servant) {
+  ServantTarget(ServantBase& servant, CORBA::Object& target) : servant_(servant) {
     ServantAccess::target(servant).store(&target, std::memory_order_release);
   }
-  /// Gives the count back; the servant goes onto the delete list when it was waiting for that. It is not to
-  /// be touched afterwards.
-  ~ServantInUse() {
-    ServantAccess::target(servant_).store(nullptr, std::memory_order_release);
-    ServantAccess::release(servant_);
-  }
-  ServantInUse(const ServantInUse&) = delete;
-  ServantInUse& operator=(const ServantInUse&) = delete;
+  ~ServantTarget() { ServantAccess::target(servant_).store(nullptr, std::memory_order_release); }
+  ServantTarget(const ServantTarget&) = delete;
+  ServantTarget& operator=(const ServantTarget&) = delete;
 
  private:
   ServantBase& servant_;
 };
 
 void check_manager_state(POAInfo& poa, CORBA::Environment& ev) {
-  switch (poa.get_poa_manager_info()->get_state()) {
+  switch (poa.poa_managerInfo_ptr->get_state()) {
     case PortableServer::POAManager::DISCARDING:
       POA_TRACE("poa is discarging, throw CORBA::StExcep::TRANSIENT");
       raise<CORBA::TRANSIENT>(ev, "dsi_routine_cpp_poa [state is DISCARDING.]", MINOR_DISCARDING);
@@ -75,7 +76,7 @@ void trace_request(void* raw, const char* operation) {
 
 /// Where the servant of a request came from, and what has to be done with it afterwards.
 struct Located {
-  ServantBase* servant = nullptr;  // its counter is raised
+  ServantUse use;
   bool by_locator = false;
   CORBA::ULong cookie = 0;
 };
@@ -103,31 +104,43 @@ void trace_no_activator(const POAInfo& poa) {
   POA_TRACE("POAInfo::incarnate [wrong policy.]");
 }
 
-/// The servant in the map or the default servant, held; null when there is none that may serve. What
+/// The active servant or the default servant; none when there is neither.
+ServantUse search(const RequestTarget& target) {
+  const POAInfo& poa = *target.poa;
+  POA_TRACE("POAInfo::reference_to_servant");
+  ActiveObjectMap* map = poa.active_object_map;
+  POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(&poa),
+            trace_address(map));
+  if (poa.policies.retains() && target.has_data && map) {
+    if (ServantUse found = map->useServantById(target.data.object_id)) return found;
+  }
+  return poa.policies.uses_default_servant() ? poa.default_servant.use() : ServantUse();
+}
+
+/// The servant in the map or the default servant; none when there is none that may serve. What
 /// `reference_to_servant` and the check of the deletion flags would raise is raised nowhere, because the
 /// search goes on: only its trace lines are written.
-ServantBase* find_active(const RequestTarget& target) {
+ServantUse find_active(const RequestTarget& target) {
   POA_TRACE("  POAInfo::reference_to_servant call");
-  ServantBase* servant = target.poa->find_servant(target, /*hold=*/true);
-  if (!servant) {
+  ServantUse found = search(target);
+  if (!found) {
     trace_no_active_servant(*target.poa);
-    return nullptr;
+    return found;
   }
   POA_TRACE("  POAInfo::reference_to_servant done");
-  if (!servant->get_to_be_deleted() && !servant->get_deleted()) return servant;
+  if (!found->get_to_be_deleted() && !found->get_deleted()) return found;
   POA_TRACE("dsi_routine_cpp_poa : throw OBJECT_NOT_EXIST");
-  ServantAccess::release(*servant);
-  return nullptr;
+  return {};
 }
 
 /// Asks the servant activator. What it raises, but WrongPolicy, reaches the client as a plain exception,
 /// whatever its type.
-ServantBase* ask_activator(const RequestTarget& target, CORBA::Environment& ev) {
+ServantUse ask_activator(const RequestTarget& target, CORBA::Environment& ev) {
   try {
     POA_TRACE("  POAInfo::incarnate call");
-    ServantBase* servant = target.poa->incarnate_held(target, ev);
+    ServantUse made = incarnate(target, ev);
     POA_TRACE("  POAInfo::incarnate done");
-    return servant;
+    return made;
   } catch (const PortableServer::POA::WrongPolicy&) {
     throw;
   } catch (const CORBA::Exception& e) {
@@ -137,18 +150,17 @@ ServantBase* ask_activator(const RequestTarget& target, CORBA::Environment& ev) 
 
 Located locate_servant(const RequestTarget& target, const char* operation, CORBA::Environment& ev) {
   Located found;
-  found.servant = find_active(target);
-  if (found.servant) return found;
+  found.use = find_active(target);
+  if (found.use) return found;
   if (target.poa->policies.retains() && target.poa->policies.uses_servant_manager()) {
-    found.servant = ask_activator(target, ev);
+    found.use = ask_activator(target, ev);
     return found;
   }
   trace_no_activator(*target.poa);
   POA_TRACE("  POAInfo::preinvoke call");
   found.by_locator = true;
-  found.servant = target.poa->preinvoke(target, operation, found.cookie, ev);
-  POA_TRACE("  POAInfo::preinvoke done [servant = 0x%lx]", trace_address(found.servant));
-  ServantAccess::hold(*found.servant);
+  found.use = ServantUse(preinvoke(target, operation, found.cookie, ev));
+  POA_TRACE("  POAInfo::preinvoke done [servant = 0x%lx]", trace_address(found.use.get()));
   return found;
 }
 
@@ -160,9 +172,9 @@ class TargetReference {
       : target_(target), servant_(for_one_request && target.has_data ? &servant : nullptr) {
     if (!target.has_data) return;
     const auto default_oid =
-        &servant == target.poa->servant_default.load() ? target.poa->default_oid() : nullptr;
-    ServantAccess::keep_reference(servant, target.poa, target.object, 1,
-                                  default_oid ? oid_view(*default_oid) : target.data.object_id);
+        &servant == target.poa->default_servant.get() ? target.poa->default_servant.oid() : nullptr;
+    PortableServer::keep_reference(servant, target.poa, target.object, 1,
+                                   default_oid ? oid_view(*default_oid) : target.data.object_id);
   }
   ~TargetReference() {
     if (servant_)
@@ -202,13 +214,13 @@ void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
 }
 
 /// Runs the operation on the servant: the POA Current is set meanwhile, and the target is entered among the
-/// servant's references.
-void invoke_servant(const RequestTarget& target, const Located& found, CORBA::ServerRequest& request,
-                    CORBA::Environment& ev) {
-  ServantBase& servant = *found.servant;
+/// servant's references. The use ends with the operation.
+void invoke_servant(const RequestTarget& target, ServantUse use, bool by_locator,
+                    CORBA::ServerRequest& request, CORBA::Environment& ev) {
+  ServantBase& servant = *use;
   const CurrentContext context(target.poa->poa_object, target.data.object_id, target.has_data);
-  const ServantInUse use(servant, *target.object);
-  const TargetReference reference(target, servant, found.by_locator);
+  const ServantTarget entered(servant, *target.object);
+  const TargetReference reference(target, servant, by_locator);
   POA_TRACE("  servant->invoke call [servant=0x%lx]", trace_address(&servant));
   if (!servant.invoke(&request, ev))
     raise<CORBA::BAD_OPERATION>(ev, "servant invoke faild.  throw BAD_OPERATION.", MINOR_NO_OPERATION);
@@ -227,14 +239,15 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
   check_manager_state(*target.poa, ev);
   const char* operation = request.operation();
   trace_request(request.get_ref(), operation);
-  const Located found = locate_servant(target, operation, ev);
+  Located found = locate_servant(target, operation, ev);
+  ServantBase* const servant = found.use.get();
   // A locator's servant that asks for its deletion in the operation is there until postinvoke has ended.
-  const PortableServer::ServantInCall call(found.by_locator ? found.servant : nullptr);
+  const PortableServer::ServantInCall call(found.by_locator ? servant : nullptr);
   try {
-    invoke_servant(target, found, request, ev);
+    invoke_servant(target, std::move(found.use), found.by_locator, request, ev);
     if (found.by_locator) {
       POA_TRACE("  POAInfo::postinvoke call");
-      target.poa->postinvoke(target, operation, found.cookie, found.servant, ev);
+      postinvoke(target, operation, found.cookie, servant, ev);
       POA_TRACE("  POAInfo::postinvoke done");
     }
   } catch (const CORBA::SystemException& e) {

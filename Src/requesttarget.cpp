@@ -1,10 +1,11 @@
-// From a reference to its POA.
+#include "requesttarget.h"
+
 #include <cstdlib>
-#include <optional>
 #include <string>
 
 #include "adapteractivation.h"
-#include "dispatch.h"
+#include "locks.h"
+#include "raise.h"
 #include "zrsv/of_thread.h"
 
 namespace {
@@ -49,8 +50,7 @@ POAInfoPtr find_existing(std::string_view path) {
   MutexGuard guard(poa_mutex);
   const POAInfo* poa = root_poa_info;
   for (PathNames names(path); const auto name = names.next();) {
-    poa = poa->first_child;
-    while (poa && *name != poa->the_adapter_name()) poa = poa->siblings;
+    poa = poa->child_named(*name);
     if (!poa) return nullptr;
   }
   POAInfoPtr found = std::const_pointer_cast<POAInfo>(poa->shared_from_this());
@@ -121,20 +121,4 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
 
 POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& ev) {
   return RequestTarget::find(reference, ev).poa;
-}
-
-PortableServer::ServantBase* POAInfo::find_servant(const RequestTarget& target, bool hold) {
-  POA_TRACE("POAInfo::reference_to_servant");
-  ActiveObjectMap* map = active_object_map;
-  POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(this),
-            trace_address(map));
-  if (policies.retains() && target.has_data && map) {
-    if (PortableServer::ServantBase* found = map->findServantById(target.data.object_id, hold)) return found;
-  }
-  if (!policies.uses_default_servant()) return nullptr;
-  std::lock_guard lock(
-      default_mutex);  // the default servant cannot be taken away between its look-up and its being held
-  PortableServer::ServantBase* servant = servant_default;
-  if (servant && hold) PortableServer::ServantAccess::hold(*servant);
-  return servant;
 }

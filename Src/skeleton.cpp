@@ -30,6 +30,8 @@ X* initial_reference(const char* name, CORBA::Environment& env) {
   return X::_narrow(object);
 }
 
+POA* root_poa(CORBA::Environment& env) { return initial_reference<POA>("RootPOA", env); }
+
 /// The object that this thread's request is for.
 CORBA::Object* called_object(ServantBase& servant, CORBA::Environment& env) {
   const Current_var current = initial_reference<Current>("POACurrent", env);
@@ -59,11 +61,22 @@ CORBA::Boolean Skeleton::_is_a(const char* repository_id, CORBA::Environment&) {
   return repository_id && CORBA::idl::is_a(_interface(self), repository_id);
 }
 
+POA* Skeleton::_default_POA() {
+  CORBA::Environment env;
+  return root_poa(env);
+}
+
 CORBA::Object* Skeleton::_reference(CORBA::Environment& env) {
   if (Upcall::of(this)) return called_object(*this, env);
   POA_var poa = _default_POA();
-  if (CORBA::is_nil(poa.in())) poa = initial_reference<POA>("RootPOA", env);
-  return poa->servant_to_reference(this, env);
+  if (CORBA::is_nil(poa.in())) poa = root_poa(env);
+  try {
+    return poa->servant_to_reference(this, env);
+  } catch (const POA::WrongPolicy&) {  // with ids of the program's choice it may be active all the same
+    env.clear();
+    const ObjectId_var id = poa->servant_to_id(this, env);
+    return poa->id_to_reference(id, env);
+  }
 }
 
 }  // namespace PortableServer

@@ -14,13 +14,15 @@ class POA_API Skeleton : public virtual ServantBase {
   CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
   /// True for the interface, its bases and CORBA::Object.
   CORBA::Boolean _is_a(const char* repository_id, CORBA_ENV) override;
+  /// The root POA, as a new reference.
+  POA* _default_POA() override;
 
  protected:
   /// The description of the most derived skeleton; `self` gets this servant as that class.
   virtual const CORBA::idl::InterfaceInfo& _interface(void*& self) = 0;
   /// What `_this` of a skeleton refers to, as a new reference. In an operation of this servant the object
   /// that was called; else the object that the servant is, or with implicit activation becomes, in its
-  /// default POA. `_default_POA` gives a new reference, which is released.
+  /// default POA. `_default_POA` gives a new reference, which is released; where it gives nil the root POA is taken.
   CORBA::Object* _reference(CORBA::Environment& env);
   /// The same as interface X.
   template <class X>

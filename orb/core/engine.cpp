@@ -523,7 +523,7 @@ void Engine::run_waiting(Worker& worker) {
   worker.has_slot = false;
 }
 
-// Takes back requests that have not started: of a connection, or all.
+// Takes back requests that have not started: of a connection that is lost, those that want an answer; or all.
 Requests Engine::withdraw(Connection* connection, const uint32_t* id) {
   Requests taken = queue_group().withdraw(connection, id);
   for (Waiting* waiting : {&waiting_, &hosted_waiting_}) taken.append(waiting->withdraw(connection, id));

@@ -42,8 +42,8 @@ class QueueGroup {
 
   /// Where released requests go while an engine runs; null when it stops.
   void deliver_to(Deliver deliver);
-  /// Takes out the requests of a connection that are held, of that id or all; of no connection: everything
-  /// held.
+  /// Takes out the requests of a connection that are held, of that id or all that want an answer; of no
+  /// connection: everything held.
   Requests withdraw(const Connection* connection, const uint32_t* id);
 
  private:

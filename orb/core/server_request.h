@@ -60,8 +60,12 @@ struct ServerRequest : RequestBase {
 
   /// Reads the head of `message`. False when the body is not what the header says.
   bool read_head(const giop::Header& header);
-  /// The client is gone, or waits no longer: there is nobody to run it for.
-  bool orphaned() const { return connection ? !connection->registered() : waiter && waiter->given_up.load(); }
+  /// The client is gone, or waits no longer: there is nobody to run it for. A client that wants no answer may
+  /// go at once.
+  bool orphaned() const {
+    return connection ? head.response_expected && !connection->registered()
+                      : waiter && waiter->given_up.load();
+  }
 };
 
 /// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream

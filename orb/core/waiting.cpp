@@ -3,7 +3,9 @@
 namespace zrsv {
 
 bool matches(const ServerRequest& request, const Connection* connection, const uint32_t* id) {
-  return (!connection || request.connection.get() == connection) && (!id || request.head.id == *id);
+  if (!connection) return true;
+  return request.connection.get() == connection &&
+         (id ? request.head.id == *id : request.head.response_expected);
 }
 
 bool Waiting::add(ServerRequest* request, uint32_t limit) {

@@ -34,7 +34,7 @@ class Waiting {
   void add_released(Requests requests);
   void add_loss(Connection& connection);
   Turn next();
-  /// Takes out requests of a connection, of that id or all; of no connection: all.
+  /// Takes out requests of a connection, of that id or all that want an answer; of no connection: all.
   Requests withdraw(Connection* connection, const uint32_t* id);
   /// Takes out what has waited since before that.
   Requests expired(Clock::time_point since);
@@ -61,7 +61,7 @@ class Waiting {
   Line* last_ = nullptr;
 };
 
-/// Whether it is one of that connection (null: any) and id (null: any).
+/// Whether it is one of that connection (null: any) and id (null: any that the client would have to hear of).
 bool matches(const ServerRequest& request, const Connection* connection, const uint32_t* id);
 
 }  // namespace zrsv

@@ -1,3 +1,5 @@
+#include <gmock/gmock.h>
+
 #include "engine_fixture.h"
 
 namespace {
@@ -85,6 +87,20 @@ TEST_F(Held, RequestsComeOutInTheOrderOfTheirConnection) {
     EXPECT_TRUE(i == 3 || a.answer() == std::to_string(i)) << i;
     EXPECT_EQ(b.answer(), std::to_string(100 + i));
   }
+}
+
+TEST_F(Held, AClientMayGoOnceItHasSentWhatWantsNoAnswer) {
+  disconnect = [&](long, const void*, bool) { board_.add("lost"); };
+  start_with("1");
+  Client gone(port()), other(port());
+  control(ZR_QUEUE_HOLD);
+  EXPECT_EQ(gone.ask(request(1, "note", 7, key(), 2, false) + call(2, "note", 8) + look_), "here");
+  gone.close();
+  ASSERT_TRUE(board_.wait_for(1)) << "the loss";
+  control(ZR_QUEUE_RELEASE);
+  EXPECT_EQ(other.ask(call(3, "note", 9)), "9");
+  ASSERT_TRUE(board_.wait_for(4));  // the loss is told again once the client's last request has run
+  EXPECT_THAT(board_.lines(), ::testing::UnorderedElementsAre("lost", "7", "lost", "9"));
 }
 
 // Each waits for the one that came after it: they all run at once.

@@ -9,6 +9,7 @@
 #include "corba/fixed.h"
 #include "corba/operation.h"
 #include "corba/typecode.h"
+#include "corba/values.h"
 
 namespace CORBA {
 
@@ -155,28 +156,16 @@ class ZRSVCPP_API Any : public Allocated {
   mutable Held decoded_;       // the same value, as the last extraction wanted to see it
 };
 
-/// Owns one Any, never null: a fresh one holds a new empty Any; copies are deep.
-class Any_var {
+/// Owns one Any: a fresh one holds a new empty Any, copies are deep. Null only after `_retn()` or `out()`.
+class Any_var : public ValueVar<Any> {
  public:
-  Any_var() : ptr_(new Any) {}
-  Any_var(Any* any) : ptr_(any) {}
-  Any_var(const Any& any) : ptr_(new Any(any)) {}
-  Any_var(const Any_var& o) : Any_var(*o.ptr_) {}
-  Any_var& operator=(Any* any) {
-    if (any != ptr_.get()) ptr_.reset(any);
-    return *this;
-  }
-  Any_var& operator=(const Any& any) { return &any == ptr_.get() ? *this : *this = new Any(any); }
-  Any_var& operator=(const Any_var& o) { return *this = *o.ptr_; }
-  Any* operator->() const { return ptr_.get(); }
-  Any& operator*() const { return *ptr_; }
-  operator Any*() const { return ptr_.get(); }
-  const Any& in() const { return *ptr_; }
-  Any* _retn() { return ptr_.release(); }
-
- private:
-  std::unique_ptr<Any> ptr_;
+  Any_var() : ValueVar(new Any) {}
+  using ValueVar::ValueVar;
+  using ValueVar::operator=;
+  Any& operator*() const { return *ptr(); }
+  operator Any*() const { return ptr(); }
 };
+using Any_out = ValueOut<Any>;
 
 /// Copies one value of that type from a decoding stream to another, encoding one, which has this machine's
 /// byte order. False when the octets are no such value, or nested too deep.

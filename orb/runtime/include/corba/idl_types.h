@@ -19,7 +19,6 @@
 #include "corba/values.h"
 
 namespace CORBA {
-using Any_out = ValueOut<Any>;
 using TypeCode_out = ObjectOut<TypeCode>;
 }  // namespace CORBA
 

@@ -28,6 +28,20 @@ using ULongLong = std::uint64_t;
 using Float = float;
 using Double = double;
 
+// Out parameters of them.
+using Boolean_out = Boolean&;
+using Char_out = Char&;
+using WChar_out = WChar&;
+using Octet_out = Octet&;
+using Short_out = Short&;
+using UShort_out = UShort&;
+using Long_out = Long&;
+using ULong_out = ULong&;
+using LongLong_out = LongLong&;
+using ULongLong_out = ULongLong&;
+using Float_out = Float&;
+using Double_out = Double&;
+
 /// Memory of the mapping's objects; they back the operator new and delete of its classes. Never null: throws
 /// std::bad_alloc.
 ZRSVCPP_API void* om_new(std::size_t octets);

@@ -6,6 +6,7 @@
 namespace CORBA {
 
 using LongDouble = long double;
+using LongDouble_out = LongDouble&;
 
 }  // namespace CORBA
 

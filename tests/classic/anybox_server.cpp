@@ -1,0 +1,55 @@
+// Values of type any: passed on, looked into, replaced.
+#include "anybox.h"
+#include "classic.h"
+
+class Box_impl : public virtual POA_AnyBox::Box {
+ public:
+  explicit Box_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
+
+  CORBA::Any* put(const CORBA::Any& value) override {
+    CORBA::TypeCode_var type = value.type();
+    if (type->kind() == CORBA::tk_null) {
+      AnyBox::Strange strange;
+      strange.what <<= "nothing in it";
+      throw strange;
+    }
+    return new CORBA::Any(value);
+  }
+  char* kind_of(const CORBA::Any& value) override {
+    CORBA::Long number;
+    const char* text;
+    const AnyBox::Pair* pair;
+    AnyBox::Colour colour;
+    if (value >>= number) return CORBA::string_dup("long");
+    if (value >>= text) return CORBA::string_dup(text);
+    if (value >>= pair) return CORBA::string_dup(pair->key);
+    if (value >>= colour) return CORBA::string_dup(colour == AnyBox::blue ? "blue" : "colour");
+    CORBA::TypeCode_var type = value.type();
+    while (type->kind() == CORBA::tk_alias) type = type->content_type();
+    return CORBA::string_dup(type->kind() == CORBA::tk_sequence ? "sequence" : "something else");
+  }
+  void replace(CORBA::Any& value, CORBA::TypeCode_out before) override {
+    before = value.type();
+    AnyBox::Vector vector = {1, 2, 3, 4};
+    value <<= AnyBox::Vector_forany(vector);
+  }
+  void shutdown() override { orb_->shutdown(false); }
+
+ private:
+  CORBA::ORB_var orb_;
+};
+
+int main(int argc, char* argv[]) {
+  return guarded([&] {
+    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
+    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
+    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
+    Box_impl servant(orb);
+    AnyBox::Box_var reference = servant._this();
+    publish(orb, reference, argv[1]);
+    PortableServer::POAManager_var manager = root->the_POAManager();
+    manager->activate();
+    orb->run();
+    orb->destroy();
+  });
+}

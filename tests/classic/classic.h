@@ -1,0 +1,65 @@
+// What the servers and clients here share: reference files and checks that count.
+#pragma once
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+#include "poa.h"
+
+/// Writes the reference to the file: under another name first, so that whoever finds the file finds it whole.
+inline void publish(CORBA::ORB_ptr orb, CORBA::Object_ptr object, const std::string& file) {
+  CORBA::String_var text = orb->object_to_string(object);
+  std::ofstream(file + ".new") << text.in() << std::endl;
+  if (std::rename((file + ".new").c_str(), file.c_str()) != 0) std::perror(file.c_str());
+}
+
+/// The reference that the file holds; the caller releases it.
+inline CORBA::Object_ptr fetch(CORBA::ORB_ptr orb, const std::string& file) {
+  std::string text;
+  std::getline(std::ifstream(file), text);
+  return orb->string_to_object(text.c_str());
+}
+
+inline int failures = 0;
+
+#define CHECK(condition)                                                                \
+  do {                                                                                  \
+    if (!(condition)) {                                                                 \
+      ++failures;                                                                       \
+      std::cerr << __FILE__ << ':' << __LINE__ << ": not so: " #condition << std::endl; \
+    }                                                                                   \
+  } while (0)
+
+/// The body must throw that exception.
+#define CHECK_THROWS(exception, ...)                                               \
+  do {                                                                             \
+    try {                                                                          \
+      __VA_ARGS__;                                                                 \
+      ++failures;                                                                  \
+      std::cerr << __FILE__ << ':' << __LINE__ << ": no " #exception << std::endl; \
+    } catch (const exception&) {                                                   \
+    }                                                                              \
+  } while (0)
+
+/// main() of a server or a client: runs `body`, tells of what escapes it.
+template <class Body>
+int guarded(Body body) {
+  try {
+    body();
+  } catch (const CORBA::Exception& e) {
+    std::cerr << "uncaught: " << e._rep_id() << std::endl;
+    return 2;
+  }
+  return failures == 0 ? 0 : 1;
+}
+
+/// Whether the object is no more: its server says so, or refuses every request to it.
+inline bool gone(CORBA::Object_ptr object) {
+  try {
+    return object->_non_existent();
+  } catch (const CORBA::SystemException&) {
+    return true;
+  }
+}

@@ -1,0 +1,74 @@
+"""Runs one server and its client: python3 run.py BIN NAME [EMULATOR...]. Both must end by themselves, with status 0."""
+import contextlib
+import os
+import pathlib
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+LIMIT = 60  # seconds for each process
+DIRECTORY, NAME, EMULATOR = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3:]
+
+
+def program(role):
+    return [*EMULATOR, DIRECTORY / f"classic_{NAME}_{role}"]
+
+
+def wait_for(file, server):
+    end = time.monotonic() + LIMIT
+    while not file.exists():
+        if server.poll() is not None:
+            sys.exit(f"the server ended with {server.returncode} before it was ready")
+        if time.monotonic() > end:
+            sys.exit("the server wrote no reference")
+        time.sleep(0.01)
+
+
+@contextlib.contextmanager
+def serving(file, *arguments):
+    """A server that has written its reference; its client must have ended it."""
+    server = subprocess.Popen([*program("server"), file, *arguments])
+    try:
+        wait_for(file, server)
+        yield
+        if server.wait(timeout=LIMIT) != 0:
+            sys.exit(f"the server ended with {server.returncode}")
+    finally:
+        server.kill()
+        server.wait()
+
+
+def visit(file, *arguments):
+    status = subprocess.run([*program("client"), file, *arguments], timeout=LIMIT).returncode
+    if status != 0:
+        sys.exit(f"the client ended with {status}")
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def serve_again(file):
+    """The second server serves the reference that the first one wrote."""
+    os.environ["ZR_IMPLID"] = "ledger"
+    listen = ["-ORBListen", f"127.0.0.1:{free_port()}"]
+    for generation, written in (("1", file), ("2", file.with_name("second"))):
+        with serving(written, generation, *listen):
+            visit(file, generation)
+
+
+def main():
+    with tempfile.TemporaryDirectory() as scratch:
+        file = pathlib.Path(scratch) / "reference"
+        if NAME == "ledger":
+            serve_again(file)
+            return
+        with serving(file):
+            visit(file)
+
+
+main()

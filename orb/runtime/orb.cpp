@@ -133,7 +133,7 @@ ORB::ObjectIdList* ORB::list_initial_services(Environment& env) {
     for (const auto& [name, url] : orb->configured) names.push_back(name);
   }
   std::ranges::sort(names);
-  names.erase(std::ranges::unique(names).begin(), names.end());
+  names.erase(std::unique(names.begin(), names.end()), names.end());
   auto list = std::make_unique<ObjectIdList>();
   list->length(static_cast<ULong>(names.size()));
   for (ULong i = 0; i < list->length(); ++i) (*list)[i] = names[i].c_str();

@@ -43,7 +43,8 @@ Declaration* Builder::interface(Flavour flavour, Identifier name, ScopedNames ba
   return made;
 }
 
-Declarations Builder::attributes(bool readonly, Type* type, Identifiers names, Raises get, Raises set) {
+Declarations Builder::attributes(bool readonly, Type* type, Identifiers names, const Raises& get,
+                                 const Raises& set) {
   Declarations made;
   for (Identifier& name : names) {
     Attribute* const one = tree.make<Attribute>(std::move(name));

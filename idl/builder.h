@@ -54,7 +54,7 @@ struct Builder {
   Diagnostics& diagnostics;
 
   template <class T>
-  T* scope(Identifier name, Declarations body) {
+  T* scope(Identifier name, Declarations&& body) {
     T* const made = tree.make<T>(std::move(name));
     made->body = std::move(body);
     return made;
@@ -82,7 +82,7 @@ struct Builder {
   Declaration* type_id(bool is_prefix, ScopedName target, const Value& text, const Location& at);
   Declaration* interface(Flavour flavour, Identifier name, ScopedNames bases, Declarations body,
                          bool forward);
-  Declarations attributes(bool readonly, Type* type, Identifiers names, Raises get, Raises set);
+  Declarations attributes(bool readonly, Type* type, Identifiers names, const Raises& get, const Raises& set);
   Declaration* operation(bool oneway, Type* result, Identifier name, Declarations parameters, Raises raises,
                          Texts contexts);
   Declaration* parameter(Direction direction, Type* type, Identifier name);

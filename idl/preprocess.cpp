@@ -80,6 +80,7 @@ void write_all(int to, const char* text) {
   const rlimit no_core{0, 0};
   setrlimit(RLIMIT_CORE, &no_core);
   std::vector<char*> argv;
+  argv.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
   mcpp_use_mem_buffers(1);

@@ -327,7 +327,7 @@ void TypeEmitter::choice(const Union& choice, Inside inside) {
   for (const Member* member : all) fixed = fixed && spell_.fixed_length(*member->type);
   const std::string inner = inner_types(choice, all);
   // What is declared in the union stands in that base, as the other one needs it already.
-  const auto from_base = [&](std::string text) {
+  const auto from_base = [&](const std::string& text) {
     const std::string own = spell_.qualified(choice) + "::";
     return text.starts_with(own) ? inner + "::" + text.substr(own.size()) : text;
   };

@@ -38,7 +38,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   using Clock = std::chrono::steady_clock;
 
   explicit Engine(uint32_t slots);
-  ~Engine();
+  ~Engine() override;
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 

@@ -281,7 +281,7 @@ std::strong_ordering Fixed::compare(const Fixed& o) const {
   const auto larger = [](const Fixed& a, const Fixed& b) {
     const Number units_a = power(a.scale_), units_b = power(b.scale_);
     const auto whole = number(a) / units_a <=> number(b) / units_b;
-    if (whole != 0) return whole;
+    if (std::is_neq(whole)) return whole;
     const int scale = std::max(a.scale_, b.scale_);
     return number(a) % units_a * power(scale - a.scale_) <=> number(b) % units_b * power(scale - b.scale_);
   };

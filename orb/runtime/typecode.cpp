@@ -54,7 +54,7 @@ template <class T>
 bool move_as(CDR* cdr, LongLong& value) {
   T number = static_cast<T>(value);
   if (!idl::Wire<T>::move(cdr, number)) return false;
-  value = static_cast<LongLong>(number);
+  value = static_cast<LongLong>(number);  // NOLINT(bugprone-signed-char-misuse): as labels are kept
   return true;
 }
 

@@ -93,6 +93,7 @@ TypeCode* made_or_raise(TypeCode* made, Environment& env) {
 TypeCode* create_record(TCKind kind, const char* id, const char* name,
                         const std::vector<TypeCode::NamedType>& members, Environment& env) {
   std::vector<TypeCode::Member> rows;
+  rows.reserve(members.size());
   for (const TypeCode::NamedType& each : members) rows.push_back({each.name, &each.type});
   return TypeCode::create_named_tc(kind, {.id = id, .name = name, .members = rows}, env);
 }
@@ -138,6 +139,7 @@ TypeCode* TypeCode::create_exception_tc(const char* id, const char* name,
 TypeCode* TypeCode::create_enum_tc(const char* id, const char* name, const std::vector<const char*>& members,
                                    Environment& env) {
   std::vector<Member> rows;
+  rows.reserve(members.size());
   for (const char* each : members) rows.push_back({each});
   return create_named_tc(tk_enum, {.id = id, .name = name, .members = rows}, env);
 }

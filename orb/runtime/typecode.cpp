@@ -54,14 +54,14 @@ template <class T>
 bool move_as(CDR* cdr, LongLong& value) {
   T number = static_cast<T>(value);
   if (!idl::Wire<T>::move(cdr, number)) return false;
-  value = static_cast<LongLong>(number);  // NOLINT(bugprone-signed-char-misuse): as labels are kept
+  value = static_cast<LongLong>(number);
   return true;
 }
 
 bool move_wchar(CDR* cdr, LongLong& value) {
   auto character = static_cast<WChar>(value);
   if (!OM_cdr_wchar(cdr, &character)) return false;
-  value = character;
+  value = static_cast<LongLong>(character);
   return true;
 }
 

@@ -10,7 +10,7 @@
 //   Servant            cannot travel: always fails
 #pragma once
 
-#include "corba/operation.h"
+#include "corba/wire.h"
 #include "poa.h"
 
 namespace PortableServer {
@@ -27,9 +27,35 @@ template <class X>
 concept interface = policy_interface<X> ||
     one_of<X, POA, POAManager, AdapterActivator, ServantManager, ServantActivator, ServantLocator, Current>;
 
+/// The enumerations of the module, and how many enumerators each has.
+template <class E>
+inline constexpr CORBA::ULong enumerators = 0;
+template <class E>
+requires one_of<E, ThreadPolicyValue, LifespanPolicyValue, IdUniquenessPolicyValue, IdAssignmentPolicyValue,
+                ImplicitActivationPolicyValue, ServantRetentionPolicyValue>
+inline constexpr CORBA::ULong enumerators<E> = 2;
+template <>
+inline constexpr CORBA::ULong enumerators<RequestProcessingPolicyValue> = 3;
+template <>
+inline constexpr CORBA::ULong enumerators<POAManager::State> = 4;
+template <class E>
+concept enumeration = enumerators<E>
+!= 0;
+
 }  // namespace PortableServer
 
 namespace CORBA::idl {
+
+/// A number; one that is no enumerator is refused.
+template <PortableServer::enumeration E>
+struct Wire<E> {
+  static bool move(CDR* cdr, E& value) {
+    auto number = static_cast<ULong>(value);
+    if (!zrsv::move_value(cdr, &number) || number >= PortableServer::enumerators<E>) return false;
+    value = static_cast<E>(number);
+    return true;
+  }
+};
 
 /// A reference: the handle travels. Decoding makes an object of the interface's implementation class with a
 /// handle of its own.
@@ -57,8 +83,6 @@ template <>
 struct Wire<PortableServer::ServantBase*> {
   static bool move(CDR*, PortableServer::ServantBase*&) { return false; }
 };
-template <>
-inline constexpr bool is_heap_value<PortableServer::ServantBase*> = false;  // the program's, never freed here
 
 template <>
 struct Wire<PortableServer::POAList> {

@@ -1,109 +1,124 @@
 // The operations of module PortableServer, one row each: the name on the wire, the member function, the user
-// exceptions. CDR skeletons, in-process skeletons and stubs all come from these rows; arguments and result
-// are the member function's.
+// exceptions, the result and the parameters. CDR skeletons, in-process skeletons and stubs all come from these rows.
 #pragma once
 
-#include "poa_cdr.h"
+#include "corba/own_row.h"
+#include "poa_types.h"
 
 namespace PortableServer::operations {
 
-using CORBA::Environment;
-using CORBA::idl::by_member::operation;
-using CORBA::idl::by_member::raises;
+using CORBA::Boolean;
+using CORBA::PolicyList;
+using CORBA::idl::in;
+using CORBA::idl::out;
+using CORBA::idl::own_operation;
+using CORBA::idl::raises;
+using CORBA::idl::ref;
+using String = CORBA::idl::string<>;
+using Reference = ref<CORBA::Object>;
 
 // ---- POA --------------------------------------------------------------------------------------------------
 
-using create_POA =
-    operation<"create_POA", &POA::create_POA, raises<POA::AdapterAlreadyExists, POA::InvalidPolicy>>;
-using find_POA = operation<"find_POA", &POA::find_POA, raises<POA::AdapterNonExistent>>;
-using destroy = operation<"destroy", &POA::destroy>;
-using create_thread_policy = operation<"create_thread_policy", &POA::create_thread_policy>;
-using create_lifespan_policy = operation<"create_lifespan_policy", &POA::create_lifespan_policy>;
-using create_id_uniqueness_policy =
-    operation<"create_id_uniqueness_policy", &POA::create_id_uniqueness_policy>;
-using create_id_assignment_policy =
-    operation<"create_id_assignment_policy", &POA::create_id_assignment_policy>;
-using create_implicit_activation_policy =
-    operation<"create_implicit_activation_policy", &POA::create_implicit_activation_policy>;
-using create_servant_retention_policy =
-    operation<"create_servant_retention_policy", &POA::create_servant_retention_policy>;
-using create_request_processing_policy =
-    operation<"create_request_processing_policy", &POA::create_request_processing_policy>;
-using get_servant_manager =
-    operation<"get_servant_manager", &POA::get_servant_manager, raises<POA::WrongPolicy>>;
-using set_servant_manager =
-    operation<"set_servant_manager", &POA::set_servant_manager, raises<POA::WrongPolicy>>;
-using get_servant = operation<"get_servant", &POA::get_servant, raises<POA::NoServant, POA::WrongPolicy>>;
-using set_servant = operation<"set_servant", &POA::set_servant, raises<POA::WrongPolicy>>;
-using activate_object =
-    operation<"activate_object", &POA::activate_object, raises<POA::ServantAlreadyActive, POA::WrongPolicy>>;
-using activate_object_with_id =
-    operation<"activate_object_with_id", &POA::activate_object_with_id,
-              raises<POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>>;
-using deactivate_object =
-    operation<"deactivate_object", &POA::deactivate_object, raises<POA::ObjectNotActive, POA::WrongPolicy>>;
-using create_reference = operation<"create_reference", &POA::create_reference, raises<POA::WrongPolicy>>;
-using create_reference_with_id =
-    operation<"create_reference_with_id", &POA::create_reference_with_id, raises<POA::WrongPolicy>>;
-using servant_to_id =
-    operation<"servant_to_id", &POA::servant_to_id, raises<POA::ServantNotActive, POA::WrongPolicy>>;
-using servant_to_reference = operation<"servant_to_reference", &POA::servant_to_reference,
-                                       raises<POA::ServantNotActive, POA::WrongPolicy>>;
-using reference_to_servant = operation<"reference_to_servant", &POA::reference_to_servant,
-                                       raises<POA::ObjectNotActive, POA::WrongPolicy>>;
-using reference_to_id =
-    operation<"reference_to_id", &POA::reference_to_id, raises<POA::WrongAdapter, POA::WrongPolicy>>;
-using id_to_servant =
-    operation<"id_to_servant", &POA::id_to_servant, raises<POA::ObjectNotActive, POA::WrongPolicy>>;
-using id_to_reference =
-    operation<"id_to_reference", &POA::id_to_reference, raises<POA::ObjectNotActive, POA::WrongPolicy>>;
-using get_the_name = operation<"_get_the_name", &POA::the_name>;
-using get_the_parent = operation<"_get_the_parent", &POA::the_parent>;
-using get_the_children = operation<"_get_the_children", &POA::the_children>;
-using get_the_POAManager = operation<"_get_the_POAManager", &POA::the_POAManager>;
-using get_the_activator =
-    operation<"_get_the_activator",
-              static_cast<AdapterActivator* (POA::*)(Environment&)>(&POA::the_activator)>;
-using set_the_activator =
-    operation<"_set_the_activator",
-              static_cast<void (POA::*)(AdapterActivator*, Environment&)>(&POA::the_activator)>;
+constexpr own_operation<POA, ref<POA>(in<String>, in<ref<POAManager>>, in<PolicyList>)> create_POA{
+    "create_POA", &POA::create_POA, raises<POA::AdapterAlreadyExists, POA::InvalidPolicy>};
+constexpr own_operation<POA, ref<POA>(in<String>, in<Boolean>)> find_POA{"find_POA", &POA::find_POA,
+                                                                         raises<POA::AdapterNonExistent>};
+constexpr own_operation<POA, void(in<Boolean>, in<Boolean>)> destroy{"destroy", &POA::destroy};
+constexpr own_operation<POA, ref<ThreadPolicy>(in<ThreadPolicyValue>)> create_thread_policy{
+    "create_thread_policy", &POA::create_thread_policy};
+constexpr own_operation<POA, ref<LifespanPolicy>(in<LifespanPolicyValue>)> create_lifespan_policy{
+    "create_lifespan_policy", &POA::create_lifespan_policy};
+constexpr own_operation<POA, ref<IdUniquenessPolicy>(in<IdUniquenessPolicyValue>)>
+    create_id_uniqueness_policy{"create_id_uniqueness_policy", &POA::create_id_uniqueness_policy};
+constexpr own_operation<POA, ref<IdAssignmentPolicy>(in<IdAssignmentPolicyValue>)>
+    create_id_assignment_policy{"create_id_assignment_policy", &POA::create_id_assignment_policy};
+constexpr own_operation<POA, ref<ImplicitActivationPolicy>(in<ImplicitActivationPolicyValue>)>
+    create_implicit_activation_policy{"create_implicit_activation_policy",
+                                      &POA::create_implicit_activation_policy};
+constexpr own_operation<POA, ref<ServantRetentionPolicy>(in<ServantRetentionPolicyValue>)>
+    create_servant_retention_policy{"create_servant_retention_policy", &POA::create_servant_retention_policy};
+constexpr own_operation<POA, ref<RequestProcessingPolicy>(in<RequestProcessingPolicyValue>)>
+    create_request_processing_policy{"create_request_processing_policy",
+                                     &POA::create_request_processing_policy};
+constexpr own_operation<POA, ref<ServantManager>()> get_servant_manager{
+    "get_servant_manager", &POA::get_servant_manager, raises<POA::WrongPolicy>};
+constexpr own_operation<POA, void(in<ref<ServantManager>>)> set_servant_manager{
+    "set_servant_manager", &POA::set_servant_manager, raises<POA::WrongPolicy>};
+constexpr own_operation<POA, ServantBase()> get_servant{"get_servant", &POA::get_servant,
+                                                        raises<POA::NoServant, POA::WrongPolicy>};
+constexpr own_operation<POA, void(in<ServantBase>)> set_servant{"set_servant", &POA::set_servant,
+                                                                raises<POA::WrongPolicy>};
+constexpr own_operation<POA, ObjectId(in<ServantBase>)> activate_object{
+    "activate_object", &POA::activate_object, raises<POA::ServantAlreadyActive, POA::WrongPolicy>};
+constexpr own_operation<POA, void(in<ObjectId>, in<ServantBase>)> activate_object_with_id{
+    "activate_object_with_id", &POA::activate_object_with_id,
+    raises<POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>};
+constexpr own_operation<POA, void(in<ObjectId>)> deactivate_object{
+    "deactivate_object", &POA::deactivate_object, raises<POA::ObjectNotActive, POA::WrongPolicy>};
+constexpr own_operation<POA, Reference(in<String>)> create_reference{
+    "create_reference", &POA::create_reference, raises<POA::WrongPolicy>};
+constexpr own_operation<POA, Reference(in<ObjectId>, in<String>)> create_reference_with_id{
+    "create_reference_with_id", &POA::create_reference_with_id, raises<POA::WrongPolicy>};
+constexpr own_operation<POA, ObjectId(in<ServantBase>)> servant_to_id{
+    "servant_to_id", &POA::servant_to_id, raises<POA::ServantNotActive, POA::WrongPolicy>};
+constexpr own_operation<POA, Reference(in<ServantBase>)> servant_to_reference{
+    "servant_to_reference", &POA::servant_to_reference, raises<POA::ServantNotActive, POA::WrongPolicy>};
+constexpr own_operation<POA, ServantBase(in<Reference>)> reference_to_servant{
+    "reference_to_servant", &POA::reference_to_servant, raises<POA::ObjectNotActive, POA::WrongPolicy>};
+constexpr own_operation<POA, ObjectId(in<Reference>)> reference_to_id{
+    "reference_to_id", &POA::reference_to_id, raises<POA::WrongAdapter, POA::WrongPolicy>};
+constexpr own_operation<POA, ServantBase(in<ObjectId>)> id_to_servant{
+    "id_to_servant", &POA::id_to_servant, raises<POA::ObjectNotActive, POA::WrongPolicy>};
+constexpr own_operation<POA, Reference(in<ObjectId>)> id_to_reference{
+    "id_to_reference", &POA::id_to_reference, raises<POA::ObjectNotActive, POA::WrongPolicy>};
+constexpr own_operation<POA, String()> get_the_name{"_get_the_name", &POA::the_name};
+constexpr own_operation<POA, ref<POA>()> get_the_parent{"_get_the_parent", &POA::the_parent};
+constexpr own_operation<POA, POAList()> get_the_children{"_get_the_children", &POA::the_children};
+constexpr own_operation<POA, ref<POAManager>()> get_the_POAManager{"_get_the_POAManager",
+                                                                   &POA::the_POAManager};
+constexpr own_operation<POA, ref<AdapterActivator>()> get_the_activator{"_get_the_activator",
+                                                                        &POA::the_activator};
+constexpr own_operation<POA, void(in<ref<AdapterActivator>>)> set_the_activator{"_set_the_activator",
+                                                                                &POA::the_activator};
 
-// ---- POAManager -------------------------------------------------------------------------------------------
+// ---- POAManager --------------------------------------------------------------------------------------------
 
-using activate = operation<"activate", &POAManager::activate, raises<POAManager::AdapterInactive>>;
-using hold_requests =
-    operation<"hold_requests", &POAManager::hold_requests, raises<POAManager::AdapterInactive>>;
-using discard_requests =
-    operation<"discard_requests", &POAManager::discard_requests, raises<POAManager::AdapterInactive>>;
-using deactivate = operation<"deactivate", &POAManager::deactivate, raises<POAManager::AdapterInactive>>;
-using get_state = operation<"get_state", &POAManager::get_state>;
+constexpr own_operation<POAManager, void()> activate{"activate", &POAManager::activate,
+                                                     raises<POAManager::AdapterInactive>};
+constexpr own_operation<POAManager, void(in<Boolean>)> hold_requests{
+    "hold_requests", &POAManager::hold_requests, raises<POAManager::AdapterInactive>};
+constexpr own_operation<POAManager, void(in<Boolean>)> discard_requests{
+    "discard_requests", &POAManager::discard_requests, raises<POAManager::AdapterInactive>};
+constexpr own_operation<POAManager, void(in<Boolean>, in<Boolean>)> deactivate{
+    "deactivate", &POAManager::deactivate, raises<POAManager::AdapterInactive>};
+constexpr own_operation<POAManager, POAManager::State()> get_state{"get_state", &POAManager::get_state};
 
-// ---- Policies, what programs give a POA, Current ----------------------------------------------------------
+// ---- Policies, what programs give a POA, Current -----------------------------------------------------------
 
 template <policy_interface Kind>
-using get_value = operation<"_get_value", &Kind::value>;
+constexpr own_operation<Kind, typename Kind::value_type()> get_value{"_get_value", &Kind::value};
 
-using unknown_adapter =
-    operation<"unknown_adapter", static_cast<CORBA::Boolean (AdapterActivator::*)(
-                                     POA*, const char*, Environment&)>(&AdapterActivator::unknown_adapter)>;
-using incarnate = operation<"incarnate", &ServantActivator::incarnate, raises<ForwardRequest>>;
-using etherealize = operation<"etherealize", &ServantActivator::etherealize>;
-using preinvoke =
-    operation<"preinvoke",
-              static_cast<ServantBase* (ServantLocator::*)(const ObjectId&, POA*, const char*,
-                                                           ServantLocator::Cookie&, Environment&)>(
-                  &ServantLocator::preinvoke),
-              raises<ForwardRequest>>;
-using postinvoke =
-    operation<"postinvoke",
-              static_cast<void (ServantLocator::*)(const ObjectId&, POA*, const char*, ServantLocator::Cookie,
-                                                   ServantBase*, Environment&)>(&ServantLocator::postinvoke)>;
-using get_POA = operation<"get_POA", &Current::get_POA, raises<Current::NoContext>>;
-using get_object_id = operation<"get_object_id", &Current::get_object_id, raises<Current::NoContext>>;
+constexpr own_operation<AdapterActivator, Boolean(in<ref<POA>>, in<String>)> unknown_adapter{
+    "unknown_adapter", &AdapterActivator::unknown_adapter};
+constexpr own_operation<ServantActivator, ServantBase(in<ObjectId>, in<ref<POA>>)> incarnate{
+    "incarnate", &ServantActivator::incarnate, raises<ForwardRequest>};
+constexpr own_operation<ServantActivator,
+                        void(in<ObjectId>, in<ref<POA>>, in<ServantBase>, in<Boolean>, in<Boolean>)>
+    etherealize{"etherealize", &ServantActivator::etherealize};
+constexpr own_operation<ServantLocator,
+                        ServantBase(in<ObjectId>, in<ref<POA>>, in<String>, out<ServantLocator::Cookie>)>
+    preinvoke{"preinvoke", &ServantLocator::preinvoke, raises<ForwardRequest>};
+constexpr own_operation<ServantLocator, void(in<ObjectId>, in<ref<POA>>, in<String>,
+                                             in<ServantLocator::Cookie>, in<ServantBase>)>
+    postinvoke{"postinvoke", &ServantLocator::postinvoke};
+constexpr own_operation<Current, ref<POA>()> get_POA{"get_POA", &Current::get_POA,
+                                                     raises<Current::NoContext>};
+constexpr own_operation<Current, ObjectId()> get_object_id{"get_object_id", &Current::get_object_id,
+                                                           raises<Current::NoContext>};
 
 // ---- Interfaces: their operations in table order ----------------------------------------------------------
 
-template <class... Op>
+template <const auto&... Row>
 struct list {};
 
 template <interface X>

@@ -116,11 +116,13 @@ ZR_method as_method(Function* function) {
   return reinterpret_cast<ZR_method>(function);
 }
 
-template <interface X, class... Operation>
-void register_operations(operations::list<Operation...>, CORBA::BOA* boa, CORBA::Environment& env,
+template <interface X, const auto&... Row>
+void register_operations(operations::list<Row...>, CORBA::BOA* boa, CORBA::Environment& env,
                          CORBA::InterfaceDef* impl_def) {
-  Table<sizeof...(Operation) + (policy_interface<X> ? 3 : 0)> table;
-  (table.add(Operation::name, skeleton<X, Operation>, in_process_skeleton<X, Operation>()), ...);
+  Table<sizeof...(Row) + (policy_interface<X> ? 3 : 0)> table;
+  (table.add(Row.name, skeleton<X, Row>,
+             CORBA::idl::in_process_skeleton<Row, typename row<X>::Implementation>()),
+   ...);
   if constexpr (policy_interface<X>) {
     table.add("copy", skel_CORBA_Policy_copy, as_method(skel_INTRA_PROCESS_CORBA_Policy_copy));
     table.add("destroy", skel_CORBA_Policy_destroy, as_method(skel_INTRA_PROCESS_CORBA_Policy_destroy));

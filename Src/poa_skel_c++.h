@@ -81,19 +81,18 @@ class served_object {
 
 /// The CDR skeleton of an operation of X. 0: arguments or reply did not fit; 1: done, without a reply when no
 /// object was found.
-template <interface X, class Operation>
+template <interface X, const auto& Row>
 unsigned char skeleton(void* request, void* target, std::uint32_t /*type*/, unsigned char response_expected,
                        void* /*table*/) {
-  served_object<X> object;
-  const auto find = [&] { return object.find(target, request); };
-  return CORBA::idl::by_member::serve<Operation>(request, response_expected != 0, find) ==
-         CORBA::idl::by_member::Served::yes;
-}
-
-/// The in-process skeleton: the operation of a fresh object without a handle.
-template <interface X, class Operation>
-ZR_method in_process_skeleton() {
-  return reinterpret_cast<ZR_method>(&Operation::Roads::template in_process<typename row<X>::Implementation>);
+  struct Call {
+    void *request, *target;
+    served_object<X> object;
+  } call{request, target, {}};
+  const auto find = [](void* context) -> void* {
+    auto& of = *static_cast<Call*>(context);
+    return of.object.find(of.target, of.request);
+  };
+  return CORBA::idl::ServerCall(request, response_expected != 0, find, &call).serve(Row);
 }
 
 }  // namespace PortableServer::skeletons

@@ -9,12 +9,11 @@ using CORBA::Boolean;
 /// Both members of one operation: its row, its result, its name, its parameters and their names.
 #define POA_STUB(Row, Result, Class, operation, parameters, arguments)                                     \
   Result Class::operation(POA_UNPACK_FIRST parameters CORBA::Environment& env) {                           \
-    return operations::Row::Roads::stub(this, POA_UNPACK_FIRST arguments env);                             \
+    return operations::Row(this, POA_UNPACK_FIRST arguments env);                                          \
   }                                                                                                        \
   Result Class::UNO_IIOP_##operation(void* request, unsigned char response_expected POA_UNPACK parameters, \
                                      CORBA::Environment& env) {                                            \
-    return operations::Row::Roads::iiop(this, request, response_expected != 0,                             \
-                                        POA_UNPACK_FIRST arguments env);                                   \
+    return operations::Row.iiop(this, request, response_expected != 0, POA_UNPACK_FIRST arguments env);    \
   }
 
 // ---- POA --------------------------------------------------------------------------------------------------
@@ -77,14 +76,14 @@ STUB(POAManager::State, get_state, (), ())
 
 template <class Kind>
 typename Kind::value_type _st_PortableServer_Policy<Kind>::value(CORBA::Environment& env) {
-  return operations::get_value<Kind>::Roads::stub(this, env);
+  return operations::get_value<Kind>(this, env);
 }
 
 template <class Kind>
 typename Kind::value_type _st_PortableServer_Policy<Kind>::UNO_IIOP_value(void* request,
                                                                           unsigned char response_expected,
                                                                           CORBA::Environment& env) {
-  return operations::get_value<Kind>::Roads::iiop(this, request, response_expected != 0, env);
+  return operations::get_value<Kind>.iiop(this, request, response_expected != 0, env);
 }
 
 template <class Kind>

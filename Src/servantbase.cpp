@@ -1,11 +1,12 @@
 // Servants: standard operations, counters, deferred deletion, lifespan timers, and the three operations that
 // every servant serves.
 #include <chrono>
+#include <cstring>
 #include <optional>
 #include <string_view>
 
 #include "activeobjectmap.h"
-#include "corba/operation.h"
+#include "corba/row.h"
 #include "corehandles.h"
 #include "locks.h"
 #include "poainfo.h"
@@ -204,14 +205,17 @@ ServantBase::~ServantBase() {
 namespace {
 
 namespace idl = CORBA::idl;
-using GetInterface = idl::by_member::operation<"_get_interface", &ServantBase::_get_interface>;
-using IsA = idl::by_member::operation<"_is_a", &ServantBase::_is_a>;
-using NonExistent = idl::by_member::operation<"_non_existent", &ServantBase::_non_existent>;
+constexpr idl::operation<ServantBase, idl::ref<CORBA::InterfaceDef>()> get_interface{
+    "_get_interface", &ServantBase::_get_interface};
+constexpr idl::operation<ServantBase, CORBA::Boolean(idl::in<idl::string<>>)> is_a{"_is_a",
+                                                                                   &ServantBase::_is_a};
+constexpr idl::operation<ServantBase, CORBA::Boolean()> non_existent{"_non_existent",
+                                                                     &ServantBase::_non_existent};
 
-template <class Op>
-unsigned char serve_own(ServantBase& servant, void* request, unsigned char response_expected) {
-  return idl::by_member::serve<Op>(request, response_expected != 0, [&] { return &servant; }) ==
-         idl::by_member::Served::yes;
+template <class Target>
+unsigned char serve_own(const idl::OperationInfo& operation, Target& target, void* request,
+                        unsigned char response_expected) {
+  return idl::ServerCall(request, response_expected != 0, &target).serve(operation);
 }
 
 /// The question of references that do not know their object's interface.
@@ -219,12 +223,12 @@ struct Questioned {
   char* repository_id(CORBA::Environment&) { return CORBA::string_dup(id ? id : ""); }
   const char* id;
 };
-using AskId = idl::by_member::operation<"_repository_id", &Questioned::repository_id>;
+constexpr idl::operation<Questioned, idl::string<>()> repository_id{"_repository_id",
+                                                                    &Questioned::repository_id};
 
 unsigned char serve_question(const char* id, void* request, unsigned char response_expected) {
   Questioned questioned{id};
-  return idl::by_member::serve<AskId>(request, response_expected != 0, [&] { return &questioned; }) ==
-         idl::by_member::Served::yes;
+  return serve_own(repository_id, questioned, request, response_expected);
 }
 
 /// What `invoke` does with an operation name.
@@ -234,11 +238,10 @@ struct OwnOperation {
   const char* trace;
 };
 constexpr OwnOperation OWN_OPERATIONS[] = {
-    {GetInterface::name_view, &ServantBase::_skel__get_interface_,
+    {get_interface.name, &ServantBase::_skel__get_interface_,
      "ServantBase::invoke end...[_OP_PortableServer_ServantBase__get_interface_]"},
-    {IsA::name_view, &ServantBase::_skel_is_a,
-     "ServantBase::invoke end...[_OP_PortableServer_ServantBase_is_a]"},
-    {NonExistent::name_view, &ServantBase::_skel_non_exitent,
+    {is_a.name, &ServantBase::_skel_is_a, "ServantBase::invoke end...[_OP_PortableServer_ServantBase_is_a]"},
+    {non_existent.name, &ServantBase::_skel_non_exitent,
      "ServantBase::invoke end...[_OP_PortableServer_ServantBase_non_existent]"},
 };
 
@@ -265,17 +268,17 @@ bool ask(Value (*accessor)(void*, CORBA_Environment*), void* record, Value& valu
 
 unsigned char ServantBase::_skel__get_interface_(void* request, void*, CORBA::ULong,
                                                  unsigned char response_expected, void*) {
-  return serve_own<GetInterface>(*this, request, response_expected);
+  return serve_own<ServantBase>(get_interface, *this, request, response_expected);
 }
 
 unsigned char ServantBase::_skel_is_a(void* request, void*, CORBA::ULong, unsigned char response_expected,
                                       void*) {
-  return serve_own<IsA>(*this, request, response_expected);
+  return serve_own<ServantBase>(is_a, *this, request, response_expected);
 }
 
 unsigned char ServantBase::_skel_non_exitent(void* request, void*, CORBA::ULong,
                                              unsigned char response_expected, void*) {
-  return serve_own<NonExistent>(*this, request, response_expected);
+  return serve_own<ServantBase>(non_existent, *this, request, response_expected);
 }
 
 CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::Environment& env) {
@@ -298,7 +301,8 @@ CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::
           "ServantBase::invoke [server_CORBA_ServerRequest_operation invoke]", failed);
   if (!asked) return 0;
   const CORBA::String_var owned(name);
-  if (name && AskId::name_view == name) return serve_question(_intf, request, response_expected);
+  if (name && std::strcmp(repository_id.name, name) == 0)
+    return serve_question(_intf, request, response_expected);
   const OwnOperation* operation = own_operation(name);
   POA_TRACE("%s",
             operation ? operation->trace : "PortableServer::ServantBase::invoke end...[return CORBA_FALSE]");

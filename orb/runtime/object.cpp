@@ -2,15 +2,17 @@
 
 #include <algorithm>
 
-#include "corba/operation.h"
+#include "call_failures.h"
+#include "corba/row.h"
 #include "raise.h"
 
 namespace CORBA {
 namespace {
 
-using is_a = idl::by_member::operation<"_is_a", &Object::_is_a>;
-using non_existent = idl::by_member::operation<"_non_existent", &Object::_non_existent>;
-using get_interface = idl::by_member::operation<"_get_interface", &Object::_get_interface>;
+constexpr idl::operation<Object, Boolean(idl::in<idl::string<>>)> is_a{"_is_a", &Object::_is_a};
+constexpr idl::operation<Object, Boolean()> non_existent{"_non_existent", &Object::_non_existent};
+constexpr idl::operation<Object, idl::ref<InterfaceDef>()> get_interface{"_get_interface",
+                                                                         &Object::_get_interface};
 
 /// A new X over one more handle of what `object` refers to; nil for nil, and when the handle cannot be
 /// duplicated.
@@ -42,7 +44,7 @@ bool has_local_table(Object* object, Environment& env) {
   void* request = nullptr;
   std::uint32_t kind = 0;
   if (!OM_req_lib_initiator_request_create(object->get_ref(), "_is_a", 1, &request, &kind)) {
-    idl::by_member::fail_request(CORBA_COMPLETED_NO, env);
+    idl::fail_request(CORBA_COMPLETED_NO, env);
   }
   const bool local = kind == ZR_REQUEST_IN_PROCESS;
   (local ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
@@ -78,19 +80,19 @@ Boolean Object::_is_a(const char* repository_id, Environment& env) {
   if (!repository_id) raise<BAD_PARAM>(env);
   if (_ptr && is_one_of(repository_id, {ZR_object_type_id(_ptr), "IDL:omg.org/CORBA/Object:1.0"})) return 1;
   if (has_local_table(this, env)) return is_one_of(repository_id, {ZR_object_get_IntfID(_ptr, 0, nullptr)});
-  return is_a::Roads::stub(this, repository_id, env);
+  return is_a(this, repository_id, env);
 }
 
 Boolean Object::_non_existent(Environment& env) {
   env.clear();
   if (has_local_table(this, env)) return 0;
-  return non_existent::Roads::stub(this, env);
+  return non_existent(this, env);
 }
 
 InterfaceDef* Object::_get_interface(Environment& env) {
   env.clear();
   if (has_local_table(this, env)) return local_interface(_ptr);
-  return get_interface::Roads::stub(this, env);
+  return get_interface(this, env);
 }
 
 Boolean Object::_is_equivalent(Object* other, Environment& env) {

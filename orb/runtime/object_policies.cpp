@@ -1,5 +1,5 @@
 // What a reference says of itself and of its calls.
-#include "corba/operation.h"
+#include "corba/row.h"
 #include "orb_state.h"
 #include "raise.h"
 
@@ -14,8 +14,9 @@ struct Questions {
  protected:
   ~Questions() = default;
 };
-using repository_id = idl::by_member::operation<"_repository_id", &Questions::repository_id>;
-using component = idl::by_member::operation<"_component", &Questions::component>;
+constexpr idl::operation<Questions, idl::string<>()> repository_id{"_repository_id",
+                                                                   &Questions::repository_id};
+constexpr idl::operation<Questions, idl::ref<Object>()> component{"_component", &Questions::component};
 
 /// The overrides of a reference; none for one without.
 const ReferenceScope* own_scope(const std::shared_ptr<zrsv::CallScope>& scope) {
@@ -42,12 +43,12 @@ ORB* Object::_get_orb(Environment& env) {
 char* Object::_repository_id(Environment& env) {
   env.clear();
   const char* const known = ZR_object_type_id(_ptr);
-  return *known ? string_dup(known) : repository_id::Roads::stub(this, env);
+  return *known ? string_dup(known) : repository_id(this, env);
 }
 
 Object* Object::_get_component(Environment& env) {
   try {
-    return component::Roads::stub(this, env);
+    return component(this, env);
   } catch (const BAD_OPERATION&) {  // of an object that knows of no components
     env.clear();
     return nullptr;

@@ -1,7 +1,7 @@
 #include "corba/policy.h"
 
-#include "corba/operation.h"
 #include "corba/orb.h"
+#include "corba/own_row.h"
 #include "corba/stubs.h"
 #include "raise.h"
 
@@ -52,17 +52,25 @@ bool move_policy(CDR* cdr, Policy*& policy) {
 namespace CORBA::idl {
 
 template <>
-struct Wire<Policy*> {
-  static bool move(CDR* cdr, Policy*& policy) { return move_policy(cdr, policy); }
+struct ReferenceMoves<Policy> {
+  static void free(Policy* policy) { release(policy); }
+  static bool move(CDR* cdr, Policy*& policy) {
+    Policy* moved = policy;
+    if (!move_policy(cdr, moved)) return false;
+    if (cdr->direction == CDR_DECODE) release(std::exchange(policy, moved));
+    return true;
+  }
 };
 
 }  // namespace CORBA::idl
 
 namespace {
 
-using copy_operation = CORBA::idl::by_member::operation<"copy", &Policy::copy>;
-using destroy_operation = CORBA::idl::by_member::operation<"destroy", &Policy::destroy>;
-using policy_type_operation = CORBA::idl::by_member::operation<"_get_policy_type", &Policy::policy_type>;
+namespace idl = CORBA::idl;
+constexpr idl::own_operation<Policy, idl::ref<Policy>()> copy_operation{"copy", &Policy::copy};
+constexpr idl::own_operation<Policy, void()> destroy_operation{"destroy", &Policy::destroy};
+constexpr idl::own_operation<Policy, CORBA::PolicyType()> policy_type_operation{"_get_policy_type",
+                                                                                &Policy::policy_type};
 
 /// The policy that serves a request, made when the skeleton asks for it.
 class ServedPolicy {
@@ -81,12 +89,17 @@ class ServedPolicy {
   void* object_ = nullptr;
 };
 
-template <class Operation>
-unsigned char serve(void* request, void* object, unsigned char response_expected) {
-  ServedPolicy policy;
-  const auto find = [&] { return policy.find(object, request); };
-  return CORBA::idl::by_member::serve<Operation>(request, response_expected, find) ==
-         CORBA::idl::by_member::Served::yes;
+unsigned char serve(const idl::OperationInfo& operation, void* request, void* object,
+                    unsigned char response_expected) {
+  struct Call {
+    void *object, *request;
+    ServedPolicy policy;
+  } call{object, request, {}};
+  const auto find = [](void* context) -> void* {
+    auto& of = *static_cast<Call*>(context);
+    return of.policy.find(of.object, of.request);
+  };
+  return idl::ServerCall(request, response_expected != 0, find, &call).serve(operation);
 }
 
 }  // namespace
@@ -123,36 +136,34 @@ void CORBA_Policy_impl::destroy(Environment& env) { env.clear(); }
 
 void* CORBA_Policy_impl::_cast(const char* repository_id) { return as_policy(this, repository_id); }
 
-CORBA::PolicyType _st_CORBA_Policy::policy_type(Environment& env) {
-  return policy_type_operation::Roads::stub(this, env);
-}
-Policy* _st_CORBA_Policy::copy(Environment& env) { return copy_operation::Roads::stub(this, env); }
-void _st_CORBA_Policy::destroy(Environment& env) { destroy_operation::Roads::stub(this, env); }
+CORBA::PolicyType _st_CORBA_Policy::policy_type(Environment& env) { return policy_type_operation(this, env); }
+Policy* _st_CORBA_Policy::copy(Environment& env) { return copy_operation(this, env); }
+void _st_CORBA_Policy::destroy(Environment& env) { destroy_operation(this, env); }
 void* _st_CORBA_Policy::_cast(const char* repository_id) { return as_policy(this, repository_id); }
 
 unsigned char skel_CORBA_Policy_copy(void* request, void* object, ULong /*type*/,
                                      unsigned char response_expected, void* /*table*/) {
-  return serve<copy_operation>(request, object, response_expected);
+  return serve(copy_operation, request, object, response_expected);
 }
 
 unsigned char skel_CORBA_Policy_destroy(void* request, void* object, ULong /*type*/,
                                         unsigned char response_expected, void* /*table*/) {
-  return serve<destroy_operation>(request, object, response_expected);
+  return serve(destroy_operation, request, object, response_expected);
 }
 
 unsigned char skel_CORBA_Policy__get_policy_type(void* request, void* object, ULong /*type*/,
                                                  unsigned char response_expected, void* /*table*/) {
-  return serve<policy_type_operation>(request, object, response_expected);
+  return serve(policy_type_operation, request, object, response_expected);
 }
 
 Policy* skel_INTRA_PROCESS_CORBA_Policy_copy(Environment& env) {
-  return copy_operation::Roads::in_process<CORBA_Policy_impl>(env);
+  return decltype(copy_operation)::in_process<copy_operation, CORBA_Policy_impl>(env);
 }
 void skel_INTRA_PROCESS_CORBA_Policy_destroy(Environment& env) {
-  destroy_operation::Roads::in_process<CORBA_Policy_impl>(env);
+  decltype(destroy_operation)::in_process<destroy_operation, CORBA_Policy_impl>(env);
 }
 CORBA::PolicyType skel_INTRA_PROCESS_CORBA_Policy__get_policy_type(Environment& env) {
-  return policy_type_operation::Roads::in_process<CORBA_Policy_impl>(env);
+  return decltype(policy_type_operation)::in_process<policy_type_operation, CORBA_Policy_impl>(env);
 }
 
 unsigned char cdr_CORBA_PolicyList(CDR* cdr, PolicyList* list) {

@@ -2,16 +2,11 @@
 
 #include <new>
 
+#include "call_failures.h"
+#include "corba/own_row.h"
 #include "raise.h"
 
 namespace CORBA::idl {
-
-using by_member::fail_marshal;
-using by_member::fail_memory;
-using by_member::fail_request;
-using by_member::follow_forward;
-using by_member::throw_reply_exception;
-
 namespace {
 
 template <std::size_t N>
@@ -96,14 +91,18 @@ void read_results(CDR* cdr, const OperationInfo& operation, void* const* slots, 
 
 constexpr ULong minor_unlisted_exception = OMGVMCID | 1;
 
-/// Throws the user exception of the reply; one that the operation does not list becomes UNKNOWN.
-[[noreturn]] void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operation,
-                                       Environment& env) {
+/// What becomes of a user exception that the operation does not list.
+enum class Unlisted { thrown_as_unknown, left_in_environment };
+
+/// Throws the user exception of the reply.
+void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operation, Unlisted unlisted,
+                          Environment& env) {
   CORBA_Environment filled{};
   const bool read = OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, &filled);
   env.set_ref(&filled);
   if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
   const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(env._evp));
+  if (!listed && unlisted == Unlisted::left_in_environment) return;
   if (!listed) raise<UNKNOWN>(env, minor_unlisted_exception, COMPLETED_MAYBE);
   std::unique_ptr<UserException> made(listed->make());
   cdr->direction = CDR_DECODE;
@@ -112,32 +111,38 @@ constexpr ULong minor_unlisted_exception = OMGVMCID | 1;
   raise_environment(env);
 }
 
-/// One request and its reply. False: it was forwarded.
-bool call_once(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
-  const Request request(self, operation, env);
+/// Sends a request and takes its reply. False: it was forwarded.
+[[gnu::always_inline]] inline bool exchange(Object* self, void* request, bool response_expected,
+                                            const OperationInfo& operation, void* const* slots,
+                                            Unlisted unlisted, Environment& env) {
   CDR* cdr = nullptr;
-  if (!OM_req_lib_UNO_IIOP_get_cdr(request.get(), &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
   cdr->direction = CDR_ENCODE;
   if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
-  if (!OM_req_lib_UNO_IIOP_send_request(request.get())) fail_request(CORBA_COMPLETED_NO, env);
-  if (operation.oneway) return true;
+  if (!OM_req_lib_UNO_IIOP_send_request(request)) fail_request(CORBA_COMPLETED_NO, env);
+  if (!response_expected) return true;
   std::uint32_t status = 0;
-  if (!OM_req_lib_UNO_IIOP_recv_reply(request.get()) ||
-      !OM_req_lib_UNO_IIOP_decode_reply_header(request.get(), &status))
+  if (!OM_req_lib_UNO_IIOP_recv_reply(request) || !OM_req_lib_UNO_IIOP_decode_reply_header(request, &status))
     fail_request(CORBA_COMPLETED_MAYBE, env);
   cdr->direction = CDR_DECODE;
   switch (status) {
     case ZR_REPLY_USER_EXCEPTION:
-      throw_user_exception(request.get(), cdr, operation, env);
+      throw_user_exception(request, cdr, operation, unlisted, env);
+      return true;
     case ZR_REPLY_SYSTEM_EXCEPTION:
-      throw_reply_exception(request.get(), env);
+      throw_reply_exception(request, env);
     case ZR_REPLY_LOCATION_FORWARD:
-      follow_forward(self, request.get(), cdr, env);
+      follow_forward(self, cdr, env);
       return false;
     default:
       read_results(cdr, operation, slots, env);
       return true;
   }
+}
+
+bool call_once(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
+  const Request request(self, operation, env);
+  return exchange(self, request.get(), !operation.oneway, operation, slots, Unlisted::thrown_as_unknown, env);
 }
 
 }  // namespace
@@ -152,11 +157,22 @@ void call(Object* self, const OperationInfo& operation, void* const* slots) {
   call(self, operation, slots, env);
 }
 
+bool call_iiop(Object* self, void* request, bool response_expected, const OperationInfo& operation,
+               void* const* slots, Environment& env) {
+  return exchange(self, request, response_expected, operation, slots, Unlisted::left_in_environment, env);
+}
+
 // ---- Skeletons --------------------------------------------------------------------------------------------
 
-void ServerCall::decode(const OperationInfo& operation, void* const* slots) {
+bool ServerCall::decode(const OperationInfo& operation, void* const* slots) {
   cdr_->direction = CDR_DECODE;
-  if (!decode_arguments(cdr_, operation.in, slots)) fail_marshal(cdr_, CORBA_COMPLETED_NO, env);
+  if (!decode_arguments(cdr_, operation.in, slots)) {
+    set_marshal(cdr_, CORBA_COMPLETED_NO, env);
+    fits_ = false;
+    return false;
+  }
+  if (find_) target_ = find_(target_);
+  return target_ != nullptr;
 }
 
 namespace {
@@ -166,8 +182,9 @@ bool encode_exception(void* request, CDR* cdr, const OperationInfo& operation, E
   if (env._evp->_major == CORBA_SYSTEM_EXCEPTION)
     return OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
   if (env._evp->_major != CORBA_USER_EXCEPTION) return false;
+  if (!OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, env._evp)) return false;
   const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(env._evp));
-  if (!listed || !OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, env._evp)) return false;
+  if (!listed) return true;  // its id alone: left in the environment by an operation that does not list it
   cdr->direction = CDR_ENCODE;
   return listed->move(cdr, env.exception());
 }
@@ -185,20 +202,25 @@ void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
   } else if (written) {
     written = encode_exception(request_, cdr_, operation, env);
   }
-  if (!written) throw MARSHAL(0, COMPLETED_YES);
+  if (written) return;
+  set_marshal(cdr_, CORBA_COMPLETED_YES, env);
+  fits_ = false;
 }
 
-void ServerCall::serve(const OperationInfo& operation) {
-  if (!OM_req_lib_UNO_IIOP_get_cdr(request_, &cdr_)) throw MARSHAL(0, COMPLETED_NO);
+bool ServerCall::serve(const OperationInfo& operation) {
+  if (!OM_req_lib_UNO_IIOP_get_cdr(request_, &cdr_))
+    return set_marshal(nullptr, CORBA_COMPLETED_NO, env), false;
   try {
-    return operation.run(operation, *this);
+    operation.run(operation, *this);
+    return fits_;
   } catch (const UserException& e) {
     if (!find_listed(operation.exceptions, e.id())) throw;
     env.exception(e._clone());
   } catch (const SystemException& e) {
     env.exception(e._clone());
   }
-  encode(operation, nullptr);
+  if (fits_) encode(operation, nullptr);
+  return fits_;
 }
 
 namespace {
@@ -249,8 +271,28 @@ bool invoke(const InterfaceInfo& interface, void* target, const char* operation_
   if (!operation) operation = find_inherited(interface, name, target);
   if (!operation) return false;
   ServerCall call(request, response_expected, target);
-  call.serve(*operation);
+  if (!call.serve(*operation)) raise_environment(call.env);
   return true;
+}
+
+// ---- Rows of the libraries' own interfaces ----------------------------------------------------------------
+
+OwnRequest::OwnRequest(Object* self, const OperationInfo& operation, Environment& env) {
+  if (!OM_req_lib_initiator_request_create(self->get_ref(), operation.name, !operation.oneway, &request_,
+                                           &kind_))
+    fail_request(CORBA_COMPLETED_NO, env);
+}
+
+OwnRequest::~OwnRequest() {
+  (kind_ == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
+                                  : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
+}
+
+ZR_method OwnRequest::method(Environment& env) const {
+  ZR_method found = nullptr;
+  if (kind_ == ZR_REQUEST_IN_PROCESS && !OM_req_lib_INTRA_PROCESS_get_method(request_, &found))
+    fail_request(CORBA_COMPLETED_NO, env);
+  return found;
 }
 
 }  // namespace CORBA::idl

@@ -18,7 +18,7 @@
 #include <algorithm>
 #include <unordered_map>
 
-#include "corba/operation.h"
+#include "corba/wire.h"
 #include "typecode_details.h"
 #include "typecode_reading.h"
 

@@ -28,13 +28,14 @@ class Operations {
   ~Operations() = default;
 };
 
-void rows(Operations& operations, void* request) {
+namespace idl = CORBA::idl;
 #ifdef PARAMETER_WITHOUT_A_WIRE_FORM  // refused: incomplete type|undefined template
-  using row = CORBA::idl::by_member::operation<"pointer", &Operations::pointer>;
+constexpr idl::operation<Operations, void(idl::in<CORBA::Long*>)> row{"pointer", &Operations::pointer};
 #else
-  using row = CORBA::idl::by_member::operation<"plain", &Operations::plain>;
+constexpr idl::operation<Operations, void(idl::in<CORBA::Long>)> row{"plain", &Operations::plain};
 #endif
-  CORBA::idl::by_member::invoke<Operations, row>(operations, "plain", request, true);
-}
+#ifdef MEMBER_OF_ANOTHER_FORM  // refused: no matching (function|constructor)
+constexpr idl::operation<Operations, void(idl::inout<CORBA::Long>)> another{"plain", &Operations::plain};
+#endif
 
 int main() {}

@@ -78,7 +78,7 @@ std::string outcome(CORBA::Object* object, const char* operation, bool response_
   CORBA::Environment env;
   if (!OM_req_lib_initiator_request_create(object->get_ref(), operation, response_expected, &request, &kind))
     return failure(CORBA_COMPLETED_NO);
-  const CORBA::idl::by_member::request_guard guard(request, OM_req_lib_UNO_IIOP_initiator_request_complete);
+  const std::unique_ptr<void, void (*)(void*)> guard(request, OM_req_lib_UNO_IIOP_initiator_request_complete);
   if (!OM_req_lib_UNO_IIOP_send_request(request)) return failure(CORBA_COMPLETED_NO);
   if (!response_expected) return "sent";
   if (!OM_req_lib_UNO_IIOP_recv_reply(request) || !OM_req_lib_UNO_IIOP_decode_reply_header(request, &status))

@@ -53,6 +53,10 @@ TEST(Cdr, EnumerationsIdsAndWhatDoesNotTravel) {
   EXPECT_TRUE(decode(cdr_PortableServer_POAManager_State, hex("03000000"), &state));
   EXPECT_EQ(state, POAManager::INACTIVE);
   EXPECT_FALSE(decode(cdr_PortableServer_POAManager_State, hex("030000"), &state));
+  EXPECT_FALSE(decode(cdr_PortableServer_POAManager_State, hex("04000000"), &state)) << "no enumerator";
+  auto lifespan = TRANSIENT;
+  EXPECT_FALSE(decode(cdr_PortableServer_LifespanPolicyValue, hex("02000000"), &lifespan));
+  EXPECT_EQ(lifespan, TRANSIENT);
   ServantBase* servant = nullptr;
   EXPECT_EQ(encode(cdr_PortableServer_Servant, &servant), "failed");
   EXPECT_FALSE(decode(cdr_PortableServer_Servant, hex("00000000 00000000"), &servant));

@@ -8,6 +8,15 @@
 #include "wire.h"
 
 enum class Color : CORBA::ULong { red, green };
+template <>
+struct CORBA::idl::Wire<Color> {
+  static bool move(CDR* cdr, Color& value) {
+    auto number = static_cast<ULong>(value);
+    if (!zrsv::move_value(cdr, &number) || number > 1) return false;
+    value = static_cast<Color>(number);
+    return true;
+  }
+};
 
 namespace {
 

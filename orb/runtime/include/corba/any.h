@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "corba/fixed.h"
-#include "corba/operation.h"
 #include "corba/typecode.h"
 #include "corba/values.h"
+#include "corba/wire.h"
 
 namespace CORBA {
 
@@ -400,15 +400,5 @@ template <>
 struct Wire<TypeCode*> {
   static bool move(CDR* cdr, TypeCode*& type) { return cdr_CORBA_TypeCode(cdr, type); }
 };
-template <>
-struct Slot<TypeCode*> {
-  TypeCode* value = nullptr;
-  Slot() = default;
-  Slot(const Slot&) = delete;
-  Slot& operator=(const Slot&) = delete;
-  ~Slot() { CORBA::release(value); }
-};
-template <>
-inline constexpr bool is_heap_value<TypeCode*> = false;
 
 }  // namespace CORBA::idl

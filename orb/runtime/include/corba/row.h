@@ -140,11 +140,15 @@ class ZRSVCPP_API ServerCall {
  public:
   ServerCall(void* request, bool response_expected, void* target)
       : target_(target), request_(request), response_expected_(response_expected) {}
+  /// A target that `find` gives for `context` once the arguments were read; null: nobody is there.
+  ServerCall(void* request, bool response_expected, void* (*find)(void* context), void* context)
+      : target_(context), request_(request), find_(find), response_expected_(response_expected) {}
 
-  /// Runs the operation and writes the reply.
-  void serve(const OperationInfo& operation);
-  /// Reads the in and inout arguments; throws, completed NO, when they do not fit.
-  void decode(const OperationInfo& operation, void* const* slots);
+  /// Runs the operation and writes the reply. False when the arguments or the reply did not fit; `env` then says
+  /// so, and nothing whole was written. Exceptions that the operation does not list pass through.
+  bool serve(const OperationInfo& operation);
+  /// Reads the in and inout arguments; false when the operation is not to run.
+  bool decode(const OperationInfo& operation, void* const* slots);
   /// Writes the reply: the result and the inout and out arguments, or what the operation left in the
   /// environment.
   void encode(const OperationInfo& operation, void* const* slots);
@@ -156,10 +160,12 @@ class ZRSVCPP_API ServerCall {
   Environment env;
 
  private:
-  void* target_;
+  void* target_;  // or the context to find it by
   void* request_;
   CDR* cdr_ = nullptr;
+  void* (*find_)(void* context) = nullptr;
   bool response_expected_;
+  bool fits_ = true;
 };
 
 template <class Class, class Signature>
@@ -199,6 +205,12 @@ struct operation<Class, R(A...)> : OperationInfo {
     return result.give();
   }
 
+ protected:
+  union {
+    Plain plain;
+    WithEnvironment with_environment;
+  };
+
  private:
   static constexpr bool is_void = std::is_void_v<R>;
 
@@ -233,18 +245,13 @@ struct operation<Class, R(A...)> : OperationInfo {
   static void serve_with(const operation& self, ServerCall& call, Call&& run,
                          typename Result::Holder&& result, typename A::Holder&&... holder) {
     void* const slots[] = {result.slot(), holder.slot()...};
-    call.decode(self, slots);
+    if (!call.decode(self, slots)) return;
     if constexpr (is_void)
       run(holder...);
     else
       result.take(run(holder...));
     call.encode(self, slots);
   }
-
-  union {
-    Plain plain;
-    WithEnvironment with_environment;
-  };
 };
 
 // ---- Interfaces -------------------------------------------------------------------------------------------
@@ -351,8 +358,8 @@ constexpr InterfaceInfo interface_info(const char* id, const OperationTable& tab
 /// True for the interface's own id, for those of its bases, and for CORBA::Object's.
 ZRSVCPP_API bool is_a(const InterfaceInfo& interface, const char* repository_id);
 /// Runs the operation that the request names on `target`, a servant of the described class, and writes the
-/// reply. False when neither the interface nor a base has it. MARSHAL is thrown when the arguments do not
-/// decode (completed NO) or the reply does not encode (completed YES).
+/// reply. False when neither the interface nor a base has it. MARSHAL, or DATA_CONVERSION for a text, is thrown
+/// when the arguments do not decode (completed NO) or the reply does not encode (completed YES).
 ZRSVCPP_API bool invoke(const InterfaceInfo& interface, void* target, const char* operation_name,
                         void* request, bool response_expected);
 

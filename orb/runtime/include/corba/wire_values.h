@@ -1,7 +1,7 @@
 // Wide characters, wide strings and long doubles as they travel.
 #pragma once
 
-#include "corba/operation.h"
+#include "corba/wire.h"
 
 namespace CORBA {
 
@@ -29,15 +29,5 @@ template <>
 struct Wire<WChar*> {
   static bool move(CDR* cdr, WChar*& text) { return cdr_CORBA_wstring_cpp(cdr, &text); }
 };
-template <>
-struct Slot<WChar*> {
-  WChar* value = nullptr;
-  Slot() = default;
-  Slot(const Slot&) = delete;
-  Slot& operator=(const Slot&) = delete;
-  ~Slot() { wstring_free(value); }
-};
-template <>
-inline constexpr bool is_heap_value<WChar*> = false;
 
 }  // namespace CORBA::idl

@@ -1,16 +1,16 @@
-#include "corba/operation.h"
+#include "call_failures.h"
 
 #include "raise.h"
 
-namespace CORBA::idl::by_member {
+namespace CORBA::idl {
 
-void set_marshal(CDR* cdr, std::uint32_t completed, Environment& env) {
+void set_marshal(const CDR* cdr, std::uint32_t completed, Environment& env) {
   CORBA_Environment filled{};
-  SetStdExCDR(cdr, completed, &filled);
+  SetStdExCDR(const_cast<CDR*>(cdr), completed, &filled);
   env.set_ref(&filled);
 }
 
-void fail_marshal(CDR* cdr, std::uint32_t completed, Environment& env) {
+void fail_marshal(const CDR* cdr, std::uint32_t completed, Environment& env) {
   set_marshal(cdr, completed, env);
   raise_environment(env);
 }
@@ -35,7 +35,7 @@ void throw_reply_exception(void* request, Environment& env) {
   raise_record(filled, env);
 }
 
-void follow_forward(Object* self, void* /*request*/, CDR* cdr, Environment& env) {
+void follow_forward(Object* self, CDR* cdr, Environment& env) {
   void* forward = nullptr;
   cdr->direction = CDR_DECODE;
   if (!OM_cdr_object(cdr, &forward)) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
@@ -47,4 +47,4 @@ void follow_forward(Object* self, void* /*request*/, CDR* cdr, Environment& env)
   env.set_ref(&moved);
 }
 
-}  // namespace CORBA::idl::by_member
+}  // namespace CORBA::idl

@@ -1,0 +1,77 @@
+// Rows of the interfaces that the libraries themselves serve, by operation tables of the ORB core: such an object
+// may be called without a message when it is of this process, and its stub has the IIOP part as an operation of
+// its own.
+#pragma once
+
+#include "corba/row.h"
+
+namespace CORBA::idl {
+
+/// A request, completed on every way out.
+class ZRSVCPP_API OwnRequest {
+ public:
+  OwnRequest(Object* self, const OperationInfo& operation, Environment& env);
+  ~OwnRequest();
+  OwnRequest(const OwnRequest&) = delete;
+  OwnRequest& operator=(const OwnRequest&) = delete;
+
+  void* get() const { return request_; }
+  /// The in-process skeleton of the operation; null when the call goes over IIOP.
+  ZR_method method(Environment& env) const;
+
+ private:
+  void* request_ = nullptr;
+  std::uint32_t kind_ = 0;
+};
+
+/// One exchange over IIOP. False: it was forwarded, and `env` has _major 3. A user exception that the operation
+/// does not list is left in `env`.
+ZRSVCPP_API bool call_iiop(Object* self, void* request, bool response_expected,
+                           const OperationInfo& operation, void* const* slots, Environment& env);
+
+template <class Class, class Signature>
+struct own_operation;
+template <class Class, class R, class... A>
+struct own_operation<Class, R(A...)> : operation<Class, R(A...)> {
+  using Row = operation<Class, R(A...)>;
+  using Row::Row;
+  using typename Row::Return;
+  using Method = Return (*)(typename A::type..., Environment&);
+
+  /// The stub: over IIOP, location forwards followed, or by the in-process skeleton.
+  Return operator()(Object* self, typename A::type... argument, Environment& env) const {
+    env.clear();
+    for (;;) {
+      const OwnRequest request(self, *this, env);
+      if (const ZR_method method = request.method(env))
+        return reinterpret_cast<Method>(method)(static_cast<typename A::type>(argument)..., env);
+      typename Row::Result::Holder result;
+      void* const slots[] = {result.slot(), A::address(argument)...};
+      if (call_iiop(self, request.get(), !this->oneway, *this, slots, env)) return result.give();
+      env.clear();
+    }
+  }
+  /// The IIOP part of such a call: the caller made `request` and completes it.
+  Return iiop(Object* self, void* request, bool response_expected, typename A::type... argument,
+              Environment& env) const {
+    typename Row::Result::Holder result;
+    void* const slots[] = {result.slot(), A::address(argument)...};
+    call_iiop(self, request, response_expected, *this, slots, env);
+    return result.give();
+  }
+  /// The in-process skeleton: the operation of a fresh, unattached Implementation.
+  template <const auto& Row, class Implementation>
+  static Return in_process(typename A::type... argument, Environment& env) {
+    Implementation implementation;
+    return (implementation.*Row.with_environment)(static_cast<typename A::type>(argument)..., env);
+  }
+};
+
+template <const auto& Row, class Implementation>
+ZR_method in_process_skeleton() {
+  using Operation = std::remove_cvref_t<decltype(Row)>;
+  const typename Operation::Method method = &Operation::template in_process<Row, Implementation>;
+  return reinterpret_cast<ZR_method>(method);
+}
+
+}  // namespace CORBA::idl

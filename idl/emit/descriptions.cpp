@@ -39,13 +39,13 @@ void each(Writer& out, const Spelling& spell, const Scope& scope) {
   const std::vector<const Member*> all = members_of(scope);
   const std::string type = spell.qualified(scope);
   out.line("template <class V>");
-  out.open("static bool each(V" + std::string(all.empty() ? "" : " v") + ", " + type + "&" +
-           (all.empty() ? "" : " e") + ") {");
+  out.open("static bool each(V" + std::string(all.empty() ? "" : " _v") + ", " + type + "&" +
+           (all.empty() ? "" : " _e") + ") {");
   out.line("return " +
            (all.empty() ? std::string("true")
                         : joined_by(" && ", all,
                                     [&](const Member* member) {
-                                      return "v(" + cpp_string(member->name.text) + ", e." +
+                                      return "_v(" + cpp_string(member->name.text) + ", _e." +
                                              cpp_name(member->name.text) +
                                              (is_plain(spell, *member)
                                                   ? ")"

@@ -23,8 +23,9 @@ class File {
     out_.blank();
     declarations(*compilation_.tree.root);
     skeletons();
+    const Spelling in_library(compilation_, Spelling::Within::Library);
     walk(*compilation_.tree.root, [&](const Declaration& one) {
-      if (spell_.is_own(one)) describe_type(out_, spell_, one);
+      if (spell_.is_own(one)) describe_type(out_, in_library, one);
     });
     return trimmed();
   }

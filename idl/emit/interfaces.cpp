@@ -37,7 +37,7 @@ Method setter_of(const Attribute& attribute) {
   method.name = cpp_name(attribute.name.text);
   method.wire_name = "_set_" + attribute.name.text;
   method.row = "attr" + method.wire_name;
-  method.arguments.push_back({"value", Direction::In, attribute.type});
+  method.arguments.push_back({"_value", Direction::In, attribute.type});
   method.raises = &attribute.set_raises;
   return method;
 }
@@ -118,9 +118,9 @@ void declare_interface(Writer& out, const Spelling& spell, const Interface& inte
   out.line("static constexpr const char* repository_id = " + cpp_string(interface.id) + ";");
   out.line("static constexpr const char* interface_name = " + cpp_string(interface.name.text) + ";");
   out.line("static " + name + "* _nil() { return nullptr; }");
-  out.line("static " + name + "* _duplicate(" + name + "* reference);");
-  out.line("static " + name + "* _narrow(CORBA::Object* object);");
-  out.line("static " + name + "* _unchecked_narrow(CORBA::Object* object);");
+  out.line("static " + name + "* _duplicate(" + name + "* _reference);");
+  out.line("static " + name + "* _narrow(CORBA::Object* _object);");
+  out.line("static " + name + "* _unchecked_narrow(CORBA::Object* _object);");
   out.blank();
   TypeEmitter types(out, spell);
   for (const Declaration* one : interface.body) types.declare(*one, Inside::Class);

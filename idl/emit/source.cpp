@@ -25,10 +25,11 @@ void statics(Writer& out, const Spelling& spell, const Interface& interface) {
     out.line(path + "* " + path + "::" + function + "(" + parameter + ") { return CORBA::idl::" + body +
              "; }");
   };
-  define("_duplicate", name + "* reference", local ? "duplicate_local(reference)" : "duplicate(reference)");
-  define("_narrow", "CORBA::Object* object", (local ? "narrow_local<" : "narrow<") + name + ">(object)");
-  define("_unchecked_narrow", "CORBA::Object* object",
-         (local ? "narrow_local<" : "unchecked_narrow<") + name + ">(object)");
+  define("_duplicate", name + "* _reference",
+         local ? "duplicate_local(_reference)" : "duplicate(_reference)");
+  define("_narrow", "CORBA::Object* _object", (local ? "narrow_local<" : "narrow<") + name + ">(_object)");
+  define("_unchecked_narrow", "CORBA::Object* _object",
+         (local ? "narrow_local<" : "unchecked_narrow<") + name + ">(_object)");
   out.blank();
 }
 
@@ -62,7 +63,7 @@ void rows(Writer& out, const Spelling& spell, const Interface& interface,
 }
 
 void skeleton(Writer& out, const Spelling& spell, const Interface& interface, bool has_rows) {
-  const std::string path = spell.path(interface), skeleton = spell.skeleton(interface);
+  const std::string path = spell.qualified(interface), skeleton = spell.skeleton(interface);
   const std::string bases =
       joined_by("", interface.bases, [&](const Interface* base) { return ", " + spell.skeleton(*base); });
   const std::string table = rows_namespace(spell, interface) + (has_rows ? "::table.table()" : "::table");
@@ -71,8 +72,8 @@ void skeleton(Writer& out, const Spelling& spell, const Interface& interface, bo
            ");");
   const std::string name = skeleton.substr(skeleton.rfind(':') + 1);
   out.line(skeleton + "::" + name + "() { _intf = " + path + "::repository_id; }");
-  out.open("const CORBA::idl::InterfaceInfo& " + skeleton + "::_interface(void*& self) {");
-  out.line("self = this;");
+  out.open("const CORBA::idl::InterfaceInfo& " + skeleton + "::_interface(void*& _self) {");
+  out.line("_self = this;");
   out.line("return _info;");
   out.close("}");
   out.line(path + "* " + skeleton + "::_this(CORBA::Environment& env) { return _this_as<" + path +

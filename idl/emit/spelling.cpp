@@ -99,7 +99,13 @@ std::string cpp_name(const std::string& identifier) {
 
 std::string cpp_string(const std::string& text) { return quoted_text(text, '"'); }
 
-Spelling::Spelling(Compilation& compilation) : compilation_(compilation) {
+// What the library's own classes and the rows put in front of names from outside: base classes, aliases.
+static const std::set<std::string> names_in_use = {
+    "idl",           "Class",           "table", "Skeleton", "ServantBase",    "Tie", "Object", "Exception",
+    "UserException", "UserExceptionOf", "Union", "Sequence", "BoundedSequence"};
+
+Spelling::Spelling(Compilation& compilation, Within within)
+    : compilation_(compilation), within_(within), inner_names_(names_in_use) {
   walk(*compilation.tree.root, [&](const Declaration& one) {
     if (one.scope && one.scope->scope) inner_names_.insert(cpp_name(one.name.text));
   });
@@ -138,7 +144,8 @@ std::string Spelling::path(const Declaration& declaration) const {
 
 std::string Spelling::qualified(const Declaration& declaration) const {
   const std::string text = path(declaration);
-  return (inner_names_.contains(text.substr(0, text.find("::"))) ? "::" : "") + text;
+  const bool hidden = within_ == Within::Library || inner_names_.contains(text.substr(0, text.find("::")));
+  return (hidden ? "::" : "") + text;
 }
 
 std::string Spelling::skeleton(const Interface& interface) const { return "POA_" + path(interface); }
@@ -207,7 +214,8 @@ std::string Spelling::value(const Type& type) const {
     case TypeKind::WString:
       return "CORBA::WChar*";
     case TypeKind::Fixed:
-      return "CORBA::Fixed";
+      return "CORBA::FixedType<" + std::to_string(type.bound_value) + ", " +
+             std::to_string(type.scale_value) + ">";
     case TypeKind::Sequence:
       return sequences_.at(&type);
     case TypeKind::Named: {
@@ -235,9 +243,6 @@ std::string Spelling::descriptor(const Type& type) const {
       return bounded("wstring", type.bound_value);
     case TypeKind::Object:
       return "CORBA::idl::ref<CORBA::Object>";
-    case TypeKind::Fixed:
-      return "CORBA::idl::fixed<" + std::to_string(type.bound_value) + ", " +
-             std::to_string(type.scale_value) + ">";
     case TypeKind::Named:
       break;
     default:

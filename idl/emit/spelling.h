@@ -27,11 +27,13 @@ enum class Form : std::uint8_t {
 
 class Spelling {
  public:
-  explicit Spelling(Compilation& compilation);
+  /// Where names are looked up: in the file's own namespaces, or in those of the library first.
+  enum class Within : std::uint8_t { File, Library };
+  explicit Spelling(Compilation& compilation, Within within = Within::File);
 
   /// "A::B::C", for its own definition.
   std::string path(const Declaration& declaration) const;
-  /// The same where it is used. A name that something inside of it hides has :: in front.
+  /// The same where it is used. A name that something else may hide has :: in front.
   std::string qualified(const Declaration& declaration) const;
   /// The class of the servants of an interface: "POA_A::B".
   std::string skeleton(const Interface& interface) const;
@@ -59,6 +61,7 @@ class Spelling {
   std::string in_form(const char* const (&forms)[8], const Type& type) const;
 
   Compilation& compilation_;
+  const Within within_;
   void name_sequences(const Type* type, const std::string& stem);
 
   std::set<std::string> inner_names_;

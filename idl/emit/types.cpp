@@ -93,7 +93,7 @@ void TypeEmitter::typecode(const std::string& name, const std::string& descripto
 void TypeEmitter::owners(const std::string& name, const Type* type, bool fixed) {
   if (type) {
     const std::string real = spell_.value(*type);
-    if (type->kind != TypeKind::Fixed) out_.line("using " + name + "_var = " + real + "_var;");
+    if (unalias(*type).kind != TypeKind::Fixed) out_.line("using " + name + "_var = " + real + "_var;");
     out_.line("using " + name + "_out = " + (fixed ? name + "&" : real + "_out") + ";");
   } else {
     out_.line("using " + name + "_var = CORBA::" + (fixed ? "FixedVar<" : "ValueVar<") + name + ">;");
@@ -156,12 +156,12 @@ void TypeEmitter::array_functions(const std::string& name, Inside inside) {
   const std::string storage = inside == Inside::Class ? "static " : "inline ", slice = name + "_slice*",
                     type = "<_type_" + name + ">";
   out_.line(storage + slice + " " + name + "_alloc() { return CORBA::array_alloc" + type + "(); }");
-  out_.line(storage + slice + " " + name + "_dup(const " + slice + " from) { return CORBA::array_dup" + type +
-            "(from); }");
-  out_.line(storage + "void " + name + "_copy(" + slice + " to, const " + slice +
-            " from) { CORBA::array_copy_slice" + type + "(to, from); }");
-  out_.line(storage + "void " + name + "_free(" + slice + " slice) { CORBA::array_free" + type +
-            "(slice); }");
+  out_.line(storage + slice + " " + name + "_dup(const " + slice + " _from) { return CORBA::array_dup" +
+            type + "(_from); }");
+  out_.line(storage + "void " + name + "_copy(" + slice + " _to, const " + slice +
+            " _from) { CORBA::array_copy_slice" + type + "(_to, _from); }");
+  out_.line(storage + "void " + name + "_free(" + slice + " _from) { CORBA::array_free" + type +
+            "(_from); }");
 }
 
 void TypeEmitter::array_tag(const std::string& tag, const std::string& id, const Type& element,
@@ -352,8 +352,8 @@ void TypeEmitter::choice(const Union& choice, Inside inside) {
 void TypeEmitter::array_accessors(const std::string& name, const std::string& at, const std::string& label,
                                   const std::string& type, const std::string& descriptor) {
   const std::string slice = "CORBA::ArraySlice<" + descriptor + ">*";
-  out_.line("void " + name + "(const " + slice + " value) { CORBA::array_copy_slice<" + descriptor +
-            ">(static_cast<" + type + "*>(_select(" + label + "))[0], value); }");
+  out_.line("void " + name + "(const " + slice + " _value) { CORBA::array_copy_slice<" + descriptor +
+            ">(static_cast<" + type + "*>(_select(" + label + "))[0], _value); }");
   out_.line(slice + " " + name + "() const { return _get" + at + "(); }");
 }
 
@@ -363,7 +363,7 @@ void TypeEmitter::accessors(const Union& choice, const Member& member, std::size
   const Value& first = member.labels[0] || only_default ? member.label_values[0] : member.label_values[1];
   const std::string label = spell_.literal(only_default ? choice.free_value : first, *choice.discriminator);
   const auto set = [&](const std::string& type, const std::string& value) {
-    out_.line("void " + name + "(" + type + " value) { _set" + at + "(" + label + ", " + value + "); }");
+    out_.line("void " + name + "(" + type + " _value) { _set" + at + "(" + label + ", " + value + "); }");
   };
   const auto get = [&](const std::string& type, const std::string& suffix, const std::string& is_const) {
     out_.line(type + " " + name + "()" + is_const + " { return _get" + at + "()" + suffix + "; }");
@@ -374,7 +374,7 @@ void TypeEmitter::accessors(const Union& choice, const Member& member, std::size
   const std::string value = spell_.value(type);
   switch (spell_.form(type)) {
     case Form::Number:
-      set(value, "value");
+      set(value, "_value");
       return get(value, "", " const");
     case Form::String:
     case Form::WString: {
@@ -382,17 +382,17 @@ void TypeEmitter::accessors(const Union& choice, const Member& member, std::size
       const std::string letter = wide ? "CORBA::WChar" : "char",
                         owner = wide ? "CORBA::WString_var" : "CORBA::String_var";
       for (const std::string& form : {letter + "*", "const " + letter + "*", "const " + owner + "&"})
-        set(form, "value");
+        set(form, "_value");
       return get("const " + letter + "*", ".in()", " const");
     }
     case Form::Reference:
-      set(value + "*", "CORBA::duplicated(value)");
+      set(value + "*", "CORBA::duplicated(_value)");
       return get(value + "*", ".in()", " const");
     case Form::FixedArray:
     case Form::Array:
       return array_accessors(name, at, label, value, spell_.descriptor(type));
     default:
-      set("const " + value + "&", "value");
+      set("const " + value + "&", "_value");
       get("const " + value + "&", "", " const");
       return get(value + "&", "", "");
   }

@@ -144,6 +144,19 @@ struct Type<T> : ByValue<T, move_plain<T>> {
   }
 };
 
+/// fixed<Digits, Scale>
+template <UShort Digits, Short Scale>
+struct BuildFixed {
+  static TCKind make(TypeCode::Parameters& parameters) {
+    parameters.length = Digits;
+    parameters.scale = Scale;
+    return tk_fixed;
+  }
+};
+template <UShort Digits, Short Scale>
+struct Type<FixedType<Digits, Scale>> : Fixed<FixedType<Digits, Scale>, move_plain<FixedType<Digits, Scale>>>,
+                                        BuiltBy<BuildFixed<Digits, Scale>> {};
+
 template <>
 struct Type<Any> : Variable<Any, move_plain<Any>> {
   static TypeCode* const* typecode_at() { return &_tc_any; }

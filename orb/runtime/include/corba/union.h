@@ -52,15 +52,19 @@ class OneOf {
     void (*destroy)(void*);
   };
   template <class T>
+  struct Member {  // an array is copied and moved with what holds it
+    T value{};
+  };
+  template <class M>
   static constexpr Alternative alternative{
-      [](void* at) { new (at) T{}; },
-      [](void* at, const void* from) { new (at) T(*static_cast<const T*>(from)); },
+      [](void* at) { new (at) M(); },
+      [](void* at, const void* from) { new (at) M(*static_cast<const M*>(from)); },
       [](void* at, void* from) {
-        new (at) T(std::move(*static_cast<T*>(from)));
-        static_cast<T*>(from)->~T();
+        new (at) M(std::move(*static_cast<M*>(from)));
+        static_cast<M*>(from)->~M();
       },
-      [](void* at) { static_cast<T*>(at)->~T(); }};
-  static constexpr Alternative alternatives[] = {alternative<V>...};
+      [](void* at) { static_cast<M*>(at)->~M(); }};
+  static constexpr Alternative alternatives[] = {alternative<Member<V>>...};
 
   void clear() {
     if (index_ < none) alternatives[std::exchange(index_, none)].destroy(place());
@@ -156,6 +160,12 @@ template <class U, class D, class... M>
 bool move_union(CDR* cdr, U& value) {
   return union_moves<U, D, M...>::move_union(cdr, value);
 }
+/// A label as TypeCodes hold it: characters as octets.
+template <class D>
+constexpr LongLong label_number(D value) {
+  if constexpr (std::is_same_v<D, Char>) return static_cast<Octet>(value);
+  return static_cast<LongLong>(value);
+}
 template <class U, class D, class... M>
 struct BuildUnion {
   static TCKind make(TypeCode::Parameters& parameters) {
@@ -165,8 +175,7 @@ struct BuildUnion {
     TypeCode* const* const types[] = {typecode_at<M>()...};
     std::vector<TypeCode::Member> list;
     for (const auto& label : Type<U>::labels)
-      list.push_back(
-          {Type<U>::members[label.member], types[label.member], static_cast<LongLong>(label.value)});
+      list.push_back({Type<U>::members[label.member], types[label.member], label_number(label.value)});
     if (Type<U>::default_member < sizeof...(M)) {
       parameters.default_index = static_cast<Long>(list.size());
       list.push_back({Type<U>::members[Type<U>::default_member], types[Type<U>::default_member]});

@@ -7,100 +7,52 @@
 #include <new>
 
 #include "adapteractivation.h"
-#include "locks.h"
 #include "minor_codes.h"
 #include "servantreferences.h"
 #include "trace.h"
-#include "zrsocket.h"
 
 using PortableServer::ObjectId;
 using PortableServer::POA;
 using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
+using PortableServer::ServantUse;
 
 ActiveObjectMap* _root_aom = nullptr;
 
-// ---- The client of the request that the calling thread runs -------------------------------------
+namespace {
 
-struct ActiveObjectMap::Client {
-  bool known = false;
-  unsigned char is_ipv6 = 0;
-  CORBA::Long fd = 0;
-  unsigned char host[16] = {};  // the first four octets for IPv4
+ActiveObjectMap* last_block = nullptr;  // of the list that starts at _root_aom; guarded by the POA semaphore
 
-  static Client current();
-  static Client at(CORBA::Long fd, const void* host_addr, unsigned char is_ipv6);
-  void store(_ActiveObjectEntry& entry) const;
-  bool is_of(const _ActiveObjectEntry& entry) const;
-  void trace() const;
+/// An etherealized servant may be gone: its entry answers nothing any more.
+constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
 
- private:
-  CORBA::Long host_ipv4() const {
-    CORBA::Long address = 0;
-    std::memcpy(&address, host, sizeof address);
-    return address;
-  }
-};
-
-ActiveObjectMap::Client ActiveObjectMap::Client::current() {
-  Client client;
-  if (OM_boa_lib_get_iswitch() != 1) return client;
-  POA_TRACE("  OM_ext_get_client_info_ip6 call");
-  CORBA::Environment core;
-  if (OM_ext_get_client_info_ip6(&client.fd, &client.is_ipv6, client.host, nullptr, nullptr, core._evp)) {
-    client.known = true;
-    client.trace();
-  } else {
-    POA_TRACE("  No client data!!!");
-  }
-  return client;
-}
-
-ActiveObjectMap::Client ActiveObjectMap::Client::at(CORBA::Long fd, const void* host_addr,
-                                                    unsigned char is_ipv6) {
-  Client client;
-  client.fd = fd;
-  client.is_ipv6 = is_ipv6;
-  std::memcpy(client.host, host_addr, is_ipv6 ? 16 : 4);
-  return client;
-}
-
-void ActiveObjectMap::Client::store(_ActiveObjectEntry& entry) const {
-  entry.fd = known ? fd : 0;
-  entry.host_ipv4 = known && !is_ipv6 ? host_ipv4() : 0;
+void record_client(_ActiveObjectEntry& entry, const ClientData& client) {
+  entry.fd = client.fd;
+  entry.host_ipv4 = client.host_ipv4();
   std::memset(entry.host_ipv6, 0, sizeof entry.host_ipv6);
-  if (known && is_ipv6) std::memcpy(entry.host_ipv6, host, sizeof host);
+  if (client.is_ipv6) std::memcpy(entry.host_ipv6, client.host, sizeof client.host);
 }
 
-bool ActiveObjectMap::Client::is_of(const _ActiveObjectEntry& entry) const {
-  if (entry.fd != fd) return false;
-  return is_ipv6 ? std::memcmp(entry.host_ipv6, host, sizeof host) == 0 : entry.host_ipv4 == host_ipv4();
+/// For an entry that was found: outside requests it keeps the client that it has.
+void refresh_client(_ActiveObjectEntry& entry) {
+  if (ClientData client; client.become_current()) record_client(entry, client);
 }
 
-void ActiveObjectMap::Client::trace() const {
-  if (!OM_TRACE_IS_ON) return;
-  char text[65];
-  const char* printed =
-      is_ipv6 ? OM_inet_ntop(ZR_af_inet6, host, text, 65) : OM_inet_ntop(ZR_af_inet, host, text, 22);
-  if (!printed) printed = "NULL";
-  if (is_ipv6) {
-    POA_TRACE("  fd = %d, host_ipv6 = %s", fd, printed);
-  } else {
-    POA_TRACE("  fd = %d, host_ipv4 = %s", fd, printed);
-  }
+bool is_of(const ClientData& client, const _ActiveObjectEntry& entry) {
+  if (entry.fd != client.fd) return false;
+  return client.is_ipv6 ? std::memcmp(entry.host_ipv6, client.host, sizeof client.host) == 0
+                        : entry.host_ipv4 == client.host_ipv4();
 }
+
+}  // namespace
 
 // ---- Blocks -------------------------------------------------------------------------------------
 
-namespace {
-ActiveObjectMap* last_block = nullptr;  // of the list that starts at _root_aom; guarded by the POA semaphore
-}  // namespace
-
 ActiveObjectMap::ActiveObjectMap() : ActiveObjectMap(own_chain) { chain.blocks.push_back(this); }
 
-ActiveObjectMap::ActiveObjectMap(Chain& of)
-    : _next_aom(nullptr), _pre_aom(nullptr), entries{}, next(nullptr), chain(of) {
+ActiveObjectMap::ActiveObjectMap(Chain& of) : chain(of) {
   static std::uint64_t last_number = 0;  // guarded by the POA semaphore
+  chain.blocks.reserve(chain.blocks.size() + 1);
   PoaSemaphoreGuard guard(__LINE__);
   number = ++last_number;
   _pre_aom = last_block;
@@ -109,7 +61,6 @@ ActiveObjectMap::ActiveObjectMap(Chain& of)
 }
 
 ActiveObjectMap* ActiveObjectMap::add_block() {
-  chain.blocks.reserve(chain.blocks.size() + 1);
   auto* block = new ActiveObjectMap(chain);
   block->index = static_cast<Position>(chain.blocks.size());
   chain.blocks.back()->next = block;
@@ -121,23 +72,30 @@ ActiveObjectMap::~ActiveObjectMap() {
   PoaSemaphoreGuard guard(__LINE__);
   (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
   (_next_aom ? _next_aom->_pre_aom : last_block) = _pre_aom;
-  for (_ActiveObjectEntry& entry : entries) {
-    if (entry.oid && !entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
-    delete entry.oid;
-  }
+  for (const _ActiveObjectEntry& entry : entries)
+    if (entry.p_servant && !entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
   while (ActiveObjectMap* block = next) {  // one by one: a long chain is no deep recursion
     next = std::exchange(block->next, nullptr);
     delete block;
   }
 }
 
+/// A map's later blocks fill up, most likely; its first one starts small.
+void ActiveObjectMap::grow() {
+  const std::size_t size = index > 0 ? SLOTS : std::clamp<std::size_t>(entries.size() * 2, 4, SLOTS);
+  oid_keys.resize(size);
+  servant_keys.resize(size);
+  entries.resize(size);
+}
+
+// ---- Searching ----------------------------------------------------------------------------------
+
 /// A search for an id.
 struct ActiveObjectMap::ById {
   explicit ById(std::string_view id) : oid(id), key(key_of(id)) {}
-  explicit ById(const ObjectId& id) : ById(oid_view(id)) {}
-  static const Keys& keys(const ActiveObjectMap& block) { return block.oid_keys; }
+  static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.oid_keys; }
   static SlotIndex& index(Chain& chain) { return chain.ids; }
-  bool is(const _ActiveObjectEntry& entry) const { return oid_view(*entry.oid) == oid; }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.oid.view() == oid; }
   static Key key_of(std::string_view oid);
 
   const std::string_view oid;
@@ -147,7 +105,7 @@ struct ActiveObjectMap::ById {
 /// A search for a servant.
 struct ActiveObjectMap::ByServant {
   explicit ByServant(const ServantBase* s) : servant(s), key(key_of(s)) {}
-  static const Keys& keys(const ActiveObjectMap& block) { return block.servant_keys; }
+  static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.servant_keys; }
   static SlotIndex& index(Chain& chain) { return chain.servants; }
   bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant; }
   static Key key_of(const ServantBase* servant) {
@@ -169,28 +127,33 @@ ActiveObjectMap::Key ActiveObjectMap::ById::key_of(std::string_view oid) {
   return static_cast<Key>(key >> 32);
 }
 
-namespace {
-/// An etherealized servant may be gone: its entry answers nothing any more.
-constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
-}  // namespace
-
 template <class Wanted, class Match>
-_ActiveObjectEntry* ActiveObjectMap::find_here(const Wanted& wanted, Match&& match) {
-  if (used == 0) return nullptr;
-  const Keys& keys = Wanted::keys(*this);
-  for (int first = 0; first < groups * GROUP; first += GROUP) {
+int ActiveObjectMap::find_here(int from, const Wanted& wanted, Match&& match) const {
+  const std::vector<Key>& keys = Wanted::keys(*this);
+  const int size = static_cast<int>(entries.size());
+  for (int first = from / GROUP * GROUP; first < size; first += GROUP) {
     if (taken[first / GROUP] == 0) continue;
-    Key found = 0;
-    for (int i = 0; i < GROUP; ++i) found += keys[first + i] == wanted.key;  // compilers make vectors of sums
-    for (int slot = first; found != 0 && slot < first + GROUP; ++slot) {
-      _ActiveObjectEntry& entry = entries[slot];
-      if (keys[slot] == wanted.key && entry.oid && wanted.is(entry) && match(entry)) return &entry;
+    const int end = std::min(first + GROUP, size);
+    const Key* const key = keys.data();
+    Key same = 0;
+    for (int i = first; i < end; ++i) same += key[i] == wanted.key;  // compilers make vectors of sums
+    for (int slot = std::max(first, from); same != 0 && slot < end; ++slot) {
+      const _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
+      if (key[slot] == wanted.key && entry.p_servant && wanted.is(entry) && match(entry)) return slot;
     }
   }
-  return nullptr;
+  return -1;
 }
 
-// ---- The index ----------------------------------------------------------------------------------
+template <class Wanted, class Match>
+ActiveObjectMap::Position ActiveObjectMap::scan(Position from, const Wanted& wanted, Match&& match) const {
+  int slot = static_cast<int>(from % SLOTS);
+  for (std::size_t at = from / SLOTS; at < chain.blocks.size(); ++at, slot = 0) {
+    const ActiveObjectMap& block = *chain.blocks[at];
+    if (const int hit = block.find_here(slot, wanted, match); hit >= 0) return block.position_of(hit);
+  }
+  return SlotIndex::NONE;
+}
 
 template <class Wanted>
 ActiveObjectMap::Position ActiveObjectMap::first_of(const Wanted& wanted) const {
@@ -198,17 +161,20 @@ ActiveObjectMap::Position ActiveObjectMap::first_of(const Wanted& wanted) const 
 }
 
 template <class Wanted, class Match>
-_ActiveObjectEntry* ActiveObjectMap::scan(std::size_t from, const Wanted& wanted, Match&& match) const {
-  for (; from < chain.blocks.size(); ++from)
-    if (_ActiveObjectEntry* entry = chain.blocks[from]->find_here(wanted, match)) return entry;
-  return nullptr;
+ActiveObjectMap::Position ActiveObjectMap::find(const Wanted& wanted, Match&& match) const {
+  const Position first = first_of(wanted);
+  if (first == SlotIndex::NONE || match(chain.entry(first))) return first;
+  return Wanted::index(chain).further == 0 ? SlotIndex::NONE : scan(first + 1, wanted, match);
 }
+
+// ---- The index ----------------------------------------------------------------------------------
 
 template <class Wanted>
 void ActiveObjectMap::enter_index(const Wanted& wanted, Position p) {
   SlotIndex& places = Wanted::index(chain);
-  const Position first = first_of(wanted);
-  if (first == SlotIndex::NONE) return places.insert(wanted.key, p);
+  const Position first =
+      places.find_or_insert(wanted.key, p, [&](Position at) { return wanted.is(chain.entry(at)); });
+  if (first == SlotIndex::NONE) return;
   ++places.further;
   if (p < first) places.move(wanted.key, first, p);
 }
@@ -217,208 +183,223 @@ void ActiveObjectMap::enter_index(const Wanted& wanted, Position p) {
 template <class Wanted>
 void ActiveObjectMap::leave_index(const Wanted& wanted, Position p) {
   SlotIndex& places = Wanted::index(chain);
+  if (places.further == 0) return places.erase(wanted.key, p);
   if (first_of(wanted) != p) return void(--places.further);
-  const ActiveObjectMap* block = nullptr;
-  const _ActiveObjectEntry* following = nullptr;
-  for (std::size_t at = index; places.further != 0 && !following && at < chain.blocks.size(); ++at) {
-    block = chain.blocks[at];
-    following = chain.blocks[at]->find_here(wanted, [&](const auto& e) { return block->position_of(e) > p; });
-  }
-  if (!following) return places.erase(wanted.key, p);
+  const Position following = scan(p + 1, wanted, [](const auto&) { return true; });
+  if (following == SlotIndex::NONE) return places.erase(wanted.key, p);
   --places.further;
-  places.move(wanted.key, p, block->position_of(*following));
+  places.move(wanted.key, p, following);
 }
 
-template <class Wanted, class Match>
-_ActiveObjectEntry* ActiveObjectMap::find(const Wanted& wanted, Match&& match) {
-  const Position first = first_of(wanted);
-  if (first == SlotIndex::NONE) return nullptr;
-  _ActiveObjectEntry& entry = chain.entry(first);
-  if (match(entry)) return &entry;
-  return Wanted::index(chain).further == 0 ? nullptr : scan(first / SLOTS, wanted, match);
-}
+// ---- Inserting ----------------------------------------------------------------------------------
 
-int ActiveObjectMap::fill_free_slot(ObjectId* oid, ServantBase* p_servant, const Client& client) {
+int ActiveObjectMap::first_free() const {
   int word = 0;
   while (~taken[word] == 0) ++word;
-  const int bit = std::countr_one(taken[word]);
-  const int slot = word * GROUP + bit;
-  taken[word] |= std::uint64_t{1} << bit;
-  groups = std::max(groups, word + 1);
-  oid_keys[slot] = ById::key_of(oid_view(*oid));
-  servant_keys[slot] = ByServant::key_of(p_servant);
-  entries[slot].oid = oid;
-  entries[slot].p_servant = p_servant;
-  entries[slot].deactivated = 0;
-  client.store(entries[slot]);
+  return word * GROUP + std::countr_one(taken[word]);
+}
+
+bool ActiveObjectMap::find_room() {
+  chain.ids.reserve_one();
+  chain.servants.reserve_one();
+  while (chain.room < chain.blocks.size() && chain.blocks[chain.room]->used == SLOTS) ++chain.room;
+  const bool found = chain.room < chain.blocks.size();
+  ActiveObjectMap& block = found ? *chain.blocks[chain.room] : *add_block();
+  if (static_cast<std::size_t>(block.first_free()) == block.entries.size()) block.grow();
+  return found;
+}
+
+int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, ServantBase* p_servant, const ClientData& client) {
+  const int slot = first_free();
+  taken[slot / GROUP] |= std::uint64_t{1} << slot % GROUP;
+  _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
+  entry.oid = std::move(oid);
+  entry.p_servant = p_servant;
+  entry.deactivated = 0;
+  entry.serial = ++chain.last_serial;
+  record_client(entry, client);
   ++used;
-  const Position p = position_of(entries[slot]);
-  enter_index(ById(*oid), p);
-  enter_index(ByServant(p_servant), p);
+  const ById by_id(entry.oid.view());
+  const ByServant by_servant(p_servant);
+  oid_keys[static_cast<std::size_t>(slot)] = by_id.key;
+  servant_keys[static_cast<std::size_t>(slot)] = by_servant.key;
+  enter_index(by_id, position_of(slot));
+  enter_index(by_servant, position_of(slot));
   ++ServantAccess::active_entries(*p_servant);
   return slot;
 }
 
-void ActiveObjectMap::vacate(_ActiveObjectEntry& entry) {
-  if (!entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
-  leave_index(ById(*entry.oid), position_of(entry));
-  leave_index(ByServant(entry.p_servant), position_of(entry));
-  chain.room = std::min<std::size_t>(chain.room, index);
-  delete std::exchange(entry.oid, nullptr);
-  entry.p_servant = nullptr;
-  entry.etherealized = 0;
-  Client().store(entry);
-  const auto slot = &entry - entries;
-  taken[slot / GROUP] &= ~(std::uint64_t{1} << slot % GROUP);
-  --used;
-}
-
-// ---- Inserting and finding ----------------------------------------------------------------------
-
-bool ActiveObjectMap::find_room() {
-  try {
-    chain.ids.reserve_one();
-    chain.servants.reserve_one();
-    while (chain.room < chain.blocks.size() && chain.blocks[chain.room]->used == SLOTS) ++chain.room;
-    if (chain.room < chain.blocks.size()) return true;
-    add_block();
-    return false;
-  } catch (const std::bad_alloc&) {
-    throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
-  }
-}
-
-ActiveObjectMap* ActiveObjectMap::insertActiveObjectMap(ObjectId* oid, ServantBase* p_servant) {
+ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, std::string_view oid,
+                                                               ServantBase* p_servant) try {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
-  std::unique_ptr<ObjectId> own(oid);
-  PoaSemaphoreGuard guard(__LINE__);
-  const Client client = Client::current();
+  StoredObjectId own(oid);
+  ClientData client;
+  if (!client.become_current()) client = ClientData();
   const bool found = find_room();
-  ActiveObjectMap* const block = chain.blocks[chain.room];
+  ActiveObjectMap& block = *chain.blocks[chain.room];
+  const int slot = block.fill_free_slot(std::move(own), p_servant, client);
   if (found) {
-    const int slot = block->fill_free_slot(own.release(), p_servant, client);
-    POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this), trace_address(oid),
-              trace_address(p_servant));
+    POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this),
+              trace_address(&block.entries[static_cast<std::size_t>(slot)].oid), trace_address(p_servant));
     POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[%d]]", slot);
-    return this;
+  } else {
+    POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
   }
-  block->fill_free_slot(own.release(), p_servant, client);
-  POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
-  return this;
+  return {block.position_of(slot), chain.last_serial};
+} catch (const std::bad_alloc&) {
+  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
 }
 
-PortableServer::ServantUse ActiveObjectMap::useServantById(std::string_view oid) {
+// ---- Finding ------------------------------------------------------------------------------------
+
+// On the road of each request.
+[[gnu::flatten]] ActiveObjectMap::Hit ActiveObjectMap::look_up(std::string_view oid) {
+  POA_TRACE("ActiveObjectMap::findServantById called...");
+  const Position p = find(ById(oid), IN_USE);
+  if (p == SlotIndex::NONE) {
+    POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
+    return {};
+  }
+  _ActiveObjectEntry& entry = chain.entry(p);
+  refresh_client(entry);
+  POA_TRACE("ActiveObjectMap::findServantById end...[return Servant]");
+  return {&entry, p};
+}
+
+ActiveObjectMap::Hit ActiveObjectMap::look_up(ServantBase* p_servant) {
+  POA_TRACE("ActiveObjectMap::findOidByServant called...[p_servant = 0x%lx]", trace_address(p_servant));
+  Position p = SlotIndex::NONE;
+  if (ServantAccess::active_entries(*p_servant) != 0) p = find(ByServant(p_servant), IN_USE);
+  if (p == SlotIndex::NONE) {
+    POA_TRACE("ActiveObjectMap::findOidByServant end...[return NULL]");
+    return {};
+  }
+  POA_TRACE("  found oid. svt = 0x%lx", trace_address(p_servant));
+  _ActiveObjectEntry& entry = chain.entry(p);
+  refresh_client(entry);
+  POA_TRACE("ActiveObjectMap::findOidByServant end...[return oid]");
+  return {&entry, p};
+}
+
+ActiveObjectMap::Ticket ActiveObjectMap::findById(const Held&, std::string_view oid) {
+  return look_up(oid).ticket();
+}
+
+ActiveObjectMap::Ticket ActiveObjectMap::findByServant(const Held&, ServantBase* p_servant) {
+  return look_up(p_servant).ticket();
+}
+
+const _ActiveObjectEntry* ActiveObjectMap::at(const Held&, const Ticket& ticket) const {
+  if (ticket.position == SlotIndex::NONE) return nullptr;
+  const _ActiveObjectEntry& entry = chain.entry(ticket.position);
+  return entry.p_servant && entry.serial == ticket.serial && IN_USE(entry) ? &entry : nullptr;
+}
+
+ServantUse ActiveObjectMap::useServantById(const Held&, std::string_view oid) {
+  const Hit hit = look_up(oid);
+  return hit.entry ? ServantUse(hit.entry->p_servant) : ServantUse();
+}
+
+ServantUse ActiveObjectMap::useServantById(std::string_view oid) {
   PoaSemaphoreGuard guard(__LINE__);
-  return PortableServer::ServantUse(findServantById(oid));
+  return useServantById(guard, oid);
 }
 
 ServantBase* ActiveObjectMap::findServantById(std::string_view oid) {
-  POA_TRACE("ActiveObjectMap::findServantById called...");
   PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry = find(ById(oid), IN_USE);
-  if (!entry) {
-    POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
-    return nullptr;
-  }
-  if (const Client client = Client::current(); client.known) client.store(*entry);
-  POA_TRACE("ActiveObjectMap::findServantById end...[return Servant]");
-  return entry->p_servant;
+  const Hit hit = look_up(oid);
+  return hit.entry ? hit.entry->p_servant : nullptr;
 }
 
-ObjectId* ActiveObjectMap::findOidByServant(ServantBase* p_servant) {
-  POA_TRACE("ActiveObjectMap::findOidByServant called...[p_servant = 0x%lx]", trace_address(p_servant));
-  PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry = nullptr;
-  if (ServantAccess::active_entries(*p_servant) != 0) entry = find(ByServant(p_servant), IN_USE);
-  if (!entry) {
-    POA_TRACE("ActiveObjectMap::findOidByServant end...[return NULL]");
-    return nullptr;
-  }
-  POA_TRACE("  found oid. svt = 0x%lx", trace_address(p_servant));
-  if (const Client client = Client::current(); client.known) client.store(*entry);
-  POA_TRACE("ActiveObjectMap::findOidByServant end...[return oid]");
-  return entry->oid;
-}
-
-ObjectId* ActiveObjectMap::copyOidByServant(ServantBase* p_servant) {
-  PoaSemaphoreGuard guard(__LINE__);
-  const ObjectId* own = findOidByServant(p_servant);
-  return own ? make_oid(oid_view(*own)) : nullptr;
-}
-
-bool ActiveObjectMap::holds(std::string_view oid, const ServantBase* p_servant) {
-  PoaSemaphoreGuard guard(__LINE__);
-  return find(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) != nullptr;
+bool ActiveObjectMap::holds(const Held&, std::string_view oid, const ServantBase* p_servant) {
+  return find(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) !=
+         SlotIndex::NONE;
 }
 
 // ---- Deactivating and removing ------------------------------------------------------------------
 
-void ActiveObjectMap::deactivateByOid(const ObjectId& oid) {
+void ActiveObjectMap::vacate(int slot) {
+  _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
+  if (!entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+  leave_index(ById(entry.oid.view()), position_of(slot));
+  leave_index(ByServant(entry.p_servant), position_of(slot));
+  chain.room = std::min<std::size_t>(chain.room, index);
+  entry.oid = StoredObjectId();
+  entry.p_servant = nullptr;
+  entry.etherealized = 0;
+  record_client(entry, ClientData());
+  taken[slot / GROUP] &= ~(std::uint64_t{1} << slot % GROUP);
+  --used;
+}
+
+void ActiveObjectMap::deactivateByOid(const Held&, std::string_view oid) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
-  PoaSemaphoreGuard guard(__LINE__);
-  _ActiveObjectEntry* entry = find(ById(oid), IN_USE);
-  if (!entry) {
+  const Position p = find(ById(oid), IN_USE);
+  if (p == SlotIndex::NONE) {
     POA_TRACE("ActiveObjectMap::deactivateByOid end...");
     return;
   }
-  entry->deactivated = 1;
+  chain.entry(p).deactivated = 1;
   POA_TRACE("ActiveObjectMap::deactivateByOid end...[servant is deactivated.]");
 }
 
 template <class Wanted, class Match>
 void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& match) {
   POA_TRACE("ActiveObjectMap::removeById called...");
+  const bool only_one = Wanted::index(chain).further == 0;
+  for (Position p = find(wanted, match); p != SlotIndex::NONE;) {
+    chain.blocks[p / SLOTS]->vacate(static_cast<int>(p % SLOTS));
+    POA_TRACE("  data is removed.");
+    p = only_one ? SlotIndex::NONE : scan((p / SLOTS + 1) * SLOTS, wanted, match);
+  }
+  POA_TRACE("ActiveObjectMap::removeByOid end...");
+}
+
+void ActiveObjectMap::removeById(const Held&, std::string_view oid) {
+  remove_first_of_each_block(ById(oid), IN_USE);
+}
+
+void ActiveObjectMap::removeById(const Held&, std::string_view oid, const ServantBase* p_servant) {
+  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
+}
+
+void ActiveObjectMap::remove(const Ticket& ticket) {
+  POA_TRACE("ActiveObjectMap::removeById called...");
   PoaSemaphoreGuard guard(__LINE__);
-  const bool all_blocks = Wanted::index(chain).further != 0;
-  const Position first = first_of(wanted);
-  const std::size_t begin = first == SlotIndex::NONE ? chain.blocks.size() : first / SLOTS;
-  const std::size_t end = all_blocks ? chain.blocks.size() : std::min(begin + 1, chain.blocks.size());
-  for (std::size_t at = begin; at < end; ++at) {
-    _ActiveObjectEntry* entry =
-        all_blocks || match(chain.entry(first)) ? chain.blocks[at]->find_here(wanted, match) : nullptr;
-    if (!entry) continue;
-    chain.blocks[at]->vacate(*entry);
+  if (at(guard, ticket)) {
+    chain.blocks[ticket.position / SLOTS]->vacate(static_cast<int>(ticket.position % SLOTS));
     POA_TRACE("  data is removed.");
   }
   POA_TRACE("ActiveObjectMap::removeByOid end...");
 }
 
-void ActiveObjectMap::removeById(const ObjectId& oid) { remove_first_of_each_block(ById(oid), IN_USE); }
-
-void ActiveObjectMap::removeById(const ObjectId& oid, const ServantBase* p_servant) {
-  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
-}
-
-void ActiveObjectMap::removeInserted(const ObjectId* own_oid, const ServantBase* p_servant) {
-  remove_first_of_each_block(ByServant(p_servant), [&](const auto& e) { return e.oid == own_oid; });
-}
-
 template <class Work>
 void ActiveObjectMap::each_of_servant(ServantBase& servant, Work&& work) {
   const ByServant wanted(&servant);
-  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
-    const Position first = block->first_of(wanted);
-    const bool may_have_one = first / SLOTS == block->index || block->chain.servants.further != 0;
-    if (first == SlotIndex::NONE || !may_have_one) continue;
-    block->find_here(wanted, [&](_ActiveObjectEntry& entry) {
-      work(*block, entry);
-      return false;  // on to the next one
-    });
+  const auto any = [](const auto&) { return true; };
+  const auto& left = ServantAccess::active_entries(servant);
+  for (ActiveObjectMap* map = _root_aom; map && left != 0; map = map->_next_aom) {
+    if (map->index != 0) continue;
+    const bool only_one = map->chain.servants.further == 0;
+    for (Position p = map->first_of(wanted); p != SlotIndex::NONE;) {
+      work(*map->chain.blocks[p / SLOTS], static_cast<int>(p % SLOTS));
+      p = only_one ? SlotIndex::NONE : map->scan(p + 1, wanted, any);
+    }
   }
 }
 
 void ActiveObjectMap::forget_servant(ServantBase* servant) {
   PoaSemaphoreGuard guard(__LINE__);
-  if (ServantAccess::active_entries(*servant) == 0) return;
-  each_of_servant(*servant, [](ActiveObjectMap& block, _ActiveObjectEntry& entry) { block.vacate(entry); });
-  ServantAccess::active_entries(*servant) = 0;  // a map that is gone has counted nothing down
+  each_of_servant(*servant, [](ActiveObjectMap& block, int slot) { block.vacate(slot); });
 }
 
 // ---- Clients ------------------------------------------------------------------------------------
 
-int ActiveObjectMap::find_client(const Client& client, int from) const {
+int ActiveObjectMap::find_client(const ClientData& client, int from) const {
+  const int size = static_cast<int>(entries.size());
+  const auto matches = [&](const _ActiveObjectEntry& e) { return e.p_servant && is_of(client, e); };
   int slot = from;
-  while (slot < SLOTS && !(entries[slot].oid && client.is_of(entries[slot]))) ++slot;
+  while (slot < size && !matches(entries[static_cast<std::size_t>(slot)])) ++slot;
   return slot;
 }
 
@@ -440,47 +421,46 @@ ServantBase* trace_client_search(ServantBase* found, bool is_ipv6) {
 ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr,
                                                         unsigned char is_ipv6) {
   POA_TRACE("ActiveObjectMap::searchServantByClient called...");
-  const Client client = Client::at(fd, host_addr, is_ipv6);
+  const ClientData client = ClientData::at(fd, host_addr, is_ipv6);
   client.trace();
   PoaSemaphoreGuard guard(__LINE__);
   ServantBase* found = nullptr;
   for (ActiveObjectMap* block = this; block && !found; block = block->next) {
-    const int slot = block->find_client(client, 0);
-    if (slot < SLOTS) found = block->entries[slot].p_servant;
+    const auto slot = static_cast<std::size_t>(block->find_client(client, 0));
+    if (slot < block->entries.size()) found = block->entries[slot].p_servant;
   }
   return trace_client_search(found, is_ipv6);
 }
 
-ServantBase* ActiveObjectMap::next_of_client(Place& at, CORBA::Long fd, const void* host_addr,
-                                             unsigned char is_ipv6) {
-  const Client client = Client::at(fd, host_addr, is_ipv6);
+ServantBase* ActiveObjectMap::next_of_client(const Held&, Place& at, const ClientData& client) {
   for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
     if (block->number < at.block) continue;
     at = {block->number, block->number == at.block ? at.slot : -1};
     POA_TRACE("ActiveObjectMap::searchServantByClient called...");
     client.trace();
+    const _ActiveObjectEntry* entry = nullptr;
     do {
       at.slot = block->find_client(client, at.slot + 1);
-    } while (at.slot < SLOTS && !IN_USE(block->entries[at.slot]));
-    ServantBase* const found = at.slot < SLOTS ? block->entries[at.slot].p_servant : nullptr;
-    if (trace_client_search(found, is_ipv6)) return found;
+      const auto slot = static_cast<std::size_t>(at.slot);
+      entry = slot < block->entries.size() ? &block->entries[slot] : nullptr;
+    } while (entry && !IN_USE(*entry));
+    if (trace_client_search(entry ? entry->p_servant : nullptr, client.is_ipv6)) return entry->p_servant;
   }
   return nullptr;
 }
 
-void ActiveObjectMap::forget_client(ServantBase& servant, CORBA::Long fd, const void* host_addr,
-                                    unsigned char is_ipv6) {
-  const Client client = Client::at(fd, host_addr, is_ipv6);
-  each_of_servant(servant, [&](ActiveObjectMap&, _ActiveObjectEntry& entry) {
-    if (client.is_of(entry)) Client().store(entry);
+void ActiveObjectMap::forget_client(const Held&, ServantBase& servant, const ClientData& client) {
+  each_of_servant(servant, [&](ActiveObjectMap& block, int slot) {
+    _ActiveObjectEntry& entry = block.entries[static_cast<std::size_t>(slot)];
+    if (is_of(client, entry)) record_client(entry, ClientData());
   });
 }
 
-bool ActiveObjectMap::is_at(const Place& place, const ServantBase* servant) {
+bool ActiveObjectMap::is_at(const Held&, const Place& place, const ServantBase* servant) {
   const ActiveObjectMap* block = _root_aom;
   while (block && block->number != place.block) block = block->_next_aom;
   if (!block) return false;
-  const _ActiveObjectEntry& entry = block->entries[place.slot];
+  const _ActiveObjectEntry& entry = block->entries[static_cast<std::size_t>(place.slot)];
   return entry.p_servant == servant && IN_USE(entry);
 }
 
@@ -488,12 +468,12 @@ bool ActiveObjectMap::is_at(const Place& place, const ServantBase* servant) {
 
 struct ActiveObjectMap::Cursor {
   ActiveObjectMap* block;  // lives as long as the map
-  int slot = 0;
+  std::size_t slot = 0;
 };
 
 _ActiveObjectEntry* ActiveObjectMap::next_active(Cursor& at) {
   for (; at.block; at = {at.block->next}) {
-    while (at.slot < SLOTS) {
+    while (at.slot < at.block->entries.size()) {
       _ActiveObjectEntry& entry = at.block->entries[at.slot++];
       if (entry.p_servant && !entry.etherealized) return &entry;
     }
@@ -508,7 +488,7 @@ void ActiveObjectMap::clear_servants(POA* poa) {
     PoaSemaphoreGuard guard(__LINE__);
     const _ActiveObjectEntry* entry = next_active(at);
     if (!entry) break;
-    withdraw_reference(*entry->p_servant, poa, *entry->oid);
+    withdraw_reference(*entry->p_servant, poa, entry->oid.view());
   }
   POA_TRACE("ActiveObjectMap::clear_servants end...");
 }
@@ -528,7 +508,7 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
       PoaSemaphoreGuard guard(__LINE__);
       _ActiveObjectEntry* entry = next_active(at);
       if (!entry) break;
-      oid.reset(make_oid(oid_view(*entry->oid)));  // without memory for it the servant is not handed over
+      oid.reset(make_oid(entry->oid.view()));  // without memory for it the servant is not handed over
       servant = entry->p_servant;
       call.enter(servant);
       entry->etherealized = 1;

@@ -5,31 +5,41 @@
 #include <string_view>
 #include <vector>
 
+#include "clientdata.h"
 #include "common_poa.h"
-#include "ownobject.h"
+#include "locks.h"
 #include "poa.h"
 #include "servants.h"
 #include "slotindex.h"
 
 struct _ActiveObjectEntry {
-  PortableServer::ObjectId* oid;           // owned; null marks a free slot
-  PortableServer::ServantBase* p_servant;  // the program's
-  unsigned char deactivated;
-  unsigned char etherealized;   // handed to the activator's etherealize: the servant may be gone, nothing
-                                // touches it any more
-  CORBA::Long fd;               // descriptor of the client's connection, 0 when none
-  CORBA::Long host_ipv4;        // as the ORB core delivers it; 0 for IPv6
-  unsigned char host_ipv6[16];  // zero for IPv4
+  StoredObjectId oid;
+  PortableServer::ServantBase* p_servant = nullptr;  // the program's; null marks a free slot
+  CORBA::Long fd = 0;                                // descriptor of the client's connection, 0 when none
+  CORBA::Long host_ipv4 = 0;                         // as the ORB core delivers it; 0 for IPv6
+  unsigned char host_ipv6[16] = {};                  // zero for IPv4
+  unsigned char deactivated = 0;
+  unsigned char etherealized = 0;  // handed to the activator's etherealize: the servant may be gone, nothing
+                                   // touches it any more
+  CORBA::ULong serial = 0;         // of the activation, in its map
 };
 
 /// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is
-/// also in the list that starts at _root_aom. All operations take the POA semaphore and are called on a map's
-/// first block. Entries change through them only: beside each slot stand two keys, of its id and of its
-/// servant, which a search reads instead of the entries; and the map's first block has an index that knows
-/// where each id and each servant stands first. What is found by it is what a search from front to back finds.
+/// also in the list that starts at _root_aom. All operations are called on a map's first block and take the
+/// POA semaphore, or show that the caller has it. Entries change through them only: beside each slot stand two
+/// keys, of its id and of its servant, which a search reads instead of the entries; and the map's first block
+/// has an index that knows where each id and each servant stands first. What is found by it is what a search
+/// from front to back finds. Slots that no object was in yet take no memory.
 class ActiveObjectMap {
  public:
   static constexpr int SLOTS = 1024;
+  using Held = PoaSemaphoreGuard;  // the proof that the caller has the semaphore
+
+  /// One activation: an entry for as long as nobody takes it out.
+  struct Ticket {
+    SlotIndex::Position position = SlotIndex::NONE;
+    CORBA::ULong serial = 0;
+  };
 
   ActiveObjectMap();
   /// Frees the blocks behind it and the ids, and counts down the servants that are still active.
@@ -37,29 +47,32 @@ class ActiveObjectMap {
   ActiveObjectMap(const ActiveObjectMap&) = delete;
   ActiveObjectMap& operator=(const ActiveObjectMap&) = delete;
 
-  /// Takes over `oid`, also when it throws (NO_MEMORY: no room for another block).
-  ActiveObjectMap* insertActiveObjectMap(PortableServer::ObjectId* oid,
-                                         PortableServer::ServantBase* p_servant);
+  /// Into the first free slot. NO_MEMORY, and nothing changed.
+  Ticket insertActiveObjectMap(const Held& held, std::string_view oid,
+                               PortableServer::ServantBase* p_servant);
+  /// The first entry in use that has that id, or that servant. It is recorded for the calling thread's client.
+  Ticket findById(const Held& held, std::string_view oid);
+  Ticket findByServant(const Held& held, PortableServer::ServantBase* p_servant);
+  /// The entry, if it is still the same activation and in use; else null. Good until the map changes.
+  const _ActiveObjectEntry* at(const Held& held, const Ticket& ticket) const;
+
   /// The servant is the program's, which may delete it once the semaphore is free.
   PortableServer::ServantBase* findServantById(std::string_view oid);
-  PortableServer::ServantBase* findServantById(const PortableServer::ObjectId& oid) {
-    return findServantById(oid_view(oid));
-  }
   /// The same, in use before the semaphore is free. One that was etherealized cannot be had: none.
   PortableServer::ServantUse useServantById(std::string_view oid);
-  /// The map's own id, valid until it is removed: see copyOidByServant for a copy made under the semaphore.
-  PortableServer::ObjectId* findOidByServant(PortableServer::ServantBase* p_servant);
-  /// A copy of the id found, or null; owned by the caller.
-  PortableServer::ObjectId* copyOidByServant(PortableServer::ServantBase* p_servant);
+  PortableServer::ServantUse useServantById(const Held& held, std::string_view oid);
   /// Whether the servant is active under that id.
-  bool holds(std::string_view oid, const PortableServer::ServantBase* p_servant);
+  bool holds(const Held& held, std::string_view oid, const PortableServer::ServantBase* p_servant);
+
   /// Of entries in use only, as the look-ups: one whose servant was etherealized stays as it is.
-  void deactivateByOid(const PortableServer::ObjectId& oid);
-  void removeById(const PortableServer::ObjectId& oid);
+  void deactivateByOid(const Held& held, std::string_view oid);
+  /// In each block the first one.
+  void removeById(const Held& held, std::string_view oid);
   /// Only the entries of that servant; an id that went over to another servant stays.
-  void removeById(const PortableServer::ObjectId& oid, const PortableServer::ServantBase* p_servant);
-  /// Exactly one entry: the one that holds this very id for this servant. Nothing when it is gone.
-  void removeInserted(const PortableServer::ObjectId* own_oid, const PortableServer::ServantBase* p_servant);
+  void removeById(const Held& held, std::string_view oid, const PortableServer::ServantBase* p_servant);
+  /// Exactly that one. Nothing when it is gone.
+  void remove(const Ticket& ticket);
+
   PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr,
                                                          unsigned char is_ipv6);
   /// Withdraws each servant's reference, one at a time under poa_svt_objref_mutex and the POA semaphore: a
@@ -80,20 +93,18 @@ class ActiveObjectMap {
     int slot = -1;
   };
   /// The servant of the next entry behind `at`, in any map, that is recorded for that client; null when there
-  /// is none. `at` becomes the entry's place. The POA semaphore is held.
-  static PortableServer::ServantBase* next_of_client(Place& at, CORBA::Long fd, const void* host_addr,
-                                                     unsigned char is_ipv6);
-  /// The servant's entries are recorded for that client no more. The POA semaphore is held.
-  static void forget_client(PortableServer::ServantBase& servant, CORBA::Long fd, const void* host_addr,
-                            unsigned char is_ipv6);
-  /// Whether that servant is active in that place. The POA semaphore is held.
-  static bool is_at(const Place& place, const PortableServer::ServantBase* servant);
+  /// is none. `at` becomes the entry's place.
+  static PortableServer::ServantBase* next_of_client(const Held& held, Place& at, const ClientData& client);
+  /// The servant's entries are recorded for that client no more.
+  static void forget_client(const Held& held, PortableServer::ServantBase& servant, const ClientData& client);
+  /// Whether that servant is active in that place.
+  static bool is_at(const Held& held, const Place& place, const PortableServer::ServantBase* servant);
 
-  ActiveObjectMap* _next_aom;  // process-wide list; guarded by the POA semaphore
-  ActiveObjectMap* _pre_aom;
-  std::uint64_t number;  // rises along that list
-  _ActiveObjectEntry entries[SLOTS];
-  ActiveObjectMap* next;  // next block of the same map
+  ActiveObjectMap* _next_aom = nullptr;  // process-wide list; guarded by the POA semaphore
+  ActiveObjectMap* _pre_aom = nullptr;
+  std::uint64_t number;                     // rises along that list
+  std::vector<_ActiveObjectEntry> entries;  // those that were ever in use; at most SLOTS
+  ActiveObjectMap* next = nullptr;          // next block of the same map
 
  private:
   using Position = SlotIndex::Position;  // block * SLOTS + slot, counted from the map's first
@@ -101,6 +112,7 @@ class ActiveObjectMap {
   struct Chain {
     std::vector<ActiveObjectMap*> blocks;
     std::size_t room = 0;  // no block before this one has a free slot
+    CORBA::ULong last_serial = 0;
     SlotIndex ids, servants;
 
     _ActiveObjectEntry& entry(Position p) const { return blocks[p / SLOTS]->entries[p % SLOTS]; }
@@ -111,50 +123,56 @@ class ActiveObjectMap {
   bool find_room();
 
   struct Cursor;
-  struct Client;
-  using Key = std::uint32_t;  // equal for equal ids, and for equal servants; else hardly ever
-  using Keys = Key[SLOTS];
+  using Key = std::uint32_t;        // equal for equal ids, and for equal servants; else hardly ever
   static constexpr int GROUP = 64;  // slots to a word of `taken`, compared together
 
   struct ById;
   struct ByServant;
-  /// The first entry of the chain that is `wanted` and matches, or null.
+  /// The first entry of the chain that is `wanted` and matches, or NONE.
   template <class Wanted, class Match>
-  _ActiveObjectEntry* find(const Wanted& wanted, Match&& match);
+  Position find(const Wanted& wanted, Match&& match) const;
+  /// An entry and where it stands; null: none.
+  struct Hit {
+    _ActiveObjectEntry* entry = nullptr;
+    Position position = SlotIndex::NONE;
+
+    Ticket ticket() const { return {position, entry ? entry->serial : 0}; }
+  };
+  Hit look_up(std::string_view oid);
+  Hit look_up(PortableServer::ServantBase* p_servant);
   template <class Wanted, class Match>
   void remove_first_of_each_block(const Wanted& wanted, Match&& match);
-  /// Of this block, from that slot on; SLOTS when there is none.
-  int find_client(const Client& client, int from) const;
+  /// Of this block, from that slot on; entries.size() when there is none.
+  int find_client(const ClientData& client, int from) const;
   template <class Work>
   static void each_of_servant(PortableServer::ServantBase& servant, Work&& work);
   /// The next entry whose servant was not etherealized; the cursor moves past it.
   static _ActiveObjectEntry* next_active(Cursor& at);
   // Of one block:
+  /// The first slot from `from` on that is `wanted` and matches, or -1.
   template <class Wanted, class Match>
-  _ActiveObjectEntry* find_here(const Wanted& wanted, Match&& match);
-  int fill_free_slot(PortableServer::ObjectId* oid, PortableServer::ServantBase* p_servant,
-                     const Client& client);
-  void vacate(_ActiveObjectEntry& entry);
-  Position position_of(const _ActiveObjectEntry& entry) const {
-    return index * SLOTS + static_cast<Position>(&entry - entries);
-  }
+  int find_here(int from, const Wanted& wanted, Match&& match) const;
+  int first_free() const;
+  void grow();
+  int fill_free_slot(StoredObjectId&& oid, PortableServer::ServantBase* p_servant, const ClientData& client);
+  void vacate(int slot);
+  Position position_of(int slot) const { return index * SLOTS + static_cast<Position>(slot); }
   template <class Wanted>
   void enter_index(const Wanted& wanted, Position p);
   template <class Wanted>
   void leave_index(const Wanted& wanted, Position p);
   template <class Wanted>
   Position first_of(const Wanted& wanted) const;
-  /// The first entry that is `wanted` and matches in the blocks from `from` on.
+  /// The first entry that is `wanted` and matches from that position on, or NONE.
   template <class Wanted, class Match>
-  _ActiveObjectEntry* scan(std::size_t from, const Wanted& wanted, Match&& match) const;
+  Position scan(Position from, const Wanted& wanted, Match&& match) const;
 
   Chain own_chain;                          // in use in a map's first block
   Chain& chain;                             // the map's
   Position index = 0;                       // of this block in the map
-  int groups = 0;                           // words of `taken` that were ever in use
   int used = 0;                             // slots taken in this block
   std::uint64_t taken[SLOTS / GROUP] = {};  // a bit a slot
-  Keys oid_keys = {}, servant_keys = {};    // those of free slots mean nothing
+  std::vector<Key> oid_keys, servant_keys;  // one an entry; those of free slots mean nothing
 };
 
 extern ActiveObjectMap* _root_aom;  // guarded by the POA semaphore

@@ -33,12 +33,24 @@ std::array<unsigned, 4> trace_octets(std::string_view oid) {
   return octets;
 }
 
+StoredObjectId::StoredObjectId(std::string_view octets) {
+  char* at = place_;
+  if (octets.size() > IN_PLACE) {
+    at = new char[octets.size()];
+    std::memcpy(place_, &at, sizeof at);
+  }
+  if (!octets.empty()) std::memcpy(at, octets.data(), octets.size());
+  length_ = static_cast<ULong>(octets.size());
+}
+
 ObjectId* PortableServer::ObjectId_duplicate(const ObjectId* oid, CORBA::Environment&) {
   return oid ? make_oid(oid_view(*oid)) : nullptr;
 }
 
+void trace_oid_duplicate() { POA_TRACE("POAInfo::PortableServer_ObjectId_duplicate called..."); }
+
 ObjectId* duplicate_oid(const ObjectId* oid) {
-  POA_TRACE("POAInfo::PortableServer_ObjectId_duplicate called...");
+  trace_oid_duplicate();
   return oid ? make_oid(oid_view(*oid)) : nullptr;
 }
 
@@ -52,9 +64,32 @@ SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& n
                                 : SystemIdTime{last.seconds + 1, 0};
 }
 
+namespace {
+
+/// The two digits of each octet.
+constexpr auto HEXADECIMAL = [] {
+  std::array<char, 512> digits{};
+  for (std::size_t octet = 0; octet < 256; ++octet) {
+    digits[2 * octet] = "0123456789abcdef"[octet >> 4];
+    digits[2 * octet + 1] = "0123456789abcdef"[octet & 15];
+  }
+  return digits;
+}();
+
+}  // namespace
+
 void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const SystemIdTime& time) {
-  std::snprintf(text, sizeof text, "P%08xT%08x.%08xC%08x", process, time.seconds, time.millisecond,
-                0x1234567u);
+  char* at = text;
+  const auto put = [&at](char letter, ULong number) {
+    *at++ = letter;
+    for (int shift = 24; shift >= 0; shift -= 8, at += 2)
+      std::memcpy(at, &HEXADECIMAL[2 * (number >> shift & 0xFF)], 2);
+  };
+  put('P', process);
+  put('T', time.seconds);
+  put('.', time.millisecond);
+  put('C', 0x1234567);
+  *at = '\0';
 }
 
 namespace {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <array>
+#include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "poa/types.h"
 
@@ -19,6 +21,8 @@ PortableServer::ObjectId* make_oid(std::string_view octets);
 
 /// The same of an id, traced; null for null.
 PortableServer::ObjectId* duplicate_oid(const PortableServer::ObjectId* oid);
+/// Its trace line, where the copy is made elsewhere.
+void trace_oid_duplicate();
 
 /// An ObjectId over octets that somebody else keeps, for the length of a call.
 class BorrowedObjectId {
@@ -31,6 +35,40 @@ class BorrowedObjectId {
  private:
   PortableServer::ObjectId oid_;
 };
+
+/// An id's octets, in one place: up to IN_PLACE of them within the object.
+class StoredObjectId {
+ public:
+  static constexpr std::size_t IN_PLACE = 36;  // a system id's unique form
+
+  StoredObjectId() = default;
+  /// std::bad_alloc without memory.
+  explicit StoredObjectId(std::string_view octets);
+  StoredObjectId(StoredObjectId&& other) noexcept { swap(other); }
+  StoredObjectId& operator=(StoredObjectId&& other) noexcept {
+    StoredObjectId(std::move(other)).swap(*this);
+    return *this;
+  }
+  ~StoredObjectId() {
+    if (length_ > IN_PLACE) delete[] elsewhere();
+  }
+  std::string_view view() const { return {length_ > IN_PLACE ? elsewhere() : place_, length_}; }
+
+ private:
+  void swap(StoredObjectId& other) noexcept {
+    std::swap(length_, other.length_);
+    std::swap(place_, other.place_);
+  }
+  char* elsewhere() const {
+    char* at;
+    std::memcpy(&at, place_, sizeof at);
+    return at;
+  }
+
+  CORBA::ULong length_ = 0;
+  char place_[IN_PLACE] = {};  // the octets, or their address
+};
+inline std::string_view oid_view(const StoredObjectId& oid) { return oid.view(); }
 
 /// The first four octets of an id as trace lines print them; 0 for those it lacks.
 std::array<unsigned, 4> trace_octets(std::string_view oid);

@@ -156,15 +156,13 @@ void POAInfo::enter_live(const POAInfoPtr& record) {
 bool POAInfo::is_live(const POAInfo& record) { return live_records().count(record.identity) != 0; }
 
 bool POAInfo::unlink(const POAInfo& child) {
-  if (!child.parent) return false;
-  for (POAInfo** link = &child.parent->first_child; *link; link = &(*link)->siblings) {
-    if (*link != &child) continue;
-    *link = child.siblings;
-    live_records().erase(child.identity);
-    ++tree_changes;
-    return true;
-  }
-  return false;
+  if (!child.parent || child.parent->child_named(child.adapter_name) != &child) return false;
+  child.parent->children.erase(child.adapter_name);
+  (child.newer_sibling ? child.newer_sibling->siblings : child.parent->first_child) = child.siblings;
+  if (child.siblings) child.siblings->newer_sibling = child.newer_sibling;
+  live_records().erase(child.identity);
+  ++tree_changes;
+  return true;
 }
 
 void POAInfo::remove_from_list(POAInfo* target) {

@@ -3,6 +3,9 @@
 // poainfo_conversion.cpp.
 #pragma once
 
+#include <unordered_map>
+
+#include "activeobjectmap.h"
 #include "defaultservant.h"
 #include "objecthome.h"
 #include "policyset.h"
@@ -78,11 +81,10 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   PortableServer::ServantBase* get_servant(CORBA::Environment& ev);
   void set_servant(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
   /// The map, made when there is none yet. NO_MEMORY.
-  ActiveObjectMap* map_for_insert();
-  /// Announces the servant's implementation; when that fails, the entry just made (its id is `own_id`) is
-  /// withdrawn.
+  ActiveObjectMap* map_for_insert(const PoaSemaphoreGuard& held);
+  /// Announces the servant's implementation; when that fails, the entry just made is withdrawn.
   void register_active(const PortableServer::ObjectId& id, PortableServer::ServantBase& servant,
-                       const PortableServer::ObjectId* own_id, CORBA::Environment& ev);
+                       const ActiveObjectMap::Ticket& entry, CORBA::Environment& ev);
 
   // ---- Conversions (poainfo_conversion.cpp) ----
   PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
@@ -95,7 +97,9 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   // ---- Fields ----
   std::unique_ptr<Queue> requestCache;  // never made by the library
   POAInfo* first_child = nullptr;       // links: guarded by poa_mutex
-  POAInfo* siblings = nullptr;
+  POAInfo* siblings = nullptr;          // the next child of the same parent; newest first
+  POAInfo* newer_sibling = nullptr;
+  std::unordered_map<std::string_view, POAInfo*> children;  // by name; guarded by poa_mutex
   POAInfo* parent = nullptr;           // set before the record is linked, and kept when it is unlinked
   POAInfoPtr parent_record;            // holds `parent` for as long as someone may follow it
   std::atomic<bool> destroyed{false};  // being destroyed, or gone; written under poa_mutex
@@ -134,8 +138,6 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                              CORBA::Environment& ev);
 
-  const PortableServer::ObjectId* enter_active(const PortableServer::ObjectId& id,
-                                               PortableServer::ServantBase& servant, CORBA::Environment& ev);
   /// Installs a default servant (null: none) and takes the one before out, with the references kept for it.
   void exchange_default(PortableServer::ServantBase* servant, DefaultServant::Oid oid);
 };

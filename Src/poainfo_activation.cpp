@@ -42,6 +42,30 @@ ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& e
   return oid.release();
 }
 
+namespace {
+
+/// Enters the servant under `id`, under one hold of the semaphore: nobody else activates between the checks and
+/// the entry.
+ActiveObjectMap::Ticket enter_active(POAInfo& poa, std::string_view id, ServantBase& servant,
+                                     CORBA::Environment& ev) {
+  PoaSemaphoreGuard guard(__LINE__);
+  if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
+  if (ActiveObjectMap* map = poa.active_object_map; map && poa.policies.unique_id()) {
+    if (map->at(guard, map->findByServant(guard, &servant)))
+      raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
+    if (map->at(guard, map->findById(guard, id)))
+      raise<POA::ObjectAlreadyActive>(ev, "already activated. throw PortableServer::POA::ObjectAlreadyActive",
+                                      "POAInfo::activate_object_with_id [already activate.]");
+  }
+  trace_oid_duplicate();
+  ActiveObjectMap* map = poa.map_for_insert(guard);
+  POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [servant = 0x%lx this = 0x%lx into AOM]",
+            trace_address(&servant), trace_address(&poa));
+  return map->insertActiveObjectMap(guard, id, &servant);
+}
+
+}  // namespace
+
 void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::activate_object_with_id called...");
   if (id.length() < 1)
@@ -56,15 +80,14 @@ void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant
   replacing<POA::ServantAlreadyActive, POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>(
       ev, "other ex. throw PortableServer::POA::ServantAlreadyActive",
       "POAInfo::activate_object_with_id [already activate.]", [&] {
-        const ObjectId* own_id = enter_active(id, *p_servant, ev);
+        const ActiveObjectMap::Ticket entry = enter_active(*this, oid_view(id), *p_servant, ev);
         POA_TRACE("  POA_impl_is_ready call");
-        register_active(id, *p_servant, own_id, ev);
+        register_active(id, *p_servant, entry, ev);
       });
   POA_TRACE("POAInfo::activate_object_with_id end...");
 }
 
-ActiveObjectMap* POAInfo::map_for_insert() {
-  PoaSemaphoreGuard guard(__LINE__);
+ActiveObjectMap* POAInfo::map_for_insert(const PoaSemaphoreGuard&) {
   if (!active_object_map) {
     auto* map = new (std::nothrow) ActiveObjectMap;
     if (!map) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
@@ -73,31 +96,12 @@ ActiveObjectMap* POAInfo::map_for_insert() {
   return active_object_map;
 }
 
-const ObjectId* POAInfo::enter_active(const ObjectId& id, ServantBase& servant, CORBA::Environment& ev) {
-  PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the checks and the entry
-  if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
-  if (ActiveObjectMap* map = active_object_map; map && policies.unique_id()) {
-    if (map->findOidByServant(&servant))
-      raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
-    if (map->findServantById(id))
-      raise<POA::ObjectAlreadyActive>(ev, "already activated. throw PortableServer::POA::ObjectAlreadyActive",
-                                      "POAInfo::activate_object_with_id [already activate.]");
-  }
-  std::unique_ptr<ObjectId> copy(duplicate_oid(&id));
-  ActiveObjectMap* map = map_for_insert();
-  POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [servant = 0x%lx this = 0x%lx into AOM]",
-            trace_address(&servant), trace_address(this));
-  const ObjectId* own_id = copy.get();
-  map->insertActiveObjectMap(copy.release(), &servant);
-  return own_id;
-}
-
-void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const ObjectId* own_id,
+void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const ActiveObjectMap::Ticket& entry,
                               CORBA::Environment& ev) {
   try {
     POA_impl_is_ready(&servant, &id, ev);
   } catch (...) {
-    active_object_map.load()->removeInserted(own_id, &servant);
+    active_object_map.load()->remove(entry);
     throw;
   }
 }
@@ -130,13 +134,13 @@ PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
 /// that it is not active. Gives the servant, in use and entered in `call`, or none.
 ServantUse take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
   PoaSemaphoreGuard guard(__LINE__);
-  ServantUse servant = map.useServantById(oid_view(oid));
+  ServantUse servant = map.useServantById(guard, oid_view(oid));
   if (!servant) return servant;
   call.enter(servant.get());
   POA_TRACE("  ActiveObjectMap::deactivateByOid call");
-  map.deactivateByOid(oid);
+  map.deactivateByOid(guard, oid_view(oid));
   POA_TRACE("  ActiveObjectMap::removeById call");
-  map.removeById(oid, servant.get());
+  map.removeById(guard, oid_view(oid), servant.get());
   return servant;
 }
 
@@ -162,7 +166,7 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   if (!servant)
     raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [servant is null.]");
-  withdraw_reference(*servant, poa_object, oid);
+  withdraw_reference(*servant, poa_object, oid_view(oid));
   use = ServantUse();  // the activator may delete it
   if (auto* activator = etherealizer(*this)) {
     POA_TRACE("  ServantActivator->etherealiize call [servant = 0x%lx]", trace_address(servant));
@@ -221,7 +225,7 @@ void POAInfo::exchange_default(ServantBase* servant, DefaultServant::Oid oid) {
   // Under poa_default_servant_ref_mutex: once somebody else has taken the old one away, it is not touched here.
   ServantBase* old = default_servant.exchange(servant, oid);
   if (!old) return;
-  if (oid) withdraw_reference(*old, poa_object, *oid);
+  if (oid) withdraw_reference(*old, poa_object, oid_view(*oid));
   old->rem_default_servant_ref();
 }
 

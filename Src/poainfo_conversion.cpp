@@ -13,29 +13,9 @@ using PortableServer::POA;
 using PortableServer::ServantBase;
 using PortableServer::ServantUse;
 
-// ---- Implicit activation, and references that are kept and bound --------------------------------
+// ---- References that are kept and bound ----------------------------------------------------------
 
 namespace {
-
-/// Activates under `id` and returns that; the id it is active under already (UNIQUE_ID) when another thread was
-/// first.
-std::unique_ptr<ObjectId> activate_implicitly(POAInfo& poa, std::unique_ptr<ObjectId> id,
-                                              ServantBase& servant, const char* ready_trace,
-                                              CORBA::Environment& ev) {
-  std::unique_ptr<ObjectId> copy(make_oid(oid_view(*id)));
-  const ObjectId* own_id = copy.get();
-  {
-    PoaSemaphoreGuard guard(__LINE__);  // nobody else activates between the look and the entry
-    if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
-    ActiveObjectMap* map = poa.map_for_insert();
-    if (poa.policies.unique_id())
-      if (ObjectId* active = map->copyOidByServant(&servant)) return std::unique_ptr<ObjectId>(active);
-    map->insertActiveObjectMap(copy.release(), &servant);
-  }
-  if (ready_trace) POA_TRACE("%s", ready_trace);
-  poa.register_active(*id, servant, own_id, ev);
-  return id;
-}
 
 const char* interface_of(ServantBase& servant, const ObjectId& oid, POA* poa, CORBA::Environment& ev) {
   const char* intf = servant._primary_interface(oid, poa, ev);
@@ -43,12 +23,10 @@ const char* interface_of(ServantBase& servant, const ObjectId& oid, POA* poa, CO
   return intf;
 }
 
+/// The semaphore is held.
 void bind(CORBA::Object& reference, CORBA::Environment& ev) {
   CORBA::Environment core;
-  {
-    PoaSemaphoreGuard guard(__LINE__);
-    CORBA_ORB_bind_object2(core_handles.orb, reference.get_ref(), nullptr, core._evp);
-  }
+  CORBA_ORB_bind_object2(core_handles.orb, reference.get_ref(), nullptr, core._evp);
   if (core._evp->_major == CORBA_NO_EXCEPTION) return;
   const char* id = CORBA_exception_id(core._evp);
   if (id && std::strcmp(id, CORBA::BAD_INV_ORDER::repository_id.value) == 0)
@@ -57,17 +35,18 @@ void bind(CORBA::Object& reference, CORBA::Environment& ev) {
 }
 
 /// A new reference, kept by the servant and bound in the ORB core.
-CORBA::Object* make_bound_reference(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
-                                    CORBA::Environment& ev) {
+CORBA::Object* make_bound_reference(POAInfo& poa, const ObjectId& oid, const ActiveObjectMap::Ticket& entry,
+                                    ServantBase& servant, CORBA::Environment& ev) {
   CORBA::Object_var reference(
       poa.POACreateReference(oid, interface_of(servant, oid, poa.poa_object, ev), ev));
   CORBA::Object_var duplicate(CORBA::Object::_duplicate(reference.in()));
   // Keeping and binding are one step, and so is withdrawing. Deactivation leaves the map first: an object
   // that is still there is withdrawn after this.
-  MutexGuard guard(poa_svt_objref_mutex);
+  MutexGuard references(poa_svt_objref_mutex);
   if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) return kept;  // made meanwhile
-  ActiveObjectMap* map = poa.active_object_map;
-  if (poa.destroyed || !map || !map->holds(oid_view(oid), &servant)) raise<POA::ObjectNotActive>(ev, nullptr);
+  PoaSemaphoreGuard guard(__LINE__);
+  if (poa.destroyed || !poa.active_object_map.load()->at(guard, entry))
+    raise<POA::ObjectNotActive>(ev, nullptr);
   keep_reference(servant, poa.shared_from_this(), duplicate.in(), 0, oid_view(oid));
   duplicate._retn();  // the servant's now
   try {
@@ -77,6 +56,83 @@ CORBA::Object* make_bound_reference(POAInfo& poa, const ObjectId& oid, ServantBa
     throw;
   }
   return reference._retn();
+}
+
+// ---- Where a servant is active -------------------------------------------------------------------
+
+/// A servant's activation.
+struct Active {
+  std::unique_ptr<ObjectId> oid;  // null: none
+  ActiveObjectMap::Ticket entry;
+  bool made = false;  // by implicit activation, just now
+};
+
+/// Trace texts of the two operations that activate implicitly.
+struct ImplicitTexts {
+  void (*searched)(const ObjectId* found);
+  const char* no_id_reason;
+  const char* no_id;
+  void (*inserting)(const ActiveObjectMap* map, const ServantBase& servant, const POAInfo& poa);
+  const char* registering;
+};
+constexpr ImplicitTexts TO_ID = {
+    [](const ObjectId*) {}, "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
+    "POAInfo::servant_to_id [systemId is null.]",
+    [](const ActiveObjectMap*, const ServantBase& servant, const POAInfo& poa) {
+      POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [insert servant = 0x%lx ,this = 0x%lx]",
+                trace_address(&servant), trace_address(&poa));
+    },
+    "  POA_impl_is_ready call"};
+constexpr ImplicitTexts TO_REFERENCE = {
+    [](const ObjectId* found) { POA_TRACE("oid = 0x%lx", trace_address(found)); },
+    "oid create failed. throw CORBA::StExcep::BAD_PARAM", "POAInfo::servant_to_reference [systemId is null.]",
+    [](const ActiveObjectMap* map, const ServantBase& servant, const POAInfo& poa) {
+      POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [aom = 0x%lx, serv = 0x%lx, this = 0x%lx]",
+                trace_address(map), trace_address(&servant), trace_address(&poa));
+    },
+    nullptr};
+
+/// The servant's one activation under UNIQUE_ID.
+Active find_active(const POAInfo& poa, ServantBase& servant, const ImplicitTexts& texts,
+                   const PoaSemaphoreGuard& held) {
+  ActiveObjectMap* map = poa.active_object_map;
+  Active active;
+  if (!map || !poa.policies.retains() || !poa.policies.unique_id()) return active;
+  active.entry = map->findByServant(held, &servant);
+  if (const _ActiveObjectEntry* entry = map->at(held, active.entry))
+    active.oid.reset(make_oid(entry->oid.view()));
+  texts.searched(active.oid.get());
+  return active;
+}
+
+/// Enters the servant under a new system id.
+Active enter_implicitly(POAInfo& poa, ServantBase& servant, const ImplicitTexts& texts,
+                        const PoaSemaphoreGuard& held, CORBA::Environment& ev) {
+  Active active;
+  active.oid.reset(genSystemId());
+  if (!active.oid) raise<CORBA::BAD_PARAM>(ev, texts.no_id_reason, texts.no_id);
+  ActiveObjectMap* map = poa.map_for_insert(held);
+  texts.inserting(map, servant, poa);
+  if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
+  active.entry = map->insertActiveObjectMap(held, oid_view(*active.oid), &servant);
+  active.made = true;
+  return active;
+}
+
+/// The servant's activation, found or made by one hold of the semaphore, one search and one entry. None when the
+/// POA's policies allow neither.
+Active find_or_activate(POAInfo& poa, ServantBase& servant, const ImplicitTexts& texts,
+                        CORBA::Environment& ev) {
+  Active active;
+  {
+    PoaSemaphoreGuard guard(__LINE__);
+    active = find_active(poa, servant, texts, guard);
+    if (active.oid || !poa.policies.retains() || !poa.policies.activates_implicitly()) return active;
+    active = enter_implicitly(poa, servant, texts, guard, ev);
+  }
+  if (texts.registering) POA_TRACE("%s", texts.registering);
+  poa.register_active(*active.oid, servant, active.entry, ev);
+  return active;
 }
 
 }  // namespace
@@ -99,24 +155,13 @@ ObjectId* default_servant_id(POAInfo& poa, CORBA::Environment& ev) {
 }
 
 ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& ev) {
-  if (ActiveObjectMap* map = poa.active_object_map;
-      map && poa.policies.retains() && poa.policies.unique_id()) {
-    if (ObjectId* found = map->copyOidByServant(&servant)) {
-      POA_TRACE("POAInfo::servant_to_id end...[return oid : UNIQUE_ID]");
-      return found;
-    }
-  }
-  if (poa.policies.retains() && poa.policies.activates_implicitly()) {
-    std::unique_ptr<ObjectId> oid(genSystemId());
-    if (!oid)
-      raise<CORBA::BAD_PARAM>(ev, "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
-                              "POAInfo::servant_to_id [systemId is null.]");
-    POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [insert servant = 0x%lx ,this = 0x%lx]",
-              trace_address(&servant), trace_address(&poa));
-    oid = activate_implicitly(poa, std::move(oid), servant, "  POA_impl_is_ready call", ev);
+  Active active = find_or_activate(poa, servant, TO_ID, ev);
+  if (active.made) {
     POA_TRACE("POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]");
-    return oid.release();
+  } else if (active.oid) {
+    POA_TRACE("POAInfo::servant_to_id end...[return oid : UNIQUE_ID]");
   }
+  if (active.oid) return active.oid.release();
   if (poa.policies.uses_default_servant()) return default_servant_id(poa, ev);
   raise<POA::ServantNotActive>(ev, "failed.  throw PortableServer::POA::ServantNotActive",
                                "POAInfo::servant_to_id [ServantNotActive.]");
@@ -143,38 +188,24 @@ ObjectId* POAInfo::servant_to_id(ServantBase* p_servant, CORBA::Environment& ev)
 
 namespace {
 
-/// The reference of a servant that is active under `oid`.
-CORBA::Object* reference_of_active(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
-                                   CORBA::Environment& ev) {
-  if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) {
-    POA_TRACE("POAInfo::servant_to_reference end...[return registerd object reference : UNIQUE_ID]");
-    return kept;
-  }
-  CORBA::Object* reference = make_bound_reference(poa, oid, servant, ev);
-  POA_TRACE("POAInfo::servant_to_reference end...[return duplicated object reference : UNIQUE_ID]");
-  return reference;
-}
-
 CORBA::Object* reference_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& ev) {
-  ActiveObjectMap* map = poa.active_object_map;
-  if (map && poa.policies.unique_id()) {
-    const std::unique_ptr<ObjectId> oid(map->copyOidByServant(&servant));
-    POA_TRACE("oid = 0x%lx", trace_address(oid.get()));
-    if (oid) return reference_of_active(poa, *oid, servant, ev);
-  }
-  if (!poa.policies.activates_implicitly())
+  const Active active = find_or_activate(poa, servant, TO_REFERENCE, ev);
+  if (!active.oid)
     raise<POA::ServantNotActive>(ev, "throw PortableServer::POA::ServantNotActive",
                                  "POAInfo::servant_to_reference [ServantNotActive.]");
-  std::unique_ptr<ObjectId> oid(genSystemId());
-  if (!oid)
-    raise<CORBA::BAD_PARAM>(ev, "oid create failed. throw CORBA::StExcep::BAD_PARAM",
-                            "POAInfo::servant_to_reference [systemId is null.]");
-  map = poa.map_for_insert();
-  POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [aom = 0x%lx, serv = 0x%lx, this = 0x%lx]",
-            trace_address(map), trace_address(&servant), trace_address(&poa));
-  oid = activate_implicitly(poa, std::move(oid), servant, nullptr, ev);
-  CORBA::Object* reference = make_bound_reference(poa, *oid, servant, ev);
-  POA_TRACE("POAInfo::servant_to_reference end...[return duplicated object reference : IMPLICIT_ACTIVATION]");
+  if (!active.made) {
+    if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, *active.oid)) {
+      POA_TRACE("POAInfo::servant_to_reference end...[return registerd object reference : UNIQUE_ID]");
+      return kept;
+    }
+  }
+  CORBA::Object* reference = make_bound_reference(poa, *active.oid, active.entry, servant, ev);
+  if (active.made) {
+    POA_TRACE(
+        "POAInfo::servant_to_reference end...[return duplicated object reference : IMPLICIT_ACTIVATION]");
+  } else {
+    POA_TRACE("POAInfo::servant_to_reference end...[return duplicated object reference : UNIQUE_ID]");
+  }
   return reference;
 }
 
@@ -223,7 +254,7 @@ ServantBase* POAInfo::reference_to_servant(CORBA::Object* reference, CORBA::Envi
         ActiveObjectMap* map = active_object_map;
         if (policies.retains() && !checkEmptyReferenceData(reference) && map) {
           const std::unique_ptr<ObjectId> oid(reference_to_id(reference, ev));
-          if (ServantBase* servant = map->findServantById(*oid)) return servant;
+          if (ServantBase* servant = map->findServantById(oid_view(*oid))) return servant;
         }
         if (policies.uses_default_servant()) return get_servant(ev);
         raise<POA::ObjectNotActive>(ev, "throw PortableServer::POA::ObjectNotActive", not_active);
@@ -276,7 +307,7 @@ ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev)
   return replacing<POA::ObjectNotActive, POA::WrongPolicy, POA::ObjectNotActive>(
       ev, "other ex, throw PortableServer::POA::ObjectNotActive", not_active, [&] {
         if (ActiveObjectMap* map = active_object_map; map && policies.retains())
-          if (ServantBase* servant = map->findServantById(oid)) return servant;
+          if (ServantBase* servant = map->findServantById(oid_view(oid))) return servant;
         if (policies.uses_default_servant()) {
           ServantBase* servant = get_servant(ev);
           POA_TRACE("POAInfo::id_to_servant end...[return servant]");
@@ -289,13 +320,13 @@ ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev)
 
 namespace {
 
-CORBA::Object* reference_of_id(POAInfo& poa, const ObjectId& oid, ServantBase& servant,
-                               CORBA::Environment& ev) {
+CORBA::Object* reference_of_id(POAInfo& poa, const ObjectId& oid, const ActiveObjectMap::Ticket& entry,
+                               ServantBase& servant, CORBA::Environment& ev) {
   if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) {
     POA_TRACE("POAInfo::id_to_reference end... [return duplicated object reference]");
     return kept;
   }
-  CORBA::Object* reference = make_bound_reference(poa, oid, servant, ev);
+  CORBA::Object* reference = make_bound_reference(poa, oid, entry, servant, ev);
   POA_TRACE("POAInfo::id_to_reference end... [return registerd object reference]");
   return reference;
 }
@@ -314,10 +345,16 @@ CORBA::Object* POAInfo::id_to_reference(const ObjectId& oid, CORBA::Environment&
   return replacing<POA::ObjectNotActive, POA::WrongPolicy, POA::ObjectNotActive>(
       ev, "other ex, throw PortableServer::POA::ObjectNotActive", not_active, [&] {
         ActiveObjectMap* map = active_object_map;
-        const ServantUse servant = map ? map->useServantById(oid_view(oid)) : ServantUse();
+        ServantUse servant;
+        ActiveObjectMap::Ticket found;
+        if (map) {
+          PoaSemaphoreGuard guard(__LINE__);
+          found = map->findById(guard, oid_view(oid));
+          if (const _ActiveObjectEntry* entry = map->at(guard, found)) servant = ServantUse(entry->p_servant);
+        }
         if (!servant)
           raise<POA::ObjectNotActive>(ev, "no servant, throw PortableServer::POA::ObjectNotActive",
                                       not_active);
-        return reference_of_id(*this, oid, *servant, ev);
+        return reference_of_id(*this, oid, found, *servant, ev);
       });
 }

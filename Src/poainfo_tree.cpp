@@ -84,10 +84,17 @@ PortableServer::POA_var POAInfo::add_child(const char* name, PortableServer::POA
   }
   auto child = std::make_shared<POAInfo>(name, manager, list, ev);
   PortableServer::POA_var for_caller = POA::_duplicate(child->createObject(ev));
-  enter_live(child);  // from here on nothing fails
+  const auto named = children.emplace(child->adapter_name, child.get()).first;
+  try {
+    enter_live(child);  // from here on nothing fails
+  } catch (...) {
+    children.erase(named);
+    throw;
+  }
   child->parent = this;
   child->parent_record = shared_from_this();
   child->siblings = first_child;
+  if (first_child) first_child->newer_sibling = child.get();
   first_child = child.get();
   return for_caller;
 }
@@ -110,10 +117,8 @@ POAObjectPtr POAInfo::find_POA(const char* _adapter_name, CORBA::Boolean activat
 }
 
 POAInfo* POAInfo::child_named(std::string_view name) const {
-  for (POAInfo* child = first_child; child; child = child->siblings) {
-    if (name == child->adapter_name) return child;
-  }
-  return nullptr;
+  const auto found = children.find(name);
+  return found == children.end() ? nullptr : found->second;
 }
 
 POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environment& ev, CORBA::Boolean act) {

@@ -182,10 +182,10 @@ void ServantBase::deactivate_ObjectReference() {
   }
   for (const WithdrawnReference& reference : *taken) {
     ActiveObjectMap* map = reference.home ? reference.home->active_object_map.load() : nullptr;
-    if (map) {
-      map->deactivateByOid(*reference.oid);
-      map->removeById(*reference.oid, this);
-    }
+    if (!map) continue;
+    PoaSemaphoreGuard guard(__LINE__);
+    map->deactivateByOid(guard, oid_view(*reference.oid));
+    map->removeById(guard, oid_view(*reference.oid), this);
   }
   POA_TRACE("ServantBase::deactivate_ObjectReference end...[ior is not found in _object_ref]");
 }

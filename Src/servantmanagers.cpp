@@ -90,21 +90,21 @@ ServantUse enter_incarnated(POAInfo& poa, const ObjectId& oid, ServantBase& serv
   if (poa.destroyed)
     raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
   if (ActiveObjectMap* map = poa.active_object_map) {
-    ServantUse active = map->useServantById(oid_view(oid));
+    ServantUse active = map->useServantById(guard, oid_view(oid));
     if (active && !active->get_to_be_deleted() && !active->get_deleted()) return active;
     if (active) {  // its entry must not stand in front of the new one
       dying = std::move(active);
-      map->removeById(oid, dying.get());
+      map->removeById(guard, oid_view(oid), dying.get());
     }
-    if (poa.policies.unique_id() && map->findOidByServant(&servant)) {
+    if (poa.policies.unique_id() && map->at(guard, map->findByServant(guard, &servant))) {
       POA_TRACE("unique_id,throw CORBA::StExcep::OBJ_ADAPTER");
       raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [oid is nil.]", MINOR_NO_MANAGER);
     }
   }
-  std::unique_ptr<ObjectId> copy(duplicate_oid(&oid));
-  ActiveObjectMap* map = poa.map_for_insert();
+  trace_oid_duplicate();
+  ActiveObjectMap* map = poa.map_for_insert(guard);
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call");
-  map->insertActiveObjectMap(copy.release(), &servant);
+  map->insertActiveObjectMap(guard, oid_view(oid), &servant);
   return ServantUse(&servant);
 }
 

@@ -225,12 +225,13 @@ CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid
   return CORBA::Object::_duplicate(s.get_ObjectReference(poa, &oid));
 }
 
-void withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid) {
+void withdraw_reference(ServantBase& s, POA* poa, std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
-  CORBA::Object* reference = s.get_ObjectReference(poa, &oid);
+  const BorrowedObjectId id(oid);
+  CORBA::Object* reference = s.get_ObjectReference(poa, &id.get());
   if (!reference) return;
   unbind(*reference);
-  s.clear_ObjectReference(poa, &oid);
+  s.clear_ObjectReference(poa, &id.get());
 }
 
 // ---- All references -----------------------------------------------------------------------------

@@ -70,7 +70,7 @@ std::vector<ServantReference> list_references(const ServantBase& s);
 CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid);
 
 /// Takes the reference kept for (poa, oid), if there is one, out of the ORB core's table and out of the servant.
-void withdraw_reference(ServantBase& s, POA* poa, const ObjectId& oid);
+void withdraw_reference(ServantBase& s, POA* poa, std::string_view oid);
 /// What a servant's reference was for.
 struct WithdrawnReference {
   ObjectHomePtr home;  // null when the POA is gone

@@ -26,12 +26,15 @@ class SlotIndex {
   void reserve_one() {
     if ((used_ + 1) * 4 > cells_.size() * 3) grow();
   }
-  /// After reserve_one.
-  void insert(Key key, Position position) {
+  /// What find answers; where that is NONE, the position is entered. After reserve_one.
+  template <class Is>
+  Position find_or_insert(Key key, Position position, Is&& is) {
     std::size_t at = home(key);
-    while (cells_[at].position != NONE) at = after(at);
+    for (; cells_[at].position != NONE; at = after(at))
+      if (cells_[at].key == key && is(cells_[at].position)) return cells_[at].position;
     cells_[at] = {key, position};
     ++used_;
+    return NONE;
   }
   void move(Key key, Position from, Position to) { cells_[cell_of(key, from)].position = to; }
   void erase(Key key, Position position) {
@@ -64,10 +67,11 @@ class SlotIndex {
   }
   void grow() {
     SlotIndex larger;
-    larger.cells_.resize(cells_.empty() ? 16 : cells_.size() * 2);
+    larger.cells_.resize(cells_.empty() ? 8 : cells_.size() * 2);
     larger.shift_ = 64 - std::countr_zero(larger.cells_.size());
     for (const Cell& cell : cells_)
-      if (cell.position != NONE) larger.insert(cell.key, cell.position);
+      if (cell.position != NONE)
+        larger.find_or_insert(cell.key, cell.position, [](Position) { return false; });
     cells_.swap(larger.cells_);
     shift_ = larger.shift_;
   }

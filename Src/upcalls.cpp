@@ -10,7 +10,6 @@
 #include "locks.h"
 #include "raise.h"
 #include "servantreferences.h"
-#include "zrsocket.h"
 
 std::atomic<PortableServer::POAdisconnect*> _disc_instance{nullptr};
 
@@ -51,24 +50,11 @@ bool contained(const char* what, Call&& call) {
   return false;
 }
 
-void trace_client(long fd, const void* host_addr, unsigned char is_ipv6) {
-  if (!OM_TRACE_IS_ON) return;
-  char text[65];
-  const char* printed = OM_inet_ntop(is_ipv6 ? ZR_af_inet6 : ZR_af_inet, host_addr, text, is_ipv6 ? 65 : 22);
-  if (!printed) printed = "NULL";
-  if (is_ipv6) {
-    POA_TRACE("  fd = %ld, host_ipv6 = %s", fd, printed);
-  } else {
-    POA_TRACE("  fd = %ld, host_ipv4 = %s", fd, printed);
-  }
-}
-
 /// The servants of a lost client, one after the other. The program is asked about each while no lock is held;
 /// what it deactivates meanwhile is its own.
 class LostClient {
  public:
-  LostClient(long fd, const void* host_addr, unsigned char is_ipv6)
-      : fd_(static_cast<CORBA::Long>(fd)), host_addr_(host_addr), is_ipv6_(is_ipv6) {}
+  explicit LostClient(const ClientData& client) : client_(client) {}
 
   /// A servant in the program's hands.
   struct Found {
@@ -82,14 +68,14 @@ class LostClient {
     MutexGuard references(poa_svt_objref_mutex);
     PoaSemaphoreGuard guard(__LINE__);
     do {
-      found.servant = ActiveObjectMap::next_of_client(place_, fd_, host_addr_, is_ipv6_);
+      found.servant = ActiveObjectMap::next_of_client(guard, place_, client_);
     } while (std::find(busy_.begin(), busy_.end(), found.servant) != busy_.end());
     if (!found.servant) return false;
     found.references = PortableServer::list_references(*found.servant);
     if (found.servant->get_ref_counter() != 0) {
       busy_.push_back(found.servant);
     } else {
-      ActiveObjectMap::forget_client(*found.servant, fd_, host_addr_, is_ipv6_);
+      ActiveObjectMap::forget_client(guard, *found.servant, client_);
     }
     found.call.enter(found.servant);
     return true;
@@ -100,10 +86,10 @@ class LostClient {
     ServantUse use;  // where this fails, it ends after the locks
     MutexGuard references(poa_svt_objref_mutex);
     PoaSemaphoreGuard guard(__LINE__);
-    const bool active = ActiveObjectMap::is_at(place_, found.servant) ||
+    const bool active = ActiveObjectMap::is_at(guard, place_, found.servant) ||
                         std::any_of(found.references.begin(), found.references.end(), [&](const auto& each) {
                           ActiveObjectMap* map = each.record->active_object_map;
-                          return map && map->holds(oid_view(each.oid), found.servant);
+                          return map && map->holds(guard, oid_view(each.oid), found.servant);
                         });
     if (!active) return use;
     use = ServantUse(found.servant);
@@ -112,9 +98,7 @@ class LostClient {
   }
 
  private:
-  const CORBA::Long fd_;
-  const void* const host_addr_;
-  const unsigned char is_ipv6_;
+  const ClientData client_;
   ActiveObjectMap::Place place_;
   std::vector<const ServantBase*> busy_;  // asked about, and still recorded
 };
@@ -198,9 +182,10 @@ void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6
   POA_TRACE("call_disconnect_cpp_handler called...");
   PortableServer::POAdisconnect* callback = _disc_instance;
   if (!callback) return;
-  trace_client(fd, host_addr, is_ipv6);
+  const ClientData client = ClientData::at(static_cast<CORBA::Long>(fd), host_addr, is_ipv6);
+  client.trace();
   contained("asking about a lost client's servants",
-            [&] { ask_about_servants(*callback, LostClient(fd, host_addr, is_ipv6)); });
+            [&] { ask_about_servants(*callback, LostClient(client)); });
 }
 
 void call_poa_inst_lifespan() {

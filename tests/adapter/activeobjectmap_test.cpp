@@ -1,5 +1,6 @@
 // The active object map and the lists of servants.
 #include <algorithm>
+#include <array>
 #include <random>
 
 #include "objects.h"
@@ -10,7 +11,22 @@ namespace {
 
 class ActiveMap : public ObjectTest {
  protected:
-  void insert(std::string_view oid, ServantBase& s) { map.insertActiveObjectMap(make_oid(oid), &s); }
+  void insert(std::string_view oid, ServantBase& s, ActiveObjectMap& into) {
+    PoaSemaphoreGuard guard(__LINE__);
+    into.insertActiveObjectMap(guard, oid, &s);
+  }
+  void insert(std::string_view oid, ServantBase& s) { insert(oid, s, map); }
+  /// The id of the servant's first entry, or "none".
+  std::string id_of(ServantBase& s, ActiveObjectMap& in) {
+    PoaSemaphoreGuard guard(__LINE__);
+    const _ActiveObjectEntry* entry = in.at(guard, in.findByServant(guard, &s));
+    return entry ? std::string(entry->oid.view()) : "none";
+  }
+  template <class... Servant>
+  void remove(std::string_view oid, Servant*... only) {
+    PoaSemaphoreGuard guard(__LINE__);
+    map.removeById(guard, oid, only...);
+  }
   ServantBase* find(std::string_view oid) { return map.findServantById(oid); }
 
   ActiveObjectMap map;
@@ -25,7 +41,7 @@ TEST_F(ActiveMap, GrowsByBlocksAndUsesTheFirstFreeSlot) {
   insert("next", two);
   ASSERT_NE(map.next, nullptr);
   EXPECT_EQ(map.next->entries[0].p_servant, &two);
-  for (int slot : {700, 7}) map.removeById(oid_of(std::to_string(slot)));
+  for (int slot : {700, 7}) remove(std::to_string(slot));
   EXPECT_EQ(find("7"), nullptr);
   for (int slot : {7, 700}) {
     insert("again" + std::to_string(slot), two);
@@ -53,11 +69,10 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
     const auto by_id = first(model.begin(), same_id);
     ASSERT_EQ(find(id), by_id == model.end() ? nullptr : by_id->second) << id;
     const auto by_servant = first(model.begin(), [&](const Slot& slot) { return slot.second == &s; });
-    const ObjectId* oid = map.findOidByServant(&s);
-    ASSERT_EQ(oid ? oid_view(*oid) : "none", by_servant == model.end() ? "none" : by_servant->first);
+    ASSERT_EQ(id_of(s, map), by_servant == model.end() ? "none" : by_servant->first);
     if (step % 1500 > 1300) {
       const bool of_one_servant = step % 3 == 0;
-      of_one_servant ? map.removeById(oid_of(id), &s) : map.removeById(oid_of(id));
+      of_one_servant ? remove(id, &s) : remove(id);
       const auto removed = [&](const Slot& slot) {
         return same_id(slot) && (!of_one_servant || slot.second == &s);
       };
@@ -75,7 +90,7 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
       ASSERT_EQ(entry.p_servant, model[position++].second);
   for (ServantBase* each : servants) {  // what is left is found until the last one goes
     ActiveObjectMap::forget_servant(each);
-    EXPECT_EQ(map.findOidByServant(each), nullptr);
+    EXPECT_EQ(id_of(*each, map), "none");
     for (Slot& slot : model)
       if (slot.second == each) slot.second = nullptr;
     for (const Slot& slot : model) {
@@ -87,6 +102,42 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
   }
 }
 
+TEST_F(ActiveMap, ATicketIsForOneActivation) {
+  PoaSemaphoreGuard guard(__LINE__);
+  const std::string longer(StoredObjectId::IN_PLACE + 1, 'x');
+  for (const std::string& oid : {std::string("short"), longer}) {
+    const auto first = map.insertActiveObjectMap(guard, oid, &one);
+    for (int i = 0; i < 100; ++i)  // moves the slots
+      map.insertActiveObjectMap(guard, oid + std::to_string(i), &two);
+    const _ActiveObjectEntry* entry = map.at(guard, first);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->oid.view(), oid);
+    map.removeById(guard, oid);
+    EXPECT_EQ(map.at(guard, first), nullptr);
+    map.insertActiveObjectMap(guard, oid, &one);  // the same id and servant in the same slot
+    EXPECT_EQ(map.at(guard, first), nullptr);
+    map.remove(first);
+    EXPECT_EQ(find(oid), &one);
+    ActiveObjectMap::forget_servant(&one);
+  }
+}
+
+TEST_F(ActiveMap, AListOfServantsKnowsItsEnd) {
+  std::array<PlainServant, 4> servants;
+  POA_ServantList* list = nullptr;
+  const auto add = [&](int i) { POA_ServantList::add_servant(list, &servants[static_cast<std::size_t>(i)]); };
+  const auto remove = [&](int i) {
+    POA_ServantList::remove_servant(list, &servants[static_cast<std::size_t>(i)]);
+  };
+  add(0), add(1), remove(1), add(2);             // the last one went
+  add(3), remove(0), add(1), remove(3), add(0);  // the first one, one between
+  for (int i : {2, 1, 0}) {
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(POA_ServantList::pop(list), &servants[static_cast<std::size_t>(i)]);
+  }
+  EXPECT_EQ(list, nullptr);
+}
+
 TEST_F(ActiveMap, ServantsOfAClient) {
   unsigned char v4[16] = {192, 0, 2, 1, 9, 9}, v6[16] = {0x20, 1, 0xd, 0xb8}, zero[16] = {};
   insert("free", one);
@@ -95,7 +146,7 @@ TEST_F(ActiveMap, ServantsOfAClient) {
   map.entries[1].fd = map.entries[2].fd = 5;
   std::memcpy(&map.entries[1].host_ipv4, v4, 4);  // the octets behind it do not count
   std::memcpy(map.entries[2].host_ipv6, v6, 16);
-  map.removeById(oid_of("free"));
+  remove("free");
   EXPECT_EQ(map.searchServantByClientData(5, v4, 0), &one);
   EXPECT_EQ(map.searchServantByClientData(5, v6, 1), &two);
   EXPECT_EQ(map.searchServantByClientData(5, v4, 1), nullptr);
@@ -106,14 +157,13 @@ TEST_F(ActiveMap, AForgottenServantIsInNoMap) {
   auto between = std::make_unique<ActiveObjectMap>();
   ActiveObjectMap second;
   for (ActiveObjectMap* each : {between.get(), &second})
-    for (int i = 0; i <= ActiveObjectMap::SLOTS; ++i)
-      each->insertActiveObjectMap(make_oid("same"), i % 2 ? &one : &two);
+    for (int i = 0; i <= ActiveObjectMap::SLOTS; ++i) insert("same", i % 2 ? one : two, *each);
   between.reset();  // both its blocks leave the list of all blocks
   insert("a", one);
   ActiveObjectMap::forget_servant(&one);
   EXPECT_EQ(ServantAccess::active_entries(one), 0u);
   EXPECT_EQ(find("a"), nullptr);
-  EXPECT_EQ(second.findOidByServant(&one), nullptr);
+  EXPECT_EQ(id_of(one, second), "none");
   EXPECT_EQ(second.findServantById("same"), &two);
 }
 
@@ -128,9 +178,9 @@ TEST_F(ActiveMap, EtherealizeHandsOverEachServantOnce) {
   for (int i = 0; i < 2; ++i) map.etherealize(top, 1, 0, &activator, env);
   EXPECT_EQ(activator.calls.size(), 2u);
   // The entries stay, but answer nothing and touch the servants no more.
-  EXPECT_NE(map.entries[0].oid, nullptr);
+  EXPECT_NE(map.entries[0].p_servant, nullptr);
   EXPECT_EQ(map.useServantById("a").get(), nullptr);
-  map.removeById(b);
+  remove("b");
 }
 
 TEST_F(ActiveMap, ClearingOneWayAndDeactivatingTheOtherDoNotBlockEachOther) {

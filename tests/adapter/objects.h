@@ -38,7 +38,7 @@ inline POAInfoPtr record_of(PortableServer::POA* poa) {
 inline int entries_of(const POAInfo& record, const PortableServer::ServantBase& servant) {
   int count = 0;
   for (const ActiveObjectMap* block = record.active_object_map; block; block = block->next)
-    for (const _ActiveObjectEntry& entry : block->entries) count += entry.oid && entry.p_servant == &servant;
+    for (const _ActiveObjectEntry& entry : block->entries) count += entry.p_servant == &servant;
   return count;
 }
 

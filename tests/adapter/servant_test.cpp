@@ -185,7 +185,10 @@ TEST_F(Servants, DeactivatingWithdrawsWhatIsItsOwn) {
     many->activate_object_with_id(*id, &servant, env);
     CORBA::release(many->id_to_reference(*id, env));
   }
-  many->active_object_map.load()->removeById(b);  // b goes over to another servant
+  {
+    PoaSemaphoreGuard guard(__LINE__);
+    many->active_object_map.load()->removeById(guard, "b");  // b goes over to another servant
+  }
   many->activate_object_with_id(b, &other, env);
   EXPECT_EQ(ZR_bound_objects(), bound + 2);
 

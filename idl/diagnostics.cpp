@@ -34,6 +34,13 @@ std::string caret_line(const std::string& line, const Location& at) {
   return marks;
 }
 
+// Every character takes one column, so that the caret stays below its place.
+std::string printable(std::string text) {
+  const auto acts = [](unsigned char c) { return (c < ' ' && c != '\t' && c != '\n') || c == 0x7f; };
+  std::replace_if(text.begin(), text.end(), acts, '?');
+  return text;
+}
+
 }  // namespace
 
 std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
@@ -79,12 +86,13 @@ void Diagnostics::show(const Location& at, const char* kind, const std::string& 
     text_ += std::string("poaidl: ") + kind + ": " + message + '\n';
     return;
   }
-  text_ += sources_.name(at.file) + ':' + std::to_string(at.line) + ':' + std::to_string(at.column) + ": " +
-           kind + ": " + message + '\n';
+  text_ += printable(sources_.name(at.file) + ':' + std::to_string(at.line) + ':' +
+                     std::to_string(at.column) + ": " + kind + ": " + message) +
+           '\n';
   const std::string& line = sources_.line(at.file, at.line);
   constexpr std::size_t widest = 400;
   if (line.empty() || line.size() > widest) return;
-  text_ += "  " + line + "\n  " + caret_line(line, at) + '\n';
+  text_ += "  " + printable(line) + "\n  " + caret_line(line, at) + '\n';
 }
 
 }  // namespace idl

@@ -1,4 +1,4 @@
-"""Runs one server and its client: python3 run.py BIN NAME [EMULATOR...]. Both must end by themselves, with status 0."""
+"""Runs NAME_server and NAME_client: python3 run.py BIN NAME [EMULATOR...]. Both must end by themselves, with status 0."""
 import contextlib
 import os
 import pathlib
@@ -13,7 +13,7 @@ DIRECTORY, NAME, EMULATOR = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3:]
 
 
 def program(role):
-    return [*EMULATOR, DIRECTORY / f"classic_{NAME}_{role}"]
+    return [*EMULATOR, DIRECTORY / f"{NAME}_{role}"]
 
 
 def wait_for(file, server):
@@ -64,7 +64,7 @@ def serve_again(file):
 def main():
     with tempfile.TemporaryDirectory() as scratch:
         file = pathlib.Path(scratch) / "reference"
-        if NAME == "ledger":
+        if NAME == "classic_ledger":
             serve_again(file)
             return
         with serving(file):

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "compile.h"
+#include "emit/emit.h"
 
 namespace {
 
@@ -81,6 +81,27 @@ TEST(IdlTexts, RightOnesCompileAndDeclareWhatTheySay) {
       EXPECT_NE(list.find('\n' + line + '\n'), std::string::npos)
           << "right.txt:" << one.line << ": " << line << list;
   }
+}
+
+TEST(IdlTexts, WhatHasNoCppIsRefusedByName) {
+  for (const Case& one : cases("refused.txt")) {
+    idl::Compilation compilation;
+    compile(one.text, compilation);
+    EXPECT_EQ(compilation.diagnostics.errors(), 0U) << compilation.diagnostics.text();
+    const idl::Emitted made = idl::emit(compilation, "x", {});
+    EXPECT_EQ(reports(compilation.diagnostics.text(), "error"), one.expected) << "refused.txt:" << one.line;
+    EXPECT_EQ(made.header + made.source, "") << "refused.txt:" << one.line;
+  }
+}
+
+// Control characters could make a terminal do anything.
+TEST(IdlTexts, NothingUnprintableIsShown) {
+  idl::Compilation compilation;
+  compile("typedef lon\x1b[2J\tT;\r\x7f\n", compilation);
+  const std::string said = compilation.diagnostics.text();
+  EXPECT_GE(compilation.diagnostics.errors(), 1U);
+  EXPECT_NE(said.find("  typedef lon?[2J\tT;"), std::string::npos) << said;
+  EXPECT_EQ(said.find_first_of("\x1b\r\x7f"), std::string::npos) << said;
 }
 
 TEST(IdlTexts, TheLineIsShownWithACaretAndANote) {

@@ -1,5 +1,5 @@
-"""Installs the build tree BUILD_DIR, moves what was installed, and builds and runs README's server against it: by the
-commands that README gives, and by find_package. SOURCE_DIR is the tree, CXX the compiler."""
+"""Installs the build tree BUILD_DIR, moves what was installed, and builds and runs against it what README and
+docs/start.md show: by the commands that they give, and by find_package. SOURCE_DIR is the tree, CXX the compiler."""
 import os
 import re
 import shutil
@@ -66,6 +66,45 @@ class PackageTest(unittest.TestCase):
             "-DCONSUMER_IDL=" + os.path.join(TOUR, "echo.idl"), env=self.env)
         run("cmake", "--build", where + "/build", env=self.env)
         self.serves(where + "/build/server")
+
+    def start_files(self, name):
+        """A new folder with the files that docs/start.md shows."""
+        where = os.path.join(self.dir, name)
+        os.mkdir(where)
+        with open(os.path.join(SOURCE, "docs", "start.md")) as f:
+            files = re.findall(r"<!-- file: (\S+) -->\n```\w+\n(.*?)```\n", f.read(), re.S)
+        self.assertEqual(len(files), 5)
+        for file, text in files:
+            with open(os.path.join(where, file), "w") as f:
+                f.write(text)
+        return where
+
+    def talk(self, where, programs):
+        """The server and the client of docs/start.md, as it says what the client says."""
+        with subprocess.Popen([programs + "/server"], cwd=where, stdout=subprocess.PIPE, text=True, env=self.env) as server:
+            try:
+                self.assertEqual(server.stdout.readline(), "ready\n")
+                self.assertEqual(run(programs + "/client", cwd=where, env=self.env), "20 are missing\nAnn has 100\n")
+            finally:
+                server.kill()
+
+    def test_ten_minutes_with_cmake(self):
+        where = self.start_files("start-cmake")
+        run("cmake", "-B", "build", "-G", "Ninja", "-DCMAKE_PREFIX_PATH=" + self.prefix, "-DCMAKE_CXX_COMPILER=" + CXX,
+            cwd=where, env=self.env)
+        run("cmake", "--build", "build", cwd=where, env=self.env)
+        self.talk(where, where + "/build")
+        idl = os.path.join(where, "bank.idl")  # a changed interface is compiled again
+        with open(idl, "a") as f:
+            f.write("const long LIMIT = 7;\n")
+        run("cmake", "--build", "build", "--target", "bank", cwd=where, env=self.env)
+        with open(where + "/build/bank.idl/bank.h") as f:
+            self.assertIn("LIMIT = 7", f.read())
+
+    def test_ten_minutes_with_make(self):
+        where = self.start_files("start-make")
+        run("make", "CXX=" + CXX, cwd=where, env=self.env)
+        self.talk(where, where)
 
     def test_the_program_picks_its_language(self):
         flags = run("pkg-config", "--cflags", "--libs", "poa", env=self.env)

@@ -1,6 +1,6 @@
 # poa_library(<name> INCLUDE <directory> [LINK <library>...] [INTERNAL <library>...])
 #
-# Makes shared library <name> (alias poa::<name>) from the *.cpp files of the current directory. They are compiled
+# Makes shared library <name> (alias poa::<name>) from the *.cpp files of the current directory and below it. They are compiled
 # once, as object library <name>_objects; a test of the internals links those objects, where hidden symbols can be
 # reached, and never <name> beside them.
 #   INCLUDE   the directory of the public headers
@@ -8,7 +8,7 @@
 #   INTERNAL  libraries that only the sources use; whoever links the objects gets them too
 function(poa_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "INCLUDE" "LINK;INTERNAL")
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
   if(NOT sources)
     message(STATUS "${name}: no sources, skipped")
     return()

@@ -7,6 +7,15 @@ namespace PortableServer {
 
 /// A program derives from this and registers one object. When a client's connection is lost, the library asks
 /// it about the servants that this client activated or called last.
+///
+///   class Sessions : public PortableServer::POAdisconnect {
+///     CORBA::Boolean release_instance(PortableServer::POA*, PortableServer::ServantBase* servant,
+///                                     PortableServer::ObjectId&, CORBA::Environment&) override {
+///       return dynamic_cast<Session*>(servant) != nullptr;  // sessions go with their client
+///     }
+///   };
+///   Sessions sessions;
+///   PortableServer::POAdisconnect::setDisconnect(&sessions);
 class POA_API POAdisconnect {
  public:
   POAdisconnect() = default;

@@ -4,6 +4,7 @@
 
 #include "poa/interfaces.h"
 
+// The skeletons: the base of each implementation below.
 class POA_API _sk_PortableServer_POA : public virtual PortableServer::POA {};
 class POA_API _sk_PortableServer_POAManager : public virtual PortableServer::POAManager {};
 class POA_API _sk_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {};
@@ -25,7 +26,10 @@ using _sk_PortableServer_ServantRetentionPolicy =
 using _sk_PortableServer_RequestProcessingPolicy =
     _sk_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
 
-/// A POA object: finds the record of its POA and works on it.
+/// A POA object: finds the record of its POA by the identity in its reference and works on it, so that any
+/// reference of a POA is as good as another, and one whose POA is gone, or that never was one, raises BAD_PARAM
+/// (0x4B510007). Programs get them from the library; one that a program makes itself refers to nothing until
+/// set_ref. What each operation does is told at PortableServer::POA. Any thread.
 class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
  public:
   char* the_name(CORBA_ENV) override;
@@ -71,6 +75,7 @@ class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
   CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA_ENV) override;
 };
 
+/// A POA manager's object: as the POA's, of its manager's record. Any thread.
 class POA_API PortableServer_POAManager_impl : public virtual _sk_PortableServer_POAManager {
  public:
   void activate(CORBA_ENV) override;
@@ -87,12 +92,16 @@ class POA_API PortableServer_Policy_impl : public virtual _sk_PortableServer_Pol
                                            public virtual CORBA_Policy_impl {
  public:
   using Value = typename Kind::value_type;
-  /// The kind's default value.
+  /// The kind's default value, without a reference: in a policy list it counts as nothing said.
   PortableServer_Policy_impl();
+  /// The value it holds.
   Value value(CORBA_ENV) override;
+  /// A new object of the same value and reference, the caller's; null when the reference cannot be duplicated.
   CORBA::Policy* copy(CORBA_ENV) override;
+  /// This object as the interface of that repository id: its own kind's, or CORBA::Policy's; else null.
   void* _cast(const char* repository_id) override;
 
+  /// For the library, which sets it before anybody sees the object.
   Value __value;
 };
 using PortableServer_ThreadPolicy_impl = PortableServer_Policy_impl<PortableServer::ThreadPolicy>;
@@ -106,15 +115,18 @@ using PortableServer_ServantRetentionPolicy_impl =
 using PortableServer_RequestProcessingPolicy_impl =
     PortableServer_Policy_impl<PortableServer::RequestProcessingPolicy>;
 
-/// Does nothing and says that it did it: true, and no POA made.
+/// What a program's adapter activator derives from. As it is it does nothing and says that it did it: true, and no
+/// POA made.
 class POA_API PortableServer_AdapterActivator_impl : public virtual _sk_PortableServer_AdapterActivator {
  public:
   CORBA::Boolean unknown_adapter(PortableServer::POA* parent, const char* name, CORBA_ENV) override;
 };
 
+/// Base of the two below.
 class POA_API PortableServer_ServantManager_impl : public virtual _sk_PortableServer_ServantManager {};
 
-/// Activates nothing: a null servant.
+/// What a program's servant activator derives from. As it is it activates nothing: a null servant, for which the
+/// client gets OBJ_ADAPTER (0x4B510302) as UNKNOWN.
 class POA_API PortableServer_ServantActivator_impl : public virtual _sk_PortableServer_ServantActivator,
                                                      public virtual PortableServer_ServantManager_impl {
  public:
@@ -125,7 +137,8 @@ class POA_API PortableServer_ServantActivator_impl : public virtual _sk_Portable
                    CORBA::Boolean remaining_activations, CORBA_ENV) override;
 };
 
-/// Locates nothing: a null servant, and a cookie not written.
+/// What a program's servant locator derives from. As it is it locates nothing: a null servant, and a cookie not
+/// written; the client gets OBJ_ADAPTER (0x4B510302).
 class POA_API PortableServer_ServantLocator_impl : public virtual _sk_PortableServer_ServantLocator,
                                                    public virtual PortableServer_ServantManager_impl {
  public:
@@ -137,6 +150,7 @@ class POA_API PortableServer_ServantLocator_impl : public virtual _sk_PortableSe
                   CORBA_ENV) override;
 };
 
+/// The POA Current: one object answers each thread for its own request.
 class POA_API PortableServer_Current_impl : public virtual _sk_PortableServer_Current,
                                             public virtual CORBA_Current_impl {
  public:

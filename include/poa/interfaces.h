@@ -37,8 +37,17 @@ POA_VAR_CLASS(POAList_var, CORBA::SequenceVar<POAList>)
 
 // ---- Policies ----
 
-/// A policy of one value; the seven kinds derive from it. `Type` is its policy type id, `Name` its interface's
-/// name.
+/// A policy of one value, as `create_POA` takes it; the seven kinds derive from it. `Type` is its policy type
+/// id, `Name` its interface's name.
+///
+///   CORBA::PolicyList list;
+///   list.length(2);
+///   list[0] = root->create_lifespan_policy(PortableServer::PERSISTENT);
+///   list[1] = root->create_id_assignment_policy(PortableServer::USER_ID);
+///   PortableServer::POA_var poa = root->create_POA("accounts", nullptr, list);
+///
+/// The library's policy objects are shared and do not change: any thread, and a duplicate may be kept for as
+/// long as one likes. `destroy` is not needed.
 template <class Kind, class Value, CORBA::PolicyType Type, CORBA::Text Name>
 class POA_API PolicyOf : public virtual CORBA::Policy {
  public:
@@ -53,9 +62,14 @@ class POA_API PolicyOf : public virtual CORBA::Policy {
   /// Any non-nil reference narrows.
   static Kind* _narrow(CORBA::Object* object);
 
+  /// The value. Raises nothing.
   virtual Value value(CORBA_ENV) = 0;
 };
 
+// In this order: what may be at work in the POA at once (requests of a POA are served by many threads, whatever
+// is chosen); whether its references outlive the process; whether a servant may be several of its objects; who
+// makes up ids; whether a servant becomes active when its reference is asked for; whether active objects are
+// kept in a map; and who serves what the map does not hold.
 #define POA_POLICY_CLASS(Name, ID)                                       \
   class POA_API Name : public PolicyOf<Name, Name##Value, ID, #Name> {}; \
   using Name##_ptr = Name*;                                              \
@@ -72,22 +86,44 @@ POA_POLICY_CLASS(RequestProcessingPolicy, REQUEST_PROCESSING_POLICY_ID)
 
 // ---- POAManager ----
 
-/// Gates the requests of the POAs that share it.
+/// Gates the requests of the POAs that share it. A POA that is created without one shares the root POA's.
+///
+///   PortableServer::POAManager_var manager = root->the_POAManager();
+///   manager->activate();               // from now on requests are served
+///   manager->hold_requests(false);     // while something is being changed
+///   manager->activate();
+///   manager->deactivate(true, false);  // for good
+///
+/// A manager starts HOLDING. One goes from any state to any other but never leaves INACTIVE. Any thread may call
+/// any operation; the state changes as a whole. Nothing waits for requests that are being served: what the
+/// standard calls wait_for_completion is accepted and has no effect on the first three operations.
 class POA_API POAManager : public virtual CORBA::Object {
  public:
+  /// What becomes of a request: held until the state changes; served; refused with TRANSIENT (0x4B510301), so
+  /// that its client may try again; refused for good (UNKNOWN).
   enum State : CORBA::ULong { HOLDING = 0, ACTIVE = 1, DISCARDING = 2, INACTIVE = 3 };
+  /// The manager is INACTIVE, or the request queues refuse the change.
   POA_PLAIN_EXCEPTION(AdapterInactive, "IDL:omg.org/PortableServer/POAManager/AdapterInactive:1.0")
 
   static POAManager* _nil() { return nullptr; }
   static POAManager* _duplicate(POAManager* p);
   static POAManager* _narrow(CORBA::Object* object);
 
-  /// Each raises AdapterInactive once the manager is INACTIVE, or when the request queues refuse the change.
+  // Each of the four raises AdapterInactive once the manager is INACTIVE, or when the request queues refuse the
+  // change; the state is then as it was. Asking for the state that there is changes nothing.
+
+  /// Serves requests, those that were held first. The first change of any manager of the process also announces
+  /// the process to its ORB: nothing is served before.
   virtual void activate(CORBA_ENV) = 0;
+  /// Holds the requests that come from now on. Up to -ORBQueue of them; further ones are refused with TRANSIENT.
   virtual void hold_requests(CORBA::Boolean wait_for_completion, CORBA_ENV) = 0;
+  /// Refuses the requests that come from now on, and those that were held.
   virtual void discard_requests(CORBA::Boolean wait_for_completion, CORBA_ENV) = 0;
+  /// The end: requests are refused for good. With `etherealize_objects`, every active object of the manager's
+  /// POAs is handed to the POA's servant activator, `wait_for_completion` being passed on to it.
   virtual void deactivate(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion,
                           CORBA_ENV) = 0;
+  /// The state now; another thread may change it at once.
   virtual State get_state(CORBA_ENV) = 0;
 };
 using POAManager_ptr = POAManager*;
@@ -95,20 +131,44 @@ POA_VAR_CLASS(POAManager_var, CORBA::ObjectVar<POAManager>)
 
 // ---- POA ----
 
-/// One adapter: a name space of objects under one set of policies. Every operation raises CORBA::BAD_PARAM
-/// (0x4B510007) once the POA was destroyed; the exceptions named at an operation come beside that.
+/// One adapter: a name space of objects under one set of policies.
+///
+///   PortableServer::POA_var root = PortableServer::POA::_narrow(object);  // of "RootPOA"
+///   PortableServer::POA_var poa = root->create_POA("accounts", nullptr, list);
+///   PortableServer::ObjectId_var id = PortableServer::string_to_ObjectId("4711");
+///   poa->activate_object_with_id(id, &account);
+///   CORBA::Object_var reference = poa->id_to_reference(id);
+///   ...
+///   poa->deactivate_object(id);
+///
+/// A POA object is a reference: duplicate and release it as any other; the POA itself lives until `destroy`.
+/// Any thread may call any operation. Every operation raises CORBA::BAD_PARAM (0x4B510007) once the POA was
+/// destroyed, and CORBA::NO_MEMORY when there is none; the exceptions named at an operation come beside that.
+/// System exceptions carry 0x4B510007 where no other minor code is named. Texts, ids, lists and references that
+/// an operation returns are the caller's, unless it is said otherwise; arguments are copied where they are kept,
+/// but for servants, servant managers and activators, which stay the program's.
 class POA_API POA : public virtual CORBA::Object {
  public:
+  /// There is a child of that name.
   POA_PLAIN_EXCEPTION(AdapterAlreadyExists, "IDL:omg.org/PortableServer/POA/AdapterAlreadyExists:1.0")
+  /// There is no child of that name, and no activator made one.
   POA_PLAIN_EXCEPTION(AdapterNonExistent, "IDL:omg.org/PortableServer/POA/AdapterNonExistent:1.0")
+  /// There is no default servant.
   POA_PLAIN_EXCEPTION(NoServant, "IDL:omg.org/PortableServer/POA/NoServant:1.0")
+  /// The id is active.
   POA_PLAIN_EXCEPTION(ObjectAlreadyActive, "IDL:omg.org/PortableServer/POA/ObjectAlreadyActive:1.0")
+  /// The id is not active.
   POA_PLAIN_EXCEPTION(ObjectNotActive, "IDL:omg.org/PortableServer/POA/ObjectNotActive:1.0")
+  /// The servant is active, or activating it failed.
   POA_PLAIN_EXCEPTION(ServantAlreadyActive, "IDL:omg.org/PortableServer/POA/ServantAlreadyActive:1.0")
+  /// The servant is not active here, and may not become so by itself.
   POA_PLAIN_EXCEPTION(ServantNotActive, "IDL:omg.org/PortableServer/POA/ServantNotActive:1.0")
+  /// The reference is none of this POA.
   POA_PLAIN_EXCEPTION(WrongAdapter, "IDL:omg.org/PortableServer/POA/WrongAdapter:1.0")
+  /// The policies of the POA do not allow the operation.
   POA_PLAIN_EXCEPTION(WrongPolicy, "IDL:omg.org/PortableServer/POA/WrongPolicy:1.0")
-  /// The policy list breaks a rule; `index` is the element that completed the rejected combination.
+  /// The policy list breaks a rule: NON_RETAIN needs USE_DEFAULT_SERVANT or USE_SERVANT_MANAGER,
+  /// USE_DEFAULT_SERVANT needs MULTIPLE_ID, and IMPLICIT_ACTIVATION needs SYSTEM_ID and RETAIN. `index` is the element that completed the rejected combination.
   class POA_API InvalidPolicy : public CORBA::UserExceptionOf<InvalidPolicy> {
    public:
     static constexpr const char* repository_id = "IDL:omg.org/PortableServer/POA/InvalidPolicy:1.0";
@@ -124,27 +184,39 @@ class POA_API POA : public virtual CORBA::Object {
   /// Any non-nil reference narrows; one that is no POA of this process makes every operation raise BAD_PARAM.
   static POA* _narrow(CORBA::Object* object);
 
+  // ---- The tree ----
+
+  /// The name that `create_POA` was given; "rootPOA" for the root. Freed with CORBA::string_free.
   virtual char* the_name(CORBA_ENV) = 0;
-  /// BAD_PARAM for the root POA, which has none.
+  /// The parent, also while that is being destroyed. BAD_PARAM for the root POA, which has none.
   virtual POA* the_parent(CORBA_ENV) = 0;
-  /// Newest first.
+  /// Newest first; empty when there is none. The time it takes is proportional to their number.
   virtual POAList* the_children(CORBA_ENV) = 0;
+  /// The manager that gates the POA.
   virtual POAManager* the_POAManager(CORBA_ENV) = 0;
   /// The activator is the program's and must outlive its use here; nil takes it away.
   virtual void the_activator(AdapterActivator* activator, CORBA_ENV) = 0;
-  /// BAD_PARAM when there is none.
+  /// The activator. BAD_PARAM when there is none.
   virtual AdapterActivator* the_activator(CORBA_ENV) = 0;
 
-  /// A child POA. Nil manager: the one that the root POA has. The name may hold any octets but NUL and 0xFF.
-  /// AdapterAlreadyExists, InvalidPolicy; BAD_PARAM for a null or empty name.
+  /// A child POA. Nil manager: the one that the root POA has. The list may be empty and hold nil elements; of two
+  /// policies of a kind the later one counts, and what it does not say is ORB_CTRL_MODEL, TRANSIENT, UNIQUE_ID,
+  /// SYSTEM_ID, NO_IMPLICIT_ACTIVATION, RETAIN and USE_ACTIVE_OBJECT_MAP_ONLY. The name may hold any octets but
+  /// NUL and 0xFF. AdapterAlreadyExists, InvalidPolicy; BAD_PARAM for a null or empty name, one that makes a path
+  /// of more than 1,023 octets, and a manager of another process.
   virtual POA* create_POA(const char* adapter_name, POAManager* a_POAManager,
                           const CORBA::PolicyList& policies, CORBA_ENV) = 0;
-  /// The child of that name, made by the adapter activator when need be and asked for. AdapterNonExistent.
+  /// The child of that name; when there is none and `activate_it`, the adapter activator is asked to make it.
+  /// AdapterNonExistent; BAD_PARAM for a null or empty name.
   virtual POA* find_POA(const char* adapter_name, CORBA::Boolean activate_it, CORBA_ENV) = 0;
-  /// Destroys the POA and all below it. BAD_PARAM for the root POA.
+  /// Destroys the POA and all below it: children first, each withdraws its references, and with
+  /// `etherealize_objects` hands its active servants to its servant activator, to which `wait_for_completion` is
+  /// passed on. Requests that are being served go on. BAD_PARAM for the root POA.
   virtual void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA_ENV) = 0;
 
-  /// The shared policy of a value; BAD_PARAM for a number that is none.
+  // ---- Policies ----
+
+  /// A duplicate of the process's policy of that value; BAD_PARAM for a number that is none.
   virtual ThreadPolicy* create_thread_policy(ThreadPolicyValue value, CORBA_ENV) = 0;
   virtual LifespanPolicy* create_lifespan_policy(LifespanPolicyValue value, CORBA_ENV) = 0;
   virtual IdUniquenessPolicy* create_id_uniqueness_policy(IdUniquenessPolicyValue value, CORBA_ENV) = 0;
@@ -156,6 +228,8 @@ class POA_API POA : public virtual CORBA::Object {
   virtual RequestProcessingPolicy* create_request_processing_policy(RequestProcessingPolicyValue value,
                                                                     CORBA_ENV) = 0;
 
+  // ---- Who serves what is not active ----
+
   /// The manager itself, not duplicated. WrongPolicy without USE_SERVANT_MANAGER; BAD_PARAM when none was
   /// set.
   virtual ServantManager* get_servant_manager(CORBA_ENV) = 0;
@@ -165,43 +239,76 @@ class POA_API POA : public virtual CORBA::Object {
   virtual void set_servant_manager(ServantManager* imgr, CORBA_ENV) = 0;
   /// The default servant, no count added. WrongPolicy, NoServant.
   virtual ServantBase* get_servant(CORBA_ENV) = 0;
-  /// Null takes it away. WrongPolicy.
+  /// Installs the servant for all objects that are not in the map, under an id of its own; null takes it away,
+  /// with the reference of that id. A servant may be the default of several POAs, and the program may delete it
+  /// when it is that of none and no request is in it. WrongPolicy without USE_DEFAULT_SERVANT.
   virtual void set_servant(ServantBase* p_servant, CORBA_ENV) = 0;
 
+  // ---- Activation ----
+
   /// Activates under a new system id. BAD_PARAM for null, WrongPolicy without RETAIN and SYSTEM_ID,
-  /// ServantAlreadyActive. The servant stays the program's; it must not be deleted while active.
+  /// ServantAlreadyActive (with UNIQUE_ID). The servant stays the program's; it must not be deleted while active.
   virtual ObjectId* activate_object(ServantBase* p_servant, CORBA_ENV) = 0;
-  /// BAD_PARAM for an empty id or null, WrongPolicy without RETAIN; with UNIQUE_ID ServantAlreadyActive,
-  /// ObjectAlreadyActive.
+  /// Activates under `id`, any octets. With MULTIPLE_ID an id may be activated again: the first one answers until
+  /// it is deactivated. BAD_PARAM for an empty id or null, WrongPolicy without RETAIN; with UNIQUE_ID
+  /// ServantAlreadyActive, ObjectAlreadyActive.
   virtual void activate_object_with_id(const ObjectId& id, ServantBase* p_servant, CORBA_ENV) = 0;
-  /// WrongPolicy, ObjectNotActive; BAD_PARAM for an empty id.
+  /// The object is active no more, and its references are withdrawn; then the servant activator, if there is one,
+  /// is handed the servant. Requests may still be in it: once they have ended the servant is the program's alone.
+  /// WrongPolicy without RETAIN, ObjectNotActive; BAD_PARAM for an empty id.
   virtual void deactivate_object(const ObjectId& oid, CORBA_ENV) = 0;
 
-  /// References to objects that need not be active, of repository id `intf`. BAD_PARAM for null; WrongPolicy
-  /// without (with) SYSTEM_ID.
+  // ---- References to objects that need not be active ----
+
+  /// Of repository id `intf`, under a new system id. BAD_PARAM for null, WrongPolicy without SYSTEM_ID.
   virtual CORBA::Object* create_reference(const char* intf, CORBA_ENV) = 0;
+  /// The same under `oid`. BAD_PARAM for null and for an empty id, WrongPolicy with SYSTEM_ID.
   virtual CORBA::Object* create_reference_with_id(const ObjectId& oid, const char* intf, CORBA_ENV) = 0;
 
-  /// Conversions. ServantNotActive or ObjectNotActive when there is nothing to convert; WrongPolicy;
-  /// WrongAdapter for a reference of another POA. Servants are returned without a count.
+  // ---- Conversions ----
+  // Servants are returned without a count: whoever may deactivate them must not do so meanwhile.
+
+  /// With UNIQUE_ID the id that the servant is active under; else with IMPLICIT_ACTIVATION a new one, under which
+  /// it is active from now on; else that of the default servant. BAD_PARAM for null, ServantNotActive,
+  /// WrongPolicy.
   virtual ObjectId* servant_to_id(ServantBase* p_servant, CORBA_ENV) = 0;
+  /// The reference of the same object, which the servant keeps: asked again, an equivalent one. BAD_PARAM for
+  /// null, ServantNotActive, WrongPolicy without RETAIN and SYSTEM_ID, or with neither UNIQUE_ID nor
+  /// IMPLICIT_ACTIVATION.
   virtual CORBA::Object* servant_to_reference(ServantBase* p_servant, CORBA_ENV) = 0;
+  /// The active servant of the reference's object, else the default servant. ObjectNotActive, WrongAdapter for a
+  /// reference of another POA, WrongPolicy with neither RETAIN nor USE_DEFAULT_SERVANT, BAD_PARAM for nil.
   virtual ServantBase* reference_to_servant(CORBA::Object* reference, CORBA_ENV) = 0;
+  /// The id in the reference, active or not. WrongAdapter, BAD_PARAM for nil.
   virtual ObjectId* reference_to_id(CORBA::Object* reference, CORBA_ENV) = 0;
+  /// The active servant, else the default servant. ObjectNotActive, WrongPolicy, BAD_PARAM for an empty id.
   virtual ServantBase* id_to_servant(const ObjectId& oid, CORBA_ENV) = 0;
+  /// The reference of an active object, as servant_to_reference gives it. ObjectNotActive, WrongPolicy without
+  /// RETAIN, BAD_PARAM for an empty id.
   virtual CORBA::Object* id_to_reference(const ObjectId& oid, CORBA_ENV) = 0;
 };
 
 // ---- What a program gives a POA ----
 
-/// Makes missing child POAs. Called with no lock held: for one name by one thread at a time (others wait at most
-/// 10 s for it), for different names by several at once.
+/// Makes missing child POAs, when a request or `find_POA` comes upon one.
+///
+///   class Customers : public PortableServer_AdapterActivator_impl {
+///     CORBA::Boolean unknown_adapter(PortableServer::POA* parent, const char* name, CORBA::Environment&) override {
+///       if (!is_customer(name)) return false;
+///       PortableServer::POA_var made = parent->create_POA(name, nullptr, CORBA::PolicyList());
+///       return true;
+///     }
+///   };
+///
+/// Called with no lock held: for one name by one thread at a time (others wait at most 10 s for it), for different
+/// names by several at once. The object is the program's and must outlive its use.
 class POA_API AdapterActivator : public virtual CORBA::Object {
  public:
   static AdapterActivator* _nil() { return nullptr; }
   static AdapterActivator* _duplicate(AdapterActivator* p);
   static AdapterActivator* _narrow(CORBA::Object* object);
-  /// Creates `name` under `parent` and returns true, or returns false. `parent` stays the library's.
+  /// Creates `name` under `parent` and returns true, or returns false: then the request, or `find_POA`, fails with
+  /// AdapterNonExistent. `parent` stays the library's, and `name` is good for the length of the call.
   virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA_ENV) = 0;
   /// What the library calls: the same for programs that declare the name as `char*`.
   virtual CORBA::Boolean unknown_adapter(POA* parent, char* name, CORBA_ENV) {
@@ -210,7 +317,8 @@ class POA_API AdapterActivator : public virtual CORBA::Object {
 };
 POA_VAR_CLASS(AdapterActivator_var, CORBA::ObjectVar<AdapterActivator>)
 
-/// A servant manager is an activator (RETAIN) or a locator (NON_RETAIN); programs derive from those two.
+/// A servant manager is an activator (RETAIN) or a locator (NON_RETAIN); programs derive from those two. It is the
+/// program's, and has to outlive the POAs that it was set at.
 class POA_API ServantManager : public virtual CORBA::Object {
  public:
   ~ServantManager() override = 0;
@@ -227,6 +335,21 @@ class POA_API ServantManager : public virtual CORBA::Object {
 };
 POA_VAR_CLASS(ServantManager_var, CORBA::ObjectVar<ServantManager>)
 
+/// Makes servants when the first request for an object comes, which is active from then on.
+///
+///   class Accounts : public PortableServer_ServantActivator_impl {
+///     PortableServer::ServantBase* incarnate(const PortableServer::ObjectId& id, PortableServer::POA*,
+///                                            CORBA::Environment&) override {
+///       return new Account(load(id));
+///     }
+///     void etherealize(const PortableServer::ObjectId&, PortableServer::POA*, PortableServer::ServantBase* servant,
+///                      CORBA::Boolean, CORBA::Boolean, CORBA::Environment&) override {
+///       servant->servant_delete();
+///     }
+///   };
+///   poa->set_servant_manager(&accounts);  // of a POA with RETAIN and USE_SERVANT_MANAGER
+///
+/// What it throws reaches the client as UNKNOWN.
 class POA_API ServantActivator : public virtual ServantManager {
  public:
   static ServantActivator* _nil() { return nullptr; }
@@ -248,8 +371,27 @@ class POA_API ServantActivator : public virtual ServantManager {
 using ServantActivator_ptr = ServantActivator*;
 POA_VAR_CLASS(ServantActivator_var, CORBA::ObjectVar<ServantActivator>)
 
+/// Finds a servant for each request; nothing stays active.
+///
+///   class Rows : public PortableServer_ServantLocator_impl {
+///     PortableServer::ServantBase* preinvoke(const PortableServer::ObjectId& id, PortableServer::POA*,
+///                                            const char* operation, Cookie& cookie,
+///                                            CORBA::Environment&) override {
+///       cookie = open(id);
+///       return &row_servant_;
+///     }
+///     void postinvoke(const PortableServer::ObjectId&, PortableServer::POA*, const char*, Cookie cookie,
+///                     PortableServer::ServantBase*, CORBA::Environment&) override {
+///       close(cookie);
+///     }
+///   };
+///   poa->set_servant_manager(&rows);  // of a POA with NON_RETAIN and USE_SERVANT_MANAGER
+///
+/// A system exception reaches the client as it is, any other as UNKNOWN. When the operation throws, `postinvoke`
+/// is not called.
 class POA_API ServantLocator : public virtual ServantManager {
  public:
+  /// A number that preinvoke leaves for the postinvoke of the same request.
   using Cookie = CORBA::ULong;
 
   ServantLocator() { _is_activator = 0; }
@@ -277,7 +419,10 @@ class POA_API ServantLocator : public virtual ServantManager {
 using ServantLocator_ptr = ServantLocator*;
 POA_VAR_CLASS(ServantLocator_var, CORBA::ObjectVar<ServantLocator>)
 
-/// On whose behalf the calling thread runs.
+/// On whose behalf the calling thread runs: "POACurrent" among the initial references. One object serves all
+/// threads; each is answered for the innermost request that it is in.
+///
+///   PortableServer::ObjectId_var id = current->get_object_id();  // in an operation of a default servant
 class POA_API Current : public virtual CORBA::Current {
  public:
   POA_PLAIN_EXCEPTION(NoContext, "IDL:omg.org/PortableServer/Current/NoContext:1.0")
@@ -285,8 +430,10 @@ class POA_API Current : public virtual CORBA::Current {
   static Current* _nil() { return nullptr; }
   static Current* _duplicate(Current* p);
   static Current* _narrow(CORBA::Object* object);
-  /// NoContext outside a request.
+  /// The POA of the request. NoContext outside a request.
   virtual POA* get_POA(CORBA_ENV) = 0;
+  /// A copy of the id of the object that was called. NoContext outside a request, and for a reference that
+  /// carries no id.
   virtual ObjectId* get_object_id(CORBA_ENV) = 0;
 };
 using Current_ptr = Current*;

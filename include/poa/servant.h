@@ -10,9 +10,20 @@ namespace PortableServer {
 class ObjectRefList;
 
 /// Base of every servant. Programs derive from the skeleton classes generated for their interfaces, which
-/// derive from this. Operations run on the threads of the ORB core, many at once. A servant belongs to the
-/// program; the library deletes one only after it was marked for deletion (lifespan timer, lost client) and
-/// no request is in it.
+/// derive from this.
+///
+///   class Account : public POA_Bank::Account {
+///     CORBA::Long balance() override { return balance_; }
+///     std::atomic<CORBA::Long> balance_{0};
+///   };
+///   Account account;                      // outlives its activation
+///   Bank::Account_var reference = account._this();
+///
+/// Operations run on the threads of the ORB core, many at once, also on one servant. A servant belongs to the
+/// program. The library deletes one only after it was marked for deletion (`servant_delete`, a lifespan, a lost
+/// client) and no request is in it; such a servant must have been made with `new`. A program that deletes a
+/// servant itself deactivates it first and lets its requests end; one that it deletes while it is active is taken
+/// out of the maps, and its references are withdrawn.
 class POA_API ServantBase : public CORBA::Allocated {
  public:
   ServantBase();
@@ -21,22 +32,29 @@ class POA_API ServantBase : public CORBA::Allocated {
   ServantBase& operator=(const ServantBase&);
   virtual ~ServantBase();
 
-  /// Null here: the servant has no POA of its own choice.
+  // ---- The standard's operations ----
+
+  /// The POA that `_this` activates in, as a new reference. Null here: the servant has no POA of its own choice.
   virtual POA* _default_POA();
   /// The interface definition of the servant's repository id; nil, with a line on standard error, when none
   /// is known.
   virtual CORBA::InterfaceDef* _get_interface(CORBA_ENV);
   /// True for the servant's own repository id exactly.
   virtual CORBA::Boolean _is_a(const char* logical_type_id, CORBA_ENV);
+  /// False here: whoever can be asked is there.
   virtual CORBA::Boolean _non_existent(CORBA_ENV);
+  /// Counts of owners: nothing here, see RefCountServantBase. The library calls neither.
   virtual void _add_ref();
   virtual void _remove_ref();
   /// Serves one request: finds the operation, decodes, runs it, writes the reply. False when there is no such
-  /// operation.
+  /// operation: the client gets BAD_OPERATION (0x4B510306). `request` and `env` are the library's and good for the
+  /// length of the call.
   virtual CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env);
   /// The repository id of the object `oid`; the text lives until the process ends (a literal), for the
   /// library keeps it.
   virtual const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA_ENV);
+  /// The skeletons of the three operations that every object has: `request` is the ORB core's request, the other
+  /// pointers are not looked at. True when the request has been served.
   virtual unsigned char _skel__get_interface_(void* request, void* unused, CORBA::ULong type,
                                               unsigned char response_expected, void* table);
   virtual unsigned char _skel_is_a(void* request, void* unused, CORBA::ULong type,
@@ -44,34 +62,54 @@ class POA_API ServantBase : public CORBA::Allocated {
   virtual unsigned char _skel_non_exitent(void* request, void* unused, CORBA::ULong type,
                                           unsigned char response_expected, void* table);
 
-  /// Requests now in the servant.
+  // ---- Who is in it, and its end ----
+
+  /// Requests now in the servant. A program that works with it outside of requests may raise the count, so that
+  /// the library does not delete it meanwhile, and lower it again; lowering lists nothing for deletion.
   void add_ref_counter();
   void remove_ref_counter();
   CORBA::ULong get_ref_counter() const { return _counter; }
 
-  /// Deletion: marked while requests are in progress, then listed, then deleted on a lifespan tick.
+  /// Deletion: marked while requests are in progress, then listed, then deleted on a lifespan tick (one a second).
+  /// A marked servant serves no new requests. These are the marks themselves; use servant_delete.
   CORBA::Boolean get_to_be_deleted() const { return _to_be_deleted; }
   void set_to_be_deleted(CORBA::Boolean flag) { _to_be_deleted = flag; }
   CORBA::Boolean get_deleted() const { return _deleted; }
   void set_deleted(CORBA::Boolean flag) { _deleted = flag; }
   void add_delete_list();
-  /// Asks for deletion; a POA's default servant is left alone.
+  /// Asks for deletion: at the next tick, or when the last request has left it and no call of the program
+  /// (etherealize, postinvoke, release_instance) has it. Asked again changes nothing. A POA's default servant is
+  /// left alone. To be called from within an operation of the servant, or by an activator's etherealize; the
+  /// servant is not to be touched afterwards. Clears the timer.
+  ///
+  ///   void close() override { servant_delete(); }  // an operation by which a client ends a session
   void servant_delete();
 
-  /// How many POAs have it as their default servant.
+  /// How many POAs have it as their default servant: POA::set_servant counts.
   void add_default_servant_ref();
   void rem_default_servant_ref();
 
   /// Lifespan: expiry in seconds since 1970, 0 when there is none.
   CORBA::ULong get_timer() const { return _timer; }
-  /// The servant is deleted `seconds` from now; 0 clears the timer; BAD_PARAM (0x4B510007) below 0. The
-  /// servant must have been made with new, and not be touched by the program once the time is over.
+  /// The servant is deactivated and deleted `seconds` from now, or up to two ticks later; set again, the time
+  /// starts anew; 0 clears the timer. BAD_PARAM (0x4B510007) below 0. The servant must have been made with new, and
+  /// not be touched by the program once the time is over.
+  ///
+  ///   session->set_timer(600);  // in each operation: gone when it was not called for ten minutes
   void set_timer(int seconds, CORBA_ENV);
 
-  /// References made for the servant, one a POA and id. Not duplicated; see the sources for who calls when.
+  // ---- References made for the servant, one a POA and id: the library keeps them here ----
+
+  /// The one that is kept, not duplicated: good until it is cleared. Null when there is none, and for null
+  /// arguments. `poa` is any reference of the POA.
   CORBA::Object* get_ObjectReference(POA* poa, const ObjectId* oid);
+  /// Keeps `ior` itself (flag 0: it becomes the servant's) or a duplicate (flag 1), for the id in it, or for `oid`
+  /// where the servant is a default servant. Gives what is kept; null, and nothing kept, for null arguments, a POA
+  /// that is gone, and when one is kept already. `boa` is not looked at.
   CORBA::Object* set_ObjectReference(POA* poa, CORBA::Object* ior, int flag, void* boa, const ObjectId* oid);
+  /// Lets go of the one that is kept; it stays bound in the ORB core.
   void clear_ObjectReference(POA* poa, const ObjectId* oid);
+  /// Takes all of them out of the ORB core and out of the servant, and their objects out of their POAs' maps.
   void deactivate_ObjectReference();
 
  protected:
@@ -92,9 +130,15 @@ class POA_API ServantBase : public CORBA::Allocated {
   friend struct ServantAccess;  // the library's own view of the fields
 };
 
-/// Owns one count of a servant.
+/// Owns one count of a servant: useful for servants that derive from RefCountServantBase.
+///
+///   PortableServer::ServantBase_var account = new Account;  // deleted with the last count
+///   poa->activate_object(account.in());
+///
+/// One thread at a time, as any variable.
 class ServantBase_var {
  public:
+  /// Of none.
   ServantBase_var() = default;
   /// Takes over one count.
   ServantBase_var(ServantBase* p) : _ptr(p) {}
@@ -113,6 +157,7 @@ class ServantBase_var {
     if (o._ptr) o._ptr->_add_ref();
     return *this = o._ptr;
   }
+  /// The servant, no count added; null when there is none.
   ServantBase* operator->() const { return _ptr; }
   ServantBase* in() const { return _ptr; }
   ServantBase*& inout() { return _ptr; }
@@ -120,13 +165,17 @@ class ServantBase_var {
     *this = static_cast<ServantBase*>(nullptr);
     return _ptr;
   }
+  /// Hands its count to the caller.
   ServantBase* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:
   ServantBase* _ptr = nullptr;
 };
 
-/// Counts references: starts at 1, deletes itself when the last is given back. Any thread.
+/// Counts references: starts at 1, deletes itself when the last is given back. The adapter adds no count of its own:
+/// whoever holds the last one deactivates first. Derive from it beside the skeleton. Any thread.
+///
+///   class Account : public POA_Bank::Account, public PortableServer::RefCountServantBase { ... };
 class POA_API RefCountServantBase : public virtual ServantBase {
  public:
   RefCountServantBase();
@@ -141,10 +190,21 @@ class POA_API RefCountServantBase : public virtual ServantBase {
 };
 
 /// A servant without a skeleton: `invoke` works on the request itself (operation, arguments, result,
-/// exception).
+/// exception), for interfaces that are not known when the program is compiled.
+///
+///   class Gateway : public PortableServer::DynamicImplementation {
+///     CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment&) override {
+///       std::cout << request->operation() << std::endl;
+///       return true;  // nothing said about a result: the client gets a void one
+///     }
+///     const char* _primary_interface(const PortableServer::ObjectId&, PortableServer::POA*,
+///                                    CORBA::Environment&) override {
+///       return "IDL:Gateway:1.0";
+///     }
+///   };
 class POA_API DynamicImplementation : public virtual ServantBase {
  public:
-  /// Null here.
+  /// Null here: POA::servant_to_reference gives its reference.
   CORBA::Object* _this();
 };
 

@@ -7,6 +7,18 @@
 
 namespace PortableServer {
 
+/// Base of the skeletons. A generated one adds a pure virtual function an operation, a description of the interface,
+/// and `_this`; programs override the functions:
+///
+///   class Hello : public POA_Demo::Hello {
+///     char* greet(const char* name) override { return CORBA::string_dup(name); }
+///   };
+///   Hello hello;
+///   Demo::Hello_var reference = hello._this();  // implicitly activated in the root POA
+///
+/// In arguments are the library's and good for the length of the call; out arguments and results are handed over and
+/// freed by the library; what is inout may be exchanged as the mapping says. Exceptions that the operation lists,
+/// and system exceptions, reach the client; any other is UNKNOWN there.
 class POA_API Skeleton : public virtual ServantBase {
  public:
   /// Runs the operation that the request names, of the interface or one of its bases, or one of those that
@@ -32,7 +44,14 @@ class POA_API Skeleton : public virtual ServantBase {
   }
 };
 
-/// Base of the tie POA_M::I_tie<T>: a servant of Skeleton whose operations are those of a T.
+/// Base of the tie POA_M::I_tie<T>: a servant of Skeleton whose operations are those of a T, which need not derive
+/// from anything.
+///
+///   Ledger ledger;                           // has the operations of Bank::Account
+///   POA_Bank::Account_tie<Ledger> servant(ledger);
+///   poa->activate_object(&servant);
+///
+/// Changing the tied object, and whose it is, is for one thread at a time, and not while requests are served.
 template <class T, class Skeleton>
 class Tie : public Skeleton {
  public:
@@ -49,7 +68,9 @@ class Tie : public Skeleton {
     if (release_) delete tied_;
   }
 
+  /// The object, which stays whose it is.
   T* _tied_object() { return tied_; }
+  /// Another one, lent.
   void _tied_object(T& tied) { _tied_object(&tied, false); }
   /// The old one is deleted when it was owned.
   void _tied_object(T* tied, CORBA::Boolean release = true) {
@@ -57,6 +78,7 @@ class Tie : public Skeleton {
     tied_ = tied;
     release_ = release;
   }
+  /// Whether the tie deletes the object at its end.
   CORBA::Boolean _is_owner() const { return release_; }
   void _is_owner(CORBA::Boolean release) { release_ = release; }
   /// The POA that the constructor was given; else the skeleton's.

@@ -16,17 +16,24 @@
 // UNO_IIOP_<operation> is the IIOP part alone, for a request that the caller created and completes
 // (zrsv/request.h). A location forward is then in the environment (_major 3), and the caller calls again.
 //
+// Policies, managers and the other references that a stub takes may be of this process or of the other one: they
+// travel as references.
+//
 // A stub belongs to one thread at a time.
 #pragma once
 
 #include "corba/stubs.h"
 #include "poa/interfaces.h"
 
+/// An operation, and its IIOP part.
 #define POA_STUB(Result, operation, ...)                                                                 \
   Result operation(__VA_ARGS__ __VA_OPT__(, ) CORBA_ENV) override;                                       \
   Result UNO_IIOP_##operation(void* request, unsigned char response_expected __VA_OPT__(, ) __VA_ARGS__, \
                               CORBA_ENV);
 
+/// Drives a POA of another process, which must have called register_for_remote_use. What the operations do is told at
+/// the interfaces in poa/interfaces.h; what stubs add to that, above. Texts, ids, lists and references that come back
+/// are the caller's.
 class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
  public:
   POA_STUB(char*, the_name)
@@ -69,6 +76,7 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(CORBA::Object*, id_to_reference, const PortableServer::ObjectId& oid)
 };
 
+/// Drives a POA manager of another process.
 class POA_API _st_PortableServer_POAManager : public virtual PortableServer::POAManager {
  public:
   POA_STUB(void, activate)
@@ -78,6 +86,7 @@ class POA_API _st_PortableServer_POAManager : public virtual PortableServer::POA
   POA_STUB(State, get_state)
 };
 
+/// Asks a policy of another process for its value. CORBA::Policy's own operations are there as well.
 template <class Kind>
 class POA_API _st_PortableServer_Policy : public virtual Kind, public virtual _st_CORBA_Policy {
  public:
@@ -99,11 +108,13 @@ using _st_PortableServer_ServantRetentionPolicy =
 using _st_PortableServer_RequestProcessingPolicy =
     _st_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
 
+/// Asks an adapter activator of another process. It makes the child in that process, or wherever it likes.
 class POA_API _st_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {
  public:
   POA_STUB(CORBA::Boolean, unknown_adapter, PortableServer::POA* parent, const char* name)
 };
 
+// Servant managers can be referred to from elsewhere; all of their operations raise MARSHAL, as servants cannot travel.
 class POA_API _st_PortableServer_ServantManager : public virtual PortableServer::ServantManager {};
 
 class POA_API _st_PortableServer_ServantActivator : public virtual PortableServer::ServantActivator {
@@ -123,6 +134,7 @@ class POA_API _st_PortableServer_ServantLocator : public virtual PortableServer:
            const char* operation, Cookie the_cookie, PortableServer::ServantBase* the_servant)
 };
 
+/// Asks the Current of another process: for the request that it serves, which is this very question.
 class POA_API _st_PortableServer_Current : public virtual PortableServer::Current,
                                            public virtual _st_CORBA_Current {
  public:

@@ -6,7 +6,7 @@
 #include <set>
 
 #include "objects.h"
-#include "referencedata.h"
+#include "objects/referencedata.h"
 
 using namespace PortableServer;
 using namespace std::literals;

@@ -7,14 +7,14 @@
 #include <latch>
 #include <thread>
 
-#include "activeobjectmap.h"
-#include "corehandles.h"
-#include "locks.h"
+#include "base/corehandles.h"
+#include "base/locks.h"
+#include "objects/activeobjectmap.h"
+#include "objects/servantreferences.h"
 #include "orb_fixture.h"
-#include "poainfo.h"
 #include "policy_list.h"
 #include "raised.h"
-#include "servantreferences.h"
+#include "records/poainfo.h"
 #include "trace_recorder.h"
 
 /// A servant of one interface, with nothing to serve.

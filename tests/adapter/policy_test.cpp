@@ -2,7 +2,7 @@
 #include <set>
 
 #include "objects.h"
-#include "policyset.h"
+#include "records/policyset.h"
 
 using namespace PortableServer;
 using testing::ElementsAre;

@@ -1,8 +1,8 @@
 // Start-up, the root POA, records and their proof of life, and the frame of the POA's operations.
+#include "dispatch/upcalls.h"
 #include "objects.h"
-#include "poainit.h"
-#include "policyset.h"
-#include "upcalls.h"
+#include "operations/poainit.h"
+#include "records/policyset.h"
 
 using namespace PortableServer;
 

@@ -9,20 +9,20 @@
 #include <ostream>
 #include <semaphore>
 
-#include "activeobjectmap.h"
-#include "corehandles.h"
-#include "currentinfo.h"
+#include "base/corehandles.h"
+#include "base/locks.h"
+#include "dispatch/upcalls.h"
 #include "echo.h"
-#include "locks.h"
+#include "objects/activeobjectmap.h"
+#include "objects/servantreferences.h"
 #include "orb_fixture.h"
-#include "poainfo.h"
-#include "poamanagerinfo.h"
 #include "policy_list.h"
 #include "raised.h"
-#include "registration.h"
-#include "servantreferences.h"
+#include "records/currentinfo.h"
+#include "records/poainfo.h"
+#include "records/poamanagerinfo.h"
+#include "records/registration.h"
 #include "trace_recorder.h"
-#include "upcalls.h"
 
 inline constexpr std::chrono::seconds patience{30};      // for what has to come
 inline constexpr std::chrono::milliseconds a_while{50};  // for what is not to come

@@ -1,6 +1,6 @@
 // POA managers: the four states, held and discarded requests, deactivation; and the ring of requests.
 #include "dispatch_fixture.h"
-#include "queue.h"
+#include "records/queue.h"
 
 using namespace PortableServer;
 

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "../core/octets.h"
+#include "mapping/poa_cdr.h"
 #include "orb_fixture.h"
-#include "poa_cdr.h"
 
 namespace {
 

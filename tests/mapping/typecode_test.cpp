@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "../core/octets.h"
+#include "mapping/poa_typecodes.h"
 #include "orb_fixture.h"
-#include "poa_typecodes.h"
 
 namespace {
 

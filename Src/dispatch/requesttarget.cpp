@@ -1,0 +1,124 @@
+#include "dispatch/requesttarget.h"
+
+#include <cstdlib>
+#include <string>
+
+#include "base/locks.h"
+#include "base/raise.h"
+#include "objects/adapteractivation.h"
+#include "zrsv/of_thread.h"
+
+namespace {
+
+/// The child of that name, asked of the adapter activator when it is not there, and waited for while one
+/// fills it. In this order, because an activator makes itself known before it makes the POA.
+POAInfoPtr ready_child(const POAInfoPtr& parent, const char* name, CORBA::Environment& ev) {
+  POAInfoPtr child = parent->findChildByName(name, ev, 1);
+  if (AdapterActivation::wait_for_others(parent->identity, name))
+    child = parent->findChildByName(name, ev, 1);
+  return child;
+}
+
+/// The POA of a reference without reference data: named by its implementation and interface ids.
+POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
+  CORBA_Environment core{};
+  const char* intf = ZR_object_get_IntfID(reference->get_ref(), 0, &core);
+  POAInfoPtr parent = root_poa_info->shared_from_this();
+  if (std::getenv("ZR_IMPLID")) {
+    POA_TRACE("POAInfo::findPOAInfoByReference intfid=%s", intf);
+  } else {
+    const char* impl = ZR_object_get_ImplID(reference->get_ref(), 0, &core);
+    POA_TRACE("POAInfo::findPOAInfoByReference implid=%s intfid=%s", impl, intf);
+    parent = ready_child(parent, impl, ev);
+  }
+  return ready_child(parent, intf, ev);
+}
+
+/// The POA that the last request on the thread went to: the next one often goes there, too.
+struct LastPoa {
+  std::string path;
+  std::weak_ptr<POAInfo> poa;
+  std::uint64_t tree = 0;  // POAInfo::tree_changes when it was found
+};
+
+/// The warm road: all POAs of the path are there. Null when one is missing.
+POAInfoPtr find_existing(std::string_view path) {
+  LastPoa* last = zrsv::of_thread<LastPoa>();
+  if (last && last->tree == POAInfo::tree_changes && last->path == path) {
+    if (POAInfoPtr poa = last->poa.lock()) return poa;
+  }
+  MutexGuard guard(poa_mutex);
+  const POAInfo* poa = root_poa_info;
+  for (PathNames names(path); const auto name = names.next();) {
+    poa = poa->child_named(*name);
+    if (!poa) return nullptr;
+  }
+  POAInfoPtr found = std::const_pointer_cast<POAInfo>(poa->shared_from_this());
+  if (last) {
+    last->path = path;
+    last->poa = found;
+    last->tree = POAInfo::tree_changes;
+  }
+  return found;
+}
+
+/// POA by POA: missing ones are asked of adapter activators, and those that one is still filling are waited
+/// for.
+POAInfoPtr walk(std::string_view path, CORBA::Environment& ev) {
+  if (path.empty()) return root_poa_info->shared_from_this();
+  if (!OM_TRACE_IS_ON) {
+    if (POAInfoPtr found = find_existing(path); found && !AdapterActivation::any()) return found;
+  }
+  POAInfoPtr poa = root_poa_info->shared_from_this();
+  for (PathNames names(path); const auto name = names.next();)
+    poa = ready_child(poa, std::string(*name).c_str(), ev);
+  POA_TRACE("findPOAInfoByReference end...[Reverse order of qualified name]");
+  return poa;
+}
+
+void trace_names(std::string_view path) {
+  if (!OM_TRACE_IS_ON) return;
+  POA_TRACE("  reference_name = %.*s", static_cast<int>(path.size()), path.data());
+  std::string qualified;
+  for (PathNames names(path); const auto name = names.next();)
+    qualified.append(qualified.empty() ? "" : poa_seperator).append(*name);
+  POA_TRACE("  qualified_name=%s", qualified.c_str());
+}
+
+}  // namespace
+
+RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& ev) {
+  POA_TRACE("findPOAInfoByReference called...");
+  if (CORBA::is_nil(reference)) {
+    POA_TRACE("reference is_nil! throw CORBA::StExcep::BAD_PARAM.");
+    raise<CORBA::BAD_PARAM>(ev, "findPOAInfoByReference [reference is nil.]");
+  }
+  RequestTarget target;
+  target.object = reference;
+  const unsigned char* octets = nullptr;
+  uint32_t length = 0;
+  if (!ZR_object_peek_id(reference->get_ref(), &octets, &length)) return target;
+  if (length == 0) {
+    target.poa = find_by_ids(reference, ev);
+    return target;
+  }
+  if (length < 4) {
+    POA_TRACE("reference_data is_nil!. throw CORBA::StExcep::BAD_PARAM.");
+    raise<CORBA::BAD_PARAM>(ev, "findPOAInfoByReference [reference_data length is 0.]");
+  }
+  // No name part, parts that pass the end, and a path too long to have been made here are all refused alike.
+  const bool whole = target.data.parse(octets, length) && !target.data.name_part.empty();
+  const std::string_view path = whole ? target.data.path() : "";
+  if (!whole || path.size() >= NAME_PART_MAXIMUM) {
+    POA_TRACE("bad reference data. throw CORBA::StExcep::BAD_PARAM.");
+    raise<CORBA::BAD_PARAM>(ev, "findPOAInfoByReference [reference_data length is invalid.]");
+  }
+  target.has_data = true;
+  trace_names(path);
+  target.poa = walk(path, ev);
+  return target;
+}
+
+POAInfoPtr findPOAInfoByReference(CORBA::Object* reference, CORBA::Environment& ev) {
+  return RequestTarget::find(reference, ev).poa;
+}

@@ -1,0 +1,522 @@
+#include "objects/activeobjectmap.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <iterator>
+#include <new>
+
+#include "base/minor_codes.h"
+#include "base/trace.h"
+#include "objects/adapteractivation.h"
+#include "objects/servantreferences.h"
+
+using PortableServer::ObjectId;
+using PortableServer::POA;
+using PortableServer::ServantAccess;
+using PortableServer::ServantBase;
+using PortableServer::ServantUse;
+
+ActiveObjectMap* _root_aom = nullptr;
+
+namespace {
+
+ActiveObjectMap* last_block ZR_GUARDED_BY(poa_semaphore) = nullptr;  // of the list that starts at _root_aom
+
+/// An etherealized servant may be gone: its entry answers nothing any more.
+constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
+
+void record_client(_ActiveObjectEntry& entry, const ClientData& client) {
+  entry.fd = client.fd;
+  entry.host_ipv4 = client.host_ipv4();
+  std::memset(entry.host_ipv6, 0, sizeof entry.host_ipv6);
+  if (client.is_ipv6) std::memcpy(entry.host_ipv6, client.host, sizeof client.host);
+}
+
+/// For an entry that was found: outside requests it keeps the client that it has.
+void refresh_client(_ActiveObjectEntry& entry) {
+  if (ClientData client; client.become_current()) record_client(entry, client);
+}
+
+bool is_of(const ClientData& client, const _ActiveObjectEntry& entry) {
+  if (entry.fd != client.fd) return false;
+  return client.is_ipv6 ? std::memcmp(entry.host_ipv6, client.host, sizeof client.host) == 0
+                        : entry.host_ipv4 == client.host_ipv4();
+}
+
+}  // namespace
+
+// ---- Blocks -------------------------------------------------------------------------------------
+
+ActiveObjectMap::ActiveObjectMap() : ActiveObjectMap(own_chain) { chain.blocks.push_back(this); }
+
+ActiveObjectMap::ActiveObjectMap(Chain& of) : chain(of) {
+  static std::uint64_t last_number = 0;  // guarded by the POA semaphore
+  chain.blocks.reserve(chain.blocks.size() + 1);
+  PoaSemaphoreGuard guard(__LINE__);
+  number = ++last_number;
+  _pre_aom = last_block;
+  (last_block ? last_block->_next_aom : _root_aom) = this;
+  last_block = this;
+}
+
+ActiveObjectMap* ActiveObjectMap::add_block() {
+  auto* block = new ActiveObjectMap(chain);
+  block->index = static_cast<Position>(chain.blocks.size());
+  chain.blocks.back()->next = block;
+  chain.blocks.push_back(block);
+  return block;
+}
+
+ActiveObjectMap::~ActiveObjectMap() {
+  PoaSemaphoreGuard guard(__LINE__);
+  (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
+  (_next_aom ? _next_aom->_pre_aom : last_block) = _pre_aom;
+  for (const _ActiveObjectEntry& entry : entries)
+    if (entry.p_servant && !entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+  while (ActiveObjectMap* block = next) {  // one by one: a long chain is no deep recursion
+    next = std::exchange(block->next, nullptr);
+    delete block;
+  }
+}
+
+/// A map's later blocks fill up, most likely; its first one starts small.
+void ActiveObjectMap::grow() {
+  const std::size_t size = index > 0 ? SLOTS : std::clamp<std::size_t>(entries.size() * 2, 4, SLOTS);
+  oid_keys.resize(size);
+  servant_keys.resize(size);
+  entries.resize(size);
+}
+
+// ---- Searching ----------------------------------------------------------------------------------
+
+/// A search for an id.
+struct ActiveObjectMap::ById {
+  explicit ById(std::string_view id) : oid(id), key(key_of(id)) {}
+  static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.oid_keys; }
+  static SlotIndex& index(Chain& chain) { return chain.ids; }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.oid.view() == oid; }
+  static Key key_of(std::string_view oid);
+
+  const std::string_view oid;
+  const Key key;
+};
+
+/// A search for a servant.
+struct ActiveObjectMap::ByServant {
+  explicit ByServant(const ServantBase* s) : servant(s), key(key_of(s)) {}
+  static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.servant_keys; }
+  static SlotIndex& index(Chain& chain) { return chain.servants; }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant; }
+  static Key key_of(const ServantBase* servant) {
+    return static_cast<Key>(reinterpret_cast<std::uintptr_t>(servant) / alignof(ServantBase));
+  }
+
+  const ServantBase* const servant;
+  const Key key;
+};
+
+ActiveObjectMap::Key ActiveObjectMap::ById::key_of(std::string_view oid) {
+  constexpr std::uint64_t FACTOR = 0x9E3779B97F4A7C15;
+  std::uint64_t key = oid.size();
+  for (std::uint64_t octets; oid.size() >= sizeof octets; oid.remove_prefix(sizeof octets)) {
+    std::memcpy(&octets, oid.data(), sizeof octets);
+    key = (key ^ octets) * FACTOR;
+  }
+  for (char octet : oid) key = (key ^ static_cast<unsigned char>(octet)) * FACTOR;
+  return static_cast<Key>(key >> 32);
+}
+
+template <class Wanted, class Match>
+int ActiveObjectMap::find_here(int from, const Wanted& wanted, Match&& match) const {
+  const std::vector<Key>& keys = Wanted::keys(*this);
+  const int size = static_cast<int>(entries.size());
+  for (int first = from / GROUP * GROUP; first < size; first += GROUP) {
+    if (taken[first / GROUP] == 0) continue;
+    const int end = std::min(first + GROUP, size);
+    const Key* const key = keys.data();
+    Key same = 0;
+    for (int i = first; i < end; ++i) same += key[i] == wanted.key;  // compilers make vectors of sums
+    for (int slot = std::max(first, from); same != 0 && slot < end; ++slot) {
+      const _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
+      if (key[slot] == wanted.key && entry.p_servant && wanted.is(entry) && match(entry)) return slot;
+    }
+  }
+  return -1;
+}
+
+template <class Wanted, class Match>
+ActiveObjectMap::Position ActiveObjectMap::scan(Position from, const Wanted& wanted, Match&& match) const {
+  int slot = static_cast<int>(from % SLOTS);
+  for (std::size_t at = from / SLOTS; at < chain.blocks.size(); ++at, slot = 0) {
+    const ActiveObjectMap& block = *chain.blocks[at];
+    if (const int hit = block.find_here(slot, wanted, match); hit >= 0) return block.position_of(hit);
+  }
+  return SlotIndex::NONE;
+}
+
+template <class Wanted>
+ActiveObjectMap::Position ActiveObjectMap::first_of(const Wanted& wanted) const {
+  return Wanted::index(chain).find(wanted.key, [&](Position p) { return wanted.is(chain.entry(p)); });
+}
+
+template <class Wanted, class Match>
+ActiveObjectMap::Position ActiveObjectMap::find(const Wanted& wanted, Match&& match) const {
+  const Position first = first_of(wanted);
+  if (first == SlotIndex::NONE || match(chain.entry(first))) return first;
+  return Wanted::index(chain).further == 0 ? SlotIndex::NONE : scan(first + 1, wanted, match);
+}
+
+// ---- The index ----------------------------------------------------------------------------------
+
+template <class Wanted>
+void ActiveObjectMap::enter_index(const Wanted& wanted, Position p) {
+  SlotIndex& places = Wanted::index(chain);
+  const Position first =
+      places.find_or_insert(wanted.key, p, [&](Position at) { return wanted.is(chain.entry(at)); });
+  if (first == SlotIndex::NONE) return;
+  ++places.further;
+  if (p < first) places.move(wanted.key, first, p);
+}
+
+/// The entry is still there.
+template <class Wanted>
+void ActiveObjectMap::leave_index(const Wanted& wanted, Position p) {
+  SlotIndex& places = Wanted::index(chain);
+  if (places.further == 0) return places.erase(wanted.key, p);
+  if (first_of(wanted) != p) return void(--places.further);
+  const Position following = scan(p + 1, wanted, [](const auto&) { return true; });
+  if (following == SlotIndex::NONE) return places.erase(wanted.key, p);
+  --places.further;
+  places.move(wanted.key, p, following);
+}
+
+// ---- Inserting ----------------------------------------------------------------------------------
+
+int ActiveObjectMap::first_free() const {
+  int word = 0;
+  while (~taken[word] == 0) ++word;
+  return word * GROUP + std::countr_one(taken[word]);
+}
+
+bool ActiveObjectMap::find_room() {
+  chain.ids.reserve_one();
+  chain.servants.reserve_one();
+  while (chain.room < chain.blocks.size() && chain.blocks[chain.room]->used == SLOTS) ++chain.room;
+  const bool found = chain.room < chain.blocks.size();
+  ActiveObjectMap& block = found ? *chain.blocks[chain.room] : *add_block();
+  if (static_cast<std::size_t>(block.first_free()) == block.entries.size()) block.grow();
+  return found;
+}
+
+int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, ServantBase* p_servant, const ClientData& client) {
+  const int slot = first_free();
+  taken[slot / GROUP] |= std::uint64_t{1} << slot % GROUP;
+  _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
+  entry.oid = std::move(oid);
+  entry.p_servant = p_servant;
+  entry.deactivated = 0;
+  entry.serial = ++chain.last_serial;
+  record_client(entry, client);
+  ++used;
+  const ById by_id(entry.oid.view());
+  const ByServant by_servant(p_servant);
+  oid_keys[static_cast<std::size_t>(slot)] = by_id.key;
+  servant_keys[static_cast<std::size_t>(slot)] = by_servant.key;
+  enter_index(by_id, position_of(slot));
+  enter_index(by_servant, position_of(slot));
+  ++ServantAccess::active_entries(*p_servant);
+  return slot;
+}
+
+ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, std::string_view oid,
+                                                               ServantBase* p_servant) try {
+  POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
+  StoredObjectId own(oid);
+  ClientData client;
+  if (!client.become_current()) client = ClientData();
+  const bool found = find_room();
+  ActiveObjectMap& block = *chain.blocks[chain.room];
+  const int slot = block.fill_free_slot(std::move(own), p_servant, client);
+  if (found) {
+    POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this),
+              trace_address(&block.entries[static_cast<std::size_t>(slot)].oid), trace_address(p_servant));
+    POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[%d]]", slot);
+  } else {
+    POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
+  }
+  return {block.position_of(slot), chain.last_serial};
+} catch (const std::bad_alloc&) {
+  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+}
+
+// ---- Finding ------------------------------------------------------------------------------------
+
+// On the road of each request.
+[[gnu::flatten]] ActiveObjectMap::Hit ActiveObjectMap::look_up(std::string_view oid) {
+  POA_TRACE("ActiveObjectMap::findServantById called...");
+  const Position p = find(ById(oid), IN_USE);
+  if (p == SlotIndex::NONE) {
+    POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
+    return {};
+  }
+  _ActiveObjectEntry& entry = chain.entry(p);
+  refresh_client(entry);
+  POA_TRACE("ActiveObjectMap::findServantById end...[return Servant]");
+  return {&entry, p};
+}
+
+ActiveObjectMap::Hit ActiveObjectMap::look_up(ServantBase* p_servant) {
+  POA_TRACE("ActiveObjectMap::findOidByServant called...[p_servant = 0x%lx]", trace_address(p_servant));
+  Position p = SlotIndex::NONE;
+  if (ServantAccess::active_entries(*p_servant) != 0) p = find(ByServant(p_servant), IN_USE);
+  if (p == SlotIndex::NONE) {
+    POA_TRACE("ActiveObjectMap::findOidByServant end...[return NULL]");
+    return {};
+  }
+  POA_TRACE("  found oid. svt = 0x%lx", trace_address(p_servant));
+  _ActiveObjectEntry& entry = chain.entry(p);
+  refresh_client(entry);
+  POA_TRACE("ActiveObjectMap::findOidByServant end...[return oid]");
+  return {&entry, p};
+}
+
+ActiveObjectMap::Ticket ActiveObjectMap::findById(const Held&, std::string_view oid) {
+  return look_up(oid).ticket();
+}
+
+ActiveObjectMap::Ticket ActiveObjectMap::findByServant(const Held&, ServantBase* p_servant) {
+  return look_up(p_servant).ticket();
+}
+
+const _ActiveObjectEntry* ActiveObjectMap::at(const Held&, const Ticket& ticket) const {
+  if (ticket.position == SlotIndex::NONE) return nullptr;
+  const _ActiveObjectEntry& entry = chain.entry(ticket.position);
+  return entry.p_servant && entry.serial == ticket.serial && IN_USE(entry) ? &entry : nullptr;
+}
+
+ServantUse ActiveObjectMap::useServantById(const Held&, std::string_view oid) {
+  const Hit hit = look_up(oid);
+  return hit.entry ? ServantUse(hit.entry->p_servant) : ServantUse();
+}
+
+ServantUse ActiveObjectMap::useServantById(std::string_view oid) {
+  PoaSemaphoreGuard guard(__LINE__);
+  return useServantById(guard, oid);
+}
+
+ServantBase* ActiveObjectMap::findServantById(std::string_view oid) {
+  PoaSemaphoreGuard guard(__LINE__);
+  const Hit hit = look_up(oid);
+  return hit.entry ? hit.entry->p_servant : nullptr;
+}
+
+bool ActiveObjectMap::holds(const Held&, std::string_view oid, const ServantBase* p_servant) {
+  return find(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) !=
+         SlotIndex::NONE;
+}
+
+// ---- Deactivating and removing ------------------------------------------------------------------
+
+void ActiveObjectMap::vacate(int slot) {
+  _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
+  if (!entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+  leave_index(ById(entry.oid.view()), position_of(slot));
+  leave_index(ByServant(entry.p_servant), position_of(slot));
+  chain.room = std::min<std::size_t>(chain.room, index);
+  entry.oid = StoredObjectId();
+  entry.p_servant = nullptr;
+  entry.etherealized = 0;
+  record_client(entry, ClientData());
+  taken[slot / GROUP] &= ~(std::uint64_t{1} << slot % GROUP);
+  --used;
+}
+
+void ActiveObjectMap::deactivateByOid(const Held&, std::string_view oid) {
+  POA_TRACE("ActiveObjectMap::deactivateByOid called...");
+  const Position p = find(ById(oid), IN_USE);
+  if (p == SlotIndex::NONE) {
+    POA_TRACE("ActiveObjectMap::deactivateByOid end...");
+    return;
+  }
+  chain.entry(p).deactivated = 1;
+  POA_TRACE("ActiveObjectMap::deactivateByOid end...[servant is deactivated.]");
+}
+
+template <class Wanted, class Match>
+void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& match) {
+  POA_TRACE("ActiveObjectMap::removeById called...");
+  const bool only_one = Wanted::index(chain).further == 0;
+  for (Position p = find(wanted, match); p != SlotIndex::NONE;) {
+    chain.blocks[p / SLOTS]->vacate(static_cast<int>(p % SLOTS));
+    POA_TRACE("  data is removed.");
+    p = only_one ? SlotIndex::NONE : scan((p / SLOTS + 1) * SLOTS, wanted, match);
+  }
+  POA_TRACE("ActiveObjectMap::removeByOid end...");
+}
+
+void ActiveObjectMap::removeById(const Held&, std::string_view oid) {
+  remove_first_of_each_block(ById(oid), IN_USE);
+}
+
+void ActiveObjectMap::removeById(const Held&, std::string_view oid, const ServantBase* p_servant) {
+  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
+}
+
+void ActiveObjectMap::remove(const Ticket& ticket) {
+  POA_TRACE("ActiveObjectMap::removeById called...");
+  PoaSemaphoreGuard guard(__LINE__);
+  if (at(guard, ticket)) {
+    chain.blocks[ticket.position / SLOTS]->vacate(static_cast<int>(ticket.position % SLOTS));
+    POA_TRACE("  data is removed.");
+  }
+  POA_TRACE("ActiveObjectMap::removeByOid end...");
+}
+
+template <class Work>
+void ActiveObjectMap::each_of_servant(ServantBase& servant, Work&& work) {
+  const ByServant wanted(&servant);
+  const auto any = [](const auto&) { return true; };
+  const auto& left = ServantAccess::active_entries(servant);
+  for (ActiveObjectMap* map = _root_aom; map && left != 0; map = map->_next_aom) {
+    if (map->index != 0) continue;
+    const bool only_one = map->chain.servants.further == 0;
+    for (Position p = map->first_of(wanted); p != SlotIndex::NONE;) {
+      work(*map->chain.blocks[p / SLOTS], static_cast<int>(p % SLOTS));
+      p = only_one ? SlotIndex::NONE : map->scan(p + 1, wanted, any);
+    }
+  }
+}
+
+void ActiveObjectMap::forget_servant(ServantBase* servant) {
+  PoaSemaphoreGuard guard(__LINE__);
+  each_of_servant(*servant,
+                  [](ActiveObjectMap& block, int slot) ZR_REQUIRES(poa_semaphore) { block.vacate(slot); });
+}
+
+// ---- Clients ------------------------------------------------------------------------------------
+
+int ActiveObjectMap::find_client(const ClientData& client, int from) const {
+  const int size = static_cast<int>(entries.size());
+  const auto matches = [&](const _ActiveObjectEntry& e) { return e.p_servant && is_of(client, e); };
+  int slot = from;
+  while (slot < size && !matches(entries[static_cast<std::size_t>(slot)])) ++slot;
+  return slot;
+}
+
+namespace {
+
+ServantBase* trace_client_search(ServantBase* found, bool is_ipv6) {
+  if (!found) {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return NULL]");
+  } else if (is_ipv6) {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv6]");
+  } else {
+    POA_TRACE("ActiveObjectMap::searchServantByClientData end...[return Servant : ipv4]");
+  }
+  return found;
+}
+
+}  // namespace
+
+ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr,
+                                                        unsigned char is_ipv6) {
+  POA_TRACE("ActiveObjectMap::searchServantByClient called...");
+  const ClientData client = ClientData::at(fd, host_addr, is_ipv6);
+  client.trace();
+  PoaSemaphoreGuard guard(__LINE__);
+  ServantBase* found = nullptr;
+  for (ActiveObjectMap* block = this; block && !found; block = block->next) {
+    const auto slot = static_cast<std::size_t>(block->find_client(client, 0));
+    if (slot < block->entries.size()) found = block->entries[slot].p_servant;
+  }
+  return trace_client_search(found, is_ipv6);
+}
+
+ServantBase* ActiveObjectMap::next_of_client(const Held&, Place& at, const ClientData& client) {
+  for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {
+    if (block->number < at.block) continue;
+    at = {block->number, block->number == at.block ? at.slot : -1};
+    POA_TRACE("ActiveObjectMap::searchServantByClient called...");
+    client.trace();
+    const _ActiveObjectEntry* entry = nullptr;
+    do {
+      at.slot = block->find_client(client, at.slot + 1);
+      const auto slot = static_cast<std::size_t>(at.slot);
+      entry = slot < block->entries.size() ? &block->entries[slot] : nullptr;
+    } while (entry && !IN_USE(*entry));
+    if (trace_client_search(entry ? entry->p_servant : nullptr, client.is_ipv6)) return entry->p_servant;
+  }
+  return nullptr;
+}
+
+void ActiveObjectMap::forget_client(const Held&, ServantBase& servant, const ClientData& client) {
+  each_of_servant(servant, [&](ActiveObjectMap& block, int slot) ZR_REQUIRES(poa_semaphore) {
+    _ActiveObjectEntry& entry = block.entries[static_cast<std::size_t>(slot)];
+    if (is_of(client, entry)) record_client(entry, ClientData());
+  });
+}
+
+bool ActiveObjectMap::is_at(const Held&, const Place& place, const ServantBase* servant) {
+  const ActiveObjectMap* block = _root_aom;
+  while (block && block->number != place.block) block = block->_next_aom;
+  if (!block) return false;
+  const _ActiveObjectEntry& entry = block->entries[static_cast<std::size_t>(place.slot)];
+  return entry.p_servant == servant && IN_USE(entry);
+}
+
+// ---- Walks over all servants: the semaphore is given back for each ------------------------------
+
+struct ActiveObjectMap::Cursor {
+  ActiveObjectMap* block;  // lives as long as the map
+  std::size_t slot = 0;
+};
+
+_ActiveObjectEntry* ActiveObjectMap::next_active(Cursor& at) {
+  for (; at.block; at = {at.block->next}) {
+    while (at.slot < at.block->entries.size()) {
+      _ActiveObjectEntry& entry = at.block->entries[at.slot++];
+      if (entry.p_servant && !entry.etherealized) return &entry;
+    }
+  }
+  return nullptr;
+}
+
+void ActiveObjectMap::clear_servants(POA* poa) {
+  POA_TRACE("ActiveObjectMap::clear_servants called...[POA_ptr = 0x%lx]", trace_address(poa));
+  for (Cursor at{this};;) {
+    MutexGuard references(poa_svt_objref_mutex);
+    PoaSemaphoreGuard guard(__LINE__);
+    const _ActiveObjectEntry* entry = next_active(at);
+    if (!entry) break;
+    withdraw_reference(*entry->p_servant, poa, entry->oid.view());
+  }
+  POA_TRACE("ActiveObjectMap::clear_servants end...");
+}
+
+void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objects,
+                                  CORBA::Boolean wait_for_completion_,
+                                  PortableServer::ServantActivator* servantActivator_ptr,
+                                  CORBA::Environment& ev) {
+  POA_TRACE("ActiveObjectMap::etherealize called...[POA_ptr = 0x%lx, ServantActivator_ptr = 0x%lx]",
+            trace_address(poa_ptr), trace_address(servantActivator_ptr));
+  clear_servants(poa_ptr);
+  for (Cursor at{this}; servantActivator_ptr;) {
+    std::unique_ptr<ObjectId> oid;
+    ServantBase* servant = nullptr;
+    PortableServer::ServantInCall call;
+    {
+      PoaSemaphoreGuard guard(__LINE__);
+      _ActiveObjectEntry* entry = next_active(at);
+      if (!entry) break;
+      oid.reset(make_oid(entry->oid.view()));  // without memory for it the servant is not handed over
+      servant = entry->p_servant;
+      call.enter(servant);
+      entry->etherealized = 1;
+      --ServantAccess::active_entries(*servant);
+    }
+    const AdapterActivation::NoWaiting with_the_tree_locked;
+    servantActivator_ptr->etherealize(*oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, ev);
+  }
+  POA_TRACE("ActiveObjectMap::etherealize end...");
+}

@@ -1,0 +1,295 @@
+#include "objects/servantreferences.h"
+
+// A list that was in use stays non-empty: clearing frees the cleared nodes, but for the last node of all,
+// which stays behind cleared. So the list is never longer than its references and one, however often objects
+// come and go.
+#include <array>
+
+#include "base/corehandles.h"
+#include "base/locks.h"
+#include "base/trace.h"
+#include "zrsv/of_thread.h"
+
+namespace PortableServer {
+
+ObjectRefList::~ObjectRefList() {
+  while (ObjectRefList* node = next) {  // one by one: a long chain is no deep recursion
+    next = std::exchange(node->next, nullptr);
+    delete node;
+  }
+}
+
+void ObjectRefList::set_record(const ObjectHomePtr& record) {
+  _m_record = record;
+  _m_poa = record ? record->poa_object : nullptr;
+  _m_identity = record ? record->identity : 0;
+}
+
+namespace {
+
+ObjectRefList* find_node(ObjectRefList* list, Identity poa, std::string_view oid) {
+  while (list && !list->holds(poa, oid)) list = list->get_next();
+  return list;
+}
+
+/// `poa` is any reference object of the POA.
+ObjectRefList* find_node(ObjectRefList* list, POA* poa, std::string_view oid) {
+  return find_node(list, read_identity(poa), oid);
+}
+
+/// Counts the references taken out of servants' lists. While it stands, what was seen in one is there.
+std::atomic<std::uint64_t> removals{1};
+
+/// References that a thread saw in servants' lists, so that a request for an object that was there just now
+/// need not look again under the lock.
+class RecentlySeen {
+ public:
+  struct One {
+    const ServantBase* servant = nullptr;
+    Identity poa = 0;
+    std::string oid;
+    std::uint64_t at = 0;  // `removals` before it was seen
+  };
+  One& of(const ServantBase& servant) {
+    return ones_[reinterpret_cast<std::uintptr_t>(&servant) / sizeof(ServantBase) % ones_.size()];
+  }
+
+ private:
+  std::array<One, 64> ones_;
+};
+
+/// What a node owns.
+struct Content {
+  std::unique_ptr<ObjectId> oid;
+  CORBA::Object_var object;
+};
+
+/// Takes it out of the node, which is left cleared.
+Content take(ObjectRefList& node) {
+  ++removals;
+  Content content{std::unique_ptr<ObjectId>(node.get_oid()), node.get_object_ref()};
+  node.set_record(nullptr);
+  node.set_oid(nullptr);
+  node.set_object_ref(nullptr);
+  return content;
+}
+
+void drop_cleared(ObjectRefList*& list) {
+  ObjectRefList* kept = nullptr;
+  for (ObjectRefList *node = list, *following; node; node = following) {
+    following = node->get_next();
+    const bool cleared = !node->get_poa() && !node->get_oid() && !node->get_object_ref();
+    const bool only_one_left = !kept && !following;
+    if (!cleared || only_one_left) {
+      kept = node;
+      continue;
+    }
+    if (kept) {
+      kept->set_next(following);
+    } else {
+      list = following;
+    }
+    node->set_next(nullptr);
+    delete node;
+  }
+}
+
+/// Clears and drops what was kept for POAs that are gone.
+void drop_dead(ObjectRefList*& list) {
+  for (ObjectRefList* node = list; node; node = node->get_next())
+    if (node->get_poa() && !node->get_record()) take(*node);
+  drop_cleared(list);
+}
+
+void append(ObjectRefList*& list, std::unique_ptr<ObjectRefList> node) {
+  if (!list) {
+    list = node.release();
+    POA_TRACE("ServantBase::set_ObjectReference end...[ior added in or_list top]");
+    return;
+  }
+  ObjectRefList* last = list;
+  while (last->get_next()) last = last->get_next();
+  last->set_next(node.release());
+  POA_TRACE("ServantBase::set_ObjectReference end...[ior added in or_list]");
+}
+
+CORBA::Object* duplicate_of(CORBA::Object* reference) {
+  auto object = std::make_unique<CORBA::Object>();
+  CORBA::Environment core;
+  object->set_ref(CORBA_object_duplicate(reference->get_ref(), core._evp));
+  return object.release();
+}
+
+/// With poa_svt_objref_mutex held.
+bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) {
+  if (!find_node(list, poa, oid)) return false;
+  POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
+  return true;
+}
+
+/// Adds a node, unless there is one for (POA, id): then null.
+CORBA::Object* keep(ObjectRefList*& list, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
+                    std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (recorded(list, record->identity, oid)) return nullptr;
+  auto node = std::make_unique<ObjectRefList>();
+  std::unique_ptr<ObjectId> own_id(make_oid(oid));
+  CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
+  node->set_record(record);
+  node->set_oid(own_id.release());
+  node->set_object_ref(object);
+  drop_dead(list);
+  append(list, std::move(node));
+  return object;
+}
+
+void unbind(CORBA::Object& reference) {
+  PoaSemaphoreGuard guard(__LINE__);
+  CORBA::Environment core;
+  CORBA_ORB_unbind_object2(core_handles.orb, reference.get_ref(), nullptr, core._evp);
+}
+
+}  // namespace
+
+// ---- One reference ------------------------------------------------------------------------------
+
+CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
+  POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!poa || !oid || !_object_ref) {
+    POA_TRACE("ServantBase::get_ObjectReference end...[poa or oid or _object_ref is NULL]");
+    return nullptr;
+  }
+  const ObjectRefList* node = find_node(_object_ref, poa, oid_view(*oid));
+  if (!node) {
+    POA_TRACE("ServantBase::get_ObjectReference end...[return NULL]");
+    return nullptr;
+  }
+  POA_TRACE("ServantBase::get_ObjectReference end...[return obj_ref : obj_ref = 0x%lx]",
+            trace_address(node->get_object_ref()));
+  return node->get_object_ref();
+}
+
+void trace_keep_called(const POA* poa, const CORBA::Object* ior) {
+  POA_TRACE("ServantBase::set_ObjectReference called...[poa = 0x%lx, ior = 0x%lx]", trace_address(poa),
+            trace_address(ior));
+}
+
+bool reference_recorded(const ServantBase& s, Identity poa, std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  return recorded(ServantAccess::references(s), poa, oid);
+}
+
+CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
+                               std::string_view oid) {
+  return keep(ServantAccess::references(s), home, ior, flag, oid);
+}
+
+CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
+                              std::string_view oid) {
+  trace_keep_called(record->poa_object, ior);
+  RecentlySeen* seen = OM_TRACE_IS_ON ? nullptr : zrsv::of_thread<RecentlySeen>();
+  if (!seen) return enter_reference(s, record, ior, flag, oid);
+  RecentlySeen::One& one = seen->of(s);
+  const std::uint64_t now = removals;
+  if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return nullptr;
+  one.at = 0;  // memory may run out below, but not any more when the reference is kept
+  one.servant = &s;
+  one.poa = record->identity;
+  one.oid = oid;
+  CORBA::Object* kept = enter_reference(s, record, ior, flag, oid);
+  one.at = now;
+  return kept;
+}
+
+void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
+  POA_TRACE("ServantBase::clear_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
+  Content content;  // freed after the lock
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!poa || !oid || !_object_ref) {
+    POA_TRACE("ServantBase::clear_ObjectReference end...[poa or oid or ior or _object_ref = NULL]");
+    return;
+  }
+  ObjectRefList* node = find_node(_object_ref, poa, oid_view(*oid));
+  if (!node) {
+    POA_TRACE("ServantBase::clear_ObjectReference end...[ior is not found in _object_ref]");
+    return;
+  }
+  content = take(*node);
+  drop_cleared(_object_ref);
+  POA_TRACE("ServantBase::clear_ObjectReference end...[poa_info is cleard and obj_ref is deleted]");
+}
+
+CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  return CORBA::Object::_duplicate(s.get_ObjectReference(poa, &oid));
+}
+
+void withdraw_reference(ServantBase& s, POA* poa, std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  const BorrowedObjectId id(oid);
+  CORBA::Object* reference = s.get_ObjectReference(poa, &id.get());
+  if (!reference) return;
+  unbind(*reference);
+  s.clear_ObjectReference(poa, &id.get());
+}
+
+// ---- All references -----------------------------------------------------------------------------
+
+std::vector<ServantReference> list_references(const ServantBase& s) {
+  std::vector<ServantReference> list;
+  MutexGuard guard(poa_svt_objref_mutex);
+  for (const ObjectRefList* node = ServantAccess::references(s); node; node = node->get_next())
+    if (ObjectHomePtr record = node->get_record(); record && node->get_oid())
+      list.push_back({std::move(record), *node->get_oid()});
+  return list;
+}
+
+namespace {
+
+std::size_t length_of(const ObjectRefList* list) {
+  std::size_t length = 0;
+  for (; list; list = list->get_next()) ++length;
+  return length;
+}
+
+/// Takes and unbinds: whoever finds a reference in no list must not find it bound either.
+std::vector<WithdrawnReference> take_all(ObjectRefList*& list) {
+  std::vector<WithdrawnReference> taken;
+  taken.reserve(length_of(list));
+  for (ObjectRefList* node = list; node; node = node->get_next()) {
+    if (!node->get_poa() || !node->get_oid()) continue;
+    if (node->get_oid()->length() != 0) {
+      WithdrawnReference& one = taken.emplace_back(WithdrawnReference{node->get_record(), nullptr, {}});
+      Content content = take(*node);
+      one.oid = std::move(content.oid);
+      one.object = content.object._retn();
+      if (one.object.in()) unbind(*one.object.in());
+    } else {
+      ++removals;
+      delete node->get_oid();
+      node->set_oid(nullptr);
+    }
+  }
+  drop_cleared(list);
+  return taken;
+}
+
+}  // namespace
+
+std::optional<std::vector<WithdrawnReference>> withdraw_references(ServantBase& s) {
+  MutexGuard guard(poa_svt_objref_mutex);
+  if (!ServantAccess::references(s)) return std::nullopt;
+  return take_all(ServantAccess::references(s));
+}
+
+void discard_references(ServantBase& s) {
+  ObjectRefList*& list = ServantAccess::references(s);
+  for (ObjectRefList* node = list; node; node = node->get_next()) {
+    const Content content = take(*node);
+    if (content.object.in()) unbind(*content.object.in());
+  }
+  delete std::exchange(list, nullptr);
+}
+
+}  // namespace PortableServer

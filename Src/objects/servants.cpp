@@ -1,0 +1,106 @@
+#include "objects/servants.h"
+
+#include <array>
+#include <memory>
+
+#include "base/locks.h"
+#include "base/trace.h"
+
+POA_ServantList* servant_delete_list = nullptr;
+POA_ServantList* servant_lifespan_list = nullptr;
+
+// ---- Lists --------------------------------------------------------------------------------------
+
+void POA_ServantList::add_servant(POA_ServantList*& list, PortableServer::ServantBase* svt) {
+  auto* node = new POA_ServantList;
+  node->_svt = svt;
+  if (!list) {
+    list = node;
+    return;
+  }
+  list->_last->_next = node;
+  list->_last = node;
+}
+
+void POA_ServantList::unlink(POA_ServantList*& list, POA_ServantList* previous, POA_ServantList* node) {
+  if (previous) {
+    previous->_next = node->_next;
+    if (list->_last == node) list->_last = previous;
+  } else {
+    list = node->_next;
+    if (list) list->_last = node->_last;
+  }
+  delete node;
+}
+
+void POA_ServantList::remove_servant(POA_ServantList*& list, PortableServer::ServantBase* svt) {
+  if (!svt) return;
+  POA_ServantList* previous = nullptr;
+  for (POA_ServantList* node = list; node; previous = node, node = node->_next)
+    if (node->_svt == svt) return unlink(list, previous, node);
+}
+
+bool POA_ServantList::search_servant(const POA_ServantList* list, const PortableServer::ServantBase* svt) {
+  if (!svt) return false;
+  while (list && list->_svt != svt) list = list->_next;
+  return list != nullptr;
+}
+
+PortableServer::ServantBase* POA_ServantList::pop(POA_ServantList*& list) {
+  PortableServer::ServantBase* first = list->_svt;
+  unlink(list, nullptr, list);
+  return first;
+}
+
+namespace PortableServer {
+
+// ---- Who is in a servant ------------------------------------------------------------------------
+
+void ServantAccess::release(ServantBase& s) {
+  MutexGuard guard(poa_svt_ref_counter_mutex);
+  const bool marked = s._to_be_deleted;  // an unmarked servant that nobody is in is the program's at once
+  if (--s._counter != 0 || !marked) return;
+  POA_TRACE("  servant is added in delete list...");
+  s.add_delete_list();
+}
+
+// ---- Whose hands it is in -----------------------------------------------------------------------
+
+/// The calls whose servants' addresses fall on it: several shelves, so that the requests of locators do not
+/// meet at one mutex.
+struct ServantInCall::Shelf {
+  zrsv::Mutex mutex;  // a leaf: nothing is locked under it
+  ServantInCall* first ZR_GUARDED_BY(mutex) = nullptr;
+
+  static Shelf& of(const ServantBase* servant) {
+    static constinit std::array<Shelf, 16> shelves;  // nothing to make or destroy, whatever runs at the end
+    return shelves[reinterpret_cast<std::uintptr_t>(servant) / sizeof(ServantBase) % shelves.size()];
+  }
+};
+
+void ServantInCall::enter(const ServantBase* servant) {
+  if (!servant) return;
+  Shelf& shelf = Shelf::of(servant);
+  const zrsv::MutexLock lock(shelf.mutex);
+  servant_ = servant;
+  next_ = std::exchange(shelf.first, this);
+}
+
+ServantInCall::~ServantInCall() {
+  if (!servant_) return;
+  Shelf& shelf = Shelf::of(servant_);
+  const zrsv::MutexLock lock(shelf.mutex);
+  ServantInCall** link = &shelf.first;
+  while (*link != this) link = &(*link)->next_;
+  *link = next_;
+}
+
+bool ServantInCall::has(const ServantBase* servant) {
+  Shelf& shelf = Shelf::of(servant);
+  const zrsv::MutexLock lock(shelf.mutex);
+  const ServantInCall* call = shelf.first;
+  while (call && call->servant_ != servant) call = call->next_;
+  return call != nullptr;
+}
+
+}  // namespace PortableServer

@@ -1,0 +1,99 @@
+// Servants as the library handles them: who is in one, whose hands it is in, and the lists it stands on.
+#pragma once
+
+#include <utility>
+
+#include "base/locks.h"
+#include "poa/servant.h"
+
+/// A list of servants, handled through its head pointer. Takes no lock; its users do.
+class POA_ServantList {
+ public:
+  static void add_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
+  static void remove_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
+  static bool search_servant(const POA_ServantList* list, const PortableServer::ServantBase* svt);
+  /// Takes the first servant off a list that is not empty.
+  static PortableServer::ServantBase* pop(POA_ServantList*& list);
+  POA_ServantList* get_next() const { return _next; }
+  PortableServer::ServantBase* get_servant() const { return _svt; }
+
+ private:
+  static void unlink(POA_ServantList*& list, POA_ServantList* previous, POA_ServantList* node);
+
+  PortableServer::ServantBase* _svt = nullptr;
+  POA_ServantList* _next = nullptr;
+  POA_ServantList* _last = this;  // of the list; good in its first node only
+};
+
+extern POA_ServantList* servant_delete_list ZR_GUARDED_BY(poa_svt_delete_mutex);
+extern POA_ServantList* servant_lifespan_list ZR_GUARDED_BY(poa_svt_lifespan_mutex);
+
+namespace PortableServer {
+
+/// What the library may see and do of a servant beyond its public face.
+struct ServantAccess {
+  static ObjectRefList* references(const ServantBase& s) { return s._object_ref; }
+  static ObjectRefList*& references(ServantBase& s) { return s._object_ref; }
+  static std::atomic<CORBA::Object*>& target(ServantBase& s) { return s._obj_ref; }
+  static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
+  static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }
+
+  /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the
+  /// POA semaphore).
+  static void hold(ServantBase& s) { ++s._counter; }
+  /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
+  static void release(ServantBase& s);
+};
+
+/// Somebody is in the servant: it is not deleted while one of these lives. Ends with no lock of the adapter
+/// held but those that stand before poa_svt_ref_counter_mutex, and the servant is not to be touched afterwards.
+class ServantUse {
+ public:
+  /// Of none.
+  ServantUse() = default;
+  /// Null: of none. A servant out of a map is taken into use before the POA semaphore is given back.
+  explicit ServantUse(ServantBase* servant) : servant_(servant) {
+    if (servant) ServantAccess::hold(*servant);
+  }
+  ServantUse(ServantUse&& other) noexcept : servant_(std::exchange(other.servant_, nullptr)) {}
+  ServantUse& operator=(ServantUse&& other) noexcept {
+    const ServantUse old(std::move(*this));
+    servant_ = std::exchange(other.servant_, nullptr);
+    return *this;
+  }
+  ~ServantUse() {
+    if (servant_) ServantAccess::release(*servant_);
+  }
+
+  ServantBase* get() const { return servant_; }
+  ServantBase& operator*() const { return *servant_; }
+  ServantBase* operator->() const { return servant_; }
+  explicit operator bool() const { return servant_ != nullptr; }
+
+ private:
+  ServantBase* servant_ = nullptr;
+};
+
+/// While one lives, a call of the program has the servant (an activator's etherealize, a locator's postinvoke,
+/// the callback for lost clients): the tick passes over it. Only the address is looked at, because the call
+/// may delete the servant.
+class ServantInCall {
+ public:
+  ServantInCall() = default;
+  /// Null: of none.
+  explicit ServantInCall(const ServantBase* servant) { enter(servant); }
+  ~ServantInCall();
+  ServantInCall(const ServantInCall&) = delete;
+  ServantInCall& operator=(const ServantInCall&) = delete;
+
+  /// Once. What was found in a map enters before the POA semaphore is given back.
+  void enter(const ServantBase* servant);
+  static bool has(const ServantBase* servant);
+
+ private:
+  struct Shelf;
+  const ServantBase* servant_ = nullptr;
+  ServantInCall* next_ = nullptr;  // on the shelf; guarded by its mutex
+};
+
+}  // namespace PortableServer

@@ -1,0 +1,247 @@
+// Activating and deactivating objects, servant manager and default servant.
+#include <new>
+
+#include "base/locks.h"
+#include "base/raise.h"
+#include "objects/activeobjectmap.h"
+#include "objects/servantreferences.h"
+#include "records/poainfo.h"
+#include "records/registration.h"
+
+using PortableServer::ObjectId;
+using PortableServer::POA;
+using PortableServer::ServantBase;
+using PortableServer::ServantInCall;
+using PortableServer::ServantManager;
+using PortableServer::ServantUse;
+
+// ---- activate_object ----------------------------------------------------------------------------
+
+ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::activate_object called...");
+  if (!p_servant)
+    raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object [servant is null.]");
+  if (!policies.retains())
+    raise<POA::WrongPolicy>(ev, "non_retain.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object [wrong policy.]");
+  if (!policies.system_id_assigned())
+    raise<POA::WrongPolicy>(ev, "user_id.. throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object [wrong policy.]");
+  std::unique_ptr<ObjectId> oid(genSystemId());
+  if (!oid)
+    raise<CORBA::BAD_PARAM>(ev, "system_id=NULL.. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object [systemId is null.]");
+  const auto first = trace_octets(oid_view(*oid));
+  POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+  POA_TRACE("  POAInfo::activate_object_with_id call");
+  replacing<POA::ServantAlreadyActive, POA::WrongPolicy>(
+      ev, "throw PortableServer::POA::ServantAlreadyActive", "POAInfo::activate_object [already activate.]",
+      [&] { activate_object_with_id(*oid, p_servant, ev); });
+  POA_TRACE("POAInfo::activate_object end...");
+  return oid.release();
+}
+
+namespace {
+
+/// Enters the servant under `id`, under one hold of the semaphore: nobody else activates between the checks and
+/// the entry.
+ActiveObjectMap::Ticket enter_active(POAInfo& poa, std::string_view id, ServantBase& servant,
+                                     CORBA::Environment& ev) {
+  PoaSemaphoreGuard guard(__LINE__);
+  if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
+  if (ActiveObjectMap* map = poa.active_object_map; map && poa.policies.unique_id()) {
+    if (map->at(guard, map->findByServant(guard, &servant)))
+      raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
+    if (map->at(guard, map->findById(guard, id)))
+      raise<POA::ObjectAlreadyActive>(ev, "already activated. throw PortableServer::POA::ObjectAlreadyActive",
+                                      "POAInfo::activate_object_with_id [already activate.]");
+  }
+  trace_oid_duplicate();
+  ActiveObjectMap* map = poa.map_for_insert(guard);
+  POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [servant = 0x%lx this = 0x%lx into AOM]",
+            trace_address(&servant), trace_address(&poa));
+  return map->insertActiveObjectMap(guard, id, &servant);
+}
+
+}  // namespace
+
+void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::activate_object_with_id called...");
+  if (id.length() < 1)
+    raise<CORBA::BAD_PARAM>(ev, "id.length()<1 throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object_with_id [id length is invalid.]");
+  if (!p_servant)
+    raise<CORBA::BAD_PARAM>(ev, "p_servant=NULL throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::activate_object_with_id [servant is null.]");
+  if (!policies.retains())
+    raise<POA::WrongPolicy>(ev, "non_retain...  PortableServer::POA::WrongPolicy",
+                            "POAInfo::activate_object_with_id [wrong policy.]");
+  replacing<POA::ServantAlreadyActive, POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>(
+      ev, "other ex. throw PortableServer::POA::ServantAlreadyActive",
+      "POAInfo::activate_object_with_id [already activate.]", [&] {
+        const ActiveObjectMap::Ticket entry = enter_active(*this, oid_view(id), *p_servant, ev);
+        POA_TRACE("  POA_impl_is_ready call");
+        register_active(id, *p_servant, entry, ev);
+      });
+  POA_TRACE("POAInfo::activate_object_with_id end...");
+}
+
+ActiveObjectMap* POAInfo::map_for_insert(const PoaSemaphoreGuard&) {
+  if (!active_object_map) {
+    auto* map = new (std::nothrow) ActiveObjectMap;
+    if (!map) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+    active_object_map = map;
+  }
+  return active_object_map;
+}
+
+void POAInfo::register_active(const ObjectId& id, ServantBase& servant, const ActiveObjectMap::Ticket& entry,
+                              CORBA::Environment& ev) {
+  try {
+    POA_impl_is_ready(&servant, &id, ev);
+  } catch (...) {
+    active_object_map.load()->remove(entry);
+    throw;
+  }
+}
+
+// ---- deactivate_object --------------------------------------------------------------------------
+
+namespace {
+
+/// The activator that etherealizes for the POA; null when it has none.
+PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
+  if (!poa.policies.uses_servant_manager() && !OM_TRACE_IS_ON)
+    return nullptr;       // the question would only raise
+  CORBA::Environment ev;  // that the policy is another is no failure of the caller's operation
+  ServantManager* manager = nullptr;
+  try {
+    manager = poa.get_servant_manager(ev);
+  } catch (const POA::WrongPolicy&) {
+    return nullptr;
+  }
+  if (CORBA::is_nil(manager)) {
+    POA_TRACE("  ServantManager_ptr is NULL, return...");
+    return nullptr;
+  }
+  auto* activator = static_cast<PortableServer::ServantActivator*>(manager->get_servant_activator());
+  if (!activator) POA_TRACE("  ServantActivator is NULL, return...");
+  return activator;
+}
+
+/// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told
+/// that it is not active. Gives the servant, in use and entered in `call`, or none.
+ServantUse take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
+  PoaSemaphoreGuard guard(__LINE__);
+  ServantUse servant = map.useServantById(guard, oid_view(oid));
+  if (!servant) return servant;
+  call.enter(servant.get());
+  POA_TRACE("  ActiveObjectMap::deactivateByOid call");
+  map.deactivateByOid(guard, oid_view(oid));
+  POA_TRACE("  ActiveObjectMap::removeById call");
+  map.removeById(guard, oid_view(oid), servant.get());
+  return servant;
+}
+
+}  // namespace
+
+void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::deactivate_object called...");
+  if (oid.length() < 1)
+    raise<CORBA::BAD_PARAM>(ev, "oid.length() < 1, throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::deactivate_object [oid invalid.]");
+  if (!policies.retains())
+    raise<POA::WrongPolicy>(ev, "non_retain, throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::deactivate_object [wrong policy.]");
+  ActiveObjectMap* map = active_object_map;
+  POA_TRACE("  aom = 0x%lx, this = 0x%lx, oid = 0x%lx", trace_address(map), trace_address(this),
+            trace_address(&oid));
+  if (!map)
+    raise<POA::ObjectNotActive>(ev, "active_object_map = NULL, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::deactivate_object [activate_object_map is null.]");
+  ServantInCall call;
+  ServantUse use = take_active(*map, oid, call);
+  ServantBase* const servant = use.get();
+  if (!servant)
+    raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
+                                "POAInfo::deactivate_object [servant is null.]");
+  withdraw_reference(*servant, poa_object, oid_view(oid));
+  use = ServantUse();  // the activator may delete it
+  if (auto* activator = etherealizer(*this)) {
+    POA_TRACE("  ServantActivator->etherealiize call [servant = 0x%lx]", trace_address(servant));
+    activator->etherealize(oid, poa_object, servant, 1, 1, ev);
+  }
+}
+
+// ---- Servant manager ----------------------------------------------------------------------------
+
+ServantManager* POAInfo::get_servant_manager(CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::get_servant_manager called...");
+  if (!policies.uses_servant_manager())
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::get_servant_manager [wrong policy.]");
+  if (!policies.retains() && policies.servant_retention != servantRetentionPolicy_NON_RETAIN_tag)
+    raise<CORBA::OBJ_ADAPTER>(ev, "throw CORBA::StExcep::OBJ_ADAPTER",
+                              "POAInfo::get_servant_manager [OBJ_ADAPTER.]", MINOR_NO_MANAGER);
+  POA_TRACE("POAInfo::get_servant_manager end...[return ServantManager");
+  return servantManager_ptr;
+}
+
+void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) {
+  constexpr const char* set_already = "POAInfo::set_servant_manager [BAD_INV_ORDER.]";
+  POA_TRACE("POAInfo::set_servant_manager called...");
+  if (!policies.uses_servant_manager())
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::set_servant_manager [wrong policy.]");
+  if (!CORBA::is_nil(servantManager_ptr)) raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
+  if (imgr && policies.retains() != static_cast<bool>(imgr->is_activator()))
+    raise<CORBA::BAD_PARAM>(ev,
+                            policies.retains() ? "retain. throw CORBA::StExcep::BAD_PARAM"
+                                               : "non_retain. throw CORBA::StExcep::BAD_PARAM",
+                            "POAInfo::set_servant_manager [BAD_PARAM.]");
+  ServantManager* none = nullptr;
+  if (!servantManager_ptr.compare_exchange_strong(none, imgr))  // by another thread, just now
+    raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
+  POA_TRACE("POAInfo::set_servant_manager end...");
+}
+
+// ---- Default servant ----------------------------------------------------------------------------
+
+ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::get_servant called...");
+  if (!policies.uses_default_servant())
+    raise<POA::WrongPolicy>(ev, "non_retain.\tPortableServer::POA::WrongPolicy",
+                            "POAInfo::get_servant [wrong policy.]");
+  ServantBase* servant = default_servant.get();
+  if (!servant)
+    raise<POA::NoServant>(ev, "non_retain.\tPortableServer::POA::NoServant",
+                          "POAInfo::get_servant [default servant is null.]");
+  POA_TRACE("POAInfo::get_servant end...");
+  return servant;
+}
+
+void POAInfo::exchange_default(ServantBase* servant, DefaultServant::Oid oid) {
+  // Under poa_default_servant_ref_mutex: once somebody else has taken the old one away, it is not touched here.
+  ServantBase* old = default_servant.exchange(servant, oid);
+  if (!old) return;
+  if (oid) withdraw_reference(*old, poa_object, oid_view(*oid));
+  old->rem_default_servant_ref();
+}
+
+void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
+  POA_TRACE("POAInfo::set_servant called...[POAInfo = 0x%lx, servant = 0x%lx]", trace_address(this),
+            trace_address(p_servant));
+  if (!policies.uses_default_servant())
+    raise<POA::WrongPolicy>(ev, "throw PortableServer::POA::WrongPolicy",
+                            "POAInfo::set_servant [wrong policy.]");
+  if (default_servant.get() == p_servant) return;
+  DefaultServant::Oid oid(p_servant ? genSystemId() : nullptr);
+  if (p_servant && !oid)  // the old one stays installed
+    raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant [BAD_PARAM.]");
+  MutexGuard counts(poa_default_servant_ref_mutex);  // see exchange_default
+  if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::set_servant [POA is destroyed.]");
+  if (p_servant) p_servant->add_default_servant_ref();
+  exchange_default(p_servant, std::move(oid));
+  POA_TRACE("POAInfo::set_servant end...");
+}

@@ -6,18 +6,33 @@
 #include <span>
 
 #include "cdr_chain.h"
+#include "code_sets.h"
 
 namespace zrsv {
 namespace {
 
 constexpr std::size_t first_capacity = 256;
 
-bool write_string(CDR* cdr, const char* text) {
-  if (!text) return false;
-  const std::size_t length = std::strlen(text) + 1;
+bool write_text(CDR* cdr, const char* text, std::size_t octets) {
+  const std::size_t length = octets + 1;
   if (length > UINT32_MAX || !has_room(cdr, 3 + 4 + length)) return false;
   auto word = static_cast<uint32_t>(length);
   return move_value(cdr, &word) && put_octets(cdr, {text, length});
+}
+
+/// Whether a text is in this stream as the program has it.
+bool as_it_is(const CDR* cdr, std::string_view text) {
+  return cdr->narrow == ZR_TEXT_NATIVE || (cdr->narrow == ZR_TEXT_ISO_8859_1 && is_ascii(text));
+}
+
+bool write_string(CDR* cdr, const char* text) {
+  if (!text) return false;
+  const std::size_t octets = std::strlen(text);
+  if (as_it_is(cdr, {text, octets})) return write_text(cdr, text, octets);
+  char* converted = convert_to_wire(cdr, {text, octets});
+  const bool written = converted && write_text(cdr, converted, std::strlen(converted));
+  std::free(converted);
+  return written;
 }
 
 /// After a failure.
@@ -102,7 +117,20 @@ const unsigned char* ZR_cdr_next_part(CDR* cdr, size_t size) {
 }
 
 unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value) { return move_value(cdr, value); }
-unsigned char OM_cdr_char(CDR* cdr, char* value) { return move_value(cdr, value); }
+unsigned char OM_cdr_char(CDR* cdr, char* value) {
+  if (cdr->narrow == ZR_TEXT_NATIVE) return move_value(cdr, value);
+  const unsigned char* const start = cdr->in_next;
+  char moved = *value;
+  if (cdr->direction == CDR_DECODE && !move_value(cdr, &moved)) return 0;
+  if (!as_it_is(cdr, {&moved, 1})) {  // a part of a text in one of the two sets, at most
+    cdr->unconvertible = cdr->narrow == ZR_TEXT_UNKNOWN ? ZR_UNKNOWN_CODE_SET : ZR_UNCONVERTIBLE;
+    return_to(cdr, start);
+    return 0;
+  }
+  if (cdr->direction == CDR_ENCODE) return move_value(cdr, &moved);
+  *value = moved;
+  return 1;
+}
 unsigned char OM_cdr_short(CDR* cdr, int16_t* value) { return move_value(cdr, value); }
 unsigned char OM_cdr_unsigned_short(CDR* cdr, uint16_t* value) { return move_value(cdr, value); }
 unsigned char OM_cdr_long(CDR* cdr, int32_t* value) { return move_value(cdr, value); }
@@ -134,27 +162,44 @@ unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t
   return 1;
 }
 
-unsigned char OM_cdr_string_view(CDR* cdr, const char** text) {
-  if (cdr->direction != CDR_DECODE) return 0;
+namespace {
+
+/// The next string as it travels.
+bool read_string(CDR* cdr, std::string_view* text) {
+  if (cdr->direction != CDR_DECODE) return false;
   const unsigned char* start = cdr->in_next;
   uint32_t length = 0;
   if (!move_value(cdr, &length)) return 0;
   const unsigned char* at = cdr->in_next;
   if (length == 0 || length > OM_cdr_remaining(cdr) || std::memchr(at, 0, length) != at + length - 1) {
     return_to(cdr, start);
+    return false;
+  }
+  *text = as_view(at, length - 1);
+  pass(cdr, length);
+  return true;
+}
+
+}  // namespace
+
+unsigned char OM_cdr_string_view(CDR* cdr, const char** text) {
+  const unsigned char* start = cdr->in_next;
+  std::string_view found;
+  if (!read_string(cdr, &found)) return 0;
+  if (!as_it_is(cdr, found)) {
+    return_to(cdr, start);
     return 0;
   }
-  *text = reinterpret_cast<const char*>(at);
-  pass(cdr, length);
+  *text = found.data();
   return 1;
 }
 
 unsigned char OM_cdr_string(CDR* cdr, char** text) {
   if (cdr->direction == CDR_ENCODE) return write_string(cdr, *text);
   const unsigned char* start = cdr->in_next;
-  const char* found = nullptr;
-  if (!OM_cdr_string_view(cdr, &found)) return 0;
-  char* copy = ::strdup(found);
+  std::string_view found;
+  if (!read_string(cdr, &found)) return 0;
+  char* copy = as_it_is(cdr, found) ? ::strdup(found.data()) : convert_from_wire(cdr, found);
   if (!copy) {
     return_to(cdr, start);
     return 0;
@@ -190,9 +235,13 @@ unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner) {
   const unsigned char* start = cdr->in_next;
   Reader in(cdr);
   const std::string_view octets = in.octets();
-  if (in.ok() && open_encapsulation(octets, inner)) return 1;
-  return_to(cdr, start);
-  return 0;
+  if (!in.ok() || !open_encapsulation(octets, inner)) {
+    return_to(cdr, start);
+    return 0;
+  }
+  inner->narrow = cdr->narrow;
+  inner->wide = cdr->wide;
+  return 1;
 }
 
 unsigned char OM_cdr_open_encapsulation(CDR* inner) {

@@ -17,8 +17,14 @@ constexpr bool native_is_little = std::endian::native == std::endian::little;
 
 /// The text is none, or cannot be said in this form: not a matter of octets that are missing.
 bool unconvertible(CDR* cdr) {
-  cdr->unconvertible = 1;
+  cdr->unconvertible = ZR_UNCONVERTIBLE;
   return false;
+}
+
+/// Whether wide texts can travel at all.
+bool is_wide(CDR* cdr) {
+  if (cdr->wide != ZR_TEXT_NATIVE) cdr->unconvertible = ZR_UNKNOWN_CODE_SET;
+  return cdr->wide == ZR_TEXT_NATIVE && cdr->minor_version != 0;
 }
 
 uint16_t unit(const OM_wide& text, uint32_t index) {
@@ -111,7 +117,7 @@ bool needs_mark(const CDR* cdr, uint32_t first) {
 bool start_string(CDR* cdr, std::uint64_t units, uint32_t first) {
   const bool mark = needs_mark(cdr, first);
   units += mark;
-  if (cdr->minor_version == 0 || units >= UINT32_MAX / unit_size) return false;
+  if (!is_wide(cdr) || units >= UINT32_MAX / unit_size) return false;
   const auto length = static_cast<uint32_t>(cdr->minor_version == 1 ? units + 1 : units * unit_size);
   if (!write_value(cdr, length) || !has_room(cdr, unit_size * (units + 1))) return false;
   if (mark) Units(cdr).put(byte_order_mark);
@@ -152,7 +158,7 @@ bool read_wchar(CDR* cdr, wchar_t* value) {
 using namespace zrsv;
 
 unsigned char OM_cdr_wchar(CDR* cdr, wchar_t* value) {
-  if (cdr->minor_version == 0) return 0;
+  if (!is_wide(cdr)) return 0;
   const unsigned char* start = cdr->in_next;
   if (cdr->direction == CDR_ENCODE) return write_wchar(cdr, static_cast<uint32_t>(*value));
   if (cdr->direction == CDR_DECODE && read_wchar(cdr, value)) return 1;
@@ -161,7 +167,7 @@ unsigned char OM_cdr_wchar(CDR* cdr, wchar_t* value) {
 }
 
 unsigned char OM_cdr_read_wide(CDR* cdr, OM_wide* text) {
-  if (cdr->direction != CDR_DECODE || cdr->minor_version == 0) return 0;
+  if (cdr->direction != CDR_DECODE || !is_wide(cdr)) return 0;
   const unsigned char* start = cdr->in_next;
   uint32_t count = 0;
   OM_wide found{};

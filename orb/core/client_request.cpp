@@ -96,6 +96,12 @@ uint8_t version_for(const ClientRequest& request) {
   return static_cast<uint8_t>(minor);
 }
 
+/// What the texts of a call to `target` are in. Within the process nothing needs to be said.
+CodeSets code_sets_for(const ClientRequest& request, const Reference& target) {
+  if (target.is_local() && options().in_process) return {ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, false};
+  return request.call.minor == 0 ? unsaid_code_sets : target.code_sets();
+}
+
 std::size_t encoded(const CDR& cdr) { return static_cast<std::size_t>(cdr.out_next - cdr.out_base); }
 
 bool begin_head(ClientRequest* request, CDR* cdr) {
@@ -103,7 +109,7 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
   ClientRequest::Head& head = request->head;
   head.whole = false;
   if (!giop::begin_request(cdr, call.minor, call.id, request->response_expected, request->key,
-                           request->operation)) {
+                           request->operation, request->code_sets)) {
     return false;
   }
   head.end = encoded(*cdr);
@@ -113,6 +119,7 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
   head.operation = request->operation;
   head.minor = call.minor;
   head.response_expected = request->response_expected;
+  head.code_sets = request->code_sets;
   head.whole = true;
   return true;
 }
@@ -123,7 +130,7 @@ bool has_head(const ClientRequest& request) {
   const ClientRequest::Head& head = request.head;
   return head.whole && request.cdr.out_base && head.minor == request.call.minor &&
          head.response_expected == request.response_expected && head.operation == request.operation &&
-         head.key == request.key;
+         head.key == request.key && head.code_sets == request.code_sets;
 }
 
 /// Starts the message in the memory of the last one, or else of the last reply.
@@ -134,10 +141,12 @@ bool begin_message(ClientRequest* request) {
   cdr->out_next = cdr->out_base;
   cdr->direction = CDR_ENCODE;
   cdr->minor_version = request->call.minor;
-  cdr->no_outcome = 0;
+  cdr->no_outcome = cdr->unconvertible = 0;
+  cdr->narrow = request->code_sets.narrow;
+  cdr->wide = request->code_sets.wide;
   cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
   if (!as_before) return begin_head(request, cdr);
-  giop::set_request_id(cdr->out_base, request->call.minor, request->call.id);
+  giop::set_request_id(cdr->out_base, request->call.minor, request->code_sets.said, request->call.id);
   cdr->out_next += request->head.body;
   return true;
 }
@@ -271,6 +280,12 @@ Fault dispatch(ClientRequest* request) {
   if (!request->forward || !is(why, "TRANSIENT")) return why;
   drop_forward(request);
   if (!request->cdr.out_base) return why;  // the message went to an object of this process, and is used up
+  const CodeSets sets = code_sets_for(*request, *request->object);
+  if (sets.narrow != request->code_sets.narrow || sets.wide != request->code_sets.wide) return why;
+  if (sets.said && !request->code_sets.said) {  // it takes another header
+    request->code_sets = sets;
+    request->key = {};
+  }
   const Ref<Reference> last_key = std::move(request->forward);  // the message still has its key
   return send_to(request, *request->object);
 }
@@ -327,6 +342,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   if (request->kind == ZR_REQUEST_IIOP) {
     if (!target.can_be_called()) return fail(no_way);
     request->key = key_for(target, 0);
+    request->code_sets = code_sets_for(*request, target);
     if (!begin_message(request.get())) return fail(fault::no_memory);
   }
   *made = std::move(request);

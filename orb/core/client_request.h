@@ -36,6 +36,7 @@ struct ClientRequest : RequestBase {
   Deadline deadline = Deadline::max();
 
   std::string_view key;  // in the request's header
+  CodeSets code_sets;    // what its texts are in
 
   /// The header of the message in `cdr`. A kept request's stays for the next call, when that has the same.
   struct Head {
@@ -45,6 +46,7 @@ struct ClientRequest : RequestBase {
     uint8_t minor = 0;
     bool response_expected = true;
     bool whole = false;
+    CodeSets code_sets;
   };
   Head head;
 

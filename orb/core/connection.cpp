@@ -67,6 +67,7 @@ void Connection::open(int fd, const PeerAddress& peer) {
   peer_ = peer;
   minor = 0;
   served = drained_ = false;
+  code_sets = unsaid_code_sets;
   calls_in_turn_ = 0;
   calls_wanted_ = least_calls;
   hung_up_ = broken_ = false;

@@ -93,6 +93,7 @@ class Connection {
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
   bool served = false;               // has carried a request
+  CodeSets code_sets;                // of the texts of its requests
 
   // ---- Sending: any thread ----
 

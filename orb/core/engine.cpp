@@ -308,6 +308,7 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
     reject(connection->minor, connection, "malformed header of a request");
     return Next::Leave;
   }
+  request.use_code_sets(&connection->code_sets);
   request.in_flight = InFlight(
       *connection, request.message.size());  // before the look: say_goodbye looks the other way round
   if (stopping_.load()) return Next::Read;   // CloseConnection will tell the client that it was not taken
@@ -570,6 +571,8 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
       giop::read_header(request.message.data(), UINT32_MAX, &header) ||
       request.message.size() != giop::header_size + std::size_t{header.size} || !request.read_head(header))
     return "OBJECT_NOT_EXIST";
+  CodeSets own;
+  request.use_code_sets(&own);
   const Ref<Reference> target = Reference::from_key(request.head.key);
   if (!target) return "OBJECT_NOT_EXIST";
   request.target.borrow(target.get());

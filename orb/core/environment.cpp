@@ -134,5 +134,9 @@ void SetStdExReqLib(uint32_t completed, CORBA_Environment* env) {
 
 void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env) {
   if (cdr && cdr->no_outcome && completed == CORBA_COMPLETED_YES) completed = CORBA_COMPLETED_MAYBE;
+  constexpr uint32_t minor_unsupported_set =
+      0x4F4D0002;  // the standard's: not supported as transmission code set
+  if (cdr && cdr->unconvertible == ZR_UNKNOWN_CODE_SET)
+    return raise_standard(env, "CODESET_INCOMPATIBLE", minor_unsupported_set, completed);
   raise_standard(env, cdr && cdr->unconvertible ? "DATA_CONVERSION" : "MARSHAL", 0, completed);
 }

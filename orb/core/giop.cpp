@@ -17,7 +17,7 @@
 //   locate   = 1.0, 1.1: id:u32 key:octets;   1.2: id:u32 target
 //   reply    = 1.0, 1.1: contexts id:u32 status:u32;   1.2: id:u32 status:u32 contexts
 //   locate reply = id:u32 status:u32
-//   contexts = count:u32 (id:u32 octets)*
+//   contexts = count:u32 (id:u32 octets)*               of a request: none, or its code sets
 //   target   = 0:u16 key:octets | 1:u16 profile | 2:u16 selected:u32 type-id:string count:u32 profile*
 //   profile  = tag:u32 octets
 //
@@ -40,6 +40,20 @@ void skip_contexts(Reader* in) {
     in->u32();
     in->octets();
   }
+}
+
+/// The contexts of a request.
+void read_contexts(Reader* in, RequestHead* head) {
+  for (uint32_t left = in->count(8); left > 0 && in->ok(); --left) {
+    const uint32_t id = in->u32();
+    const std::string_view octets = in->octets();
+    if (id == context_code_sets && in->ok() && !read_code_sets_context(octets, &head->code_sets)) in->fail();
+  }
+}
+
+void write_contexts(Writer* out, const CodeSets& sets) {
+  out->u32(sets.said);
+  if (sets.said) write_code_sets_context(out, sets);
 }
 
 /// The key in a tagged profile; empty when it is not one of IIOP 1.
@@ -145,7 +159,7 @@ bool needs_swap(const Header& header) { return header.little != native_little; }
 
 bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
   Reader in = start(cdr, minor);
-  if (minor < 2) skip_contexts(&in);
+  if (minor < 2) read_contexts(&in, head);
   head->id = in.u32();
   head->response_expected = (in.u8() & 1) != 0;
   if (minor >= 1) in.raw(3);
@@ -154,7 +168,7 @@ bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
   if (minor < 2) {
     in.octets();  // principal
   } else {
-    skip_contexts(&in);
+    read_contexts(&in, head);
     skip_to_body(cdr);
   }
   return in.ok();
@@ -198,10 +212,10 @@ bool begin_message(CDR* cdr, uint8_t minor, Type type) {
 }
 
 bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
-                   std::string_view operation) {
+                   std::string_view operation, const CodeSets& sets) {
   if (!begin_message(cdr, minor, Type::Request)) return false;
   Writer out(cdr);
-  if (minor < 2) out.u32(0);  // no contexts
+  if (minor < 2) write_contexts(&out, sets);
   out.u32(id);
   out.u8(static_cast<uint8_t>(!response_expected ? 0
                               : minor >= 2       ? 3
@@ -209,7 +223,8 @@ bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected,
   if (minor >= 1) out.raw({"\0\0", 3});            // NOLINT(bugprone-string-constructor): with the last NUL
   if (minor >= 2) out.u16(key_address);
   out.octets(key).text(operation);
-  return out.u32(0).ok();  // no principal, or no contexts
+  minor < 2 ? void(out.u32(0)) : write_contexts(&out, sets);  // no principal
+  return out.ok();
 }
 
 bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status) {
@@ -235,8 +250,9 @@ void end_message(CDR* cdr) {
   std::memcpy(cdr->out_base + size_offset, &size, sizeof size);
 }
 
-void set_request_id(unsigned char* message, uint8_t minor, uint32_t id) {
-  const std::size_t contexts = minor < 2 ? sizeof id : 0;
+void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t id) {
+  constexpr std::size_t none = 4, with_code_sets = 24;
+  const std::size_t contexts = minor >= 2 ? 0 : said ? with_code_sets : none;
   std::memcpy(message + header_size + contexts, &id, sizeof id);
 }
 

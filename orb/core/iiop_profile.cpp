@@ -1,18 +1,15 @@
 #include "iiop_profile.h"
 
+#include "code_sets.h"
+
 // Layout, an encapsulation (a byte-order octet, then CDR values aligned by themselves):
 //
 //   profile    = byte-order[1] major[1] minor[1] host:string port:u16 key:octets [count:u32 component*]
 //   component  = tag:u32 octets                    ([..]: from version 1.1 on)
 //   alternate  = byte-order[1] host:string port:u16
-//   code-sets  = byte-order[1] narrow wide
-//   narrow, wide = native:u32 conversions:u32 (id:u32)*
 
 namespace zrsv {
 namespace {
-
-constexpr uint32_t iso_8859_1 = 0x00010001;
-constexpr uint32_t utf_16 = 0x00010109;
 
 void read_components(Reader* in, std::vector<Tagged>* components) {
   for (uint32_t left = in->count(8); left > 0 && in->ok(); --left) {
@@ -24,16 +21,9 @@ void read_components(Reader* in, std::vector<Tagged>* components) {
 
 void write_address(Writer* out, const Endpoint& endpoint) { out->text(endpoint.host).u16(endpoint.port); }
 
-/// Strings travel byte for byte, so no conversion is offered.
-void write_code_sets(Writer* out) {
-  out->u32(component_code_sets);
-  const std::size_t opened = out->open();
-  out->u32(iso_8859_1).u32(0).u32(utf_16).u32(0).close(opened);
-}
-
 void write_components(Writer* out, std::span<const Endpoint> alternates) {
   out->u32(static_cast<uint32_t>(1 + alternates.size()));
-  write_code_sets(out);
+  write_code_sets_component(out);
   for (const Endpoint& endpoint : alternates) {
     out->u32(component_alternate_iiop);
     const std::size_t opened = out->open();

@@ -107,6 +107,7 @@ Ref<Reference> Reference::from_profiles(std::string type_id, std::vector<Tagged>
   if (!iiop.empty()) made->key_ = iiop.front().key;
   made->profiles_ = std::move(profiles);
   for (const IiopProfile& address : iiop) made->least_minor_ = std::min(made->least_minor_, address.minor);
+  made->code_sets_ = iiop.empty() ? unsaid_code_sets : code_sets_for(iiop.front().components);
   made->iiop_ = std::move(iiop);
   return made;
 }
@@ -118,6 +119,7 @@ Ref<Reference> Reference::in_scope(const Reference& of, std::shared_ptr<CallScop
   } else {
     made = Ref<Reference>::adopt(new Reference);
     made->least_minor_ = of.least_minor_;
+    made->code_sets_ = of.code_sets_;
     made->type_id_ = of.type_id_;
     made->key_ = of.key_;
     made->profiles_ = of.profiles_;

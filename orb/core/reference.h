@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "code_sets.h"
 #include "zrsv.h"
 #include "zrsv/call_scope.h"
 
@@ -134,6 +135,8 @@ class Reference {
   const std::vector<Tagged>& profiles() const { return profiles_; }
   /// The lowest GIOP 1.x of all those places; 2 for a local reference.
   uint8_t least_minor() const { return least_minor_; }
+  /// What the texts of a call are in; of a local reference what texts are in here.
+  const CodeSets& code_sets() const { return code_sets_; }
 
   /// Null as a rule.
   const std::shared_ptr<CallScope>& scope() const { return scope_; }
@@ -161,6 +164,7 @@ class Reference {
   bool local_ = false;
   bool internal_ = false;
   uint8_t least_minor_ = 2;
+  CodeSets code_sets_{ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, true};
   std::string type_id_, key_, impl_, intf_;
   std::string_view data_;
   std::vector<Tagged> profiles_;

@@ -4,6 +4,7 @@
 #include <exception>
 #include <new>
 
+#include "cdr_chain.h"
 #include "environment.h"
 #include "method_table.h"
 #include "options.h"
@@ -39,10 +40,8 @@ bool begin_reply(ServerRequest& request, uint32_t status) {
   return request.replied = giop::align_body(&request.cdr, request.minor);
 }
 
-bool put_text(CDR* cdr, const char* text) {
-  char* octets = const_cast<char*>(text);
-  return OM_cdr_string(cdr, &octets);
-}
+/// A repository id, which is the same in every code set.
+bool put_text(CDR* cdr, const char* text) { return Writer(cdr).text(text).ok(); }
 
 bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
   uint32_t minor = env._minor, completed = env._completed;

@@ -60,6 +60,12 @@ struct ServerRequest : RequestBase {
 
   /// Reads the head of `message`. False when the body is not what the header says.
   bool read_head(const giop::Header& header);
+  /// Its texts are in what it says, which then holds for its connection, or in what was said there before.
+  void use_code_sets(CodeSets* of_connection) {
+    if (head.code_sets.said) *of_connection = head.code_sets;
+    cdr.narrow = of_connection->narrow;
+    cdr.wide = of_connection->wide;
+  }
   /// The client is gone, or waits no longer: there is nobody to run it for. A client that wants no answer may
   /// go at once.
   bool orphaned() const {

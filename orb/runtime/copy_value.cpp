@@ -1,4 +1,6 @@
 // Walks a CDR value by its TypeCode.
+#include <memory>
+
 #include "corba/any.h"
 #include "typecode_details.h"
 #include "zrsv/cdr_value.h"
@@ -28,9 +30,10 @@ class ValueCopier {
       case tk_void:
         return true;
       case tk_boolean:
-      case tk_char:
       case tk_octet:
         return one<Octet, OM_cdr_octet>();
+      case tk_char:
+        return one<Char, OM_cdr_char>();
       case tk_short:
       case tk_ushort:
         return one<UShort, OM_cdr_unsigned_short>();
@@ -131,8 +134,13 @@ class ValueCopier {
   }
   bool copy_string(ULong bound) {
     const char* text = read_text();
+    char* converted = nullptr;  // one that cannot be read in place
+    if (!text && from_->narrow != ZR_TEXT_NATIVE && OM_cdr_string(from_, &converted)) text = converted;
+    const std::unique_ptr<char, void (*)(char*)> owner(converted, string_free);
     return text && (bound == 0 || std::strlen(text) <= bound) && write_text(text);
   }
+  /// Whether characters are the same octets in both streams.
+  bool same_characters() const { return from_->narrow == ZR_TEXT_NATIVE && to_->narrow == ZR_TEXT_NATIVE; }
 
   /// The bound counts characters: the units of UTF-16 are at least as many.
   bool copy_wide_string(ULong bound) {
@@ -184,7 +192,8 @@ class ValueCopier {
     if (count > OM_cdr_remaining(from_)) return false;  // each element takes an octet at least
     const TypeCode* plain = unalias(type);
     const TCKind kind = plain ? plain->kind() : tk_null;
-    if (kind == tk_octet || kind == tk_char || kind == tk_boolean) return copy_octets(count);
+    if (kind == tk_octet || kind == tk_boolean || (kind == tk_char && same_characters()))
+      return copy_octets(count);
     for (ULong i = 0; i < count; ++i) {
       if (!copy(type, depth)) return false;
     }

@@ -112,11 +112,11 @@ PolicyCurrent* policy_current() {
 void register_policy_maker(PolicyType type, PolicyMaker maker) {
   Factories& all = factories();
   std::lock_guard lock(all.mutex);
-  all.by_type[type] = std::move(maker);
+  all.by_type[type] = maker;
 }
 
 Policy* create_policy(PolicyType type, const Any& value, Environment& env) {
-  PolicyMaker maker;
+  PolicyMaker maker = nullptr;
   {
     Factories& all = factories();
     std::lock_guard lock(all.mutex);

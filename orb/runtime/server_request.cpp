@@ -1,5 +1,6 @@
 #include "corba/server_request.h"
 
+#include "call_failures.h"
 #include "raise.h"
 
 namespace CORBA {
@@ -56,9 +57,7 @@ bool move_arguments(NVList& list, CDR* cdr, Flags direction) {
   return true;
 }
 
-bool reply_system_exception(void* request, const SystemException& exception) {
-  Environment env;
-  env.exception(exception._clone());
+bool reply_system_exception(void* request, const Environment& env) {
   return OM_req_lib_UNO_IIOP_encode_reply_header(request, ZR_REPLY_SYSTEM_EXCEPTION) &&
          OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
 }
@@ -66,7 +65,11 @@ bool reply_system_exception(void* request, const SystemException& exception) {
 /// In CDR an exception is its id and its members, which is a reply's body as well.
 bool reply_exception(void* request, CDR* cdr, const Any& exception) {
   const SystemException* system = nullptr;
-  if (exception >>= system) return reply_system_exception(request, *system);
+  if (exception >>= system) {
+    Environment env;
+    env.exception(system->_clone());
+    return reply_system_exception(request, env);
+  }
   if (!OM_req_lib_UNO_IIOP_encode_reply_header(request, ZR_REPLY_USER_EXCEPTION)) return false;
   cdr->direction = CDR_ENCODE;
   return exception.encode_value(cdr);
@@ -102,7 +105,7 @@ void ServerRequest::arguments(NVList* list, Environment& env) {
   CDR* cdr = stream_of(_ptr);
   if (!cdr) raise<MARSHAL>(env);
   cdr->direction = CDR_DECODE;
-  if (!move_arguments(*list, cdr, ARG_IN)) raise<MARSHAL>(env);
+  if (!move_arguments(*list, cdr, ARG_IN)) idl::fail_marshal(cdr, CORBA_COMPLETED_NO, env);
 }
 
 void ServerRequest::set_result(const Any& value, Environment& env) {
@@ -140,5 +143,8 @@ void OM_CORBA_ServerRequest_dsi_complete_cpp(void* record) {
   } catch (const std::bad_alloc&) {  // half a reply must not leave
   } catch (const Exception&) {
   }
-  if (!done) reply_system_exception(request, MARSHAL(0, COMPLETED_YES));
+  if (done) return;
+  Environment env;
+  idl::set_marshal(cdr, CORBA_COMPLETED_YES, env);
+  reply_system_exception(request, env);
 }

@@ -314,7 +314,7 @@ TEST_F(Client, RefusesWhatIsTooLongAndSaysBy) {
   EXPECT_EQ(Call(object, 1, true, 3000).run(), "IMP_LIMIT 1");
   EXPECT_EQ(call(object, 2), "COMM_FAILURE 2");
   const std::string log = testing::internal::GetCapturedStderr();
-  for (const char* said : {"request op not sent: 3052 octets, over -ORBMaxMessage 2048",
+  for (const char* said : {"request op not sent: 3068 octets, over -ORBMaxMessage 2048",
                            "length: 3012 octets, over -ORBMaxMessage 2048"})
     EXPECT_NE(log.find(said), log.npos) << log;
 }

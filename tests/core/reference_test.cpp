@@ -112,12 +112,13 @@ TEST_F(References, LocalOnesCarryTheirPartsThroughEveryForm) {
 TEST_F(References, LocalOnesAreWrittenWithEveryEndPoint) {
   if (!native_little) GTEST_SKIP() << "the golden octets are little-endian";
   const std::string golden =
-      hex("03000000 49440000 01000000 00000000 5c000000"     // type id "ID"; one profile: IIOP, 92 octets
-          "01010200 020000006800 5000 15000000") +           // 1.2, host "h", port 80, key of 21 octets
-      key_octets +                                           //
-      hex("000000 02000000"                                  // padding; two components:
-          "01000000 14000000 01000000"                       // code sets, 20 octets, little-endian:
-          "0100010000000000 0901010000000000"                // ISO 8859-1; UTF-16; no conversions
+      hex("03000000 49440000 01000000 00000000 60000000"  // type id "ID"; one profile: IIOP, 96 octets
+          "01010200 020000006800 5000 15000000") +        // 1.2, host "h", port 80, key of 21 octets
+      key_octets +                                        //
+      hex("000000 02000000"                               // padding; two components:
+          "01000000 18000000 01000000"                    // code sets, 24 octets, little-endian:
+          "01000105 01000000 01000100"                    // UTF-8, which is converted from and to ISO 8859-1
+          "09010100 00000000"                             // UTF-16; no conversions
           "03000000 0c000000 01000000 02000000 6200 5100");  // another address: host "b", port 81
   const Handle made = create(std::string("\0\xff\x7f", 3), "ID", "i");
   set_published_endpoints({{"h", 80}, {"b", 81}});

@@ -10,8 +10,8 @@ from giop import Decoder, VERSIONS
 from server import Server
 
 ECHO, REFUSED = "IDL:Demo/Echo:1.0", "IDL:Demo/Refused:1.0"
-NOT_EXIST, BAD_OPERATION, MARSHAL = ("IDL:omg.org/CORBA/%s:1.0" % n for n in (
-    "OBJECT_NOT_EXIST", "BAD_OPERATION", "MARSHAL"))
+NOT_EXIST, BAD_OPERATION, MARSHAL, INCOMPATIBLE = ("IDL:omg.org/CORBA/%s:1.0" % n for n in (
+    "OBJECT_NOT_EXIST", "BAD_OPERATION", "MARSHAL", "CODESET_INCOMPATIBLE"))
 MIB = 1 << 20
 SERVER = None
 
@@ -120,6 +120,23 @@ class TourTest(unittest.TestCase):
             self.assertEqual(p.ask("echo_string", strings("via"), Decoder.string, address=address), "via")
             for size in (None, 24) if p.version == (1, 2) else (None,):
                 self.assertEqual(p.locate(p.ref, address, size).status, giop.OBJECT_HERE)
+
+    @every()
+    def test_code_sets(self, p):
+        text = lambda octets: (lambda e: e.octets(octets + b"\0"))
+        latin, utf = "caf\u00e9".encode("latin-1"), "caf\u00e9 \u20ac \U0001d11e".encode()
+        say = lambda char, wide=0x00010109: [(1, giop.Encoder(p.little).octet(p.little).align(4).ulong(char).ulong(wide).buf)]
+        echo = lambda octets, **kw: p.ask("echo_string", text(octets), lambda d: d.octets()[:-1], **kw)
+        self.assertEqual(echo(latin), latin)  # what nobody says is ISO 8859-1
+        if p.version == (1, 0):
+            return
+        self.assertEqual(echo(utf, contexts=say(0x05010001)), utf)
+        self.assertEqual(echo(utf), utf)  # it was said on this connection
+        self.assertEqual(echo(latin, contexts=say(0x00010001)), latin)
+        self.assertEqual(p.add(contexts=say(0x10020025)), 42)
+        self.refused(INCOMPATIBLE, lambda: echo(b"abc", contexts=say(0x10020025)), 0x4F4D0002)
+        self.refused(INCOMPATIBLE, lambda: echo(b"abc"))
+        self.assertEqual(echo(utf, contexts=say(0x05010001, 0)), utf)
 
     @every()
     def test_keys_of_no_object(self, p):

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "corba/any_operators.h"
+#include "corba/standard_sequences.h"
 #include "wire.h"
 
 enum class Color : CORBA::ULong { red, green };
@@ -197,6 +199,45 @@ TEST(AnyTest, ExceptionsTravel) {
   EXPECT_EQ(found->minor(), 0x4B510301u);
   EXPECT_EQ(found->completed(), CORBA::COMPLETED_MAYBE);
   EXPECT_THROW(found->_raise(), CORBA::TRANSIENT);
+  const CORBA::TRANSIENT* exact = nullptr;
+  const CORBA::MARSHAL* other = nullptr;
+  EXPECT_TRUE((arrived >>= exact) && exact == found);
+  EXPECT_FALSE((arrived >>= other) || other);
+}
+
+TEST(AnyTest, OwnersAreArgumentsOfAllKinds) {
+  CORBA::Any_var owner;
+  owner <<= CORBA::Long(3);
+  const auto give = [](CORBA::Any_out place) { place = new Any(CORBA::_tc_long, new CORBA::Long(7), true); };
+  const auto add = [](Any& any) {
+    CORBA::Long number = 0;
+    any >>= number;
+    any <<= number + 1;
+  };
+  CORBA::Long found = 0;
+  add(owner.inout());
+  EXPECT_TRUE((owner.in() >>= found) && found == 4);
+  give(owner);
+  EXPECT_TRUE((owner >>= found) && found == 7);
+  give(owner.out());
+  const CORBA::Any_var copy = owner;
+  add(owner);
+  EXPECT_TRUE((*copy >>= found) && found == 7);
+}
+
+TEST(AnyTest, StandardSequencesTravel) {
+  Any any;
+  CORBA::WStringSeq texts(2);
+  texts.length(2);
+  texts[0] = L"\x20ac";
+  texts[1] = CORBA::wstring_dup(L"");
+  any <<= texts;
+  const CORBA::WStringSeq* found = nullptr;
+  const Any arrived = travelled(any);
+  ASSERT_TRUE((arrived >>= found) && found->length() == 2);
+  EXPECT_STREQ((*found)[0], L"\x20ac");
+  const CORBA::StringSeq* narrow = nullptr;
+  EXPECT_FALSE(arrived >>= narrow);
 }
 
 TEST(AnyTest, ReplaceOwnsByFlag) {

@@ -390,4 +390,46 @@ TEST(RecursiveTypes, TravelInAnAnyWithTheirTypeCode) {
   EXPECT_STREQ(held->children[0].name.in(), "child");
 }
 
+/// The same object again, by a reference that says what its texts are in, as `corbaloc` does not.
+CORBA::Object* by_reference(CORBA::ORB* orb, CORBA::Object* object) {
+  const auto hex = [](std::string_view text) {
+    std::string digits;
+    for (const char c : text) digits += {"0123456789ABCDEF"[c >> 4], "0123456789ABCDEF"[c & 15]};
+    return digits;
+  };
+  const CORBA::String_var own = orb->object_to_string(object);
+  std::string text(own.in());
+  text.replace(text.find(hex("127.0.0.1")), 18, hex("127.00.01"));
+  return orb->string_to_object(text.c_str());
+}
+
+TEST_P(Everything, TextsKeepEveryCharacterOrAreRefused) {
+  const auto echoed = [](Store* to, const char* text) {
+    CORBA::String_var inout(""), out;
+    const CORBA::String_var result = to->strings(text, inout.inout(), out.out());
+    return std::string(result.in());
+  };
+  const char *latin = "caf\u00e9", *more = "\u20ac \U0001d11e";
+  EXPECT_EQ(echoed(store.in(), latin), latin);
+  CORBA::Object_var same = object;
+  if (GetParam()) same = by_reference(orb.in(), Store_var(servant._this()).in());
+  const Store_var with_code_sets = Store::_narrow(same.in());
+  EXPECT_EQ(echoed(with_code_sets.in(), more), more);
+  if (!GetParam()) return;  // nothing is converted within the process
+  try {
+    echoed(store.in(), more);
+    ADD_FAILURE() << "a text that ISO 8859-1 lacks";
+  } catch (const CORBA::DATA_CONVERSION& e) {
+    EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
+  }
+  servant.prefix = more;
+  try {
+    echoed(store.in(), "plain");
+    ADD_FAILURE() << "a text on its way back";
+  } catch (const CORBA::DATA_CONVERSION& e) {
+    EXPECT_EQ(e.completed(), CORBA::COMPLETED_YES);
+  }
+  EXPECT_EQ(echoed(with_code_sets.in(), "plain"), std::string(more) + "plain");
+}
+
 }  // namespace

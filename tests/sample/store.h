@@ -32,7 +32,9 @@ class StoreServant : public POA_Sample::Store {
   Sample::Colour colours(Sample::Colour a, Sample::Colour& b, Sample::Colour& c) override {
     return plain(a, b, c);
   }
-  char* strings(const char* a, char*& b, CORBA::String_out c) override { return text(a, b, c); }
+  char* strings(const char* a, char*& b, CORBA::String_out c) override {
+    return text((prefix + a).c_str(), b, c);
+  }
   char* codes(const char* a, char*& b, CORBA::String_out c) override { return text(a, b, c); }
   Sample::Point points(const Sample::Point& a, Sample::Point& b, Sample::Point& c) override {
     return plain(a, b, c);
@@ -69,6 +71,7 @@ class StoreServant : public POA_Sample::Store {
   void nothing() override {}
 
   Sample::Octets data;
+  std::string prefix;  // of what strings() gives back
   std::promise<std::string> hinted;
 
  private:

@@ -10,6 +10,18 @@ extern "C" {
 
 enum { CDR_ENCODE = 0, CDR_DECODE = 1 };
 
+/* Code sets of a stream's texts. In a program they are UTF-8, and UTF-32 in wide characters. */
+enum {
+  ZR_TEXT_NATIVE = 0, /* UTF-8, not looked at; UTF-16 */
+  ZR_TEXT_ISO_8859_1 = 1,
+  ZR_TEXT_UNKNOWN = 2 /* one that is not known here: no text travels */
+};
+/* Why a primitive failed. */
+enum {
+  ZR_UNCONVERTIBLE = 1,   /* a text that is none, or that the peer's code set lacks: DATA_CONVERSION */
+  ZR_UNKNOWN_CODE_SET = 2 /* CODESET_INCOMPATIBLE */
+};
+
 /* A stream has a window of octets to decode and a buffer to encode into; `direction` says which of the two a
  * primitive works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding
  * grows the buffer. A stream belongs to one thread at a time. Only `direction` is for callers; the rest is
@@ -27,7 +39,9 @@ typedef struct CDR {
   unsigned char swap;          /* decoding: the peer's byte order is not ours */
   unsigned char minor_version; /* of the GIOP message, 0 to 2; 2 for encapsulations */
   unsigned char
-      unconvertible; /* why a primitive failed: a text that is none, or that the peer's code set lacks */
+      unconvertible;    /* why a primitive failed, ZR_UNCONVERTIBLE or ..., when not for want of octets */
+  unsigned char narrow; /* what strings and characters travel in: ZR_TEXT_... */
+  unsigned char wide;   /* and wide ones */
   const unsigned char* in_base;
   const unsigned char* in_next;
   const unsigned char* in_end;
@@ -43,7 +57,7 @@ typedef struct CDR {
  * fails. */
 ZRSV_API unsigned char OM_cdr_boolean(CDR* cdr, unsigned char* value); /* decoded as 0 or 1 */
 ZRSV_API unsigned char OM_cdr_octet(CDR* cdr, unsigned char* value);
-ZRSV_API unsigned char OM_cdr_char(CDR* cdr, char* value);
+ZRSV_API unsigned char OM_cdr_char(CDR* cdr, char* value); /* in another code set than UTF-8: ASCII only */
 ZRSV_API unsigned char OM_cdr_short(CDR* cdr, int16_t* value);
 ZRSV_API unsigned char OM_cdr_unsigned_short(CDR* cdr, uint16_t* value);
 ZRSV_API unsigned char OM_cdr_long(CDR* cdr, int32_t* value);
@@ -58,12 +72,12 @@ ZRSV_API unsigned char OM_cdr_long_double(CDR* cdr, long double* value);
 /* `count` raw octets, not aligned. */
 ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count);
 
-/* A string with its length word and NUL. Decoding hands out a new text (CORBA_free); a length of 0, a missing
- * NUL or a NUL inside fails. Encoding writes *text; null fails. */
+/* A string with its length word and NUL, converted where the stream's code set is another one. Decoding hands out
+ * a new text (CORBA_free); a length of 0, a missing NUL or a NUL inside fails. Encoding writes *text; null fails. */
 ZRSV_API unsigned char OM_cdr_string(CDR* cdr, char** text);
 
 /* Decoding only: the next string, in place. *text points into the window, is NUL-terminated and lives as long
- * as it. */
+ * as it. A text that has to be converted fails, and OM_cdr_string reads it. */
 ZRSV_API unsigned char OM_cdr_string_view(CDR* cdr, const char** text);
 
 /* One Unicode scalar value. Fails in GIOP 1.0, which has no wide characters, and in 1.1 for values above 0xFFFF. */
@@ -119,7 +133,7 @@ ZRSV_API unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner);
 ZRSV_API unsigned char OM_cdr_open_encapsulation(CDR* inner);
 ZRSV_API unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner);
 
-/* Fills `env` with MARSHAL for a failed primitive, or DATA_CONVERSION when it was `unconvertible`, with that completion
+/* Fills `env` with MARSHAL for a failed primitive, or with what `unconvertible` says, with that completion
  * value; "yes" becomes "maybe" where the stream holds a forward instead of the call's outcome. `cdr` may be null. */
 ZRSV_API void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env);
 

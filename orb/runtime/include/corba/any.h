@@ -102,6 +102,8 @@ class ZRSVCPP_API Any : public Allocated {
 
   /// Holds nothing; its type is _tc_null.
   Any() = default;
+  /// Holds what replace() would.
+  Any(TypeCode* type, void* value, Boolean release = false) { replace(type, value, release); }
   Any(const Any& o);
   Any(Any&& o) noexcept = default;
   Any& operator=(const Any& o);
@@ -119,7 +121,7 @@ class ZRSVCPP_API Any : public Allocated {
   /// `release`. Without `ops` the type says how the value is held, as in value(). Null without `ops`: a type
   /// without a value, which decode_value may fill. Throws BAD_TYPECODE, and takes over nothing, for a nil
   /// type and for a value of a type that needs `ops`.
-  void replace(TypeCode* type, void* value, unsigned char release, const ValueOps* ops = nullptr);
+  void replace(TypeCode* type, void* value, unsigned char release = 0, const ValueOps* ops = nullptr);
 
   /// True when the Any's type is equivalent to `wanted`: names and aliases do not matter.
   bool is_of(const TypeCode* wanted) const;
@@ -333,6 +335,15 @@ ZRSVCPP_API Boolean operator>>=(const Any& any, const Any*& value);
 ZRSVCPP_API Boolean operator>>=(const Any& any, TypeCode*& type);
 /// Any standard system exception.
 ZRSVCPP_API Boolean operator>>=(const Any& any, const SystemException*& exception);
+/// A certain one.
+template <class E>
+requires std::derived_from<E, SystemException> Boolean operator>>=(const Any& any, const E*& exception) {
+  const SystemException* held = nullptr;
+  if (!(any >>= held)) return false;
+  const E* const exact = dynamic_cast<const E*>(held);
+  if (exact) exception = exact;
+  return exact != nullptr;
+}
 
 /// An Any_var takes and gives what its Any does.
 template <class A, class V>

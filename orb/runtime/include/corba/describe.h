@@ -69,7 +69,7 @@ bool move_members(CDR* cdr, T& value) {
 inline std::span<const TypeCode::Member> lasting(const std::vector<TypeCode::Member>& list) {
   if (list.empty()) return {};
   auto* kept = new TypeCode::Member[list.size()];
-  std::ranges::copy(list, kept);
+  for (std::size_t i = 0; i < list.size(); ++i) kept[i] = list[i];
   return {kept, list.size()};
 }
 /// The members of a type with `each`.

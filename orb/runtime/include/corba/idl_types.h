@@ -123,7 +123,7 @@ bool move_plain(CDR* cdr, T& value) {
 }
 
 template <class T>
-concept Basic = Number<T> || OneOf<T, Boolean, Octet, WChar, long double>;
+concept Basic = Number<T> || OneOf<T, Char, Boolean, Octet, WChar, long double>;
 
 template <Basic T>
 struct Type<T> : ByValue<T, move_plain<T>> {
@@ -183,18 +183,43 @@ struct TextMoves {
     text_free(std::exchange(text, fresh));
     return fits(text);
   }
-  /// Of an in parameter: a string is read in place.
-  static bool move_in(CDR* cdr, const Char*& text) {
-    if (cdr->direction == CDR_ENCODE && !fits(text)) return false;
-    return Wire<const Char*>::move(cdr, text) && fits(text);
+};
+/// A string as an in parameter: read in place, unless it has to be converted.
+template <class Own>
+struct TextInArg {
+  using type = const Char*;
+  struct Holder {
+    const Char* value = nullptr;
+    Char* converted = nullptr;
+    Holder() = default;
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+    ~Holder() {
+      if (converted) string_free(converted);
+    }
+    void* slot() { return this; }
+    const Char* pass() { return value; }
+  };
+  /// The slot is the text on the stub's side, a holder on the other.
+  static bool move(CDR* cdr, void* slot) {
+    if (cdr->direction == CDR_ENCODE) {
+      const Char* text = *static_cast<const Char**>(slot);
+      return Own::fits(text) && Wire<const Char*>::move(cdr, text);
+    }
+    auto& holder = *static_cast<Holder*>(slot);
+    if (OM_cdr_string_view(cdr, &holder.value)) return Own::fits(holder.value);
+    if (cdr->narrow == ZR_TEXT_NATIVE || !Own::move(cdr, holder.converted)) return false;
+    holder.value = holder.converted;
+    return true;
   }
+  static void* address(const Char*& text) { return const_cast<Char**>(&text); }
 };
 template <ULong Bound>
 struct Type<string<Bound>> {
   using Value = String_mgr;
   using Own = TextMoves<Char, Bound>;
   static bool move(CDR* cdr, Value& value) { return Own::move(cdr, value.inout()); }
-  using InArg = InPlace<const Char*, const Char*, Own::move_in>;
+  using InArg = TextInArg<Own>;
   using InoutArg = PointerArg<Char*, Own, Char*&>;
   using OutArg = PointerArg<Char*, Own, String_out>;
   using ResultArg = PointerArg<Char*, Own, Char*>;
@@ -377,7 +402,12 @@ using bounded_sequence = BoundedSequence<sequence<V>, Bound>;
 
 /// Types whose octets on the wire are those in memory, but for the byte order.
 template <class V>
-concept Flat = Number<V> || std::same_as<V, Octet>;
+concept Flat = Number<V> || OneOf<V, Octet, Char>;
+/// Whether values travel so in this stream: characters only where they need no conversion.
+template <Flat V>
+bool is_flat(const CDR* cdr) {
+  return !std::same_as<V, Char> || cdr->narrow == ZR_TEXT_NATIVE;
+}
 
 ZRSVCPP_API bool move_length(CDR* cdr, ULong& length, ULong bound);
 ZRSVCPP_API bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size);
@@ -396,7 +426,7 @@ bool move_element(CDR* cdr, Stored& element) {
 template <class S>
 void grow(CDR* cdr, S& sequence, ULong length) {
   const std::uint64_t believable = std::uint64_t{sequence.length()} + OM_cdr_remaining(cdr) + 1;
-  sequence.length(static_cast<ULong>(std::min<std::uint64_t>(length, believable)));
+  sequence.length(length < believable ? length : static_cast<ULong>(believable));
 }
 
 template <class S, class D, ULong Bound>
@@ -404,19 +434,20 @@ bool move_sequence(CDR* cdr, S& sequence) {
   ULong length = sequence.length();
   if (!move_length(cdr, length, Bound)) return false;
   if constexpr (Flat<D>) {
-    if (cdr->direction == CDR_DECODE) {
-      if (length > OM_cdr_remaining(cdr) / sizeof(D)) return false;
-      sequence.length(length);
+    if (is_flat<D>(cdr)) {
+      if (cdr->direction == CDR_DECODE) {
+        if (length > OM_cdr_remaining(cdr) / sizeof(D)) return false;
+        sequence.length(length);
+      }
+      return move_flat(cdr, sequence.get_buffer(), length, sizeof(D));
     }
-    return move_flat(cdr, sequence.get_buffer(), length, sizeof(D));
-  } else {
-    if (cdr->direction == CDR_DECODE) sequence.length(0);
-    for (ULong i = 0; i < length; ++i) {
-      if (cdr->direction == CDR_DECODE && i == sequence.length()) grow(cdr, sequence, length);
-      if (!move_element<D>(cdr, sequence.get_buffer()[i])) return false;
-    }
-    return true;
   }
+  if (cdr->direction == CDR_DECODE) sequence.length(0);
+  for (ULong i = 0; i < length; ++i) {
+    if (cdr->direction == CDR_DECODE && i == sequence.length()) grow(cdr, sequence, length);
+    if (!move_element<D>(cdr, sequence.get_buffer()[i])) return false;
+  }
+  return true;
 }
 /// A typedef of an array is a tag: its C++ type `Array` (outermost dimension first), the descriptor `Element`
 /// of what stands in it, and `fixed` when that is of fixed length.
@@ -434,7 +465,8 @@ struct Type<Tag> {
   static bool move(CDR* cdr, Value& value) {
     auto* elements = reinterpret_cast<Element*>(&value);
     constexpr ULong count = sizeof(Value) / sizeof(Element);
-    if constexpr (Flat<Element>) return move_flat(cdr, elements, count, sizeof(Element));
+    if constexpr (Flat<Element>)
+      if (is_flat<Element>(cdr)) return move_flat(cdr, elements, count, sizeof(Element));
     for (ULong i = 0; i < count; ++i)
       if (!Type<typename Tag::Element>::move(cdr, elements[i])) return false;
     return true;

@@ -1,7 +1,6 @@
 // The ORB as programs see it (CORBA::ORB of the standard, as far as servers and their clients need it).
 #pragma once
 
-#include <functional>
 #include <memory>
 
 #include "corba/sequence.h"
@@ -92,7 +91,7 @@ using ORB_var = ObjectVar<ORB>;
 ZRSVCPP_API ORB* ORB_init(int& argc, char** argv, const char* orb_id = "", CORBA_ENV);
 
 /// How policies of a type are made: from a value, null when the value is not fit.
-using PolicyMaker = std::function<Policy*(PolicyType type, const Any& value)>;
+using PolicyMaker = Policy* (*)(PolicyType type, const Any& value);
 ZRSVCPP_API void register_policy_maker(PolicyType type, PolicyMaker maker);
 
 /// The BOA and its handle, as registration functions take it.

@@ -1,7 +1,7 @@
 // Sequences, unbounded and bounded, and their _var types (OMG IDL to C++, "Mapping for Sequence Types").
 #pragma once
 
-#include <algorithm>
+#include <cstring>
 #include <new>
 #include <type_traits>
 
@@ -37,12 +37,13 @@ struct PlainElements {
   }
   static void free(T* buffer) { delete[] buffer; }
   static void copy(const T* from, ULong n, T* to) {
-    if constexpr (std::is_array_v<T>) {
-      using Flat = std::remove_all_extents_t<T>;
-      std::copy_n(reinterpret_cast<const Flat*>(from), n * (sizeof(T) / sizeof(Flat)),
-                  reinterpret_cast<Flat*>(to));
+    using Single = std::remove_all_extents_t<T>;
+    const std::size_t count = n * (sizeof(T) / sizeof(Single));
+    if constexpr (std::is_trivially_copyable_v<Single>) {
+      if (count != 0) std::memcpy(to, from, count * sizeof(Single));
     } else {
-      std::copy_n(from, n, to);
+      for (std::size_t i = 0; i < count; ++i)
+        reinterpret_cast<Single*>(to)[i] = reinterpret_cast<const Single*>(from)[i];
     }
   }
   static T& at(T* buffer, ULong i, bool) { return buffer[i]; }
@@ -149,7 +150,7 @@ class Sequence : public Allocated {
   /// As the constructor with the same parameters.
   void replace(ULong max, ULong len, T* data, Boolean rel = false) {
     if (data == _buffer) _release = false;  // given back what get_buffer lent
-    adopt(data ? max : 0, std::min(len, data ? max : 0), data, rel);
+    adopt(data ? max : 0, !data ? 0 : len < max ? len : max, data, rel);
   }
 
  protected:

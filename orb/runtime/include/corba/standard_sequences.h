@@ -7,10 +7,10 @@ namespace CORBA {
 
 // clang-format off
 #define CORBA_EACH_SEQUENCE(DO)                                                                      \
-  DO(Any, Any) DO(Boolean, Boolean) DO(Char, Char) DO(Short, Short)                 \
+  DO(Any, Any) DO(Boolean, Boolean) DO(Char, Char) DO(WChar, WChar) DO(Short, Short)                 \
   DO(UShort, UShort) DO(Long, Long) DO(ULong, ULong) DO(LongLong, LongLong)                          \
-  DO(ULongLong, ULongLong) DO(Float, Float) DO(Double, Double)            \
-  DO(String, idl::string<>)
+  DO(ULongLong, ULongLong) DO(Float, Float) DO(Double, Double) DO(LongDouble, LongDouble)            \
+  DO(String, idl::string<>) DO(WString, idl::wstring<>)
 // clang-format on
 #define CORBA_DEFINE_SEQUENCE(Name, D)                      \
   class Name##Seq : public idl::sequence<idl::ValueOf<D>> { \

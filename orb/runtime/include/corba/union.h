@@ -45,6 +45,11 @@ class OneOf {
   }
 
  private:
+  static constexpr std::size_t largest = [] {
+    std::size_t most = 0;
+    ((most = sizeof(V) > most ? sizeof(V) : most), ...);
+    return most;
+  }();
   struct Alternative {
     void (*make)(void*);
     void (*copy)(void*, const void*);
@@ -79,7 +84,7 @@ class OneOf {
     index_ = std::exchange(o.index_, none);
   }
 
-  alignas(V...) unsigned char storage_[std::max({sizeof(V)...})];
+  alignas(V...) unsigned char storage_[largest];
   unsigned index_ = none;
 };
 

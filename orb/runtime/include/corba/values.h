@@ -2,8 +2,6 @@
 // and T_out types of each).
 #pragma once
 
-#include <algorithm>
-
 #include "corba/object.h"
 
 namespace CORBA {
@@ -138,7 +136,7 @@ void array_copy(A& to, const A& from) {
   if constexpr (std::is_array_v<std::remove_extent_t<A>>) {
     for (std::size_t i = 0; i < std::extent_v<A>; ++i) array_copy(to[i], from[i]);
   } else {
-    std::copy_n(from, std::extent_v<A>, to);
+    for (std::size_t i = 0; i < std::extent_v<A>; ++i) to[i] = from[i];
   }
 }
 /// The array that a slice pointer begins.

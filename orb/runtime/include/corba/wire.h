@@ -20,7 +20,7 @@ template <class V, class... Of>
 concept OneOf = (std::same_as<V, Of> || ...);
 /// Travels as its octets.
 template <class V>
-concept Number = OneOf<V, Char, Short, UShort, Long, ULong, LongLong, ULongLong, Float, Double>;
+concept Number = OneOf<V, Short, UShort, Long, ULong, LongLong, ULongLong, Float, Double>;
 
 template <Number V>
 struct Wire<V> {
@@ -36,6 +36,12 @@ struct Wire<Boolean> {
   }
 };
 template <>
+struct Wire<Char> {
+  static bool move(CDR* cdr, Char& value) {
+    return cdr->narrow == ZR_TEXT_NATIVE ? zrsv::move_value(cdr, &value) : OM_cdr_char(cdr, &value);
+  }
+};
+template <>
 struct Wire<Octet> {
   static bool move(CDR* cdr, Octet& value) { return zrsv::move_value(cdr, &value); }
 };
@@ -44,7 +50,7 @@ struct Wire<char*> {
   static bool move(CDR* cdr, char*& text) { return cdr_CORBA_string_cpp(cdr, &text); }
 };
 
-/// A string `in` parameter: decoded in place, it lives as long as the request.
+/// A string that is decoded in place and lives as long as the request. One that has to be converted fails.
 template <>
 struct Wire<const char*> {
   static bool move(CDR* cdr, const char*& text) {

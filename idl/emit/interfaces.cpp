@@ -135,6 +135,13 @@ void declare_interface(Writer& out, const Spelling& spell, const Interface& inte
 
 // --- servants -----------------------------------------------------------------------------------------------------
 
+// An operation that is called like the one by which servants are run leaves that one in sight.
+static void keep_invoke(Writer& out, const std::vector<Method>& methods) {
+  const auto is_invoke = [](const Method& method) { return method.name == "invoke"; };
+  if (std::any_of(methods.begin(), methods.end(), is_invoke))
+    out.line("using PortableServer::ServantBase::invoke;");
+}
+
 static void declare_tie(Writer& out, const Spelling& spell, const Interface& interface,
                         const EmitOptions& options) {
   const std::string name = (interface.scope->scope ? "" : "POA_") + cpp_name(interface.name.text);
@@ -145,6 +152,7 @@ static void declare_tie(Writer& out, const Spelling& spell, const Interface& int
   out.blank();
   std::vector<const Interface*> all = bases_first(interface);
   all.push_back(&interface);
+  for (const Interface* one : all) keep_invoke(out, methods_of(*one));
   for (const Interface* one : all)
     for (const Method& method : methods_of(*one))
       out.line(signature(spell, method, "", options.environment ? "CORBA::Environment& env" : "") +
@@ -167,6 +175,7 @@ void declare_skeleton(Writer& out, const Spelling& spell, const Interface& inter
   out.line(own + "();");
   out.line(spell.qualified(interface) + "* _this(CORBA_ENV);");
   out.blank();
+  keep_invoke(out, methods_of(interface));
   for (const Method& method : methods_of(interface))
     out.line("virtual " + signature(spell, method, "", options.environment ? "CORBA_ENV" : "") + " = 0;");
   out.blank();

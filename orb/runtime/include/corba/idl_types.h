@@ -288,7 +288,7 @@ template <class X>
 struct ReferenceMoves {
   static void free(X* reference) { release(reference); }
   static bool move(CDR* cdr, X*& reference) {
-    void* handle = cdr->direction == CDR_ENCODE && reference ? reference->get_ref() : nullptr;
+    void* handle = cdr->direction == CDR_ENCODE && reference ? reference->Object::get_ref() : nullptr;
     if (cdr->direction == CDR_ENCODE && reference && !handle) return false;  // a local object
     if (!OM_cdr_object(cdr, &handle)) return false;
     if (cdr->direction == CDR_ENCODE) return true;
@@ -323,7 +323,7 @@ struct Type<ref<X>> {
 template <class X>
 X* make_reference(void* handle) {
   auto made = std::make_unique<X>();
-  made->set_ref(handle);
+  made->Object::set_ref(handle);
   return made.release();
 }
 

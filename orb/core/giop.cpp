@@ -42,9 +42,33 @@ void skip_contexts(Reader* in) {
   }
 }
 
+/// Passes over the context that most requests have: UTF-8 and UTF-16, little-endian. It is known by its octets, as
+/// each request of a small call would pay for reading it.
+bool take_usual_context(CDR* cdr) {
+  constexpr std::string_view usual{
+      "\1\0\0\0"
+      "\14\0\0\0"
+      "\1\0\0\0"
+      "\1\0\1\5"
+      "\x9\1\1\0",
+      20};
+  const bool little = native_little != (cdr->swap != 0);
+  const auto left = static_cast<std::size_t>(cdr->in_end - cdr->in_next);
+  if (!little || cdr->in_cuts || left < usual.size() ||
+      std::memcmp(cdr->in_next, usual.data(), usual.size()) != 0)
+    return false;
+  cdr->in_next += usual.size();
+  return true;
+}
+
 /// The contexts of a request.
-void read_contexts(Reader* in, RequestHead* head) {
-  for (uint32_t left = in->count(8); left > 0 && in->ok(); --left) {
+void read_contexts(CDR* cdr, Reader* in, RequestHead* head) {
+  uint32_t left = in->count(8);
+  if (left == 1 && take_usual_context(cdr)) {
+    head->code_sets = {ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, true};
+    return;
+  }
+  for (; left > 0 && in->ok(); --left) {
     const uint32_t id = in->u32();
     const std::string_view octets = in->octets();
     if (id == context_code_sets && in->ok() && !read_code_sets_context(octets, &head->code_sets)) in->fail();
@@ -159,7 +183,7 @@ bool needs_swap(const Header& header) { return header.little != native_little; }
 
 bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
   Reader in = start(cdr, minor);
-  if (minor < 2) read_contexts(&in, head);
+  if (minor < 2) read_contexts(cdr, &in, head);
   head->id = in.u32();
   head->response_expected = (in.u8() & 1) != 0;
   if (minor >= 1) in.raw(3);
@@ -168,7 +192,7 @@ bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
   if (minor < 2) {
     in.octets();  // principal
   } else {
-    read_contexts(&in, head);
+    read_contexts(cdr, &in, head);
     skip_to_body(cdr);
   }
   return in.ok();

@@ -262,19 +262,19 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
 
 /// Replies with a system exception.
 void reply_exception(void* request, const CORBA::SystemException& exception) {
-  CORBA::Environment environment;
+  CORBA::Environment ev;
   void* handle = server_CORBA_ServerRequest_request(request, nullptr);
-  environment.exception(exception._clone());
+  ev.exception(exception._clone());
   const bool begun = OM_req_lib_UNO_IIOP_encode_reply_header(handle, ZR_REPLY_SYSTEM_EXCEPTION);
   if (begun && server_CORBA_ServerRequest_response_expected(request, nullptr))
-    OM_req_lib_UNO_IIOP_encode_standard_excep(handle, environment._evp);
+    OM_req_lib_UNO_IIOP_encode_standard_excep(handle, ev._evp);
 }
 
 }  // namespace
 
-void call_cpp_handler(void* target, void* request, CORBA_Environment* env) {
+void call_cpp_handler(void* target, void* request, CORBA_Environment* core) {
   POA_TRACE("call_cpp_handler called...");
-  env->_major = CORBA_NO_EXCEPTION;
+  core->_major = CORBA_NO_EXCEPTION;
   try {
     CORBA::Environment ev;
     UpcallObjects objects(target, request);

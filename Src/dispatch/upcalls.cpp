@@ -19,13 +19,13 @@ POAdisconnect::~POAdisconnect() = default;
 
 void POAdisconnect::setDisconnect(POAdisconnect* ptr, CORBA::Environment&) { _disc_instance = ptr; }
 
-void POAdisconnect::resetDisconnect(POAdisconnect* disconnect, CORBA::Environment& env) {
+void POAdisconnect::resetDisconnect(POAdisconnect* disconnect, CORBA::Environment& ev) {
   for (POAdisconnect* old = _disc_instance; old;)
     if (_disc_instance.compare_exchange_weak(old, disconnect)) return;
-  raise<CORBA::BAD_PARAM>(env, nullptr);
+  raise<CORBA::BAD_PARAM>(ev, nullptr);
 }
 
-void POAdisconnect::resetDisconnect(CORBA::Environment& env) { resetDisconnect(nullptr, env); }
+void POAdisconnect::resetDisconnect(CORBA::Environment& ev) { resetDisconnect(nullptr, ev); }
 
 }  // namespace PortableServer
 
@@ -106,12 +106,11 @@ class LostClient {
 
 /// Asks the program about each reference of the servant, until it wants the servant released.
 bool wants_release(PortableServer::POAdisconnect& callback, LostClient::Found& found) {
-  CORBA::Environment environment;
+  CORBA::Environment ev;
   bool released = false;
   for (PortableServer::ServantReference& reference : found.references) {
     contained("release_instance", [&] {
-      released =
-          callback.release_instance(reference.record->poa_object, found.servant, reference.oid, environment);
+      released = callback.release_instance(reference.record->poa_object, found.servant, reference.oid, ev);
     });
     if (released) return true;
   }

@@ -12,7 +12,7 @@ extern "C" {
 /// Makes the root POA at the first call; a handle to it, or null.
 POA_API void* _poa_init(void* orb, void* boa);
 /// One request.
-POA_API void call_cpp_handler(void* target, void* request, CORBA_Environment* env);
+POA_API void call_cpp_handler(void* target, void* request, CORBA_Environment* core);
 /// A client is lost.
 POA_API void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6);
 /// The tick: deletes the servants that wait for it, and ends lifespans.

@@ -33,14 +33,14 @@ X* lasting(X* reference) {
 class ServedPOA : public PortableServer_POA_impl {
  public:
   using PortableServer_POA_impl::the_activator;
-  void the_activator(AdapterActivator* activator, CORBA::Environment& env) override {
-    PortableServer_POA_impl::the_activator(lasting(activator), env);
+  void the_activator(AdapterActivator* activator, CORBA::Environment& ev) override {
+    PortableServer_POA_impl::the_activator(lasting(activator), ev);
   }
-  void set_servant_manager(ServantManager* manager, CORBA::Environment& env) override {
-    PortableServer_POA_impl::set_servant_manager(lasting(manager), env);
+  void set_servant_manager(ServantManager* manager, CORBA::Environment& ev) override {
+    PortableServer_POA_impl::set_servant_manager(lasting(manager), ev);
   }
-  ServantManager* get_servant_manager(CORBA::Environment& env) override {
-    return ServantManager::_duplicate(PortableServer_POA_impl::get_servant_manager(env));
+  ServantManager* get_servant_manager(CORBA::Environment& ev) override {
+    return ServantManager::_duplicate(PortableServer_POA_impl::get_servant_manager(ev));
   }
 };
 
@@ -48,9 +48,9 @@ class ServedPOA : public PortableServer_POA_impl {
 template <policy_interface Kind>
 class ServedPolicy : public PortableServer_Policy_impl<Kind> {
  public:
-  typename Kind::value_type value(CORBA::Environment& env) override {
+  typename Kind::value_type value(CORBA::Environment& ev) override {
     const CORBA::ObjectVar<Kind> exact = Kind::_narrow(this);
-    return exact->value(env);
+    return exact->value(ev);
   }
 };
 
@@ -117,7 +117,7 @@ ZR_method as_method(Function* function) {
 }
 
 template <interface X, const auto&... Row>
-void register_operations(operations::list<Row...>, CORBA::BOA* boa, CORBA::Environment& env,
+void register_operations(operations::list<Row...>, CORBA::BOA* boa, CORBA::Environment& ev,
                          CORBA::InterfaceDef* impl_def) {
   Table<sizeof...(Row) + (policy_interface<X> ? 3 : 0)> table;
   (table.add(Row.name, skeleton<X, Row>,
@@ -129,23 +129,23 @@ void register_operations(operations::list<Row...>, CORBA::BOA* boa, CORBA::Envir
     table.add("_get_policy_type", skel_CORBA_Policy__get_policy_type,
               as_method(skel_INTRA_PROCESS_CORBA_Policy__get_policy_type));
   }
-  CORBA_BOA_set_impl_methods(boa ? boa->get_ref() : nullptr, env._evp,
+  CORBA_BOA_set_impl_methods(boa ? boa->get_ref() : nullptr, ev._evp,
                              impl_def ? impl_def->get_ref() : nullptr, table.names, table.skeletons,
                              table.in_process);
 }
 
 template <interface X>
-void register_methods(CORBA::BOA* boa, CORBA::Environment& env, CORBA::InterfaceDef* impl_def, OM_IDL_make ct,
+void register_methods(CORBA::BOA* boa, CORBA::Environment& ev, CORBA::InterfaceDef* impl_def, OM_IDL_make ct,
                       OM_IDL_dispose dt, OM_IDL_cast pt) {
   OM_IDL_register_class(row<X>::id, ct, dt, pt);
-  register_operations<X>(typename operations::of<X>::type(), boa, env, impl_def);
+  register_operations<X>(typename operations::of<X>::type(), boa, ev, impl_def);
 }
 
 using Register = void (*)(CORBA::BOA*, CORBA::Environment&, CORBA::InterfaceDef*);
 
 /// Makes the interface known to the repository and hands over its table. Throws what the ORB core left in
-/// `env`.
-void register_interface(const char* id, Register function, CORBA::Environment& env) {
+/// `ev`.
+void register_interface(const char* id, Register function, CORBA::Environment& ev) {
   ZR_register_interface(id);
   CORBA_Environment filled{};
   CORBA::InterfaceDef definition;
@@ -156,8 +156,8 @@ void register_interface(const char* id, Register function, CORBA::Environment& e
     filled = std::exchange(*outcome._evp, CORBA_Environment{});
   }
   if (filled._major == CORBA_NO_EXCEPTION) return;
-  env.set_ref(&filled);
-  CORBA::raise_environment(env);
+  ev.set_ref(&filled);
+  CORBA::raise_environment(ev);
 }
 
 }  // namespace
@@ -166,9 +166,9 @@ void register_interface(const char* id, Register function, CORBA::Environment& e
 using namespace PortableServer;
 
 #define POA_DEFINE_SKELETONS(Interface)                                                                     \
-  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& env,              \
+  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& ev,               \
                                                      CORBA::InterfaceDef* impl_def) {                       \
-    skeletons::register_methods<Interface>(boa, env, impl_def, _ct_PortableServer_##Interface,              \
+    skeletons::register_methods<Interface>(boa, ev, impl_def, _ct_PortableServer_##Interface,               \
                                            _dt_PortableServer_##Interface, _pt_PortableServer_##Interface); \
   }                                                                                                         \
   void* _ct_PortableServer_##Interface() { return skeletons::make<Interface>(); }                           \
@@ -179,11 +179,11 @@ using namespace PortableServer;
 POA_EACH_INTERFACE(POA_DEFINE_SKELETONS)
 #undef POA_DEFINE_SKELETONS
 
-void PortableServer::register_for_remote_use(CORBA::Environment& env) {
-  env.clear();
+void PortableServer::register_for_remote_use(CORBA::Environment& ev) {
+  ev.clear();
 #define POA_REGISTER(Interface)                                \
   skeletons::register_interface(skeletons::row<Interface>::id, \
-                                PortableServer_##Interface##_register_methods, env);
+                                PortableServer_##Interface##_register_methods, ev);
   POA_EACH_INTERFACE(POA_REGISTER)
 #undef POA_REGISTER
 }

@@ -113,11 +113,11 @@ unsigned char skeleton(void* request, void* target, std::uint32_t /*type*/, unsi
 //   _dt_: disposes of it; null is ignored.
 //   _pt_: the object as another class: as CORBA::Object for a null id, as itself for the interface's own id,
 //     as its base interface for that one's id; null for any other id.
-#define POA_DECLARE_SKELETONS(Interface)                                                       \
-  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& env, \
-                                                     CORBA::InterfaceDef* impl_def);           \
-  void* _ct_PortableServer_##Interface();                                                      \
-  void _dt_PortableServer_##Interface(void* p);                                                \
+#define POA_DECLARE_SKELETONS(Interface)                                                      \
+  void PortableServer_##Interface##_register_methods(CORBA::BOA* boa, CORBA::Environment& ev, \
+                                                     CORBA::InterfaceDef* impl_def);          \
+  void* _ct_PortableServer_##Interface();                                                     \
+  void _dt_PortableServer_##Interface(void* p);                                               \
   void* _pt_PortableServer_##Interface(void* in, const char* repid);
 POA_EACH_INTERFACE(POA_DECLARE_SKELETONS)
 #undef POA_DECLARE_SKELETONS

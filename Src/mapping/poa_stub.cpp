@@ -8,12 +8,12 @@ using CORBA::Boolean;
 
 /// Both members of one operation: its row, its result, its name, its parameters and their names.
 #define POA_STUB(Row, Result, Class, operation, parameters, arguments)                                     \
-  Result Class::operation(POA_UNPACK_FIRST parameters CORBA::Environment& env) {                           \
-    return operations::Row(this, POA_UNPACK_FIRST arguments env);                                          \
+  Result Class::operation(POA_UNPACK_FIRST parameters CORBA::Environment& ev) {                            \
+    return operations::Row(this, POA_UNPACK_FIRST arguments ev);                                           \
   }                                                                                                        \
   Result Class::UNO_IIOP_##operation(void* request, unsigned char response_expected POA_UNPACK parameters, \
-                                     CORBA::Environment& env) {                                            \
-    return operations::Row.iiop(this, request, response_expected != 0, POA_UNPACK_FIRST arguments env);    \
+                                     CORBA::Environment& ev) {                                             \
+    return operations::Row.iiop(this, request, response_expected != 0, POA_UNPACK_FIRST arguments ev);     \
   }
 
 // ---- POA --------------------------------------------------------------------------------------------------
@@ -75,20 +75,20 @@ STUB(POAManager::State, get_state, (), ())
 // ---- Policies ---------------------------------------------------------------------------------------------
 
 template <class Kind>
-typename Kind::value_type _st_PortableServer_Policy<Kind>::value(CORBA::Environment& env) {
-  return operations::get_value<Kind>(this, env);
+typename Kind::value_type _st_PortableServer_Policy<Kind>::value(CORBA::Environment& ev) {
+  return operations::get_value<Kind>(this, ev);
 }
 
 template <class Kind>
 typename Kind::value_type _st_PortableServer_Policy<Kind>::UNO_IIOP_value(void* request,
                                                                           unsigned char response_expected,
-                                                                          CORBA::Environment& env) {
-  return operations::get_value<Kind>.iiop(this, request, response_expected != 0, env);
+                                                                          CORBA::Environment& ev) {
+  return operations::get_value<Kind>.iiop(this, request, response_expected != 0, ev);
 }
 
 template <class Kind>
-CORBA::Policy* _st_PortableServer_Policy<Kind>::copy(CORBA::Environment& env) {
-  const CORBA::Policy_var copied = _st_CORBA_Policy::copy(env);
+CORBA::Policy* _st_PortableServer_Policy<Kind>::copy(CORBA::Environment& ev) {
+  const CORBA::Policy_var copied = _st_CORBA_Policy::copy(ev);
   if (!copied.in()) return nullptr;
   auto* stub = new _st_PortableServer_Policy;
   stub->set_ref(CORBA_object_duplicate(copied->get_ref(), nullptr));

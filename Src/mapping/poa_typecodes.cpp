@@ -6,8 +6,8 @@ CORBA::TypeCode* build(const Description& description) {
   // Lent: the octets are only read.
   const CORBA_sequence_octet octets{description._maximum, description._length,
                                     const_cast<unsigned char*>(description._buffer)};
-  CORBA::Environment env;
-  return cpp_CORBA_ORB_TypeCode_from_cgen_TC(CORBA::OM_this_ORB, &octets, env);
+  CORBA::Environment ev;
+  return cpp_CORBA_ORB_TypeCode_from_cgen_TC(CORBA::OM_this_ORB, &octets, ev);
 }
 
 }  // namespace PortableServer::typecodes

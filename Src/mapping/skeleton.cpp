@@ -23,37 +23,37 @@ class Upcall {
 
 /// An initial reference of the running ORB, as interface X.
 template <class X>
-X* initial_reference(const char* name, CORBA::Environment& env) {
+X* initial_reference(const char* name, CORBA::Environment& ev) {
   CORBA::ORB orb;
   orb.set_ref(CORBA::OM_this_ORB);
-  const CORBA::Object_var object = orb.resolve_initial_references(name, env);
+  const CORBA::Object_var object = orb.resolve_initial_references(name, ev);
   return X::_narrow(object);
 }
 
-POA* root_poa(CORBA::Environment& env) { return initial_reference<POA>("RootPOA", env); }
+POA* root_poa(CORBA::Environment& ev) { return initial_reference<POA>("RootPOA", ev); }
 
 /// The object that this thread's request is for.
-CORBA::Object* called_object(ServantBase& servant, CORBA::Environment& env) {
-  const Current_var current = initial_reference<Current>("POACurrent", env);
-  const POA_var poa = current->get_POA(env);
-  const ObjectId_var id = current->get_object_id(env);
+CORBA::Object* called_object(ServantBase& servant, CORBA::Environment& ev) {
+  const Current_var current = initial_reference<Current>("POACurrent", ev);
+  const POA_var poa = current->get_POA(ev);
+  const ObjectId_var id = current->get_object_id(ev);
   try {
-    return poa->id_to_reference(id, env);
+    return poa->id_to_reference(id, ev);
   } catch (const CORBA::UserException&) {  // served without being active: by a default servant or a locator
-    env.clear();
-    return poa->create_reference_with_id(id, servant._primary_interface(id, poa, env), env);
+    ev.clear();
+    return poa->create_reference_with_id(id, servant._primary_interface(id, poa, ev), ev);
   }
 }
 
 }  // namespace
 
-CORBA::Boolean Skeleton::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
+CORBA::Boolean Skeleton::invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) {
   const Upcall upcall(this);
   void* self = nullptr;
   const CORBA::idl::InterfaceInfo& interface = _interface(self);
   return CORBA::idl::invoke(interface, self, request->operation(), request->request_handle(),
                             request->response_expected()) ||
-         ServantBase::invoke(request, env);
+         ServantBase::invoke(request, ev);
 }
 
 CORBA::Boolean Skeleton::_is_a(const char* repository_id, CORBA::Environment&) {
@@ -62,20 +62,20 @@ CORBA::Boolean Skeleton::_is_a(const char* repository_id, CORBA::Environment&) {
 }
 
 POA* Skeleton::_default_POA() {
-  CORBA::Environment env;
-  return root_poa(env);
+  CORBA::Environment ev;
+  return root_poa(ev);
 }
 
-CORBA::Object* Skeleton::_reference(CORBA::Environment& env) {
-  if (Upcall::of(this)) return called_object(*this, env);
+CORBA::Object* Skeleton::_reference(CORBA::Environment& ev) {
+  if (Upcall::of(this)) return called_object(*this, ev);
   POA_var poa = _default_POA();
-  if (CORBA::is_nil(poa.in())) poa = root_poa(env);
+  if (CORBA::is_nil(poa.in())) poa = root_poa(ev);
   try {
-    return poa->servant_to_reference(this, env);
+    return poa->servant_to_reference(this, ev);
   } catch (const POA::WrongPolicy&) {  // with ids of the program's choice it may be active all the same
-    env.clear();
-    const ObjectId_var id = poa->servant_to_id(this, env);
-    return poa->id_to_reference(id, env);
+    ev.clear();
+    const ObjectId_var id = poa->servant_to_id(this, ev);
+    return poa->id_to_reference(id, ev);
   }
 }
 

@@ -15,14 +15,14 @@ Identity new_identity() {
 }
 
 void* create_reference_handle(const CORBA_sequence_octet* reference_data, const char* impl_name,
-                              const char* intf_name, CORBA_Environment* env) {
+                              const char* intf_name, CORBA_Environment* core) {
   POA_TRACE("imple_name=%s intf_name=%s", impl_name, intf_name);
-  void* handle = ZR_create_object_reference(reference_data, intf_name, impl_name, env);
-  return env->_major == CORBA_NO_EXCEPTION ? handle : nullptr;
+  void* handle = ZR_create_object_reference(reference_data, intf_name, impl_name, core);
+  return core->_major == CORBA_NO_EXCEPTION ? handle : nullptr;
 }
 
 DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t count,
-                             CORBA_Environment* env) {
+                             CORBA_Environment* core) {
   void* handle = object ? object->get_ref() : nullptr;
   const unsigned char* data = nullptr;
   std::uint32_t length = 0;
@@ -31,19 +31,19 @@ DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t 
     std::memcpy(octets, data, count);
     return DataRead::whole;
   }
-  if (env) CORBA_free(CORBA_BOA_get_id(core_handles.boa, handle, env));  // the call that says why
+  if (core) CORBA_free(CORBA_BOA_get_id(core_handles.boa, handle, core));  // the call that says why
   return DataRead::failed;
 }
 
-Identity read_identity(CORBA::Object* object, bool* failed, CORBA_Environment* env) {
+Identity read_identity(CORBA::Object* object, bool* failed, CORBA_Environment* core) {
   Identity identity = 0;
-  const DataRead read = read_reference_data(object, &identity, sizeof identity, env);
+  const DataRead read = read_reference_data(object, &identity, sizeof identity, core);
   if (failed) *failed = read == DataRead::failed;
   return identity;
 }
 
-void report_core_exception(const char* source, int line, const CORBA_Environment& env, int number) {
-  const char* id = CORBA_exception_id(&env);
+void report_core_exception(const char* source, int line, const CORBA_Environment& core, int number) {
+  const char* id = CORBA_exception_id(&core);
   std::fprintf(stderr, "!!!Exception\t%d/%d [%s(%d)]:\tCORBA_USER_EXCEPTION:\t%s(%d)\n",
                static_cast<int>(getpid()), static_cast<int>(syscall(SYS_gettid)), source, line, id ? id : "",
                number);

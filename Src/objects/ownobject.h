@@ -28,9 +28,9 @@ struct ValueReferenceData {
 };
 
 /// The one place that asks the ORB core for a new reference. Null when it makes none; what it raised is in
-/// `*env`.
+/// `*core`.
 void* create_reference_handle(const CORBA_sequence_octet* reference_data, const char* impl_name,
-                              const char* intf_name, CORBA_Environment* env);
+                              const char* intf_name, CORBA_Environment* core);
 
 /// A new Impl with a reference of that value and repository id; the caller owns it. Null when the ORB core
 /// makes no reference.
@@ -52,15 +52,15 @@ enum class DataRead { whole, too_short, failed };
 
 /// Copies the first `count` octets of an object's reference data to `octets`, which stay as they are when
 /// there are fewer or when the ORB core reports an exception (nil object, reference of another process);
-/// `env`, if given, then holds it.
+/// `core`, if given, then holds it.
 DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t count,
-                             CORBA_Environment* env = nullptr);
+                             CORBA_Environment* core = nullptr);
 
 /// The identity in an object's reference data; 0 when the data cannot be read or is shorter.
-/// `failed` (may be null) is set when the ORB core reported an exception, which is then in `*env`.
-Identity read_identity(CORBA::Object* object, bool* failed = nullptr, CORBA_Environment* env = nullptr);
+/// `failed` (may be null) is set when the ORB core reported an exception, which is then in `*core`.
+Identity read_identity(CORBA::Object* object, bool* failed = nullptr, CORBA_Environment* core = nullptr);
 
 /// Writes the diagnostic line of an ORB core error to standard error: "!!!Exception\t%d/%d [%s(%d)]:\t%s\n"
 /// with process id, thread, source, line and "CORBA_USER_EXCEPTION:\t%s(%d)" of the exception id and
 /// `number`.
-void report_core_exception(const char* source, int line, const CORBA_Environment& env, int number);
+void report_core_exception(const char* source, int line, const CORBA_Environment& core, int number);

@@ -3,18 +3,18 @@
 
 namespace {
 
-CurrentInfo& record_of(PortableServer::Current* current, CORBA::Environment& env) {
-  CurrentInfo* record = CurrentInfo::findCurrentInfo(current, env);
-  if (!record) raise<CORBA::BAD_PARAM>(env, nullptr);
+CurrentInfo& record_of(PortableServer::Current* current, CORBA::Environment& ev) {
+  CurrentInfo* record = CurrentInfo::findCurrentInfo(current, ev);
+  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
   return *record;
 }
 
 }  // namespace
 
-PortableServer::POA* PortableServer_Current_impl::get_POA(CORBA::Environment& env) {
-  return record_of(this, env).get_POA(env);
+PortableServer::POA* PortableServer_Current_impl::get_POA(CORBA::Environment& ev) {
+  return record_of(this, ev).get_POA(ev);
 }
 
-PortableServer::ObjectId* PortableServer_Current_impl::get_object_id(CORBA::Environment& env) {
-  return record_of(this, env).get_object_id(env);
+PortableServer::ObjectId* PortableServer_Current_impl::get_object_id(CORBA::Environment& ev) {
+  return record_of(this, ev).get_object_id(ev);
 }

@@ -19,8 +19,8 @@ Kind* PortableServer::PolicyOf<Kind, Value, Type, Name>::_narrow(CORBA::Object* 
   if (!object) return nullptr;
   auto narrowed = std::make_unique<PortableServer_Policy_impl<Kind>>();
   if (void* handle = object->get_ref()) {
-    CORBA::Environment env;
-    void* duplicate = server_CORBA_object_duplicate(handle, env._evp);
+    CORBA::Environment ev;
+    void* duplicate = server_CORBA_object_duplicate(handle, ev._evp);
     if (!duplicate) return nullptr;
     narrowed->set_ref(duplicate);
     // A policy of this kind that the library made keeps its value.
@@ -46,12 +46,12 @@ typename Kind::value_type PortableServer_Policy_impl<Kind>::value(CORBA::Environ
 }
 
 template <class Kind>
-CORBA::Policy* PortableServer_Policy_impl<Kind>::copy(CORBA::Environment& env) {
+CORBA::Policy* PortableServer_Policy_impl<Kind>::copy(CORBA::Environment& ev) {
   auto made = std::make_unique<PortableServer_Policy_impl>();
   made->__policy_type = this->__policy_type;
   made->__value = __value;
   if (this->get_ref()) {
-    void* duplicate = server_CORBA_object_duplicate(this->get_ref(), env._evp);
+    void* duplicate = server_CORBA_object_duplicate(this->get_ref(), ev._evp);
     if (!duplicate) return nullptr;
     made->set_ref(duplicate);
   }

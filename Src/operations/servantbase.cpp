@@ -101,8 +101,8 @@ void ServantBase::servant_delete() {
     POA_TRACE("ServantBase::servant_delete [ServantBase::add_delete_list invoke]");
   }
   if (_timer > 0) {
-    CORBA::Environment env;
-    set_timer(0, env);
+    CORBA::Environment ev;
+    set_timer(0, ev);
     POA_TRACE("ServantBase::servant_delete [timer of Servant is cleared...]");
   }
   POA_TRACE("ServantBase::servant_delete end...");
@@ -119,10 +119,10 @@ CORBA::ULong seconds_since_1970() {
 
 }  // namespace
 
-void ServantBase::set_timer(int seconds, CORBA::Environment& env) {
+void ServantBase::set_timer(int seconds, CORBA::Environment& ev) {
   POA_TRACE("ServantBase::set_timer called...[timer = %d]", static_cast<int>(_timer));
   if (seconds < 0) {
-    raise<CORBA::BAD_PARAM>(env, "ServantBase::set_timer",
+    raise<CORBA::BAD_PARAM>(ev, "ServantBase::set_timer",
                             "ServantBase::set_timer [timer is wrong .. throw BAD_PARAM]");
   }
   {
@@ -251,15 +251,15 @@ const OwnOperation* own_operation(const char* name) {
   return nullptr;
 }
 
-/// Asks one accessor of the request record. False, and the exception handed to `env`, when it reports one.
+/// Asks one accessor of the request record. False, and the exception handed to `ev`, when it reports one.
 template <class Value>
-bool ask(Value (*accessor)(void*, CORBA_Environment*), void* record, Value& value, CORBA::Environment& env,
+bool ask(Value (*accessor)(void*, CORBA_Environment*), void* record, Value& value, CORBA::Environment& ev,
          const char* before, const char* failed) {
   POA_TRACE("%s", before);
   CORBA_Environment core{};
   value = accessor(record, &core);
   if (core._major == CORBA_NO_EXCEPTION) return true;
-  env.set_ref(&core);
+  ev.set_ref(&core);
   POA_TRACE("%s", failed);
   return false;
 }
@@ -281,7 +281,7 @@ unsigned char ServantBase::_skel_non_exitent(void* request, void*, CORBA::ULong,
   return serve_own<ServantBase>(non_existent, *this, request, response_expected);
 }
 
-CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::Environment& env) {
+CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::Environment& ev) {
   POA_TRACE("ServantBase::invoke called...");
   void* record = server_request->get_ref();
   void* request = nullptr;
@@ -290,14 +290,14 @@ CORBA::Boolean ServantBase::invoke(CORBA::ServerRequest* server_request, CORBA::
   char* name = nullptr;
   constexpr const char* failed = "ServantBase::invoke end...[env._major != CORBA_NO_EXCEPTION]";
   const bool asked =
-      ask(server_CORBA_ServerRequest_request, record, request, env,
+      ask(server_CORBA_ServerRequest_request, record, request, ev,
           "ServantBase::invoke [server_CORBA_ServerRequest_request invoke]", failed) &&
-      ask(server_CORBA_ServerRequest_request_type, record, type, env,
+      ask(server_CORBA_ServerRequest_request_type, record, type, ev,
           "ServantBase::invoke [server_CORBA_ServerRequest_request_type invoke]",
           "ServantBase::invoke end...[env._major != CORBA_NO_ECEPTION]") &&
-      ask(server_CORBA_ServerRequest_response_expected, record, response_expected, env,
+      ask(server_CORBA_ServerRequest_response_expected, record, response_expected, ev,
           "ServantBase::invoke [server_CORBA_ServerRequest_response_expected invoke]", failed) &&
-      ask(server_CORBA_ServerRequest_operation, record, name, env,
+      ask(server_CORBA_ServerRequest_operation, record, name, ev,
           "ServantBase::invoke [server_CORBA_ServerRequest_operation invoke]", failed);
   if (!asked) return 0;
   const CORBA::String_var owned(name);

@@ -35,6 +35,18 @@ PeerAddress PeerAddress::of(const sockaddr_storage& from) {
   return peer;
 }
 
+bool PeerAddress::is_loopback() const {
+  static constexpr unsigned char ipv6_loopback[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+  return ipv6 ? std::memcmp(octets, ipv6_loopback, sizeof octets) == 0 : octets[0] == 127;
+}
+
+std::array<unsigned char, 17> PeerAddress::party() const {
+  std::array<unsigned char, 17> party{};
+  std::memcpy(party.data(), octets, ipv6 ? 8 : 4);
+  party.back() = ipv6;
+  return party;
+}
+
 PeerAddress::Text PeerAddress::text() const {
   char host[46] = "?";
   OM_inet_ntop(ipv6 ? ZR_af_inet6 : ZR_af_inet, octets, host, sizeof host);
@@ -66,7 +78,8 @@ void Connection::open(int fd, const PeerAddress& peer) {
   fd_ = fd;
   peer_ = peer;
   minor = 0;
-  served = drained_ = false;
+  served = false;
+  drained_ = false;
   code_sets = unsaid_code_sets;
   calls_in_turn_ = 0;
   calls_wanted_ = least_calls;
@@ -196,55 +209,90 @@ const char* Connection::overdue(InputWatch::Clock::time_point now) {
 
 void Connection::break_off() {
   if (broken_.exchange(true)) return;
-  ::shutdown(fd_, SHUT_RDWR);
+  with_socket([](int fd) { ::shutdown(fd, SHUT_RDWR); });
   if (paused_.load()) try_resume();
 }
 
 void Connection::say_goodbye(const unsigned char* message, std::size_t length) {
   broken_ = true;
   output_.finish(message, length);
-  ::shutdown(fd_, SHUT_WR);
-  unsigned char bin[4096];
-  for (std::size_t thrown = 0; thrown < most_discarded;) {
-    const ssize_t n = ::recv(fd_, bin, sizeof bin, MSG_DONTWAIT);
-    if (n <= 0) break;
-    thrown += static_cast<std::size_t>(n);
-  }
+  with_socket([](int fd) {
+    unsigned char bin[4096];
+    for (std::size_t thrown = 0; thrown < most_discarded;) {
+      const ssize_t n = ::recv(fd, bin, sizeof bin, MSG_DONTWAIT);
+      if (n <= 0) break;
+      thrown += static_cast<std::size_t>(n);
+    }
+  });
+}
+
+void Connection::close_socket() {
+  pool_->depart(*this);
+  assembler_.reset();
+  output_.close();
 }
 
 // ---- ConnectionPool ----
 
 ConnectionPool::~ConnectionPool() {
-  for (auto& connection : all_)
-    if (connection->fd_ >= 0) ::close(connection->fd_);
+  for (auto& connection : all_) connection->output_.close();
 }
 
 Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
   std::lock_guard lock(mutex_);
-  if (free_.empty()) {
-    auto fresh = std::make_unique<Connection>(this);
-    all_.reserve(all_.size() + 1);
-    free_.reserve(all_.capacity());  // so that give_back needs no memory
-    all_.push_back(std::move(fresh));
-    free_.push_back(all_.back().get());
+  if (!free_) {
+    all_.push_back(std::make_unique<Connection>(this));
+    free_ = all_.back().get();
   }
-  Connection* connection = free_.back();
-  free_.pop_back();
+  ++parties_[peer.party()];
+  Connection* const connection = std::exchange(free_, free_->next_free_);
+  connection->number_ = number_for(fd);
+  connection->departed_ = false;
+  connection->next_free_ = nullptr;
   connection->open(fd, peer);
   open_.fetch_add(1);
   return connection;
 }
 
+// The same number would name two clients, of which the earlier one is to be reported yet. With the mutex.
+int32_t ConnectionPool::number_for(int fd) const {
+  constexpr int32_t step = 1 << 20;  // more than descriptors
+  const auto is_taken = [&](int32_t number) {
+    return std::any_of(all_.begin(), all_.end(), [&](const auto& connection) {
+      return connection->departed_ && connection->number_ == number;
+    });
+  };
+  int32_t number = fd;
+  while (departed_ > 0 && is_taken(number) && number < INT32_MAX - step) number += step;
+  return number;
+}
+
+// With the mutex.
+void ConnectionPool::forget(Connection& connection) {
+  open_.fetch_sub(1);
+  const auto party = parties_.find(connection.peer_.party());
+  if (--party->second == 0) parties_.erase(party);
+}
+
+void ConnectionPool::depart(Connection& connection) {
+  std::lock_guard lock(mutex_);
+  if (std::exchange(connection.departed_, true)) return;
+  ++departed_;
+  forget(connection);
+}
+
 void ConnectionPool::give_back(Connection* connection) {
   connection->assembler_.reset();
   connection->output_.close();
-  const int fd = std::exchange(connection->fd_, -1);
-  {
-    std::lock_guard lock(mutex_);
-    free_.push_back(connection);
-  }
-  open_.fetch_sub(1);
-  ::close(fd);
+  std::lock_guard lock(mutex_);
+  std::exchange(connection->departed_, false) ? static_cast<void>(--departed_) : forget(*connection);
+  connection->next_free_ = std::exchange(free_, connection);
+}
+
+uint32_t ConnectionPool::connections_of(const PeerAddress& peer) {
+  std::lock_guard lock(mutex_);
+  const auto party = parties_.find(peer.party());
+  return party == parties_.end() ? 0 : party->second;
 }
 
 Ref<Connection> ConnectionPool::next_open(std::size_t* index) {

@@ -5,8 +5,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -27,6 +29,9 @@ struct PeerAddress {
   bool ipv6 = false;
   uint16_t port = 0;
   static PeerAddress of(const sockaddr_storage& from);
+  bool is_loopback() const;
+  /// Whom to count together: an address, or the network of 64 bits that an IPv6 address is one of.
+  std::array<unsigned char, 17> party() const;
   /// "192.0.2.1:4711". Takes no memory.
   struct Text {
     char octets[64];
@@ -57,14 +62,17 @@ class Connection {
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Counting. The last drop closes the descriptor, so it is not used again while a request may still send on
-  /// it.
+  /// Counting. After the last drop it is used for another client.
   bool try_add_ref();
   void add_ref() { count_.fetch_add(1, std::memory_order_relaxed); }
   void drop();
 
+  /// For the reader; others use with_socket().
   int fd() const { return fd_; }
   const PeerAddress& peer() const { return peer_; }
+  /// Names the client, also when its descriptor is closed and another one's already: the number of the descriptor,
+  /// unless that names one of whom requests still run.
+  int32_t number() const { return number_; }
 
   // ---- Reading: one thread owns it at a time ----
 
@@ -92,7 +100,7 @@ class Connection {
   Assembler& assembler() { return assembler_; }
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then
   std::atomic<uint8_t> minor{0};     // of the last message; read by others at the end
-  bool served = false;               // has carried a request
+  std::atomic<bool> served{false};   // a request of it has been run
   CodeSets code_sets;                // of the texts of its requests
 
   // ---- Sending: any thread ----
@@ -103,6 +111,11 @@ class Connection {
   /// The socket can take more.
   void flush();
   bool has_output() const { return !output_.empty(); }
+  /// As OutputQueue's.
+  template <class Use>
+  void with_socket(Use use) {
+    output_.with_socket(use);
+  }
 
   // ---- Requests in flight ----
 
@@ -156,6 +169,8 @@ class Connection {
   /// Says the last word, none when it is empty: nothing is sent after it, and what the peer has sent is thrown
   /// away, so that closing does not take the word from it.
   void say_goodbye(const unsigned char* message, std::size_t length);
+  /// By the reader, which never gives reading back: closes the descriptor, whatever still runs.
+  void close_socket();
   /// Takes the engine's own count, once. True for the caller that must drop it.
   bool unregister() { return registered_.exchange(false); }
   bool registered() const { return registered_.load(); }
@@ -179,6 +194,9 @@ class Connection {
   ConnectionPool* const pool_;
   std::atomic<uint32_t> count_{0};
   int fd_ = -1;
+  int32_t number_ = -1;
+  bool departed_ = false;  // guarded by the mutex of the pool, as the next
+  Connection* next_free_ = nullptr;
   PeerAddress peer_;
   std::atomic<uint64_t> in_flight_{0};
   std::atomic<bool> registered_{false};
@@ -229,10 +247,15 @@ class ConnectionPool {
   const Options& options() const { return options_; }
   ConnectionHost& host() const { return host_; }
 
-  /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor, unless this throws.
+  /// A connection over `fd`, registered, with one count for that. The pool closes the descriptor, unless this
+  /// throws.
   Connection* take(int fd, const PeerAddress& peer);
+  /// A connection's last count is gone.
   void give_back(Connection* connection);
+  /// Its descriptor is closed, though counts may be left.
+  void depart(Connection& connection);
   uint32_t open_connections() const { return open_.load(); }
+  uint32_t connections_of(const PeerAddress& peer);
   /// Calls `visit` with each that is open, a count of it held, and no lock.
   template <class Visit>
   void for_each(Visit visit) {
@@ -242,13 +265,17 @@ class ConnectionPool {
  private:
   /// The first at or after *index, which is moved past it; null at the end.
   Ref<Connection> next_open(std::size_t* index);
+  int32_t number_for(int fd) const;
+  void forget(Connection& connection);
 
   ConnectionHost& host_;
   const Options options_;
   std::atomic<uint32_t> open_{0};
   std::mutex mutex_;
-  std::vector<std::unique_ptr<Connection>> all_;  // guarded by mutex_
-  std::vector<Connection*> free_;                 // guarded by mutex_
+  std::vector<std::unique_ptr<Connection>> all_;               // guarded by mutex_
+  Connection* free_ = nullptr;                                 // guarded by mutex_
+  uint32_t departed_ = 0;                                      // guarded by mutex_
+  std::map<std::array<unsigned char, 17>, uint32_t> parties_;  // open connections; guarded by mutex_
 };
 
 }  // namespace zrsv

@@ -111,9 +111,21 @@ void Engine::add(int fd, const PeerAddress& peer) try {
 }
 
 bool Engine::has_room(const PeerAddress& peer) {
-  if (pool_.open_connections() >= most_connections_) close_longest_idle();
-  if (pool_.open_connections() < most_connections_) return true;
-  OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), most_connections_);
+  const auto of_all = [this] { return pool_.open_connections(); };
+  const auto of_peer = [&] { return pool_.connections_of(peer); };
+  const auto party = peer.party();
+  const auto any = [](const PeerAddress&) { return true; };
+  const auto same = [&](const PeerAddress& other) { return other.party() == party; };
+  if (of_all() >= most_connections_) close_longest_idle(any);
+  const uint32_t most_of_peer = pool_.options().peer_connections;
+  const bool counts = most_of_peer != 0 && !peer.is_loopback();
+  if (counts && of_peer() >= most_of_peer) close_longest_idle(same);
+  if (of_all() >= most_connections_) {
+    OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), most_connections_);
+    return false;
+  }
+  if (!counts || of_peer() < most_of_peer) return true;
+  OM_log("%s refused: its address has %u connections, which is the limit", peer.text().c_str(), most_of_peer);
   return false;
 }
 
@@ -232,9 +244,12 @@ void Engine::watch_input(Connection& connection, bool on) {
 
 // A connection that a thread stays with is not in the set: that thread sees the output, or who puts it back does.
 void Engine::watch_output(Connection& connection) {
-  epoll_event event{EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET, {.ptr = &connection}};
-  if (::epoll_ctl(epoll_, EPOLL_CTL_MOD, connection.fd(), &event) != 0 && errno != ENOENT)
-    connection.break_off();
+  bool failed = false;
+  connection.with_socket([&](int fd) {
+    epoll_event event{EPOLLIN | EPOLLOUT | EPOLLRDHUP | EPOLLET, {.ptr = &connection}};
+    failed = ::epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &event) != 0 && errno != ENOENT;
+  });
+  if (failed) connection.break_off();
 }
 
 void Engine::resume_reading(Connection& connection) { push_ready(Ref<Connection>::share(&connection)); }
@@ -312,7 +327,6 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
   request.in_flight = InFlight(
       *connection, request.message.size());  // before the look: say_goodbye looks the other way round
   if (stopping_.load()) return Next::Read;   // CloseConnection will tell the client that it was not taken
-  connection->served = true;
   request.connection.borrow(connection.get());
   Next next = Next::Read;
   try {
@@ -354,8 +368,10 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   return Next::Read;
 }
 
-// With a slot.
+// With a slot. The mark comes before the look: lose() looks the other way round.
 void Engine::run(Worker& worker, ServerRequest& request) {
+  if (request.connection && !request.connection->served.load(std::memory_order_relaxed))
+    request.connection->served = true;
   if (request.orphaned()) return;
   {
     const Upcall upcall;
@@ -650,7 +666,9 @@ void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char
 // By the thread that owns reading, which is never given back: nothing of this connection is started any more.
 void Engine::lose(const Ref<Connection>& connection) {
   if (!connection->unregister()) return;
-  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(), nullptr);
+  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(),
+              nullptr);  // a forked child may keep the socket in it else
+  connection->close_socket();
   withdraw(connection.get(), nullptr);
   if (connection->served) report_loss(*connection);
   connection->drop();
@@ -667,7 +685,7 @@ void Engine::tell_of_loss(Connection& connection) {
   connection.loss_told = true;
   PeerAddress peer = connection.peer();
   try {
-    if (_call_disconnect_cpp_) _call_disconnect_cpp_(connection.fd(), peer.octets, peer.ipv6);
+    if (_call_disconnect_cpp_) _call_disconnect_cpp_(connection.number(), peer.octets, peer.ipv6);
   } catch (...) {
     OM_log("%s: exception past the disconnect hook", peer.text().c_str());
   }
@@ -731,9 +749,11 @@ void Engine::relieve(Clock::time_point now) {
 }
 
 // Makes room for a new one. A client that has just come, or waits for something, is not sent away for it.
-void Engine::close_longest_idle() {
+template <class Wanted>
+void Engine::close_longest_idle(Wanted wanted) {
   Ref<Connection> longest;
   pool_.for_each([&](const Ref<Connection>& connection) {
+    if (!connection->registered() || !wanted(connection->peer())) return;
     if (!longest || connection->quiet_since() < longest->quiet_since()) longest = connection;
   });
   if (longest && Clock::now() - longest->quiet_since() >= std::chrono::seconds(1)) close_if_idle(longest);
@@ -796,7 +816,10 @@ void Engine::say_goodbye() {
     unsigned char message[giop::header_size];
     giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
     connection->say_goodbye(message, connection->has_requests() ? 0 : sizeof message);
-    if (connection->unregister()) connection->drop();
+    if (!connection->unregister()) return;
+    if (connection->begin_read(false))
+      connection->close_socket();  // else its reader has it, until it comes back
+    connection->drop();
   });
 }
 

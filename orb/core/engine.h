@@ -133,7 +133,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   bool has_room(const PeerAddress& peer);
 
   void relieve(Clock::time_point now);
-  void close_longest_idle();
+  template <class Wanted>
+  void close_longest_idle(Wanted wanted);
   void close_if_idle(const Ref<Connection>& connection);
   void refuse(Requests requests);
   void drain_output(Clock::time_point deadline);

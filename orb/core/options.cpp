@@ -83,6 +83,8 @@ constexpr Row rows[] = {
      "64 to 2147483647: octets past which messages leave in fragments; 0 for never"},
     {"-ORBMaxConnections", number<&Options::max_connections, 0, any_number>,
      "connections accepted at once; 0 for 80 % of the descriptors"},
+    {"-ORBPeerConnections", number<&Options::peer_connections, 0, any_number>,
+     "connections of one address other than loopback; 0 for no limit"},
     {"-ORBTimeout", number<&Options::timeout_ms, 0, any_number>,
      "milliseconds that a call may take; 0 for no limit"},
     {"-ORBWriteTimeout", number<&Options::write_timeout_ms, 0, any_number>,

@@ -17,9 +17,10 @@ struct Options {
   uint32_t max_message = 16u << 20;  // -ORBMaxMessage OCTETS
   uint32_t max_memory = 0;  // -ORBMaxMemory MEBIBYTES of all that is in flight; 0 = a quarter of the machine
   uint32_t fragment_size =
-      4u << 20;                  // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
-  uint32_t max_connections = 0;  // -ORBMaxConnections N; 0 = 80 % of the descriptors
-  uint32_t timeout_ms = 60'000;  // -ORBTimeout MS: a call's time limit; 0 = none
+      4u << 20;                     // -ORBFragmentSize OCTETS: messages over it leave in fragments; 0 = never
+  uint32_t max_connections = 0;     // -ORBMaxConnections N; 0 = 80 % of the descriptors
+  uint32_t peer_connections = 256;  // -ORBPeerConnections N: of one address, but loopback; 0 = no limit
+  uint32_t timeout_ms = 60'000;     // -ORBTimeout MS: a call's time limit; 0 = none
   uint32_t write_timeout_ms = 10'000;    // -ORBWriteTimeout MS: for a client to take something; 0 = none
   uint32_t read_timeout_ms = 30'000;     // -ORBReadTimeout MS: for a message to come in whole; 0 = none
   uint32_t idle_timeout_ms = 600'000;    // -ORBIdleTimeout MS: of a connection without calls; 0 = none

@@ -1,10 +1,12 @@
 #include "output_queue.h"
 
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <new>
+#include <utility>
 
 namespace zrsv {
 
@@ -77,6 +79,7 @@ void OutputQueue::finish(const unsigned char* message, std::size_t length) {
   std::lock_guard lock(mutex_);
   if (length > 0 && !closed_ && messages_.empty()) ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   closed_ = true;
+  if (fd_ >= 0) ::shutdown(fd_, SHUT_WR);
 }
 
 void OutputQueue::close() {
@@ -84,6 +87,7 @@ void OutputQueue::close() {
   closed_ = true;
   messages_.clear();
   octets_ = 0;
+  if (fd_ >= 0) ::close(std::exchange(fd_, -1));
 }
 
 const char* OutputQueue::too_slow(Clock::time_point now, const Pace& pace) {

@@ -17,17 +17,23 @@ class OutputQueue {
   using Clock = std::chrono::steady_clock;
   enum class Sent { All, Rest, Failed };
 
-  /// Begins with that socket, which the caller keeps open.
+  /// Begins with that socket, and takes it over.
   void open(int fd);
   /// Sends a message, in fragments when it is over `fragment` octets. What does not go out now is taken out of
   /// `message`. Rest: flush() is to be called when the socket can take more.
   Sent send(Buffer* message, uint32_t fragment);
   Sent flush();
   /// Sends a last message, unless something waits before it: then it would only be taken for a part of that.
-  /// Nothing is sent afterwards.
+  /// Nothing is sent afterwards, and the peer is told so.
   void finish(const unsigned char* message, std::size_t length);
-  /// Forgets what waits; nothing is sent any more.
+  /// Forgets what waits, and closes the socket.
   void close();
+  /// Calls `use` with the socket, unless it is closed; it stays open meanwhile. `use` must not wait, nor call this.
+  template <class Use>
+  void with_socket(Use use) {
+    std::lock_guard lock(mutex_);
+    if (fd_ >= 0) use(fd_);
+  }
 
   bool empty() const { return octets_.load() == 0; }
   /// Octets that wait.

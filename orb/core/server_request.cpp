@@ -220,7 +220,7 @@ unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, vo
   const ServerRequest* request = running_request();
   if (!request || !request->connection) return 0;
   const PeerAddress& peer = request->connection->peer();
-  if (fd) *fd = request->connection->fd();
+  if (fd) *fd = request->connection->number();
   if (is_ipv6) *is_ipv6 = peer.ipv6;
   if (host_addr) std::memcpy(host_addr, peer.octets, peer.ipv6 ? 16 : 4);
   return 1;

@@ -1,3 +1,6 @@
+#include "engine.h"
+
+#include <arpa/inet.h>
 #include <fcntl.h>
 
 #include <list>
@@ -149,10 +152,7 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
     EXPECT_TRUE(ipv6 == 0 && std::memcmp(address, "\x7F\0\0\1", 4) == 0);
     r.answer(fd);
   };
-  disconnect = [&](long fd, const void*, bool) {
-    EXPECT_GE(::fcntl(static_cast<int>(fd), F_GETFD), 0);  // not closed yet, so not used again
-    board_.add(std::to_string(fd));
-  };
+  disconnect = [&](long fd, const void*, bool) { board_.add(std::to_string(fd)); };
   start();
   Texts wanted;
   for (int calls : {0, 50}) {  // nobody is told of one that carried nothing
@@ -164,6 +164,68 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
     ASSERT_TRUE(board_.wait_for(wanted.size()));
   }
   EXPECT_EQ(board_.lines(), wanted);
+}
+
+// Who connects, asks for something that takes long, and leaves, again and again, uses up nothing.
+TEST_F(Engine, ALostClientGivesItsDescriptorBackAtOnce) {
+  operations["who"] = [](Upcalled& r) {
+    int32_t number = -1;
+    EXPECT_TRUE(OM_ext_get_client_info_ip6(&number, nullptr, nullptr, nullptr, nullptr, nullptr));
+    r.answer(number);
+  };
+  disconnect = [&](long number, const void*, bool) { board_.add("lost " + std::to_string(number)); };
+  start({"-ORBThreads", "2", "-ORBMaxConnections", "2"});
+  Client busy(port());
+  const std::string number = busy.ask(call(1, "who"));
+  ASSERT_TRUE(busy.send(call(2, "block")) && barrier_.wait_for(1));
+  busy.close();
+  ASSERT_TRUE(board_.wait_for(1));
+  EXPECT_EQ(::fcntl(std::stoi(number), F_GETFD), -1);  // though the request runs
+  for (std::size_t i = 0; i < 40; ++i) {
+    Client next(port());
+    const std::string other = next.ask(call(1, "who"));
+    EXPECT_NE(other, number);  // that would have what the request leaves behind
+    EXPECT_LT(std::stoi(other) % (1 << 20), std::stoi(number) + 2);
+    next.close();
+    ASSERT_TRUE(board_.wait_for(i + 2));
+  }
+  barrier_.open(1);
+  ASSERT_TRUE(board_.wait_for(43));
+  const Texts lines = board_.lines();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "lost " + number), 2);
+  EXPECT_EQ(Client(port()).ask(call(1, "who")), number);
+}
+
+TEST(Connections, OfOneAddressAreLimited) {
+  zrsv::Options limits;
+  limits.peer_connections = 2;
+  limits.threads = 1;
+  zrsv::set_options(limits);
+  const auto engine = std::make_shared<zrsv::Engine>(1);
+  ASSERT_TRUE(engine->start());
+  std::list<Socket> ends;
+  const auto connects = [&](const char* address) {
+    zrsv::PeerAddress peer;
+    peer.ipv6 = std::strchr(address, ':') != nullptr;
+    EXPECT_EQ(::inet_pton(peer.ipv6 ? AF_INET6 : AF_INET, address, peer.octets), 1);
+    int pair[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    ends.emplace_back(pair[0]);
+    engine->add(pair[1], peer);
+    char octet = 0;
+    return ::recv(pair[0], &octet, 1, MSG_DONTWAIT) < 0;  // else it is closed
+  };
+  const std::pair<const char*, bool> rows[] = {
+      {"192.0.2.1", true},       {"192.0.2.1", true},   {"192.0.2.1", false},   {"192.0.2.2", true},
+      {"2001:db8::1", true},     {"2001:db8::2", true}, {"2001:db8::3", false},  // one network
+      {"2001:db8:0:1::1", true}, {"127.0.0.1", true},   {"127.0.0.1", true},    {"127.9.9.9", true},
+      {"127.0.0.1", true},       {"::1", true},         {"::1", true},          {"::1", true}};
+  for (const auto& [address, taken] : rows) EXPECT_EQ(connects(address), taken) << address;
+  ends.front().close();  // a client of the first address leaves
+  const auto soon = std::chrono::steady_clock::now() + bound;
+  while (!connects("192.0.2.1")) ASSERT_LT(std::chrono::steady_clock::now(), soon);
+  engine->stop(std::chrono::steady_clock::now());
+  zrsv::set_options({});
 }
 
 TEST_F(Engine, ALossIsToldAtOnceAndWhenARequestEndsLater) {

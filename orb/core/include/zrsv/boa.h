@@ -18,8 +18,9 @@ extern ZRSV_API void* (*_cpp_poa_init)(void* orb, void* boa);
  * target and request live until it returns, and the reply is sent then. It may block, and must let no
  * exception pass. */
 extern ZRSV_API void (*_call_cpp_)(void* target, void* request, CORBA_Environment* env);
-/* The connection `fd` of the client at that address (4 or 16 octets, network order) is gone and about to be
- * closed. Called once, and once more after each request of the connection that ends later, on any thread of
+/* The client `fd` at that address (4 or 16 octets, network order) is gone: the number that
+ * OM_ext_get_client_info_ip6 gave, which names no other client meanwhile; the descriptor is closed. Called once, and
+ * once more after each request of the connection that ends later, on any thread of
  * the engine, no lock held. */
 extern ZRSV_API void (*_call_disconnect_cpp_)(long fd, void* host_addr, unsigned char is_ipv6);
 /* The lifespan tick; always the same thread, no lock held, never twice at once. */
@@ -109,7 +110,7 @@ ZRSV_API void ZR_queue_control_queue_group(uint32_t reserved, const char* name, 
 
 /* 1 when client data is to be recorded (-ORBClientInfo, on by default). */
 ZRSV_API int OM_boa_lib_get_iswitch(void);
-/* Descriptor and address (network order, 4 or 16 octets) of the client whose request this thread is running;
+/* Number (that of its descriptor, as a rule) and address (network order, 4 or 16 octets) of the client whose request this thread is running;
  * false, and nothing stored, outside a request and for a request made in this process. */
 ZRSV_API unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, void* host_addr,
                                                   void* reserved1, void* reserved2, CORBA_Environment* env);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "assembler.h"
+#include "leftovers.h"
 #include "reference.h"
 
 namespace zrsv {
@@ -123,6 +124,8 @@ class ClientConnection {
   void cancel(const ClientCall& call);
   [[gnu::cold]] void retire();
 
+  const Counting<Left::Connections> counted_;
+  const Counting<Left::Descriptors> counted_socket_;
   const Endpoint peer_;
   const int fd_;
 

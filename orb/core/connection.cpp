@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "leftovers.h"
 #include "zrsocket.h"
 
 namespace zrsv {
@@ -84,7 +85,7 @@ void Connection::open(int fd, const PeerAddress& peer) {
   calls_in_turn_ = 0;
   calls_wanted_ = least_calls;
   hung_up_ = broken_ = false;
-  in_line = loss_told = false;
+  in_line = false;
   in_flight_ = 0;
   paused_ = false;
   output_.open(fd);
@@ -250,6 +251,7 @@ Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
   connection->departed_ = false;
   connection->next_free_ = nullptr;
   connection->open(fd, peer);
+  count_left(Left::Connections, 1);
   open_.fetch_add(1);
   return connection;
 }
@@ -284,6 +286,7 @@ void ConnectionPool::depart(Connection& connection) {
 void ConnectionPool::give_back(Connection* connection) {
   connection->assembler_.reset();
   connection->output_.close();
+  count_left(Left::Connections, -1);
   std::lock_guard lock(mutex_);
   std::exchange(connection->departed_, false) ? static_cast<void>(--departed_) : forget(*connection);
   connection->next_free_ = std::exchange(free_, connection);

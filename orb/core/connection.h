@@ -175,8 +175,6 @@ class Connection {
   bool unregister() { return registered_.exchange(false); }
   bool registered() const { return registered_.load(); }
 
-  /// Set before the loss is told: a request that ends later has it told again, for what it has left behind.
-  std::atomic<bool> loss_told{false};
   /// Set while requests of it wait for a slot: later ones line up behind them.
   std::atomic<bool> in_line{false};
   Line lines[2];  // one in each Waiting

@@ -66,15 +66,18 @@ Engine::Engine(uint32_t slots)
       seats_(std::min<std::size_t>(slots, most_seats)) {}
 
 Engine::~Engine() {
-  if (epoll_ >= 0) ::close(epoll_);
-  if (wake_ >= 0) ::close(wake_);
-  if (hosted_work_ >= 0) ::close(hosted_work_);
+  for (const int fd : {epoll_, wake_, hosted_work_}) {
+    if (fd < 0) continue;
+    ::close(fd);
+    count_left(Left::Descriptors, -1);
+  }
 }
 
 bool Engine::start() {
   epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
   wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   hosted_work_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  for (const int fd : {epoll_, wake_, hosted_work_}) count_left(Left::Descriptors, fd >= 0);
   epoll_event event{EPOLLIN | EPOLLET, {.ptr = nullptr}};
   if (epoll_ < 0 || wake_ < 0 || hosted_work_ < 0 || ::epoll_ctl(epoll_, EPOLL_CTL_ADD, wake_, &event) != 0)
     return false;
@@ -139,6 +142,7 @@ Reference* Engine::Worker::find_target(std::string_view key) {
 }
 
 void Engine::work() {
+  const Counting<Left::Threads> counted;
   never_cancelled();
   Worker worker;
   while (!quit_.load(std::memory_order_relaxed)) {
@@ -378,10 +382,12 @@ void Engine::run(Worker& worker, ServerRequest& request) {
     execute(request, pool_.options().max_message, &worker.reply);
   }
   if (in_forked_child()) end_forked_child();
+  // Looked at before the reply goes: a client that is lost after it has left nothing behind that is not reported.
+  const bool left_behind = request.connection && !request.connection->registered();
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
   if (request.connection && request.head.response_expected) send_reply(*request.connection, &reply);
-  if (request.connection && request.connection->loss_told) report_loss(*request.connection);
+  if (left_behind) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
 }
 
@@ -666,11 +672,11 @@ void Engine::reject(uint8_t minor, const Ref<Connection>& connection, const char
 // By the thread that owns reading, which is never given back: nothing of this connection is started any more.
 void Engine::lose(const Ref<Connection>& connection) {
   if (!connection->unregister()) return;
-  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(),
-              nullptr);  // a forked child may keep the socket in it else
+  // A forked child may have the socket too, and it would stay in the set.
+  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, connection->fd(), nullptr);
   connection->close_socket();
   withdraw(connection.get(), nullptr);
-  if (connection->served) report_loss(*connection);
+  if (connection->served || connection->has_requests()) report_loss(*connection);
   connection->drop();
 }
 
@@ -682,7 +688,6 @@ void Engine::report_loss(Connection& connection) {
 
 void Engine::tell_of_loss(Connection& connection) {
   const Upcall upcall;
-  connection.loss_told = true;
   PeerAddress peer = connection.peer();
   try {
     if (_call_disconnect_cpp_) _call_disconnect_cpp_(connection.number(), peer.octets, peer.ipv6);
@@ -702,6 +707,7 @@ std::chrono::milliseconds Engine::watch_period() const {
 }
 
 void Engine::look_after(Clock::time_point now) {
+  note_runs(now);
   if (stopping_.load()) return;
   const Options& limits = pool_.options();
   const std::chrono::milliseconds idle(limits.idle_timeout_ms);
@@ -774,7 +780,7 @@ void Engine::close_if_idle(const Ref<Connection>& connection) {
 
 // ---- The end ----
 
-void Engine::stop(Clock::time_point deadline) {
+std::vector<std::string> Engine::stop(Clock::time_point deadline) {
   queue_group().deliver_to(nullptr);
   stopping_ = true;
   for (Waiting* waiting : {&waiting_, &hosted_waiting_}) waiting->close();
@@ -784,11 +790,14 @@ void Engine::stop(Clock::time_point deadline) {
     if (!end_.wait_until(lock, deadline, [this] { return running_.load() == 0; }))
       OM_log("shutdown: %u requests still run at the deadline", running_.load());
   }
+  std::vector<std::string> still_running = describe_runs(Clock::now());
+  for (const std::string& one : still_running) OM_log("shutdown: still runs: %s", one.c_str());
   drain_output(deadline);
   say_goodbye();
   seats_.stop();
   end_threads(std::max(deadline, Clock::now() + std::chrono::milliseconds(200)));
   while (pop_ready()) continue;
+  return still_running;
 }
 
 void Engine::refuse(Requests requests) {

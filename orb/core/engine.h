@@ -11,10 +11,12 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "connection.h"
+#include "leftovers.h"
 #include "memory.h"
 #include "queue_group.h"
 #include "server_request.h"
@@ -48,8 +50,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void add(int fd, const PeerAddress& peer);
   /// Starts nothing any more, lets running requests finish until `deadline`, says CloseConnection to every
   /// client of which no request runs, and ends the threads. One that is still in a servant then is left to
-  /// itself. Not for threads of the engine.
-  void stop(Clock::time_point deadline);
+  /// itself. Not for threads of the engine. What still runs at the deadline, a request a text.
+  std::vector<std::string> stop(Clock::time_point deadline);
   /// Drops who passes a time limit. To be called every `watch_period()`, by one thread; waits for nobody.
   void look_after(Clock::time_point now);
   std::chrono::milliseconds watch_period() const;
@@ -141,6 +143,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void say_goodbye();
   void end_threads(Clock::time_point deadline);
 
+  const Counting<Left::Objects> counted_;
   const uint32_t slots_;
   ConnectionPool pool_;
   const uint32_t most_connections_;

@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "leftovers.h"
+
 namespace zrsv {
 
 namespace {
@@ -115,6 +117,7 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
 void Listener::start() {
   wake_ = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (wake_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+  count_left(Left::Descriptors, 1);
   polled_.clear();
   for (Door& door : doors_) polled_.push_back({door.acceptor.native_handle(), POLLIN, 0});
   polled_.push_back({wake_, POLLIN, 0});
@@ -127,11 +130,15 @@ void Listener::stop() {
     if (::write(wake_, &one, sizeof one) < 0) OM_log("the listener cannot be woken");
     thread_.join();
   }
-  if (wake_ >= 0) ::close(std::exchange(wake_, -1));
+  if (wake_ >= 0) {
+    ::close(std::exchange(wake_, -1));
+    count_left(Left::Descriptors, -1);
+  }
   doors_.clear();
 }
 
 void Listener::work() {
+  const Counting<Left::Threads> counted;
   const auto period = engine_->watch_period();
   for (Clock::time_point watch_at = Clock::now() + period;;) {
     wait_for_clients(watch_at);
@@ -193,8 +200,10 @@ void Ticker::start(std::chrono::milliseconds period) {
 }
 
 void Ticker::work(State& state, std::chrono::milliseconds period) {
+  const Counting<Left::Threads> counted;
   std::unique_lock lock(state.mutex);
   while (!state.changed.wait_for(lock, period, [&] { return state.stop; })) {
+    state.in_tick = true;
     lock.unlock();
     try {
       const Upcall upcall;
@@ -203,6 +212,7 @@ void Ticker::work(State& state, std::chrono::milliseconds period) {
       OM_log("exception past the lifespan hook");
     }
     lock.lock();
+    state.in_tick = false;
   }
   state.ended = true;
   state.changed.notify_all();
@@ -213,7 +223,10 @@ void Ticker::stop(std::chrono::steady_clock::time_point deadline) {
   std::unique_lock lock(state_->mutex);
   state_->stop = true;
   state_->changed.notify_all();
-  const bool ended = state_->changed.wait_until(lock, deadline, [this] { return state_->ended; });
+  // Between ticks it ends at once, also when the requests have used up the time.
+  if (!state_->in_tick) deadline = std::chrono::steady_clock::time_point::max();
+  const bool ended = deadline == std::chrono::steady_clock::time_point::max() ||
+                     state_->changed.wait_until(lock, deadline, [this] { return state_->ended; });
   lock.unlock();
   if (ended) {
     thread_.join();

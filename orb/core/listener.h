@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "engine.h"
+#include "leftovers.h"
 #include "options.h"
 
 namespace zrsv {
@@ -38,6 +39,7 @@ class Listener {
   using tcp = asio::ip::tcp;
   using Clock = Engine::Clock;
   struct Door {
+    const Counting<Left::Descriptors> counted;
     explicit Door(asio::io_context& context) : acceptor(context) {}
     tcp::acceptor acceptor;
     Clock::time_point closed_until;  // after a failure, such as a shortage of descriptors
@@ -68,8 +70,9 @@ class Ticker {
   struct State {
     std::mutex mutex;
     std::condition_variable changed;
-    bool stop = false;   // guarded by mutex
-    bool ended = false;  // guarded by mutex
+    bool stop = false;     // guarded by mutex
+    bool in_tick = false;  // guarded by mutex
+    bool ended = false;    // guarded by mutex
   };
   static void work(State& state, std::chrono::milliseconds period);
 

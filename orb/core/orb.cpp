@@ -238,13 +238,14 @@ void Orb::close() {
     engine = engine_;
   }
   listener->stop();
-  engine->stop(deadline);
+  std::vector<std::string> still_running = engine->stop(deadline);
   ticker_.stop(deadline);
   set_binding_open(false);
   listener.reset();
   engine.reset();
   std::lock_guard lock(mutex_);
   engine_.reset();
+  still_running_ = std::move(still_running);
   state_ = State::Closed;
   ++ends_;
   changed_.notify_all();
@@ -261,6 +262,11 @@ std::shared_ptr<Engine> Orb::hosted_engine(CORBA_Environment* env) {
   if (!serving) return nullptr;
   serving->host_work();
   return serving;
+}
+
+const char* Orb::still_running(uint32_t index) {
+  std::lock_guard lock(mutex_);
+  return index < still_running_.size() ? still_running_[index].c_str() : nullptr;
 }
 
 const char* Orb::published(uint32_t index) {
@@ -355,6 +361,8 @@ void ZR_perform_work(void* handle, CORBA_Environment* env) {
   Orb* const of = orb_of(handle, env);
   if (const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr) engine->perform_work();
 }
+
+const char* ZR_still_running(uint32_t index) { return orb().still_running(index); }
 
 const char* ZR_published_endpoint(void* handle, uint32_t index) {
   return handle == &orb() ? orb().published(index) : nullptr;

@@ -35,6 +35,7 @@ class Orb {
   std::shared_ptr<Engine> hosted_engine(CORBA_Environment* env);
 
   const char* published(uint32_t index);
+  const char* still_running(uint32_t index);
   /// Null while nothing is served.
   std::shared_ptr<Engine> engine();
 
@@ -62,7 +63,7 @@ class Orb {
   uint64_t ends_ = 0;  // how often it came to Closed
   uint32_t uses_ = 0;
   std::map<std::string, Ref<Reference>> initial_;
-  std::vector<std::string> published_;
+  std::vector<std::string> published_, still_running_;
   std::shared_ptr<Engine> engine_;
   std::unique_ptr<Listener> listener_;
   Ticker ticker_;

@@ -8,6 +8,8 @@
 #include <new>
 #include <utility>
 
+#include "leftovers.h"
+
 namespace zrsv {
 
 namespace {
@@ -27,6 +29,7 @@ std::size_t size_of(std::span<const iovec> parts) {
 void OutputQueue::open(int fd) {
   std::lock_guard lock(mutex_);
   fd_ = fd;
+  count_left(Left::Descriptors, 1);
   closed_ = watched_ = false;
   sent_ = 0;
 }
@@ -87,7 +90,9 @@ void OutputQueue::close() {
   closed_ = true;
   messages_.clear();
   octets_ = 0;
-  if (fd_ >= 0) ::close(std::exchange(fd_, -1));
+  if (fd_ < 0) return;
+  ::close(std::exchange(fd_, -1));
+  count_left(Left::Descriptors, -1);
 }
 
 const char* OutputQueue::too_slow(Clock::time_point now, const Pace& pace) {

@@ -56,6 +56,11 @@ void QueueGroup::close() {
   state_.store(State::Held, std::memory_order_release);
 }
 
+std::size_t QueueGroup::held() {
+  std::lock_guard lock(mutex_);
+  return held_.size();
+}
+
 void QueueGroup::deliver_to(Deliver deliver) {
   std::lock_guard lock(mutex_);
   deliver_ = std::move(deliver);

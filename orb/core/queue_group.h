@@ -39,6 +39,7 @@ class QueueGroup {
 
   void open();
   void close();
+  std::size_t held();
 
   /// Where released requests go while an engine runs; null when it stops.
   void deliver_to(Deliver deliver);

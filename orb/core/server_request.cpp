@@ -6,6 +6,7 @@
 
 #include "cdr_chain.h"
 #include "environment.h"
+#include "leftovers.h"
 #include "method_table.h"
 #include "options.h"
 
@@ -15,18 +16,6 @@ namespace {
 
 constexpr const char* interface_def = "IDL:CORBA/InterfaceDef:1.0";
 constexpr const char* object_id = "IDL:omg.org/CORBA/Object:1.0";
-
-thread_local ServerRequest* running = nullptr;
-
-/// The request that runs on this thread; a call inside the process may run within another.
-class Running {
- public:
-  explicit Running(ServerRequest* request) : outer_(running) { running = request; }
-  ~Running() { running = outer_; }
-
- private:
-  ServerRequest* outer_;
-};
 
 ServerRequest& as_request(void* handle) {
   return static_cast<ServerRequest&>(*static_cast<RequestBase*>(handle));
@@ -188,7 +177,7 @@ void answer_forward(ServerRequest& request, const Reference& to) {
     answer_exception(request, "NO_MEMORY");
 }
 
-const ServerRequest* running_request() { return running; }
+const ServerRequest* running_request() { return Running::request(); }
 
 }  // namespace zrsv
 

@@ -1,5 +1,7 @@
 #include "stay.h"
 
+#include "leftovers.h"
+
 namespace zrsv {
 
 namespace {
@@ -52,6 +54,7 @@ void Seats::leave(Seat* seat) {
 }
 
 void Seats::watch() {
+  const Counting<Left::Threads> counted;
   std::unique_lock lock(mutex_);
   while (!stop_) {
     if (free_.size() == seats_.size()) {

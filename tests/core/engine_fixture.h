@@ -8,6 +8,7 @@
 #include <semaphore>
 
 #include "in_process.h"
+#include "no_leftovers.h"
 #include "queue_group.h"
 #include "reference.h"
 #include "sockets.h"
@@ -147,6 +148,7 @@ class Engine : public testing::Test {
   void TearDown() override {
     if (orb_) CORBA_ORB_destroy(orb_, env_);
     EXPECT_EQ(env_.name(), "");
+    expect_no_leftovers();
     _cpp_poa_init = nullptr;
     _call_cpp_ = nullptr;
     _call_disconnect_cpp_ = nullptr;

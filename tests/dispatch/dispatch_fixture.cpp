@@ -4,6 +4,8 @@
 
 #include <sstream>
 
+#include "no_leftovers.h"
+
 namespace {
 
 /// The ORB with options of these tests: no tick of its own.
@@ -18,7 +20,7 @@ class DispatchOrb : public testing::Environment {
     ASSERT_NE(orb_, nullptr);
     ASSERT_NE(test_root_poa(), nullptr);
   }
-  void TearDown() override { CORBA_ORB_destroy(orb_, CORBA::Environment()._evp); }
+  void TearDown() override { destroy_wholly(orb_, CORBA::Environment()._evp); }
 
  private:
   void* orb_ = nullptr;

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "no_leftovers.h"
 #include "zrsv.h"
 
 namespace {
@@ -24,7 +25,7 @@ class OrbEnvironment : public testing::Environment {
   void TearDown() override {
     root_ = PortableServer::POA::_nil();
     CORBA::Environment env;
-    if (orb_) CORBA_ORB_destroy(orb_, env._evp);
+    if (orb_) destroy_wholly(orb_, env._evp);
     EXPECT_EQ(env._evp->_major, uint32_t{CORBA_NO_EXCEPTION});
   }
 

@@ -5,6 +5,7 @@
 #include "zrsv/base.h"
 #include "zrsv/boa.h"
 #include "zrsv/cdr.h"
+#include "zrsv/leftovers.h"
 #include "zrsv/reference.h"
 #include "zrsv/request.h"
 

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <optional>
 
+#include "call_chain.h"
 #include "call_scope.h"
 #include "cdr_chain.h"
 #include "environment.h"
 #include "in_process.h"
+#include "leftovers.h"
 #include "method_table.h"
 #include "options.h"
 #include "process_life.h"
@@ -108,8 +111,9 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
   const ClientCall& call = request->call;
   ClientRequest::Head& head = request->head;
   head.whole = false;
+  const std::string chain = request->nested ? chain_of_call() : std::string();
   if (!giop::begin_request(cdr, call.minor, call.id, request->response_expected, request->key,
-                           request->operation, request->code_sets)) {
+                           request->operation, request->code_sets, chain)) {
     return false;
   }
   head.end = encoded(*cdr);
@@ -120,7 +124,7 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
   head.minor = call.minor;
   head.response_expected = request->response_expected;
   head.code_sets = request->code_sets;
-  head.whole = true;
+  head.whole = !request->nested;  // the next call has another chain
   return true;
 }
 
@@ -128,7 +132,7 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
 /// object.
 bool has_head(const ClientRequest& request) {
   const ClientRequest::Head& head = request.head;
-  return head.whole && request.cdr.out_base && head.minor == request.call.minor &&
+  return head.whole && request.cdr.out_base && !request.nested && head.minor == request.call.minor &&
          head.response_expected == request.response_expected && head.operation == request.operation &&
          head.key == request.key && head.code_sets == request.code_sets;
 }
@@ -299,6 +303,8 @@ Fault or_time_limit(const ClientRequest& request, Fault why) {
 Fault await(ClientRequest* request) {
   ClientCall* call = &request->call;
   while (request->connection) {
+    std::optional<SlotLoan> loan;
+    if (request->nested) loan.emplace();
     if (!request->connection->receive(call, request->deadline)) {
       drop_forward(request);
       return fault::time_limit;
@@ -332,6 +338,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->operation = operation;
   request->response_expected = response_expected;
   request->sent_again = false;
+  request->nested = Running::request() != nullptr;
   request->phase = Phase::Created;
   request->call.state = ClientCall::State::Idle;
   request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);

@@ -32,6 +32,7 @@ struct ClientRequest : RequestBase {
   uint32_t kind = ZR_REQUEST_IIOP;
   bool response_expected = true;
   bool sent_again = false;
+  bool nested = false;  // made by a servant while it serves a request
   Phase phase = Phase::Created;
   Deadline deadline = Deadline::max();
 

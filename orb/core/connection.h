@@ -124,13 +124,21 @@ class Connection {
     in_flight_.fetch_sub(one_request + octets);
     if (paused_.load()) try_resume();
   }
+  /// A request of it waits for a reply of another one, which may have to come over this connection: it does not count
+  /// in the share meanwhile.
+  void lend() {
+    lent_.fetch_add(one_request);
+    if (paused_.load()) try_resume();
+  }
+  void take_back() { lent_.fetch_sub(one_request); }
   bool has_requests() const { return in_flight_.load() >= one_request; }
 
   // ---- Its share: a connection over it is not read until it is back within ----
 
   bool over_share() const {
-    return in_flight_.load(std::memory_order_relaxed) >= most_in_flight_ || output_.octets() > output_mark ||
-           (over_memory() && holds_much());
+    return in_flight_.load(std::memory_order_relaxed) >=
+               most_in_flight_ + lent_.load(std::memory_order_relaxed) ||
+           output_.octets() > output_mark || (over_memory() && holds_much());
   }
   /// Octets of it in flight: read, waiting for their turn, or not taken.
   std::size_t holds() const {
@@ -196,7 +204,7 @@ class Connection {
   bool departed_ = false;  // guarded by the mutex of the pool, as the next
   Connection* next_free_ = nullptr;
   PeerAddress peer_;
-  std::atomic<uint64_t> in_flight_{0};
+  std::atomic<uint64_t> in_flight_{0}, lent_{0};
   std::atomic<bool> registered_{false};
   std::atomic<bool> broken_{false};
 

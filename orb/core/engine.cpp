@@ -11,6 +11,8 @@
 #include <exception>
 #include <system_error>
 
+#include "call_chain.h"
+#include "in_process.h"
 #include "named_keys.h"
 #include "options.h"
 #include "process_life.h"
@@ -24,10 +26,12 @@ constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection
 constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
 
 constexpr std::chrono::milliseconds most_over_memory{10'000};  // before who holds the most is closed
+constexpr uint32_t most_lent = 64;                             // slots at a time
 constexpr std::size_t most_seats = 16;
 constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread stays no longer
 
 thread_local unsigned upcalls = 0;
+thread_local Engine* engine_of_slot = nullptr;
 
 // Nobody cancels the threads of the engine. The system, once told, leaves its book-keeping of that out of
 // each call.
@@ -53,9 +57,13 @@ void reuse(Buffer* kept, Buffer* used) {
 
 }  // namespace
 
-Upcall::Upcall() { ++upcalls; }
-Upcall::~Upcall() { --upcalls; }
+Upcall::Upcall(Engine* slot_of) : outer_(std::exchange(engine_of_slot, slot_of)) { ++upcalls; }
+Upcall::~Upcall() {
+  --upcalls;
+  engine_of_slot = outer_;
+}
 bool Upcall::running() { return upcalls != 0; }
+Engine* Upcall::slot_of() { return engine_of_slot; }
 
 // ---- Start ----
 
@@ -88,8 +96,8 @@ bool Engine::start() {
       pass_on(connection);
     });
     const std::size_t count = slots_ + 1 + seats_.count();
-    threads_.reserve(count);
-    ended_.reserve(count);
+    threads_.reserve(count + most_lent);
+    ended_.reserve(count + most_lent);
     while (threads_.size() < count) threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::exception& e) {
     OM_log("thread %zu of the ORB cannot be started: %s", threads_.size() + 1, e.what());
@@ -378,7 +386,7 @@ void Engine::run(Worker& worker, ServerRequest& request) {
     request.connection->served = true;
   if (request.orphaned()) return;
   {
-    const Upcall upcall;
+    const Upcall upcall(this);
     execute(request, pool_.options().max_message, &worker.reply);
   }
   if (in_forked_child()) end_forked_child();
@@ -503,7 +511,7 @@ bool Engine::try_run_now(const ServerRequest& request) {
 }
 
 bool Engine::enqueue(ServerRequest* request) {
-  if (!line().add(request, queue_limit(*request))) return false;
+  if (waits_for_itself(*request) || !line().add(request, queue_limit(*request))) return false;
   tell_of_work();
   return true;
 }
@@ -535,7 +543,7 @@ void Engine::deliver(Requests requests) {
 // With a slot, which it gives back when nothing waits.
 void Engine::run_waiting(Worker& worker) {
   do {
-    while (waiting_.any()) {
+    while (waiting_.any() && running_.load() <= slots_) {
       const Waiting::Turn turn = waiting_.next();
       if (ready_count_.load() > 0 || (waiting_.any() && running_.load() < slots_)) wake();
       if (turn.request) run(worker, *turn.request);
@@ -551,6 +559,66 @@ Requests Engine::withdraw(Connection* connection, const uint32_t* id) {
   Requests taken = queue_group().withdraw(connection, id);
   for (Waiting* waiting : {&waiting_, &hosted_waiting_}) taken.append(waiting->withdraw(connection, id));
   return taken;
+}
+
+// ---- Slots that are lent ----
+
+SlotLoan::SlotLoan() : lender_(Upcall::slot_of()) {
+  if (!lender_) return;
+  lent_ = lender_->lend();
+  if (running_request()) connection_ = running_request()->connection.get();
+  if (connection_) connection_->lend();
+}
+SlotLoan::~SlotLoan() {
+  if (connection_) connection_->take_back();
+  if (lender_) lender_->take_back(lent_);
+}
+
+bool Engine::lend() {
+  const uint32_t others = lent_.fetch_add(1);
+  if (others >= most_lent || !has_thread_for(others + 1)) {
+    unlent_.fetch_add(1);
+    lent_.fetch_sub(1);
+    refuse_nested();
+    return false;
+  }
+  leave();
+  if (waiting_.any()) wake();
+  return true;
+}
+
+// A thread more for each, as the ones that lend are not there for others. They stay until the end.
+bool Engine::has_thread_for(uint32_t lent) {
+  if (more_threads_.load(std::memory_order_relaxed) >= lent) return true;
+  std::lock_guard lock(end_mutex_);
+  if (quit_.load() || stopping_.load()) return false;
+  try {
+    for (; more_threads_.load() < lent; more_threads_.fetch_add(1))
+      threads_.emplace_back([self = shared_from_this()] { self->work(); });
+  } catch (const std::exception& e) {
+    OM_log("no thread for a nested call: %s", e.what());
+    return false;
+  }
+  return true;
+}
+
+// No slot is lent any more, so a call of this process may wait for this very request, and all slots for such calls.
+bool Engine::waits_for_itself(const ServerRequest& request) const {
+  if (request.head.chain.empty() || unlent_.load() == 0 || !leads_back(request.head.chain)) return false;
+  char chain[400];
+  describe_chain(request.head.chain, chain, sizeof chain);
+  OM_log("%u calls of servants wait for replies, the most that may: %s is refused, which came of %s",
+         lent_.load() + unlent_.load(), request.head.operation, chain);
+  return true;
+}
+
+void Engine::refuse_nested() {
+  Requests nested = waiting_.nested();
+  Worker worker;
+  while (auto request = nested.pop_front()) {
+    waits_for_itself(*request);
+    refuse(worker, *request, "TRANSIENT");
+  }
 }
 
 // ---- A program with a loop of its own ----
@@ -613,7 +681,7 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
     request.waiter = nullptr;
   }
   {
-    const Upcall upcall;
+    const Upcall upcall(has_slot ? Upcall::slot_of() : this);
     execute(request, pool_.options().max_message, reply);
   }
   *reply = Buffer::take(&request.cdr);
@@ -634,7 +702,7 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
   }
   if (const std::unique_ptr<ServerRequest> request = std::move(call.released)) {
     lock.unlock();
-    const Upcall upcall;
+    const Upcall upcall(Upcall::slot_of());
     execute(*request, pool_.options().max_message, reply);
     *reply = Buffer::take(&request->cdr);
     return nullptr;
@@ -787,8 +855,10 @@ std::vector<std::string> Engine::stop(Clock::time_point deadline) {
   refuse(withdraw(nullptr, nullptr));
   {
     std::unique_lock lock(end_mutex_);
-    if (!end_.wait_until(lock, deadline, [this] { return running_.load() == 0; }))
-      OM_log("shutdown: %u requests still run at the deadline", running_.load());
+    // Who lends counts itself there first, and who takes back here.
+    const auto count = [this] { return lent_.load() + running_.load(); };
+    if (!end_.wait_until(lock, deadline, [&] { return count() == 0; }))
+      OM_log("shutdown: %u requests still run at the deadline", count());
   }
   std::vector<std::string> still_running = describe_runs(Clock::now());
   for (const std::string& one : still_running) OM_log("shutdown: still runs: %s", one.c_str());

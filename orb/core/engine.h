@@ -25,14 +25,21 @@
 
 namespace zrsv {
 
+class Engine;
+
 /// Program code runs on this thread on behalf of the ORB: it has its slot, and cannot wait for the ORB's end.
 class Upcall {
  public:
-  Upcall();
+  /// `slot_of`: the engine that the slot is one of, when the code has one that may be lent.
+  explicit Upcall(Engine* slot_of = nullptr);
   ~Upcall();
   Upcall(const Upcall&) = delete;
   Upcall& operator=(const Upcall&) = delete;
   static bool running();
+  static Engine* slot_of();
+
+ private:
+  Engine* const outer_;
 };
 
 class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHost {
@@ -63,6 +70,13 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   bool work_pending() const { return hosted_waiting_.any(); }
   /// Runs one of them on the calling thread, or nothing when none waits.
   void perform_work();
+  /// The request of this thread waits for a reply until take_back() with the result. True: its slot is another's
+  /// meanwhile. False: no more slots are lent.
+  bool lend();
+  void take_back(bool lent) {
+    if (lent) running_.fetch_add(1);
+    (lent ? lent_ : unlent_).fetch_sub(1);
+  }
   /// call_in_process (in_process.h).
   const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
 
@@ -113,6 +127,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   // Slots, and what waits for one.
   bool enter();
   void leave();
+  bool has_thread_for(uint32_t lent);
+  bool waits_for_itself(const ServerRequest& request) const;
   bool try_run_now(const ServerRequest& request);
   bool enqueue(ServerRequest* request);
   Waiting& line();
@@ -139,6 +155,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void close_longest_idle(Wanted wanted);
   void close_if_idle(const Ref<Connection>& connection);
   void refuse(Requests requests);
+  [[gnu::cold]] void refuse_nested();
   void drain_output(Clock::time_point deadline);
   void say_goodbye();
   void end_threads(Clock::time_point deadline);
@@ -160,6 +177,10 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   std::atomic<uint32_t> idle_{0};
   std::atomic<bool> wake_pending_{false};
   std::atomic<uint32_t> running_{0};  // slots taken
+  // Requests whose slot another one has; as many threads more there are.
+  std::atomic<uint32_t> lent_{0};
+  std::atomic<uint32_t> unlent_{0};        // that wait for a reply and have their slot
+  std::atomic<uint32_t> more_threads_{0};  // written with end_mutex_ held
   std::atomic<uint32_t> ready_count_{0};
   Waiting waiting_{0};
   Waiting hosted_waiting_{1};  // for perform_work
@@ -176,7 +197,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   std::mutex end_mutex_;
   std::condition_variable end_;         // a slot was given back while stopping, or a thread ended
   std::vector<std::thread::id> ended_;  // guarded by end_mutex_
-  std::vector<std::thread> threads_;
+  std::vector<std::thread> threads_;    // guarded by end_mutex_ once started
 };
 
 }  // namespace zrsv

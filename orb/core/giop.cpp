@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "call_chain.h"
 #include "cdr_chain.h"
 #include "iiop_profile.h"
 
@@ -72,12 +73,14 @@ void read_contexts(CDR* cdr, Reader* in, RequestHead* head) {
     const uint32_t id = in->u32();
     const std::string_view octets = in->octets();
     if (id == context_code_sets && in->ok() && !read_code_sets_context(octets, &head->code_sets)) in->fail();
+    if (id == chain_context) head->chain = octets;
   }
 }
 
-void write_contexts(Writer* out, const CodeSets& sets) {
-  out->u32(sets.said);
+void write_contexts(Writer* out, const CodeSets& sets, std::string_view chain) {
+  out->u32(sets.said + !chain.empty());
   if (sets.said) write_code_sets_context(out, sets);
+  if (!chain.empty()) out->u32(chain_context).octets(chain);
 }
 
 /// The key in a tagged profile; empty when it is not one of IIOP 1.
@@ -236,10 +239,10 @@ bool begin_message(CDR* cdr, uint8_t minor, Type type) {
 }
 
 bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
-                   std::string_view operation, const CodeSets& sets) {
+                   std::string_view operation, const CodeSets& sets, std::string_view chain) {
   if (!begin_message(cdr, minor, Type::Request)) return false;
   Writer out(cdr);
-  if (minor < 2) write_contexts(&out, sets);
+  if (minor < 2) write_contexts(&out, sets, chain);
   out.u32(id);
   out.u8(static_cast<uint8_t>(!response_expected ? 0
                               : minor >= 2       ? 3
@@ -247,7 +250,7 @@ bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected,
   if (minor >= 1) out.raw({"\0\0", 3});            // NOLINT(bugprone-string-constructor): with the last NUL
   if (minor >= 2) out.u16(key_address);
   out.octets(key).text(operation);
-  minor < 2 ? void(out.u32(0)) : write_contexts(&out, sets);  // no principal
+  minor < 2 ? void(out.u32(0)) : write_contexts(&out, sets, chain);  // no principal
   return out.ok();
 }
 

@@ -56,6 +56,7 @@ struct RequestHead {
   std::string_view key;        // object key; empty when the address names no IIOP profile
   const char* operation = "";  // NUL-terminated in place; "" for a locate request
   CodeSets code_sets = unsaid_code_sets;
+  std::string_view chain;  // what led to it (call_chain.h); as a rule nothing
 };
 
 /// `cdr` stands at the body's start (in_base = start of the whole message, so that alignment is right);
@@ -77,15 +78,16 @@ bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
 /// and the message's own head. With 1.2 the body is aligned to 8 by `align_body`, called once before its
 /// first octet is written.
 bool begin_message(CDR* cdr, uint8_t minor, Type type);
-/// `sets` go into a service context where they are to be said.
+/// `sets` go into a service context where they are to be said, and so does a chain that is not empty.
 bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
-                   std::string_view operation, const CodeSets& sets = unsaid_code_sets);
+                   std::string_view operation, const CodeSets& sets = unsaid_code_sets,
+                   std::string_view chain = {});
 bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status);
 bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus status);
 bool align_body(CDR* cdr, uint8_t minor);
 /// Patches the size into the header. The message is out_base .. out_next.
 void end_message(CDR* cdr);
-/// Makes a request that was begun, with or without code sets said, that of another id.
+/// Makes a request that was begun, with or without code sets said and without a chain, that of another id.
 void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t id);
 
 /// The whole of a message without a body (CloseConnection, MessageError): 12 octets.

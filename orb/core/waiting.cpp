@@ -1,5 +1,7 @@
 #include "waiting.h"
 
+#include "call_chain.h"
+
 namespace zrsv {
 
 bool matches(const ServerRequest& request, const Connection* connection, const uint32_t* id) {
@@ -104,6 +106,10 @@ Requests Waiting::withdraw(Connection* connection, const uint32_t* id) {
 
 Requests Waiting::expired(Clock::time_point since) {
   return take_out([&](const ServerRequest& request) { return request.since < since; });
+}
+
+Requests Waiting::nested() {
+  return take_out([](const ServerRequest& request) { return leads_back(request.head.chain); });
 }
 
 void Waiting::close() {

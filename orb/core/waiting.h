@@ -38,6 +38,8 @@ class Waiting {
   Requests withdraw(Connection* connection, const uint32_t* id);
   /// Takes out what has waited since before that.
   Requests expired(Clock::time_point since);
+  /// Takes out those that a call of this process led to.
+  Requests nested();
   /// No more requests are taken.
   void close();
 

@@ -1,0 +1,109 @@
+// Servants that call, over a socket, servants of their own process: each call needs a slot while those that led to it
+// have theirs.
+#include <thread>
+
+#include "call_chain.h"
+#include "engine_fixture.h"
+
+namespace {
+
+using namespace engine_test;
+
+/// What a call of the library's own client gives: the number, or -1 with the name of the failure on the board.
+int32_t call_own(const char* operation, int32_t argument, Board* failures) {
+  const auto target = zrsv::Reference::make_local(impl_name, "IDL:Test:1.0", "object");
+  void* request = nullptr;
+  uint32_t kind = 0, status = 99;
+  CDR* cdr = nullptr;
+  int32_t value = argument;
+  Outcome env;
+  if (OM_req_lib_initiator_request_create(target.get(), operation, 1, &request, &kind) &&
+      OM_req_lib_UNO_IIOP_get_cdr(request, &cdr) && OM_cdr_long(cdr, &value) &&
+      OM_req_lib_UNO_IIOP_send_request(request) && OM_req_lib_UNO_IIOP_recv_reply(request) &&
+      OM_req_lib_UNO_IIOP_decode_reply_header(request, &status)) {
+    if (status == ZR_REPLY_SYSTEM_EXCEPTION) OM_req_lib_UNO_IIOP_decode_standard_excep(request, env);
+    if (status != ZR_REPLY_NO_EXCEPTION || !OM_cdr_long(cdr, &value)) value = -1;
+  } else {
+    SetStdExReqLib(CORBA_COMPLETED_NO, env), value = -1;
+  }
+  OM_req_lib_UNO_IIOP_initiator_request_complete(request);
+  if (const std::string failure = env.name(); !failure.empty()) failures->add(failure);
+  return value;
+}
+
+class Nested : public Engine {
+ protected:
+  void SetUp() override {
+    Engine::SetUp();
+    // So deep a call; each gives how deep it came.
+    operations["nest"] = [this](Upcalled& r) {
+      const int32_t inner = r.argument > 1 ? call_own("nest", r.argument - 1, &board_) : 0;
+      r.answer(std::max(inner, 0) + 1);
+    };
+    // The same, with a servant at the end that waits.
+    operations["nest and wait"] = [this](Upcalled& r) {
+      if (r.argument <= 1) barrier_.pass();
+      r.answer(r.argument <= 1 ? 1 : call_own("nest and wait", r.argument - 1, &board_) + 1);
+    };
+  }
+  static Texts over_sockets(const char* threads) { return {"-ORBInProcess", "0", "-ORBThreads", threads}; }
+};
+
+TEST_F(Nested, CallsCompleteWithFullPools) {
+  start(over_sockets("1"));
+  EXPECT_EQ(Client(port()).ask(call(1, "nest", 30)), "30");
+  std::vector<std::thread> callers;
+  for (int i = 0; i < 6; ++i)
+    callers.emplace_back([this] { EXPECT_EQ(Client(port()).ask(call(1, "nest", 8)), "8"); });
+  for (std::thread& caller : callers) caller.join();
+  EXPECT_EQ(board_.lines(), Texts{});
+}
+
+TEST_F(Nested, WhenNoSlotIsLeftToLendTheYoungestFailsAtOnce) {
+  start(over_sockets("2"));
+  testing::internal::CaptureStderr();
+  const auto start = std::chrono::steady_clock::now();
+  const int deep = std::stoi(Client(port()).ask(call(1, "nest", 90)));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));  // -ORBQueueTimeout is 30
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_GE(deep, 64);
+  EXPECT_LT(deep, 70);
+  EXPECT_EQ(board_.lines(), Texts{"TRANSIENT"});
+  EXPECT_NE(log.find("nest is refused, which came of nest > nest > nest"), log.npos) << log;
+  EXPECT_EQ(Client(port()).ask(call(1, "nest", 30)), "30");
+}
+
+TEST_F(Nested, UnrelatedCallsGoOn) {
+  start(over_sockets("2"));
+  Client waits(port()), other(port());
+  ASSERT_TRUE(waits.send(call(1, "nest and wait", 60)) && barrier_.wait_for(1));
+  for (int i = 0; i < 20; ++i) {
+    const auto asked = std::chrono::steady_clock::now();
+    EXPECT_EQ(other.ask(call(1, "echo", i)), std::to_string(i));
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(1));
+  }
+  barrier_.open(1);
+  EXPECT_EQ(waits.answer(), "60");
+}
+
+TEST(CallChain, IsReadWithCare) {
+  using zrsv::describe_chain;
+  const std::string other("\1\2\3\4\5\6\7\1\4from", 13);
+  const std::pair<std::string, const char*> rows[] = {{"", ""},
+                                                      {other, "from (elsewhere)"},
+                                                      {other + other, "from (elsewhere) > from (elsewhere)"},
+                                                      {other + other.substr(0, 12), "from (elsewhere)"},
+                                                      {other.substr(0, 8), ""}};
+  for (const auto& [chain, wanted] : rows) {
+    char text[40];
+    describe_chain(chain, text, sizeof text);
+    EXPECT_STREQ(text, wanted);
+    EXPECT_FALSE(zrsv::leads_back(chain));
+  }
+  char little[10];
+  describe_chain(other + other, little, sizeof little);
+  EXPECT_STREQ(little, "from (els");
+  EXPECT_EQ(zrsv::chain_of_call(), "");
+}
+
+}  // namespace

@@ -39,6 +39,16 @@ void notice_half_open_peers(int fd) {
   for (const auto& row : rows) ::setsockopt(fd, row.level, row.option, &row.value, sizeof row.value);
 }
 
+/// Whether other machines find somebody else there, or nobody: loopback and link-local addresses.
+bool leads_nowhere_else(const std::string& host) {
+  asio::error_code error;
+  const auto address = asio::ip::make_address(host, error);
+  if (error) return false;  // a name
+  if (address.is_v6()) return address.to_v6().is_loopback() || address.to_v6().is_link_local();
+  const uint32_t octets = address.to_v4().to_uint();
+  return address.is_loopback() || octets >> 16 == 0xA9FE;
+}
+
 /// The machine's own name where it leads to an address that others can reach, else loopback.
 std::string host_for_wildcard(bool ipv6) {
   std::string loopback = ipv6 ? "::1" : "127.0.0.1";
@@ -49,7 +59,8 @@ std::string host_for_wildcard(bool ipv6) {
   asio::ip::tcp::resolver resolver(context);
   for (const auto& found : resolver.resolve(name, "", error)) {
     const asio::ip::address address = found.endpoint().address();
-    if (address.is_v6() == ipv6 && !address.is_unspecified()) return name;
+    if (address.is_v6() == ipv6 && !address.is_unspecified() && !leads_nowhere_else(address.to_string()))
+      return name;
   }
   return loopback;
 }
@@ -71,7 +82,16 @@ std::string Listener::open(const std::vector<Endpoint>& wanted) {
   return {};
 }
 
+std::string Listener::open_both_families(const tcp::endpoint& at) {
+  if (std::string wrong = open_one(at); !wrong.empty()) return wrong;
+  return open_one({asio::ip::address_v4::any(), doors_.back().acceptor.local_endpoint().port()});
+}
+
 std::string Listener::open_address(const tcp::endpoint& at) {
+  return at.address() == asio::ip::address_v6::any() ? open_both_families(at) : open_one(at);
+}
+
+std::string Listener::open_one(const tcp::endpoint& at) {
   for (const Door& door : doors_)
     if (at.port() != 0 && door.acceptor.local_endpoint() == at)
       return {};  // a name may lead twice to one address
@@ -109,7 +129,16 @@ std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) c
     const bool any = at.address().is_unspecified();
     all.push_back({any ? host_for_wildcard(at.address().is_v6()) : at.address().to_string(), at.port()});
   }
-  return all;
+  return worth_publishing(std::move(all));
+}
+
+std::vector<Endpoint> worth_publishing(std::vector<Endpoint> all) {
+  const auto is_local = [](const Endpoint& at) { return leads_nowhere_else(at.host); };
+  if (!std::all_of(all.begin(), all.end(), is_local)) std::erase_if(all, is_local);
+  std::vector<Endpoint> once;
+  for (Endpoint& at : all)
+    if (std::find(once.begin(), once.end(), at) == once.end()) once.push_back(std::move(at));
+  return once;
 }
 
 // ---- Accepting ----

@@ -46,6 +46,8 @@ class Listener {
     Clock::time_point told_at;       // when such a failure was logged last
   };
   std::string open_address(const tcp::endpoint& at);
+  std::string open_both_families(const tcp::endpoint& at);
+  std::string open_one(const tcp::endpoint& at);
   void work();
   void wait_for_clients(Clock::time_point until);
   void accept_some(Door& door);
@@ -58,6 +60,9 @@ class Listener {
   int wake_ = -1;               // an eventfd: stop
   std::thread thread_;
 };
+
+/// Without loopback and link-local addresses where there are others, and each once.
+std::vector<Endpoint> worth_publishing(std::vector<Endpoint> all);
 
 /// Calls the lifespan hook again and again, on a thread of its own as that runs program code.
 class Ticker {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "engine_fixture.h"
+#include "listener.h"
 
 namespace {
 
@@ -360,6 +361,39 @@ TEST_F(Engine, AStartThatFailsCanBeTriedAgain) {
   Client first(port());
   EXPECT_EQ(first.ask(look_), "here");
   EXPECT_EQ(Client(port()).answer(), "end");  // one too many
+}
+
+TEST(Publishing, LeavesOutWhatLeadsNobodyHere) {
+  const std::pair<Texts, Texts> rows[] = {
+      {{"127.0.0.1"}, {"127.0.0.1"}},
+      {{"127.0.0.1", "192.0.2.1"}, {"192.0.2.1"}},
+      {{"fe80::1", "::1", "2001:db8::1", "127.9.9.9", "169.254.7.7"}, {"2001:db8::1"}},
+      {{"::1", "127.0.0.1"}, {"::1", "127.0.0.1"}},
+      {{"host.example", "host.example", "127.0.1.1"}, {"host.example"}},
+      {{"169.253.0.1", "169.254.0.1"}, {"169.253.0.1"}}};
+  for (const auto& [listened, wanted] : rows) {
+    std::vector<zrsv::Endpoint> all;
+    for (const std::string& host : listened) all.push_back({host, 7});
+    Texts published;
+    for (const zrsv::Endpoint& at : zrsv::worth_publishing(all)) published.push_back(at.host);
+    EXPECT_EQ(published, wanted);
+  }
+}
+
+TEST_F(Engine, TheWildcardOfIPv6ServesBothFamilies) {
+  start({"-ORBListen", "[::]:0"});
+  EXPECT_EQ(Client(port()).ask(look_), "here");
+  const int fd = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  Socket six(fd);
+  sockaddr_in6 to{};
+  to.sin6_family = AF_INET6;
+  to.sin6_port = htons(port());
+  to.sin6_addr = in6addr_loopback;
+  ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+  zrsv::giop::Header header;
+  std::string octets;
+  ASSERT_TRUE(six.send(look_) && six.receive(&header, &octets));
+  EXPECT_EQ(header.type, Type::LocateReply);
 }
 
 TEST_F(Engine, AnIdleConnectionMakesRoomForANewOne) {

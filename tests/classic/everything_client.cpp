@@ -257,7 +257,8 @@ static CORBA::Any_var echoed(const CORBA::Any& any) {
   CORBA::Any in_out(any);
   CORBA::Any_var out;
   CORBA::Any_var result = the_thing->echo_anys(any, in_out, out);
-  CHECK(out->type()->equal(any.type()) && in_out.type()->equal(any.type()));
+  const CORBA::TypeCode_var sent = any.type(), came = in_out.type(), came_out = out->type();
+  CHECK(came->equal(sent) && came_out->equal(sent));
   return result;
 }
 

@@ -8,7 +8,8 @@
 static CORBA::ORB_var orb;
 static PortableServer::POA_var poa;
 
-class Iterator_impl : public virtual POA_Catalogue::Iterator {
+class Iterator_impl : public virtual POA_Catalogue::Iterator,
+                      public virtual PortableServer::RefCountServantBase {
  public:
   Iterator_impl(const Catalogue::Items& items, CORBA::ULong at) : items_(items), at_(at) {}
   CORBA::Boolean next(Catalogue::Item_out one) override {

@@ -61,7 +61,7 @@ bool move_as(CDR* cdr, LongLong& value) {
 bool move_wchar(CDR* cdr, LongLong& value) {
   auto character = static_cast<WChar>(value);
   if (!OM_cdr_wchar(cdr, &character)) return false;
-  value = static_cast<LongLong>(character);
+  value = character;  // NOLINT(bugprone-signed-char-misuse): wide, and no code point is negative
   return true;
 }
 

@@ -1,5 +1,5 @@
-// What a small call costs: `add` over one loopback connection, beside a raw TCP ping-pong of messages of the
-// same lengths. The two take turns, round by round, on one core, each between two processes.
+// What a call costs: `add`, or the echo of so many octets, over one loopback connection, beside a raw TCP ping-pong of
+// messages of the same lengths. The two take turns, round by round, each between two processes, on one core or free.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/tcp.h>
@@ -182,13 +182,19 @@ void serve_raw(const Sizes& sizes) {
 
 class OrbCalls {
  public:
-  explicit OrbCalls(CORBA::ORB_ptr orb) {
+  OrbCalls(CORBA::ORB_ptr orb, CORBA::ULong octets) {
+    data_.length(octets);
     const CORBA::Object_var object = orb->string_to_object(server_.line().c_str());
     echo_ = Demo::Echo::_narrow(object.in());
     operator()();
   }
   void operator()() {
-    if (echo_->add(20, 22) != 42) throw std::runtime_error("add is wrong");
+    if (data_.length() == 0) {
+      if (echo_->add(20, 22) != 42) throw std::runtime_error("add is wrong");
+    } else {
+      const Demo::Octets_var echoed = echo_->echo_octets(data_);
+      if (echoed->length() != data_.length()) throw std::runtime_error("the echo is wrong");
+    }
   }
 
   /// What one call sends and receives, by the count that the system keeps for the connection.
@@ -216,6 +222,7 @@ class OrbCalls {
 
   Child server_{{"--role", "orb"}};
   Demo::Echo_var echo_;
+  Demo::Octets data_;
 };
 
 class RawCalls {
@@ -267,9 +274,17 @@ void print(const char* what, const Times& times) {
   std::printf("%-22s %8.2f us %8.2f us\n", what, quantile(times, 0.5), quantile(times, 0.99));
 }
 
-void compare(CORBA::ORB_ptr orb, int rounds, int calls) {
-  const int core = pin_to_one_core();
-  OrbCalls orb_calls(orb);
+struct Comparison {
+  int rounds = 30;
+  int calls = 5000;
+  CORBA::ULong octets = 0;
+  bool free = false;
+};
+
+void compare(CORBA::ORB_ptr orb, const Comparison& how) {
+  const auto [rounds, calls, octets, free] = how;
+  const std::string where = free ? "free" : "on core " + std::to_string(pin_to_one_core());
+  OrbCalls orb_calls(orb, octets);
   const Sizes sizes = orb_calls.measure();
   RawCalls raw_calls(sizes);
   Times orb_times, raw_times, ratios;
@@ -281,12 +296,12 @@ void compare(CORBA::ORB_ptr orb, int rounds, int calls) {
     append(orb_times, of_orb);
     append(raw_times, of_raw);
   }
-  std::printf("one connection over loopback, both processes on core %d; %d rounds of %d calls each\n", core,
+  std::printf("one connection over loopback, both processes %s; %d rounds of %d calls each\n", where.c_str(),
               rounds, calls);
   std::printf("request %zu octets, reply %zu octets (counted on the connection)\n\n", sizes.request,
               sizes.reply);
   std::printf("%-22s %11s %11s\n", "", "median", "p99");
-  print("add", orb_times);
+  print(octets == 0 ? "add" : "echo", orb_times);
   print("raw TCP ping-pong", raw_times);
   std::printf(
       "\nratio of the medians: %.2f (median of the rounds; middle half %.2f to %.2f, all %.2f to %.2f)\n",
@@ -296,13 +311,15 @@ void compare(CORBA::ORB_ptr orb, int rounds, int calls) {
 
 int run(int argc, char** argv) {
   const CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-  CLI::App app("Measures a small call beside a raw TCP ping-pong.");
-  int rounds = 30, calls = 5000;
+  CLI::App app("Measures a call beside a raw TCP ping-pong.");
+  Comparison how;
   bool smoke = false;
   std::string role;
   Sizes sizes;
-  app.add_option("--rounds", rounds, "how often the two take turns")->check(CLI::PositiveNumber);
-  app.add_option("--calls", calls, "calls of each in a round")->check(CLI::PositiveNumber);
+  app.add_option("--rounds", how.rounds, "how often the two take turns")->check(CLI::PositiveNumber);
+  app.add_option("--calls", how.calls, "calls of each in a round")->check(CLI::PositiveNumber);
+  app.add_option("--octets", how.octets, "echo so many octets instead of adding two numbers");
+  app.add_flag("--free", how.free, "leave the processes to the scheduler instead of one core");
   app.add_flag("--smoke", smoke, "once and short, to see that it works");
   app.add_option("--role", role)->group("");  // of the server processes; not shown
   app.add_option("--request", sizes.request)->group("");
@@ -313,7 +330,8 @@ int run(int argc, char** argv) {
   } else if (role == "raw") {
     serve_raw(sizes);
   } else {
-    smoke ? compare(orb.in(), 2, 100) : compare(orb.in(), rounds, calls);
+    if (smoke) how.rounds = 2, how.calls = 100;
+    compare(orb.in(), how);
   }
   return EXIT_SUCCESS;
 }

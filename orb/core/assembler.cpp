@@ -12,7 +12,7 @@ using giop::header_size;
 using giop::Type;
 
 constexpr std::size_t small_read = 8 << 10;
-constexpr std::size_t keep = 64 << 10;  // memory that an idle stream may keep
+constexpr std::size_t keep = large_from;  // memory that an idle stream may keep
 constexpr unsigned char more_flag = 2;
 
 uint32_t word(const unsigned char* octets, bool little) {
@@ -37,6 +37,7 @@ unsigned char* Assembler::room(std::size_t* octets) {
     stream_.consume(start_);
     start_ = 0;
   }
+  if (needed_ > large_from) stream_.reserve_kept(needed_);
   const std::size_t wanted = std::max(small_read, std::min(needed_, stream_.size()));
   if (!stream_.reserve(wanted)) return nullptr;
   *octets = needed_ > small_read ? std::min(needed_, stream_.room()) : stream_.room();

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "large_blocks.h"
 #include "memory.h"
 #include "zrsv.h"
 
@@ -25,9 +26,7 @@ class Buffer {
     return *this;
   }
   ~Buffer() {
-    if (!data_) return;
-    count_memory(capacity_, 0);
-    std::free(data_);
+    if (data_) drop();
   }
 
   unsigned char* data() { return data_; }
@@ -39,6 +38,10 @@ class Buffer {
 
   /// Makes room for `more` octets past size(); false when there is no memory.
   bool reserve(std::size_t more) { return more <= room() || enlarge(more); }
+  /// Makes room for so many if that takes no new memory.
+  void reserve_kept(std::size_t more) {
+    if (more > room()) move_to(take_kept_block(size_ + more));
+  }
   /// Claims `n` octets that were written past size().
   void grow(std::size_t n) { size_ += n; }
   bool append(const unsigned char* octets, std::size_t n) {
@@ -73,7 +76,7 @@ class Buffer {
   /// Lends this buffer's memory to an empty stream for encoding; the stream owns it from then on, and it is not
   /// counted (memory.h) until it is taken over again.
   void lend(CDR* cdr) {
-    if (cdr->out_base) std::free(cdr->out_base);
+    if (cdr->out_base) OM_cdr_close(cdr);
     size_ = 0;
     count_memory(capacity_, 0);
     cdr->out_base = cdr->out_next = std::exchange(data_, nullptr);
@@ -81,7 +84,15 @@ class Buffer {
   }
 
  private:
+  void drop() {
+    count_memory(capacity_, 0);
+    if (capacity_ > large_from)
+      give_large_block(data_, capacity_);
+    else
+      std::free(data_);
+  }
   [[gnu::cold]] bool enlarge(std::size_t more);
+  bool move_to(LargeBlock block);
   [[gnu::cold]] void give_back(std::size_t keep);
 
   unsigned char* data_ = nullptr;

@@ -7,6 +7,7 @@
 
 #include "cdr_chain.h"
 #include "code_sets.h"
+#include "large_blocks.h"
 
 namespace zrsv {
 namespace {
@@ -33,6 +34,25 @@ bool write_string(CDR* cdr, const char* text) {
   const bool written = converted && write_text(cdr, converted, std::strlen(converted));
   std::free(converted);
   return written;
+}
+
+void drop_output(CDR* cdr) {
+  const auto capacity = static_cast<std::size_t>(cdr->out_limit - cdr->out_base);
+  if (capacity > large_from)
+    give_large_block(cdr->out_base, capacity);
+  else
+    std::free(cdr->out_base);
+}
+
+bool grow_large(CDR* cdr, std::size_t used, std::size_t wanted) {
+  const LargeBlock block = take_large_block(wanted);
+  if (!block.octets) return false;
+  if (used != 0) std::memcpy(block.octets, cdr->out_base, used);
+  drop_output(cdr);
+  cdr->out_base = block.octets;
+  cdr->out_next = block.octets + used;
+  cdr->out_limit = block.octets + std::min<std::size_t>(block.capacity, UINT32_MAX);
+  return true;
 }
 
 /// After a failure.
@@ -80,6 +100,8 @@ unsigned char ZR_cdr_grow(CDR* cdr, size_t more) {
   if (wanted < used + more) wanted = used + more;
   if (wanted < first_capacity) wanted = first_capacity;
   if (wanted > UINT32_MAX) wanted = UINT32_MAX;  // not below used + more, by the check above
+  if (wanted > large_from)
+    return grow_large(cdr, used, std::min<std::size_t>(wanted + wanted / 16, UINT32_MAX));
   auto* grown = static_cast<unsigned char*>(std::realloc(cdr->out_base, wanted));
   if (!grown) return 0;
   cdr->out_base = grown;
@@ -226,7 +248,7 @@ void OM_cdr_open_encode(CDR* cdr) {
 }
 
 void OM_cdr_close(CDR* cdr) {
-  std::free(cdr->out_base);
+  drop_output(cdr);
   cdr->out_base = cdr->out_next = cdr->out_limit = nullptr;
 }
 

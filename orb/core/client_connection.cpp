@@ -127,8 +127,8 @@ const char* Reply::open(const giop::Header& header) {
   return giop::read_reply(&body, header.minor, &head) ? nullptr : "malformed reply header";
 }
 
-ClientConnection::ClientConnection(Endpoint peer, int fd)
-    : peer_(std::move(peer)), fd_(fd), assembler_(options().max_message) {}
+ClientConnection::ClientConnection(Endpoint peer, unsigned lane, int fd)
+    : peer_(std::move(peer)), lane_(lane), fd_(fd), assembler_(options().max_message) {}
 
 ClientConnection::~ClientConnection() { ::close(fd_); }
 

@@ -84,13 +84,16 @@ class ClientConnection {
   };
 
   /// Takes over `fd`, a connected, blocking socket.
-  ClientConnection(Endpoint peer, int fd);
+  ClientConnection(Endpoint peer, unsigned lane, int fd);
   ~ClientConnection();
   ClientConnection(const ClientConnection&) = delete;
   ClientConnection& operator=(const ClientConnection&) = delete;
 
   const Endpoint& peer() const { return peer_; }
-  /// False once it is of no use. A connection that was idle for a while is looked at first.
+  unsigned lane() const { return lane_; }
+  /// False once it is of no use.
+  bool usable() const { return usable_.load(std::memory_order_relaxed); }
+  /// The same. A connection that was idle for a while is looked at first.
   bool alive(Clock::time_point now);
   Clock::time_point last_used() const { return last_used_.load(std::memory_order_relaxed); }
 
@@ -127,6 +130,7 @@ class ClientConnection {
   const Counting<Left::Connections> counted_;
   const Counting<Left::Descriptors> counted_socket_;
   const Endpoint peer_;
+  const unsigned lane_;
   const int fd_;
 
   // Set by the thread that writes a message, one at a time, and cleared by it without the mutex.

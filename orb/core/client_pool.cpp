@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "options.h"
 #include "process_life.h"
 
 namespace zrsv {
@@ -72,13 +73,13 @@ int connect_to(const Endpoint& peer, Deadline deadline, Fault* why) {
   return fd;
 }
 
-ClientPool::Connection connect(const Endpoint& peer, Deadline deadline, Fault* why) {
+ClientPool::Connection connect(const Endpoint& peer, unsigned lane, Deadline deadline, Fault* why) {
   int fd = -1;
   try {
     fd = connect_to(peer, deadline, why);
     if (fd < 0) return nullptr;
     if (OM_TRACE_IS_ON) OM_trace("client: connected to %s:%u", peer.host.c_str(), unsigned{peer.port});
-    return std::make_shared<ClientConnection>(peer, fd);
+    return std::make_shared<ClientConnection>(peer, lane, fd);
   } catch (const std::bad_alloc&) {
     if (fd >= 0) ::close(fd);
     *why = fault::no_memory;
@@ -86,6 +87,7 @@ ClientPool::Connection connect(const Endpoint& peer, Deadline deadline, Fault* w
   }
 }
 
+bool is(const Fault& why, const Fault& known) { return why.name == known.name && why.minor == known.minor; }
 bool is(const Endpoint& peer, EndpointView to) { return peer.port == to.port && peer.host == to.host; }
 
 /// Assigns only what is another: a weak pointer's count costs as much as a lock.
@@ -98,10 +100,12 @@ void remember(const ClientPool::Connection& connection, std::weak_ptr<ClientConn
 ClientPool::Connection ClientPool::find(EndpointView to, Clock::time_point now,
                                         std::weak_ptr<ClientConnection>* last) {
   Connection connection = last ? last->lock() : nullptr;
-  if (!connection || !is(connection->peer(), to)) {
+  const unsigned lane = lane_of_thread();
+  if (!connection || connection->lane() != lane || !is(connection->peer(), to)) {
     connection = nullptr;
     const std::lock_guard lock(mutex_);
-    if (const auto at = entries_.find(to); at != entries_.end()) connection = at->second.connection;
+    if (const auto at = entries_.find(KeyView{to, lane}); at != entries_.end())
+      connection = at->second.connection;
   }
   if (!connection) return nullptr;
   if (!connection->alive(now)) {
@@ -117,8 +121,9 @@ ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Clock
   if (Connection open_already = find(to, *now)) return open_already;
   std::unique_lock lock(mutex_);
   if (!is_usable()) return *why = fault::shut_down, nullptr;
-  auto at = entries_.find(to);
-  if (at == entries_.end()) at = entries_.try_emplace(Endpoint{std::string(to.host), to.port}).first;
+  const KeyView key{to, lane_of_thread()};
+  auto at = entries_.find(key);
+  if (at == entries_.end()) at = entries_.try_emplace(Key{{std::string(to.host), to.port}, key.lane}).first;
   if (at->second.connection) return at->second.connection;  // opened meanwhile
   ++at->second.attempting;
   Connection connection =
@@ -136,8 +141,9 @@ ClientPool::Connection ClientPool::open(Entries::iterator at, std::unique_lock<s
   entry.opening = true;
   mark_in_use();
   lock.unlock();
-  Connection connection = connect(at->first, deadline, why);
+  Connection connection = connect(at->first.to, at->first.lane, deadline, why);
   lock.lock();
+  if (!connection) connection = of_another_lane(at->first, *why);
   if (connection && closed_ != closed_before) {
     *why = fault::shut_down;
     connection = nullptr;
@@ -165,12 +171,27 @@ ClientPool::Connection ClientPool::wait_for(Entries::iterator at, std::unique_lo
   return entry.connection;
 }
 
+// A server may be full. The thread's earlier calls have ended, or it would have had a connection.
+ClientPool::Connection ClientPool::of_another_lane(const Key& key, const Fault& why) const {
+  if (!is(why, fault::no_connection)) return nullptr;
+  for (unsigned lane = 0; lane < options().client_connections; ++lane) {
+    const auto at = entries_.find(Key{key.to, lane});
+    if (at != entries_.end() && at->second.connection && at->second.connection->usable())
+      return at->second.connection;
+  }
+  return nullptr;
+}
+
 void ClientPool::discard(const Connection& connection) {
   const std::lock_guard lock(mutex_);
-  const auto at = entries_.find(connection->peer());
-  if (at == entries_.end() || at->second.connection != connection) return;
-  at->second.connection = nullptr;
-  drop_if_empty(at);
+  const Endpoint& to = connection->peer();
+  for (auto at = entries_.lower_bound(KeyView{{to.host, to.port}, 0});
+       at != entries_.end() && is(at->first.to, {to.host, to.port});) {
+    const auto here = at++;
+    if (here->second.connection != connection) continue;
+    here->second.connection = nullptr;
+    drop_if_empty(here);
+  }
 }
 
 void ClientPool::drop_if_empty(Entries::iterator at) {

@@ -1,4 +1,4 @@
-// The connections to servers, one for each end point, shared by all threads.
+// The connections to servers, one for each end point and lane, shared by the threads of that lane.
 #pragma once
 
 #include <condition_variable>
@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "client_connection.h"
+#include "lane.h"
 
 namespace zrsv {
 
@@ -24,11 +25,12 @@ class ClientPool {
   /// Idle connections kept; the one idle for longest goes first.
   static constexpr std::size_t max_idle = 64;
 
-  /// The connection that is open to that end point, or null. Does not wait. `now` is about the time. That of
-  /// the caller's last call, kept in `last`, is taken without a look at the pool.
+  /// The connection of the calling thread's lane that is open to that end point, or null. Does not wait. `now` is
+  /// about the time. That of the caller's last call, kept in `last`, is taken without a look at the pool.
   Connection find(EndpointView to, Clock::time_point now, std::weak_ptr<ClientConnection>* last = nullptr);
-  /// The same, or a new one: *now is read anew then. Threads that want the same end point share one attempt,
-  /// and its failure. Null, with *why: no connection by the deadline.
+  /// The same, or a new one: *now is read anew then. Threads of a lane that want the same end point share one
+  /// attempt, and its failure. When a server takes no further connection, one of another lane serves this one as
+  /// well. Null, with *why: no connection by the deadline.
   Connection get(EndpointView to, Deadline deadline, Clock::time_point* now, Fault* why);
   /// Forgets a connection that is of no use any more.
   void discard(const Connection& connection);
@@ -43,18 +45,29 @@ class ClientPool {
     Fault last;  // how the latest attempt ended
     bool opening = false;
   };
+  struct Key {
+    Endpoint to;
+    unsigned lane;
+  };
+  struct KeyView {
+    EndpointView to;
+    unsigned lane;
+  };
   struct Less {
     using is_transparent = void;
     template <class A, class B>
     bool operator()(const A& a, const B& b) const {
-      return a.port != b.port ? a.port < b.port : std::string_view(a.host) < std::string_view(b.host);
+      if (a.to.port != b.to.port) return a.to.port < b.to.port;
+      if (const int order = std::string_view(a.to.host).compare(b.to.host)) return order < 0;
+      return a.lane < b.lane;
     }
   };
-  using Entries = std::map<Endpoint, Entry, Less>;
+  using Entries = std::map<Key, Entry, Less>;
 
   Connection open(Entries::iterator at, std::unique_lock<std::mutex>& lock, Deadline deadline, Fault* why);
   Connection wait_for(Entries::iterator at, std::unique_lock<std::mutex>& lock, Deadline deadline,
                       Fault* why);
+  Connection of_another_lane(const Key& key, const Fault& why) const;
   void drop_idle();
   void drop_if_empty(Entries::iterator at);
 

@@ -24,7 +24,7 @@ using Phase = ClientRequest::Phase;
 // Requests that a thread keeps: one call may be made while another is under way.
 constexpr std::size_t max_kept = 8;
 // Memory that a kept request holds on to, each way.
-constexpr std::size_t max_kept_octets = 64 << 10;
+constexpr std::size_t max_kept_octets = large_from;
 
 // Minor codes of what is wrong with a call itself rather than with its way.
 constexpr Fault no_object{"INV_OBJREF", 1};       // null object

@@ -21,9 +21,9 @@ namespace zrsv {
 
 namespace {
 
-constexpr std::size_t keep = 64 << 10;   // memory that a thread keeps in each of its buffers
-constexpr unsigned turns_in_a_row = 64;  // messages and reads of one connection before others are looked at
-constexpr unsigned ready_in_a_row = 16;  // connections from the ready list before new events are looked at
+constexpr std::size_t keep = large_from;  // memory that a thread keeps in each of its buffers
+constexpr unsigned turns_in_a_row = 64;   // messages and reads of one connection before others are looked at
+constexpr unsigned ready_in_a_row = 16;   // connections from the ready list before new events are looked at
 
 constexpr std::chrono::milliseconds most_over_memory{10'000};  // before who holds the most is closed
 constexpr uint32_t most_lent = 64;                             // slots at a time
@@ -293,7 +293,9 @@ void Engine::read(Worker& worker, const Ref<Connection>& connection) {
                  worker.header.size, pool_.options().max_message);
         return reject(worker.header.minor, connection, connection->assembler().error());
       case Assembler::Result::NeedMore:
-        const Connection::Input input = connection->receive();
+        // Who stays with a connection waits for the rest of a message there.
+        const bool wait = worker.seat && connection->assembler().incomplete() > 0;
+        const Connection::Input input = wait ? connection->receive_patiently() : connection->receive();
         if (input == Connection::Input::End) return lose(connection);
         if (input == Connection::Input::None && connection->end_read()) return;
     }
@@ -339,6 +341,7 @@ Engine::Next Engine::handle_request(Worker& worker, const Ref<Connection>& conne
   request.in_flight = InFlight(
       *connection, request.message.size());  // before the look: say_goodbye looks the other way round
   if (stopping_.load()) return Next::Read;   // CloseConnection will tell the client that it was not taken
+  worker.turns_left = turns_without_call;
   request.connection.borrow(connection.get());
   Next next = Next::Read;
   try {
@@ -799,6 +802,7 @@ void Engine::look_after(Clock::time_point now) {
 // Those that hold the most are not read, so they may hold it for good: when that does not end by itself, one after
 // the other is closed.
 void Engine::relieve(Clock::time_point now) {
+  drop_unused_blocks();
   memory_return_.look();
   if (!over_memory()) {
     over_memory_since_ = {};

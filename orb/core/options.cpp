@@ -97,6 +97,8 @@ constexpr Row rows[] = {
      "milliseconds that a request may wait for a thread; 0 for no limit"},
     {"-ORBConnectionRequests", number<&Options::share, 1, any_number>,
      "1 or more: requests of one connection that are taken at a time"},
+    {"-ORBClientConnections", number<&Options::client_connections, 1, most_client_connections>,
+     "1 to 64: connections to one server that the threads of a client are spread over"},
     {"-ORBShutdownTimeout", number<&Options::shutdown_timeout_ms, 0, any_number>,
      "milliseconds that running requests may go on during shutdown"},
     {"-ORBTick", number<&Options::tick_ms, 1, any_number>, "1 or more: milliseconds between lifespan ticks"},

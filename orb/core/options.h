@@ -9,6 +9,8 @@
 
 namespace zrsv {
 
+inline constexpr uint32_t most_client_connections = 64;
+
 struct Options {
   std::vector<Endpoint> listen;  // -ORBListen HOST:PORT (repeatable; port 0 = any); empty: loopback, any port
   std::vector<Endpoint> publish;  // -ORBPublish HOST[:PORT] (repeatable; no port = the port listened on)
@@ -26,6 +28,7 @@ struct Options {
   uint32_t idle_timeout_ms = 600'000;    // -ORBIdleTimeout MS: of a connection without calls; 0 = none
   uint32_t queue_timeout_ms = 30'000;    // -ORBQueueTimeout MS: of a request for a thread; 0 = none
   uint32_t share = 64;                   // -ORBConnectionRequests N: in flight of one connection
+  uint32_t client_connections = 4;       // -ORBClientConnections N: to one end point, for threads that call
   uint32_t shutdown_timeout_ms = 5'000;  // -ORBShutdownTimeout MS: how long running requests may go on
   uint32_t tick_ms = 1'000;              // -ORBTick MS: the lifespan tick
   uint32_t giop_minor = 2;               // -ORBGIOPVersion 1.0|1.1|1.2: the highest that calls use

@@ -166,7 +166,10 @@ bool call_iiop(Object* self, void* request, bool response_expected, const Operat
 
 bool ServerCall::decode(const OperationInfo& operation, void* const* slots) {
   cdr_->direction = CDR_DECODE;
-  if (!decode_arguments(cdr_, operation.in, slots)) {
+  cdr_->in_place = 1;  // the request's message lasts as long as the operation
+  const bool decoded = decode_arguments(cdr_, operation.in, slots);
+  cdr_->in_place = 0;
+  if (!decoded) {
     set_marshal(cdr_, CORBA_COMPLETED_NO, env);
     fits_ = false;
     return false;

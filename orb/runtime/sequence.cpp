@@ -42,6 +42,17 @@ bool move_numbers(CDR* cdr, Bits* values, ULong count) {
 
 }  // namespace
 
+void* view_flat(CDR* cdr, ULong count, std::size_t size) {
+  if (!cdr->in_place || count == 0 || cdr->in_cuts || (cdr->swap && size > 1)) return nullptr;
+  const unsigned char* at =
+      cdr->in_next + ((cdr->in_base - cdr->in_next) & static_cast<std::ptrdiff_t>(size - 1));
+  if (reinterpret_cast<std::uintptr_t>(at) % size != 0 || at > cdr->in_end ||
+      static_cast<std::size_t>(cdr->in_end - at) / size < count)
+    return nullptr;
+  cdr->in_next = at + count * size;
+  return const_cast<unsigned char*>(at);
+}
+
 bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size) {
   if (count == 0) return true;
   switch (size) {

@@ -153,7 +153,44 @@ TEST_F(Client, SendsLongMessagesInFragments) {
   }
 }
 
+TEST_F(Client, ThreadsAreSpreadOverConnectionsAndKeepToTheirs) {
+  set(&Options::client_connections, 2u);
+  const Script silent = [](Peer& peer) {
+    for (Got got; peer.next(&got);) continue;
+  };
+  ScriptedServer server({silent, silent});
+  const auto connection = [&] {
+    Fault why;
+    auto now = Clock::now();
+    return client_pool().get({"127.0.0.1", server.port()}, now + bound, &now, &why);
+  };
+  const auto mine = connection();
+  ClientPool::Connection second, third, later;
+  ASSERT_TRUE(mine);
+  EXPECT_EQ(connection(), mine);
+  std::thread([&] {
+    second = connection();
+    EXPECT_EQ(connection(), second);
+    std::thread([&] { third = connection(); }).join();
+  }).join();
+  EXPECT_TRUE(second && second != mine);
+  EXPECT_TRUE(third == mine || third == second);
+  std::thread([&] { later = connection(); }).join();
+  EXPECT_EQ(later, second);  // whose thread has ended
+}
+
+TEST_F(Client, AServerThatTakesNoSecondConnectionIsCalledOverTheFirst) {
+  ScriptedServer server({[](Peer& peer) { peer.echo_all(); }});
+  const auto object = reference_to({{server.port()}});
+  EXPECT_EQ(call(object, 1), "1");
+  std::thread([&] {
+    for (uint64_t i = 2; i < 4; ++i) EXPECT_EQ(call(object, i), std::to_string(i));
+  }).join();
+  EXPECT_EQ(server.accepted, 1);
+}
+
 TEST_F(Client, ThreadsShareAConnectionAndGetTheirOwnAnswers) {
+  set(&Options::client_connections, 1u);
   constexpr int threads = 8, rounds = 50;
   ScriptedServer server({[](Peer& peer) {
     std::vector<Got> held;
@@ -214,6 +251,7 @@ TEST_F(Client, TheTimeLimitHoldsWhateverHappensMeanwhile) {
 }
 
 TEST_F(Client, TheReaderHandsItsRoleOn) {
+  set(&Options::client_connections, 1u);
   ScriptedServer server({[&](Peer& peer) {
     const Got late = peer.read(), last = peer.read(), cancel = peer.read();
     EXPECT_EQ(cancel.header.type, Type::CancelRequest);
@@ -389,6 +427,7 @@ TEST_F(Client, TheTimeLimitHoldsInEveryStep) {
 }
 
 TEST_F(Client, ClosingFailsWhatWaits) {
+  set(&Options::client_connections, 1u);
   std::promise<void> here;
   ScriptedServer server({[&](Peer& peer) {
                            for (int i = 0; i < 2; ++i) peer.read();

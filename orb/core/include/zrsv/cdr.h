@@ -39,9 +39,10 @@ typedef struct CDR {
   unsigned char swap;          /* decoding: the peer's byte order is not ours */
   unsigned char minor_version; /* of the GIOP message, 0 to 2; 2 for encapsulations */
   unsigned char
-      unconvertible;    /* why a primitive failed, ZR_UNCONVERTIBLE or ..., when not for want of octets */
-  unsigned char narrow; /* what strings and characters travel in: ZR_TEXT_... */
-  unsigned char wide;   /* and wide ones */
+      unconvertible;      /* why a primitive failed, ZR_UNCONVERTIBLE or ..., when not for want of octets */
+  unsigned char narrow;   /* what strings and characters travel in: ZR_TEXT_... */
+  unsigned char wide;     /* and wide ones */
+  unsigned char in_place; /* decoding: the window outlives what is decoded, which may be views of it */
   const unsigned char* in_base;
   const unsigned char* in_next;
   const unsigned char* in_end;

@@ -411,6 +411,9 @@ bool is_flat(const CDR* cdr) {
 
 ZRSVCPP_API bool move_length(CDR* cdr, ULong& length, ULong bound);
 ZRSVCPP_API bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size);
+/// So many values where they are in the stream's window, which is read past them; null, and nothing read, where they
+/// cannot stay: not allowed, the other byte order, not aligned, in fragments.
+ZRSVCPP_API void* view_flat(CDR* cdr, ULong count, std::size_t size);
 
 /// Elements one after the other.
 template <class D, class Stored>
@@ -437,7 +440,11 @@ bool move_sequence(CDR* cdr, S& sequence) {
     if (is_flat<D>(cdr)) {
       if (cdr->direction == CDR_DECODE) {
         if (length > OM_cdr_remaining(cdr) / sizeof(D)) return false;
-        sequence.length(length);
+        if constexpr (requires(ValueOf<D> * values) { sequence.replace(length, length, values, false); }) {
+          if (void* values = view_flat(cdr, length, sizeof(D)))
+            return sequence.replace(length, length, static_cast<ValueOf<D>*>(values), false), true;
+        }
+        sequence.length_to_fill(length);
       }
       return move_flat(cdr, sequence.get_buffer(), length, sizeof(D));
     }

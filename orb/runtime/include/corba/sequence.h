@@ -121,6 +121,13 @@ class Sequence : public Allocated {
     if (n > _maximum) adopt(n, n, copied(*this, n), true);
     _length = n;
   }
+  /// The same for who fills all n elements next: what they are until then is not defined.
+  void length_to_fill(ULong n) {
+    if (n <= _maximum) return length(n);
+    T* fresh = Elements::make_for_copy(n);
+    if (!fresh) throw std::bad_alloc();
+    adopt(n, n, fresh, true);
+  }
   Reference operator[](ULong i) {
     if (i < _length) return Elements::at(_buffer, i, _release);
     if constexpr (std::is_same_v<Scratch, NoScratch>)

@@ -802,8 +802,7 @@ void Engine::look_after(Clock::time_point now) {
 // Those that hold the most are not read, so they may hold it for good: when that does not end by itself, one after
 // the other is closed.
 void Engine::relieve(Clock::time_point now) {
-  drop_unused_blocks();
-  memory_return_.look();
+  memory_return_.look(drop_unused_blocks());
   if (!over_memory()) {
     over_memory_since_ = {};
     return;

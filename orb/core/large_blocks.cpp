@@ -38,13 +38,11 @@ class LargeBlocks {
     return true;
   }
 
-  /// Those that lay there all the time, oldest last, are not needed.
-  void drop_unused() {
-    for (std::size_t i = unused(); i > 0; --i) {
-      LargeBlock block = take(0);
-      if (!block.octets) return;
-      std::free(block.octets);
-    }
+  /// As many as lay there all the time are not needed.
+  bool drop_unused() {
+    const std::size_t count = unused();
+    for (std::size_t i = 0; i < count; ++i) std::free(take(0).octets);
+    return count > 0;
   }
 
  private:
@@ -83,6 +81,6 @@ void give_large_block(unsigned char* octets, std::size_t capacity) {
   if (octets && !large_blocks().keep({octets, capacity})) std::free(octets);
 }
 
-void drop_unused_blocks() { large_blocks().drop_unused(); }
+bool drop_unused_blocks() { return large_blocks().drop_unused(); }
 
 }  // namespace zrsv

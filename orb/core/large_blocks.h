@@ -20,7 +20,8 @@ LargeBlock take_large_block(std::size_t wanted);
 LargeBlock take_kept_block(std::size_t wanted);
 /// Takes over a block of malloc: keeps it, or frees it when enough is kept. Null is ignored.
 void give_large_block(unsigned char* octets, std::size_t capacity);
-/// Frees what nobody has wanted since the last time. To be called again and again, by one thread.
-void drop_unused_blocks();
+/// Frees what nobody has wanted since the last time, and says whether that was any. To be called again and again, by one
+/// thread.
+bool drop_unused_blocks();
 
 }  // namespace zrsv

@@ -67,10 +67,10 @@ void set_memory_budget(uint32_t mebibytes) {
   detail::memory_budget = static_cast<std::size_t>(std::min<uint64_t>(budget, SIZE_MAX));
 }
 
-void MemoryReturn::look() {
+void MemoryReturn::look(bool freed) {
   const std::size_t used = memory_used();
   const std::size_t peak = detail::memory_peak.exchange(used);
-  if (peak > used && peak - used >= worth_returning) {
+  if (freed || (peak > used && peak - used >= worth_returning)) {
     owed_ = true;  // unless the next burst comes at once, when it would only be fetched again
   } else if (std::exchange(owed_, false)) {
     ::malloc_trim(0);

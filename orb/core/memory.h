@@ -39,7 +39,8 @@ uint64_t memory_limit(uint64_t machine, const std::string& groups_file, const st
 /// Gives memory back to the system once a burst is over. To be called again and again, by one thread.
 class MemoryReturn {
  public:
-  void look();
+  /// `freed`: much has been freed that was not in flight.
+  void look(bool freed);
 
  private:
   bool owed_ = false;

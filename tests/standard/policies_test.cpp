@@ -108,7 +108,8 @@ TEST_F(PoliciesTest, WrongOnesAreRefused) {
 }
 
 TEST_F(PoliciesTest, ReferencesTellWhatTheyAre) {
-  const CORBA::Object_var bare = orb->string_to_object(far_echo(orb) ? far("Echo").c_str() : "");
+  const Demo::Echo_var named = far_echo(orb);
+  const CORBA::Object_var bare = orb->string_to_object(far("Echo").c_str());
   EXPECT_STREQ(CORBA::String_var(echo->_repository_id()).in(), Demo::Echo::repository_id);
   EXPECT_STREQ(CORBA::String_var(bare->_repository_id()).in(), Demo::Echo::repository_id);
   EXPECT_EQ(bare->_get_component(), nullptr);

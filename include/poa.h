@@ -5,5 +5,6 @@
 #include "poa/implementation.h"
 #include "poa/interfaces.h"
 #include "poa/servant.h"
+#include "poa/standard_managers.h"
 #include "poa/stubs.h"
 #include "poa/types.h"

@@ -6,6 +6,8 @@
 #include "dispatch/requesttarget.h"
 #include "dispatch/servantmanagers.h"
 #include "dispatch/serverrequest.h"
+#include "dispatch/standard_managers.h"
+#include "dispatch/turn.h"
 #include "dispatch/upcalls.h"
 #include "objects/activeobjectmap.h"
 #include "objects/servantreferences.h"
@@ -50,15 +52,22 @@ class ServantTarget {
   ServantBase& servant_;
 };
 
-void check_manager_state(POAInfo& poa, CORBA::Environment& ev) {
-  switch (poa.poa_managerInfo_ptr->get_state()) {
+void check_manager_state(POAInfo& poa, const CORBA::ServerRequest& request, CORBA::Environment& ev) {
+  const POAManagerInfo& manager = *poa.poa_managerInfo_ptr;
+  switch (manager.get_state()) {
+    case PortableServer::POAManager::HOLDING:
+      if (const std::shared_ptr<zrsv::Gate>* gate = manager.gate()) {
+        zrsv::wait_at(*gate, request.request_handle());
+        throw RequestWaits{};
+      }
+      break;  // it holds requests in the ORB core: one that got here is served
     case PortableServer::POAManager::DISCARDING:
       POA_TRACE("poa is discarging, throw CORBA::StExcep::TRANSIENT");
       raise<CORBA::TRANSIENT>(ev, "dsi_routine_cpp_poa [state is DISCARDING.]", MINOR_DISCARDING);
     case PortableServer::POAManager::INACTIVE:
       raise<PortableServer::POAManager::AdapterInactive>(ev, "dsi_routine_cpp_poa [state is INACTIVE.]");
     default:
-      break;  // a holding manager holds requests in the ORB core: one that got here is served
+      break;
   }
 }
 
@@ -78,6 +87,7 @@ void trace_request(void* raw, const char* operation) {
 struct Located {
   ServantUse use;
   bool by_locator = false;
+  bool always_postinvoke = false;  // also when the request has failed
   CORBA::ULong cookie = 0;
 };
 
@@ -159,7 +169,9 @@ Located locate_servant(const RequestTarget& target, const char* operation, CORBA
   trace_no_activator(*target.poa);
   POA_TRACE("  POAInfo::preinvoke call");
   found.by_locator = true;
+  const std::size_t cookies = PortableServer::PendingCookies::depth();
   found.use = ServantUse(preinvoke(target, operation, found.cookie, ev));
+  found.always_postinvoke = PortableServer::PendingCookies::any_since(cookies);
   POA_TRACE("  POAInfo::preinvoke done [servant = 0x%lx]", trace_address(found.use.get()));
   return found;
 }
@@ -188,6 +200,18 @@ class TargetReference {
   const RequestTarget& target_;
   ServantBase* const servant_;
 };
+
+/// The postinvoke of a request that has failed. What it raises is not the client's affair.
+void postinvoke_failed(const RequestTarget& target, const char* operation, const Located& found,
+                       ServantBase* servant) {
+  if (!found.always_postinvoke) return;
+  CORBA::Environment ev;
+  try {
+    postinvoke(target, operation, found.cookie, servant, ev);
+  } catch (const std::exception& e) {
+    OM_log("postinvoke of a request that failed raised %s", e.what());
+  }
+}
 
 /// Whether there is a client that waits and no reply has been begun.
 bool unanswered(const CORBA::ServerRequest& request) {
@@ -218,7 +242,8 @@ void complete_dynamic(ServantBase& servant, CORBA::ServerRequest& request) {
 void invoke_servant(const RequestTarget& target, ServantUse use, bool by_locator,
                     CORBA::ServerRequest& request, CORBA::Environment& ev) {
   ServantBase& servant = *use;
-  const CurrentContext context(target.poa->poa_object, target.data.object_id, target.has_data);
+  const CurrentContext context(target.poa->poa_object, target.data.object_id, target.has_data, target.object,
+                               &servant);
   const ServantTarget entered(servant, *target.object);
   const TargetReference reference(target, servant, by_locator);
   POA_TRACE("  servant->invoke call [servant=0x%lx]", trace_address(&servant));
@@ -236,7 +261,8 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
     POA_TRACE("poa_info == NULL,throw PortableServer::POA::AdapterNonExistent");
     raise<PortableServer::POA::AdapterNonExistent>(ev, "dsi_routine_cpp_poa [poa_info is null.]");
   }
-  check_manager_state(*target.poa, ev);
+  check_manager_state(*target.poa, request, ev);
+  const Turn turn(target.poa->turnstile, request.request_handle());
   const char* operation = request.operation();
   trace_request(request.get_ref(), operation);
   Located found = locate_servant(target, operation, ev);
@@ -252,12 +278,28 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
     }
   } catch (const CORBA::SystemException& e) {
     POA_TRACE("dsi_routine_cpp_poa [throw SystemException : id = %s]", e.id());
+    postinvoke_failed(target, operation, found, servant);
     throw;
   } catch (const CORBA::Exception& e) {
     POA_TRACE("dsi_routine_cpp_poa [throw Exception : id = %s]", e.id());
+    postinvoke_failed(target, operation, found, servant);
+    throw;
+  } catch (...) {
+    postinvoke_failed(target, operation, found, servant);
     throw;
   }
   POA_TRACE("dsi_routine_cpp_poa end...");
+}
+
+/// Sends the client elsewhere.
+void reply_forward(void* request, CORBA::Object* to) {
+  void* handle = server_CORBA_ServerRequest_request(request, nullptr);
+  CDR* cdr = nullptr;
+  if (!server_CORBA_ServerRequest_response_expected(request, nullptr)) return;
+  if (!OM_req_lib_UNO_IIOP_encode_reply_header(handle, ZR_REPLY_LOCATION_FORWARD)) return;
+  if (!OM_req_lib_UNO_IIOP_get_cdr(handle, &cdr)) return;
+  cdr->direction = CDR_ENCODE;
+  OM_cdr_object(cdr, to);
 }
 
 /// Replies with a system exception.
@@ -270,6 +312,16 @@ void reply_exception(void* request, const CORBA::SystemException& exception) {
     OM_req_lib_UNO_IIOP_encode_standard_excep(handle, ev._evp);
 }
 
+/// What a servant manager with the standard's signatures raised: where to go, or what to tell the client.
+void reply_refusal(void* request, const PortableServer::ManagerRefusal& refusal) {
+  if (const auto* forward = dynamic_cast<const PortableServer::ForwardRequest*>(refusal.reason.get())) {
+    if (CORBA::is_nil(forward->forward_reference.in())) return reply_exception(request, CORBA::OBJ_ADAPTER());
+    return reply_forward(request, forward->forward_reference.in());
+  }
+  const auto* system = dynamic_cast<const CORBA::SystemException*>(refusal.reason.get());
+  reply_exception(request, system ? *system : CORBA::UNKNOWN());
+}
+
 }  // namespace
 
 void call_cpp_handler(void* target, void* request, CORBA_Environment* core) {
@@ -280,6 +332,10 @@ void call_cpp_handler(void* target, void* request, CORBA_Environment* core) {
     UpcallObjects objects(target, request);
     POA_TRACE("  dsi_routine_cpp_poa call");
     dsi_routine_cpp_poa(objects.target, objects.request, ev);
+  } catch (const RequestWaits&) {
+    POA_TRACE("the request waits");
+  } catch (const PortableServer::ManagerRefusal& refusal) {
+    reply_refusal(request, refusal);
   } catch (const CORBA::SystemException& e) {
     POA_TRACE("system-exception-id: %s", e.id());
     reply_exception(request, e);

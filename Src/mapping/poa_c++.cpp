@@ -11,6 +11,11 @@ namespace {
 template <class X, class Implementation>
 X* reference_to(CORBA::Object* object) {
   if (!object) return X::_nil();
+  if (CORBA::Object* const counted = object->_share_reference()) {  // of this process: its class tells
+    if (X* const found = dynamic_cast<X*>(counted)) return found;
+    CORBA::release(counted);
+    return X::_nil();
+  }
   auto made = std::make_unique<Implementation>();
   if (void* handle = object->get_ref()) {
     made->set_ref(server_CORBA_object_duplicate(handle, nullptr));

@@ -99,12 +99,21 @@ template <policy_interface Kind>
 constexpr own_operation<Kind, typename Kind::value_type()> get_value{"_get_value", &Kind::value};
 
 constexpr own_operation<AdapterActivator, Boolean(in<ref<POA>>, in<String>)> unknown_adapter{
-    "unknown_adapter", &AdapterActivator::unknown_adapter};
+    "unknown_adapter",
+    static_cast<CORBA::Boolean (AdapterActivator::*)(POA*, const char*, CORBA::Environment&)>(
+        &AdapterActivator::unknown_adapter)};
 constexpr own_operation<ServantActivator, ServantBase(in<ObjectId>, in<ref<POA>>)> incarnate{
-    "incarnate", &ServantActivator::incarnate, raises<ForwardRequest>};
+    "incarnate",
+    static_cast<PortableServer::ServantBase* (ServantActivator::*)(const PortableServer::ObjectId&, POA*,
+                                                                   CORBA::Environment&)>(
+        &ServantActivator::incarnate),
+    raises<ForwardRequest>};
 constexpr own_operation<ServantActivator,
                         void(in<ObjectId>, in<ref<POA>>, in<ServantBase>, in<Boolean>, in<Boolean>)>
-    etherealize{"etherealize", &ServantActivator::etherealize};
+    etherealize{"etherealize",
+                static_cast<void (ServantActivator::*)(
+                    const PortableServer::ObjectId&, POA*, PortableServer::ServantBase*, CORBA::Boolean,
+                    CORBA::Boolean, CORBA::Environment&)>(&ServantActivator::etherealize)};
 constexpr own_operation<ServantLocator,
                         ServantBase(in<ObjectId>, in<ref<POA>>, in<String>, out<ServantLocator::Cookie>)>
     preinvoke{"preinvoke", &ServantLocator::preinvoke, raises<ForwardRequest>};

@@ -203,6 +203,10 @@ void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) 
   ServantManager* none = nullptr;
   if (!servantManager_ptr.compare_exchange_strong(none, imgr))  // by another thread, just now
     raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
+  if (CORBA::Object* const count = imgr ? imgr->_share_reference() : nullptr) {
+    MutexGuard guard(poa_mutex);
+    counted.emplace_back(count);
+  }
   POA_TRACE("POAInfo::set_servant_manager end...");
 }
 

@@ -174,8 +174,11 @@ RequestProcessingPolicy* PortableServer_POA_impl::create_request_processing_poli
 ServantManager* PortableServer_POA_impl::get_servant_manager(CORBA::Environment& ev) {
   return on_record(this, ev, "PortableServer_POA_impl::get_servant_manager [poa_info is null.]",
                    [&](POAInfo& record) {
-                     return present(record.get_servant_manager(ev), ev,
-                                    "PortableServer_POA_impl::get_servant_manager [servant manager is nil.]");
+                     ServantManager* const manager =
+                         present(record.get_servant_manager(ev), ev,
+                                 "PortableServer_POA_impl::get_servant_manager [servant manager is nil.]");
+                     manager->_share_reference();  // one that counts
+                     return manager;
                    });
 }
 
@@ -282,4 +285,17 @@ CORBA::Object* PortableServer_POA_impl::id_to_reference(const ObjectId& oid, COR
                      return present(record.id_to_reference(oid, ev), ev,
                                     "PortableServer_POA_impl::id_to_reference [object is null.]");
                    });
+}
+
+// ---- Operations that are not virtual ----
+
+CORBA::OctetSeq* POA::id(CORBA::Environment& env) {
+  env.clear();
+  const POAInfoPtr record = POAInfo::findPOAInfo(this, env);
+  if (!record) raise<CORBA::BAD_PARAM>(env, nullptr);
+  constexpr auto size = static_cast<CORBA::ULong>(sizeof record->identity);
+  auto octets = std::make_unique<CORBA::OctetSeq>(size);
+  octets->length(size);
+  std::memcpy(octets->get_buffer(), &record->identity, size);
+  return octets.release();
 }

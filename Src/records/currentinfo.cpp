@@ -66,8 +66,28 @@ PortableServer::ObjectId* CurrentInfo::get_object_id(CORBA::Environment& ev) {
   return context->copy_object_id();
 }
 
-CurrentContext::CurrentContext(PortableServer::POA* poa, std::string_view oid, bool oid_known)
-    : poa_ptr(poa), object_id(oid), has_object_id(oid_known), outer_(innermost_context) {
+CORBA::Object* PortableServer::Current::get_reference(CORBA::Environment& env) {
+  env.clear();
+  const CurrentContext* context = CurrentContext::innermost();
+  if (!context || !context->target) raise<NoContext>(env, nullptr);
+  return CORBA::Object::_duplicate(context->target);
+}
+
+PortableServer::ServantBase* PortableServer::Current::get_servant(CORBA::Environment& env) {
+  env.clear();
+  const CurrentContext* context = CurrentContext::innermost();
+  if (!context || !context->servant) raise<NoContext>(env, nullptr);
+  return context->servant;
+}
+
+CurrentContext::CurrentContext(PortableServer::POA* poa, std::string_view oid, bool oid_known,
+                               CORBA::Object* object, PortableServer::ServantBase* of)
+    : poa_ptr(poa),
+      object_id(oid),
+      has_object_id(oid_known),
+      target(object),
+      servant(of),
+      outer_(innermost_context) {
   innermost_context = this;
 }
 

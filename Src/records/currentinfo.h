@@ -31,7 +31,8 @@ class CurrentContext {
  public:
   /// Neither is copied: both outlive the context. `oid` is a view of the id's octets in the request's
   /// reference data.
-  CurrentContext(PortableServer::POA* poa, std::string_view oid, bool oid_known);
+  CurrentContext(PortableServer::POA* poa, std::string_view oid, bool oid_known,
+                 CORBA::Object* target = nullptr, PortableServer::ServantBase* servant = nullptr);
   ~CurrentContext();
   CurrentContext(const CurrentContext&) = delete;
   CurrentContext& operator=(const CurrentContext&) = delete;
@@ -39,6 +40,8 @@ class CurrentContext {
   PortableServer::POA* const poa_ptr;
   const std::string_view object_id;
   const bool has_object_id;
+  CORBA::Object* const target;
+  PortableServer::ServantBase* const servant;
   /// The context in force on this thread; null outside upcalls.
   static CurrentContext* innermost();
   /// A new copy of the id, owned by the caller.

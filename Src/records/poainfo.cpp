@@ -49,6 +49,8 @@ POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAMan
                  const CORBA::PolicyList& list, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::POAInfo(...) called...");
   policies = PolicySet::read(list, ev);
+  if (policies.thread == threadPolicy_SINGLE_THREAD_MODEL_tag)
+    turnstile = std::make_shared<zrsv::Gate>(zrsv::Gate::Kind::turnstile);
   CORBA::String_var name(copy_name(_adapter_name));
   if (!name.in()) {
     raise<CORBA::BAD_PARAM>(ev, "NULL name.. throw CORBA::StExcep::BAD_PARAM.",

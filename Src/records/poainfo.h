@@ -4,11 +4,13 @@
 #pragma once
 
 #include <unordered_map>
+#include <vector>
 
 #include "objects/activeobjectmap.h"
 #include "objects/objecthome.h"
 #include "records/defaultservant.h"
 #include "records/policyset.h"
+#include "zrsv/gate.h"
 
 class POAInfo;
 class POAManagerInfo;
@@ -95,7 +97,9 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
 
   // ---- Fields ----
-  std::unique_ptr<Queue> requestCache;  // never made by the library
+  std::shared_ptr<zrsv::Gate> turnstile;  // of a POA that runs one request at a time
+  std::vector<CORBA::Object_var> counted ZR_GUARDED_BY(poa_mutex);  // managers and activators that count
+  std::unique_ptr<Queue> requestCache;                              // never made by the library
   POAInfo* first_child ZR_GUARDED_BY(poa_mutex) = nullptr;
   POAInfo* siblings ZR_GUARDED_BY(poa_mutex) = nullptr;  // the next child of the same parent; newest first
   POAInfo* newer_sibling ZR_GUARDED_BY(poa_mutex) = nullptr;

@@ -2,9 +2,12 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
+#include <string>
 
 #include "objects/ownobject.h"
 #include "poa.h"
+#include "zrsv/gate.h"
 
 /// One a POA manager; lives until the process ends. Any thread; reading the state takes no lock.
 class POAManagerInfo {
@@ -33,7 +36,14 @@ class POAManagerInfo {
   /// BAD_PARAM when the ORB core makes no reference. poa_mutex is held, or the process has one thread.
   static PortableServer::POAManager* default_object(CORBA::Environment& ev);
 
+  /// From now on requests wait at a gate of this manager while it holds, and not in the ORB core's queue group, which
+  /// knows one manager only. poa_mutex is held.
+  void hold_at_gate(CORBA::Environment& ev);
+  /// That gate; null where the queue group holds the requests.
+  const std::shared_ptr<zrsv::Gate>* gate() const { return gated ? &own_gate : nullptr; }
+
   const Identity identity;
+  std::string id;  // of a manager that the program created
   PortableServer::POAManager* poamanager_object = nullptr;
 
  private:
@@ -41,7 +51,10 @@ class POAManagerInfo {
   /// The one place where the state changes. False when it is the move's already; AdapterInactive, and the state
   /// as before, once the manager is INACTIVE or when the request queues refuse.
   bool move(const Move& to, CORBA::Environment& ev);
+  void move_gate(State next, CORBA::Environment& ev);
 
+  std::shared_ptr<zrsv::Gate> own_gate;  // set once, before `gated`
+  std::atomic<bool> gated{false};
   std::atomic<State> state;  // changed under poa_mutex
 };
 

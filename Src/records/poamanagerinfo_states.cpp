@@ -43,6 +43,23 @@ void control_queue(int code, const char* trace, CORBA::Environment& ev) {
 
 // ---- Changes of the state ----
 
+void POAManagerInfo::hold_at_gate(CORBA::Environment& ev) {
+  if (gated) return;
+  own_gate = std::make_shared<zrsv::Gate>(zrsv::Gate::Kind::door);
+  if (state == PortableServer::POAManager::HOLDING) own_gate->close();
+  gated = true;
+  if (POA_impl_name && this == default_poa_manager_info)
+    control_queue(ZR_QUEUE_RELEASE, "POAManagerInfo::hold_at_gate [ZR_queue_control_queue_group.]", ev);
+}
+
+// Who is let go meets the new state.
+void POAManagerInfo::move_gate(State next, CORBA::Environment& ev) {
+  POA_impl_is_ready_fl ? ZR_queue_begin() : announce_process(ev);
+  if (next == PortableServer::POAManager::HOLDING) own_gate->close();
+  state = next;
+  if (next != PortableServer::POAManager::HOLDING) own_gate->open();
+}
+
 struct POAManagerInfo::Move {
   State next;
   const char* inactive;  // trace of a manager that is INACTIVE
@@ -60,6 +77,7 @@ bool POAManagerInfo::move(const Move& to, CORBA::Environment& ev) {
   }
   if (old == PortableServer::POAManager::INACTIVE) raise<AdapterInactive>(ev, to.inactive);
   if (old == to.next) return false;
+  if (gated) return move_gate(to.next, ev), true;
   if (to.next == PortableServer::POAManager::HOLDING) {
     to.tell_queues(old, ev);
     state = to.next;

@@ -23,6 +23,7 @@ namespace PortableServer {
 
 class AdapterActivator;
 class POA;
+class POAManagerFactory;
 class ServantManager;
 using AdapterActivator_ptr = AdapterActivator*;
 using POA_ptr = POA*;
@@ -125,9 +126,38 @@ class POA_API POAManager : public virtual CORBA::Object {
                           CORBA_ENV) = 0;
   /// The state now; another thread may change it at once.
   virtual State get_state(CORBA_ENV) = 0;
+  /// The id that it was created with; "" for the root POA's. The caller frees it. Not to be overridden.
+  char* get_id(CORBA_ENV);
 };
 using POAManager_ptr = POAManager*;
 POA_VAR_CLASS(POAManager_var, CORBA::ObjectVar<POAManager>)
+
+class POA_API POAManagerList : public CORBA::Sequence<POAManager_var> {
+ public:
+  using Sequence::Sequence;
+};
+POA_VAR_CLASS(POAManagerList_var, CORBA::SequenceVar<POAManagerList>)
+
+/// Makes POA managers beside the root POA's (POA::the_POAManagerFactory). Any thread.
+class POA_API POAManagerFactory : public virtual CORBA::LocalObject {
+ public:
+  POA_PLAIN_EXCEPTION(ManagerAlreadyExists,
+                      "IDL:omg.org/PortableServer/POAManagerFactory/ManagerAlreadyExists:1.0")
+
+  static POAManagerFactory* _nil() { return nullptr; }
+  static POAManagerFactory* _duplicate(POAManagerFactory* p) { return CORBA::idl::duplicate_local(p); }
+  static POAManagerFactory* _narrow(CORBA::Object* object) {
+    return CORBA::idl::narrow_local<POAManagerFactory>(object);
+  }
+  /// A manager of its own state, HOLDING at first; it lasts as long as the process. The policies are not looked at.
+  /// BAD_PARAM for a null id, ManagerAlreadyExists for one that is taken ("" is the root POA's).
+  virtual POAManager* create_POAManager(const char* id, const CORBA::PolicyList& policies, CORBA_ENV) = 0;
+  virtual POAManagerList* list(CORBA_ENV) = 0;
+  /// Nil when there is none.
+  virtual POAManager* find(const char* id, CORBA_ENV) = 0;
+};
+using POAManagerFactory_ptr = POAManagerFactory*;
+POA_VAR_CLASS(POAManagerFactory_var, CORBA::ObjectVar<POAManagerFactory>)
 
 // ---- POA ----
 
@@ -286,6 +316,12 @@ class POA_API POA : public virtual CORBA::Object {
   /// The reference of an active object, as servant_to_reference gives it. ObjectNotActive, WrongPolicy without
   /// RETAIN, BAD_PARAM for an empty id.
   virtual CORBA::Object* id_to_reference(const ObjectId& oid, CORBA_ENV) = 0;
+
+  // Not to be overridden:
+  /// Octets that no other POA of this process has, or had.
+  CORBA::OctetSeq* id(CORBA_ENV);
+  /// What makes further managers, the same for all POAs of the process, counted once more.
+  POAManagerFactory* the_POAManagerFactory(CORBA_ENV);
 };
 
 // ---- What a program gives a POA ----
@@ -308,12 +344,15 @@ class POA_API AdapterActivator : public virtual CORBA::Object {
   static AdapterActivator* _duplicate(AdapterActivator* p);
   static AdapterActivator* _narrow(CORBA::Object* object);
   /// Creates `name` under `parent` and returns true, or returns false: then the request, or `find_POA`, fails with
-  /// AdapterNonExistent. `parent` stays the library's, and `name` is good for the length of the call.
-  virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA_ENV) = 0;
-  /// What the library calls: the same for programs that declare the name as `char*`.
+  /// AdapterNonExistent. `parent` stays the library's, and `name` is good for the length of the call. Programs override
+  /// one of the three; each gives the question on to the next one.
+  virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA::Environment& env);
+  /// What the library calls.
   virtual CORBA::Boolean unknown_adapter(POA* parent, char* name, CORBA_ENV) {
     return unknown_adapter(parent, static_cast<const char*>(name), env);
   }
+  /// The standard's signature. NO_IMPLEMENT here.
+  virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name);
 };
 POA_VAR_CLASS(AdapterActivator_var, CORBA::ObjectVar<AdapterActivator>)
 
@@ -358,15 +397,22 @@ class POA_API ServantActivator : public virtual ServantManager {
   void* get_servant_activator() override { return this; }
 
   /// The servant of `oid`, which stays the program's. Called with no lock held; two threads may ask for one
-  /// id at once.
-  virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter, CORBA_ENV) = 0;
+  /// id at once. Gives the question on to the standard's form.
+  virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter, CORBA::Environment& env);
   /// The object is active no more. Requests may still be in the servant: ServantBase::servant_delete, not
   /// delete, is the way to be rid of it. At destruction and deactivation of a POA it is called with the POA
   /// tree's lock held (re-entrant for the calling thread): it may call POA operations but must not wait for
   /// another thread that does.
   virtual void etherealize(const ObjectId& oid, POA* adapter, ServantBase* serv,
                            CORBA::Boolean cleanup_in_progress, CORBA::Boolean remaining_activations,
-                           CORBA_ENV) = 0;
+                           CORBA::Environment& env);
+
+  /// The standard's signatures, for programs that override these instead. What incarnate raises reaches the client
+  /// as it is; ForwardRequest sends it elsewhere. etherealize is told whether the POA or its manager is at its end, and
+  /// whether the servant has other objects in the POA. NO_IMPLEMENT here, and nothing.
+  virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter);
+  virtual void etherealize(const ObjectId& oid, POA* adapter, ServantBase* serv,
+                           CORBA::Boolean cleanup_in_progress, CORBA::Boolean remaining_activations);
 };
 using ServantActivator_ptr = ServantActivator*;
 POA_VAR_CLASS(ServantActivator_var, CORBA::ObjectVar<ServantActivator>)
@@ -402,10 +448,10 @@ class POA_API ServantLocator : public virtual ServantManager {
 
   /// The servant for one request. Called with no lock held, by many threads at once.
   virtual ServantBase* preinvoke(const ObjectId& oid, POA* adapter, const char* operation, Cookie& the_cookie,
-                                 CORBA_ENV) = 0;
-  /// After the request that preinvoke gave a servant for; same thread, same cookie.
+                                 CORBA_ENV);
+  /// After the request that preinvoke gave a servant for, when that was served; same thread, same cookie.
   virtual void postinvoke(const ObjectId& oid, POA* adapter, const char* operation, Cookie the_cookie,
-                          ServantBase* the_servant, CORBA_ENV) = 0;
+                          ServantBase* the_servant, CORBA_ENV);
   /// What the library calls: the same for programs that declare the operation as `char*`.
   virtual ServantBase* preinvoke(const ObjectId& oid, POA* adapter, char* operation, Cookie& the_cookie,
                                  CORBA_ENV) {
@@ -415,6 +461,13 @@ class POA_API ServantLocator : public virtual ServantManager {
                           ServantBase* the_servant, CORBA_ENV) {
     postinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, the_servant, env);
   }
+
+  /// The standard's signatures, for programs that override these instead: the cookie is a pointer, preinvoke may raise
+  /// ForwardRequest, and postinvoke follows each preinvoke that gave a servant, whatever became of the request.
+  /// NO_IMPLEMENT here, and nothing.
+  virtual ServantBase* preinvoke(const ObjectId& oid, POA* adapter, const char* operation, void*& the_cookie);
+  virtual void postinvoke(const ObjectId& oid, POA* adapter, const char* operation, void* the_cookie,
+                          ServantBase* the_servant);
 };
 using ServantLocator_ptr = ServantLocator*;
 POA_VAR_CLASS(ServantLocator_var, CORBA::ObjectVar<ServantLocator>)
@@ -435,6 +488,9 @@ class POA_API Current : public virtual CORBA::Current {
   /// A copy of the id of the object that was called. NoContext outside a request, and for a reference that
   /// carries no id.
   virtual ObjectId* get_object_id(CORBA_ENV) = 0;
+  /// The object that was called, as a new reference, and the servant that serves it.
+  CORBA::Object* get_reference(CORBA_ENV);
+  ServantBase* get_servant(CORBA_ENV);
 };
 using Current_ptr = Current*;
 POA_VAR_CLASS(Current_var, CORBA::ObjectVar<Current>)

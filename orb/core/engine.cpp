@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "call_chain.h"
+#include "gates.h"
 #include "in_process.h"
 #include "named_keys.h"
 #include "options.h"
@@ -393,6 +394,8 @@ void Engine::run(Worker& worker, ServerRequest& request) {
     execute(request, pool_.options().max_message, &worker.reply);
   }
   if (in_forked_child()) end_forked_child();
+  if (request.waits.wanted) [[unlikely]]
+    return park(worker, request);
   // Looked at before the reply goes: a client that is lost after it has left nothing behind that is not reported.
   const bool left_behind = request.connection && !request.connection->registered();
   Buffer reply = Buffer::take(&request.cdr);
@@ -405,6 +408,10 @@ void Engine::run(Worker& worker, ServerRequest& request) {
 // An answer that there was no memory for is the connection's end.
 void Engine::send_reply(Connection& connection, Buffer* reply) {
   reply->size() > 0 ? connection.send(reply) : connection.break_off();
+}
+
+void Engine::park(Worker& worker, ServerRequest& request) {
+  if (!keep_at_gate(&request, pool_.options().queue)) refuse(worker, request, "TRANSIENT");
 }
 
 bool Engine::answer_locate(Worker& worker, const Ref<Connection>& connection) {
@@ -561,6 +568,7 @@ void Engine::run_waiting(Worker& worker) {
 Requests Engine::withdraw(Connection* connection, const uint32_t* id) {
   Requests taken = queue_group().withdraw(connection, id);
   for (Waiting* waiting : {&waiting_, &hosted_waiting_}) taken.append(waiting->withdraw(connection, id));
+  if (!connection) taken.append(withdraw_from_gates());
   return taken;
 }
 
@@ -687,11 +695,18 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
     const Upcall upcall(has_slot ? Upcall::slot_of() : this);
     execute(request, pool_.options().max_message, reply);
   }
-  *reply = Buffer::take(&request.cdr);
-  if (has_slot) return nullptr;
-  leave();
-  if (waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
-  return nullptr;
+  if (!request.waits.wanted) *reply = Buffer::take(&request.cdr);
+  if (!has_slot) leave();
+  if (!has_slot && waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
+  return request.waits.wanted ? park_and_await(request, has_slot, deadline, reply) : nullptr;
+}
+
+const char* Engine::park_and_await(ServerRequest& request, bool has_slot, Clock::time_point deadline,
+                                   Buffer* reply) {
+  const bool waits = request.head.response_expected;
+  const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
+  if (!keep_at_gate(&request, pool_.options().queue)) return "TRANSIENT";
+  return waits ? await(*call, deadline, reply) : nullptr;
 }
 
 const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
@@ -707,6 +722,7 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
     lock.unlock();
     const Upcall upcall(Upcall::slot_of());
     execute(*request, pool_.options().max_message, reply);
+    if (request->waits.wanted) return park_and_await(*request, call.caller_has_slot, deadline, reply);
     *reply = Buffer::take(&request->cdr);
     return nullptr;
   }

@@ -112,6 +112,9 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   Next handle_request(Worker& worker, const Ref<Connection>& connection);
   Next admit(Worker& worker, ServerRequest& request);
   void run(Worker& worker, ServerRequest& request);
+  [[gnu::cold]] void park(Worker& worker, ServerRequest& request);
+  const char* park_and_await(ServerRequest& request, bool has_slot, Clock::time_point deadline,
+                             Buffer* reply);
   bool answer_locate(Worker& worker, const Ref<Connection>& connection);
   bool cancel(Worker& worker, const Ref<Connection>& connection);
 

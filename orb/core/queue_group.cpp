@@ -66,6 +66,18 @@ void QueueGroup::deliver_to(Deliver deliver) {
   deliver_ = std::move(deliver);
 }
 
+bool QueueGroup::deliver(Requests* requests) {
+  std::lock_guard lock(mutex_);
+  if (!deliver_) return false;
+  deliver_(std::move(*requests));
+  return true;
+}
+
+bool QueueGroup::delivers() {
+  std::lock_guard lock(mutex_);
+  return deliver_ != nullptr;
+}
+
 Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) {
   std::lock_guard lock(mutex_);
   return held_.take_if([&](const ServerRequest& request) { return matches(request, connection, id); });

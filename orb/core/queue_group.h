@@ -43,6 +43,9 @@ class QueueGroup {
 
   /// Where released requests go while an engine runs; null when it stops.
   void deliver_to(Deliver deliver);
+  /// Hands requests (moved from) to the engine; false when there is none.
+  bool deliver(Requests* requests);
+  bool delivers();
   /// Takes out the requests of a connection that are held, of that id or all that want an answer; of no
   /// connection: everything held.
   Requests withdraw(const Connection* connection, const uint32_t* id);

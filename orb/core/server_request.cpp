@@ -160,6 +160,10 @@ void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) noexce
   request.info.operation = request.head.operation;
   request.info.response_expected = request.head.response_expected;
   call(request);
+  if (request.waits.wanted) [[unlikely]] {
+    *reply = Buffer::take(&request.cdr);
+    return;
+  }
   complete_reply(request, max_message);
 }
 

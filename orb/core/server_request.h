@@ -12,6 +12,7 @@
 #include "reference.h"
 #include "request_base.h"
 #include "requests.h"
+#include "zrsv/gate.h"
 
 namespace zrsv {
 
@@ -39,16 +40,33 @@ struct LocalCall {
   void finish(Buffer message, const char* why = nullptr);
 };
 
+/// A request's place at a gate.
+struct AtGate {
+  std::shared_ptr<Gate> gate;
+  bool wanted = false;   // it is to wait there
+  bool granted = false;  // it has waited, and the turnstile is shut for it
+
+  AtGate() = default;
+  AtGate(AtGate&& o) noexcept
+      : gate(std::move(o.gate)), wanted(o.wanted), granted(std::exchange(o.granted, false)) {}
+  AtGate& operator=(AtGate&&) = delete;
+  ~AtGate() {
+    if (granted) give_up();
+  }
+  [[gnu::cold]] void give_up();
+};
+
 /// Lives on the stack of the thread that read it; one that must wait is moved to the heap. The views in
 /// `head` and the stream point into the memory of `message`, which moves along.
 struct ServerRequest : RequestBase {
   Buffer message;
   uint8_t minor = 2;
   giop::RequestHead head;
-  Lent<Reference> target;                       // the last of the thread that read it
-  Lent<Connection> connection;                  // of that thread; null: it came from this process
-  InFlight in_flight;                           // of the connection; gone before it
-  std::shared_ptr<LocalCall> waiter;            // of a call of this process that another thread runs
+  Lent<Reference> target;             // the last of the thread that read it
+  Lent<Connection> connection;        // of that thread; null: it came from this process
+  InFlight in_flight;                 // of the connection; gone before it
+  std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
+  AtGate waits;
   bool replied = false;                         // a reply was begun
   ServerRequest* next = nullptr;                // in its Requests
   std::chrono::steady_clock::time_point since;  // of its wait for a slot
@@ -75,7 +93,8 @@ struct ServerRequest : RequestBase {
 };
 
 /// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream
-/// holds the whole reply message, empty when the client expects none or there was no memory for it. `reply` lends the memory for it; a body
+/// holds the whole reply message, empty when the client expects none, when there was no memory for it, or when it has to
+/// wait (`waits.wanted`). `reply` lends the memory for it; a body
 /// over `max_message` octets becomes IMP_LIMIT.
 void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) noexcept;
 /// Makes a system exception, by its short name, the reply.

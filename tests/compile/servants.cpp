@@ -24,8 +24,8 @@ class Servant : public POA_Demo::Echo {
 
 class Activator : public virtual PortableServer::AdapterActivator {
  public:
-#ifdef ENVIRONMENT_LEFT_OUT  // refused: override
-  CORBA::Boolean unknown_adapter(PortableServer::POA_ptr, const char*) override { return false; }
+#ifdef NAME_TO_BE_CHANGED  // refused: override
+  CORBA::Boolean unknown_adapter(PortableServer::POA_ptr, char*) override { return false; }
 #else
   CORBA::Boolean unknown_adapter(PortableServer::POA_ptr, const char*, CORBA::Environment&) override {
     return false;

@@ -39,9 +39,11 @@ class EchoServant : public POA_Demo::Echo {
   std::promise<std::string> noted;
   std::promise<void> release;
 
+ protected:
+  std::shared_future<void> released = release.get_future().share();
+
  private:
   void ran() { ++calls, thread = std::this_thread::get_id(); }
-  std::shared_future<void> released = release.get_future().share();
 };
 
 inline CORBA::ORB_ptr make_orb(std::vector<std::string> arguments = {}, const char* id = "") {

@@ -85,6 +85,7 @@ ServantActivator& activator_of(POAInfo& poa, CORBA::Environment& ev) {
 
 /// Enters the servant into the map, in use; gives the one that is active already instead.
 ServantUse enter_incarnated(POAInfo& poa, const ObjectId& oid, ServantBase& servant, CORBA::Environment& ev) {
+  PortableServer::ServantCount count(&servant);
   ServantUse dying;  // ends after the semaphore
   PoaSemaphoreGuard guard(__LINE__);
   if (poa.destroyed)
@@ -105,6 +106,7 @@ ServantUse enter_incarnated(POAInfo& poa, const ObjectId& oid, ServantBase& serv
   ActiveObjectMap* map = poa.map_for_insert(guard);
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call");
   map->insertActiveObjectMap(guard, oid_view(oid), &servant);
+  count.keep();
   return ServantUse(&servant);
 }
 

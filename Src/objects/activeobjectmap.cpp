@@ -515,8 +515,22 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
       entry->etherealized = 1;
       --ServantAccess::active_entries(*servant);
     }
+    const PortableServer::LeavingServant leaving(servant);
     const AdapterActivation::NoWaiting with_the_tree_locked;
     servantActivator_ptr->etherealize(*oid, poa_ptr, servant, etherealize_objects, wait_for_completion_, ev);
   }
   POA_TRACE("ActiveObjectMap::etherealize end...");
+}
+
+void ActiveObjectMap::let_go_of_servants() {
+  for (Cursor at{this};;) {
+    PortableServer::LeavingServant leaving;
+    PoaSemaphoreGuard guard(__LINE__);
+    _ActiveObjectEntry* entry = next_active(at);
+    if (!entry) break;
+    if (!ServantAccess::counts(*entry->p_servant)) continue;
+    leaving.leave(entry->p_servant);
+    entry->etherealized = 1;
+    --ServantAccess::active_entries(*entry->p_servant);
+  }
 }

@@ -89,6 +89,8 @@ class ActiveObjectMap {
 
   /// Frees every slot of the process that holds `servant`: for a servant about to be deleted.
   static void forget_servant(PortableServer::ServantBase* servant);
+  /// Gives back the counts of the servants that a POA still has when it is destroyed.
+  void let_go_of_servants();
 
   /// A slot of the process. Blocks may come and go while one is kept.
   struct Place {

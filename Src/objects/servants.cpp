@@ -57,11 +57,32 @@ namespace PortableServer {
 // ---- Who is in a servant ------------------------------------------------------------------------
 
 void ServantAccess::release(ServantBase& s) {
-  MutexGuard guard(poa_svt_ref_counter_mutex);
-  const bool marked = s._to_be_deleted;  // an unmarked servant that nobody is in is the program's at once
-  if (--s._counter != 0 || !marked) return;
-  POA_TRACE("  servant is added in delete list...");
-  s.add_delete_list();
+  CORBA::ULong counts = 0;
+  {
+    MutexGuard guard(poa_svt_ref_counter_mutex);
+    const bool marked = s._to_be_deleted;  // an unmarked servant that nobody is in is the program's at once
+    counts = s._to_release;
+    if (--s._counter != 0) return;
+    if (counts != 0) s._to_release = 0;
+    if (marked) {
+      POA_TRACE("  servant is added in delete list...");
+      s.add_delete_list();
+      return;
+    }
+  }
+  for (; counts > 0; --counts) s._remove_ref();
+}
+
+void ServantAccess::give_count_back(ServantBase& s) {
+  {
+    MutexGuard guard(poa_svt_ref_counter_mutex);
+    if (s._to_be_deleted || s._deleted) return;
+    if (s._counter != 0) {
+      ++s._to_release;
+      return;
+    }
+  }
+  s._remove_ref();
 }
 
 // ---- Whose hands it is in -----------------------------------------------------------------------

@@ -43,6 +43,51 @@ struct ServantAccess {
   static void hold(ServantBase& s) { ++s._counter; }
   /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
   static void release(ServantBase& s);
+
+  /// Takes one count of a servant, for an object that it is to be.
+  static void take_count(ServantBase& s);
+  static bool counts(const ServantBase& s) { return s._counts; }
+  /// Gives one back, now or with the end of the last request in the servant: only of a servant that counts, and
+  /// without a servant mutex or the POA semaphore. One that the library is to delete is not counted any more.
+  static void give_count_back(ServantBase& s);
+};
+
+/// One count of a servant that becomes an object: given back at the end of the scope unless it did.
+class ServantCount {
+ public:
+  /// Null: of none.
+  explicit ServantCount(ServantBase* servant) : servant_(servant) {
+    if (servant) ServantAccess::take_count(*servant);
+  }
+  ~ServantCount() {
+    if (servant_) servant_->_remove_ref();
+  }
+  ServantCount(const ServantCount&) = delete;
+  ServantCount& operator=(const ServantCount&) = delete;
+  void keep() { servant_ = nullptr; }
+
+ private:
+  ServantBase* servant_;
+};
+
+/// Gives the count of a servant back, at the end of the scope, that is an object no more. Whether it counts is seen at
+/// once: one that does not may be gone when the program has had it.
+class LeavingServant {
+ public:
+  LeavingServant() = default;
+  explicit LeavingServant(ServantBase* servant) { leave(servant); }
+  ~LeavingServant() {
+    if (servant_) ServantAccess::give_count_back(*servant_);
+  }
+  LeavingServant(const LeavingServant&) = delete;
+  LeavingServant& operator=(const LeavingServant&) = delete;
+  /// Once.
+  void leave(ServantBase* servant) {
+    if (servant && ServantAccess::counts(*servant)) servant_ = servant;
+  }
+
+ private:
+  ServantBase* servant_ = nullptr;
 };
 
 /// Somebody is in the servant: it is not deleted while one of these lives. Ends with no lock of the adapter

@@ -80,9 +80,11 @@ void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant
   replacing<POA::ServantAlreadyActive, POA::ServantAlreadyActive, POA::ObjectAlreadyActive, POA::WrongPolicy>(
       ev, "other ex. throw PortableServer::POA::ServantAlreadyActive",
       "POAInfo::activate_object_with_id [already activate.]", [&] {
+        PortableServer::ServantCount count(p_servant);
         const ActiveObjectMap::Ticket entry = enter_active(*this, oid_view(id), *p_servant, ev);
         POA_TRACE("  POA_impl_is_ready call");
         register_active(id, *p_servant, entry, ev);
+        count.keep();
       });
   POA_TRACE("POAInfo::activate_object_with_id end...");
 }
@@ -166,6 +168,7 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
   if (!servant)
     raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [servant is null.]");
+  const PortableServer::LeavingServant leaving(servant);
   withdraw_reference(*servant, poa_object, oid_view(oid));
   use = ServantUse();  // the activator may delete it
   if (auto* activator = etherealizer(*this)) {
@@ -217,20 +220,23 @@ ServantBase* POAInfo::get_servant(CORBA::Environment& ev) {
   if (!policies.uses_default_servant())
     raise<POA::WrongPolicy>(ev, "non_retain.\tPortableServer::POA::WrongPolicy",
                             "POAInfo::get_servant [wrong policy.]");
-  ServantBase* servant = default_servant.get();
+  const ServantUse servant = default_servant.use();
   if (!servant)
     raise<POA::NoServant>(ev, "non_retain.\tPortableServer::POA::NoServant",
                           "POAInfo::get_servant [default servant is null.]");
+  servant->_add_ref();
   POA_TRACE("POAInfo::get_servant end...");
-  return servant;
+  return servant.get();
 }
 
-void POAInfo::exchange_default(ServantBase* servant, DefaultServant::Oid oid) {
+void POAInfo::exchange_default(ServantBase* servant, DefaultServant::Oid oid,
+                               PortableServer::LeavingServant& leaving) {
   // Under poa_default_servant_ref_mutex: once somebody else has taken the old one away, it is not touched here.
   ServantBase* old = default_servant.exchange(servant, oid);
   if (!old) return;
   if (oid) withdraw_reference(*old, poa_object, oid_view(*oid));
   old->rem_default_servant_ref();
+  leaving.leave(old);
 }
 
 void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
@@ -243,9 +249,12 @@ void POAInfo::set_servant(ServantBase* p_servant, CORBA::Environment& ev) {
   DefaultServant::Oid oid(p_servant ? genSystemId() : nullptr);
   if (p_servant && !oid)  // the old one stays installed
     raise<CORBA::BAD_PARAM>(ev, "throw CORBA::StExcep::BAD_PARAM", "POAInfo::set_servant [BAD_PARAM.]");
+  PortableServer::ServantCount count(p_servant);
+  PortableServer::LeavingServant leaving;
   MutexGuard counts(poa_default_servant_ref_mutex);  // see exchange_default
   if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::set_servant [POA is destroyed.]");
   if (p_servant) p_servant->add_default_servant_ref();
-  exchange_default(p_servant, std::move(oid));
+  exchange_default(p_servant, std::move(oid), leaving);
+  count.keep();
   POA_TRACE("POAInfo::set_servant end...");
 }

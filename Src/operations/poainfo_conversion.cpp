@@ -124,14 +124,17 @@ Active enter_implicitly(POAInfo& poa, ServantBase& servant, const ImplicitTexts&
 Active find_or_activate(POAInfo& poa, ServantBase& servant, const ImplicitTexts& texts,
                         CORBA::Environment& ev) {
   Active active;
+  const bool may_activate = poa.policies.retains() && poa.policies.activates_implicitly();
+  PortableServer::ServantCount count(may_activate ? &servant : nullptr);
   {
     PoaSemaphoreGuard guard(__LINE__);
     active = find_active(poa, servant, texts, guard);
-    if (active.oid || !poa.policies.retains() || !poa.policies.activates_implicitly()) return active;
+    if (active.oid || !may_activate) return active;
     active = enter_implicitly(poa, servant, texts, guard, ev);
   }
   if (texts.registering) POA_TRACE("%s", texts.registering);
   poa.register_active(*active.oid, servant, active.entry, ev);
+  count.keep();
   return active;
 }
 
@@ -143,7 +146,7 @@ namespace {
 
 /// A copy of the default servant's id.
 ObjectId* default_servant_id(POAInfo& poa, CORBA::Environment& ev) {
-  if (!poa.get_servant(ev))
+  if (!PortableServer::ServantBase_var(poa.get_servant(ev)).in())
     raise<POA::ServantNotActive>(ev, "servant==NULL, throw PortableServer::POA::ServantNotActive",
                                  "POAInfo::servant_to_id [servant is null.]");
   const auto oid = poa.default_servant.oid();
@@ -237,6 +240,17 @@ CORBA::Object* POAInfo::servant_to_reference(ServantBase* p_servant, CORBA::Envi
       });
 }
 
+namespace {
+
+/// The active servant of an id with one count for the caller; null when there is none.
+ServantBase* counted_servant(ActiveObjectMap& map, const ObjectId& oid) {
+  const PortableServer::ServantUse use = map.useServantById(oid_view(oid));
+  if (use) use->_add_ref();
+  return use.get();
+}
+
+}  // namespace
+
 // ---- From a reference ---------------------------------------------------------------------------
 
 ServantBase* POAInfo::reference_to_servant(CORBA::Object* reference, CORBA::Environment& ev) {
@@ -254,7 +268,7 @@ ServantBase* POAInfo::reference_to_servant(CORBA::Object* reference, CORBA::Envi
         ActiveObjectMap* map = active_object_map;
         if (policies.retains() && !checkEmptyReferenceData(reference) && map) {
           const std::unique_ptr<ObjectId> oid(reference_to_id(reference, ev));
-          if (ServantBase* servant = map->findServantById(oid_view(*oid))) return servant;
+          if (ServantBase* servant = counted_servant(*map, *oid)) return servant;
         }
         if (policies.uses_default_servant()) return get_servant(ev);
         raise<POA::ObjectNotActive>(ev, "throw PortableServer::POA::ObjectNotActive", not_active);
@@ -307,7 +321,7 @@ ServantBase* POAInfo::id_to_servant(const ObjectId& oid, CORBA::Environment& ev)
   return replacing<POA::ObjectNotActive, POA::WrongPolicy, POA::ObjectNotActive>(
       ev, "other ex, throw PortableServer::POA::ObjectNotActive", not_active, [&] {
         if (ActiveObjectMap* map = active_object_map; map && policies.retains())
-          if (ServantBase* servant = map->findServantById(oid_view(oid))) return servant;
+          if (ServantBase* servant = counted_servant(*map, oid)) return servant;
         if (policies.uses_default_servant()) {
           ServantBase* servant = get_servant(ev);
           POA_TRACE("POAInfo::id_to_servant end...[return servant]");

@@ -46,8 +46,21 @@ CORBA::Boolean ServantBase::_is_a(const char* logical_type_id, CORBA::Environmen
 }
 
 CORBA::Boolean ServantBase::_non_existent(CORBA::Environment&) { return 0; }
-void ServantBase::_add_ref() {}
+
+namespace {
+thread_local bool does_not_count = false;
+}
+
+void ServantBase::_add_ref() { does_not_count = true; }
 void ServantBase::_remove_ref() {}
+CORBA::ULong ServantBase::_refcount_value() { return 1; }
+
+void ServantAccess::take_count(ServantBase& s) {
+  does_not_count = false;
+  s._add_ref();
+  s._counts = !does_not_count;
+}
+
 const char* ServantBase::_primary_interface(const ObjectId&, POA*, CORBA::Environment&) { return _intf; }
 
 // ---- Counters -----------------------------------------------------------------------------------
@@ -316,6 +329,7 @@ RefCountServantBase::RefCountServantBase(const RefCountServantBase& other) : Ser
 RefCountServantBase& RefCountServantBase::operator=(const RefCountServantBase&) { return *this; }
 RefCountServantBase::~RefCountServantBase() = default;
 void RefCountServantBase::_add_ref() { ++_ref_count; }
+CORBA::ULong RefCountServantBase::_refcount_value() { return _ref_count; }
 
 void RefCountServantBase::_remove_ref() {
   if (--_ref_count == 0) delete this;

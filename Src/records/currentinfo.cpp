@@ -77,6 +77,7 @@ PortableServer::ServantBase* PortableServer::Current::get_servant(CORBA::Environ
   env.clear();
   const CurrentContext* context = CurrentContext::innermost();
   if (!context || !context->servant) raise<NoContext>(env, nullptr);
+  context->servant->_add_ref();
   return context->servant;
 }
 

@@ -143,8 +143,8 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
                              CORBA::Environment& ev);
 
   /// Installs a default servant (null: none) and takes the one before out, with the references kept for it.
-  void exchange_default(PortableServer::ServantBase* servant, DefaultServant::Oid oid)
-      ZR_REQUIRES(poa_default_servant_ref_mutex);
+  void exchange_default(PortableServer::ServantBase* servant, DefaultServant::Oid oid,
+                        PortableServer::LeavingServant& leaving) ZR_REQUIRES(poa_default_servant_ref_mutex);
 };
 
 extern POAInfo* root_poa_info;

@@ -233,14 +233,16 @@ void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_f
   try {
     destroy_children(etherealize_objects, wait_for_completion_, ev);
     {
+      PortableServer::LeavingServant leaving;
       MutexGuard counts(poa_default_servant_ref_mutex);
-      exchange_default(nullptr, nullptr);
+      exchange_default(nullptr, nullptr, leaving);
     }
     if (ActiveObjectMap* map = active_object_map; policies.retains() && map) {
       POA_TRACE("call clear_servants");
       map->clear_servants(poa_object);
     }
     etherealize_destroyed(etherealize_objects, wait_for_completion_, ev);
+    if (ActiveObjectMap* map = active_object_map) map->let_go_of_servants();
   } catch (...) {
     destroyed = !is_live(*this);  // still in the tree: it works on and can be destroyed again
     throw;

@@ -267,7 +267,7 @@ class POA_API POA : public virtual CORBA::Object {
   /// (0x4B510303) the second time, BAD_PARAM when the kind of manager does not fit the servant retention
   /// policy.
   virtual void set_servant_manager(ServantManager* imgr, CORBA_ENV) = 0;
-  /// The default servant, no count added. WrongPolicy, NoServant.
+  /// The default servant, with a count for the caller when it counts. WrongPolicy, NoServant.
   virtual ServantBase* get_servant(CORBA_ENV) = 0;
   /// Installs the servant for all objects that are not in the map, under an id of its own; null takes it away,
   /// with the reference of that id. A servant may be the default of several POAs, and the program may delete it
@@ -296,7 +296,8 @@ class POA_API POA : public virtual CORBA::Object {
   virtual CORBA::Object* create_reference_with_id(const ObjectId& oid, const char* intf, CORBA_ENV) = 0;
 
   // ---- Conversions ----
-  // Servants are returned without a count: whoever may deactivate them must not do so meanwhile.
+  // Servants are returned with a count for the caller, when they count; of others the program sees to it that nobody
+  // deletes them meanwhile.
 
   /// With UNIQUE_ID the id that the servant is active under; else with IMPLICIT_ACTIVATION a new one, under which
   /// it is active from now on; else that of the default servant. BAD_PARAM for null, ServantNotActive,
@@ -388,7 +389,7 @@ POA_VAR_CLASS(ServantManager_var, CORBA::ObjectVar<ServantManager>)
 ///   };
 ///   poa->set_servant_manager(&accounts);  // of a POA with RETAIN and USE_SERVANT_MANAGER
 ///
-/// What it throws reaches the client as UNKNOWN.
+/// What it throws reaches the client as UNKNOWN, unless it has the standard's signatures.
 class POA_API ServantActivator : public virtual ServantManager {
  public:
   static ServantActivator* _nil() { return nullptr; }
@@ -434,7 +435,7 @@ POA_VAR_CLASS(ServantActivator_var, CORBA::ObjectVar<ServantActivator>)
 ///   poa->set_servant_manager(&rows);  // of a POA with NON_RETAIN and USE_SERVANT_MANAGER
 ///
 /// A system exception reaches the client as it is, any other as UNKNOWN. When the operation throws, `postinvoke`
-/// is not called.
+/// is not called, unless it has the standard's signatures.
 class POA_API ServantLocator : public virtual ServantManager {
  public:
   /// A number that preinvoke leaves for the postinvoke of the same request.

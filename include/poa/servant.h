@@ -43,7 +43,9 @@ class POA_API ServantBase : public CORBA::Allocated {
   virtual CORBA::Boolean _is_a(const char* logical_type_id, CORBA_ENV);
   /// False here: whoever can be asked is there.
   virtual CORBA::Boolean _non_existent(CORBA_ENV);
-  /// Counts of owners: nothing here, see RefCountServantBase. The library calls neither.
+  /// Nothing here: the program owns the servant. A class that counts overrides both (RefCountServantBase): then the
+  /// adapter holds one count of a servant for each object that it is, and as a default servant, from the activation
+  /// to the end of the last request.
   virtual void _add_ref();
   virtual void _remove_ref();
   /// Serves one request: finds the operation, decodes, runs it, writes the reply. False when there is no such
@@ -61,6 +63,8 @@ class POA_API ServantBase : public CORBA::Allocated {
                                    unsigned char response_expected, void* table);
   virtual unsigned char _skel_non_exitent(void* request, void* unused, CORBA::ULong type,
                                           unsigned char response_expected, void* table);
+  /// The count, for diagnosis; 1 for a servant that does not count.
+  virtual CORBA::ULong _refcount_value();
 
   // ---- Who is in it, and its end ----
 
@@ -126,54 +130,65 @@ class POA_API ServantBase : public CORBA::Allocated {
   std::atomic<CORBA::ULong> _default_servant{0};  ///< changed under poa_default_servant_ref_mutex
   std::atomic<CORBA::ULong> _active_entries{
       0};  ///< at least its active-object-map entries; changed under the POA semaphore
+  std::atomic<CORBA::Boolean> _counts{0};  ///< the class counts; learnt when the adapter takes a count
+  CORBA::ULong _to_release{
+      0};  ///< counts to give back with the last request; under poa_svt_ref_counter_mutex
 
   friend struct ServantAccess;  // the library's own view of the fields
 };
 
-/// Owns one count of a servant: useful for servants that derive from RefCountServantBase.
+/// Owns one count of a servant of class T.
 ///
-///   PortableServer::ServantBase_var account = new Account;  // deleted with the last count
-///   poa->activate_object(account.in());
+///   PortableServer::Servant_var<Account> account = new Account;  // deleted with the last count
+///   poa->activate_object(account);                               // the adapter holds another one
 ///
 /// One thread at a time, as any variable.
-class ServantBase_var {
+template <class T>
+class Servant_var {
  public:
-  /// Of none.
-  ServantBase_var() = default;
+  Servant_var() = default;
   /// Takes over one count.
-  ServantBase_var(ServantBase* p) : _ptr(p) {}
-  ServantBase_var(const ServantBase_var& o) : _ptr(o._ptr) {
-    if (_ptr) _ptr->_add_ref();
+  Servant_var(T* p) : _ptr(p) {}
+  Servant_var(const Servant_var& o) : _ptr(o._ptr) { add(); }
+  template <class Derived>
+  Servant_var(const Servant_var<Derived>& o) : _ptr(o.in()) {
+    add();
   }
-  ~ServantBase_var() {
-    if (_ptr) _ptr->_remove_ref();
-  }
-  ServantBase_var& operator=(ServantBase* p) {
-    if (ServantBase* old = std::exchange(_ptr, p)) old->_remove_ref();
+  ~Servant_var() { remove(_ptr); }
+  Servant_var& operator=(T* p) {
+    remove(std::exchange(_ptr, p));
     return *this;
   }
-  ServantBase_var& operator=(const ServantBase_var& o) {  // NOLINT(bugprone-unhandled-self-assignment): it is
+  Servant_var& operator=(const Servant_var& o) {  // NOLINT(bugprone-unhandled-self-assignment): it is
     if (_ptr == o._ptr) return *this;
     if (o._ptr) o._ptr->_add_ref();
     return *this = o._ptr;
   }
-  /// The servant, no count added; null when there is none.
-  ServantBase* operator->() const { return _ptr; }
-  ServantBase* in() const { return _ptr; }
-  ServantBase*& inout() { return _ptr; }
-  ServantBase*& out() {
-    *this = static_cast<ServantBase*>(nullptr);
+  T* operator->() const { return _ptr; }
+  T& operator*() const { return *_ptr; }
+  operator T*() const { return _ptr; }
+  T* in() const { return _ptr; }
+  T*& inout() { return _ptr; }
+  T*& out() {
+    *this = static_cast<T*>(nullptr);
     return _ptr;
   }
-  /// Hands its count to the caller.
-  ServantBase* _retn() { return std::exchange(_ptr, nullptr); }
+  T* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:
-  ServantBase* _ptr = nullptr;
+  void add() {
+    if (_ptr) _ptr->_add_ref();
+  }
+  static void remove(T* p) {
+    if (p) p->_remove_ref();
+  }
+  T* _ptr = nullptr;
 };
+POA_VAR_CLASS(ServantBase_var, Servant_var<ServantBase>)
 
-/// Counts references: starts at 1, deletes itself when the last is given back. The adapter adds no count of its own:
-/// whoever holds the last one deactivates first. Derive from it beside the skeleton. Any thread.
+/// Counts references: starts at 1, deletes itself when the last is given back. The adapter holds one for each object
+/// that the servant is, so the program may give its own back after activation. Derive from it beside the skeleton. Any
+/// thread.
 ///
 ///   class Account : public POA_Bank::Account, public PortableServer::RefCountServantBase { ... };
 class POA_API RefCountServantBase : public virtual ServantBase {
@@ -184,6 +199,7 @@ class POA_API RefCountServantBase : public virtual ServantBase {
   ~RefCountServantBase() override;
   void _add_ref() override;
   void _remove_ref() override;
+  CORBA::ULong _refcount_value() override;
 
  protected:
   std::atomic<CORBA::ULong> _ref_count{1};

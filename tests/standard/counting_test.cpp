@@ -1,0 +1,157 @@
+// Servants that count, and what the adapter holds of them.
+
+#include "server.h"
+
+namespace {
+
+using PortableServer::ObjectId_var;
+using PortableServer::POA_var;
+using PortableServer::ServantBase;
+using PortableServer::ServantBase_var;
+
+/// Counts, and tells when it goes.
+class Counted : public EchoServant, public virtual PortableServer::RefCountServantBase {
+ public:
+  explicit Counted(std::promise<void>& gone) : gone_(gone) {}
+  ~Counted() override { gone_.set_value(); }
+  void sleep_ms(CORBA::ULong) override {
+    entered.set_value();
+    EchoServant::sleep_ms(0);
+  }
+  std::promise<void> entered;
+
+ private:
+  std::promise<void>& gone_;
+};
+
+/// Counts by itself, and only the calls.
+class OwnCount : public EchoServant {
+ public:
+  void _add_ref() override { ++count; }
+  void _remove_ref() override { --count; }
+  int count = 0;
+};
+
+class Activator : public POA_PortableServer::ServantActivator {
+ public:
+  PortableServer::Servant incarnate(const PortableServer::ObjectId&, PortableServer::POA_ptr) override {
+    return new Counted(gone);
+  }
+  void etherealize(const PortableServer::ObjectId&, PortableServer::POA_ptr, PortableServer::Servant servant,
+                   CORBA::Boolean, CORBA::Boolean remaining) override {
+    if (!remaining) servant->_remove_ref();
+  }
+  std::promise<void> gone;
+};
+
+class CountingTest : public StandardTest {
+ protected:
+  POA_var make_poa(const char* name, std::initializer_list<CORBA::Policy_ptr> policies) {
+    CORBA::PolicyList list;
+    list.length(static_cast<CORBA::ULong>(policies.size()));
+    CORBA::ULong at = 0;
+    for (CORBA::Policy_ptr policy : policies) list[at++] = policy;
+    return root->create_POA(name, PortableServer::POAManager::_nil(), list);
+  }
+  Demo::Echo_ptr far_object(const char* key, CORBA::Object_ptr object) {
+    orb->register_key(key, object);
+    return Demo::Echo::_unchecked_narrow(CORBA::Object_var(orb->string_to_object(far(key).c_str())));
+  }
+  bool is_gone(std::chrono::milliseconds bound = std::chrono::seconds(20)) {
+    return gone_.wait_for(bound) == std::future_status::ready;
+  }
+
+  std::promise<void> going_;
+  std::future<void> gone_ = going_.get_future();
+};
+
+TEST_F(CountingTest, TheAdapterHoldsAnActiveServant) {
+  PortableServer::Servant_var<Counted> own = new Counted(going_);
+  const ObjectId_var id = root->activate_object(own);
+  EXPECT_EQ(own->_refcount_value(), 2u);
+  const CORBA::Object_var reference = root->id_to_reference(id);
+  for (const bool by_id : {true, false}) {
+    const ServantBase_var given = by_id ? root->id_to_servant(id) : root->reference_to_servant(reference);
+    EXPECT_EQ(own->_refcount_value(), 3u) << "one for the caller";
+    EXPECT_EQ(given.in(), own.in());
+  }
+  Counted* const servant_of_adapter = own;
+  own = nullptr;
+  const Demo::Echo_var object = far_object("Counted", reference);
+  EXPECT_EQ(object->add(1, 2), 3) << "the adapter's count keeps it";
+
+  auto call = std::async(std::launch::async, [&] { object->sleep_ms(0); });
+  servant_of_adapter->entered.get_future().wait();
+  root->deactivate_object(id);
+  EXPECT_FALSE(is_gone(std::chrono::milliseconds(0))) << "a request is in it";
+  servant_of_adapter->release.set_value();
+  call.get();
+  EXPECT_TRUE(is_gone());
+}
+
+TEST_F(CountingTest, ADestroyedPOALetsGo) {
+  const POA_var poa = make_poa("counting", {});
+  {
+    const ServantBase_var own = new Counted(going_);
+    const ObjectId_var id = poa->activate_object(own);
+  }
+  EXPECT_FALSE(is_gone(std::chrono::milliseconds(0)));
+  poa->destroy(true, true);
+  EXPECT_TRUE(is_gone());
+}
+
+TEST_F(CountingTest, ActivatorsReleaseWhatTheyMade) {
+  const POA_var poa =
+      make_poa("counting", {root->create_id_assignment_policy(PortableServer::USER_ID),
+                            root->create_request_processing_policy(PortableServer::USE_SERVANT_MANAGER)});
+  Activator activator;
+  poa->set_servant_manager(PortableServer::ServantActivator_var(activator._this()));
+  for (const bool by_destroy : {false, true}) {
+    SCOPED_TRACE(by_destroy);
+    activator.gone = {};
+    gone_ = activator.gone.get_future();
+    const ObjectId_var id = PortableServer::string_to_ObjectId("x");
+    const Demo::Echo_var object = Demo::Echo::_unchecked_narrow(
+        CORBA::Object_var(poa->create_reference_with_id(id, Demo::Echo::repository_id)));
+    EXPECT_EQ(object->add(1, 2), 3);
+    EXPECT_FALSE(is_gone(std::chrono::milliseconds(0)));
+    if (by_destroy) {
+      poa->destroy(true, true);
+    } else {
+      poa->deactivate_object(id);
+    }
+    EXPECT_TRUE(is_gone());
+  }
+}
+
+TEST_F(CountingTest, DefaultServantsAndOwnCountersAreCountedToo) {
+  const POA_var poa =
+      make_poa("counting", {root->create_id_uniqueness_policy(PortableServer::MULTIPLE_ID),
+                            root->create_request_processing_policy(PortableServer::USE_DEFAULT_SERVANT)});
+  OwnCount servant_of_own;
+  poa->set_servant(&servant_of_own);
+  EXPECT_EQ(servant_of_own.count, 1);
+  ServantBase_var given = poa->get_servant();
+  EXPECT_EQ(servant_of_own.count, 2);
+  given = nullptr;
+  const ObjectId_var id = poa->activate_object(&servant_of_own),
+                     other = poa->activate_object(&servant_of_own);
+  EXPECT_EQ(servant_of_own.count, 3) << "one for each object";
+  EXPECT_EQ(servant_of_own._refcount_value(), 1u) << "a diagnosis that the class does not give";
+  poa->deactivate_object(id);
+  EXPECT_EQ(servant_of_own.count, 2);
+  OwnCount next;
+  poa->set_servant(&next);
+  EXPECT_EQ(servant_of_own.count, 1);
+  poa->destroy(true, true);
+  EXPECT_EQ(servant_of_own.count + next.count, 0);
+
+  OwnCount refused;
+  const POA_var unique = make_poa("unique", {});
+  ObjectId_var first = unique->activate_object(&refused);
+  EXPECT_THROW(unique->activate_object(&refused), PortableServer::POA::ServantAlreadyActive);
+  EXPECT_EQ(refused.count, 1) << "nothing is held of what was refused";
+  unique->destroy(true, true);
+}
+
+}  // namespace

@@ -173,7 +173,7 @@ class LoopTest : public StandardTest {
   auto meanwhile(Call&& call) {
     return std::async(std::launch::async, std::forward<Call>(call));
   }
-  Demo::Echo_ptr find_far() {
+  Demo::Echo_var find_far() {
     auto asked = meanwhile([&] { return far_echo(orb); });
     while (asked.wait_for(std::chrono::seconds(0)) != std::future_status::ready && turn(10) >= -1) continue;
     return asked.get();

@@ -88,7 +88,7 @@ class StandardTest : public testing::Test {
     return "corbaloc:iiop:1.2@localhost:" + port() + "/" + key;
   }
   /// The Echo object over a socket, as `of` sees it.
-  Demo::Echo_ptr far_echo(CORBA::ORB_ptr of) {
+  Demo::Echo_var far_echo(CORBA::ORB_ptr of) {
     orb->register_key("Echo", echo);
     const CORBA::Object_var object = of->string_to_object(far("Echo").c_str());
     return Demo::Echo::_narrow(object);

@@ -64,7 +64,7 @@ void enter_core(int& argc, char** argv, std::vector<char*>& rest, Environment& e
   void* const handle = CORBA_ORB_init(&count, rest.data(), "", &record);
   check_record(record, env);
   if (!handle) raise<INITIALIZE>(env);
-  OM_this_ORB = handle;
+  if (OM_this_ORB != handle) OM_this_ORB = handle;  // read by others without a lock
   if (!argv || count == argc) return;
   std::copy_n(rest.data(), count + 1, argv);
   argc = count;

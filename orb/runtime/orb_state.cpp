@@ -18,15 +18,21 @@ Orbs::Entry* Orbs::find(const OrbPointer& orb) {
   return found == all_.end() ? nullptr : &*found;
 }
 
-OrbPointer Orbs::enter(const OrbOptions& options) {
+OrbPointer Orbs::use(const std::string& id) {
   const std::lock_guard lock(mutex_);
-  auto found = std::ranges::find_if(all_, [&](const Entry& e) { return e.orb->id == options.id; });
-  if (found == all_.end()) found = all_.insert(all_.end(), {std::make_shared<OrbState>(options.id)});
+  auto found = std::ranges::find_if(all_, [&](const Entry& e) { return e.orb->id == id; });
+  if (found == all_.end()) found = all_.insert(all_.end(), {std::make_shared<OrbState>(id)});
   ++found->uses;
-  const std::lock_guard state_lock(found->orb->mutex);
-  for (const auto& [name, url] : options.configured) found->orb->configured[name] = url;
-  if (!options.default_url.empty()) found->orb->default_url = options.default_url;
   return found->orb;
+}
+
+// Not with both locks: who holds an ORB's asks for this one.
+OrbPointer Orbs::enter(const OrbOptions& options) {
+  OrbPointer orb = use(options.id);
+  const std::lock_guard lock(orb->mutex);
+  for (const auto& [name, url] : options.configured) orb->configured[name] = url;
+  if (!options.default_url.empty()) orb->default_url = options.default_url;
+  return orb;
 }
 
 bool Orbs::lives(const OrbPointer& orb) {

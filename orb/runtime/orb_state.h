@@ -67,6 +67,7 @@ class Orbs {
     ULong uses = 0;
     bool ended = false;
   };
+  OrbPointer use(const std::string& id);
   Entry* find(const OrbPointer& orb);
   bool may_serve_locked(const OrbPointer& orb);
   OrbPointer standard_locked();

@@ -83,7 +83,7 @@ void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const Sy
   const auto put = [&at](char letter, ULong number) {
     *at++ = letter;
     for (int shift = 24; shift >= 0; shift -= 8, at += 2)
-      std::memcpy(at, &HEXADECIMAL[2 * (number >> shift & 0xFF)], 2);
+      std::memcpy(at, &HEXADECIMAL[std::size_t{2} * (number >> shift & 0xFF)], 2);
   };
   put('P', process);
   put('T', time.seconds);

@@ -48,7 +48,7 @@ bool visit(Bank::Teller_ptr teller, Bank::Watcher_ptr watcher) {
     std::cout << e.missing << " are missing" << std::endl;
   }
   try {
-    Bank::Account_var(teller->find("Carol"));
+    const Bank::Account_var none = teller->find("Carol");
     return false;
   } catch (const Bank::Unknown& e) {
     std::cout << e.owner.in() << " has no account" << std::endl;

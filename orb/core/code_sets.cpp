@@ -40,7 +40,7 @@ class Converter {
     if (usable()) iconv_close(state_);
   }
 
-  bool usable() const { return state_ != iconv_t(-1); }
+  bool usable() const { return state_ != iconv_t(-1); }  // NOLINT(performance-no-int-to-ptr)
   /// Writes to `to`, which has the room that any text needs. The octets written, or -1.
   std::ptrdiff_t run(std::string_view text, char* to, std::size_t room) {
     char* from = const_cast<char*>(text.data());

@@ -40,7 +40,7 @@ void look_at_runs(Look look) {
     if (request == 0 || (request & looked_at) ||
         !run->request.compare_exchange_strong(request, request | looked_at))
       continue;
-    look(*run, *reinterpret_cast<const ServerRequest*>(request));
+    look(*run, *reinterpret_cast<const ServerRequest*>(request));  // NOLINT(performance-no-int-to-ptr)
     run->request = request;
   }
 }

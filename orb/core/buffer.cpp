@@ -1,6 +1,7 @@
 #include "buffer.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace zrsv {
 

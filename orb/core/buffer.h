@@ -2,7 +2,6 @@
 // copy.
 #pragma once
 
-#include <cstdlib>
 #include <cstring>
 #include <utility>
 
@@ -86,10 +85,7 @@ class Buffer {
  private:
   void drop() {
     count_memory(capacity_, 0);
-    if (capacity_ > large_from)
-      give_large_block(data_, capacity_);
-    else
-      std::free(data_);
+    give_block(data_, capacity_);
   }
   [[gnu::cold]] bool enlarge(std::size_t more);
   bool move_to(LargeBlock block);

@@ -37,11 +37,7 @@ bool write_string(CDR* cdr, const char* text) {
 }
 
 void drop_output(CDR* cdr) {
-  const auto capacity = static_cast<std::size_t>(cdr->out_limit - cdr->out_base);
-  if (capacity > large_from)
-    give_large_block(cdr->out_base, capacity);
-  else
-    std::free(cdr->out_base);
+  give_block(cdr->out_base, static_cast<std::size_t>(cdr->out_limit - cdr->out_base));
 }
 
 bool grow_large(CDR* cdr, std::size_t used, std::size_t wanted) {

@@ -57,7 +57,7 @@ class LargeBlocks {
   std::mutex mutex_;
   std::array<LargeBlock, most_blocks> blocks_;
   std::size_t count_ = 0, octets_ = 0;
-  std::size_t least_ = 0;  // blocks that were there at any moment since the last look
+  std::size_t least_ = 0;  // the fewest blocks that were there since the last look
 };
 
 LargeBlocks& large_blocks() {
@@ -78,7 +78,7 @@ LargeBlock take_large_block(std::size_t wanted) {
 }
 
 void give_large_block(unsigned char* octets, std::size_t capacity) {
-  if (octets && !large_blocks().keep({octets, capacity})) std::free(octets);
+  if (!large_blocks().keep({octets, capacity})) std::free(octets);
 }
 
 bool drop_unused_blocks() { return large_blocks().drop_unused(); }

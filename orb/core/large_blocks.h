@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdlib>
 
 namespace zrsv {
 
@@ -18,8 +19,15 @@ struct LargeBlock {
 LargeBlock take_large_block(std::size_t wanted);
 /// The same, but never a new one.
 LargeBlock take_kept_block(std::size_t wanted);
-/// Takes over a block of malloc: keeps it, or frees it when enough is kept. Null is ignored.
+/// Takes over a large block of malloc: keeps it, or frees it when enough is kept.
 void give_large_block(unsigned char* octets, std::size_t capacity);
+/// The end of a block of malloc, large or not. Null is ignored.
+inline void give_block(unsigned char* octets, std::size_t capacity) {
+  if (capacity > large_from)
+    give_large_block(octets, capacity);
+  else
+    std::free(octets);
+}
 /// Frees what nobody has wanted since the last time, and says whether that was any. To be called again and again, by one
 /// thread.
 bool drop_unused_blocks();

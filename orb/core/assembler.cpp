@@ -201,16 +201,16 @@ void Assembler::reset() {
 // first fragment  = header (more) body[0 .. n)
 // later fragments = header request id, body[n .. m)        each a multiple of 8 octets long but the
 // last
-Pieces::Pieces(unsigned char* message, std::size_t length, uint32_t limit) {
+Fragments::Fragments(unsigned char* message, std::size_t length, uint32_t limit) {
   if (!must_fragment(message, length, limit)) {
     parts_.push_back({message, length});
     return;
   }
   const bool little = (message[6] & 1) != 0;
   const std::size_t head = header_size + 4;
-  const std::size_t piece = std::max<std::size_t>(limit & ~7u, 64);
-  const std::size_t step = (piece - head) & ~std::size_t{7};
-  std::size_t at = std::min(piece, length);
+  const std::size_t fragment = std::max<std::size_t>(limit & ~7u, 64);
+  const std::size_t step = (fragment - head) & ~std::size_t{7};
+  std::size_t at = std::min(fragment, length);
   heads_.resize((length - at + step - 1) / step);
   message[6] = static_cast<unsigned char>(message[6] | more_flag);
   put_word(message + 8, static_cast<uint32_t>(at - header_size), little);

@@ -84,10 +84,10 @@ class Assembler {
 
 /// A message as it leaves: in one piece, or cut into fragments. Views into the message, which must stay; its
 /// header is changed.
-class Pieces {
+class Fragments {
  public:
   /// `limit` 0: never cut. GIOP 1.0 knows no fragments, and in 1.1 no cut is right for every reader.
-  Pieces(unsigned char* message, std::size_t length, uint32_t limit);
+  Fragments(unsigned char* message, std::size_t length, uint32_t limit);
   std::vector<iovec>& parts() { return parts_; }
 
  private:

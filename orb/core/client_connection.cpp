@@ -89,23 +89,24 @@ class Outgoing {
     const uint32_t limit = options().fragment_size;
     if (!must_fragment(message, size, limit)) return;
     std::memcpy(header_, message, sizeof header_);
-    pieces_.emplace(message, size, limit);
+    fragments_.emplace(message, size, limit);
   }
   ~Outgoing() {
-    if (pieces_) std::memcpy(message_, header_, sizeof header_);
+    if (fragments_) std::memcpy(message_, header_, sizeof header_);
   }
   Outgoing(const Outgoing&) = delete;
   Outgoing& operator=(const Outgoing&) = delete;
 
   Written write(int fd, Deadline deadline, Clock::time_point* now) {
-    return write_parts(fd, pieces_ ? std::span(pieces_->parts()) : std::span(&whole_, 1), deadline, now);
+    return write_parts(fd, fragments_ ? std::span(fragments_->parts()) : std::span(&whole_, 1), deadline,
+                       now);
   }
 
  private:
   unsigned char* message_;
   iovec whole_;
   unsigned char header_[giop::header_size];
-  std::optional<Pieces> pieces_;
+  std::optional<Fragments> fragments_;
 };
 
 }  // namespace

@@ -1,4 +1,4 @@
-// A call as the client side's C face hands it out.
+// A call as the client side's C interface hands it out.
 #pragma once
 
 #include <memory>

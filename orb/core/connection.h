@@ -92,10 +92,10 @@ class Connection {
   bool more_input() const { return !drained_ || assembler_.more(); }
 
   // The reader's own:
-  /// Counts a request. True when the client seems to call and wait, again and again: a thread should stay
-  /// with it.
+  /// Counts a request. True when the client seems to call and wait, again and again: a thread should be
+  /// pinned to it.
   bool count_call();
-  /// The client paused: it takes more calls until a thread stays again, unless staying was worth it.
+  /// The client paused: it takes more calls until a thread is pinned to it again, unless that was worth it.
   void paused();
   Assembler& assembler() { return assembler_; }
   Connection* next_ready = nullptr;  // in the engine's ready list, which owns reading then

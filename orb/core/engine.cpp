@@ -26,10 +26,9 @@ constexpr std::size_t keep = large_from;  // memory that a thread keeps in each 
 constexpr unsigned turns_in_a_row = 64;   // messages and reads of one connection before others are looked at
 constexpr unsigned ready_in_a_row = 16;   // connections from the ready list before new events are looked at
 
-constexpr std::chrono::milliseconds most_over_memory{10'000};  // before who holds the most is closed
-constexpr uint32_t most_lent = 64;                             // slots at a time
-constexpr std::size_t most_seats = 16;
-constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread stays no longer
+constexpr uint32_t most_lent = 64;  // slots at a time
+constexpr std::size_t most_pins = 16;
+constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread is unpinned
 
 thread_local unsigned upcalls = 0;
 thread_local Engine* engine_of_slot = nullptr;
@@ -72,7 +71,7 @@ Engine::Engine(uint32_t slots)
     : slots_(slots),
       pool_(*this),
       most_connections_(most_connections(pool_.options())),
-      seats_(std::min<std::size_t>(slots, most_seats)) {}
+      pins_(std::min<std::size_t>(slots, most_pins)) {}
 
 Engine::~Engine() {
   for (const int fd : {epoll_, wake_, hosted_work_}) {
@@ -92,11 +91,11 @@ bool Engine::start() {
     return false;
   queue_group().deliver_to([this](Requests requests) { deliver(std::move(requests)); });
   try {
-    seats_.start([this](Connection& connection) {
+    pins_.start([this](Connection& connection) {
       watch_input(connection, true);
       pass_on(connection);
     });
-    const std::size_t count = slots_ + 1 + seats_.count();
+    const std::size_t count = slots_ + 1 + pins_.count();
     threads_.reserve(count + most_lent);
     ended_.reserve(count + most_lent);
     while (threads_.size() < count) threads_.emplace_back([self = shared_from_this()] { self->work(); });
@@ -120,25 +119,6 @@ void Engine::add(int fd, const PeerAddress& peer) try {
 } catch (const std::exception& e) {
   OM_log("%s refused: %s", peer.text().c_str(), e.what());
   ::close(fd);
-}
-
-bool Engine::has_room(const PeerAddress& peer) {
-  const auto of_all = [this] { return pool_.open_connections(); };
-  const auto of_peer = [&] { return pool_.connections_of(peer); };
-  const auto party = peer.party();
-  const auto any = [](const PeerAddress&) { return true; };
-  const auto same = [&](const PeerAddress& other) { return other.party() == party; };
-  if (of_all() >= most_connections_) close_longest_idle(any);
-  const uint32_t most_of_peer = pool_.options().peer_connections;
-  const bool counts = most_of_peer != 0 && !peer.is_loopback();
-  if (counts && of_peer() >= most_of_peer) close_longest_idle(same);
-  if (of_all() >= most_connections_) {
-    OM_log("%s refused: %u connections are open, which is the limit", peer.text().c_str(), most_connections_);
-    return false;
-  }
-  if (!counts || of_peer() < most_of_peer) return true;
-  OM_log("%s refused: its address has %u connections, which is the limit", peer.text().c_str(), most_of_peer);
-  return false;
 }
 
 // ---- The thread's round ----
@@ -199,38 +179,38 @@ void Engine::take_event(Worker& worker, const Ref<Connection>& connection, uint3
   if (events & EPOLLOUT) connection->flush();
   if ((events & ~EPOLLOUT) == 0) return;
   const bool hung_up = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
-  worker.may_stay = false;
+  worker.may_pin = false;
   if (hung_up && connection->end_pause()) return lose(connection);  // what it sent last is not wanted
   if (connection->begin_read(hung_up)) serve(worker, connection);
-  if (worker.may_stay) stay(worker, connection);
+  if (worker.may_pin) pin_to(worker, connection);
 }
 
-// ---- Staying with a connection ----
+// ---- A thread pinned to a connection ----
 
-void Engine::stay(Worker& worker, const Ref<Connection>& connection) {
+void Engine::pin_to(Worker& worker, const Ref<Connection>& connection) {
   if (worker.has_slot) run_waiting(worker);
-  Seats::Seat* const seat = seats_.take(*connection);
-  if (!seat) return;
+  Pins::Pin* const pin = pins_.take(*connection);
+  if (!pin) return;
   if (connection->begin_read(false)) {
     watch_input(*connection, false);
     worker.turns_left = turns_without_call;
-    while (stay_for_one(worker, connection, seat)) continue;
+    while (serve_pinned(worker, connection, pin)) continue;
   }
-  seats_.leave(seat);
+  pins_.leave(pin);
 }
 
 // Called with the ownership of reading. False: the thread leaves, and the connection is back in the epoll
 // set.
-bool Engine::stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat) {
+bool Engine::serve_pinned(Worker& worker, const Ref<Connection>& connection, Pins::Pin* pin) {
   const bool leave = quit_ || connection->has_output();  // output is sent by who watches the connection
   const Connection::Input input = leave ? Connection::Input::None : connection->receive_patiently();
   if (input == Connection::Input::End) return lose(connection), false;
   if (input == Connection::Input::Octets) {
-    worker.seat = seat;
+    worker.pin = pin;
     serve(worker, connection);
     if (worker.has_slot) run_waiting(worker);
-    if (!std::exchange(worker.seat, nullptr)) return false;
-    if (seat->running()) return seat->end_run();
+    if (!std::exchange(worker.pin, nullptr)) return false;
+    if (pin->running()) return pin->end_run();
     if (!connection->begin_read(false))
       return watch_input(*connection, true), false;  // another's now, or lost
     if (--worker.turns_left > 0) return true;
@@ -255,7 +235,7 @@ void Engine::watch_input(Connection& connection, bool on) {
   connection.break_off();
 }
 
-// A connection that a thread stays with is not in the set: that thread sees the output, or who puts it back does.
+// A connection that a thread is pinned to is not in the set: that thread sees the output, or who puts it back does.
 void Engine::watch_output(Connection& connection) {
   bool failed = false;
   connection.with_socket([&](int fd) {
@@ -294,8 +274,8 @@ void Engine::read(Worker& worker, const Ref<Connection>& connection) {
                  worker.header.size, pool_.options().max_message);
         return reject(worker.header.minor, connection, connection->assembler().error());
       case Assembler::Result::NeedMore:
-        // Who stays with a connection waits for the rest of a message there.
-        const bool wait = worker.seat && connection->assembler().incomplete() > 0;
+        // Who is pinned to a connection waits for the rest of a message there.
+        const bool wait = worker.pin && connection->assembler().incomplete() > 0;
         const Connection::Input input = wait ? connection->receive_patiently() : connection->receive();
         if (input == Connection::Input::End) return lose(connection);
         if (input == Connection::Input::None && connection->end_read()) return;
@@ -452,12 +432,12 @@ void Engine::pass_on(Connection& connection) {
     push_ready(Ref<Connection>::share(&connection));
 }
 
-// Before a request runs. A thread that stays with its client keeps reading, unless the watch takes that from
-// it; a client that sends more without waiting for the reply is none to stay with.
+// Before a request runs. A thread that is pinned to its client keeps reading, unless the watch takes that from
+// it; a client that sends more without waiting for the reply is none to be pinned to.
 void Engine::give_reading_back(Worker& worker, Connection& connection) {
-  worker.may_stay = connection.count_call();
-  if (worker.seat && !connection.more_input()) return worker.seat->begin_run();
-  if (std::exchange(worker.seat, nullptr)) watch_input(connection, true);
+  worker.may_pin = connection.count_call();
+  if (worker.pin && !connection.more_input()) return worker.pin->begin_run();
+  if (std::exchange(worker.pin, nullptr)) watch_input(connection, true);
   pass_on(connection);
 }
 
@@ -662,74 +642,6 @@ void Engine::perform_work() {
   leave();
 }
 
-// ---- Calls of this process ----
-
-const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
-  giop::Header header;
-  ServerRequest request;
-  std::swap(request.message, message);
-  if (request.message.size() < giop::header_size ||
-      giop::read_header(request.message.data(), UINT32_MAX, &header) ||
-      request.message.size() != giop::header_size + std::size_t{header.size} || !request.read_head(header))
-    return "OBJECT_NOT_EXIST";
-  CodeSets own;
-  request.use_code_sets(&own);
-  const Ref<Reference> target = Reference::from_key(request.head.key);
-  if (!target) return "OBJECT_NOT_EXIST";
-  request.target.borrow(target.get());
-
-  const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
-  const bool has_slot = Upcall::running() || hosted_.load(std::memory_order_relaxed);
-  if (may_be_held || (!has_slot && !try_run_now(request))) {
-    const bool waits = request.head.response_expected;
-    const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
-    const auto admission =
-        may_be_held ? queue_group().hold(&request, queue_limit(request)) : QueueGroup::Admission::Pass;
-    if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
-    if (admission == QueueGroup::Admission::Pass && !has_slot && !enqueue(&request)) return "TRANSIENT";
-    if (admission == QueueGroup::Admission::Held || !has_slot)
-      return waits ? await(*call, deadline, reply) : nullptr;
-    request.waiter = nullptr;
-  }
-  {
-    const Upcall upcall(has_slot ? Upcall::slot_of() : this);
-    execute(request, pool_.options().max_message, reply);
-  }
-  if (!request.waits.wanted) *reply = Buffer::take(&request.cdr);
-  if (!has_slot) leave();
-  if (!has_slot && waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
-  return request.waits.wanted ? park_and_await(request, has_slot, deadline, reply) : nullptr;
-}
-
-const char* Engine::park_and_await(ServerRequest& request, bool has_slot, Clock::time_point deadline,
-                                   Buffer* reply) {
-  const bool waits = request.head.response_expected;
-  const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
-  if (!keep_at_gate(&request, pool_.options().queue)) return "TRANSIENT";
-  return waits ? await(*call, deadline, reply) : nullptr;
-}
-
-const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
-  std::unique_lock lock(call.mutex);
-  const auto done = [&] { return call.done || call.released; };
-  if (deadline == Clock::time_point::max()) {
-    call.over.wait(lock, done);
-  } else if (!call.over.wait_until(lock, deadline, done)) {
-    call.given_up = true;
-    return "TIMEOUT";
-  }
-  if (const std::unique_ptr<ServerRequest> request = std::move(call.released)) {
-    lock.unlock();
-    const Upcall upcall(Upcall::slot_of());
-    execute(*request, pool_.options().max_message, reply);
-    if (request->waits.wanted) return park_and_await(*request, call.caller_has_slot, deadline, reply);
-    *reply = Buffer::take(&request->cdr);
-    return nullptr;
-  }
-  *reply = std::move(call.reply);
-  return call.error;
-}
-
 // ---- Refusals ----
 
 template <class Answer>
@@ -781,163 +693,6 @@ void Engine::tell_of_loss(Connection& connection) {
   } catch (...) {
     OM_log("%s: exception past the disconnect hook", peer.text().c_str());
   }
-}
-
-// ---- Time limits ----
-
-std::chrono::milliseconds Engine::watch_period() const {
-  const Options& o = pool_.options();
-  uint32_t least = 4'000;
-  for (uint32_t limit : {o.write_timeout_ms, o.read_timeout_ms, o.idle_timeout_ms, o.queue_timeout_ms})
-    if (limit != 0) least = std::min(least, limit);
-  return std::chrono::milliseconds(std::max(10u, least / 4));
-}
-
-void Engine::look_after(Clock::time_point now) {
-  note_runs(now);
-  if (stopping_.load()) return;
-  const Options& limits = pool_.options();
-  const std::chrono::milliseconds idle(limits.idle_timeout_ms);
-  pool_.for_each([&](const Ref<Connection>& connection) {
-    if (const char* why = connection->overdue(now); why && !connection->broken()) {
-      OM_log("%s %s: connection closed", connection->peer().text().c_str(), why);
-      connection->break_off();
-    }
-    if (idle.count() != 0 && now - connection->quiet_since() >= idle) return close_if_idle(connection);
-    if (connection->trim(now)) push_ready(connection);
-    connection->try_resume();
-  });
-  relieve(now);
-  if (limits.queue_timeout_ms != 0)
-    for (Waiting* waiting : {&waiting_, &hosted_waiting_})
-      refuse(waiting->expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
-  if (const std::size_t count = queue_group().waiting_in_vain(now - std::chrono::seconds(1)))
-    OM_log("%zu requests wait for the activation of a POA manager; none has been activated yet", count);
-}
-
-// Those that hold the most are not read, so they may hold it for good: when that does not end by itself, one after
-// the other is closed.
-void Engine::relieve(Clock::time_point now) {
-  memory_return_.look(drop_unused_blocks());
-  if (!over_memory()) {
-    over_memory_since_ = {};
-    return;
-  }
-  if (over_memory_since_ == Clock::time_point()) {
-    over_memory_since_ = now;
-    OM_log("%zu MiB are in flight, over -ORBMaxMemory: who holds the most is not read", memory_used() >> 20);
-  }
-  const std::chrono::milliseconds limit(pool_.options().read_timeout_ms);
-  if (now - over_memory_since_ < (limit.count() != 0 ? std::min(limit, most_over_memory) : most_over_memory))
-    return;
-  Ref<Connection> largest;
-  pool_.for_each([&](const Ref<Connection>& connection) {
-    const bool larger = !largest || connection->holds_for_itself() > largest->holds_for_itself();
-    if (larger && !connection->broken()) largest = connection;
-  });
-  if (!largest || largest->holds_for_itself() < counted_from) return;
-  OM_log("%s holds %zu KiB, the most, with -ORBMaxMemory used up: connection closed",
-         largest->peer().text().c_str(), largest->holds_for_itself() >> 10);
-  largest->break_off();
-}
-
-// Makes room for a new one. A client that has just come, or waits for something, is not sent away for it.
-template <class Wanted>
-void Engine::close_longest_idle(Wanted wanted) {
-  Ref<Connection> longest;
-  pool_.for_each([&](const Ref<Connection>& connection) {
-    if (!connection->registered() || !wanted(connection->peer())) return;
-    if (!longest || connection->quiet_since() < longest->quiet_since()) longest = connection;
-  });
-  if (longest && Clock::now() - longest->quiet_since() >= std::chrono::seconds(1)) close_if_idle(longest);
-}
-
-// Only the reader can say that nothing has come.
-void Engine::close_if_idle(const Ref<Connection>& connection) {
-  if (!connection->begin_read(false)) return;
-  Assembler& assembler = connection->assembler();
-  if (connection->receive() != Connection::Input::None || assembler.incomplete() > 0 ||
-      connection->has_requests())
-    return push_ready(connection);
-  unsigned char message[giop::header_size];
-  giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
-  connection->say_goodbye(message, sizeof message);
-  lose(connection);
-}
-
-// ---- The end ----
-
-std::vector<std::string> Engine::stop(Clock::time_point deadline) {
-  queue_group().deliver_to(nullptr);
-  stopping_ = true;
-  for (Waiting* waiting : {&waiting_, &hosted_waiting_}) waiting->close();
-  refuse(withdraw(nullptr, nullptr));
-  {
-    std::unique_lock lock(end_mutex_);
-    // Who lends counts itself there first, and who takes back here.
-    const auto count = [this] { return lent_.load() + running_.load(); };
-    if (!end_.wait_until(lock, deadline, [&] { return count() == 0; }))
-      OM_log("shutdown: %u requests still run at the deadline", count());
-  }
-  std::vector<std::string> still_running = describe_runs(Clock::now());
-  for (const std::string& one : still_running) OM_log("shutdown: still runs: %s", one.c_str());
-  drain_output(deadline);
-  say_goodbye();
-  seats_.stop();
-  end_threads(std::max(deadline, Clock::now() + std::chrono::milliseconds(200)));
-  while (pop_ready()) continue;
-  return still_running;
-}
-
-void Engine::refuse(Requests requests) {
-  Worker worker;
-  while (auto request = requests.pop_front()) refuse(worker, *request, "TRANSIENT");
-}
-
-// Replies that clients are taking may go out.
-void Engine::drain_output(Clock::time_point deadline) {
-  const auto has_output = [this] {
-    bool any = false;
-    pool_.for_each([&](const auto& connection) { any |= connection->has_output() && !connection->broken(); });
-    return any;
-  };
-  while (has_output() && Clock::now() < deadline) {
-    std::unique_lock lock(end_mutex_);
-    end_.wait_for(lock, std::chrono::milliseconds(5));
-  }
-}
-
-// CloseConnection says that what has not been answered was not taken, and may be sent again elsewhere. A client
-// with a request in a servant is not told so.
-void Engine::say_goodbye() {
-  pool_.for_each([](const Ref<Connection>& connection) {
-    unsigned char message[giop::header_size];
-    giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
-    connection->say_goodbye(message, connection->has_requests() ? 0 : sizeof message);
-    if (!connection->unregister()) return;
-    if (connection->begin_read(false))
-      connection->close_socket();  // else its reader has it, until it comes back
-    connection->drop();
-  });
-}
-
-void Engine::end_threads(Clock::time_point deadline) {
-  quit_ = true;
-  const uint64_t one = 1;
-  if (threads_.empty()) return;
-  if (::write(wake_, &one, sizeof one) < 0) OM_log("the threads cannot be woken");
-  std::unique_lock lock(end_mutex_);
-  end_.wait_until(lock, deadline, [this] { return ended_.size() == threads_.size(); });
-  for (std::thread& thread : threads_) {
-    if (std::find(ended_.begin(), ended_.end(), thread.get_id()) == ended_.end()) {
-      thread.detach();  // in a servant; it keeps the engine alive until it comes back
-      continue;
-    }
-    lock.unlock();
-    thread.join();
-    lock.lock();
-  }
-  threads_.clear();
 }
 
 }  // namespace zrsv

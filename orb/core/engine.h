@@ -3,7 +3,7 @@
 // N + 1 threads wait on one epoll set. The one that gets an event reads the connection, and runs the request
 // that it read itself, after it has given reading back: no other thread has to be woken for it. At most N
 // threads run requests at a time, so one is always left to read, to refuse and to close. There are as many
-// threads more as may stay with a connection (stay.h).
+// threads more as may be pinned to a connection (pinning.h).
 #pragma once
 
 #include <atomic>
@@ -18,9 +18,9 @@
 #include "connection.h"
 #include "leftovers.h"
 #include "memory.h"
+#include "pinning.h"
 #include "queue_group.h"
 #include "server_request.h"
-#include "stay.h"
 #include "waiting.h"
 
 namespace zrsv {
@@ -90,10 +90,10 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
     /// What the key names, there until the next call; null when this process never minted such a key.
     Reference* find_target(std::string_view key);
     bool has_slot = false;
-    bool may_stay = false;        // the connection just served is one to stay with
-    Seats::Seat* seat = nullptr;  // while it stays with the connection that it serves
-    unsigned turns_left = 0;      // that may bring no call, while it stays
-    unsigned ready_in_turn = 0;   // connections from the ready list
+    bool may_pin = false;        // the connection just served is one to be pinned to
+    Pins::Pin* pin = nullptr;    // while it is pinned to the connection that it serves
+    unsigned turns_left = 0;     // that may bring no call, while it is pinned
+    unsigned ready_in_turn = 0;  // connections from the ready list
   };
   /// What the reader does after a message: read on, or leave, as reading is another's now or at its end.
   enum class Next { Read, Leave };
@@ -104,8 +104,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void wait_for_event(Worker& worker, bool block);
   void serve(Worker& worker, const Ref<Connection>& connection);
   void read(Worker& worker, const Ref<Connection>& connection);
-  void stay(Worker& worker, const Ref<Connection>& connection);
-  bool stay_for_one(Worker& worker, const Ref<Connection>& connection, Seats::Seat* seat);
+  void pin_to(Worker& worker, const Ref<Connection>& connection);
+  bool serve_pinned(Worker& worker, const Ref<Connection>& connection, Pins::Pin* pin);
   void watch_input(Connection& connection, bool on);
   void take_event(Worker& worker, const Ref<Connection>& connection, uint32_t events);
   Next handle(Worker& worker, const Ref<Connection>& connection);
@@ -167,7 +167,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   const uint32_t slots_;
   ConnectionPool pool_;
   const uint32_t most_connections_;
-  Seats seats_;
+  Pins pins_;
   int epoll_ = -1;
   int hosted_work_ = -1;  // an eventfd, readable while hosted_waiting_ has any
   std::atomic<bool> hosted_{false};

@@ -1,4 +1,4 @@
-// System exceptions by name, and the guard that keeps C++ exceptions inside the C face.
+// System exceptions by name, and the guard that keeps C++ exceptions inside the C interface.
 #pragma once
 
 #include <new>

@@ -20,7 +20,7 @@ namespace {
 
 constexpr std::chrono::milliseconds shortage_pause{100};
 constexpr std::chrono::minutes told_again_after{1};  // of a shortage that lasts, or comes again and again
-constexpr int most_at_once = 64;                     // connections of one door, before others are looked at
+constexpr int most_at_once = 64;  // connections of one acceptor, before others are looked at
 
 bool is_lost_client(int error) { return error == EINTR || error == ECONNABORTED || error == EPROTO; }
 
@@ -84,7 +84,7 @@ std::string Listener::open(const std::vector<Endpoint>& wanted) {
 
 std::string Listener::open_both_families(const tcp::endpoint& at) {
   if (std::string wrong = open_one(at); !wrong.empty()) return wrong;
-  return open_one({asio::ip::address_v4::any(), doors_.back().acceptor.local_endpoint().port()});
+  return open_one({asio::ip::address_v4::any(), acceptors_.back().socket.local_endpoint().port()});
 }
 
 std::string Listener::open_address(const tcp::endpoint& at) {
@@ -92,40 +92,40 @@ std::string Listener::open_address(const tcp::endpoint& at) {
 }
 
 std::string Listener::open_one(const tcp::endpoint& at) {
-  for (const Door& door : doors_)
-    if (at.port() != 0 && door.acceptor.local_endpoint() == at)
+  for (const Acceptor& acceptor : acceptors_)
+    if (at.port() != 0 && acceptor.socket.local_endpoint() == at)
       return {};  // a name may lead twice to one address
-  Door& door = doors_.emplace_back(context_);
+  Acceptor& acceptor = acceptors_.emplace_back(context_);
   asio::error_code error;
   const auto failed = [&] {
     return at.address().to_string() + ":" + std::to_string(at.port()) + ": " + error.message();
   };
-  if (door.acceptor.open(at.protocol(), error)) return failed();
-  ::fcntl(door.acceptor.native_handle(), F_SETFD, FD_CLOEXEC);
-  door.acceptor.set_option(tcp::acceptor::reuse_address(true), error);
-  if (at.address().is_v6()) door.acceptor.set_option(asio::ip::v6_only(true), error);
-  if (door.acceptor.bind(at, error)) return failed();
-  if (door.acceptor.listen(asio::socket_base::max_listen_connections, error)) return failed();
-  notice_half_open_peers(door.acceptor.native_handle());
-  door.acceptor.non_blocking(true, error);
+  if (acceptor.socket.open(at.protocol(), error)) return failed();
+  ::fcntl(acceptor.socket.native_handle(), F_SETFD, FD_CLOEXEC);
+  acceptor.socket.set_option(tcp::acceptor::reuse_address(true), error);
+  if (at.address().is_v6()) acceptor.socket.set_option(asio::ip::v6_only(true), error);
+  if (acceptor.socket.bind(at, error)) return failed();
+  if (acceptor.socket.listen(asio::socket_base::max_listen_connections, error)) return failed();
+  notice_half_open_peers(acceptor.socket.native_handle());
+  acceptor.socket.non_blocking(true, error);
   return error ? failed() : std::string();
 }
 
 std::vector<Endpoint> Listener::bound() const {
   std::vector<Endpoint> all;
-  for (const Door& door : doors_) all.push_back(as_endpoint(door.acceptor.local_endpoint()));
+  for (const Acceptor& acceptor : acceptors_) all.push_back(as_endpoint(acceptor.socket.local_endpoint()));
   return all;
 }
 
 std::vector<Endpoint> Listener::published(const std::vector<Endpoint>& wanted) const {
   std::vector<Endpoint> all;
-  if (doors_.empty()) return all;
+  if (acceptors_.empty()) return all;
   for (const Endpoint& endpoint : wanted)
     all.push_back(
-        {endpoint.host, endpoint.port ? endpoint.port : doors_.front().acceptor.local_endpoint().port()});
+        {endpoint.host, endpoint.port ? endpoint.port : acceptors_.front().socket.local_endpoint().port()});
   if (!all.empty()) return all;
-  for (const Door& door : doors_) {
-    const tcp::endpoint at = door.acceptor.local_endpoint();
+  for (const Acceptor& acceptor : acceptors_) {
+    const tcp::endpoint at = acceptor.socket.local_endpoint();
     const bool any = at.address().is_unspecified();
     all.push_back({any ? host_for_wildcard(at.address().is_v6()) : at.address().to_string(), at.port()});
   }
@@ -148,7 +148,7 @@ void Listener::start() {
   if (wake_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
   count_left(Left::Descriptors, 1);
   polled_.clear();
-  for (Door& door : doors_) polled_.push_back({door.acceptor.native_handle(), POLLIN, 0});
+  for (Acceptor& acceptor : acceptors_) polled_.push_back({acceptor.socket.native_handle(), POLLIN, 0});
   polled_.push_back({wake_, POLLIN, 0});
   thread_ = std::thread([this] { work(); });
 }
@@ -163,7 +163,7 @@ void Listener::stop() {
     ::close(std::exchange(wake_, -1));
     count_left(Left::Descriptors, -1);
   }
-  doors_.clear();
+  acceptors_.clear();
 }
 
 void Listener::work() {
@@ -174,8 +174,8 @@ void Listener::work() {
     if (polled_.back().revents != 0) return;
     try {
       auto polled = polled_.begin();
-      for (Door& door : doors_)
-        if ((polled++)->revents != 0) accept_some(door);
+      for (Acceptor& acceptor : acceptors_)
+        if ((polled++)->revents != 0) accept_some(acceptor);
       if (Clock::now() < watch_at) continue;
       watch_at = Clock::now() + period;
       engine_->look_after(Clock::now());
@@ -188,36 +188,36 @@ void Listener::work() {
 void Listener::wait_for_clients(Clock::time_point until) {
   auto polled = polled_.begin();
   const Clock::time_point now = Clock::now();
-  for (const Door& door : doors_) {
-    const bool closed = now < door.closed_until;
+  for (const Acceptor& acceptor : acceptors_) {
+    const bool closed = now < acceptor.closed_until;
     (polled++)->events = closed ? 0 : POLLIN;
-    if (closed) until = std::min(until, door.closed_until);
+    if (closed) until = std::min(until, acceptor.closed_until);
   }
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - now).count();
   for (pollfd& one : polled_) one.revents = 0;
   ::poll(polled_.data(), polled_.size(), static_cast<int>(std::max<long>(left, 0)));
 }
 
-void Listener::accept_some(Door& door) {
+void Listener::accept_some(Acceptor& acceptor) {
   for (int i = 0; i < most_at_once; ++i) {
     sockaddr_storage from{};
     socklen_t length = sizeof from;
     const int fd =
-        ::accept4(door.acceptor.native_handle(), reinterpret_cast<sockaddr*>(&from), &length, SOCK_CLOEXEC);
+        ::accept4(acceptor.socket.native_handle(), reinterpret_cast<sockaddr*>(&from), &length, SOCK_CLOEXEC);
     if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
     if (fd < 0 && is_lost_client(errno)) continue;
-    if (fd < 0) return close_for_a_while(door, errno);
+    if (fd < 0) return close_for_a_while(acceptor, errno);
     const int on = 1;
     ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     engine_->add(fd, PeerAddress::of(from));
   }
 }
 
-void Listener::close_for_a_while(Door& door, int error) {
+void Listener::close_for_a_while(Acceptor& acceptor, int error) {
   const Clock::time_point now = Clock::now();
-  door.closed_until = now + shortage_pause;
-  if (door.told_at != Clock::time_point() && now - door.told_at < told_again_after) return;
-  door.told_at = now;
+  acceptor.closed_until = now + shortage_pause;
+  if (acceptor.told_at != Clock::time_point() && now - acceptor.told_at < told_again_after) return;
+  acceptor.told_at = now;
   OM_log("no more connections can be accepted for now: %s", std::strerror(error));
 }
 

@@ -38,10 +38,10 @@ class Listener {
  private:
   using tcp = asio::ip::tcp;
   using Clock = Engine::Clock;
-  struct Door {
+  struct Acceptor {
     const Counting<Left::Descriptors> counted;
-    explicit Door(asio::io_context& context) : acceptor(context) {}
-    tcp::acceptor acceptor;
+    explicit Acceptor(asio::io_context& context) : socket(context) {}
+    tcp::acceptor socket;
     Clock::time_point closed_until;  // after a failure, such as a shortage of descriptors
     Clock::time_point told_at;       // when such a failure was logged last
   };
@@ -50,13 +50,13 @@ class Listener {
   std::string open_one(const tcp::endpoint& at);
   void work();
   void wait_for_clients(Clock::time_point until);
-  void accept_some(Door& door);
-  void close_for_a_while(Door& door, int error);
+  void accept_some(Acceptor& acceptor);
+  void close_for_a_while(Acceptor& acceptor, int error);
 
   std::shared_ptr<Engine> engine_;
   asio::io_context context_{1};
-  std::list<Door> doors_;
-  std::vector<pollfd> polled_;  // the doors in their order, then wake_
+  std::list<Acceptor> acceptors_;
+  std::vector<pollfd> polled_;  // the acceptors in their order, then wake_
   int wake_ = -1;               // an eventfd: stop
   std::thread thread_;
 };

@@ -279,12 +279,6 @@ std::shared_ptr<Engine> Orb::engine() {
   return engine_;
 }
 
-const char* call_in_process(Buffer request, bool /*response_expected*/,
-                            std::chrono::steady_clock::time_point deadline, Buffer* reply) {
-  const std::shared_ptr<Engine> engine = orb().engine();
-  return engine ? engine->call_local(std::move(request), deadline, reply) : "TRANSIENT";
-}
-
 }  // namespace zrsv
 
 using namespace zrsv;

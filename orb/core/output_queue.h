@@ -52,8 +52,8 @@ class OutputQueue {
   struct Message {
     Message(Buffer whole, uint32_t fragment, std::size_t sent)
         : octets(std::move(whole)),
-          pieces(octets.data(), octets.size(), fragment),
-          left(rest_of(pieces.parts(), sent)) {
+          fragments(octets.data(), octets.size(), fragment),
+          left(rest_of(fragments.parts(), sent)) {
       count_memory(0, unless_counted());
     }
     ~Message() { count_memory(unless_counted(), 0); }
@@ -62,7 +62,7 @@ class OutputQueue {
     /// Small messages count here, as there may be many.
     std::size_t unless_counted() const { return octets.capacity() < counted_from ? counted_from : 0; }
     Buffer octets;
-    Pieces pieces;
+    Fragments fragments;
     std::span<iovec> left;
   };
   Sent write_some();

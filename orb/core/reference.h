@@ -1,4 +1,4 @@
-// References: what a handle of the C face points to.
+// References: what a handle of the C interface points to.
 #pragma once
 
 #include <atomic>
@@ -7,72 +7,14 @@
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "code_sets.h"
+#include "ref.h"
 #include "zrsv.h"
 #include "zrsv/call_scope.h"
 
 namespace zrsv {
-
-/// A counted pointer. T has `void add_ref()` and `void drop()`.
-template <class T>
-class Ref {
- public:
-  Ref() = default;
-  /// Takes over one count of `p`.
-  static Ref adopt(T* p) {
-    Ref r;
-    r.p_ = p;
-    return r;
-  }
-  static Ref share(T* p) {
-    if (p) p->add_ref();
-    return adopt(p);
-  }
-  Ref(const Ref& o) : p_(o.p_) {
-    if (p_) p_->add_ref();
-  }
-  Ref(Ref&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
-  Ref& operator=(Ref o) noexcept {
-    std::swap(p_, o.p_);
-    return *this;
-  }
-  ~Ref() {
-    if (p_) p_->drop();
-  }
-  T* get() const { return p_; }
-  T* operator->() const { return p_; }
-  T& operator*() const { return *p_; }
-  explicit operator bool() const { return p_ != nullptr; }
-  /// Gives the count to the caller.
-  T* release() { return std::exchange(p_, nullptr); }
-
- private:
-  T* p_ = nullptr;
-};
-
-/// A counted pointer that costs no counting where it is not needed: it borrows from somebody who keeps the
-/// object alive, and takes a count of its own when it is moved, which is to a place that outlives the lender.
-template <class T>
-class Lent {
- public:
-  Lent() = default;
-  explicit Lent(T* lent) : p_(lent) {}
-  Lent(Lent&& o) noexcept : p_(o.p_), counted_(o.counted_ ? std::move(o.counted_) : Ref<T>::share(o.p_)) {}
-  Lent& operator=(Lent&&) = delete;
-  /// Borrows `lent`.
-  void borrow(T* lent) { p_ = lent; }
-  T* get() const { return p_; }
-  T* operator->() const { return p_; }
-  T& operator*() const { return *p_; }
-  explicit operator bool() const { return p_ != nullptr; }
-
- private:
-  T* p_ = nullptr;
-  Ref<T> counted_;
-};
 
 /// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
 struct Tagged {
@@ -176,7 +118,7 @@ class Reference {
   Ref<Reference> forward_;  // guarded by forward_mutex_
 };
 
-/// Handles of the C face.
+/// Handles of the C interface.
 inline Reference* as_reference(void* handle) { return static_cast<Reference*>(handle); }
 
 /// CDR form of a reference (type id, profiles; null = nil). Writing a local one takes the published end

@@ -98,7 +98,7 @@ void* KQ_ImplementationRep_lookup_id(void* /*impl_rep*/, const char* name, CORBA
   return guarded(env, [&]() -> void* {
     const ImplDef* found = name ? find_impl(name) : nullptr;
     if (!found) raise_standard(env, name ? "NO_IMPLEMENT" : "BAD_PARAM");
-    return const_cast<ImplDef*>(found);  // the face has no constant handles
+    return const_cast<ImplDef*>(found);  // the C interface has no constant handles
   });
 }
 

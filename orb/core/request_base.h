@@ -6,7 +6,7 @@
 namespace zrsv {
 
 /// First base (or first member) of ClientRequest and of the server's request record, which must keep it at
-/// offset 0: the C face hands out `void*` to the whole record, and OM_req_lib_UNO_IIOP_get_cdr reads this
+/// offset 0: the C interface hands out `void*` to the whole record, and OM_req_lib_UNO_IIOP_get_cdr reads this
 /// part of it.
 struct RequestBase {
   CDR cdr{};

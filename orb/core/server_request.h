@@ -62,8 +62,8 @@ struct ServerRequest : RequestBase {
   Buffer message;
   uint8_t minor = 2;
   giop::RequestHead head;
-  Lent<Reference> target;             // the last of the thread that read it
-  Lent<Connection> connection;        // of that thread; null: it came from this process
+  Borrowed<Reference> target;         // the last of the thread that read it
+  Borrowed<Connection> connection;    // of that thread; null: it came from this process
   InFlight in_flight;                 // of the connection; gone before it
   std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
   AtGate waits;

@@ -82,8 +82,9 @@ TEST(Assembler, CutsAndJoinsMessagesHoweverTheyCome) {
   }
   for (uint8_t minor = 0; minor <= 1; ++minor) {  // 1.0 has none, and 1.1 none that every reader reads alike
     std::string octets = request(1, "op", 1, std::string(300, 'a'), minor);
-    EXPECT_EQ(zrsv::Pieces(reinterpret_cast<unsigned char*>(octets.data()), octets.size(), 64).parts().size(),
-              1u);
+    EXPECT_EQ(
+        zrsv::Fragments(reinterpret_cast<unsigned char*>(octets.data()), octets.size(), 64).parts().size(),
+        1u);
   }
 }
 

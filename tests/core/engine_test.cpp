@@ -238,7 +238,7 @@ TEST_F(Engine, ALossIsToldAtOnceAndWhenARequestEndsLater) {
   disconnect = [&](long, const void*, bool) { board_.add("lost"); };
   start({"-ORBThreads", "3"});
   Texts wanted;
-  for (int calls : {0, 40}) {  // with so many a thread stays with the client
+  for (int calls : {0, 40}) {  // with so many a thread is pinned to the connection
     Client client(port());
     for (int i = 0; i < calls; ++i) EXPECT_EQ(client.ask(call(1, "echo", i)), std::to_string(i));
     ASSERT_TRUE(client.send(call(2, "block")) && barrier_.wait_for(wanted.size() / 3 + 1));

@@ -48,8 +48,8 @@ inline std::vector<std::string> fragments(std::string message, uint32_t size) {
     }
     return cut;
   }
-  zrsv::Pieces pieces(reinterpret_cast<unsigned char*>(message.data()), message.size(), size);
-  for (const iovec& part : pieces.parts()) {
+  zrsv::Fragments fragments(reinterpret_cast<unsigned char*>(message.data()), message.size(), size);
+  for (const iovec& part : fragments.parts()) {
     const std::string_view octets(static_cast<const char*>(part.iov_base), part.iov_len);
     if (cut.empty() || octets.starts_with("GIOP")) cut.emplace_back();
     cut.back() += octets;

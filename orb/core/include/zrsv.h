@@ -1,4 +1,4 @@
-/* ZRSV: the ORB core. Umbrella over its C face; see the headers below for contracts. */
+/* ZRSV: the ORB core. Umbrella over its C interface; see the headers below for contracts. */
 #ifndef ZRSV_H
 #define ZRSV_H
 

@@ -12,7 +12,7 @@
 extern "C" {
 #endif
 
-/* ---- Environment: how a call of this face reports a failure ------------------------------------------- */
+/* ---- Environment: how a call of this interface reports a failure ------------------------------------------- */
 
 enum {
   CORBA_NO_EXCEPTION = 0,

@@ -1,4 +1,4 @@
-// One CDR value of 1, 2, 4 or 8 octets, inline: for C++ code that moves many. The primitives of the C face
+// One CDR value of 1, 2, 4 or 8 octets, inline: for C++ code that moves many. The primitives of the C interface
 // are made of the same.
 #pragma once
 

@@ -1,4 +1,4 @@
-// Threads that stay with a connection.
+// Threads pinned to a connection.
 //
 // A client that calls and waits, again and again, is served best by one thread that sits in recv for it, as a
 // plain blocking server does: no other thread is woken, and there is one system call less for each call. The
@@ -18,11 +18,11 @@
 
 namespace zrsv {
 
-class Seats {
+class Pins {
  public:
   /// One thread's place at one connection. It waits for input, and runs what comes; the reading of the
   /// connection stays its own meanwhile.
-  class Seat {
+  class Pin {
    public:
     void begin_run();
     bool running() const { return state_.load(std::memory_order_relaxed) % 2 != 0; }
@@ -30,7 +30,7 @@ class Seats {
     bool end_run();
 
    private:
-    friend class Seats;
+    friend class Pins;
     static constexpr uint64_t put_back = uint64_t{1} << 63;
     std::atomic<Connection*> connection_{nullptr};
     // Counts up for good, so that the watch sees whether a run is still the same: even while waiting, odd in
@@ -41,26 +41,26 @@ class Seats {
   /// Puts a connection back, whose reading it is given.
   using PutBack = std::function<void(Connection&)>;
 
-  explicit Seats(std::size_t count) : seats_(count) {}
-  std::size_t count() const { return seats_.size(); }
+  explicit Pins(std::size_t count) : pins_(count) {}
+  std::size_t count() const { return pins_.size(); }
   /// Starts the watch. `put_back` is called on its thread and must not wait.
   void start(PutBack put_back);
   void stop();
 
   /// Null when all are taken. The caller keeps a count of the connection until leave().
-  Seat* take(Connection& connection);
-  void leave(Seat* seat);
+  Pin* take(Connection& connection);
+  void leave(Pin* pin);
 
  private:
   void watch();
-  void look_at(Seat& seat);
+  void look_at(Pin& pin);
 
-  std::vector<Seat> seats_;
+  std::vector<Pin> pins_;
   PutBack put_back_;
   std::mutex mutex_;
   std::condition_variable changed_;
-  std::vector<Seat*> free_;  // guarded by mutex_
-  bool stop_ = false;        // guarded by mutex_
+  std::vector<Pin*> free_;  // guarded by mutex_
+  bool stop_ = false;       // guarded by mutex_
   std::thread thread_;
 };
 

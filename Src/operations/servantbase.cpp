@@ -335,6 +335,4 @@ void RefCountServantBase::_remove_ref() {
   if (--_ref_count == 0) delete this;
 }
 
-CORBA::Object* DynamicImplementation::_this() { return nullptr; }
-
 }  // namespace PortableServer

@@ -206,20 +206,29 @@ class POA_API RefCountServantBase : public virtual ServantBase {
 };
 
 /// A servant without a skeleton: `invoke` works on the request itself (operation, arguments, result,
-/// exception), for interfaces that are not known when the program is compiled.
+/// exception), for interfaces that are not known when the program is compiled. Programs override the standard's two
+/// functions, or the two of ServantBase.
 ///
 ///   class Gateway : public PortableServer::DynamicImplementation {
-///     CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment&) override {
-///       std::cout << request->operation() << std::endl;
-///       return true;  // nothing said about a result: the client gets a void one
+///     void invoke(CORBA::ServerRequest_ptr request) override {
+///       std::cout << request->operation() << std::endl;  // nothing said about a result: the client gets a void one
 ///     }
-///     const char* _primary_interface(const PortableServer::ObjectId&, PortableServer::POA*,
-///                                    CORBA::Environment&) override {
-///       return "IDL:Gateway:1.0";
+///     CORBA::RepositoryId _primary_interface(const PortableServer::ObjectId&, PortableServer::POA_ptr) override {
+///       return CORBA::string_dup("IDL:Gateway:1.0");
 ///     }
 ///   };
 class POA_API DynamicImplementation : public virtual ServantBase {
  public:
+  /// The standard's: serves any operation but those that every object has. What it throws is the answer. NO_IMPLEMENT
+  /// here.
+  virtual void invoke(CORBA::ServerRequest* request);
+  /// The standard's: the object's repository id, which the library frees. Null here.
+  virtual CORBA::RepositoryId _primary_interface(const ObjectId& oid, POA* poa);
+
+  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
+  const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA::Environment& env) override;
+  /// True for the id of the object that is called, and for CORBA::Object's.
+  CORBA::Boolean _is_a(const char* logical_type_id, CORBA_ENV) override;
   /// Null here: POA::servant_to_reference gives its reference.
   CORBA::Object* _this();
 };

@@ -1,19 +1,52 @@
-#include "corba/any.h"
+#include "corba/nvlist.h"
+
 #include "raise.h"
 
 namespace CORBA {
 
+NamedValue::~NamedValue() = default;
+NVList::~NVList() = default;
+
 NamedValue* NVList::add_value(const char* name, const Any& value, Flags flags, Environment& env) {
   env.clear();
   if (flags < ARG_IN || flags > ARG_INOUT) raise<BAD_PARAM>(env);
-  items_.push_back(std::make_unique<NamedValue>(name, value, flags));
-  return items_.back().get();
+  items_.emplace_back(new NamedValue(name, value, flags));
+  return items_.back().in();
+}
+
+NamedValue* NVList::add_item_consume(char* name, Flags flags, Environment& env) {
+  const String_var owned(name);
+  return add_item(name, flags, env);
+}
+
+NamedValue* NVList::add_value_consume(char* name, Any* value, Flags flags, Environment& env) {
+  const String_var owned(name);
+  const std::unique_ptr<Any> owned_value(value);
+  return add_value(name, value ? *value : Any(), flags, env);
 }
 
 NamedValue* NVList::item(ULong index, Environment& env) const {
   env.clear();
   if (index >= items_.size()) raise<Bounds>(env);
-  return items_[index].get();
+  return items_[index].in();
+}
+
+void NVList::remove(ULong index, Environment& env) {
+  env.clear();
+  if (index >= items_.size()) raise<Bounds>(env);
+  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+bool NVList::encode_values(CDR* cdr, Flags direction) const {
+  for (const NamedValue_var& item : items_)
+    if ((item->flags() & direction) && !item->value()->encode_value(cdr)) return false;
+  return true;
+}
+
+bool NVList::decode_values(CDR* cdr, Flags direction) {
+  for (const NamedValue_var& item : items_)
+    if ((item->flags() & direction) && !item->value()->decode_value(cdr)) return false;
+  return true;
 }
 
 }  // namespace CORBA

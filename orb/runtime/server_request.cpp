@@ -21,9 +21,9 @@ struct ServerRequest::Dynamic {
     return at;
   }
 
-  void* record;                  // the ORB core's
-  std::unique_ptr<NVList> list;  // null before arguments()
-  Any result;                    // of type null before set_result()
+  void* record;     // the ORB core's
+  NVList_var list;  // null before arguments()
+  Any result;       // of type null before set_result()
   std::unique_ptr<Any> exception;
 
  private:
@@ -44,17 +44,6 @@ ZR_RequestInfo* info_of(void* record) { return static_cast<ZR_ServerRequest*>(re
 CDR* stream_of(void* record) {
   CDR* cdr = nullptr;
   return OM_req_lib_UNO_IIOP_get_cdr(info_of(record)->request, &cdr) ? cdr : nullptr;
-}
-
-/// Decodes what goes in, or encodes what goes out.
-bool move_arguments(NVList& list, CDR* cdr, Flags direction) {
-  for (ULong i = 0; i < list.count(); ++i) {
-    NamedValue* argument = list.item(i);
-    if (!(argument->flags() & direction)) continue;
-    Any* value = argument->value();
-    if (!(direction == ARG_IN ? value->decode_value(cdr) : value->encode_value(cdr))) return false;
-  }
-  return true;
 }
 
 bool reply_system_exception(void* request, const Environment& env) {
@@ -78,7 +67,7 @@ bool reply_exception(void* request, CDR* cdr, const Any& exception) {
 bool reply_result(void* request, CDR* cdr, const Any& result, NVList* list) {
   if (!OM_req_lib_UNO_IIOP_encode_reply_header(request, ZR_REPLY_NO_EXCEPTION)) return false;
   cdr->direction = CDR_ENCODE;
-  return result.encode_value(cdr) && (!list || move_arguments(*list, cdr, ARG_OUT));
+  return result.encode_value(cdr) && (!list || list->encode_values(cdr, ARG_OUT));
 }
 
 bool is_exception(const Any& value) {
@@ -97,20 +86,20 @@ ServerRequest::~ServerRequest() {
 
 void ServerRequest::arguments(NVList* list, Environment& env) {
   env.clear();
-  std::unique_ptr<NVList> owned(list);
+  NVList_var owned(list);
   if (!list) raise<BAD_PARAM>(env);
-  if (!_ptr || (dynamic_ && (dynamic_->list || dynamic_->exception))) raise<BAD_INV_ORDER>(env);
+  if (!_ptr || (dynamic_ && (dynamic_->list.in() || dynamic_->exception))) raise<BAD_INV_ORDER>(env);
   if (!dynamic_) dynamic_ = new Dynamic(_ptr);
   dynamic_->list = std::move(owned);
   CDR* cdr = stream_of(_ptr);
   if (!cdr) raise<MARSHAL>(env);
   cdr->direction = CDR_DECODE;
-  if (!move_arguments(*list, cdr, ARG_IN)) idl::fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  if (!list->decode_values(cdr, ARG_IN)) idl::fail_marshal(cdr, CORBA_COMPLETED_NO, env);
 }
 
 void ServerRequest::set_result(const Any& value, Environment& env) {
   env.clear();
-  if (!dynamic_ || !dynamic_->list || dynamic_->exception) raise<BAD_INV_ORDER>(env);
+  if (!dynamic_ || !dynamic_->list.in() || dynamic_->exception) raise<BAD_INV_ORDER>(env);
   dynamic_->result = value;
 }
 
@@ -139,7 +128,7 @@ void OM_CORBA_ServerRequest_dsi_complete_cpp(void* record) {
   bool done = false;
   try {
     done = cdr && (said->exception ? reply_exception(request, cdr, *said->exception)
-                                   : reply_result(request, cdr, said->result, said->list.get()));
+                                   : reply_result(request, cdr, said->result, said->list.in()));
   } catch (const std::bad_alloc&) {  // half a reply must not leave
   } catch (const Exception&) {
   }

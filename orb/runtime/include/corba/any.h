@@ -1,4 +1,4 @@
-// CORBA::Any (CORBA and OMG IDL to C++, "Mapping for the Any Type") and named value lists.
+// CORBA::Any (CORBA and OMG IDL to C++, "Mapping for the Any Type").
 #pragma once
 
 #include <concepts>
@@ -353,46 +353,6 @@ template <class A, class V>
 requires std::same_as<std::remove_const_t<A>, Any_var> Boolean operator>>=(A& any, V&& value) {
   return any.in() >>= std::forward<V>(value);
 }
-
-// ---- Named values --------------------------------------------------------------------------------
-
-using Flags = ULong;
-inline constexpr Flags ARG_IN = 1;
-inline constexpr Flags ARG_OUT = 2;
-inline constexpr Flags ARG_INOUT = ARG_IN | ARG_OUT;
-
-using Bounds = PlainUserException<"IDL:omg.org/CORBA/Bounds:1.0">;
-
-class ZRSVCPP_API NamedValue : public Allocated {
- public:
-  NamedValue(const char* name, const Any& value, Flags flags)
-      : name_(name ? name : ""), value_(value), flags_(flags) {}
-
-  const char* name() const { return name_.c_str(); }
-  /// The value itself, to be read and changed.
-  Any* value() { return &value_; }
-  Flags flags() const { return flags_; }
-
- private:
-  std::string name_;
-  Any value_;
-  Flags flags_;
-};
-
-/// The arguments of an operation, in wire order. An argument to be decoded has a type, but needs no value.
-class ZRSVCPP_API NVList : public Allocated {
- public:
-  ULong count() const { return static_cast<ULong>(items_.size()); }
-  /// Appends a copy of `value`. What is returned belongs to the list and stays where it is. BAD_PARAM for
-  /// flags other than ARG_....
-  NamedValue* add_value(const char* name, const Any& value, Flags flags, CORBA_ENV);
-  /// Bounds for an index at or past the count.
-  NamedValue* item(ULong index, CORBA_ENV) const;
-
- private:
-  std::vector<std::unique_ptr<NamedValue>> items_;
-};
-using NVList_ptr = NVList*;
 
 }  // namespace CORBA
 

@@ -6,13 +6,21 @@
 namespace CORBA {
 
 class Any;
+class Context;
+class ContextList;
+class ExceptionList;
 class InterfaceDef;
+class NamedValue;
+class NVList;
 class ORB;
 class Policy;
 class PolicyList;
 class PolicyTypeSeq;
+class Request;
 
 using PolicyType = ULong;
+/// A text that whoever gets it frees with string_free.
+using RepositoryId = char*;
 /// Whether new overrides take the place of the old ones, or come beside them.
 enum SetOverrideType : ULong { SET_OVERRIDE = 0, ADD_OVERRIDE = 1 };
 
@@ -66,6 +74,17 @@ class ZRSVCPP_API Object : public Allocated {
   /// the ORB's; nil when none speaks of the type.
   Policy* _get_policy(PolicyType type, CORBA_ENV);
   Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, env); }
+
+  /// A new dynamic call of the object (corba/request.h); the caller releases it. BAD_PARAM without an operation.
+  Request* _request(const char* operation, CORBA_ENV);
+  /// The same with arguments and a result of the program's, each null or counted once more and used in place. There
+  /// are no contexts (null), and no flags that change anything.
+  void _create_request(Context* context, const char* operation, NVList* arguments, NamedValue* result,
+                       Request*& request, ULong flags, CORBA_ENV);
+  /// The same with the user exceptions that the call may end with.
+  void _create_request(Context* context, const char* operation, NVList* arguments, NamedValue* result,
+                       ExceptionList* exceptions, ContextList* contexts, Request*& request, ULong flags,
+                       CORBA_ENV);
 
   /// What Object::_duplicate does with it: null for a new wrapper. Counted objects count up and give themselves.
   virtual Object* _share_reference() { return nullptr; }

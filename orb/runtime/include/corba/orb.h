@@ -9,6 +9,7 @@
 
 namespace CORBA {
 
+class RequestSeq;
 struct OrbState;
 
 /// One ORB of the process. An ORB is named by an id, and every reference to it (_duplicate, ORB_init with the
@@ -53,6 +54,14 @@ class ZRSVCPP_API ORB : public virtual Object, public TypeCodeFactory {
 
   /// A new policy of that type. PolicyError.
   Policy* create_policy(PolicyType type, const Any& value, CORBA_ENV);
+
+  /// For dynamic calls (corba/request.h), each new and the caller's to release: a list of so many arguments without a
+  /// name and a type, a value without both, a list of no exceptions.
+  void create_list(Long count, NVList*& list, CORBA_ENV);
+  void create_named_value(NamedValue*& value, CORBA_ENV);
+  void create_exception_list(ExceptionList*& list, CORBA_ENV);
+  /// Sends one after the other.
+  void send_multiple_requests_oneway(const RequestSeq& requests, CORBA_ENV);
 
   /// Serves until shutdown is complete.
   void run(CORBA_ENV);

@@ -1,8 +1,7 @@
 // The request that a servant sees.
 #pragma once
 
-#include "corba/any.h"
-#include "corba/object.h"
+#include "corba/nvlist.h"
 
 namespace CORBA {
 
@@ -24,7 +23,7 @@ class ZRSVCPP_API ServerRequest : public virtual Object {
   void* request_handle() const { return info()->request; }
 
   /// Decodes the in and inout arguments by the TypeCodes of `list` and fills its values; `list` is taken
-  /// over. MARSHAL when the octets do not fit; BAD_INV_ORDER when called twice.
+  /// over, one count of it. MARSHAL when the octets do not fit; BAD_INV_ORDER when called twice.
   void arguments(NVList* list, CORBA_ENV);
   /// The result, copied. BAD_INV_ORDER before arguments() or after set_exception().
   void set_result(const Any& value, CORBA_ENV);

@@ -1,0 +1,50 @@
+// Servants without a skeleton.
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <string>
+
+#include "poa.h"
+#include "records/currentinfo.h"
+
+namespace PortableServer {
+namespace {
+
+/// Texts that live until the process ends, one of each: the library keeps repository ids.
+const char* kept_text(const char* text) {
+  static auto& mutex = *new std::mutex;
+  static auto& texts = *new std::set<std::string, std::less<>>;  // guarded by mutex
+  const std::lock_guard lock(mutex);
+  const auto known = texts.find(std::string_view(text));
+  return (known != texts.end() ? known : texts.emplace(text).first)->c_str();
+}
+
+}  // namespace
+
+void DynamicImplementation::invoke(CORBA::ServerRequest*) { throw CORBA::NO_IMPLEMENT(); }
+CORBA::RepositoryId DynamicImplementation::_primary_interface(const ObjectId&, POA*) { return nullptr; }
+
+CORBA::Boolean DynamicImplementation::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
+  if (ServantBase::invoke(request, env)) return 1;
+  invoke(request);
+  return 1;
+}
+
+const char* DynamicImplementation::_primary_interface(const ObjectId& oid, POA* poa,
+                                                      CORBA::Environment& env) {
+  const CORBA::String_var id(_primary_interface(oid, poa));
+  return id.in() ? kept_text(id.in()) : ServantBase::_primary_interface(oid, poa, env);
+}
+
+CORBA::Boolean DynamicImplementation::_is_a(const char* logical_type_id, CORBA::Environment& env) {
+  const CurrentContext* const context = CurrentContext::innermost();
+  if (!logical_type_id || !context || !context->has_object_id) return 0;
+  const ObjectId_var oid(context->copy_object_id());
+  const char* const id = _primary_interface(oid.in(), context->poa_ptr, env);
+  return (id && std::strcmp(id, logical_type_id) == 0) ||
+         std::strcmp(logical_type_id, "IDL:omg.org/CORBA/Object:1.0") == 0;
+}
+
+CORBA::Object* DynamicImplementation::_this() { return nullptr; }
+
+}  // namespace PortableServer

@@ -1,0 +1,72 @@
+// Named values and their lists: the arguments of dynamic calls and of dynamic servants (CORBA, "Dynamic Invocation
+// Interface").
+#pragma once
+
+#include "corba/any.h"
+#include "corba/local_object.h"
+
+namespace CORBA {
+
+using Flags = ULong;
+inline constexpr Flags ARG_IN = 1;
+inline constexpr Flags ARG_OUT = 2;
+inline constexpr Flags ARG_INOUT = ARG_IN | ARG_OUT;
+
+using Bounds = PlainUserException<"IDL:omg.org/CORBA/Bounds:1.0">;
+
+/// An argument or a result. Counted as local objects are; belongs to one thread at a time, as its list does.
+class ZRSVCPP_API NamedValue : public virtual LocalObject {
+ public:
+  NamedValue(const char* name, const Any& value, Flags flags)
+      : name_(name ? name : ""), value_(value), flags_(flags) {}
+  ~NamedValue() override;
+  static NamedValue* _nil() { return nullptr; }
+  static NamedValue* _duplicate(NamedValue* p) { return idl::duplicate_local(p); }
+
+  const char* name() const { return name_.c_str(); }
+  /// The value itself, to be read and changed.
+  Any* value() { return &value_; }
+  Flags flags() const { return flags_; }
+
+ private:
+  std::string name_;
+  Any value_;
+  Flags flags_;
+};
+using NamedValue_ptr = NamedValue*;
+using NamedValue_var = ObjectVar<NamedValue>;
+
+/// The arguments of an operation, in wire order. An argument to be decoded has a type, but needs no value. What `add`
+/// and `item` give belongs to the list and stays where it is.
+class ZRSVCPP_API NVList : public virtual LocalObject {
+ public:
+  ~NVList() override;
+  static NVList* _nil() { return nullptr; }
+  static NVList* _duplicate(NVList* p) { return idl::duplicate_local(p); }
+
+  ULong count() const { return static_cast<ULong>(items_.size()); }
+  /// Append an argument: one without a value, or with a copy of `value`. BAD_PARAM for flags other than ARG_....
+  NamedValue* add(Flags flags, CORBA_ENV) { return add_value("", Any(), flags, env); }
+  NamedValue* add_item(const char* name, Flags flags, CORBA_ENV) {
+    return add_value(name, Any(), flags, env);
+  }
+  NamedValue* add_value(const char* name, const Any& value, Flags flags, CORBA_ENV);
+  /// The same, which frees what it is given.
+  NamedValue* add_item_consume(char* name, Flags flags, CORBA_ENV);
+  NamedValue* add_value_consume(char* name, Any* value, Flags flags, CORBA_ENV);
+  /// Bounds for an index at or past the count.
+  NamedValue* item(ULong index, CORBA_ENV) const;
+  void remove(ULong index, CORBA_ENV);
+
+  /// The values of that direction between the list and a stream: out, or in by the types that are there. False when
+  /// one does not fit.
+  bool encode_values(CDR* cdr, Flags direction) const;
+  bool decode_values(CDR* cdr, Flags direction);
+
+ private:
+  std::vector<NamedValue_var> items_;
+};
+using NVList_ptr = NVList*;
+using NVList_var = ObjectVar<NVList>;
+
+}  // namespace CORBA

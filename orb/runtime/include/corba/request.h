@@ -1,0 +1,105 @@
+// Calls that are put together at run time (CORBA, "Dynamic Invocation Interface").
+#pragma once
+
+#include "corba/nvlist.h"
+#include "corba/orb.h"
+
+namespace CORBA {
+
+/// A user exception that a dynamic call ended with: one of those that the request lists.
+class ZRSVCPP_API UnknownUserException : public UserExceptionOf<UnknownUserException> {
+ public:
+  static constexpr const char* repository_id = "IDL:omg.org/CORBA/UnknownUserException:1.0";
+  UnknownUserException() = default;
+  explicit UnknownUserException(const Any& value) : exception_(value) {}
+  /// The exception, to be taken out with >>=.
+  Any& exception() { return exception_; }
+  const Any& exception() const { return exception_; }
+
+ private:
+  Any exception_;
+};
+
+/// The types of the user exceptions that a request may end with.
+class ZRSVCPP_API ExceptionList : public virtual LocalObject {
+ public:
+  ~ExceptionList() override;
+  static ExceptionList* _nil() { return nullptr; }
+  static ExceptionList* _duplicate(ExceptionList* p) { return idl::duplicate_local(p); }
+
+  ULong count() const { return static_cast<ULong>(types_.size()); }
+  /// Counts the type once more; add_consume takes it over.
+  void add(TypeCode* type) { types_.emplace_back(TypeCode::_duplicate(type)); }
+  void add_consume(TypeCode* type) { types_.emplace_back(type); }
+  /// A new reference. Bounds for an index at or past the count.
+  TypeCode* item(ULong index, CORBA_ENV) const;
+  void remove(ULong index, CORBA_ENV);
+
+ private:
+  std::vector<TypeCode_var> types_;
+};
+using ExceptionList_ptr = ExceptionList*;
+using ExceptionList_var = ObjectVar<ExceptionList>;
+
+/// One call, made by Object::_request or _create_request. The arguments are added in the order of the IDL, each with
+/// its type: that of the value put in, or `replace(type, nullptr)` for what comes back.
+///
+///   CORBA::Request_var request = account->_request("deposit");
+///   request->add_in_arg() <<= CORBA::Long(100);
+///   request->set_return_type(CORBA::_tc_long);
+///   request->invoke();
+///   request->return_value() >>= balance;
+///
+/// System exceptions are thrown, and kept in env(). A user exception that exceptions() lists is kept there as an
+/// UnknownUserException, and not thrown; another one is UNKNOWN. A request belongs to one thread at a time and may be
+/// sent again. Objects of the library itself (POAs and the like) answer NO_IMPLEMENT.
+class ZRSVCPP_API Request : public virtual LocalObject {
+ public:
+  /// `arguments`, `result` and `exceptions` are counted once more; null for new ones.
+  Request(Object* target, const char* operation, NVList* arguments = nullptr, NamedValue* result = nullptr,
+          ExceptionList* exceptions = nullptr);
+  ~Request() override;
+  static Request* _nil() { return nullptr; }
+  static Request* _duplicate(Request* p) { return idl::duplicate_local(p); }
+
+  /// All are the request's own.
+  Object* target() const { return target_.in(); }
+  const char* operation() const { return operation_.c_str(); }
+  NVList* arguments() const { return arguments_.in(); }
+  NamedValue* result() const { return result_.in(); }
+  ExceptionList* exceptions() const { return exceptions_.in(); }
+  Environment* env() { return &env_; }
+
+  Any& add_in_arg(const char* name = "") { return *arguments_->add_item(name, ARG_IN)->value(); }
+  Any& add_inout_arg(const char* name = "") { return *arguments_->add_item(name, ARG_INOUT)->value(); }
+  Any& add_out_arg(const char* name = "") { return *arguments_->add_item(name, ARG_OUT)->value(); }
+  /// void unless it is said.
+  void set_return_type(TypeCode* type) { return_value().replace(type, nullptr); }
+  Any& return_value() const { return *result_->value(); }
+
+  /// Sends the call and waits for its end.
+  void invoke();
+  /// Sends it, and nobody will hear of its end.
+  void send_oneway();
+
+ private:
+  bool exchange(bool response_expected);
+  void read_results(CDR* cdr);
+  void read_user_exception(void* request, CDR* cdr);
+
+  Object_var target_;
+  const std::string operation_;
+  NVList_var arguments_;
+  NamedValue_var result_;
+  ExceptionList_var exceptions_;
+  Environment env_;
+};
+using Request_ptr = Request*;
+using Request_var = ObjectVar<Request>;
+
+class RequestSeq : public Sequence<Request_var> {
+ public:
+  using Sequence::Sequence;
+};
+
+}  // namespace CORBA

@@ -1,0 +1,141 @@
+// Calls and servants that are put together at run time.
+
+#include "server.h"
+
+namespace {
+
+using CORBA::Object_var;
+
+/// An Echo without a skeleton: what a bridge to another language would be.
+class Bridge : public virtual PortableServer::DynamicImplementation {
+ public:
+  explicit Bridge(CORBA::ORB_ptr orb) : orb_(orb) {}
+
+  void invoke(CORBA::ServerRequest_ptr request) override {
+    const std::string operation = request->operation();
+    CORBA::NVList_ptr arguments = nullptr;
+    orb_->create_list(0, arguments);
+    CORBA::Any result;
+    if (operation == "add") {
+      want(arguments, CORBA::_tc_long);
+      want(arguments, CORBA::_tc_long);
+      request->arguments(arguments);
+      CORBA::Long a = 0, b = 0;
+      *arguments->item(0)->value() >>= a;
+      *arguments->item(1)->value() >>= b;
+      result <<= a + b;
+      request->set_result(result);
+    } else if (operation == "refuse") {
+      want(arguments, CORBA::_tc_string);
+      want(arguments, CORBA::_tc_long);
+      request->arguments(arguments);
+      const char* why = nullptr;
+      *arguments->item(0)->value() >>= why;
+      result <<= Demo::Refused(why, 7);
+      request->set_exception(result);
+    } else {
+      CORBA::release(arguments);
+      throw CORBA::BAD_OPERATION(5, CORBA::COMPLETED_NO);
+    }
+  }
+  char* _primary_interface(const PortableServer::ObjectId&, PortableServer::POA_ptr) override {
+    return CORBA::string_dup(Demo::Echo::repository_id);
+  }
+
+ private:
+  static void want(CORBA::NVList_ptr list, CORBA::TypeCode_ptr type) {
+    CORBA::Any empty;
+    empty.replace(type, nullptr);
+    list->add_value("", empty, CORBA::ARG_IN);
+  }
+  CORBA::ORB_ptr orb_;
+};
+
+class DynamicTest : public StandardTest {
+ protected:
+  CORBA::Request_var request_to_add(CORBA::Object_ptr object, CORBA::Long a, CORBA::Long b) {
+    CORBA::Request_var request = object->_request("add");
+    request->add_in_arg("a") <<= a;
+    request->add_in_arg("b") <<= b;
+    request->set_return_type(CORBA::_tc_long);
+    return request;
+  }
+  static CORBA::Long result_of(CORBA::Request_ptr request) {
+    CORBA::Long value = -1;
+    EXPECT_TRUE(request->return_value() >>= value);
+    return value;
+  }
+};
+
+TEST_F(DynamicTest, ServantsWithoutASkeleton) {
+  Bridge bridge(orb);
+  const PortableServer::ObjectId_var id = root->activate_object(&bridge);
+  const Object_var near = root->id_to_reference(id);
+  orb->register_key("Bridge", near);
+  for (const Object_var& object : {near, Object_var(orb->string_to_object(far("Bridge").c_str()))}) {
+    const Demo::Echo_var echo_of_bridge = Demo::Echo::_narrow(object);
+    ASSERT_FALSE(CORBA::is_nil(echo_of_bridge)) << "it says what it is";
+    EXPECT_FALSE(object->_is_a("IDL:Demo/Other:1.0"));
+    EXPECT_EQ(echo_of_bridge->add(40, 2), 42);
+    try {
+      echo_of_bridge->refuse("no", 1);
+      ADD_FAILURE();
+    } catch (const Demo::Refused& e) {
+      EXPECT_STREQ(e.why, "no");
+      EXPECT_EQ(e.code, 7);
+    }
+    EXPECT_THROW(echo_of_bridge->notes(), CORBA::BAD_OPERATION);
+  }
+  root->deactivate_object(id);
+}
+
+TEST_F(DynamicTest, CallsWithoutAStub) {
+  const Demo::Echo_var there = far_echo(orb);
+  for (CORBA::Object_ptr object : {static_cast<CORBA::Object_ptr>(echo.in()), CORBA::Object_ptr(there)}) {
+    CORBA::Request_var request = request_to_add(object, 1, 2);
+    request->invoke();
+    EXPECT_EQ(result_of(request), 3);
+
+    request = object->_request("refuse");
+    request->add_in_arg() <<= "never";
+    request->add_in_arg() <<= CORBA::Long(3);
+    EXPECT_THROW(request->invoke(), CORBA::UNKNOWN) << "not in the list";
+    request->exceptions()->add(Demo::_tc_Refused);
+    request->invoke();
+    auto* const unknown = CORBA::UnknownUserException::_downcast(request->env()->exception());
+    ASSERT_NE(unknown, nullptr);
+    const Demo::Refused* refused = nullptr;
+    ASSERT_TRUE(unknown->exception() >>= refused);
+    EXPECT_STREQ(refused->why, "never");
+
+    request = object->_request("no_such_operation");
+    EXPECT_THROW(request->invoke(), CORBA::BAD_OPERATION);
+    EXPECT_NE(request->env()->exception(), nullptr);
+  }
+  const CORBA::Request_var note = there->_request("note");
+  note->add_in_arg() <<= "one way";
+  note->send_oneway();
+  EXPECT_EQ(servant->noted.get_future().get(), "one way");
+  EXPECT_THROW(there->_request(""), CORBA::BAD_PARAM);
+}
+
+TEST_F(DynamicTest, ListsOfTheProgramsOwnAreUsedInPlace) {
+  CORBA::NVList_ptr list = nullptr;
+  orb->create_list(0, list);
+  for (const CORBA::Long value : {4, 5}) *list->add(CORBA::ARG_IN)->value() <<= value;
+  CORBA::NamedValue_ptr result = nullptr;
+  orb->create_named_value(result);
+  result->value()->replace(CORBA::_tc_long, nullptr);
+  {
+    CORBA::Request_var request;
+    echo->_create_request(nullptr, "add", list, result, request.out(), 0);
+    request->invoke();
+  }
+  CORBA::Long sum = 0;
+  EXPECT_TRUE(*result->value() >>= sum);
+  EXPECT_EQ(sum, 9);
+  CORBA::release(list);
+  CORBA::release(result);
+}
+
+}  // namespace

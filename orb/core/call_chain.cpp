@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "leftovers.h"
 #include "server_request.h"
+#include "upcall.h"
 
 namespace zrsv {
 
@@ -42,7 +42,7 @@ bool next(std::string_view* chain, Call* call) {
 }  // namespace
 
 std::string chain_of_call() {
-  const ServerRequest* const request = Running::request();
+  const ServerRequest* const request = Upcall::request();
   if (!request) return {};
   std::string chain(request->head.chain);
   if (chain.size() > longest_chain) return chain;

@@ -10,10 +10,10 @@
 #include "cdr_chain.h"
 #include "environment.h"
 #include "in_process.h"
-#include "leftovers.h"
 #include "method_table.h"
 #include "options.h"
 #include "process_life.h"
+#include "upcall.h"
 #include "zrsv/of_thread.h"
 
 namespace zrsv {
@@ -338,7 +338,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->operation = operation;
   request->response_expected = response_expected;
   request->sent_again = false;
-  request->nested = Running::request() != nullptr;
+  request->nested = Upcall::request() != nullptr;
   request->phase = Phase::Created;
   request->call.state = ClientCall::State::Idle;
   request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);

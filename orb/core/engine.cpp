@@ -13,10 +13,10 @@
 
 #include "call_chain.h"
 #include "gates.h"
-#include "in_process.h"
 #include "named_keys.h"
 #include "options.h"
 #include "process_life.h"
+#include "upcall.h"
 
 namespace zrsv {
 
@@ -26,12 +26,8 @@ constexpr std::size_t keep = large_from;  // memory that a thread keeps in each 
 constexpr unsigned turns_in_a_row = 64;   // messages and reads of one connection before others are looked at
 constexpr unsigned ready_in_a_row = 16;   // connections from the ready list before new events are looked at
 
-constexpr uint32_t most_lent = 64;  // slots at a time
 constexpr std::size_t most_pins = 16;
 constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread is unpinned
-
-thread_local unsigned upcalls = 0;
-thread_local Engine* engine_of_slot = nullptr;
 
 // Nobody cancels the threads of the engine. The system, once told, leaves its book-keeping of that out of
 // each call.
@@ -56,14 +52,6 @@ void reuse(Buffer* kept, Buffer* used) {
 }
 
 }  // namespace
-
-Upcall::Upcall(Engine* slot_of) : outer_(std::exchange(engine_of_slot, slot_of)) { ++upcalls; }
-Upcall::~Upcall() {
-  --upcalls;
-  engine_of_slot = outer_;
-}
-bool Upcall::running() { return upcalls != 0; }
-Engine* Upcall::slot_of() { return engine_of_slot; }
 
 // ---- Start ----
 
@@ -95,9 +83,9 @@ bool Engine::start() {
       watch_input(connection, true);
       pass_on(connection);
     });
-    const std::size_t count = slots_ + 1 + pins_.count();
-    threads_.reserve(count + most_lent);
-    ended_.reserve(count + most_lent);
+    const std::size_t count = slots_.count() + 1 + pins_.count();
+    threads_.reserve(count + Slots::most_lent);
+    ended_.reserve(count + Slots::most_lent);
     while (threads_.size() < count) threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::exception& e) {
     OM_log("thread %zu of the ORB cannot be started: %s", threads_.size() + 1, e.what());
@@ -149,7 +137,8 @@ void Engine::work() {
 }
 
 void Engine::round(Worker& worker) {
-  if (worker.has_slot || (waiting_.any() && enter())) run_waiting(worker);
+  if (!worker.slot && waiting_.any()) worker.slot = slots_.take();
+  if (worker.slot) run_waiting(worker);
   const bool ready = ready_count_.load() > 0;
   if (!ready || ++worker.ready_in_turn % ready_in_a_row == 0) return wait_for_event(worker, !ready);
   if (Ref<Connection> connection = pop_ready()) serve(worker, connection);
@@ -158,7 +147,7 @@ void Engine::round(Worker& worker) {
 // One event at a time: a second one would have to wait until the first request has run.
 void Engine::wait_for_event(Worker& worker, bool block) {
   idle_.fetch_add(1);
-  if (ready_count_.load() > 0 || (waiting_.any() && running_.load() < slots_)) block = false;
+  if (ready_count_.load() > 0 || (waiting_.any() && slots_.any_free())) block = false;
   epoll_event event{};
   const int n = ::epoll_wait(epoll_, &event, 1, block ? -1 : 0);
   idle_.fetch_sub(1);
@@ -188,7 +177,7 @@ void Engine::take_event(Worker& worker, const Ref<Connection>& connection, uint3
 // ---- A thread pinned to a connection ----
 
 void Engine::pin_to(Worker& worker, const Ref<Connection>& connection) {
-  if (worker.has_slot) run_waiting(worker);
+  if (worker.slot) run_waiting(worker);
   Pins::Pin* const pin = pins_.take(*connection);
   if (!pin) return;
   if (connection->begin_read(false)) {
@@ -208,7 +197,7 @@ bool Engine::serve_pinned(Worker& worker, const Ref<Connection>& connection, Pin
   if (input == Connection::Input::Octets) {
     worker.pin = pin;
     serve(worker, connection);
-    if (worker.has_slot) run_waiting(worker);
+    if (worker.slot) run_waiting(worker);
     if (!std::exchange(worker.pin, nullptr)) return false;
     if (pin->running()) return pin->end_run();
     if (!connection->begin_read(false))
@@ -354,8 +343,8 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
       return Next::Read;
     }
   }
-  if (try_run_now(request)) {
-    worker.has_slot = true;
+  if (Slot slot = slot_to_run_now(request)) {
+    worker.slot = std::move(slot);
     give_reading_back(worker, *request.connection);
     run(worker, request);
     return Next::Leave;
@@ -369,10 +358,7 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   if (request.connection && !request.connection->served.load(std::memory_order_relaxed))
     request.connection->served = true;
   if (request.orphaned()) return;
-  {
-    const Upcall upcall(this);
-    execute(request, pool_.options().max_message, &worker.reply);
-  }
+  execute(request, this, pool_.options().max_message, &worker.reply);
   if (in_forked_child()) end_forked_child();
   if (request.waits.wanted) [[unlikely]]
     return park(worker, request);
@@ -475,29 +461,13 @@ void Engine::wake() {
 
 // ---- Slots and jobs ----
 
-bool Engine::enter() {
-  uint32_t running = running_.load(std::memory_order_relaxed);
-  do
-    if (running >= slots_) return false;
-  while (!running_.compare_exchange_weak(running, running + 1));
-  return true;
-}
-
-void Engine::leave() {
-  running_.fetch_sub(1);
-  if (stopping_.load()) {
-    std::lock_guard lock(end_mutex_);
-    end_.notify_all();
-  }
-}
-
-// True: the caller has a slot. Nobody overtakes those that wait, or their own connection's released requests.
-bool Engine::try_run_now(const ServerRequest& request) {
-  if (request.connection && request.connection->in_line.load(std::memory_order_relaxed)) return false;
-  if (waiting_.any() || hosted_.load(std::memory_order_relaxed) || !enter()) return false;
-  if (!stopping_.load()) return true;
-  leave();
-  return false;
+// Nobody overtakes those that wait, or their own connection's released requests.
+Slot Engine::slot_to_run_now(const ServerRequest& request) {
+  if (request.connection && request.connection->in_line.load(std::memory_order_relaxed)) return {};
+  if (waiting_.any() || hosted_.load(std::memory_order_relaxed)) return {};
+  Slot slot = slots_.take();
+  if (slot && stopping_.load()) slot.give_back();
+  return slot;
 }
 
 bool Engine::enqueue(ServerRequest* request) {
@@ -518,13 +488,13 @@ void Engine::tell_of_work() {
   const uint64_t one = 1;
   if (hosted_waiting_.any() && ::write(hosted_work_, &one, sizeof one) < 0)
     OM_log("the program's loop cannot be told of a request");
-  if (waiting_.any() && running_.load() < slots_) wake();
+  if (waiting_.any() && slots_.any_free()) wake();
 }
 
 // Called by the queue group.
 void Engine::deliver(Requests requests) {
   Requests nested = requests.take_if(
-      [](const ServerRequest& request) { return request.waiter && request.waiter->caller_has_slot; });
+      [](const ServerRequest& request) { return request.waiter && request.waiter->caller_in_upcall; });
   while (auto request = nested.pop_front()) LocalCall::hand_back(std::move(request));
   line().add_released(std::move(requests));
   tell_of_work();
@@ -533,15 +503,15 @@ void Engine::deliver(Requests requests) {
 // With a slot, which it gives back when nothing waits.
 void Engine::run_waiting(Worker& worker) {
   do {
-    while (waiting_.any() && running_.load() <= slots_) {
+    while (waiting_.any() && !slots_.overdrawn()) {
       const Waiting::Turn turn = waiting_.next();
-      if (ready_count_.load() > 0 || (waiting_.any() && running_.load() < slots_)) wake();
+      if (ready_count_.load() > 0 || (waiting_.any() && slots_.any_free())) wake();
       if (turn.request) run(worker, *turn.request);
       if (turn.lost) tell_of_loss(*turn.lost);
     }
-    leave();
-  } while (waiting_.any() && enter());
-  worker.has_slot = false;
+    worker.slot.give_back();
+    if (waiting_.any()) worker.slot = slots_.take();
+  } while (worker.slot);
 }
 
 // Takes back requests that have not started: of a connection that is lost, those that want an answer; or all.
@@ -554,26 +524,11 @@ Requests Engine::withdraw(Connection* connection, const uint32_t* id) {
 
 // ---- Slots that are lent ----
 
-SlotLoan::SlotLoan() : lender_(Upcall::slot_of()) {
-  if (!lender_) return;
-  lent_ = lender_->lend();
-  if (running_request()) connection_ = running_request()->connection.get();
-  if (connection_) connection_->lend();
-}
-SlotLoan::~SlotLoan() {
-  if (connection_) connection_->take_back();
-  if (lender_) lender_->take_back(lent_);
-}
-
 bool Engine::lend() {
-  const uint32_t others = lent_.fetch_add(1);
-  if (others >= most_lent || !has_thread_for(others + 1)) {
-    unlent_.fetch_add(1);
-    lent_.fetch_sub(1);
+  if (!slots_.lend([this](uint32_t lent) { return has_thread_for(lent); })) {
     refuse_nested();
     return false;
   }
-  leave();
   if (waiting_.any()) wake();
   return true;
 }
@@ -595,11 +550,12 @@ bool Engine::has_thread_for(uint32_t lent) {
 
 // No slot is lent any more, so a call of this process may wait for this very request, and all slots for such calls.
 bool Engine::waits_for_itself(const ServerRequest& request) const {
-  if (request.head.chain.empty() || unlent_.load() == 0 || !leads_back(request.head.chain)) return false;
+  if (request.head.chain.empty() || slots_.kept_by_waiting() == 0 || !leads_back(request.head.chain))
+    return false;
   char chain[400];
   describe_chain(request.head.chain, chain, sizeof chain);
   OM_log("%u calls of servants wait for replies, the most that may: %s is refused, which came of %s",
-         lent_.load() + unlent_.load(), request.head.operation, chain);
+         slots_.waiting(), request.head.operation, chain);
   return true;
 }
 
@@ -632,14 +588,13 @@ void Engine::end_hosting() {
 
 // The descriptor is emptied before the last look, and who adds something fills it afterwards.
 void Engine::perform_work() {
-  running_.fetch_add(1);
+  const Slot slot = slots_.take_past_the_limit();
   const Waiting::Turn turn = hosted_waiting_.next();
   uint64_t count = 0;
   if (!hosted_waiting_.any() && ::read(hosted_work_, &count, sizeof count) > 0) tell_of_work();
   Worker worker;
   if (turn.request) run(worker, *turn.request);
   if (turn.lost) tell_of_loss(*turn.lost);
-  leave();
 }
 
 // ---- Refusals ----

@@ -21,26 +21,10 @@
 #include "pinning.h"
 #include "queue_group.h"
 #include "server_request.h"
+#include "slots.h"
 #include "waiting.h"
 
 namespace zrsv {
-
-class Engine;
-
-/// Program code runs on this thread on behalf of the ORB: it has its slot, and cannot wait for the ORB's end.
-class Upcall {
- public:
-  /// `slot_of`: the engine that the slot is one of, when the code has one that may be lent.
-  explicit Upcall(Engine* slot_of = nullptr);
-  ~Upcall();
-  Upcall(const Upcall&) = delete;
-  Upcall& operator=(const Upcall&) = delete;
-  static bool running();
-  static Engine* slot_of();
-
- private:
-  Engine* const outer_;
-};
 
 class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHost {
  public:
@@ -73,10 +57,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   /// The request of this thread waits for a reply until take_back() with the result. True: its slot is another's
   /// meanwhile. False: no more slots are lent.
   bool lend();
-  void take_back(bool lent) {
-    if (lent) running_.fetch_add(1);
-    (lent ? lent_ : unlent_).fetch_sub(1);
-  }
+  void take_back(bool lent) { slots_.take_back(lent); }
   /// call_in_process (in_process.h).
   const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
 
@@ -89,7 +70,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
     Ref<Reference> target;  // of the last request: the next one is for the same object as a rule
     /// What the key names, there until the next call; null when this process never minted such a key.
     Reference* find_target(std::string_view key);
-    bool has_slot = false;
+    Slot slot;
     bool may_pin = false;        // the connection just served is one to be pinned to
     Pins::Pin* pin = nullptr;    // while it is pinned to the connection that it serves
     unsigned turns_left = 0;     // that may bring no call, while it is pinned
@@ -113,7 +94,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   Next admit(Worker& worker, ServerRequest& request);
   void run(Worker& worker, ServerRequest& request);
   [[gnu::cold]] void park(Worker& worker, ServerRequest& request);
-  const char* park_and_await(ServerRequest& request, bool has_slot, Clock::time_point deadline,
+  const char* park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline,
                              Buffer* reply);
   bool answer_locate(Worker& worker, const Ref<Connection>& connection);
   bool cancel(Worker& worker, const Ref<Connection>& connection);
@@ -128,11 +109,9 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void wake();
 
   // Slots, and what waits for one.
-  bool enter();
-  void leave();
   bool has_thread_for(uint32_t lent);
   bool waits_for_itself(const ServerRequest& request) const;
-  bool try_run_now(const ServerRequest& request);
+  Slot slot_to_run_now(const ServerRequest& request);
   bool enqueue(ServerRequest* request);
   Waiting& line();
   uint32_t queue_limit(const ServerRequest& request) const;
@@ -164,7 +143,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void end_threads(Clock::time_point deadline);
 
   const Counting<Left::Objects> counted_;
-  const uint32_t slots_;
+  Slots slots_;
   ConnectionPool pool_;
   const uint32_t most_connections_;
   Pins pins_;
@@ -179,10 +158,6 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   // looks for idle threads afterwards: one of the two sees the other.
   std::atomic<uint32_t> idle_{0};
   std::atomic<bool> wake_pending_{false};
-  std::atomic<uint32_t> running_{0};  // slots taken
-  // Requests whose slot another one has; as many threads more there are.
-  std::atomic<uint32_t> lent_{0};
-  std::atomic<uint32_t> unlent_{0};        // that wait for a reply and have their slot
   std::atomic<uint32_t> more_threads_{0};  // written with end_mutex_ held
   std::atomic<uint32_t> ready_count_{0};
   Waiting waiting_{0};
@@ -198,7 +173,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   Connection* ready_tail_ = nullptr;
 
   std::mutex end_mutex_;
-  std::condition_variable end_;         // a slot was given back while stopping, or a thread ended
+  std::condition_variable end_;         // a thread ended
   std::vector<std::thread::id> ended_;  // guarded by end_mutex_
   std::vector<std::thread> threads_;    // guarded by end_mutex_ once started
 };

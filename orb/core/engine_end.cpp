@@ -5,7 +5,7 @@
 
 #include "engine.h"
 #include "gates.h"
-#include "leftovers.h"
+#include "upcall.h"
 
 namespace zrsv {
 
@@ -14,13 +14,8 @@ std::vector<std::string> Engine::stop(Clock::time_point deadline) {
   stopping_ = true;
   for (Waiting* waiting : {&waiting_, &hosted_waiting_}) waiting->close();
   refuse(withdraw(nullptr, nullptr));
-  {
-    std::unique_lock lock(end_mutex_);
-    // Who lends counts itself there first, and who takes back here.
-    const auto count = [this] { return lent_.load() + running_.load(); };
-    if (!end_.wait_until(lock, deadline, [&] { return count() == 0; }))
-      OM_log("shutdown: %u requests still run at the deadline", count());
-  }
+  if (const uint32_t count = slots_.wait_until_unused(deadline))
+    OM_log("shutdown: %u requests still run at the deadline", count);
   std::vector<std::string> still_running = describe_runs(Clock::now());
   for (const std::string& one : still_running) OM_log("shutdown: still runs: %s", one.c_str());
   drain_output(deadline);

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "engine.h"
-#include "leftovers.h"
+#include "upcall.h"
 
 namespace zrsv {
 

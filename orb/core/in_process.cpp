@@ -3,6 +3,7 @@
 #include "engine.h"
 #include "gates.h"
 #include "orb.h"
+#include "upcall.h"
 
 namespace zrsv {
 
@@ -27,32 +28,31 @@ const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffe
   request.target.borrow(target.get());
 
   const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
-  const bool has_slot = Upcall::running() || hosted_.load(std::memory_order_relaxed);
-  if (may_be_held || (!has_slot && !try_run_now(request))) {
+  const bool needs_slot = !Upcall::running() && !hosted_.load(std::memory_order_relaxed);
+  Slot slot;
+  if (needs_slot && !may_be_held) slot = slot_to_run_now(request);
+  if (may_be_held || (needs_slot && !slot)) {
     const bool waits = request.head.response_expected;
-    const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
+    const auto call = request.waiter = std::make_shared<LocalCall>(waits && !needs_slot);
     const auto admission =
         may_be_held ? queue_group().hold(&request, queue_limit(request)) : QueueGroup::Admission::Pass;
     if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
-    if (admission == QueueGroup::Admission::Pass && !has_slot && !enqueue(&request)) return "TRANSIENT";
-    if (admission == QueueGroup::Admission::Held || !has_slot)
+    if (admission == QueueGroup::Admission::Pass && needs_slot && !enqueue(&request)) return "TRANSIENT";
+    if (admission == QueueGroup::Admission::Held || needs_slot)
       return waits ? await(*call, deadline, reply) : nullptr;
     request.waiter = nullptr;
   }
-  {
-    const Upcall upcall(has_slot ? Upcall::slot_of() : this);
-    execute(request, pool_.options().max_message, reply);
-  }
+  execute(request, slot ? this : Upcall::slot_of(), pool_.options().max_message, reply);
   if (!request.waits.wanted) *reply = Buffer::take(&request.cdr);
-  if (!has_slot) leave();
-  if (!has_slot && waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
-  return request.waits.wanted ? park_and_await(request, has_slot, deadline, reply) : nullptr;
+  slot.give_back();
+  if (needs_slot && waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
+  return request.waits.wanted ? park_and_await(request, !needs_slot, deadline, reply) : nullptr;
 }
 
-const char* Engine::park_and_await(ServerRequest& request, bool has_slot, Clock::time_point deadline,
+const char* Engine::park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline,
                                    Buffer* reply) {
   const bool waits = request.head.response_expected;
-  const auto call = request.waiter = std::make_shared<LocalCall>(waits && has_slot);
+  const auto call = request.waiter = std::make_shared<LocalCall>(waits && in_upcall);
   if (!keep_at_gate(&request, pool_.options().queue)) return "TRANSIENT";
   return waits ? await(*call, deadline, reply) : nullptr;
 }
@@ -68,9 +68,8 @@ const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* r
   }
   if (const std::unique_ptr<ServerRequest> request = std::move(call.released)) {
     lock.unlock();
-    const Upcall upcall(Upcall::slot_of());
-    execute(*request, pool_.options().max_message, reply);
-    if (request->waits.wanted) return park_and_await(*request, call.caller_has_slot, deadline, reply);
+    execute(*request, Upcall::slot_of(), pool_.options().max_message, reply);
+    if (request->waits.wanted) return park_and_await(*request, call.caller_in_upcall, deadline, reply);
     *reply = Buffer::take(&request->cdr);
     return nullptr;
   }

@@ -15,22 +15,4 @@ namespace zrsv {
 const char* call_in_process(Buffer request, bool response_expected,
                             std::chrono::steady_clock::time_point deadline, Buffer* reply);
 
-class Connection;
-class Engine;
-
-/// While one lives, the slot of the request that this thread runs is lent to another: its servant waits for a
-/// reply, which may depend on that one. Nothing outside of servants, and when too many slots are lent.
-class SlotLoan {
- public:
-  SlotLoan();
-  ~SlotLoan();
-  SlotLoan(const SlotLoan&) = delete;
-  SlotLoan& operator=(const SlotLoan&) = delete;
-
- private:
-  Engine* const lender_;
-  bool lent_ = false;
-  Connection* connection_ = nullptr;  // of the request
-};
-
 }  // namespace zrsv

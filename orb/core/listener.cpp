@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "leftovers.h"
+#include "upcall.h"
 
 namespace zrsv {
 

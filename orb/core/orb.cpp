@@ -6,11 +6,11 @@
 #include "client_pool.h"
 #include "endpoint_text.h"
 #include "environment.h"
-#include "in_process.h"
 #include "memory.h"
 #include "process_life.h"
 #include "queue_group.h"
 #include "repository.h"
+#include "upcall.h"
 
 void* (*_cpp_poa_init)(void* orb, void* boa) = nullptr;
 void (*_call_cpp_)(void* target, void* request, CORBA_Environment* env) = nullptr;

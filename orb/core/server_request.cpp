@@ -6,9 +6,9 @@
 
 #include "cdr_chain.h"
 #include "environment.h"
-#include "leftovers.h"
 #include "method_table.h"
 #include "options.h"
+#include "upcall.h"
 
 namespace zrsv {
 
@@ -87,8 +87,8 @@ void call_table(ServerRequest& request) {
   if (!answer_basic(request, intf)) answer_exception(request, known ? "BAD_OPERATION" : "NO_IMPLEMENT");
 }
 
-void call(ServerRequest& request) {
-  const Running scope(&request);
+void call(ServerRequest& request, Engine* slot_of) {
+  const Upcall upcall(&request, slot_of);
   try {
     request.target->is_internal() ? call_table(request) : call_adapter(request);
   } catch (const std::bad_alloc&) {
@@ -152,14 +152,14 @@ bool ServerRequest::read_head(const giop::Header& header) {
                                             : giop::read_locate_request(&cdr, minor, &head);
 }
 
-void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) noexcept {
+void execute(ServerRequest& request, Engine* slot_of, uint32_t max_message, Buffer* reply) noexcept {
   reply->lend(&request.cdr);
   request.info.request = as_handle(request);
   request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;
   request.info.sequence = request.head.id;
   request.info.operation = request.head.operation;
   request.info.response_expected = request.head.response_expected;
-  call(request);
+  call(request, slot_of);
   if (request.waits.wanted) [[unlikely]] {
     *reply = Buffer::take(&request.cdr);
     return;
@@ -180,8 +180,6 @@ void answer_forward(ServerRequest& request, const Reference& to) {
   if (!begin_reply(request, ZR_REPLY_LOCATION_FORWARD) || !write_reference(&request.cdr, &to))
     answer_exception(request, "NO_MEMORY");
 }
-
-const ServerRequest* running_request() { return Running::request(); }
 
 }  // namespace zrsv
 
@@ -210,7 +208,7 @@ int OM_boa_lib_get_iswitch(void) { return options().client_info; }
 unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, void* host_addr,
                                          void* /*reserved1*/, void* /*reserved2*/,
                                          CORBA_Environment* /*env*/) {
-  const ServerRequest* request = running_request();
+  const ServerRequest* request = Upcall::request();
   if (!request || !request->connection) return 0;
   const PeerAddress& peer = request->connection->peer();
   if (fd) *fd = request->connection->number();

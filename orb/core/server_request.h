@@ -16,11 +16,12 @@
 
 namespace zrsv {
 
+class Engine;
 struct ServerRequest;
 
 /// A call of this process that waits until another thread has run it.
 struct LocalCall {
-  explicit LocalCall(bool has_slot) : caller_has_slot(has_slot) {}
+  explicit LocalCall(bool in_upcall) : caller_in_upcall(in_upcall) {}
   ~LocalCall();
 
   std::atomic<bool> given_up{false};
@@ -32,7 +33,7 @@ struct LocalCall {
   Line line;  // while it waits for a slot
   /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it
   /// has. All slots may be taken by servants that wait like this one.
-  const bool caller_has_slot;
+  const bool caller_in_upcall;
   std::unique_ptr<ServerRequest> released;
 
   /// Gives a released request back to the thread that waits for it.
@@ -92,11 +93,12 @@ struct ServerRequest : RequestBase {
   }
 };
 
-/// Runs the request in the object adapter, or where its target belongs, on this thread. Afterwards its stream
+/// Runs the request in the object adapter, or where its target belongs, on this thread, as an upcall (upcall.h) with a
+/// slot of that engine, or none. Afterwards its stream
 /// holds the whole reply message, empty when the client expects none, when there was no memory for it, or when it has to
 /// wait (`waits.wanted`). `reply` lends the memory for it; a body
 /// over `max_message` octets becomes IMP_LIMIT.
-void execute(ServerRequest& request, uint32_t max_message, Buffer* reply) noexcept;
+void execute(ServerRequest& request, Engine* slot_of, uint32_t max_message, Buffer* reply) noexcept;
 /// Makes a system exception, by its short name, the reply.
 [[gnu::cold]] void answer_exception(ServerRequest& request, const char* name,
                                     uint32_t completed = CORBA_COMPLETED_NO, uint32_t minor = 0);
@@ -105,8 +107,5 @@ inline constexpr uint32_t minor_over_max_message = 0x4B510401;
 
 /// Makes "call that one instead" the reply.
 [[gnu::cold]] void answer_forward(ServerRequest& request, const Reference& to);
-
-/// The request that this thread runs, or null.
-const ServerRequest* running_request();
 
 }  // namespace zrsv

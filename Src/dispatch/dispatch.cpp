@@ -305,11 +305,8 @@ void reply_forward(void* request, CORBA::Object* to) {
 /// Replies with a system exception.
 void reply_exception(void* request, const CORBA::SystemException& exception) {
   CORBA::Environment ev;
-  void* handle = server_CORBA_ServerRequest_request(request, nullptr);
   ev.exception(exception._clone());
-  const bool begun = OM_req_lib_UNO_IIOP_encode_reply_header(handle, ZR_REPLY_SYSTEM_EXCEPTION);
-  if (begun && server_CORBA_ServerRequest_response_expected(request, nullptr))
-    OM_req_lib_UNO_IIOP_encode_standard_excep(handle, ev._evp);
+  ZR_reply_system_exception(server_CORBA_ServerRequest_request(request, nullptr), ev._evp);
 }
 
 /// What a servant manager with the standard's signatures raised: where to go, or what to tell the client.

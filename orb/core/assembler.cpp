@@ -13,17 +13,6 @@ using giop::Type;
 
 constexpr std::size_t small_read = 8 << 10;
 constexpr std::size_t keep = large_from;  // memory that an idle stream may keep
-constexpr unsigned char more_flag = 2;
-
-uint32_t word(const unsigned char* octets, bool little) {
-  uint32_t value = 0;
-  for (int i = 0; i < 4; ++i) value |= uint32_t{octets[i]} << (8 * (little ? i : 3 - i));
-  return value;
-}
-
-void put_word(unsigned char* octets, uint32_t value, bool little) {
-  for (int i = 0; i < 4; ++i) octets[i] = static_cast<unsigned char>(value >> (8 * (little ? i : 3 - i)));
-}
 
 bool may_be_fragmented(const giop::Header& header) {
   const bool locate = header.type == Type::LocateRequest || header.type == Type::LocateReply;
@@ -106,7 +95,7 @@ Assembler::Result Assembler::cut(std::size_t length, Buffer* message) {
 Assembler::Result Assembler::begin_fragmented(const giop::Header& header) {
   if (!may_be_fragmented(header)) return bad("fragments of a message that has none");
   if (header.minor == 2 && header.size < 4) return bad("length");
-  const uint32_t id = header.minor == 2 ? word(at() + header_size, header.little) : 0;
+  const uint32_t id = header.minor == 2 ? giop::read_id_1_2(at(), header) : 0;
   if (find(header.minor, id)) return bad("fragmented message begun twice");
   if (unfinished_.size() == max_unfinished) return bad("too many unfinished messages");
   unfinished_.push_back({header, id, {}, {}, false});
@@ -116,7 +105,7 @@ Assembler::Result Assembler::begin_fragmented(const giop::Header& header) {
 Assembler::Result Assembler::add_fragment(giop::Header* header, Buffer* message) {
   const std::size_t head = header->minor == 2 ? 4 : 0;
   if (header->size < head) return bad("length");
-  Unfinished* to = find(header->minor, head ? word(at() + header_size, header->little) : 0);
+  Unfinished* to = find(header->minor, head ? giop::read_id_1_2(at(), *header) : 0);
   if (!to) return bad("fragment of no message");
   if (to->first.little != header->little) return bad("byte order changes between fragments");
   if (header->minor == 1 && header->size > 0) {
@@ -129,12 +118,10 @@ Assembler::Result Assembler::add_fragment(giop::Header* header, Buffer* message)
 
 Assembler::Result Assembler::finish(Unfinished* whole, giop::Header* header, Buffer* message) {
   if (whole->cancelled) return forget(whole), Result::NeedMore;
-  unsigned char* octets = whole->octets.data();
   *header = whole->first;
   header->more = false;
   header->size = static_cast<uint32_t>(whole->octets.size() - header_size);
-  octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
-  put_word(octets + 8, header->size, header->little);
+  giop::write_header(whole->octets.data(), *header);
   header->cuts = !whole->cuts.empty();
   if (header->cuts && !giop::put_cuts(&whole->octets, whole->cuts)) throw std::bad_alloc();
   unfinished_octets_ -= whole->octets.size();
@@ -206,21 +193,24 @@ Fragments::Fragments(unsigned char* message, std::size_t length, uint32_t limit)
     parts_.push_back({message, length});
     return;
   }
-  const bool little = (message[6] & 1) != 0;
+  giop::Header header;
+  giop::read_header(message, UINT32_MAX, &header);
   const std::size_t head = header_size + 4;
   const std::size_t fragment = std::max<std::size_t>(limit & ~7u, 64);
   const std::size_t step = (fragment - head) & ~std::size_t{7};
   std::size_t at = std::min(fragment, length);
   heads_.resize((length - at + step - 1) / step);
-  message[6] = static_cast<unsigned char>(message[6] | more_flag);
-  put_word(message + 8, static_cast<uint32_t>(at - header_size), little);
+  header.more = true;
+  header.size = static_cast<uint32_t>(at - header_size);
+  giop::write_header(message, header);
+  header.type = Type::Fragment;
   parts_.push_back({message, at});
   for (auto& octets : heads_) {
     const std::size_t count = std::min(step, length - at);
-    std::memcpy(octets.data(), message, head);  // the request id comes first in the body
-    octets[7] = static_cast<unsigned char>(Type::Fragment);
-    if (at + count == length) octets[6] = static_cast<unsigned char>(octets[6] & ~more_flag);
-    put_word(octets.data() + 8, static_cast<uint32_t>(head - header_size + count), little);
+    header.more = at + count < length;
+    header.size = static_cast<uint32_t>(head - header_size + count);
+    giop::write_header(octets.data(), header);
+    std::memcpy(octets.data() + header_size, message + header_size, head - header_size);  // the request id
     parts_.push_back({octets.data(), head});
     parts_.push_back({message + at, count});
     at += count;

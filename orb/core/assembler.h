@@ -100,7 +100,7 @@ std::span<iovec> rest_of(std::span<iovec> parts, std::size_t octets);
 
 /// Whether a message of that length is cut at all.
 inline bool must_fragment(const unsigned char* message, std::size_t length, uint32_t limit) {
-  return limit != 0 && length > limit && message[5] == 2;
+  return limit != 0 && length > limit && giop::minor_of(message) == 2;
 }
 
 }  // namespace zrsv

@@ -355,11 +355,8 @@ void ClientConnection::give_up(ClientCall* call) {
 /// Tells the server, when that costs no waiting: it is a hint, no more.
 void ClientConnection::cancel(const ClientCall& call) {
   if (writing_ || !usable_) return;
-  unsigned char message[giop::header_size + 4];
-  giop::write_empty(message, call.minor, giop::Type::CancelRequest);
-  const uint32_t size = 4;
-  std::memcpy(message + 8, &size, sizeof size);
-  std::memcpy(message + giop::header_size, &call.id, sizeof call.id);
+  unsigned char message[giop::cancel_size];
+  giop::write_cancel(message, call.minor, call.id);
   const ssize_t n = ::send(fd_, message, sizeof message, MSG_NOSIGNAL | MSG_DONTWAIT);
   const bool part = n >= 0 && static_cast<std::size_t>(n) < sizeof message;
   if (part || (n < 0 && !would_block(errno))) retire();

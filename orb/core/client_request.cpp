@@ -162,15 +162,13 @@ void end_message(ClientRequest* request) {
   giop::end_message(cdr);
 }
 
-/// Before 1.2 nothing aligns the body to 8: lets the last member of the header, an octet sequence that nobody
-/// reads, grow until the body stands as it stood in the message that it comes from.
-bool pad_principal(ClientRequest* request, CDR* cdr, std::size_t old_start) {
+/// Lets the body of a message before 1.2 stand as it stood in the message that it comes from.
+bool align_as_before(ClientRequest* request, CDR* cdr, std::size_t old_start) {
   ClientRequest::Head& head = request->head;
   const auto pad = static_cast<uint32_t>((old_start - head.body) & 7);
   if (pad == 0) return true;
   head.whole = false;  // for this message only
-  std::memcpy(cdr->out_next - sizeof pad, &pad, sizeof pad);
-  if (!put_octets(cdr, std::string_view("\0\0\0\0\0\0\0", pad))) return false;
+  if (!giop::pad_request_1_1(cdr, pad)) return false;
   head.end = head.body = encoded(*cdr);
   return true;
 }
@@ -185,7 +183,7 @@ bool address_anew(ClientRequest* request, std::string_view key) {
   fresh.minor_version = request->call.minor;
   request->key = key;
   bool ok = begin_head(request, &fresh);
-  if (ok && request->call.minor < 2) ok = pad_principal(request, &fresh, old_start);
+  if (ok && request->call.minor < 2) ok = align_as_before(request, &fresh, old_start);
   if (ok && encoded(old) > old_start) {
     ok = put_octets(&fresh, as_view(old.out_base + old_start, encoded(old) - old_start));
   }

@@ -28,7 +28,8 @@ namespace zrsv::giop {
 namespace {
 
 constexpr bool native_little = std::endian::native == std::endian::little;
-constexpr uint32_t size_offset = 8;
+constexpr uint32_t minor_offset = 5, flags_offset = 6, type_offset = 7, size_offset = 8;
+constexpr unsigned char little_flag = 1, more_flag = 2;
 enum AddressKind : uint16_t { key_address = 0, profile_address = 1, reference_address = 2 };
 
 Reader start(CDR* cdr, uint8_t minor) {
@@ -127,29 +128,44 @@ void skip_to_body(CDR* cdr) {
   cdr->in_next = pad < OM_cdr_remaining(cdr) ? cdr->in_next + pad : cdr->in_end;
 }
 
-void write_header(unsigned char* to, uint8_t minor, Type type) {
-  const unsigned char octets[header_size] = {'G', 'I',   'O',           'P',
-                                             1,   minor, native_little, static_cast<unsigned char>(type)};
-  std::memcpy(to, octets, sizeof octets);
+uint32_t word_at(const unsigned char* octets, const Header& header) {
+  uint32_t word;
+  std::memcpy(&word, octets, sizeof word);
+  return needs_swap(header) ? __builtin_bswap32(word) : word;
 }
 
 }  // namespace
 
 const char* read_header(const unsigned char* octets, uint32_t max_message, Header* header) {
   if (std::memcmp(octets, "GIOP", 4) != 0) return "magic";
-  if (octets[4] != 1 || octets[5] > 2) return "version";
-  header->minor = octets[5];
+  if (octets[4] != 1 || octets[minor_offset] > 2) return "version";
+  header->minor = octets[minor_offset];
   header->cuts = false;
-  header->little = octets[6] & 1;
-  header->more = header->minor >= 1 && (octets[6] & 2);
+  header->little = octets[flags_offset] & little_flag;
+  header->more = header->minor >= 1 && (octets[flags_offset] & more_flag);
   const Type last = header->minor >= 1 ? Type::Fragment : Type::MessageError;
-  if (octets[7] > static_cast<unsigned char>(last)) return "type";
-  header->type = static_cast<Type>(octets[7]);
-  uint32_t size;
-  std::memcpy(&size, octets + size_offset, sizeof size);
-  header->size = needs_swap(*header) ? __builtin_bswap32(size) : size;
+  if (octets[type_offset] > static_cast<unsigned char>(last)) return "type";
+  header->type = static_cast<Type>(octets[type_offset]);
+  header->size = word_at(octets + size_offset, *header);
   return header->size > max_message ? "length" : nullptr;
 }
+
+void write_header(unsigned char* octets, const Header& header) {
+  const int flags = (header.little ? little_flag : 0) | (header.more ? more_flag : 0);
+  const unsigned char start[] = {'G',
+                                 'I',
+                                 'O',
+                                 'P',
+                                 1,
+                                 header.minor,
+                                 static_cast<unsigned char>(flags),
+                                 static_cast<unsigned char>(header.type)};
+  const uint32_t size = needs_swap(header) ? __builtin_bswap32(header.size) : header.size;
+  std::memcpy(octets, start, sizeof start);
+  std::memcpy(octets + size_offset, &size, sizeof size);
+}
+
+uint8_t minor_of(const unsigned char* octets) { return octets[minor_offset]; }
 
 namespace {
 
@@ -208,6 +224,10 @@ bool read_id_1_1(CDR* cdr, uint32_t* id) {
   return in.ok();
 }
 
+uint32_t read_id_1_2(const unsigned char* message, const Header& header) {
+  return word_at(message + header_size, header);
+}
+
 bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head) {
   Reader in = start(cdr, minor);
   head->id = in.u32();
@@ -234,7 +254,7 @@ bool begin_message(CDR* cdr, uint8_t minor, Type type) {
   cdr->minor_version = minor;
   cdr->out_next = cdr->out_base;
   unsigned char octets[header_size];
-  write_header(octets, minor, type);
+  write_empty(octets, minor, type);
   return Writer(cdr).raw(as_view(octets, sizeof octets)).ok();
 }
 
@@ -272,6 +292,11 @@ bool align_body(CDR* cdr, uint8_t minor) {
   return put_octets(cdr, {"\0\0\0\0\0\0\0", (8 - at % 8) % 8});
 }
 
+bool pad_request_1_1(CDR* cdr, uint32_t octets) {
+  std::memcpy(cdr->out_next - sizeof octets, &octets, sizeof octets);
+  return put_octets(cdr, std::string_view("\0\0\0\0\0\0\0", octets));
+}
+
 void end_message(CDR* cdr) {
   const auto size = static_cast<uint32_t>(cdr->out_next - cdr->out_base) - header_size;
   std::memcpy(cdr->out_base + size_offset, &size, sizeof size);
@@ -283,6 +308,14 @@ void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t i
   std::memcpy(message + header_size + contexts, &id, sizeof id);
 }
 
-void write_empty(unsigned char* octets, uint8_t minor, Type type) { write_header(octets, minor, type); }
+void write_empty(unsigned char* octets, uint8_t minor, Type type) {
+  write_header(octets, {.minor = minor, .little = native_little, .type = type});
+}
+
+void write_cancel(unsigned char* octets, uint8_t minor, uint32_t id) {
+  constexpr uint32_t body = cancel_size - header_size;
+  write_header(octets, {.minor = minor, .little = native_little, .type = Type::CancelRequest, .size = body});
+  std::memcpy(octets + header_size, &id, sizeof id);
+}
 
 }  // namespace zrsv::giop

@@ -46,6 +46,11 @@ bool put_cuts(Buffer* message, std::span<const uint32_t> offsets);
 /// "length").
 const char* read_header(const unsigned char* octets, uint32_t max_message, Header* header);
 
+/// Writes it into 12 octets.
+void write_header(unsigned char* octets, const Header& header);
+/// The minor version that a header of 12 octets says.
+uint8_t minor_of(const unsigned char* octets);
+
 /// True when this machine's byte order is not the message's.
 bool needs_swap(const Header& header);
 
@@ -64,6 +69,9 @@ struct RequestHead {
 bool read_request(CDR* cdr, uint8_t minor, RequestHead* head);
 /// The id of a request of 1.0 or 1.1, of which the start is there. False when that does not reach.
 bool read_id_1_1(CDR* cdr, uint32_t* id);
+/// The same of 1.2, where the id is the first member of every body that may be fragmented, and of each fragment. The
+/// body has 4 octets at least.
+uint32_t read_id_1_2(const unsigned char* message, const Header& header);
 bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head);
 
 /// A reply's head; `status` is a ZR_REPLY_... value, or 4 (LOC_FORWARD_PERM) and 5 (NEEDS_ADDRESSING_MODE)
@@ -85,6 +93,9 @@ bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected,
 bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status);
 bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus status);
 bool align_body(CDR* cdr, uint8_t minor);
+/// Before 1.2 nothing aligns the body to 8: lets the last member of a request's header, an octet sequence that nobody reads,
+/// grow by less than 8 octets. Called right after begin_request.
+bool pad_request_1_1(CDR* cdr, uint32_t octets);
 /// Patches the size into the header. The message is out_base .. out_next.
 void end_message(CDR* cdr);
 /// Makes a request that was begun, with or without code sets said and without a chain, that of another id.
@@ -92,5 +103,8 @@ void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t i
 
 /// The whole of a message without a body (CloseConnection, MessageError): 12 octets.
 void write_empty(unsigned char* octets, uint8_t minor, Type type);
+/// The whole of a CancelRequest.
+inline constexpr uint32_t cancel_size = header_size + 4;
+void write_cancel(unsigned char* octets, uint8_t minor, uint32_t id);
 
 }  // namespace zrsv::giop

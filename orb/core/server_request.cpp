@@ -39,6 +39,11 @@ bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
          OM_cdr_unsigned_long(&request.cdr, &completed);
 }
 
+/// Each system exception that leaves does so here.
+bool reply_exception(ServerRequest& request, const CORBA_Environment& env) {
+  return request.replied = begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) && put_exception(request, env);
+}
+
 // ---- Where a request goes ----
 
 void call_adapter(ServerRequest& request) {
@@ -171,8 +176,7 @@ void answer_exception(ServerRequest& request, const char* name, uint32_t complet
   CORBA_Environment env{};
   raise_standard(&env, name, minor, completed);
   // Without memory for this little there is nothing to tell the client with.
-  if (!begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) || !put_exception(request, env))
-    request.cdr.out_next = request.cdr.out_base;
+  if (!reply_exception(request, env)) request.cdr.out_next = request.cdr.out_base;
   request.replied = true;
 }
 
@@ -193,6 +197,10 @@ unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t st
 
 unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* env) {
   return request && env && as_request(request).replied && put_exception(as_request(request), *env);
+}
+
+unsigned char ZR_reply_system_exception(void* request, const CORBA_Environment* env) {
+  return request && env && reply_exception(as_request(request), *env);
 }
 
 unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env) {

@@ -46,18 +46,13 @@ CDR* stream_of(void* record) {
   return OM_req_lib_UNO_IIOP_get_cdr(info_of(record)->request, &cdr) ? cdr : nullptr;
 }
 
-bool reply_system_exception(void* request, const Environment& env) {
-  return OM_req_lib_UNO_IIOP_encode_reply_header(request, ZR_REPLY_SYSTEM_EXCEPTION) &&
-         OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
-}
-
 /// In CDR an exception is its id and its members, which is a reply's body as well.
 bool reply_exception(void* request, CDR* cdr, const Any& exception) {
   const SystemException* system = nullptr;
   if (exception >>= system) {
     Environment env;
     env.exception(system->_clone());
-    return reply_system_exception(request, env);
+    return ZR_reply_system_exception(request, env._evp);
   }
   if (!OM_req_lib_UNO_IIOP_encode_reply_header(request, ZR_REPLY_USER_EXCEPTION)) return false;
   cdr->direction = CDR_ENCODE;
@@ -135,5 +130,5 @@ void OM_CORBA_ServerRequest_dsi_complete_cpp(void* record) {
   if (done) return;
   Environment env;
   idl::set_marshal(cdr, CORBA_COMPLETED_YES, env);
-  reply_system_exception(request, env);
+  ZR_reply_system_exception(request, env._evp);
 }

@@ -41,6 +41,8 @@ enum {
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t status);
 /* The body of a system exception reply (id in its public form, minor, completion). */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* env);
+/* Both at once: makes the system exception in `env` the reply, also where one was begun before. */
+ZRSV_API unsigned char ZR_reply_system_exception(void* request, const CORBA_Environment* env);
 /* The repository id that starts the body of a user exception reply. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env);
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -34,60 +35,93 @@ void OutputQueue::open(int fd) {
   sent_ = 0;
 }
 
+template <class Send>
+ssize_t OutputQueue::send_unlocked(std::unique_lock<std::mutex>& lock, Send send) {
+  sending_ = true;
+  lock.unlock();
+  const ssize_t n = send();
+  lock.lock();
+  sending_ = false;
+  sent_it_.notify_all();
+  return n;
+}
+
 OutputQueue::Sent OutputQueue::send(Buffer* message, uint32_t fragment) {
-  std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   if (closed_) return Sent::All;
-  const bool first = messages_.empty();
-  std::size_t sent = 0;
-  if (first && !must_fragment(message->data(), message->size(), fragment)) {
-    const ssize_t n = ::send(fd_, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n == static_cast<ssize_t>(message->size())) return Sent::All;
-    if (n < 0 && !would_block() && errno != EINTR) return Sent::Failed;
-    if (n > 0) sent = static_cast<std::size_t>(n);
+  if (sending_ || !messages_.empty()) return keep(message, fragment, nullptr);  // who sends takes it along
+  if (must_fragment(message->data(), message->size(), fragment)) {
+    const Sent kept = keep(message, fragment, nullptr);
+    return kept == Sent::All ? write_some(lock) : kept;
   }
-  try {
-    message->shrink(0);
-    const Message& last = messages_.emplace_back(std::move(*message), fragment, sent);
-    octets_.fetch_add(size_of(last.left));
-  } catch (const std::bad_alloc&) {
-    return Sent::Failed;
-  }
-  return first && sent == 0 ? write_some() : Sent::Rest;
+  const ssize_t n = send_unlocked(
+      lock, [&] { return ::send(fd_, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
+  if (n < 0 && !would_block() && errno != EINTR) return Sent::Failed;
+  const std::size_t sent = n > 0 ? static_cast<std::size_t>(n) : 0;
+  if (sent < message->size()) return keep(message, fragment, &sent);
+  return messages_.empty() ? Sent::All : write_some(lock);
+}
+
+// With the lock. What has begun to go comes before what others have left meanwhile.
+OutputQueue::Sent OutputQueue::keep(Buffer* message, uint32_t fragment, const std::size_t* sent) try {
+  message->shrink(0);
+  const Message& kept = sent ? messages_.emplace_front(std::move(*message), fragment, *sent)
+                             : messages_.emplace_back(std::move(*message), fragment, 0u);
+  octets_.fetch_add(size_of(kept.left));
+  return sent ? Sent::Rest : Sent::All;
+} catch (const std::bad_alloc&) {
+  return Sent::Failed;
 }
 
 OutputQueue::Sent OutputQueue::flush() {
-  std::lock_guard lock(mutex_);
-  return closed_ ? Sent::All : write_some();
+  std::unique_lock lock(mutex_);
+  return sending_ ? Sent::All : write_some(lock);
 }
 
-// With the lock.
-OutputQueue::Sent OutputQueue::write_some() {
-  while (!messages_.empty()) {
-    Message& first = messages_.front();
+// With the lock, and nobody sending.
+OutputQueue::Sent OutputQueue::write_some(std::unique_lock<std::mutex>& lock) {
+  while (!closed_ && !messages_.empty()) {
+    std::array<iovec, parts_at_once> parts;
+    std::size_t count = 0;
+    for (auto one = messages_.begin(); one != messages_.end() && count < parts.size(); ++one)
+      for (auto part = one->left.begin(); part != one->left.end() && count < parts.size(); ++part)
+        parts[count++] = *part;
     msghdr message{};
-    message.msg_iov = first.left.data();
-    message.msg_iovlen = std::min(first.left.size(), parts_at_once);
-    const ssize_t n = ::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    message.msg_iov = parts.data();
+    message.msg_iovlen = count;
+    const ssize_t n =
+        send_unlocked(lock, [&] { return ::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT); });
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return would_block() ? Sent::Rest : Sent::Failed;
-    sent_ += static_cast<std::size_t>(n);
-    octets_.fetch_sub(static_cast<std::size_t>(n));
-    first.left = rest_of(first.left, static_cast<std::size_t>(n));
-    if (first.left.empty()) messages_.pop_front();
+    took(static_cast<std::size_t>(n));
   }
   return Sent::All;
 }
 
+void OutputQueue::took(std::size_t octets) {
+  sent_ += octets;
+  octets_.fetch_sub(octets);
+  while (octets > 0) {
+    Message& first = messages_.front();
+    const std::size_t of_it = std::min(octets, size_of(first.left));
+    first.left = rest_of(first.left, of_it);
+    octets -= of_it;
+    if (first.left.empty()) messages_.pop_front();
+  }
+}
+
 void OutputQueue::finish(const unsigned char* message, std::size_t length) {
-  std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
+  sent_it_.wait(lock, [this] { return !sending_; });
   if (length > 0 && !closed_ && messages_.empty()) ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   closed_ = true;
   if (fd_ >= 0) ::shutdown(fd_, SHUT_WR);
 }
 
 void OutputQueue::close() {
-  std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   closed_ = true;
+  sent_it_.wait(lock, [this] { return !sending_; });
   messages_.clear();
   octets_ = 0;
   if (fd_ < 0) return;

@@ -1,9 +1,11 @@
 // What one connection sends. A message goes out at once as far as the peer takes it; the rest waits here, and
-// leaves when the socket has room. No thread waits for a peer.
+// leaves when the socket has room. No thread waits for a peer, nor for another thread that sends: that one takes
+// along what comes meanwhile.
 #pragma once
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <mutex>
 
@@ -20,7 +22,7 @@ class OutputQueue {
   /// Begins with that socket, and takes it over.
   void open(int fd);
   /// Sends a message, in fragments when it is over `fragment` octets. What does not go out now is taken out of
-  /// `message`. Rest: flush() is to be called when the socket can take more.
+  /// `message`. Rest: flush() is to be called when the socket can take more. One thread at a time is told so.
   Sent send(Buffer* message, uint32_t fragment);
   Sent flush();
   /// Sends a last message, unless something waits before it: then it would only be taken for a part of that.
@@ -65,11 +67,18 @@ class OutputQueue {
     Fragments fragments;
     std::span<iovec> left;
   };
-  Sent write_some();
+  /// Calls `send`, which makes one system call, without the lock; gives what it does, errno included.
+  template <class Send>
+  ssize_t send_unlocked(std::unique_lock<std::mutex>& lock, Send send);
+  Sent keep(Buffer* message, uint32_t fragment, const std::size_t* sent);
+  Sent write_some(std::unique_lock<std::mutex>& lock);
+  void took(std::size_t octets);
 
   std::mutex mutex_;  // guards all below
   int fd_ = -1;
   bool closed_ = true;
+  bool sending_ = false;  // a thread sends, without the lock: no message is taken out meanwhile but by it
+  std::condition_variable sent_it_;  // it does no longer
   std::deque<Message> messages_;
   uint64_t sent_ = 0;                   // octets that went out of the queue
   std::atomic<std::size_t> octets_{0};  // written with mutex_ held

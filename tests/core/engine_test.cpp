@@ -83,6 +83,23 @@ TEST_F(Engine, ManyClientsAtOnce) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// While one thread sends, or the client takes no more, others leave it what they have to send.
+TEST_F(Engine, RepliesOfManyThreadsLeaveWhole) {
+  start({"-ORBThreads", "8"});
+  Client client(port(), 4096);
+  for (int round = 0; round < 5; ++round) {
+    std::string many;
+    Texts wanted;
+    for (int32_t i = 0; i < 40; ++i) {
+      const int32_t value = i % 3 == 0 ? 3'000'000 + i : i;
+      many += call(static_cast<uint32_t>(i), i % 3 == 0 ? "octets" : "echo", value);
+      wanted.push_back(std::to_string(value));
+    }
+    ASSERT_TRUE(client.send(many));
+    EXPECT_THAT(client.answers(40), testing::UnorderedElementsAreArray(wanted));
+  }
+}
+
 TEST_F(Engine, ClientsThatReadNothingTakeNoThreadAndAreDropped) {
   disconnect = [&](long, const void*, bool) { board_.add("lost"); };
   operations["much"] = [&, octets = operations["octets"]](Upcalled& r) { (octets(r), barrier_.add("much")); };

@@ -244,6 +244,12 @@ void Any::replace(TypeCode* type, void* value, unsigned char release, const Valu
   *this = std::move(fresh);
 }
 
+void Any::adopt(TypeCode* type, void* value, const ValueOps& ops) {
+  Held owned(value, &ops, 1);
+  replace(type, value, 1, &ops);
+  owned.release = 0;
+}
+
 bool Any::is_of(const TypeCode* wanted) const { return own_type()->equivalent(wanted); }
 
 bool Any::view(const ValueOps& ops, void*& value) const {

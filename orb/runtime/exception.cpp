@@ -97,27 +97,45 @@ void raise_environment(Environment& env) {
 }
 
 // Each class's destructor is defined here so that its type information has one home.
-Exception::~Exception() = default;
 UserException::~UserException() = default;
 SystemException::~SystemException() = default;
 
+Exception::Exception(const Exception& o)
+    : std::exception(o), length_(o.length_), rep_id_(o.rep_id_), name_(o.name_) {
+  if (!o.texts_) return;
+  texts_ = static_cast<char*>(om_new(length_));
+  std::memcpy(texts_, o.texts_, length_);
+}
+Exception& Exception::operator=(const Exception& o) {
+  Exception copy(o);
+  std::swap(texts_, copy.texts_);
+  length_ = o.length_, rep_id_ = o.rep_id_, name_ = o.name_;
+  return *this;
+}
+Exception::~Exception() { om_delete(texts_); }
+
 void Exception::id(const char* text) {
-  id_ = text ? text : "";
-  rep_id_ = 0;
-  if (const Row* row = find_row(id_); row && !id_.starts_with(public_prefix)) {
-    rep_id_ = id_.size() + 1;
-    id_.append(1, '\0').append(public_prefix).append(row->name).append(version);
+  std::string texts = text ? text : "";
+  std::size_t rep_id = 0;
+  if (const Row* row = find_row(texts); row && !texts.starts_with(public_prefix)) {
+    rep_id = texts.size() + 1;
+    texts.append(1, '\0').append(public_prefix).append(row->name).append(version);
   }
-  const std::string_view public_form = std::string_view(id_).substr(rep_id_);
-  std::string_view name = public_form;
-  if (const auto last = name.rfind(':'); last != name.npos && last > name.find(':')) {
-    name = name.substr(0, last);
+  const std::string_view public_form = std::string_view(texts).substr(rep_id);
+  std::string_view last = public_form;
+  if (const auto colon = last.rfind(':'); colon != last.npos && colon > last.find(':')) {
+    last = last.substr(0, colon);
   }
-  name = name.substr(name.find_last_of("/:") + 1);
-  const auto start = static_cast<std::size_t>(name.data() - id_.data());
-  name_ = id_.size() + 1;
-  id_.reserve(name_ + name.size());
-  id_.append(1, '\0').append(id_, start, name.size());
+  const std::string name(last.substr(last.find_last_of("/:") + 1));
+  const std::size_t name_at = texts.size() + 1;
+  texts.append(1, '\0').append(name);
+
+  char* const made = static_cast<char*>(om_new(texts.size() + 1));
+  std::memcpy(made, texts.c_str(), texts.size() + 1);
+  om_delete(std::exchange(texts_, made));
+  length_ = static_cast<ULong>(texts.size() + 1);
+  rep_id_ = static_cast<ULong>(rep_id);
+  name_ = static_cast<ULong>(name_at);
 }
 
 std::ostream& operator<<(std::ostream& to, const Exception& exception) {

@@ -299,7 +299,7 @@ bool write_packed(CDR* cdr, const Fixed& value, UShort digits, Short scale) {
   if (cut.whole_digits() > digits - scale) return cdr->unconvertible = 1, false;
   Number rest = number(cut) * power(scale - cut.fixed_scale());
   std::array<Octet, Fixed::max_digits / 2 + 1> octets{};
-  const std::size_t size = digits / 2U + 1U;
+  const std::size_t size = std::min<std::size_t>(digits / 2U + 1U, octets.size());
   octets[size - 1] =
       static_cast<Octet>(static_cast<unsigned>(rest % 10) << 4 | (negative(cut) ? minus : plus));
   rest /= 10;

@@ -37,7 +37,7 @@ ORB* Object::_get_orb(Environment& env) {
   env.clear();
   OrbPointer orb = orb_of(_ptr);
   if (!orb || !orbs().lives(orb)) raise<BAD_INV_ORDER>(env, OMGVMCID | 4, COMPLETED_NO);
-  return ORB::of(std::move(orb));
+  return new NamedOrb(std::move(orb), OM_this_ORB);
 }
 
 char* Object::_repository_id(Environment& env) {

@@ -80,28 +80,15 @@ ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
   if (orb_id && *orb_id) options.id = orb_id;
   const std::lock_guard lock(core_mutex);
   enter_core(argc, argv, rest, env);
-  return ORB::of(orbs().enter(options));
+  return new NamedOrb(orbs().enter(options), OM_this_ORB);
 }
 
 // ---- The wrapper ------------------------------------------------------------------------------------------
 
-ORB* ORB::of(OrbPointer state) {
-  auto* made = new ORB;
-  made->set_ref(OM_this_ORB);
-  made->state_ = std::move(state);
-  return made;
-}
-
 // The handle is the process's, not a reference to be given back.
 ORB::~ORB() { set_ref(nullptr); }
 
-ORB* ORB::_duplicate(ORB* orb) {
-  if (!orb) return nullptr;
-  auto* made = new ORB;
-  made->set_ref(orb->get_ref());
-  made->state_ = orb->state_;
-  return made;
-}
+ORB* ORB::_duplicate(ORB* orb) { return orb ? new NamedOrb(state_of(*orb), orb->get_ref()) : nullptr; }
 
 char* ORB::id(Environment& env) { return string_dup(live(*this, env)->id.c_str()); }
 

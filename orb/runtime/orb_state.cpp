@@ -125,7 +125,8 @@ void Orbs::refresh_default() {
 OrbPointer live(const ORB& orb, Environment& env) {
   env.clear();
   // Mapping helpers make a wrapper of the core's handle alone: it stands for the ORB that serves.
-  OrbPointer state = orb.state() || !orb.get_ref() ? orb.state() : orbs().standard();
+  OrbPointer state = state_of(orb);
+  if (!state && orb.get_ref()) state = orbs().standard();
   if (!state || !orb.get_ref() || !orbs().lives(state))
     raise<BAD_INV_ORDER>(env, has_shut_down, COMPLETED_NO);
   return state;

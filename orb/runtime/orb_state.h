@@ -3,6 +3,7 @@
 
 #include <condition_variable>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -24,6 +25,18 @@ struct OrbState : zrsv::CallScope {
   PolicyOverrides overrides;
 };
 using OrbPointer = std::shared_ptr<OrbState>;
+
+/// A wrapper that knows its ORB, as all are that programs get.
+class NamedOrb final : public ORB {
+ public:
+  NamedOrb(OrbPointer orb, void* handle) : state(std::move(orb)) { set_ref(handle); }
+  const OrbPointer state;
+};
+/// The ORB behind a wrapper; null for one that was made of the core's handle alone.
+inline OrbPointer state_of(const ORB& orb) {
+  const auto* named = dynamic_cast<const NamedOrb*>(&orb);
+  return named ? named->state : nullptr;
+}
 
 /// The ORB options of the runtime itself.
 struct OrbOptions {

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <concepts>
-#include <memory>
-#include <string>
 #include <vector>
 
 #include "corba/fixed.h"
@@ -122,6 +120,8 @@ class ZRSVCPP_API Any : public Allocated {
   /// without a value, which decode_value may fill. Throws BAD_TYPECODE, and takes over nothing, for a nil
   /// type and for a value of a type that needs `ops`.
   void replace(TypeCode* type, void* value, unsigned char release = 0, const ValueOps* ops = nullptr);
+  /// replace() with a value that is taken over whatever happens.
+  void adopt(TypeCode* type, void* value, const ValueOps& ops);
 
   /// True when the Any's type is equivalent to `wanted`: names and aliases do not matter.
   bool is_of(const TypeCode* wanted) const;
@@ -203,9 +203,9 @@ struct ZRSVCPP_API ValueOpsOf {
   static void destroy(void* value) { delete static_cast<T*>(value); }
   static bool move(CDR* cdr, void*& value) {
     if (cdr->direction == CDR_ENCODE) return value && idl::Wire<T>::move(cdr, *static_cast<T*>(value));
-    auto fresh = std::make_unique<T>();
-    if (!idl::Wire<T>::move(cdr, *fresh)) return false;
-    value = fresh.release();
+    ValueVar<T> fresh(new T);
+    if (!idl::Wire<T>::move(cdr, fresh.inout())) return false;
+    value = fresh._retn();
     return true;
   }
   static constexpr ValueOps ops{copy, destroy, move};
@@ -223,10 +223,10 @@ struct ZRSVCPP_API ExceptionOpsOf {
     if (cdr->direction == CDR_ENCODE) {
       return value && idl::Wire<const char*>::move(cdr, id) && move_members(cdr, *static_cast<E*>(value));
     }
-    auto fresh = std::make_unique<E>();
+    ExceptionVar<E> fresh;
     if (!idl::Wire<const char*>::move(cdr, id) || std::strcmp(id, E::repository_id) != 0) return false;
     if (!move_members(cdr, *fresh)) return false;
-    value = fresh.release();
+    value = fresh._retn();
     return true;
   }
   static constexpr ValueOps ops{ValueOpsOf<E>::copy, ValueOpsOf<E>::destroy, move};
@@ -244,9 +244,7 @@ struct ZRSVCPP_API ReferenceOps {
 /// Takes over `value`, whatever happens.
 template <class T>
 void any_insert_value(Any& any, const TypeCode_var& type, T* value) {
-  std::unique_ptr<T> owned(value);
-  any.replace(type.in(), value, 1, &ValueOpsOf<T>::ops);
-  owned.release();
+  any.adopt(type.in(), value, ValueOpsOf<T>::ops);
 }
 template <class T>
 void any_insert_copy(Any& any, const TypeCode_var& type, const T& value) {
@@ -270,9 +268,7 @@ Boolean any_extract_copy(const Any& any, const TypeCode_var& type, T& value) {
 /// Takes over `reference`, which may be nil, whatever happens.
 template <class X>
 void any_insert_owned_reference(Any& any, const TypeCode_var& type, X* reference) {
-  Object_var owned(reference);
-  any.replace(type.in(), owned.in(), 1, &ReferenceOps::ops);
-  owned._retn();
+  any.adopt(type.in(), static_cast<Object*>(reference), ReferenceOps::ops);
 }
 /// Duplicates `reference`.
 template <class X>
@@ -282,15 +278,14 @@ void any_insert_reference(Any& any, const TypeCode_var& type, X* reference) {
 /// Takes over the reference in a cell made with new, and deletes the cell.
 template <class X>
 void any_insert_reference(Any& any, const TypeCode_var& type, X** cell) {
-  const std::unique_ptr<X*> owned(cell);
-  any_insert_owned_reference(any, type, *cell);
+  X* const reference = *cell;
+  delete cell;
+  any_insert_owned_reference(any, type, reference);
 }
 /// Copies a user exception, for ServerRequest::set_exception.
 template <class E>
 void any_insert_exception(Any& any, const TypeCode_var& type, const E& exception) {
-  auto owned = std::make_unique<E>(exception);
-  any.replace(type.in(), owned.get(), 1, &ExceptionOpsOf<E>::ops);
-  owned.release();
+  any.adopt(type.in(), new E(exception), ExceptionOpsOf<E>::ops);
 }
 
 template <AnyNumber T>

@@ -17,9 +17,9 @@ struct DescribedOps {
   static void destroy(void* value) { delete static_cast<T*>(value); }
   static bool move(CDR* cdr, void*& value) {
     if (cdr->direction == CDR_ENCODE) return value && Type<T>::move(cdr, *static_cast<T*>(value));
-    auto fresh = std::make_unique<T>();
-    if (!Type<T>::move(cdr, *fresh)) return false;
-    value = fresh.release();
+    ValueVar<T> fresh(new T);
+    if (!Type<T>::move(cdr, fresh.inout())) return false;
+    value = fresh._retn();
     return true;
   }
   static constexpr ValueOps ops{copy, destroy, move};
@@ -55,9 +55,7 @@ struct ReferenceOpsOf {
 
 template <class T>
 void insert_owned(Any& any, T* value) {
-  std::unique_ptr<T> owned(value);
-  any.replace(typecode<T>(), value, 1, &DescribedOps<T>::ops);
-  owned.release();
+  any.adopt(typecode<T>(), value, DescribedOps<T>::ops);
 }
 template <class T>
 T* extracted(const Any& any) {

@@ -3,7 +3,6 @@
 
 #include <exception>
 #include <iosfwd>
-#include <string>
 
 #include "corba/strings.h"
 #include "zrsv.h"
@@ -15,18 +14,18 @@ namespace CORBA {
 class ZRSVCPP_API Exception : public Allocated, public std::exception {
  public:
   Exception() = default;
-  Exception(const Exception&) = default;
-  Exception& operator=(const Exception&) = default;
+  Exception(const Exception& o);
+  Exception& operator=(const Exception& o);
   ~Exception() override;
 
   /// Repository id in this library's own form ("IDL:CORBA/StExcep/TRANSIENT:1.0"); "" before one is set. All
   /// texts belong to the exception.
-  const char* id() const { return id_.c_str(); }
+  const char* id() const { return texts_ ? texts_ : ""; }
   void id(const char* text);
   /// The id as the standard writes it and as it travels ("IDL:omg.org/CORBA/TRANSIENT:1.0").
-  const char* _rep_id() const { return id_.c_str() + rep_id_; }
+  const char* _rep_id() const { return id() + rep_id_; }
   /// The id's last name, without version ("TRANSIENT").
-  const char* _name() const { return id_.c_str() + name_; }
+  const char* _name() const { return id() + name_; }
   /// As _rep_id.
   const char* what() const noexcept override { return _rep_id(); }
 
@@ -36,8 +35,9 @@ class ZRSVCPP_API Exception : public Allocated, public std::exception {
   [[noreturn]] virtual void _raise() const;
 
  private:
-  std::string id_;                     // the id, NUL, the public form where that is another, NUL, the name
-  std::size_t rep_id_ = 0, name_ = 0;  // where they start
+  // The id, NUL, the public form where that is another, NUL, the name, NUL; null: the id is empty.
+  char* texts_ = nullptr;
+  ULong length_ = 0, rep_id_ = 0, name_ = 0;  // of all texts; where they start
 };
 
 /// "IDL:omg.org/CORBA/TRANSIENT:1.0", and of a system exception " (minor code 0x4f4d0001, completed NO)".
@@ -221,7 +221,9 @@ class ExceptionVar {
     return this == &o ? *this : *this = (o._ptr ? new E(*o._ptr) : nullptr);
   }
   E* operator->() const { return _ptr; }
+  E& operator*() const { return *_ptr; }
   operator E*() const { return _ptr; }
+  E* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:
   E* _ptr;

@@ -103,9 +103,9 @@ struct Variable {
     static void free(T* value) { delete value; }
     static bool move(CDR* cdr, T*& value) {
       if (cdr->direction == CDR_ENCODE) return value && Move(cdr, *value);
-      auto fresh = std::make_unique<T>();
-      if (!Move(cdr, *fresh)) return false;
-      delete std::exchange(value, fresh.release());
+      ValueVar<T> fresh(new T);
+      if (!Move(cdr, fresh.inout())) return false;
+      delete std::exchange(value, fresh._retn());
       return true;
     }
   };
@@ -322,9 +322,9 @@ struct Type<ref<X>> {
 /// Takes over `handle`. CORBA::Object and the client classes of interfaces.
 template <class X>
 X* make_reference(void* handle) {
-  auto made = std::make_unique<X>();
+  X* const made = new X;
   made->Object::set_ref(handle);
-  return made.release();
+  return made;
 }
 
 /// What the static members of a client class do.

@@ -1,8 +1,6 @@
 // The ORB as programs see it (CORBA::ORB of the standard, as far as servers and their clients need it).
 #pragma once
 
-#include <memory>
-
 #include "corba/sequence.h"
 #include "corba/standard_sequences.h"
 #include "corba/typecode_factory.h"
@@ -10,7 +8,6 @@
 namespace CORBA {
 
 class RequestSeq;
-struct OrbState;
 
 /// One ORB of the process. An ORB is named by an id, and every reference to it (_duplicate, ORB_init with the
 /// same id) is another wrapper of the same ORB. ORBs are independent, but for one thing: the object adapter, its
@@ -83,13 +80,6 @@ class ZRSVCPP_API ORB : public virtual Object, public TypeCodeFactory {
   /// that its string_to_object and initial references made raise BAD_INV_ORDER from then on, and of all references
   /// when no ORB is left.
   void destroy(CORBA_ENV);
-
-  /// The ORB behind this wrapper; null for a fresh one. Of this library.
-  const std::shared_ptr<OrbState>& state() const { return state_; }
-  static ORB* of(std::shared_ptr<OrbState> state);
-
- private:
-  std::shared_ptr<OrbState> state_;
 };
 using ORB_ptr = ORB*;
 using ORB_var = ObjectVar<ORB>;

@@ -1,6 +1,8 @@
 // Unions (OMG IDL to C++, "Mapping for Union Types"): the base of generated union classes.
 #pragma once
 
+#include <tuple>
+
 #include "corba/describe.h"
 
 namespace CORBA {

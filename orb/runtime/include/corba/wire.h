@@ -3,7 +3,6 @@
 
 #include <concepts>
 #include <cstring>
-#include <memory>
 #include <type_traits>
 
 #include "corba/object.h"

@@ -13,6 +13,7 @@
 
 #include "call_chain.h"
 #include "gates.h"
+#include "key_secret.h"
 #include "named_keys.h"
 #include "options.h"
 #include "process_life.h"
@@ -113,7 +114,7 @@ void Engine::add(int fd, const PeerAddress& peer) try {
 
 Reference* Engine::Worker::find_target(std::string_view key) {
   // What a name led to has a key of its own, which may be a name as well.
-  if (!target || !target->is_local() || target->key() != key) target = Reference::from_key(key);
+  if (!target || !target->is_local() || !same_key(target->key(), key)) target = Reference::from_key(key);
   if (!target) target = named_object(key);
   return target.get();
 }

@@ -2,25 +2,30 @@
 
 #include <array>
 
+#include "key_secret.h"
+
 // Layout; numbers are unsigned and little-endian, widths in octets:
 //
-//   key     = magic[4] version[1] sizes impl intf data check[4]
+//   key     = magic[4] version[1] sizes impl intf data check
 //   magic   = "ZRSV"
-//   version = 1
+//   version = 1; 2 when the process has a secret
 //   sizes   = impl-length[2] intf-length[2] data-length[2]
 //   impl    = impl-length octets, none of them 0
 //   intf    = intf-length octets, none of them 0
 //   data    = data-length octets
-//   check   = CRC-32C of all octets before it
+//   check   = check[4]       CRC-32C of all octets before it (version 1)
+//           | signature[16]  the first octets of HMAC-SHA-256 of all octets before it, under the secret (version 2)
 //
-// The check finds damage, not malice: what the data names is still looked up among the live records.
+// A CRC finds damage, not malice: what the data names is still looked up among the live records. A process takes keys
+// of one version only.
 
 namespace zrsv {
 namespace {
 
-constexpr std::string_view magic = {"ZRSV\1", 5};
-constexpr std::size_t head_size = magic.size() + 6;
-constexpr std::size_t check_size = 4;
+constexpr std::string_view magics[] = {{"ZRSV\1", 5}, {"ZRSV\2", 5}};
+constexpr std::size_t head_size = 5 + 6;
+std::string_view magic() { return magics[keys_are_signed()]; }
+std::size_t check_size() { return keys_are_signed() ? signature_size : 4; }
 constexpr std::size_t own_data_limit = 8;  // a POA's objects have 16 octets at least, its own name may be any
 constexpr std::string_view interface_definition = "IDL:CORBA/InterfaceDef:1.0";  // whose data is an id
 
@@ -47,6 +52,18 @@ uint32_t get(std::string_view from, std::size_t at, std::size_t width) {
 
 bool is_name(std::string_view text) { return text.find('\0') == text.npos; }
 
+void put_check(std::string* key) {
+  if (!keys_are_signed()) return put(key, crc32c(*key), 4);
+  const Signature signature = sign_key(*key);
+  key->append(reinterpret_cast<const char*>(signature.data()), signature.size());
+}
+
+bool is_checked(std::string_view octets, std::string_view check) {
+  if (!keys_are_signed()) return crc32c(octets) == get(check, 0, check.size());
+  const Signature signature = sign_key(octets);
+  return equal_signatures({reinterpret_cast<const char*>(signature.data()), signature.size()}, check);
+}
+
 }  // namespace
 
 uint32_t crc32c(std::string_view octets) {
@@ -62,7 +79,7 @@ bool names_own_object(const KeyParts& parts) {
 
 std::optional<std::string> write_object_key(const KeyParts& parts) {
   const std::string_view all[] = {parts.impl, parts.intf, parts.data};
-  std::size_t total = head_size + check_size;
+  std::size_t total = head_size + check_size();
   for (std::string_view part : all) {
     if (part.size() > UINT16_MAX) return std::nullopt;
     total += part.size();
@@ -70,21 +87,21 @@ std::optional<std::string> write_object_key(const KeyParts& parts) {
   if (!is_name(parts.impl) || !is_name(parts.intf)) return std::nullopt;
   std::string key;
   key.reserve(total);
-  key += magic;
+  key += magic();
   for (std::string_view part : all) put(&key, static_cast<uint32_t>(part.size()), 2);
   for (std::string_view part : all) key += part;
-  put(&key, crc32c(key), check_size);
+  put_check(&key);
   return key;
 }
 
 std::optional<KeyParts> read_object_key(std::string_view key) {
-  if (key.size() < head_size + check_size || !key.starts_with(magic)) return std::nullopt;
-  const std::size_t impl = get(key, magic.size(), 2);
-  const std::size_t intf = get(key, magic.size() + 2, 2);
-  const std::size_t data = get(key, magic.size() + 4, 2);
-  if (key.size() != head_size + impl + intf + data + check_size) return std::nullopt;
-  const std::string_view checked = key.substr(0, key.size() - check_size);
-  if (crc32c(checked) != get(key, checked.size(), check_size)) return std::nullopt;
+  const std::size_t size = check_size();
+  if (key.size() < head_size + size || !key.starts_with(magic())) return std::nullopt;
+  const std::size_t impl = get(key, magic().size(), 2);
+  const std::size_t intf = get(key, magic().size() + 2, 2);
+  const std::size_t data = get(key, magic().size() + 4, 2);
+  if (key.size() != head_size + impl + intf + data + size) return std::nullopt;
+  if (!is_checked(key.substr(0, key.size() - size), key.substr(key.size() - size))) return std::nullopt;
   const KeyParts parts{key.substr(head_size, impl), key.substr(head_size + impl, intf),
                        key.substr(head_size + impl + intf, data)};
   if (!is_name(parts.impl) || !is_name(parts.intf)) return std::nullopt;

@@ -15,7 +15,7 @@ struct KeyParts {
   std::string_view data;  // reference data
 };
 
-/// Nothing when a part is over 65535 octets or a name holds a NUL.
+/// Nothing when a part is over 65535 octets or a name holds a NUL. Signed when there is a secret (key_secret.h).
 std::optional<std::string> write_object_key(const KeyParts& parts);
 
 /// The exact inverse: nothing for octets that write_object_key does not produce.

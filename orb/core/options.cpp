@@ -58,8 +58,9 @@ bool giop_version(std::string_view text, Options* to) {
   return text.starts_with("1.") && number<&Options::giop_minor, 0, 2>(text.substr(2), to);
 }
 
-bool impl_repository(std::string_view text, Options* to) {
-  to->impl_repository = text;
+template <std::string Options::*member>
+bool file(std::string_view text, Options* to) {
+  to->*member = text;
   return !text.empty();
 }
 
@@ -103,7 +104,10 @@ constexpr Row rows[] = {
      "milliseconds that running requests may go on during shutdown"},
     {"-ORBTick", number<&Options::tick_ms, 1, any_number>, "1 or more: milliseconds between lifespan ticks"},
     {"-ORBGIOPVersion", giop_version, "1.0, 1.1 or 1.2: the highest version that calls use"},
-    {"-ORBImplRepository", impl_repository, "FILE: the implementation names that are known, one a line"},
+    {"-ORBImplRepository", file<&Options::impl_repository>,
+     "FILE: the implementation names that are known, one a line"},
+    {"-ORBKeySecret", file<&Options::key_secret>,
+     "FILE of 32 to 4096 octets that only its owner may read: what object keys are signed with"},
     {"-ORBClientInfo", flag<&Options::client_info>, "0 or 1: whether client addresses are recorded"},
     {"-ORBInProcess", flag<&Options::in_process>, "0 or 1: whether calls to own objects skip the socket"},
 };

@@ -33,6 +33,7 @@ struct Options {
   uint32_t tick_ms = 1'000;              // -ORBTick MS: the lifespan tick
   uint32_t giop_minor = 2;               // -ORBGIOPVersion 1.0|1.1|1.2: the highest that calls use
   std::string impl_repository;           // -ORBImplRepository FILE: one implementation name a line
+  std::string key_secret;                // -ORBKeySecret FILE: what object keys are signed with
   bool client_info = true;               // -ORBClientInfo 0|1
   bool in_process = true;  // -ORBInProcess 0|1: calls to this process's own objects skip the socket
 };

@@ -6,6 +6,7 @@
 #include "client_pool.h"
 #include "endpoint_text.h"
 #include "environment.h"
+#include "key_secret.h"
 #include "memory.h"
 #include "process_life.h"
 #include "queue_group.h"
@@ -49,6 +50,7 @@ std::string Orb::init(int* argc, char** argv) {
   std::lock_guard lock(mutex_);
   if (uses_ == 0) {
     if (std::string wrong = load_impl_repository(wanted.impl_repository); !wrong.empty()) return wrong;
+    if (std::string wrong = load_key_secret(wanted.key_secret); !wrong.empty()) return wrong;
     set_memory_budget(wanted.max_memory);
     set_options(std::move(wanted));
     set_binding_open(true);
@@ -75,6 +77,7 @@ void Orb::destroy(CORBA_Environment* env) {
   std::lock_guard lock(mutex_);
   dropped.swap(initial_);
   published_.clear();
+  load_key_secret("");
   state_ = State::Idle;
   uses_ = 0;
 }

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "iiop_profile.h"
+#include "key_secret.h"
 #include "object_key.h"
 #include "zrsv/of_thread.h"
 
@@ -65,15 +66,15 @@ bool is_published(const IiopProfile& profile) {
 }  // namespace
 
 Ref<Reference> Reference::adopt_key(std::string key, std::string type_id) {
-  if (!read_object_key(key)) return {};
   Ref<Reference> made = Ref<Reference>::adopt(new Reference);
   made->local_ = true;
   made->key_ = std::move(key);
-  const KeyParts parts = *read_object_key(made->key_);  // views into the key where it stays
-  made->impl_ = parts.impl;
-  made->internal_ = names_own_object(parts);
-  made->intf_ = parts.intf;
-  made->data_ = parts.data;
+  const std::optional<KeyParts> parts = read_object_key(made->key_);  // views into the key where it stays
+  if (!parts) return {};
+  made->impl_ = parts->impl;
+  made->internal_ = names_own_object(*parts);
+  made->intf_ = parts->intf;
+  made->data_ = parts->data;
   made->type_id_ = type_id.empty() ? made->intf_ : std::move(type_id);
   return made;
 }
@@ -87,7 +88,7 @@ Ref<Reference> Reference::make_local(std::string_view impl, std::string_view int
 Ref<Reference> Reference::from_key(std::string_view key) {
   RecentKeys* recent = of_thread<RecentKeys>();
   Ref<Reference>* slot = recent ? recent->slot(key) : nullptr;
-  if (slot && *slot && (*slot)->key() == key) return *slot;
+  if (slot && *slot && same_key((*slot)->key(), key)) return *slot;
   Ref<Reference> made = adopt_key(std::string(key), {});
   if (slot && made) *slot = made;
   return made;

@@ -3,7 +3,9 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
+#include <fstream>
 #include <list>
 #include <thread>
 
@@ -23,6 +25,23 @@ TEST_F(Engine, WhatTheHookDoesNotAnswerFails) {
     ASSERT_TRUE(client.send(request(1, operation, 9, key(), 2, false)));  // nor has this an answer
     EXPECT_EQ(client.ask(call(2, operation)), wanted);
   }
+}
+
+// A key that somebody made up, or that was made without the secret, is none of ours; one that a person wrote is.
+TEST_F(Engine, OnlySignedKeysAreLookedUpWithASecret) {
+  const std::string made_up = key(), path = testing::TempDir() + "engine_secret";
+  ::unlink(path.c_str());
+  std::ofstream(path) << std::string(32, 's');
+  ::chmod(path.c_str(), 0600);
+  start({"-ORBKeySecret", path});
+  ::unlink(path.c_str());
+  const auto object = zrsv::Reference::make_local(impl_name, "IDL:Test:1.0", "object");
+  ZR_register_key("Bank", object.get(), env_);
+  Client client(port());
+  EXPECT_EQ(client.ask(request(1, "echo", 1, made_up)), "OBJECT_NOT_EXIST 1");
+  EXPECT_EQ(client.ask(request(2, "echo", 2, key())), "2");
+  EXPECT_EQ(client.ask(request(3, "echo", 3, "Bank")), "3");
+  ZR_register_key("Bank", nullptr, env_);
 }
 
 TEST_F(Engine, BadInputEndsItsConnection) {

@@ -1,12 +1,14 @@
 #include "reference.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 
 #include "iiop_profile.h"
+#include "key_secret.h"
 #include "object_key.h"
 #include "octets.h"
 #include "repository.h"
@@ -71,6 +73,67 @@ TEST(ObjectKey, IsTheExactInverseUpToItsLimits) {
   EXPECT_TRUE(write_object_key({"", "", std::string(65535, 'd')}));
   EXPECT_FALSE(write_object_key({"", "", std::string(65536, 'd')}));
   EXPECT_FALSE(write_object_key({std::string_view("a\0b", 3), "", ""}));
+}
+
+/// A file of a secret, while a test runs.
+class SecretFile {
+ public:
+  explicit SecretFile(const std::string& octets, unsigned mode = 0600) : path(testing::TempDir() + "secret") {
+    ::unlink(path.c_str());
+    std::ofstream(path) << octets;
+    ::chmod(path.c_str(), mode);
+  }
+  ~SecretFile() {
+    load_key_secret("");
+    ::unlink(path.c_str());
+  }
+  const std::string path;
+};
+
+TEST(ObjectKey, IsSignedWhereThereIsASecret) {
+  const KeyParts parts{"i", "ID", "data"};
+  const std::string unsigned_key = *write_object_key(parts);
+  const SecretFile one(std::string(32, 's'));
+  ASSERT_EQ(load_key_secret(one.path), "");
+  const std::string key = *write_object_key(parts);
+  ASSERT_TRUE(read_object_key(key));
+  EXPECT_TRUE(read_object_key(key)->data == "data" && Reference::from_key(key));
+  EXPECT_FALSE(read_object_key(unsigned_key));
+  EXPECT_EQ(key.substr(key.size() - signature_size),  // computed elsewhere
+            hex("fefce2ca738ae60597b45438e1f3769a"));
+  for (std::size_t i = 0; i < key.size(); ++i) {
+    std::string damaged = key;
+    damaged[i] ^= 1;
+    EXPECT_FALSE(read_object_key(damaged)) << i;
+    EXPECT_FALSE(same_key(key, damaged)) << i;
+    EXPECT_FALSE(read_object_key(key.substr(0, i))) << i;
+  }
+  EXPECT_TRUE(same_key(key, std::string(key)));
+  const SecretFile other(std::string(31, 's') + "t");
+  ASSERT_EQ(load_key_secret(other.path), "");
+  EXPECT_FALSE(read_object_key(key));
+  ASSERT_EQ(load_key_secret(""), "");
+  EXPECT_FALSE(read_object_key(key));
+  EXPECT_TRUE(read_object_key(unsigned_key));
+}
+
+TEST(ObjectKey, SecretsThatAreNoneAreRefused) {
+  const struct {
+    std::string octets;
+    unsigned mode;
+    const char* why;
+  } rows[] = {{std::string(31, 's'), 0600, "has 31 octets"},
+              {std::string(4097, 's'), 0600, "has 4097 octets"},
+              {std::string(32, 's'), 0640, "chmod 600"},
+              {std::string(32, 's'), 0604, "chmod 600"}};
+  for (const auto& row : rows) {
+    const std::string wrong = load_key_secret(SecretFile(row.octets, row.mode).path);
+    EXPECT_TRUE(wrong.starts_with("-ORBKeySecret") && wrong.find(row.why) != wrong.npos) << wrong;
+  }
+  EXPECT_NE(load_key_secret("/no/such/file").find("-ORBKeySecret: /no/such/file: No such file"),
+            std::string::npos);
+  EXPECT_NE(load_key_secret("/dev/null").find("is no ordinary file"), std::string::npos);
+  EXPECT_FALSE(keys_are_signed());
 }
 
 // A POA, or ZR_IMPLID, may have such a name, too.

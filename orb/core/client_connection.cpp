@@ -40,15 +40,6 @@ Clock::time_point coarse_now() {
 
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 
-/// False at the deadline.
-bool wait_until(std::condition_variable& event, std::unique_lock<std::mutex>& lock, Deadline deadline) {
-  if (deadline == Deadline::max()) {
-    event.wait(lock);
-    return true;
-  }
-  return event.wait_until(lock, deadline) == std::cv_status::no_timeout;
-}
-
 enum class Written { All, Part, Nothing, Dead };  // Part, Nothing: the time limit passed
 
 /// What the system takes at once of the parts; -1 with errno.
@@ -136,7 +127,7 @@ ClientConnection::~ClientConnection() { ::close(fd_); }
 bool ClientConnection::alive(Clock::time_point now) {
   if (!usable_.load(std::memory_order_relaxed)) return false;
   if (now - last_used() <= trusted_idle) return true;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (usable_ && !reading_.exchange(true)) {
     take_input(receive_some(MSG_DONTWAIT));
     reading_ = false;
@@ -149,10 +140,10 @@ ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_
                                               bool reply_expected, Deadline deadline) {
   Outgoing outgoing(message, size);
   {
-    std::unique_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     while (usable_ && writing_) {
       ++write_waiters_;
-      const bool in_time = !writing_ || wait_until(write_free_, lock, deadline);
+      const bool in_time = !writing_ || write_free_.wait_until(mutex_, deadline);
       --write_waiters_;
       call->now = Clock::now();
       // Late, but free: the wake-up may have been this thread's, so it takes the turn.
@@ -171,7 +162,7 @@ ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_
   end_writing();
   if (written == Written::All) return Sent::Yes;
 
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   // Other calls are not failed here: their replies may have arrived before the break, and their threads see.
   if (written != Written::Nothing) retire();
   if (call->state == ClientCall::State::Answered) return Sent::Yes;
@@ -182,7 +173,7 @@ ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_
 void ClientConnection::end_writing() {
   writing_ = false;
   if (write_waiters_ == 0) return;  // who counts itself from now on sees that the turn is free
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   write_free_.notify_one();
 }
 
@@ -191,16 +182,15 @@ bool ClientConnection::receive(ClientCall* call, Deadline deadline) {
   if (deadline != Deadline::max()) call->now = std::max(call->now, coarse_now());
   if (!reading_.exchange(true)) lead(call, deadline);
   if (call->state != ClientCall::State::Waiting) return true;
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   while (call->state == ClientCall::State::Waiting && call->now < deadline) {
     if (!reading_.exchange(true)) {
-      lock.unlock();
+      const Unlocked unlocked(mutex_);
       lead(call, deadline);
-      lock.lock();
       continue;
     }
     call->asleep = true;
-    wait_until(call->wake, lock, deadline);
+    call->wake.wait_until(mutex_, deadline);
     call->asleep = false;
     call->now = Clock::now();
   }
@@ -212,31 +202,35 @@ bool ClientConnection::receive(ClientCall* call, Deadline deadline) {
 }
 
 void ClientConnection::forget(ClientCall* call) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (call->state == ClientCall::State::Waiting) give_up(call);
 }
 
 void ClientConnection::close(Fault why) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   fail_all(why, false);
 }
 
 /// Reads for everybody until this thread's own call is settled or its time is up. The caller has set
 /// reading_.
 void ClientConnection::lead(ClientCall* own, Deadline deadline) {
-  std::unique_lock lock(mutex_, std::defer_lock);
   while (own->state == ClientCall::State::Waiting) {
     set_receive_limit(deadline, own->now);
     const Got got = receive_some(0);
-    lock.lock();
+    const MutexLock lock(mutex_);
     take_input(got);
-    if (own->state != ClientCall::State::Waiting) break;
-    own->now = Clock::now();
-    if (own->now >= deadline) break;  // also while the replies of others keep coming
-    lock.unlock();
+    if (own->state == ClientCall::State::Waiting) {
+      own->now = Clock::now();
+      if (own->now < deadline) continue;  // else it is over, also while the replies of others keep coming
+    }
+    return stop_leading(*own);
   }
-  if (!lock) lock.lock();
-  last_used_.store(own->now, std::memory_order_relaxed);
+  const MutexLock lock(mutex_);
+  stop_leading(*own);
+}
+
+void ClientConnection::stop_leading(const ClientCall& own) {
+  last_used_.store(own.now, std::memory_order_relaxed);
   reading_.store(false, std::memory_order_release);
   pass_reading_on();
 }

@@ -4,15 +4,14 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <vector>
 
 #include "assembler.h"
 #include "leftovers.h"
 #include "reference.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -72,7 +71,7 @@ struct ClientCall {
   Clock::time_point now;
   Fault fault;
   Reply reply;
-  std::condition_variable wake;
+  Condition wake;
 };
 
 class ClientConnection {
@@ -114,18 +113,18 @@ class ClientConnection {
   void lead(ClientCall* own, Deadline deadline);
   void set_receive_limit(Deadline deadline, Clock::time_point now);
   Got receive_some(int flags);  // the reader's
-  // All below are called with mutex_ held.
-  void pass_reading_on();
-  void take_input(Got got);
-  void take_messages();
-  const char* take_message(const giop::Header& header);
+  void stop_leading(const ClientCall& own) ZR_REQUIRES(mutex_);
+  void pass_reading_on() ZR_REQUIRES(mutex_);
+  void take_input(Got got) ZR_REQUIRES(mutex_);
+  void take_messages() ZR_REQUIRES(mutex_);
+  const char* take_message(const giop::Header& header) ZR_REQUIRES(mutex_);
   [[gnu::cold]] void log_bad_input(const giop::Header& header, const char* wrong) const;
-  void settle(ClientCall* call, ClientCall::State state);
-  bool unlink(ClientCall* call);
-  [[gnu::cold]] void fail_all(Fault why, bool may_send_again);
-  [[gnu::cold]] void give_up(ClientCall* call);
-  void cancel(const ClientCall& call);
-  [[gnu::cold]] void retire();
+  void settle(ClientCall* call, ClientCall::State state) ZR_REQUIRES(mutex_);
+  bool unlink(ClientCall* call) ZR_REQUIRES(mutex_);
+  [[gnu::cold]] void fail_all(Fault why, bool may_send_again) ZR_REQUIRES(mutex_);
+  [[gnu::cold]] void give_up(ClientCall* call) ZR_REQUIRES(mutex_);
+  void cancel(const ClientCall& call) ZR_REQUIRES(mutex_);
+  [[gnu::cold]] void retire() ZR_REQUIRES(mutex_);
 
   const Counting<Left::Connections> counted_;
   const Counting<Left::Descriptors> counted_socket_;
@@ -141,12 +140,12 @@ class ClientConnection {
   std::atomic<bool> reading_{false};
   std::atomic<Clock::time_point> last_used_{Clock::now()};
 
-  std::mutex mutex_;  // guards all below but the reader's own
-  std::condition_variable write_free_;
-  std::atomic<bool> usable_{true};  // read by others, too
-  std::vector<ClientCall*> waiting_;
-  std::deque<uint32_t> cancelled_;  // ids whose reply may still come
-  Reply incoming_;                  // the one being taken; its memory goes round
+  Mutex mutex_;
+  Condition write_free_;
+  std::atomic<bool> usable_{true};  // written with mutex_ held
+  std::vector<ClientCall*> waiting_ ZR_GUARDED_BY(mutex_);
+  std::deque<uint32_t> cancelled_ ZR_GUARDED_BY(mutex_);  // ids whose reply may still come
+  Reply incoming_ ZR_GUARDED_BY(mutex_);                  // the one being taken; its memory goes round
   Assembler assembler_;
   std::chrono::microseconds limit_{0};  // the SO_RCVTIMEO in force; 0: none
 };

@@ -103,7 +103,7 @@ ClientPool::Connection ClientPool::find(EndpointView to, Clock::time_point now,
   const unsigned lane = lane_of_thread();
   if (!connection || connection->lane() != lane || !is(connection->peer(), to)) {
     connection = nullptr;
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (const auto at = entries_.find(KeyView{to, lane}); at != entries_.end())
       connection = at->second.connection;
   }
@@ -119,30 +119,30 @@ ClientPool::Connection ClientPool::find(EndpointView to, Clock::time_point now,
 ClientPool::Connection ClientPool::get(EndpointView to, Deadline deadline, Clock::time_point* now,
                                        Fault* why) {
   if (Connection open_already = find(to, *now)) return open_already;
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!is_usable()) return *why = fault::shut_down, nullptr;
   const KeyView key{to, lane_of_thread()};
   auto at = entries_.find(key);
   if (at == entries_.end()) at = entries_.try_emplace(Key{{std::string(to.host), to.port}, key.lane}).first;
   if (at->second.connection) return at->second.connection;  // opened meanwhile
   ++at->second.attempting;
-  Connection connection =
-      at->second.opening ? wait_for(at, lock, deadline, why) : open(at, lock, deadline, why);
+  Connection connection = at->second.opening ? wait_for(at, deadline, why) : open(at, deadline, why);
   --at->second.attempting;
   drop_if_empty(at);
   *now = Clock::now();
   return connection;
 }
 
-ClientPool::Connection ClientPool::open(Entries::iterator at, std::unique_lock<std::mutex>& lock,
-                                        Deadline deadline, Fault* why) {
+ClientPool::Connection ClientPool::open(Entries::iterator at, Deadline deadline, Fault* why) {
   Entry& entry = at->second;
   const uint64_t closed_before = closed_;
   entry.opening = true;
   mark_in_use();
-  lock.unlock();
-  Connection connection = connect(at->first.to, at->first.lane, deadline, why);
-  lock.lock();
+  Connection connection;
+  {
+    const Unlocked unlocked(mutex_);
+    connection = connect(at->first.to, at->first.lane, deadline, why);
+  }
   if (!connection) connection = of_another_lane(at->first, *why);
   if (connection && closed_ != closed_before) {
     *why = fault::shut_down;
@@ -157,13 +157,10 @@ ClientPool::Connection ClientPool::open(Entries::iterator at, std::unique_lock<s
   return connection;
 }
 
-ClientPool::Connection ClientPool::wait_for(Entries::iterator at, std::unique_lock<std::mutex>& lock,
-                                            Deadline deadline, Fault* why) {
+ClientPool::Connection ClientPool::wait_for(Entries::iterator at, Deadline deadline, Fault* why) {
   Entry& entry = at->second;
-  const auto over = [&, before = entry.attempts] { return entry.attempts != before; };
-  if (deadline == Deadline::max()) {
-    settled_.wait(lock, over);
-  } else if (!settled_.wait_until(lock, deadline, over)) {
+  for (const uint64_t before = entry.attempts; entry.attempts == before;) {
+    if (settled_.wait_until(mutex_, deadline) || entry.attempts != before) continue;
     *why = fault::no_connection;
     return nullptr;
   }
@@ -183,7 +180,7 @@ ClientPool::Connection ClientPool::of_another_lane(const Key& key, const Fault& 
 }
 
 void ClientPool::discard(const Connection& connection) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const Endpoint& to = connection->peer();
   for (auto at = entries_.lower_bound(KeyView{{to.host, to.port}, 0});
        at != entries_.end() && is(at->first.to, {to.host, to.port});) {
@@ -223,7 +220,7 @@ void ClientPool::drop_idle() {
 void ClientPool::close_all() {
   std::vector<Connection> connections;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ++closed_;
     for (auto at = entries_.begin(); at != entries_.end();) {
       const auto here = at++;

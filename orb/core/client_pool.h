@@ -1,14 +1,13 @@
 // The connections to servers, one for each end point and lane, shared by the threads of that lane.
 #pragma once
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string_view>
 
 #include "client_connection.h"
 #include "lane.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -64,17 +63,16 @@ class ClientPool {
   };
   using Entries = std::map<Key, Entry, Less>;
 
-  Connection open(Entries::iterator at, std::unique_lock<std::mutex>& lock, Deadline deadline, Fault* why);
-  Connection wait_for(Entries::iterator at, std::unique_lock<std::mutex>& lock, Deadline deadline,
-                      Fault* why);
-  Connection of_another_lane(const Key& key, const Fault& why) const;
-  void drop_idle();
-  void drop_if_empty(Entries::iterator at);
+  Connection open(Entries::iterator at, Deadline deadline, Fault* why) ZR_REQUIRES(mutex_);
+  Connection wait_for(Entries::iterator at, Deadline deadline, Fault* why) ZR_REQUIRES(mutex_);
+  Connection of_another_lane(const Key& key, const Fault& why) const ZR_REQUIRES(mutex_);
+  void drop_idle() ZR_REQUIRES(mutex_);
+  void drop_if_empty(Entries::iterator at) ZR_REQUIRES(mutex_);
 
-  std::mutex mutex_;  // guards all below; never held while a connection is made
-  std::condition_variable settled_;
-  Entries entries_;
-  uint64_t closed_ = 0;  // how often close_all ran
+  Mutex mutex_;  // never held while a connection is made
+  Condition settled_;
+  Entries entries_ ZR_GUARDED_BY(mutex_);
+  uint64_t closed_ ZR_GUARDED_BY(mutex_) = 0;  // how often close_all ran
 };
 
 /// The pool of the process.

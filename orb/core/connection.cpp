@@ -240,7 +240,7 @@ ConnectionPool::~ConnectionPool() {
 }
 
 Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!free_) {
     all_.push_back(std::make_unique<Connection>(this));
     free_ = all_.back().get();
@@ -256,10 +256,10 @@ Connection* ConnectionPool::take(int fd, const PeerAddress& peer) {
   return connection;
 }
 
-// The same number would name two clients, of which the earlier one is to be reported yet. With the mutex.
+// The same number would name two clients, of which the earlier one is to be reported yet.
 int32_t ConnectionPool::number_for(int fd) const {
   constexpr int32_t step = 1 << 20;  // more than descriptors
-  const auto is_taken = [&](int32_t number) {
+  const auto is_taken = [&](int32_t number) ZR_REQUIRES(mutex_) {
     return std::any_of(all_.begin(), all_.end(), [&](const auto& connection) {
       return connection->departed_ && connection->number_ == number;
     });
@@ -269,7 +269,6 @@ int32_t ConnectionPool::number_for(int fd) const {
   return number;
 }
 
-// With the mutex.
 void ConnectionPool::forget(Connection& connection) {
   open_.fetch_sub(1);
   const auto party = parties_.find(connection.peer_.party());
@@ -277,7 +276,7 @@ void ConnectionPool::forget(Connection& connection) {
 }
 
 void ConnectionPool::depart(Connection& connection) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (std::exchange(connection.departed_, true)) return;
   ++departed_;
   forget(connection);
@@ -287,19 +286,19 @@ void ConnectionPool::give_back(Connection* connection) {
   connection->assembler_.reset();
   connection->output_.close();
   count_left(Left::Connections, -1);
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   std::exchange(connection->departed_, false) ? static_cast<void>(--departed_) : forget(*connection);
   connection->next_free_ = std::exchange(free_, connection);
 }
 
 uint32_t ConnectionPool::connections_of(const PeerAddress& peer) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto party = parties_.find(peer.party());
   return party == parties_.end() ? 0 : party->second;
 }
 
 Ref<Connection> ConnectionPool::next_open(std::size_t* index) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   while (*index < all_.size())
     if (Connection* const connection = all_[(*index)++].get(); connection->try_add_ref())
       return Ref<Connection>::adopt(connection);

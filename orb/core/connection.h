@@ -10,7 +10,6 @@
 #include <chrono>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -20,6 +19,7 @@
 #include "output_queue.h"
 #include "reference.h"
 #include "requests.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -271,17 +271,17 @@ class ConnectionPool {
  private:
   /// The first at or after *index, which is moved past it; null at the end.
   Ref<Connection> next_open(std::size_t* index);
-  int32_t number_for(int fd) const;
-  void forget(Connection& connection);
+  int32_t number_for(int fd) const ZR_REQUIRES(mutex_);
+  void forget(Connection& connection) ZR_REQUIRES(mutex_);
 
   ConnectionHost& host_;
   const Options options_;
   std::atomic<uint32_t> open_{0};
-  std::mutex mutex_;
-  std::vector<std::unique_ptr<Connection>> all_;               // guarded by mutex_
-  Connection* free_ = nullptr;                                 // guarded by mutex_
-  uint32_t departed_ = 0;                                      // guarded by mutex_
-  std::map<std::array<unsigned char, 17>, uint32_t> parties_;  // open connections; guarded by mutex_
+  Mutex mutex_;
+  std::vector<std::unique_ptr<Connection>> all_ ZR_GUARDED_BY(mutex_);
+  Connection* free_ ZR_GUARDED_BY(mutex_) = nullptr;
+  uint32_t departed_ ZR_GUARDED_BY(mutex_) = 0;
+  std::map<std::array<unsigned char, 17>, uint32_t> parties_ ZR_GUARDED_BY(mutex_);
 };
 
 }  // namespace zrsv

@@ -85,11 +85,12 @@ bool Engine::start() {
       pass_on(connection);
     });
     const std::size_t count = slots_.count() + 1 + pins_.count();
+    const MutexLock lock(end_mutex_);
     threads_.reserve(count + Slots::most_lent);
     ended_.reserve(count + Slots::most_lent);
     while (threads_.size() < count) threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::exception& e) {
-    OM_log("thread %zu of the ORB cannot be started: %s", threads_.size() + 1, e.what());
+    OM_log("a thread of the ORB cannot be started: %s", e.what());
     return false;
   }
   return true;
@@ -132,7 +133,7 @@ void Engine::work() {
   }
   const uint64_t one = 1;
   if (::write(wake_, &one, sizeof one) < 0) OM_log("a thread cannot be woken");  // the next one leaves
-  std::lock_guard lock(end_mutex_);
+  const MutexLock lock(end_mutex_);
   ended_.push_back(std::this_thread::get_id());
   end_.notify_all();
 }
@@ -430,7 +431,7 @@ void Engine::give_reading_back(Worker& worker, Connection& connection) {
 
 void Engine::push_ready(Ref<Connection> connection) {
   {
-    std::lock_guard lock(ready_mutex_);
+    const MutexLock lock(ready_mutex_);
     Connection* last = connection.release();
     last->next_ready = nullptr;
     (ready_head_ ? ready_tail_->next_ready : ready_head_) = last;
@@ -443,7 +444,7 @@ void Engine::push_ready(Ref<Connection> connection) {
 Ref<Connection> Engine::pop_ready() {
   Ref<Connection> first;
   {
-    std::lock_guard lock(ready_mutex_);
+    const MutexLock lock(ready_mutex_);
     if (!ready_head_) return first;
     first = Ref<Connection>::adopt(ready_head_);
     ready_head_ = ready_head_->next_ready;
@@ -537,7 +538,7 @@ bool Engine::lend() {
 // A thread more for each, as the ones that lend are not there for others. They stay until the end.
 bool Engine::has_thread_for(uint32_t lent) {
   if (more_threads_.load(std::memory_order_relaxed) >= lent) return true;
-  std::lock_guard lock(end_mutex_);
+  const MutexLock lock(end_mutex_);
   if (quit_.load() || stopping_.load()) return false;
   try {
     for (; more_threads_.load() < lent; more_threads_.fetch_add(1))

@@ -8,9 +8,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,6 +21,7 @@
 #include "server_request.h"
 #include "slots.h"
 #include "waiting.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -167,15 +166,15 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   Clock::time_point over_memory_since_;
   MemoryReturn memory_return_;
 
-  std::mutex ready_mutex_;
-  Connection* ready_head_ =
-      nullptr;  // guarded by ready_mutex_; each with a count and the ownership of its reading
-  Connection* ready_tail_ = nullptr;
+  Mutex ready_mutex_;
+  // Each with a count and the ownership of its reading.
+  Connection* ready_head_ ZR_GUARDED_BY(ready_mutex_) = nullptr;
+  Connection* ready_tail_ ZR_GUARDED_BY(ready_mutex_) = nullptr;
 
-  std::mutex end_mutex_;
-  std::condition_variable end_;         // a thread ended
-  std::vector<std::thread::id> ended_;  // guarded by end_mutex_
-  std::vector<std::thread> threads_;    // guarded by end_mutex_ once started
+  Mutex end_mutex_;
+  Condition end_;  // a thread ended
+  std::vector<std::thread::id> ended_ ZR_GUARDED_BY(end_mutex_);
+  std::vector<std::thread> threads_ ZR_GUARDED_BY(end_mutex_);  // once started
 };
 
 }  // namespace zrsv

@@ -39,8 +39,8 @@ void Engine::drain_output(Clock::time_point deadline) {
     return any;
   };
   while (has_output() && Clock::now() < deadline) {
-    std::unique_lock lock(end_mutex_);
-    end_.wait_for(lock, std::chrono::milliseconds(5));
+    const MutexLock lock(end_mutex_);
+    end_.wait_until(end_mutex_, Clock::now() + std::chrono::milliseconds(5));
   }
 }
 
@@ -61,18 +61,17 @@ void Engine::say_goodbye() {
 void Engine::end_threads(Clock::time_point deadline) {
   quit_ = true;
   const uint64_t one = 1;
+  const MutexLock lock(end_mutex_);
   if (threads_.empty()) return;
   if (::write(wake_, &one, sizeof one) < 0) OM_log("the threads cannot be woken");
-  std::unique_lock lock(end_mutex_);
-  end_.wait_until(lock, deadline, [this] { return ended_.size() == threads_.size(); });
+  while (ended_.size() != threads_.size() && end_.wait_until(end_mutex_, deadline)) continue;
   for (std::thread& thread : threads_) {
     if (std::find(ended_.begin(), ended_.end(), thread.get_id()) == ended_.end()) {
       thread.detach();  // in a servant; it keeps the engine alive until it comes back
       continue;
     }
-    lock.unlock();
+    const Unlocked unlocked(end_mutex_);
     thread.join();
-    lock.lock();
   }
   threads_.clear();
 }

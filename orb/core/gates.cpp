@@ -7,19 +7,14 @@
 namespace zrsv {
 namespace {
 
-/// The gates of the process. One mutex for all: they are used when something waits.
-struct Gates {
-  std::mutex mutex;
-  std::vector<GatedRequests*> all;  // guarded by mutex
-};
-
-Gates& gates() {
-  static auto& one = *new Gates;  // requests may come until the process ends
-  return one;
+/// The gates of the process.
+std::vector<GatedRequests*>& all_gates() ZR_REQUIRES(gates_mutex) {
+  static auto& all = *new std::vector<GatedRequests*>;  // requests may come until the process ends
+  return all;
 }
 
 /// Those that may go now: all of a door, the next one of a turnstile, which stays shut for it.
-Requests take_next(GatedRequests& at) {
+Requests take_next(GatedRequests& at) ZR_REQUIRES(gates_mutex) {
   at.shut = false;
   if (at.kind == Gate::Kind::door) return std::move(at.requests);
   Requests next;
@@ -41,7 +36,7 @@ template <class Change>
 void change(GatedRequests& at, Change&& change) {
   Requests next;
   {
-    const std::lock_guard lock(gates().mutex);
+    const MutexLock lock(gates_mutex);
     next = change(at);
   }
   let_go(std::move(next));
@@ -54,19 +49,19 @@ AtGate& waits_of(void* handle) {
 }  // namespace
 
 Gate::Gate(Kind kind) : waiting_(std::make_unique<GatedRequests>(kind)) {
-  const std::lock_guard lock(gates().mutex);
-  gates().all.push_back(waiting_.get());
+  const MutexLock lock(gates_mutex);
+  all_gates().push_back(waiting_.get());
 }
 
 Gate::~Gate() {
-  change(*waiting_, [](GatedRequests& at) {
-    std::erase(gates().all, &at);
+  change(*waiting_, [](GatedRequests& at) ZR_REQUIRES(gates_mutex) {
+    std::erase(all_gates(), &at);
     return std::move(at.requests);
   });
 }
 
 void Gate::close() {
-  const std::lock_guard lock(gates().mutex);
+  const MutexLock lock(gates_mutex);
   waiting_->shut = true;
 }
 
@@ -78,7 +73,7 @@ bool Gate::enter(void* request) {
     waits.granted = false;  // from here on leave() is the caller's
     return true;
   }
-  const std::lock_guard lock(gates().mutex);
+  const MutexLock lock(gates_mutex);
   return !std::exchange(waiting_->shut, true);
 }
 
@@ -101,7 +96,7 @@ bool keep_at_gate(ServerRequest* request, uint32_t limit) {
   request->waits.wanted = false;
   Requests next;
   {
-    const std::lock_guard lock(gates().mutex);
+    const MutexLock lock(gates_mutex);
     if (!queue_group().delivers() || at.requests.size() >= limit) return false;
     std::unique_ptr<ServerRequest> kept(new (std::nothrow) ServerRequest(std::move(*request)));
     if (!kept) return false;  // and the request is as it was
@@ -114,8 +109,8 @@ bool keep_at_gate(ServerRequest* request, uint32_t limit) {
 
 Requests withdraw_from_gates() {
   Requests taken;
-  const std::lock_guard lock(gates().mutex);
-  for (GatedRequests* at : gates().all) taken.append(std::move(at->requests));
+  const MutexLock lock(gates_mutex);
+  for (GatedRequests* at : all_gates()) taken.append(std::move(at->requests));
   return taken;
 }
 

@@ -2,17 +2,21 @@
 #pragma once
 
 #include "server_request.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
-/// Guarded by one mutex for all gates.
+/// One mutex for all gates: they are used when something waits.
+inline constinit Mutex gates_mutex;
+
 struct GatedRequests {
   explicit GatedRequests(Gate::Kind of) : kind(of) {}
   static GatedRequests& of(Gate& gate) { return *gate.waiting_; }
 
   const Gate::Kind kind;
-  bool shut = false;  // closed, or a request is between enter and leave or on its way there
-  Requests requests;
+  bool shut ZR_GUARDED_BY(gates_mutex) =
+      false;  // closed, or a request is between enter and leave or on its way there
+  Requests requests ZR_GUARDED_BY(gates_mutex);
 };
 
 /// Keeps a request that wants to wait (moved from) at its gate; where that is open by now, it goes on at once. False

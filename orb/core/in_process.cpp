@@ -58,23 +58,24 @@ const char* Engine::park_and_await(ServerRequest& request, bool in_upcall, Clock
 }
 
 const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
-  std::unique_lock lock(call.mutex);
-  const auto done = [&] { return call.done || call.released; };
-  if (deadline == Clock::time_point::max()) {
-    call.over.wait(lock, done);
-  } else if (!call.over.wait_until(lock, deadline, done)) {
-    call.given_up = true;
-    return "TIMEOUT";
+  std::unique_ptr<ServerRequest> request;
+  {
+    const MutexLock lock(call.mutex);
+    while (!call.done && !call.released) {
+      if (call.over.wait_until(call.mutex, deadline) || call.done || call.released) continue;
+      call.given_up = true;
+      return "TIMEOUT";
+    }
+    request = std::move(call.released);
+    if (!request) {
+      *reply = std::move(call.reply);
+      return call.error;
+    }
   }
-  if (const std::unique_ptr<ServerRequest> request = std::move(call.released)) {
-    lock.unlock();
-    execute(*request, Upcall::slot_of(), pool_.options().max_message, reply);
-    if (request->waits.wanted) return park_and_await(*request, call.caller_in_upcall, deadline, reply);
-    *reply = Buffer::take(&request->cdr);
-    return nullptr;
-  }
-  *reply = std::move(call.reply);
-  return call.error;
+  execute(*request, Upcall::slot_of(), pool_.options().max_message, reply);
+  if (request->waits.wanted) return park_and_await(*request, call.caller_in_upcall, deadline, reply);
+  *reply = Buffer::take(&request->cdr);
+  return nullptr;
 }
 
 }  // namespace zrsv

@@ -2,28 +2,28 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 
 #include "options.h"
 #include "zrsv/of_thread.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 namespace {
 
-std::mutex mutex;
+Mutex mutex;
 std::array<unsigned, most_client_connections> threads_in;  // guarded by mutex
 
 class Lane {
  public:
   Lane() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     const auto end = threads_in.begin() + options().client_connections;
     const auto least = std::min_element(threads_in.begin(), end);
     ++*least;
     number_ = static_cast<unsigned>(least - threads_in.begin());
   }
   ~Lane() {
-    const std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     --threads_in[number_];
   }
   Lane(const Lane&) = delete;

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 
 #include "memory.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 namespace {
@@ -17,7 +17,7 @@ constexpr std::size_t most_octets = 64 << 20;  // and no more than an eighth of 
 class LargeBlocks {
  public:
   LargeBlock take(std::size_t wanted) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     LargeBlock* best = nullptr;
     for (std::size_t i = 0; i < count_; ++i)
       if (fits(blocks_[i], wanted) && (!best || blocks_[i].capacity < best->capacity)) best = &blocks_[i];
@@ -30,7 +30,7 @@ class LargeBlocks {
 
   /// False: there is no room for it.
   bool keep(const LargeBlock& block) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const std::size_t most = std::min(most_octets, memory_budget() / 8);
     if (count_ == blocks_.size() || block.capacity > most || octets_ > most - block.capacity) return false;
     blocks_[count_++] = block;
@@ -50,11 +50,11 @@ class LargeBlocks {
     return wanted == 0 || (block.capacity >= wanted && block.capacity / 4 <= wanted);
   }
   std::size_t unused() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return std::min(std::exchange(least_, count_), count_);
   }
 
-  std::mutex mutex_;
+  Mutex mutex_;
   std::array<LargeBlock, most_blocks> blocks_;
   std::size_t count_ = 0, octets_ = 0;
   std::size_t least_ = 0;  // the fewest blocks that were there since the last look

@@ -228,20 +228,27 @@ void Ticker::start(std::chrono::milliseconds period) {
   thread_ = std::thread([state = state_, period] { work(*state, period); });
 }
 
+void Ticker::tick() {
+  try {
+    const Upcall upcall;
+    if (_call_poa_inst_lifespan_) _call_poa_inst_lifespan_();
+  } catch (...) {
+    OM_log("exception past the lifespan hook");
+  }
+}
+
 void Ticker::work(State& state, std::chrono::milliseconds period) {
   const Counting<Left::Threads> counted;
-  std::unique_lock lock(state.mutex);
-  while (!state.changed.wait_for(lock, period, [&] { return state.stop; })) {
+  const MutexLock lock(state.mutex);
+  for (auto next = std::chrono::steady_clock::now() + period; !state.stop;) {
+    if (state.changed.wait_until(state.mutex, next) || state.stop) continue;
     state.in_tick = true;
-    lock.unlock();
-    try {
-      const Upcall upcall;
-      if (_call_poa_inst_lifespan_) _call_poa_inst_lifespan_();
-    } catch (...) {
-      OM_log("exception past the lifespan hook");
+    {
+      const Unlocked unlocked(state.mutex);
+      tick();
     }
-    lock.lock();
     state.in_tick = false;
+    next = std::chrono::steady_clock::now() + period;
   }
   state.ended = true;
   state.changed.notify_all();
@@ -249,14 +256,16 @@ void Ticker::work(State& state, std::chrono::milliseconds period) {
 
 void Ticker::stop(std::chrono::steady_clock::time_point deadline) {
   if (!thread_.joinable()) return;
-  std::unique_lock lock(state_->mutex);
-  state_->stop = true;
-  state_->changed.notify_all();
-  // Between ticks it ends at once, also when the requests have used up the time.
-  if (!state_->in_tick) deadline = std::chrono::steady_clock::time_point::max();
-  const bool ended = deadline == std::chrono::steady_clock::time_point::max() ||
-                     state_->changed.wait_until(lock, deadline, [this] { return state_->ended; });
-  lock.unlock();
+  bool ended = false;
+  {
+    State& state = *state_;
+    const MutexLock lock(state.mutex);
+    state.stop = true;
+    state.changed.notify_all();
+    // Between ticks it ends at once, also when the requests have used up the time.
+    while (state.in_tick && !state.ended && state.changed.wait_until(state.mutex, deadline)) continue;
+    ended = !state.in_tick || state.ended;
+  }
   if (ended) {
     thread_.join();
   } else {

@@ -5,10 +5,8 @@
 
 #include <asio.hpp>
 #include <chrono>
-#include <condition_variable>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +14,7 @@
 #include "engine.h"
 #include "leftovers.h"
 #include "options.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -73,12 +72,13 @@ class Ticker {
 
  private:
   struct State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool stop = false;     // guarded by mutex
-    bool in_tick = false;  // guarded by mutex
-    bool ended = false;    // guarded by mutex
+    Mutex mutex;
+    Condition changed;
+    bool stop ZR_GUARDED_BY(mutex) = false;
+    bool in_tick ZR_GUARDED_BY(mutex) = false;
+    bool ended ZR_GUARDED_BY(mutex) = false;
   };
+  static void tick();
   static void work(State& state, std::chrono::milliseconds period);
 
   std::shared_ptr<State> state_;

@@ -14,11 +14,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
-#include <shared_mutex>
 #include <utility>
 
 #include "zrsv.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -121,12 +120,12 @@ constexpr std::size_t TEXT = 1024;  // octets of a line at most, less than what 
 
 /// All that lines share. Nothing here allocates: the log must work when there is no memory.
 struct Log {
-  std::mutex mutex;
-  LogRate rate;                  // guarded by mutex
-  unsigned long lost = 0;        // lines that standard error did not take; guarded by mutex
-  std::shared_mutex sink_mutex;  // held shared while the sink runs
-  ZR_log_sink sink = nullptr;    // guarded by sink_mutex
-  void* closure = nullptr;       // guarded by sink_mutex
+  Mutex mutex;
+  LogRate rate ZR_GUARDED_BY(mutex);
+  unsigned long lost ZR_GUARDED_BY(mutex) = 0;  // lines that standard error did not take
+  SharedMutex sink_mutex;                       // held shared while the sink runs
+  ZR_log_sink sink ZR_GUARDED_BY(sink_mutex) = nullptr;
+  void* closure ZR_GUARDED_BY(sink_mutex) = nullptr;
 
   Log() {
     ::tzset();  // reads the time zone, which takes memory, before a line is written
@@ -149,8 +148,7 @@ std::size_t stamp(char (&to)[64], const timespec& now) {
                                                 local.tm_min, local.tm_sec, now.tv_nsec / 1'000'000, thread));
 }
 
-/// The mutex is held.
-void write_text(Log& log, const timespec& now, const char* text) {
+void write_text(Log& log, const timespec& now, const char* text) ZR_REQUIRES(log.mutex) {
   char line[64 + TEXT];
   char front[64];
   stamp(front, now);
@@ -158,8 +156,8 @@ void write_text(Log& log, const timespec& now, const char* text) {
   if (!write_without_waiting(line, static_cast<std::size_t>(length))) ++log.lost;
 }
 
-/// Says first how many lines were lost, when lines can be written again. The mutex is held.
-void write_line(Log& log, const timespec& now, const char* text) {
+/// Says first how many lines were lost, when lines can be written again.
+void write_line(Log& log, const timespec& now, const char* text) ZR_REQUIRES(log.mutex) {
   if (log.lost != 0) {
     const unsigned long lost = std::exchange(log.lost, 0);
     char told[64];
@@ -172,7 +170,7 @@ void write_line(Log& log, const timespec& now, const char* text) {
 
 /// True when a sink has taken the line. What it throws ends here: lines are written where nothing may be thrown.
 bool given_to_sink(Log& log, int level, const char* text) {
-  std::shared_lock lock(log.sink_mutex);
+  const SharedLock lock(log.sink_mutex);
   if (!log.sink) return false;
   try {
     log.sink(level, text, log.closure);
@@ -189,7 +187,7 @@ void log_line(int level, const char* format, va_list arguments) {
   ::clock_gettime(CLOCK_REALTIME, &now);
   unsigned left_out = 0;
   {
-    std::lock_guard lock(log.mutex);
+    const MutexLock lock(log.mutex);
     if (!log.rate.admit(format, now.tv_sec, &left_out)) {
       errno = saved;
       return;
@@ -201,7 +199,7 @@ void log_line(int level, const char* format, va_list arguments) {
   const std::size_t used = escape_controls(length < 0 ? format : raw, text, sizeof text - 64);
   if (left_out != 0) std::snprintf(text + used, 64, " (%u more like this were left out)", left_out);
   if (!given_to_sink(log, level, text)) {
-    std::lock_guard lock(log.mutex);
+    const MutexLock lock(log.mutex);
     write_line(log, now, text);
   }
   errno = saved;
@@ -226,7 +224,7 @@ void OM_log_at(int level, const char* format, ...) {
 
 void OM_log_set_sink(ZR_log_sink sink, void* closure) {
   zrsv::Log& log = zrsv::the_log();
-  std::unique_lock lock(log.sink_mutex);
+  const zrsv::SharedMutexLock lock(log.sink_mutex);
   log.sink = sink;
   log.closure = closure;
 }

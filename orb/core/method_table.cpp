@@ -2,12 +2,11 @@
 
 #include <functional>
 #include <map>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 
 #include "environment.h"
 #include "reference.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -20,8 +19,8 @@ struct Operation {
 using Table = std::map<std::string, Operation, std::less<>>;
 
 struct Tables {
-  std::shared_mutex mutex;
-  std::map<std::string, Table, std::less<>> of;  // by interface id; guarded by mutex
+  SharedMutex mutex;
+  std::map<std::string, Table, std::less<>> of ZR_GUARDED_BY(mutex);
 };
 
 Tables& tables() {
@@ -31,7 +30,7 @@ Tables& tables() {
 
 Operation find(std::string_view intf, std::string_view operation) {
   Tables& all = tables();
-  std::shared_lock lock(all.mutex);
+  const SharedLock lock(all.mutex);
   const auto table = all.of.find(intf);
   if (table == all.of.end()) return {};
   const auto found = table->second.find(operation);
@@ -56,7 +55,7 @@ ZR_method find_in_process(std::string_view intf, std::string_view operation) {
 
 bool has_table(std::string_view intf) {
   Tables& all = tables();
-  std::shared_lock lock(all.mutex);
+  const SharedLock lock(all.mutex);
   return all.of.contains(intf);
 }
 
@@ -72,7 +71,7 @@ void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* env, void* int
     Table table;
     for (std::size_t i = 0; names[i]; ++i) table[names[i]] = {skeletons[i], in_process[i]};
     Tables& all = tables();
-    std::unique_lock lock(all.mutex);
+    const SharedMutexLock lock(all.mutex);
     all.of.insert_or_assign(std::string(intf), std::move(table));
   });
 }

@@ -2,17 +2,17 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 
 #include "environment.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 namespace {
 
 struct Names {
   std::atomic<bool> any{false};  // whether there was ever a name: unknown keys cost no lock then
-  std::mutex mutex;
-  std::map<std::string, Ref<Reference>, std::less<>> objects;  // guarded by mutex
+  Mutex mutex;
+  std::map<std::string, Ref<Reference>, std::less<>> objects ZR_GUARDED_BY(mutex);
 };
 
 Names& names() {
@@ -24,7 +24,7 @@ Names& names() {
 
 void name_object(std::string key, Ref<Reference> object) {
   Names& all = names();
-  std::lock_guard lock(all.mutex);
+  const MutexLock lock(all.mutex);
   all.any = true;
   if (object) {
     all.objects.insert_or_assign(std::move(key), std::move(object));
@@ -36,7 +36,7 @@ void name_object(std::string key, Ref<Reference> object) {
 Ref<Reference> named_object(std::string_view key) {
   Names& all = names();
   if (!all.any.load(std::memory_order_relaxed)) return {};
-  std::lock_guard lock(all.mutex);
+  const MutexLock lock(all.mutex);
   const auto found = all.objects.find(key);
   return found == all.objects.end() ? Ref<Reference>() : found->second;
 }

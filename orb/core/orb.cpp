@@ -47,7 +47,7 @@ Orb& orb() {
 std::string Orb::init(int* argc, char** argv) {
   Options wanted;
   if (std::string wrong = parse_options(argc, argv, &wanted); !wrong.empty()) return wrong;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (uses_ == 0) {
     if (std::string wrong = load_impl_repository(wanted.impl_repository); !wrong.empty()) return wrong;
     if (std::string wrong = load_key_secret(wanted.key_secret); !wrong.empty()) return wrong;
@@ -62,7 +62,7 @@ std::string Orb::init(int* argc, char** argv) {
 
 void Orb::destroy(CORBA_Environment* env) {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (uses_ == 0) return raise_standard(env, "BAD_INV_ORDER");
     if (uses_ > 1) {
       --uses_;
@@ -74,7 +74,7 @@ void Orb::destroy(CORBA_Environment* env) {
   mark_destroyed();  // first, so that no call opens a connection any more
   close_client_connections();
   std::map<std::string, Ref<Reference>> dropped;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   dropped.swap(initial_);
   published_.clear();
   load_key_secret("");
@@ -86,7 +86,7 @@ void Orb::destroy(CORBA_Environment* env) {
 
 Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* env) {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto found = initial_.find(name);
     if (found != initial_.end()) return found->second;
   }
@@ -96,14 +96,14 @@ Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* env) {
 }
 
 void Orb::set_initial(const std::string& name, Ref<Reference> object) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   initial_[name] = std::move(object);
 }
 
 Ref<Reference> Orb::start(CORBA_Environment* env) {
-  std::lock_guard start_lock(start_mutex_);
+  const RecursiveMutexLock start_lock(start_mutex_);
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (const auto found = initial_.find("RootPOA"); found != initial_.end()) return found->second;
     if (starting_ || state_ == State::Closing || uses_ == 0)
       return raise_standard(env, "BAD_INV_ORDER"), Ref<Reference>();
@@ -164,7 +164,7 @@ std::string Orb::open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engin
   set_published_endpoints(published);
   OM_log_at(ZR_LOG_INFO, "listening on %s, references publish %s", list_of((*listener)->bound()).c_str(),
             list_of(published).c_str());
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   published_.clear();
   for (const Endpoint& at : published) published_.push_back(endpoint_text(at));
   return {};
@@ -172,7 +172,7 @@ std::string Orb::open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engin
 
 bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine,
                 const Ref<Reference>& root) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (state_ != State::Idle) return false;
   const auto known = initial_.emplace("RootPOA", root).first;
   try {
@@ -199,9 +199,9 @@ void Orb::run(CORBA_Environment* env) {
 void Orb::wait_until_closed() {
   std::thread closer;
   {
-    std::unique_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     const uint64_t ends = ends_;
-    changed_.wait(lock, [&] { return state_ == State::Closed || ends_ != ends; });
+    while (state_ != State::Closed && ends_ == ends) changed_.wait(mutex_);
     closer.swap(closer_);
   }
   if (closer.joinable()) closer.join();
@@ -210,7 +210,7 @@ void Orb::wait_until_closed() {
 bool Orb::shutdown(bool wait, CORBA_Environment* env) try {
   if (wait && Upcall::running()) return raise_standard(env, "BAD_INV_ORDER"), false;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (state_ == State::Serving) {
       if (closer_.joinable()) closer_.join();  // of an earlier start: it is over
       closer_ = std::thread([this] { close(); });
@@ -236,7 +236,7 @@ void Orb::close() {
   std::unique_ptr<Listener> listener;
   std::shared_ptr<Engine> engine;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     listener = std::move(listener_);
     engine = engine_;
   }
@@ -246,7 +246,7 @@ void Orb::close() {
   set_binding_open(false);
   listener.reset();
   engine.reset();
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   engine_.reset();
   still_running_ = std::move(still_running);
   state_ = State::Closed;
@@ -257,7 +257,7 @@ void Orb::close() {
 std::shared_ptr<Engine> Orb::hosted_engine(CORBA_Environment* env) {
   std::shared_ptr<Engine> serving;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (state_ == State::Closing || state_ == State::Closed)
       return raise_standard(env, "BAD_INV_ORDER", 0x4F4D0004), nullptr;
     serving = engine_;
@@ -268,17 +268,17 @@ std::shared_ptr<Engine> Orb::hosted_engine(CORBA_Environment* env) {
 }
 
 const char* Orb::still_running(uint32_t index) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return index < still_running_.size() ? still_running_[index].c_str() : nullptr;
 }
 
 const char* Orb::published(uint32_t index) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return index < published_.size() ? published_[index].c_str() : nullptr;
 }
 
 std::shared_ptr<Engine> Orb::engine() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return engine_;
 }
 

@@ -1,10 +1,8 @@
 // The ORB of the process: one start after another, each with an engine, end points and a tick of its own.
 #pragma once
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +11,7 @@
 #include "listener.h"
 #include "options.h"
 #include "reference.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -45,29 +44,29 @@ class Orb {
 
   Ref<Reference> start(CORBA_Environment* env);
   std::string try_to_start(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine,
-                           Ref<Reference>* root);
+                           Ref<Reference>* root) ZR_REQUIRES(start_mutex_);
   std::string open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine);
-  Ref<Reference> make_root();
+  Ref<Reference> make_root() ZR_REQUIRES(start_mutex_);
   bool serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engine>& engine,
              const Ref<Reference>& root);
   void close();
   void wait_until_closed();
 
-  std::recursive_mutex start_mutex_;  // a start, in which the adapter calls back; taken before mutex_
-  bool starting_ = false;             // guarded by start_mutex_
-  Ref<Reference> root_;               // guarded by start_mutex_: what the adapter made, kept for good
+  RecursiveMutex start_mutex_;  // a start, in which the adapter calls back; taken before mutex_
+  bool starting_ ZR_GUARDED_BY(start_mutex_) = false;
+  Ref<Reference> root_ ZR_GUARDED_BY(start_mutex_);  // what the adapter made, kept for good
 
-  std::mutex mutex_;  // guards all below
-  std::condition_variable changed_;
-  State state_ = State::Idle;
-  uint64_t ends_ = 0;  // how often it came to Closed
-  uint32_t uses_ = 0;
-  std::map<std::string, Ref<Reference>> initial_;
-  std::vector<std::string> published_, still_running_;
-  std::shared_ptr<Engine> engine_;
-  std::unique_ptr<Listener> listener_;
-  Ticker ticker_;
-  std::thread closer_;
+  Mutex mutex_;
+  Condition changed_;
+  State state_ ZR_GUARDED_BY(mutex_) = State::Idle;
+  uint64_t ends_ ZR_GUARDED_BY(mutex_) = 0;  // how often it came to Closed
+  uint32_t uses_ ZR_GUARDED_BY(mutex_) = 0;
+  std::map<std::string, Ref<Reference>> initial_ ZR_GUARDED_BY(mutex_);
+  std::vector<std::string> published_ ZR_GUARDED_BY(mutex_), still_running_ ZR_GUARDED_BY(mutex_);
+  std::shared_ptr<Engine> engine_ ZR_GUARDED_BY(mutex_);
+  std::unique_ptr<Listener> listener_ ZR_GUARDED_BY(mutex_);
+  Ticker ticker_;  // of who starts, and of who closes
+  std::thread closer_ ZR_GUARDED_BY(mutex_);
 };
 
 /// The ORB of the process. It is never freed, as threads in servants may outlive main.

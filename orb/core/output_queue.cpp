@@ -28,7 +28,7 @@ std::size_t size_of(std::span<const iovec> parts) {
 }  // namespace
 
 void OutputQueue::open(int fd) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   fd_ = fd;
   count_left(Left::Descriptors, 1);
   closed_ = watched_ = false;
@@ -36,33 +36,35 @@ void OutputQueue::open(int fd) {
 }
 
 template <class Send>
-ssize_t OutputQueue::send_unlocked(std::unique_lock<std::mutex>& lock, Send send) {
+ssize_t OutputQueue::send_unlocked(Send send) {
   sending_ = true;
-  lock.unlock();
-  const ssize_t n = send();
-  lock.lock();
+  ssize_t n = 0;
+  {
+    const Unlocked unlocked(mutex_);
+    n = send();
+  }
   sending_ = false;
   sent_it_.notify_all();
   return n;
 }
 
 OutputQueue::Sent OutputQueue::send(Buffer* message, uint32_t fragment) {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (closed_) return Sent::All;
   if (sending_ || !messages_.empty()) return keep(message, fragment, nullptr);  // who sends takes it along
   if (must_fragment(message->data(), message->size(), fragment)) {
     const Sent kept = keep(message, fragment, nullptr);
-    return kept == Sent::All ? write_some(lock) : kept;
+    return kept == Sent::All ? write_some() : kept;
   }
   const ssize_t n = send_unlocked(
-      lock, [&] { return ::send(fd_, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
+      [&, fd = fd_] { return ::send(fd, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
   if (n < 0 && !would_block() && errno != EINTR) return Sent::Failed;
   const std::size_t sent = n > 0 ? static_cast<std::size_t>(n) : 0;
   if (sent < message->size()) return keep(message, fragment, &sent);
-  return messages_.empty() ? Sent::All : write_some(lock);
+  return messages_.empty() ? Sent::All : write_some();
 }
 
-// With the lock. What has begun to go comes before what others have left meanwhile.
+// What has begun to go comes before what others have left meanwhile.
 OutputQueue::Sent OutputQueue::keep(Buffer* message, uint32_t fragment, const std::size_t* sent) try {
   message->shrink(0);
   const Message& kept = sent ? messages_.emplace_front(std::move(*message), fragment, *sent)
@@ -74,12 +76,12 @@ OutputQueue::Sent OutputQueue::keep(Buffer* message, uint32_t fragment, const st
 }
 
 OutputQueue::Sent OutputQueue::flush() {
-  std::unique_lock lock(mutex_);
-  return sending_ ? Sent::All : write_some(lock);
+  const MutexLock lock(mutex_);
+  return sending_ ? Sent::All : write_some();
 }
 
-// With the lock, and nobody sending.
-OutputQueue::Sent OutputQueue::write_some(std::unique_lock<std::mutex>& lock) {
+// Nobody else is sending.
+OutputQueue::Sent OutputQueue::write_some() {
   while (!closed_ && !messages_.empty()) {
     std::array<iovec, parts_at_once> parts;
     std::size_t count = 0;
@@ -90,7 +92,7 @@ OutputQueue::Sent OutputQueue::write_some(std::unique_lock<std::mutex>& lock) {
     message.msg_iov = parts.data();
     message.msg_iovlen = count;
     const ssize_t n =
-        send_unlocked(lock, [&] { return ::sendmsg(fd_, &message, MSG_NOSIGNAL | MSG_DONTWAIT); });
+        send_unlocked([&, fd = fd_] { return ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT); });
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return would_block() ? Sent::Rest : Sent::Failed;
     took(static_cast<std::size_t>(n));
@@ -111,17 +113,17 @@ void OutputQueue::took(std::size_t octets) {
 }
 
 void OutputQueue::finish(const unsigned char* message, std::size_t length) {
-  std::unique_lock lock(mutex_);
-  sent_it_.wait(lock, [this] { return !sending_; });
+  const MutexLock lock(mutex_);
+  while (sending_) sent_it_.wait(mutex_);
   if (length > 0 && !closed_ && messages_.empty()) ::send(fd_, message, length, MSG_NOSIGNAL | MSG_DONTWAIT);
   closed_ = true;
   if (fd_ >= 0) ::shutdown(fd_, SHUT_WR);
 }
 
 void OutputQueue::close() {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   closed_ = true;
-  sent_it_.wait(lock, [this] { return !sending_; });
+  while (sending_) sent_it_.wait(mutex_);
   messages_.clear();
   octets_ = 0;
   if (fd_ < 0) return;
@@ -134,7 +136,7 @@ const char* OutputQueue::too_slow(Clock::time_point now, const Pace& pace) {
     watched_ = false;
     return nullptr;
   }
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const std::size_t waiting = octets_.load();
   const bool begun = !std::exchange(watched_, true);
   if (begun || sent_ != sent_at_progress_) progress_at_ = now, sent_at_progress_ = sent_;

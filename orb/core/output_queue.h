@@ -5,11 +5,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 
 #include "assembler.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -33,7 +32,7 @@ class OutputQueue {
   /// Calls `use` with the socket, unless it is closed; it stays open meanwhile. `use` must not wait, nor call this.
   template <class Use>
   void with_socket(Use use) {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (fd_ >= 0) use(fd_);
   }
 
@@ -69,24 +68,25 @@ class OutputQueue {
   };
   /// Calls `send`, which makes one system call, without the lock; gives what it does, errno included.
   template <class Send>
-  ssize_t send_unlocked(std::unique_lock<std::mutex>& lock, Send send);
-  Sent keep(Buffer* message, uint32_t fragment, const std::size_t* sent);
-  Sent write_some(std::unique_lock<std::mutex>& lock);
-  void took(std::size_t octets);
+  ssize_t send_unlocked(Send send) ZR_REQUIRES(mutex_);
+  Sent keep(Buffer* message, uint32_t fragment, const std::size_t* sent) ZR_REQUIRES(mutex_);
+  Sent write_some() ZR_REQUIRES(mutex_);
+  void took(std::size_t octets) ZR_REQUIRES(mutex_);
 
-  std::mutex mutex_;  // guards all below
-  int fd_ = -1;
-  bool closed_ = true;
-  bool sending_ = false;  // a thread sends, without the lock: no message is taken out meanwhile but by it
-  std::condition_variable sent_it_;  // it does no longer
-  std::deque<Message> messages_;
-  uint64_t sent_ = 0;                   // octets that went out of the queue
-  std::atomic<std::size_t> octets_{0};  // written with mutex_ held
+  Mutex mutex_;
+  int fd_ ZR_GUARDED_BY(mutex_) = -1;
+  bool closed_ ZR_GUARDED_BY(mutex_) = true;
+  // A thread sends, without the lock: no message is taken out meanwhile but by it.
+  bool sending_ ZR_GUARDED_BY(mutex_) = false;
+  Condition sent_it_;  // it does no longer
+  std::deque<Message> messages_ ZR_GUARDED_BY(mutex_);
+  uint64_t sent_ ZR_GUARDED_BY(mutex_) = 0;  // octets that went out of the queue
+  std::atomic<std::size_t> octets_{0};       // written with mutex_ held
 
   // The watch over the peer's pace.
-  bool watched_ = false;
-  Clock::time_point progress_at_, full_since_;
-  uint64_t sent_at_progress_ = 0, sent_at_full_ = 0;
+  bool watched_ = false;  // by who asks, which is one thread
+  Clock::time_point progress_at_ ZR_GUARDED_BY(mutex_), full_since_ ZR_GUARDED_BY(mutex_);
+  uint64_t sent_at_progress_ ZR_GUARDED_BY(mutex_) = 0, sent_at_full_ ZR_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace zrsv

@@ -21,13 +21,16 @@ bool Pins::Pin::end_run() {
 
 void Pins::start(PutBack put_back) {
   put_back_ = std::move(put_back);
-  for (Pin& pin : pins_) free_.push_back(&pin);
+  {
+    const MutexLock lock(mutex_);
+    for (Pin& pin : pins_) free_.push_back(&pin);
+  }
   thread_ = std::thread([this] { watch(); });
 }
 
 void Pins::stop() {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     stop_ = true;
     free_.clear();
   }
@@ -36,7 +39,7 @@ void Pins::stop() {
 }
 
 Pins::Pin* Pins::take(Connection& connection) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (free_.empty()) return nullptr;
   Pin* pin = free_.back();
   free_.pop_back();
@@ -49,22 +52,23 @@ Pins::Pin* Pins::take(Connection& connection) {
 
 void Pins::leave(Pin* pin) {
   pin->connection_.store(nullptr);
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!stop_) free_.push_back(pin);
 }
 
 void Pins::watch() {
   const Counting<Left::Threads> counted;
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   while (!stop_) {
     if (free_.size() == pins_.size()) {
-      changed_.wait(lock, [this] { return stop_ || free_.size() != pins_.size(); });
+      changed_.wait(mutex_);
       continue;
     }
-    if (changed_.wait_for(lock, watch_period, [this] { return stop_; })) return;
-    lock.unlock();
+    const auto next = std::chrono::steady_clock::now() + watch_period;
+    while (!stop_ && changed_.wait_until(mutex_, next)) continue;
+    if (stop_) return;
+    const Unlocked unlocked(mutex_);
     for (Pin& pin : pins_) look_at(pin);
-    lock.lock();
   }
 }
 

@@ -8,13 +8,12 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
 
 #include "connection.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -57,10 +56,10 @@ class Pins {
 
   std::vector<Pin> pins_;
   PutBack put_back_;
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<Pin*> free_;  // guarded by mutex_
-  bool stop_ = false;       // guarded by mutex_
+  Mutex mutex_;
+  Condition changed_;
+  std::vector<Pin*> free_ ZR_GUARDED_BY(mutex_);
+  bool stop_ ZR_GUARDED_BY(mutex_) = false;
   std::thread thread_;
 };
 

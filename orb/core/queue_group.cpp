@@ -11,7 +11,7 @@ QueueGroup& queue_group() {
 }
 
 QueueGroup::Admission QueueGroup::hold(ServerRequest* request, uint32_t limit) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (is_open()) return Admission::Pass;
   if (!deliver_ || held_.size() >= limit) return Admission::Full;
   if (held_.empty()) held_since_ = std::chrono::steady_clock::now();
@@ -20,28 +20,28 @@ QueueGroup::Admission QueueGroup::hold(ServerRequest* request, uint32_t limit) {
 }
 
 void QueueGroup::announce(const std::string& name) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   announced_.insert(name);
 }
 
 bool QueueGroup::is_announced(const std::string& name) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return announced_.contains(name);
 }
 
 void QueueGroup::begin() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (state_ == State::Waiting) open_locked();
 }
 
 std::size_t QueueGroup::waiting_in_vain(std::chrono::steady_clock::time_point since) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (state_ != State::Waiting || held_.empty() || held_since_ > since) return 0;
   return std::exchange(told_in_vain_, true) ? 0 : held_.size();
 }
 
 void QueueGroup::open() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   open_locked();
 }
 
@@ -52,34 +52,34 @@ void QueueGroup::open_locked() {
 }
 
 void QueueGroup::close() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   state_.store(State::Held, std::memory_order_release);
 }
 
 std::size_t QueueGroup::held() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return held_.size();
 }
 
 void QueueGroup::deliver_to(Deliver deliver) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   deliver_ = std::move(deliver);
 }
 
 bool QueueGroup::deliver(Requests* requests) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!deliver_) return false;
   deliver_(std::move(*requests));
   return true;
 }
 
 bool QueueGroup::delivers() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return deliver_ != nullptr;
 }
 
 Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return held_.take_if([&](const ServerRequest& request) { return matches(request, connection, id); });
 }
 

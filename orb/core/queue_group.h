@@ -7,11 +7,11 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 
 #include "server_request.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -52,15 +52,15 @@ class QueueGroup {
 
  private:
   enum class State : uint8_t { Waiting, Open, Held };
-  void open_locked();
+  void open_locked() ZR_REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::atomic<State> state_{State::Waiting};          // written with mutex_ held
-  std::set<std::string> announced_;                   // guarded by mutex_
-  Requests held_;                                     // guarded by mutex_
-  std::chrono::steady_clock::time_point held_since_;  // guarded by mutex_: of the first request ever held
-  bool told_in_vain_ = false;                         // guarded by mutex_
-  Deliver deliver_;                                   // guarded by mutex_
+  Mutex mutex_;
+  std::atomic<State> state_{State::Waiting};  // written with mutex_ held
+  std::set<std::string> announced_ ZR_GUARDED_BY(mutex_);
+  Requests held_ ZR_GUARDED_BY(mutex_);
+  std::chrono::steady_clock::time_point held_since_ ZR_GUARDED_BY(mutex_);  // of the first request ever held
+  bool told_in_vain_ ZR_GUARDED_BY(mutex_) = false;
+  Deliver deliver_ ZR_GUARDED_BY(mutex_);
 };
 
 /// The group of the process.

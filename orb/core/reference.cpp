@@ -132,7 +132,7 @@ Ref<Reference> Reference::in_scope(const Reference& of, std::shared_ptr<CallScop
 
 Ref<Reference> Reference::forward() const {
   if (!has_forward_.load(std::memory_order_acquire)) return {};
-  std::lock_guard lock(forward_mutex_);
+  const MutexLock lock(forward_mutex_);
   return forward_;
 }
 
@@ -148,7 +148,7 @@ bool Reference::set_forward(Ref<Reference> to) {
     clear_forward();
     return true;
   }
-  std::lock_guard lock(forward_mutex_);
+  const MutexLock lock(forward_mutex_);
   std::swap(forward_, to);
   has_forward_.store(true, std::memory_order_release);
   return true;
@@ -156,7 +156,7 @@ bool Reference::set_forward(Ref<Reference> to) {
 
 void Reference::clear_forward() {
   Ref<Reference> dropped;  // after the lock
-  std::lock_guard lock(forward_mutex_);
+  const MutexLock lock(forward_mutex_);
   std::swap(forward_, dropped);
   has_forward_.store(false, std::memory_order_release);
 }

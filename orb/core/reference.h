@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "ref.h"
 #include "zrsv.h"
 #include "zrsv/call_scope.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -114,8 +114,8 @@ class Reference {
   std::shared_ptr<CallScope> scope_;
   std::atomic<uint32_t> forwards_{0};
   std::atomic<bool> has_forward_{false};
-  mutable std::mutex forward_mutex_;
-  Ref<Reference> forward_;  // guarded by forward_mutex_
+  mutable Mutex forward_mutex_;
+  Ref<Reference> forward_ ZR_GUARDED_BY(forward_mutex_);
 };
 
 /// Handles of the C interface.

@@ -6,15 +6,16 @@
 #include "environment.h"
 #include "object_key.h"
 #include "repository.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 namespace {
 
 /// Objects known to be active, by key; the views are into the references beside them.
 struct BindTable {
-  std::mutex mutex;
-  bool open = true;                                            // guarded by mutex
-  std::unordered_map<std::string_view, Ref<Reference>> bound;  // guarded by mutex
+  Mutex mutex;
+  bool open ZR_GUARDED_BY(mutex) = true;
+  std::unordered_map<std::string_view, Ref<Reference>> bound ZR_GUARDED_BY(mutex);
 };
 
 BindTable& bind_table() {
@@ -92,7 +93,7 @@ bool write_handle(CDR* cdr, void* handle) {
 void set_binding_open(bool open) {
   std::unordered_map<std::string_view, Ref<Reference>> dropped;  // freed after the lock
   BindTable& table = bind_table();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   table.open = open;
   if (!open) dropped.swap(table.bound);
 }
@@ -176,7 +177,7 @@ void CORBA_ORB_bind_object2(void* /*orb*/, void* object, void* /*reserved*/, COR
   if (!reference) return;
   BindTable& table = bind_table();
   try {
-    std::lock_guard lock(table.mutex);
+    const MutexLock lock(table.mutex);
     const bool fresh =
         table.open && table.bound.try_emplace(reference->key(), Ref<Reference>::share(reference)).second;
     if (!fresh) raise_standard(env, "BAD_INV_ORDER");
@@ -190,13 +191,13 @@ void CORBA_ORB_unbind_object2(void* /*orb*/, void* object, void* /*reserved*/, C
   if (!reference) return;
   BindTable& table = bind_table();
   decltype(table.bound)::node_type dropped;  // freed after the lock
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   const auto found = table.bound.find(reference->key());
   if (found != table.bound.end()) dropped = table.bound.extract(found);
 }
 
 uint32_t ZR_bound_objects(void) {
   BindTable& table = bind_table();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   return static_cast<uint32_t>(table.bound.size());
 }

@@ -3,11 +3,11 @@
 #include <fstream>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 
 #include "environment.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 namespace {
@@ -15,10 +15,10 @@ namespace {
 using Names = std::set<std::string, std::less<>>;
 
 struct Implementations {
-  std::mutex mutex;
-  std::optional<Names> listed;  // guarded by mutex; nothing: every name is known
-  std::map<std::string, ImplDef, std::less<>>
-      definitions;  // guarded by mutex; only grows, so that handles stay good
+  Mutex mutex;
+  std::optional<Names> listed ZR_GUARDED_BY(mutex);  // nothing: every name is known
+  // Only grows, so that handles stay good.
+  std::map<std::string, ImplDef, std::less<>> definitions ZR_GUARDED_BY(mutex);
 };
 
 Implementations& implementations() {
@@ -27,8 +27,8 @@ Implementations& implementations() {
 }
 
 struct Interfaces {
-  std::mutex mutex;
-  std::set<std::string_view> ids;  // guarded by mutex
+  Mutex mutex;
+  std::set<std::string_view> ids ZR_GUARDED_BY(mutex);
 };
 
 /// Made on first use: interfaces are registered while static objects are constructed.
@@ -46,7 +46,7 @@ std::string_view name_of(std::string_view line) {
   return line.substr(first, line.find_last_not_of(blanks) - first + 1);
 }
 
-bool is_listed(const Implementations& table, std::string_view name) {
+bool is_listed(const Implementations& table, std::string_view name) ZR_REQUIRES(table.mutex) {
   return !table.listed || table.listed->contains(name);
 }
 
@@ -64,14 +64,14 @@ std::string load_impl_repository(const std::string& path) {
     if (!file.is_open() || file.bad()) return "implementation repository '" + path + "' cannot be read";
   }
   Implementations& table = implementations();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   table.listed = std::move(listed);
   return {};
 }
 
 const ImplDef* find_impl(std::string_view name) {
   Implementations& table = implementations();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   if (!is_listed(table, name)) return nullptr;
   const auto found = table.definitions.find(name);
   if (found != table.definitions.end()) return &found->second;
@@ -80,13 +80,13 @@ const ImplDef* find_impl(std::string_view name) {
 
 bool is_known_impl(std::string_view name) {
   Implementations& table = implementations();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   return is_listed(table, name);
 }
 
 bool is_known_interface(std::string_view id) {
   Interfaces& table = interfaces();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   return table.ids.contains(id);
 }
 
@@ -116,6 +116,6 @@ void* CORBA_Repository_lookup_id(void* /*intf_rep*/, const char* id, CORBA_Envir
 void ZR_register_interface(const char* id) {
   if (!id) return;
   Interfaces& table = interfaces();
-  std::lock_guard lock(table.mutex);
+  const MutexLock lock(table.mutex);
   table.ids.insert(id);
 }

@@ -135,14 +135,14 @@ LocalCall::~LocalCall() = default;
 
 void LocalCall::hand_back(std::unique_ptr<ServerRequest> request) {
   const std::shared_ptr<LocalCall> call = std::move(request->waiter);
-  std::lock_guard lock(call->mutex);
+  const MutexLock lock(call->mutex);
   call->released = std::move(request);
   call->over.notify_one();
 }
 
 void LocalCall::finish(Buffer message, const char* why) {
   {
-    std::lock_guard lock(mutex);
+    const MutexLock lock(mutex);
     reply = std::move(message);
     error = why;
     done = true;

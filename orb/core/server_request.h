@@ -2,9 +2,7 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 
 #include "buffer.h"
 #include "connection.h"
@@ -13,6 +11,7 @@
 #include "request_base.h"
 #include "requests.h"
 #include "zrsv/gate.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -25,16 +24,16 @@ struct LocalCall {
   ~LocalCall();
 
   std::atomic<bool> given_up{false};
-  std::mutex mutex;
-  std::condition_variable over;
-  bool done = false;            // guarded by mutex, as all below
-  const char* error = nullptr;  // "TRANSIENT": it was not run
-  Buffer reply;
+  Mutex mutex;
+  Condition over;
+  bool done ZR_GUARDED_BY(mutex) = false;
+  const char* error ZR_GUARDED_BY(mutex) = nullptr;  // "TRANSIENT": it was not run
+  Buffer reply ZR_GUARDED_BY(mutex);
   Line line;  // while it waits for a slot
   /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it
   /// has. All slots may be taken by servants that wait like this one.
   const bool caller_in_upcall;
-  std::unique_ptr<ServerRequest> released;
+  std::unique_ptr<ServerRequest> released ZR_GUARDED_BY(mutex);
 
   /// Gives a released request back to the thread that waits for it.
   static void hand_back(std::unique_ptr<ServerRequest> request);

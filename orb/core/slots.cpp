@@ -3,15 +3,15 @@
 namespace zrsv {
 
 void Slots::tell() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   left_.notify_all();
 }
 
 uint32_t Slots::wait_until_unused(std::chrono::steady_clock::time_point deadline) {
-  const auto used = [this] { return lent_.load() + taken_.load(); };
   awaited_ = true;
-  std::unique_lock lock(mutex_);
-  left_.wait_until(lock, deadline, [&] { return used() == 0; });
+  const MutexLock lock(mutex_);
+  const auto used = [this] { return lent_.load() + taken_.load(); };
+  while (used() != 0 && left_.wait_until(mutex_, deadline)) continue;
   return used();
 }
 

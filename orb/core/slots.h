@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <utility>
+
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -94,8 +94,8 @@ class Slots {
   std::atomic<uint32_t> lent_{0};
   std::atomic<uint32_t> kept_{0};
   std::atomic<bool> awaited_{false};
-  std::mutex mutex_;
-  std::condition_variable left_;  // with mutex_: a slot was given back while that is awaited
+  Mutex mutex_;
+  Condition left_;  // with mutex_: a slot was given back while that is awaited
 };
 
 void Slot::give_back() {

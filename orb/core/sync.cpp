@@ -4,14 +4,15 @@
 #include <system_error>
 
 #include "zrsv.h"
+#include "zrsv/thread_safety.h"
 
 namespace {
 
 /// All locks ever made. They live until the process ends, whatever becomes of the records that name them, and
 /// stay reachable here.
 struct LockStore {
-  std::mutex mutex;
-  std::deque<std::recursive_mutex> locks;  // guarded by mutex; elements never move
+  zrsv::Mutex mutex;
+  std::deque<std::recursive_mutex> locks ZR_GUARDED_BY(mutex);  // elements never move
 };
 
 LockStore& lock_store() {
@@ -21,7 +22,7 @@ LockStore& lock_store() {
 
 /// Holds the POA semaphore of the process.
 struct PoaSemaphore {
-  std::recursive_mutex mutex;
+  zrsv::RecursiveMutex mutex;
   std::atomic<uint32_t> line{0};  // where it was taken last, for a debugger
 };
 
@@ -40,7 +41,7 @@ unsigned char OM_thread_synch_sem_create(OM_sem* sem) {
   if (!sem) return 0;
   if (lock_of(sem)) return 1;
   LockStore& store = lock_store();
-  std::lock_guard guard(store.mutex);
+  const zrsv::MutexLock guard(store.mutex);
   if (lock_of(sem)) return 1;  // another thread made it meanwhile
   try {
     __atomic_store_n(&sem->state, static_cast<void*>(&store.locks.emplace_back()), __ATOMIC_RELEASE);
@@ -68,10 +69,12 @@ unsigned char OM_thread_synch_sem_release(OM_sem* sem) {
   return 1;
 }
 
-void ZR_poa_sem_reserve(uint32_t /*reserved*/, uint32_t line) {
+void ZR_poa_sem_reserve(uint32_t /*reserved*/, uint32_t line) ZR_NOT_CHECKED {
   PoaSemaphore& semaphore = poa_semaphore();
   semaphore.mutex.lock();
   semaphore.line.store(line, std::memory_order_relaxed);
 }
 
-void ZR_poa_sem_release(uint32_t /*reserved*/, uint32_t /*line*/) { poa_semaphore().mutex.unlock(); }
+void ZR_poa_sem_release(uint32_t /*reserved*/, uint32_t /*line*/) ZR_NOT_CHECKED {
+  poa_semaphore().mutex.unlock();
+}

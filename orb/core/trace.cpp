@@ -5,12 +5,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <string_view>
 
 #include "zrsv.h"
+#include "zrsv/thread_safety.h"
 
 unsigned char OM_sys_params[16] = {};
 
@@ -19,9 +18,9 @@ namespace {
 /// Where trace lines go. Lines hold the lock shared while the sink runs, so that once a sink was taken away
 /// no call of it is left.
 struct Sink {
-  std::shared_mutex mutex;
-  OM_trace_sink call = nullptr;  // guarded by mutex
-  void* closure = nullptr;       // guarded by mutex
+  zrsv::SharedMutex mutex;
+  OM_trace_sink call ZR_GUARDED_BY(mutex) = nullptr;
+  void* closure ZR_GUARDED_BY(mutex) = nullptr;
 };
 
 Sink& sink() {
@@ -77,7 +76,7 @@ void trace_line(const char* format, va_list arguments) {
   const std::string text = formatted(format, arguments);
   Sink& to = sink();
   {
-    std::shared_lock lock(to.mutex);
+    const zrsv::SharedLock lock(to.mutex);
     if (to.call) {
       to.call(text.c_str(), to.closure);
       errno = saved;
@@ -110,7 +109,7 @@ void OM_trace(const char* format, ...) {
 
 void OM_trace_set_sink(OM_trace_sink call, void* closure) {
   Sink& to = sink();
-  std::unique_lock lock(to.mutex);
+  const zrsv::SharedMutexLock lock(to.mutex);
   to.call = call;
   to.closure = closure;
 }

@@ -11,19 +11,19 @@ bool matches(const ServerRequest& request, const Connection* connection, const u
 }
 
 bool Waiting::add(ServerRequest* request, uint32_t limit) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (closed_ || count_ >= limit) return false;
   append(std::make_unique<ServerRequest>(std::move(*request)));
   return true;
 }
 
 void Waiting::add_released(Requests requests) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   while (auto request = requests.pop_front()) append(std::move(request));
 }
 
 void Waiting::add_loss(Connection& connection) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   line_of(connection).lost = true;
   join(line_of(connection), &connection);
 }
@@ -69,7 +69,7 @@ void Waiting::leave(Line& line) {
 
 Waiting::Turn Waiting::next() {
   Turn turn;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   while (!turn.request && !turn.lost) {
     Line* const line = pop();
     if (!line) break;
@@ -85,7 +85,7 @@ Waiting::Turn Waiting::next() {
 template <class Wanted>
 Requests Waiting::take_out(Wanted wanted) {
   Requests taken;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (uint32_t left = turns_.load(); left > 0; --left) {
     Line* const line = pop();
     taken.append(line->requests.take_if(wanted));
@@ -98,7 +98,7 @@ Requests Waiting::take_out(Wanted wanted) {
 Requests Waiting::withdraw(Connection* connection, const uint32_t* id) {
   const auto wanted = [&](const ServerRequest& request) { return matches(request, connection, id); };
   if (!connection) return take_out(wanted);
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   Requests taken = line_of(*connection).requests.take_if(wanted);
   count_ -= static_cast<uint32_t>(taken.size());
   return taken;
@@ -113,7 +113,7 @@ Requests Waiting::nested() {
 }
 
 void Waiting::close() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   closed_ = true;
 }
 

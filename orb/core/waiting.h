@@ -4,9 +4,9 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
-#include <mutex>
 
 #include "server_request.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -46,21 +46,21 @@ class Waiting {
  private:
   template <class Wanted>
   Requests take_out(Wanted wanted);
-  void append(std::unique_ptr<ServerRequest> request);
-  void join(Line& line, Connection* of);
-  void push(Line& line);
-  Line* pop();
-  void leave(Line& line);
+  void append(std::unique_ptr<ServerRequest> request) ZR_REQUIRES(mutex_);
+  void join(Line& line, Connection* of) ZR_REQUIRES(mutex_);
+  void push(Line& line) ZR_REQUIRES(mutex_);
+  Line* pop() ZR_REQUIRES(mutex_);
+  void leave(Line& line) ZR_REQUIRES(mutex_);
 
   Line& line_of(Connection& connection) { return connection.lines[number_]; }
 
   const std::size_t number_;
   std::atomic<uint32_t> turns_{0};  // lines that stand here
-  std::mutex mutex_;                // guards all below
-  bool closed_ = false;
-  uint32_t count_ = 0;  // requests
-  Line* first_ = nullptr;
-  Line* last_ = nullptr;
+  Mutex mutex_;
+  bool closed_ ZR_GUARDED_BY(mutex_) = false;
+  uint32_t count_ ZR_GUARDED_BY(mutex_) = 0;  // requests
+  Line* first_ ZR_GUARDED_BY(mutex_) = nullptr;
+  Line* last_ ZR_GUARDED_BY(mutex_) = nullptr;
 };
 
 /// Whether it is one of that connection (null: any) and id (null: any that the client would have to hear of).

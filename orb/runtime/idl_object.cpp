@@ -1,11 +1,10 @@
 #include <map>
 #include <memory>
-#include <mutex>
-#include <shared_mutex>
 #include <string>
 
 #include "corba/orb.h"
 #include "corba/policy.h"
+#include "zrsv/thread_safety.h"
 
 namespace {
 
@@ -20,7 +19,7 @@ struct IdlClass {
 /// The skeleton classes of this process by repository id. CORBA's own abstract interfaces have no class, but
 /// an object that was seen as one of them can be disposed of as such.
 struct Classes {
-  std::shared_mutex mutex;
+  zrsv::SharedMutex mutex;
   std::map<std::string, IdlClass, std::less<>> by_id{
       // guarded by mutex
       {"IDL:CORBA/Policy:1.0", {nullptr, [](void* p) { delete static_cast<CORBA::Policy*>(p); }, nullptr}},
@@ -35,7 +34,7 @@ Classes& classes() {
 
 IdlClass find_class(const char* repository_id) {
   Classes& all = classes();
-  std::shared_lock lock(all.mutex);
+  const zrsv::SharedLock lock(all.mutex);
   const auto found = all.by_id.find(std::string_view(repository_id ? repository_id : ""));
   return found == all.by_id.end() ? IdlClass{} : found->second;
 }
@@ -71,6 +70,6 @@ void OM_IDL_register_class(const char* repository_id, OM_IDL_make make, OM_IDL_d
                            OM_IDL_cast cast) {
   if (!repository_id || !make || !dispose || !cast) return;
   Classes& all = classes();
-  std::unique_lock lock(all.mutex);
+  const zrsv::SharedMutexLock lock(all.mutex);
   all.by_id.insert_or_assign(repository_id, IdlClass{make, dispose, cast});
 }

@@ -92,7 +92,7 @@ Policy* Object::_get_policy(PolicyType type, Environment& env) {
   if (Policy* const found = thread_overrides().find(type)) return found;
   const OrbPointer orb = orb_of(_ptr);
   if (!orb) return nullptr;
-  const std::lock_guard lock(orb->mutex);
+  const zrsv::MutexLock lock(orb->mutex);
   return orb->overrides.find(type);
 }
 

@@ -6,6 +6,7 @@
 #include "corba/any.h"
 #include "orb_state.h"
 #include "raise.h"
+#include "zrsv/thread_safety.h"
 
 namespace CORBA {
 
@@ -17,7 +18,7 @@ constexpr ULong null_object = OMGVMCID | 27;
 
 // ---- The options of the runtime -------------------------------------------------------------------------
 
-std::mutex core_mutex;  // one ORB is made or ended at a time
+zrsv::Mutex core_mutex;  // one ORB is made or ended at a time
 
 bool take_configured(OrbOptions& options, std::string_view value) {
   const std::size_t equals = value.find('=');
@@ -78,7 +79,7 @@ ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
   std::vector<char*> rest;
   if (!take_options(argc, argv, options, rest)) raise<BAD_PARAM>(env);
   if (orb_id && *orb_id) options.id = orb_id;
-  const std::lock_guard lock(core_mutex);
+  const zrsv::MutexLock lock(core_mutex);
   enter_core(argc, argv, rest, env);
   return new NamedOrb(orbs().enter(options), OM_this_ORB);
 }
@@ -105,7 +106,7 @@ void ORB::register_initial_reference(const char* name, Object* object, Environme
   if (!name || !*name) raise<InvalidName>(env);
   if (is_nil(object)) raise<BAD_PARAM>(env, null_object, COMPLETED_NO);
   const std::vector<std::string> own = own_services(orb);
-  const std::lock_guard lock(orb->mutex);
+  const zrsv::MutexLock lock(orb->mutex);
   const bool taken = orb->registered.contains(name) || std::ranges::find(own, name) != own.end();
   if (taken) raise<InvalidName>(env);
   orb->registered[name] = Object::_duplicate(object);
@@ -115,7 +116,7 @@ ORB::ObjectIdList* ORB::list_initial_services(Environment& env) {
   const OrbPointer orb = live(*this, env);
   std::vector<std::string> names = own_services(orb);
   {
-    const std::lock_guard lock(orb->mutex);
+    const zrsv::MutexLock lock(orb->mutex);
     for (const auto& [name, object] : orb->registered) names.push_back(name);
     for (const auto& [name, url] : orb->configured) names.push_back(name);
   }
@@ -196,7 +197,7 @@ void ORB::destroy(Environment& env) {
   CORBA_Environment record{};
   if (orbs().is_last_use_of_server(orb)) CORBA_ORB_shutdown(OM_this_ORB, 1, &record);
   check_record(record, env);  // a servant cannot wait for its own end
-  const std::lock_guard lock(core_mutex);
+  const zrsv::MutexLock lock(core_mutex);
   if (!orbs().leave(orb)) raise<BAD_INV_ORDER>(env);
   CORBA_ORB_destroy(OM_this_ORB, &record);
   check_record(record, env);

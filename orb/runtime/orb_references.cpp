@@ -20,12 +20,12 @@ class OrbManager : public PolicyManager {
 
   PolicyList* get_policy_overrides(const PolicyTypeSeq& types, Environment& env) override {
     env.clear();
-    const std::lock_guard lock(orb_->mutex);
+    const zrsv::MutexLock lock(orb_->mutex);
     return orb_->overrides.list(types);
   }
   void set_policy_overrides(const PolicyList& policies, SetOverrideType how, Environment& env) override {
     env.clear();
-    const std::lock_guard lock(orb_->mutex);
+    const zrsv::MutexLock lock(orb_->mutex);
     orb_->overrides.set(policies, how, env);
     orbs().set_limit(orb_, orb_->overrides.time_limit());
   }
@@ -118,7 +118,7 @@ std::vector<std::string> own_services(const OrbPointer& orb) {
 Object* resolve(const OrbPointer& orb, const std::string& name, Environment& env) {
   std::string configured, by_default;
   {
-    const std::lock_guard lock(orb->mutex);
+    const zrsv::MutexLock lock(orb->mutex);
     if (const auto found = orb->registered.find(name); found != orb->registered.end())
       return Object::_duplicate(found->second.in());
     if (const auto found = orb->configured.find(name); found != orb->configured.end())

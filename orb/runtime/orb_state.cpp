@@ -19,7 +19,7 @@ Orbs::Entry* Orbs::find(const OrbPointer& orb) {
 }
 
 OrbPointer Orbs::use(const std::string& id) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   auto found = std::ranges::find_if(all_, [&](const Entry& e) { return e.orb->id == id; });
   if (found == all_.end()) found = all_.insert(all_.end(), {std::make_shared<OrbState>(id)});
   ++found->uses;
@@ -29,25 +29,25 @@ OrbPointer Orbs::use(const std::string& id) {
 // Not with both locks: who holds an ORB's asks for this one.
 OrbPointer Orbs::enter(const OrbOptions& options) {
   OrbPointer orb = use(options.id);
-  const std::lock_guard lock(orb->mutex);
+  const zrsv::MutexLock lock(orb->mutex);
   for (const auto& [name, url] : options.configured) orb->configured[name] = url;
   if (!options.default_url.empty()) orb->default_url = options.default_url;
   return orb;
 }
 
 bool Orbs::lives(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   return find(orb) != nullptr;
 }
 
 bool Orbs::is_last_use_of_server(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   const Entry* const entry = find(orb);
   return entry && entry->uses == 1 && may_serve_locked(orb);
 }
 
 bool Orbs::leave(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   Entry* const entry = find(orb);
   if (!entry) return false;
   if (entry->uses > 1) return --entry->uses, true;
@@ -66,12 +66,12 @@ OrbPointer Orbs::standard_locked() {
 }
 
 OrbPointer Orbs::standard() {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   return standard_locked();
 }
 
 bool Orbs::own_server(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   if (owner_ && owner_ != orb) return false;
   if (!find(orb)) return false;
   owner_ = orb;
@@ -83,28 +83,26 @@ bool Orbs::own_server(const OrbPointer& orb) {
 bool Orbs::may_serve_locked(const OrbPointer& orb) { return owner_ ? owner_ == orb : all_.size() == 1; }
 
 bool Orbs::is_server(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   return owner_ == orb;
 }
 
 bool Orbs::may_serve(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   return may_serve_locked(orb);
 }
 
 bool Orbs::wait_to_serve(const OrbPointer& orb) {
-  std::unique_lock lock(mutex_);
-  bool serve = false;
-  changed_.wait(lock, [&] {
+  const zrsv::MutexLock lock(mutex_);
+  for (;; changed_.wait(mutex_)) {
     const Entry* const entry = find(orb);
-    serve = entry && may_serve_locked(orb);
-    return serve || !entry || entry->ended;
-  });
-  return serve;
+    if (entry && may_serve_locked(orb)) return true;
+    if (!entry || entry->ended) return false;
+  }
 }
 
 void Orbs::end_run(const OrbPointer& orb) {
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   if (Entry* const entry = find(orb)) entry->ended = true;
   changed_.notify_all();
 }
@@ -112,7 +110,7 @@ void Orbs::end_run(const OrbPointer& orb) {
 void Orbs::set_limit(const OrbPointer& orb, std::int64_t limit) {
   zrsv::use_call_scopes();
   orb->limit = limit;
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   refresh_default();
 }
 

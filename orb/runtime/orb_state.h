@@ -1,15 +1,14 @@
 // What the ORBs of the process know.
 #pragma once
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "corba/orb.h"
 #include "policy_overrides.h"
+#include "zrsv/thread_safety.h"
 
 namespace CORBA {
 
@@ -18,7 +17,7 @@ struct OrbState : zrsv::CallScope {
   explicit OrbState(std::string name) : id(std::move(name)) {}
 
   const std::string id;
-  std::mutex mutex;                                            // of the members below
+  zrsv::Mutex mutex;                                           // of the members below
   std::map<std::string, Object_var, std::less<>> registered;   // initial references
   std::map<std::string, std::string, std::less<>> configured;  // -ORBInitRef: name to URL
   std::string default_url;                                     // -ORBDefaultInitRef
@@ -81,15 +80,15 @@ class Orbs {
     bool ended = false;
   };
   OrbPointer use(const std::string& id);
-  Entry* find(const OrbPointer& orb);
-  bool may_serve_locked(const OrbPointer& orb);
-  OrbPointer standard_locked();
-  void refresh_default();
+  Entry* find(const OrbPointer& orb) ZR_REQUIRES(mutex_);
+  bool may_serve_locked(const OrbPointer& orb) ZR_REQUIRES(mutex_);
+  OrbPointer standard_locked() ZR_REQUIRES(mutex_);
+  void refresh_default() ZR_REQUIRES(mutex_);
 
-  std::mutex mutex_;  // guards all below
-  std::condition_variable changed_;
-  std::vector<Entry> all_;
-  OrbPointer owner_;
+  zrsv::Mutex mutex_;
+  zrsv::Condition changed_;
+  std::vector<Entry> all_ ZR_GUARDED_BY(mutex_);
+  OrbPointer owner_ ZR_GUARDED_BY(mutex_);
 };
 
 Orbs& orbs();

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <set>
 
 #include "corba/any.h"
 #include "corba/messaging.h"
 #include "corba/orb.h"
 #include "raise.h"
+#include "zrsv/thread_safety.h"
 
 namespace CORBA {
 namespace {
@@ -49,8 +49,8 @@ class ThreadManager : public PolicyCurrent {
 
 /// Who makes policies of which type.
 struct Factories {
-  std::mutex mutex;
-  std::map<PolicyType, PolicyMaker> by_type;  // guarded by mutex
+  zrsv::Mutex mutex;
+  std::map<PolicyType, PolicyMaker> by_type ZR_GUARDED_BY(mutex);
 };
 
 Factories& factories() {
@@ -111,7 +111,7 @@ PolicyCurrent* policy_current() {
 
 void register_policy_maker(PolicyType type, PolicyMaker maker) {
   Factories& all = factories();
-  std::lock_guard lock(all.mutex);
+  const zrsv::MutexLock lock(all.mutex);
   all.by_type[type] = maker;
 }
 
@@ -119,7 +119,7 @@ Policy* create_policy(PolicyType type, const Any& value, Environment& env) {
   PolicyMaker maker = nullptr;
   {
     Factories& all = factories();
-    std::lock_guard lock(all.mutex);
+    const zrsv::MutexLock lock(all.mutex);
     if (const auto found = all.by_type.find(type); found != all.by_type.end()) maker = found->second;
   }
   if (!maker) raise<PolicyError>(env, BAD_POLICY_TYPE);

@@ -1,15 +1,16 @@
 #include "corba/typecode_place.h"
 
-#include <mutex>
 #include <vector>
+
+#include "zrsv/thread_safety.h"
 
 namespace CORBA::idl {
 
 TypeCode* const* build_typecode(TypeCodePlace& place, void (*build)(TypeCodePlace& place)) {
-  static std::recursive_mutex& building = *new std::recursive_mutex;  // asked for until the process ends
-  static auto& waiting = *new std::vector<TypeCodePlace*>;            // guarded by building
-  static unsigned depth = 0;                                          // guarded by building
-  std::lock_guard lock(building);
+  static auto& building = *new zrsv::RecursiveMutex;  // asked for until the process ends
+  static auto& waiting = *new std::vector<TypeCodePlace*>;
+  static unsigned depth = 0;
+  const zrsv::RecursiveMutexLock lock(building);
   if (place.begun) return &place.type;
   waiting.push_back(&place);
   place.begun = true;

@@ -1,18 +1,29 @@
 #include "failing.h"
 
 #include <malloc.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <new>
 #include <utility>
 
 namespace {
 
-std::atomic<long> until{0};  // allocations that still succeed; below 0 they fail
+using failing::What;
+
+std::atomic<long> until{0};  // calls that still succeed; below 0 they fail
 std::atomic<long> last{0};
+std::atomic<What> kind{What::allocation};
 std::atomic<bool> armed{false}, failed{false};
+std::atomic<long> hours{0};  // that the clock has leapt
 thread_local bool counted = true;
+[[maybe_unused]] const bool main_counts = counted = false;  // the thread that runs the tests
 std::atomic<long> allocated{0};
 
 long size_of(void* block) { return static_cast<long>(::malloc_usable_size(block)); }
@@ -21,18 +32,36 @@ void* taken(void* block) {
   return block;
 }
 
-bool fails() {
-  if (!armed.load(std::memory_order_relaxed) || !counted) return false;
+bool fails(What what = What::allocation) {
+  if (!armed.load(std::memory_order_relaxed) || kind.load(std::memory_order_relaxed) != what || !counted)
+    return false;
   const long left = until.fetch_sub(1);
   if (left > 0 || left < last.load()) return false;
   return failed = true;
+}
+
+/// -1 where the call fails now, with that error or as one that a signal ended.
+int broken(int error) {
+  const bool lost = fails(What::socket);
+  if (!lost && !fails(What::interrupted)) return 0;
+  errno = lost ? error : EINTR;
+  return -1;
+}
+
+/// For those who count: tests measure themselves by the true time.
+timespec leapt(timespec now) {
+  if (!counted) return now;
+  if (fails(What::clock)) ++hours;
+  now.tv_sec += hours * 3600;
+  return now;
 }
 
 }  // namespace
 
 namespace failing {
 
-void begin(long n, long more) {
+void begin(What what, long n, long more) {
+  kind = what;
   until = n - 1;
   last = -more;
   failed = false;
@@ -70,6 +99,63 @@ void* __wrap_realloc(void* block, std::size_t size) {
 void __wrap_free(void* block) {
   allocated.fetch_sub(size_of(block), std::memory_order_relaxed);
   __real_free(block);
+}
+}
+
+// ---- Octets that are moved, and waited for ----
+
+extern "C" {
+ssize_t __real_recv(int fd, void* at, std::size_t octets, int flags);
+ssize_t __real_send(int fd, const void* at, std::size_t octets, int flags);
+ssize_t __real_sendmsg(int fd, const msghdr* message, int flags);
+int __real_accept4(int fd, sockaddr* from, socklen_t* length, int flags);
+int __real_connect(int fd, const sockaddr* to, socklen_t length);
+int __real_epoll_ctl(int set, int operation, int fd, epoll_event* event);
+int __real_epoll_wait(int set, epoll_event* events, int most, int milliseconds);
+int __real_poll(pollfd* all, nfds_t count, int milliseconds);
+int __real_clock_gettime(clockid_t clock, timespec* now);
+
+ssize_t __wrap_recv(int fd, void* at, std::size_t octets, int flags) {
+  if (broken(ECONNRESET)) return -1;
+  return __real_recv(fd, at, octets, flags);  // takes all that is there, so it is never short of that
+}
+ssize_t __wrap_send(int fd, const void* at, std::size_t octets, int flags) {
+  if (broken(EPIPE)) return -1;
+  return __real_send(fd, at, octets > 1 && fails(What::shortened) ? 1 : octets, flags);
+}
+ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
+  if (broken(EPIPE)) return -1;
+  if (!fails(What::shortened)) return __real_sendmsg(fd, message, flags);
+  return __real_send(fd, message->msg_iov->iov_base, 1, flags);
+}
+int __wrap_accept4(int fd, sockaddr* from, socklen_t* length, int flags) {
+  return broken(ECONNABORTED) ? -1 : __real_accept4(fd, from, length, flags);
+}
+int __wrap_connect(int fd, const sockaddr* to, socklen_t length) {
+  return fails(What::socket) ? (errno = ECONNREFUSED, -1) : __real_connect(fd, to, length);
+}
+int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {
+  return fails(What::socket) ? (errno = ENOMEM, -1) : __real_epoll_ctl(set, operation, fd, event);
+}
+int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
+  return broken(EINTR) ? -1 : __real_epoll_wait(set, events, most, milliseconds);
+}
+int __wrap_poll(pollfd* all, nfds_t count, int milliseconds) {
+  return broken(EINTR) ? -1 : __real_poll(all, count, milliseconds);
+}
+
+// ---- The clock ----
+
+int __wrap_clock_gettime(clockid_t clock, timespec* now) {
+  const int result = __real_clock_gettime(clock, now);
+  if (clock != CLOCK_REALTIME) *now = leapt(*now);
+  return result;
+}
+std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
+  timespec now{};
+  __wrap_clock_gettime(CLOCK_MONOTONIC, &now);
+  return std::chrono::steady_clock::time_point(std::chrono::seconds(now.tv_sec) +
+                                               std::chrono::nanoseconds(now.tv_nsec));
 }
 }
 

@@ -1,19 +1,27 @@
-// Memory that runs out at a chosen moment. The program is linked so that each allocation of the library, by new or
-// by malloc, comes by here.
+// Calls to the system that fail at a chosen moment. The program is linked so that each allocation of the library, each
+// call of it that moves octets or waits for them, and each look at the clock comes by here.
 #pragma once
 
 namespace failing {
 
-/// From now on the n-th allocation of threads that count fails, and `more` after it.
-void begin(long n, long more);
+enum class What {
+  allocation,   // there is no memory
+  socket,       // the connection is lost, or the system lacks what it needs
+  interrupted,  // a signal came: nothing was done
+  shortened,    // one octet is sent, however many were wanted
+  clock         // an hour has passed
+};
+
+/// From now on the n-th of threads that count fails, and `more` after it.
+void begin(What what, long n, long more = 0);
 /// None fails any more. Whether one did.
 bool end();
 
 /// Octets that are allocated.
 long live();
 
-/// Allocations of this thread do (not) count, while it lives. Those of threads of the library count, those of the
-/// thread that runs the tests do not.
+/// What this thread does counts (not), while it lives. Threads of the library count, the one that runs the tests does
+/// not.
 class Counted {
  public:
   explicit Counted(bool counted = true);

@@ -149,6 +149,11 @@ bool begin_message(ClientRequest* request) {
   cdr->narrow = request->code_sets.narrow;
   cdr->wide = request->code_sets.wide;
   cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
+  if (request->bare) {
+    request->head.whole = false;
+    request->head.end = request->head.body = 0;
+    return true;
+  }
   if (!as_before) return begin_head(request, cdr);
   giop::set_request_id(cdr->out_base, request->call.minor, request->code_sets.said, request->call.id);
   cdr->out_next += request->head.body;
@@ -157,6 +162,7 @@ bool begin_message(ClientRequest* request) {
 
 void end_message(ClientRequest* request) {
   CDR* cdr = &request->cdr;
+  if (request->bare) return;
   // No body, no padding in front of it.
   if (encoded(*cdr) == request->head.body) cdr->out_next = cdr->out_base + request->head.end;
   giop::end_message(cdr);
@@ -173,10 +179,8 @@ bool align_as_before(ClientRequest* request, CDR* cdr, std::size_t old_start) {
   return true;
 }
 
-/// The same call under another object key.
-bool address_anew(ClientRequest* request, std::string_view key) {
-  const bool same_octets = request->key.data() == key.data() && request->key.size() == key.size();
-  if (same_octets || request->key == key) return true;
+/// Puts a header with that key in front of the body, in the place of the one that is there.
+bool put_head(ClientRequest* request, std::string_view key) {
   const std::size_t old_start = request->head.body;
   CDR old = request->cdr;
   CDR fresh{};
@@ -191,26 +195,25 @@ bool address_anew(ClientRequest* request, std::string_view key) {
   std::swap(fresh.out_next, request->cdr.out_next);
   std::swap(fresh.out_limit, request->cdr.out_limit);
   OM_cdr_close(&fresh);
+  request->bare = false;
   if (ok) end_message(request);
   return ok;
+}
+
+/// The same call under another object key.
+bool address_anew(ClientRequest* request, std::string_view key) {
+  const bool same_octets = request->key.data() == key.data() && request->key.size() == key.size();
+  return same_octets || request->key == key || put_head(request, key);
 }
 
 // ---- The way to the object ------------------------------------------------------------------------------
 
 /// Runs the call in this process. A time limit that passes is told by recv: the call may be running.
-Fault run_here(ClientRequest* request) {
-  Reply* reply = &request->call.reply;
-  reply->message.clear();
-  Fault why{call_in_process(Buffer::take(&request->cdr), request->response_expected, request->deadline,
-                            &reply->message),
-            fault::not_serving.minor};
-  request->call.fault = is(why, "TIMEOUT") ? fault::time_limit : fault::none;
-  if (request->call.fault) return request->response_expected ? fault::none : fault::time_limit;
-  if (why || !request->response_expected) return why;
-  giop::Header header;
-  const bool whole = reply->message.size() >= giop::header_size &&
-                     !giop::read_header(reply->message.data(), UINT32_MAX, &header) && !reply->open(header);
-  return whole ? fault::none : fault::bad_reply;
+Fault run_here(ClientRequest* request, Reference& target) {
+  const Fault why = call_in_process(*request, target);
+  const bool late = is(why, "TIMEOUT");
+  request->call.fault = late ? why : fault::none;
+  return late && request->response_expected ? fault::none : why;
 }
 
 Fault send_over(ClientRequest* request, ClientPool::Connection connection, bool* dead) {
@@ -261,10 +264,10 @@ Fault send_to_any(ClientRequest* request, const Reference& target) {
   return why;
 }
 
-Fault send_to(ClientRequest* request, const Reference& target) {
+Fault send_to(ClientRequest* request, Reference& target) {
   if (!target.is_local()) return send_to_any(request, target);
   if (!address_anew(request, target.key())) return fault::no_memory;
-  if (options().in_process) return run_here(request);
+  if (options().in_process) return run_here(request, target);
   const std::vector<Endpoint>& own = published_endpoints();
   if (own.empty()) return fault::not_serving;
   return send_to_address(request, {own.front().host, own.front().port}, request->deadline);
@@ -281,7 +284,7 @@ Fault dispatch(ClientRequest* request) {
   const Fault why = send_to(request, request->target());
   if (!request->forward || !is(why, "TRANSIENT")) return why;
   drop_forward(request);
-  if (!request->cdr.out_base) return why;  // the message went to an object of this process, and is used up
+  if (request->bare || !request->cdr.out_base) return why;  // it went to an object of this process
   const CodeSets sets = code_sets_for(*request, *request->object);
   if (sets.narrow != request->code_sets.narrow || sets.wide != request->code_sets.wide) return why;
   if (sets.said && !request->code_sets.said) {  // it takes another header
@@ -337,6 +340,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->response_expected = response_expected;
   request->sent_again = false;
   request->nested = Upcall::request() != nullptr;
+  request->deadline = Deadline::max();
   request->phase = Phase::Created;
   request->call.state = ClientCall::State::Idle;
   request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);
@@ -348,27 +352,22 @@ bool create(Reference* object, const char* operation, bool response_expected,
     if (!target.can_be_called()) return fail(no_way);
     request->key = key_for(target, 0);
     request->code_sets = code_sets_for(*request, target);
+    request->bare = target.is_local() && options().in_process;
     if (!begin_message(request.get())) return fail(fault::no_memory);
   }
   *made = std::move(request);
   return true;
 }
 
-[[gnu::cold]] bool fail_too_long(const ClientRequest& request) {
-  OM_log("request %s not sent: %zu octets, over -ORBMaxMessage %u", request.operation.c_str(),
-         encoded(request.cdr) - giop::header_size, options().max_message);
-  return fail(too_long);
+/// Octets of the message behind GIOP's header.
+std::size_t body_size(const ClientRequest& request) {
+  return encoded(request.cdr) - (request.bare ? 0 : giop::header_size);
 }
 
-/// The time limit runs from the moment that the request is ready to go.
-void start_clock(ClientRequest* request) {
-  std::chrono::nanoseconds limit = std::chrono::milliseconds(options().timeout_ms);
-  if (call_scopes_used.load(std::memory_order_relaxed)) [[unlikely]] {
-    if (const int64_t said = said_limit(*request->object); said != limit_unsaid)
-      limit = std::chrono::nanoseconds(said);
-  }
-  request->call.now = Clock::now();
-  request->deadline = limit.count() ? request->call.now + limit : Deadline::max();
+[[gnu::cold]] bool fail_too_long(const ClientRequest& request) {
+  OM_log("request %s not sent: %zu octets, over -ORBMaxMessage %u", request.operation.c_str(),
+         body_size(request), options().max_message);
+  return fail(too_long);
 }
 
 bool send(ClientRequest* request) {
@@ -376,8 +375,8 @@ bool send(ClientRequest* request) {
   if (!is_usable()) return fail_unusable();
   request->phase = Phase::Over;
   end_message(request);
-  if (encoded(request->cdr) - giop::header_size > options().max_message) return fail_too_long(*request);
-  start_clock(request);
+  if (body_size(*request) > options().max_message) return fail_too_long(*request);
+  if (!request->bare) start_clock(*request);
   if (const Fault why = or_time_limit(*request, dispatch(request))) return fail(why);
   if (request->response_expected) {
     request->phase = Phase::Sent;
@@ -419,6 +418,22 @@ unsigned char step(Step&& body) {
 }
 
 }  // namespace
+
+void start_clock(ClientRequest& request) {
+  std::chrono::nanoseconds limit = std::chrono::milliseconds(options().timeout_ms);
+  if (call_scopes_used.load(std::memory_order_relaxed)) [[unlikely]] {
+    if (const int64_t said = said_limit(*request.object); said != limit_unsaid)
+      limit = std::chrono::nanoseconds(said);
+  }
+  request.call.now = Clock::now();
+  request.deadline = limit.count() ? request.call.now + limit : Deadline::max();
+}
+
+Buffer take_message(ClientRequest& request) {
+  if (request.bare && !put_head(&request, request.key)) return {};
+  return Buffer::take(&request.cdr);
+}
+
 }  // namespace zrsv
 
 using namespace zrsv;

@@ -33,8 +33,9 @@ struct ClientRequest : RequestBase {
   bool response_expected = true;
   bool sent_again = false;
   bool nested = false;  // made by a servant while it serves a request
+  bool bare = false;    // for an object of this process: `cdr` has the body alone, without a header
   Phase phase = Phase::Created;
-  Deadline deadline = Deadline::max();
+  Deadline deadline = Deadline::max();  // max: none, or not begun
 
   std::string_view key;  // in the request's header
   CodeSets code_sets;    // what its texts are in
@@ -57,5 +58,10 @@ struct ClientRequest : RequestBase {
 
   Reference& target() const { return forward ? *forward : *object; }
 };
+
+/// The time limit runs from the moment that the request is ready to go; that of a bare one when it has to wait.
+void start_clock(ClientRequest& request);
+/// The whole message, out of the request's stream; of a bare one it is made now. Empty without memory.
+Buffer take_message(ClientRequest& request);
 
 }  // namespace zrsv

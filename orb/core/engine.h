@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "client_request.h"
 #include "connection.h"
 #include "leftovers.h"
 #include "memory.h"
@@ -58,7 +59,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   bool lend();
   void take_back(bool lent) { slots_.take_back(lent); }
   /// call_in_process (in_process.h).
-  const char* call_local(Buffer message, Clock::time_point deadline, Buffer* reply);
+  Fault call_local(ServerRequest& request, ClientRequest& call);
 
  private:
   /// What one thread keeps from request to request.
@@ -93,8 +94,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   Next admit(Worker& worker, ServerRequest& request);
   void run(Worker& worker, ServerRequest& request);
   [[gnu::cold]] void park(Worker& worker, ServerRequest& request);
-  const char* park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline,
-                             Buffer* reply);
+  [[gnu::cold]] static bool make_lasting(ServerRequest& request, ClientRequest& call);
+  Fault park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline, Buffer* reply);
   bool answer_locate(Worker& worker, const Ref<Connection>& connection);
   bool cancel(Worker& worker, const Ref<Connection>& connection);
 
@@ -118,7 +119,7 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void deliver(Requests requests);
   void run_waiting(Worker& worker);
   Requests withdraw(Connection* connection, const uint32_t* id);
-  const char* await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
+  Fault await(LocalCall& call, Clock::time_point deadline, Buffer* reply);
 
   // Answers of threads that must not wait for the peer.
   template <class Answer>

@@ -1,5 +1,6 @@
 #include "in_process.h"
 
+#include "call_chain.h"
 #include "engine.h"
 #include "gates.h"
 #include "orb.h"
@@ -7,75 +8,122 @@
 
 namespace zrsv {
 
-const char* call_in_process(Buffer request, bool /*response_expected*/,
-                            std::chrono::steady_clock::time_point deadline, Buffer* reply) {
-  const std::shared_ptr<Engine> engine = orb().engine();
-  return engine ? engine->call_local(std::move(request), deadline, reply) : "TRANSIENT";
+namespace {
+
+/// The request as it stands in the caller's memory.
+void lay_bare(ServerRequest& request, const ClientRequest& call, std::string_view chain) {
+  request.bare = true;
+  request.minor = call.call.minor;
+  request.head.id = call.call.id;
+  request.head.response_expected = call.response_expected;
+  request.head.key = call.key;
+  request.head.operation = call.operation.c_str();
+  request.head.chain = chain;
+  request.head.code_sets = call.code_sets;
+  CDR& cdr = request.cdr;
+  OM_cdr_open_decode(&cdr, call.cdr.out_base, static_cast<uint32_t>(call.cdr.out_next - call.cdr.out_base),
+                     0);
+  cdr.minor_version = call.call.minor;
+  cdr.narrow = call.code_sets.narrow;
+  cdr.wide = call.code_sets.wide;
 }
 
-const char* Engine::call_local(Buffer message, Clock::time_point deadline, Buffer* reply) {
-  giop::Header header;
-  ServerRequest request;
-  std::swap(request.message, message);
-  if (request.message.size() < giop::header_size ||
-      giop::read_header(request.message.data(), UINT32_MAX, &header) ||
-      request.message.size() != giop::header_size + std::size_t{header.size} || !request.read_head(header))
-    return "OBJECT_NOT_EXIST";
-  CodeSets own;
-  request.use_code_sets(&own);
-  const Ref<Reference> target = Reference::from_key(request.head.key);
-  if (!target) return "OBJECT_NOT_EXIST";
-  request.target.borrow(target.get());
+Fault open_bare_reply(const ServerRequest& request, Reply* reply) {
+  if (request.reply_status == no_status) return fault::bad_reply;
+  reply->head = {request.head.id, request.reply_status};
+  OM_cdr_open_decode(&reply->body, reply->message.data(), static_cast<uint32_t>(reply->message.size()), 0);
+  reply->body.minor_version = request.minor;
+  return fault::none;
+}
 
+Fault open_reply(Reply* reply) {
+  giop::Header header;
+  const bool whole = reply->message.size() >= giop::header_size &&
+                     !giop::read_header(reply->message.data(), UINT32_MAX, &header) && !reply->open(header);
+  return whole ? fault::none : fault::bad_reply;
+}
+
+}  // namespace
+
+Fault call_in_process(ClientRequest& call, Reference& target) {
+  const std::shared_ptr<Engine> engine = orb().engine();
+  if (!engine) return fault::not_serving;
+  const std::string chain = call.nested ? chain_of_call() : std::string();
+  ServerRequest request;
+  request.target.borrow(&target);
+  if (call.bare) {
+    lay_bare(request, call, chain);
+  } else if (!request.own(take_message(call))) {
+    return fault::no_memory;
+  }
+  call.call.reply.message.clear();
+  if (const Fault why = engine->call_local(request, call)) return why;
+  if (!call.response_expected) return fault::none;
+  return request.bare ? open_bare_reply(request, &call.call.reply) : open_reply(&call.call.reply);
+}
+
+Fault Engine::call_local(ServerRequest& request, ClientRequest& call) {
+  Buffer* const reply = &call.call.reply.message;
   const bool may_be_held = !request.target->is_internal() && !queue_group().is_open();
   const bool needs_slot = !Upcall::running() && !hosted_.load(std::memory_order_relaxed);
   Slot slot;
   if (needs_slot && !may_be_held) slot = slot_to_run_now(request);
   if (may_be_held || (needs_slot && !slot)) {
     const bool waits = request.head.response_expected;
-    const auto call = request.waiter = std::make_shared<LocalCall>(waits && !needs_slot);
+    if (!make_lasting(request, call)) return fault::no_memory;
+    const auto waiter = request.waiter = std::make_shared<LocalCall>(waits && !needs_slot);
     const auto admission =
         may_be_held ? queue_group().hold(&request, queue_limit(request)) : QueueGroup::Admission::Pass;
-    if (admission == QueueGroup::Admission::Full) return "TRANSIENT";
-    if (admission == QueueGroup::Admission::Pass && needs_slot && !enqueue(&request)) return "TRANSIENT";
+    if (admission == QueueGroup::Admission::Full) return fault::not_serving;
+    if (admission == QueueGroup::Admission::Pass && needs_slot && !enqueue(&request))
+      return fault::not_serving;
     if (admission == QueueGroup::Admission::Held || needs_slot)
-      return waits ? await(*call, deadline, reply) : nullptr;
+      return waits ? await(*waiter, call.deadline, reply) : fault::none;
     request.waiter = nullptr;
   }
   execute(request, slot ? this : Upcall::slot_of(), pool_.options().max_message, reply);
   if (!request.waits.wanted) *reply = Buffer::take(&request.cdr);
   slot.give_back();
   if (needs_slot && waiting_.any()) wake();  // a thread of the engine takes over what waits for the slot
-  return request.waits.wanted ? park_and_await(request, !needs_slot, deadline, reply) : nullptr;
+  if (!request.waits.wanted) return fault::none;
+  return make_lasting(request, call) ? park_and_await(request, !needs_slot, call.deadline, reply)
+                                     : fault::no_memory;
 }
 
-const char* Engine::park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline,
-                                   Buffer* reply) {
+// What waits may outlive the caller's memory, and its time limit begins to count.
+bool Engine::make_lasting(ServerRequest& request, ClientRequest& call) {
+  if (!request.bare) return true;
+  start_clock(call);
+  return request.own(take_message(call));
+}
+
+Fault Engine::park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline,
+                             Buffer* reply) {
   const bool waits = request.head.response_expected;
   const auto call = request.waiter = std::make_shared<LocalCall>(waits && in_upcall);
-  if (!keep_at_gate(&request, pool_.options().queue)) return "TRANSIENT";
-  return waits ? await(*call, deadline, reply) : nullptr;
+  if (!keep_at_gate(&request, pool_.options().queue)) return fault::not_serving;
+  return waits ? await(*call, deadline, reply) : fault::none;
 }
 
-const char* Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
+Fault Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) {
   std::unique_ptr<ServerRequest> request;
   {
     const MutexLock lock(call.mutex);
     while (!call.done && !call.released) {
       if (call.over.wait_until(call.mutex, deadline) || call.done || call.released) continue;
       call.given_up = true;
-      return "TIMEOUT";
+      return fault::time_limit;
     }
     request = std::move(call.released);
     if (!request) {
       *reply = std::move(call.reply);
-      return call.error;
+      return call.error ? Fault{call.error, fault::not_serving.minor} : fault::none;
     }
   }
   execute(*request, Upcall::slot_of(), pool_.options().max_message, reply);
   if (request->waits.wanted) return park_and_await(*request, call.caller_in_upcall, deadline, reply);
   *reply = Buffer::take(&request->cdr);
-  return nullptr;
+  return fault::none;
 }
 
 }  // namespace zrsv

@@ -1,18 +1,14 @@
-// Calls to objects of this very process: the same messages, without a socket.
+// Calls to objects of this very process, without a socket.
 #pragma once
 
-#include <chrono>
-
-#include "buffer.h"
+#include "client_request.h"
 
 namespace zrsv {
 
-/// Runs a whole request message through the server's road: on the calling thread, unless the queue group
-/// holds it or no thread may run (then it waits its turn). Blocks until the reply is there; `deadline` of
-/// max() means no limit. `reply` gets the whole reply message (unfragmented); without response_expected it
-/// returns when the request was run or queued. Null on success, else "TIMEOUT", "TRANSIENT" or
-/// "OBJECT_NOT_EXIST".
-const char* call_in_process(Buffer request, bool response_expected,
-                            std::chrono::steady_clock::time_point deadline, Buffer* reply);
+/// Runs the call on an object of this process by the server's road: on the calling thread, unless the queue group
+/// holds it or no thread may run (then it waits its turn, as a message). Blocks until the reply is there in
+/// `call.call.reply`; without response_expected it returns when the request was run or queued. fault::none on success;
+/// TIMEOUT when the call may be running still.
+Fault call_in_process(ClientRequest& call, Reference& target);
 
 }  // namespace zrsv

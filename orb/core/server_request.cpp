@@ -23,6 +23,12 @@ ServerRequest& as_request(void* handle) {
 void* as_handle(ServerRequest& request) { return static_cast<RequestBase*>(&request); }
 
 bool begin_reply(ServerRequest& request, uint32_t status) {
+  if (request.bare) {
+    request.cdr.out_next = request.cdr.out_base;
+    request.cdr.direction = CDR_ENCODE;
+    request.reply_status = status;
+    return request.replied = true;
+  }
   request.replied = false;
   if (!giop::begin_reply(&request.cdr, request.minor, request.head.id, status)) return false;
   request.cdr.direction = CDR_ENCODE;
@@ -119,12 +125,14 @@ void complete_reply(ServerRequest& request, uint32_t max_message) {
     OM_log("operation %s: no reply was written", request.head.operation);
     answer_exception(request, "INTERNAL", CORBA_COMPLETED_MAYBE);
   }
-  if (static_cast<std::size_t>(cdr.out_next - cdr.out_base) > giop::header_size + std::size_t{max_message}) {
+  const std::size_t head = request.bare ? 0 : giop::header_size;
+  const auto size = static_cast<std::size_t>(cdr.out_next - cdr.out_base);
+  if (size > head + max_message) {
     OM_log("operation %s: the reply has %zu octets, over -ORBMaxMessage %u", request.head.operation,
-           static_cast<std::size_t>(cdr.out_next - cdr.out_base) - giop::header_size, max_message);
+           size - head, max_message);
     answer_exception(request, "IMP_LIMIT", CORBA_COMPLETED_YES, minor_over_max_message);
   }
-  if (cdr.out_next != cdr.out_base) giop::end_message(&cdr);
+  if (!request.bare && cdr.out_next != cdr.out_base) giop::end_message(&cdr);
 }
 
 }  // namespace
@@ -157,6 +165,18 @@ bool ServerRequest::read_head(const giop::Header& header) {
                                             : giop::read_locate_request(&cdr, minor, &head);
 }
 
+bool ServerRequest::own(Buffer whole) {
+  message = std::move(whole);
+  bare = false;
+  giop::Header header;
+  if (message.size() < giop::header_size || giop::read_header(message.data(), UINT32_MAX, &header) ||
+      message.size() != giop::header_size + std::size_t{header.size} || !read_head(header))
+    return false;
+  CodeSets said;
+  use_code_sets(&said);
+  return true;
+}
+
 void execute(ServerRequest& request, Engine* slot_of, uint32_t max_message, Buffer* reply) noexcept {
   reply->lend(&request.cdr);
   request.info.request = as_handle(request);
@@ -176,7 +196,10 @@ void answer_exception(ServerRequest& request, const char* name, uint32_t complet
   CORBA_Environment env{};
   raise_standard(&env, name, minor, completed);
   // Without memory for this little there is nothing to tell the client with.
-  if (!reply_exception(request, env)) request.cdr.out_next = request.cdr.out_base;
+  if (!reply_exception(request, env)) {
+    request.cdr.out_next = request.cdr.out_base;
+    request.reply_status = no_status;
+  }
   request.replied = true;
 }
 

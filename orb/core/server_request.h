@@ -56,6 +56,9 @@ struct AtGate {
   [[gnu::cold]] void give_up();
 };
 
+/// The status of a bare reply that there was no memory for.
+inline constexpr uint32_t no_status = UINT32_MAX;
+
 /// Lives on the stack of the thread that read it; one that must wait is moved to the heap. The views in
 /// `head` and the stream point into the memory of `message`, which moves along.
 struct ServerRequest : RequestBase {
@@ -68,6 +71,8 @@ struct ServerRequest : RequestBase {
   std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
   AtGate waits;
   bool replied = false;                         // a reply was begun
+  bool bare = false;                            // no messages: the body alone, both ways
+  uint32_t reply_status = 0;                    // of a bare one that has replied
   ServerRequest* next = nullptr;                // in its Requests
   std::chrono::steady_clock::time_point since;  // of its wait for a slot
   ZR_RequestInfo info{};
@@ -78,6 +83,8 @@ struct ServerRequest : RequestBase {
 
   /// Reads the head of `message`. False when the body is not what the header says.
   bool read_head(const giop::Header& header);
+  /// Makes this the request of a whole message, which it owns from now on. False when that is none.
+  bool own(Buffer whole);
   /// Its texts are in what it says, which then holds for its connection, or in what was said there before.
   void use_code_sets(CodeSets* of_connection) {
     if (head.code_sets.said) *of_connection = head.code_sets;
@@ -94,8 +101,8 @@ struct ServerRequest : RequestBase {
 
 /// Runs the request in the object adapter, or where its target belongs, on this thread, as an upcall (upcall.h) with a
 /// slot of that engine, or none. Afterwards its stream
-/// holds the whole reply message, empty when the client expects none, when there was no memory for it, or when it has to
-/// wait (`waits.wanted`). `reply` lends the memory for it; a body
+/// holds the whole reply message, of a bare one its body, empty when the client expects none, when there was no memory
+/// for it, or when it has to wait (`waits.wanted`). `reply` lends the memory for it; a body
 /// over `max_message` octets becomes IMP_LIMIT.
 void execute(ServerRequest& request, Engine* slot_of, uint32_t max_message, Buffer* reply) noexcept;
 /// Makes a system exception, by its short name, the reply.

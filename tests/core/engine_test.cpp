@@ -287,39 +287,34 @@ TEST_F(Engine, ALossIsToldAtOnceAndWhenARequestEndsLater) {
   }
 }
 
+/// A call of this thread on the object with that key.
 std::string local(const std::string& to, std::chrono::milliseconds limit = bound) {
-  const std::string octets = request(1, "echo", 5, to);
-  zrsv::Buffer message, reply;
-  EXPECT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
-  const char* failure =
-      zrsv::call_in_process(std::move(message), true, std::chrono::steady_clock::now() + limit, &reply);
-  EXPECT_TRUE(failure || reply.size() == 28);
-  return failure ? failure : "done";
+  zrsv::use_call_scopes();
+  zrsv::set_thread_limit(std::chrono::nanoseconds(limit).count());
+  return own_call(to, "echo", 5);
 }
 
 TEST_F(Engine, CallsWhileAThreadEnds) {
   struct Late {
     std::string to;
-    ~Late() { EXPECT_EQ(local(to), "done"); }
+    ~Late() { EXPECT_EQ(local(to), "5"); }
   };
   start();
   std::thread([to = key()] {
     thread_local Late late;  // goes after what the call below makes for the thread
     late.to = to;
-    EXPECT_EQ(local(to), "done");
+    EXPECT_EQ(local(to), "5");
   }).join();
 }
 
 TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
   const std::chrono::milliseconds soon(1);
-  EXPECT_EQ(local(key()), "TRANSIENT");  // nothing is served yet
   start({"-ORBThreads", "1"});
-  EXPECT_EQ(local(key()), "done");
-  EXPECT_EQ(local("x"), "OBJECT_NOT_EXIST");
+  EXPECT_EQ(local(key()), "5");
 
   control(ZR_QUEUE_HOLD);
   EXPECT_EQ(local(key(), soon), "TIMEOUT");
-  std::thread caller([&] { EXPECT_EQ(local(key()), "done"); });
+  std::thread caller([&] { EXPECT_EQ(local(key()), "5"); });
   control(ZR_QUEUE_RELEASE);
   caller.join();
 
@@ -327,7 +322,7 @@ TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
   ASSERT_TRUE(client.send(call(2, "block")) && barrier_.wait_for(1));  // the slot is taken: it waits its turn
   EXPECT_EQ(local(key(), soon), "TIMEOUT");
   barrier_.open(1);
-  EXPECT_EQ(local(key()), "done");
+  EXPECT_EQ(local(key()), "5");
 }
 
 TEST_F(Engine, ShutsDownFromAServantAndStartsAgain) {

@@ -9,42 +9,26 @@ namespace {
 
 using namespace engine_test;
 
-/// What a call of the library's own client gives: the number, or -1 with the name of the failure on the board.
-int32_t call_own(const char* operation, int32_t argument, Board* failures) {
-  const auto target = zrsv::Reference::make_local(impl_name, "IDL:Test:1.0", "object");
-  void* request = nullptr;
-  uint32_t kind = 0, status = 99;
-  CDR* cdr = nullptr;
-  int32_t value = argument;
-  Outcome env;
-  if (OM_req_lib_initiator_request_create(target.get(), operation, 1, &request, &kind) &&
-      OM_req_lib_UNO_IIOP_get_cdr(request, &cdr) && OM_cdr_long(cdr, &value) &&
-      OM_req_lib_UNO_IIOP_send_request(request) && OM_req_lib_UNO_IIOP_recv_reply(request) &&
-      OM_req_lib_UNO_IIOP_decode_reply_header(request, &status)) {
-    if (status == ZR_REPLY_SYSTEM_EXCEPTION) OM_req_lib_UNO_IIOP_decode_standard_excep(request, env);
-    if (status != ZR_REPLY_NO_EXCEPTION || !OM_cdr_long(cdr, &value)) value = -1;
-  } else {
-    SetStdExReqLib(CORBA_COMPLETED_NO, env), value = -1;
-  }
-  OM_req_lib_UNO_IIOP_initiator_request_complete(request);
-  if (const std::string failure = env.name(); !failure.empty()) failures->add(failure);
-  return value;
-}
-
 class Nested : public Engine {
  protected:
   void SetUp() override {
     Engine::SetUp();
     // So deep a call; each gives how deep it came.
     operations["nest"] = [this](Upcalled& r) {
-      const int32_t inner = r.argument > 1 ? call_own("nest", r.argument - 1, &board_) : 0;
-      r.answer(std::max(inner, 0) + 1);
+      r.answer(r.argument > 1 ? std::max(deeper("nest", r.argument), 0) + 1 : 1);
     };
     // The same, with a servant at the end that waits.
     operations["nest and wait"] = [this](Upcalled& r) {
       if (r.argument <= 1) barrier_.pass();
-      r.answer(r.argument <= 1 ? 1 : call_own("nest and wait", r.argument - 1, &board_) + 1);
+      r.answer(r.argument <= 1 ? 1 : deeper("nest and wait", r.argument) + 1);
     };
+  }
+  /// How deep the call from there came, or -1 with what is wrong on the board.
+  int32_t deeper(const char* operation, int32_t depth) {
+    const std::string said = own_call(key(), operation, depth - 1);
+    if (said.find_first_not_of("0123456789") == said.npos) return std::stoi(said);
+    board_.add(said);
+    return -1;
   }
   static Texts over_sockets(const char* threads) { return {"-ORBInProcess", "0", "-ORBThreads", threads}; }
 };

@@ -105,7 +105,7 @@ ServantUse enter_incarnated(POAInfo& poa, const ObjectId& oid, ServantBase& serv
   trace_oid_duplicate();
   ActiveObjectMap* map = poa.map_for_insert(guard);
   POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call");
-  map->insertActiveObjectMap(guard, oid_view(oid), &servant);
+  map->insertIncarnated(guard, oid_view(oid), &servant);
   count.keep();
   return ServantUse(&servant);
 }
@@ -146,6 +146,7 @@ ServantUse incarnate(const RequestTarget& target, CORBA::Environment& ev) {
   }
   // Another request for the id was first: its servant serves, this one goes back to the activator.
   if (winner.get() != servant) activator.etherealize(oid.get(), poa.poa_object, servant, 0, 0, ev);
+  poa.evict_unused();
   POA_TRACE("POAInfo::incarnate end...");
   return winner;
 }

@@ -250,6 +250,42 @@ ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, std:
   throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
 }
 
+ActiveObjectMap::Ticket ActiveObjectMap::insertIncarnated(const Held& held, std::string_view oid,
+                                                          ServantBase* p_servant) try {
+  if (!chain.incarnated) return insertActiveObjectMap(held, oid, p_servant);
+  chain.incarnated->reserve(static_cast<Position>(chain.blocks.size() + 1) * SLOTS);
+  const Ticket ticket = insertActiveObjectMap(held, oid, p_servant);
+  chain.incarnated->enter(ticket.position);
+  return ticket;
+} catch (const std::bad_alloc&) {
+  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+}
+
+// ---- Objects that an activator made ----------------------------------------------------------------
+
+void ActiveObjectMap::limit_incarnated(const Held&, std::size_t most) try {
+  chain.incarnated = most == 0 ? nullptr : std::make_unique<UseOrder>(most);
+} catch (const std::bad_alloc&) {
+  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+}
+
+ActiveObjectMap::Ticket ActiveObjectMap::unused_over_limit(const Held&) {
+  if (!chain.incarnated || !chain.incarnated->over_limit()) return {};
+  const auto is_free = [](const _ActiveObjectEntry& e) {
+    const ServantBase& servant = *e.p_servant;
+    return servant.get_ref_counter() == 0 && !servant.get_to_be_deleted() && !servant.get_deleted() &&
+           !PortableServer::ServantInCall::has(&servant);
+  };
+  Position p = chain.incarnated->first();
+  while (p != UseOrder::NONE && (chain.entry(p).etherealized || !is_free(chain.entry(p))))
+    p = chain.incarnated->after(p);
+  if (p == UseOrder::NONE) return {};
+  if (!std::exchange(chain.incarnated->told, true))
+    OM_log("a POA has %zu objects that its servant activator made, its limit: the longest unused ones go",
+           chain.incarnated->limit);
+  return {p, chain.entry(p).serial};
+}
+
 // ---- Finding ------------------------------------------------------------------------------------
 
 // On the road of each request.
@@ -262,6 +298,7 @@ ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, std:
   }
   _ActiveObjectEntry& entry = chain.entry(p);
   refresh_client(entry);
+  if (chain.incarnated) chain.incarnated->touch(p);
   POA_TRACE("ActiveObjectMap::findServantById end...[return Servant]");
   return {&entry, p};
 }
@@ -324,6 +361,7 @@ void ActiveObjectMap::vacate(int slot) {
   leave_index(ById(entry.oid.view()), position_of(slot));
   leave_index(ByServant(entry.p_servant), position_of(slot));
   chain.room = std::min<std::size_t>(chain.room, index);
+  if (chain.incarnated) chain.incarnated->leave(position_of(slot));
   entry.oid = StoredObjectId();
   entry.p_servant = nullptr;
   entry.etherealized = 0;

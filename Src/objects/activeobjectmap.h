@@ -10,6 +10,7 @@
 #include "objects/common_poa.h"
 #include "objects/servants.h"
 #include "objects/slotindex.h"
+#include "objects/useorder.h"
 #include "poa.h"
 
 struct _ActiveObjectEntry {
@@ -50,6 +51,13 @@ class ActiveObjectMap {
   /// Into the first free slot. NO_MEMORY, and nothing changed.
   Ticket insertActiveObjectMap(const Held& held, std::string_view oid, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
+  /// The same for an object that an activator made: it counts towards the limit.
+  Ticket insertIncarnated(const Held& held, std::string_view oid, PortableServer::ServantBase* p_servant)
+      ZR_REQUIRES(poa_semaphore);
+  /// How many objects that an activator makes from now on may be active; 0: any number. NO_MEMORY.
+  void limit_incarnated(const Held& held, std::size_t most) ZR_REQUIRES(poa_semaphore);
+  /// When there are more, the one of them that was used longest ago, but for those that somebody is in.
+  Ticket unused_over_limit(const Held& held) ZR_REQUIRES(poa_semaphore);
   /// The first entry in use that has that id, or that servant. It is recorded for the calling thread's client.
   Ticket findById(const Held& held, std::string_view oid) ZR_REQUIRES(poa_semaphore);
   Ticket findByServant(const Held& held, PortableServer::ServantBase* p_servant) ZR_REQUIRES(poa_semaphore);
@@ -123,6 +131,7 @@ class ActiveObjectMap {
     std::size_t room = 0;  // no block before this one has a free slot
     CORBA::ULong last_serial = 0;
     SlotIndex ids, servants;
+    std::unique_ptr<UseOrder> incarnated;  // of objects that an activator made, where they are limited
 
     /// Not checked, because the index calls it back; who has a chain to ask has the semaphore.
     _ActiveObjectEntry& entry(Position p) const ZR_NOT_CHECKED {

@@ -164,10 +164,14 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
                                 "POAInfo::deactivate_object [activate_object_map is null.]");
   ServantInCall call;
   ServantUse use = take_active(*map, oid, call);
-  ServantBase* const servant = use.get();
-  if (!servant)
+  if (!use)
     raise<POA::ObjectNotActive>(ev, "servant == NULL, throw PortableServer::POA::ObjectNotActive",
                                 "POAInfo::deactivate_object [servant is null.]");
+  hand_back(oid, std::move(use), ev);
+}
+
+void POAInfo::hand_back(const ObjectId& oid, ServantUse use, CORBA::Environment& ev) {
+  ServantBase* const servant = use.get();
   const PortableServer::LeavingServant leaving(servant);
   withdraw_reference(*servant, poa_object, oid_view(oid));
   use = ServantUse();  // the activator may delete it
@@ -175,6 +179,47 @@ void POAInfo::deactivate_object(const ObjectId& oid, CORBA::Environment& ev) {
     POA_TRACE("  ServantActivator->etherealiize call [servant = 0x%lx]", trace_address(servant));
     activator->etherealize(oid, poa_object, servant, 1, 1, ev);
   }
+}
+
+// ---- Objects that an activator made -------------------------------------------------------------
+
+void POAInfo::set_incarnation_limit(CORBA::ULong most, CORBA::Environment& ev) {
+  if (!policies.retains() || !policies.uses_servant_manager())
+    raise<POA::WrongPolicy>(ev, "POAInfo::set_incarnation_limit [wrong policy.]");
+  PoaSemaphoreGuard guard(__LINE__);
+  if (destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::set_incarnation_limit [POA is destroyed.]");
+  map_for_insert(guard)->limit_incarnated(guard, most);
+}
+
+namespace {
+
+/// Takes one out of the map, in use and entered in `call`, with its id; none when there are not too many.
+ServantUse take_unused(ActiveObjectMap* map, std::unique_ptr<ObjectId>& oid, ServantInCall& call) {
+  PoaSemaphoreGuard guard(__LINE__);
+  const ActiveObjectMap::Ticket ticket = map ? map->unused_over_limit(guard) : ActiveObjectMap::Ticket();
+  const _ActiveObjectEntry* const entry = map ? map->at(guard, ticket) : nullptr;
+  if (!entry) return {};
+  oid.reset(make_oid(entry->oid.view()));
+  ServantUse servant(entry->p_servant);
+  call.enter(servant.get());
+  map->remove(ticket);
+  return servant;
+}
+
+}  // namespace
+
+void POAInfo::evict_unused() {
+  for (bool more = true; more;) try {
+      std::unique_ptr<ObjectId> oid;
+      ServantInCall call;
+      ServantUse servant = take_unused(active_object_map, oid, call);
+      more = static_cast<bool>(servant);
+      CORBA::Environment ev;
+      if (more) hand_back(*oid, std::move(servant), ev);
+    } catch (const std::exception& e) {
+      OM_log("etherealizing an unused object raised %s", e.what());
+      more = false;
+    }
 }
 
 // ---- Servant manager ----------------------------------------------------------------------------

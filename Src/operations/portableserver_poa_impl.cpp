@@ -289,6 +289,13 @@ CORBA::Object* PortableServer_POA_impl::id_to_reference(const ObjectId& oid, COR
 
 // ---- Operations that are not virtual ----
 
+void POA::set_incarnation_limit(CORBA::ULong most, CORBA::Environment& env) {
+  env.clear();
+  const POAInfoPtr record = POAInfo::findPOAInfo(this, env);
+  if (!record) raise<CORBA::BAD_PARAM>(env, nullptr);
+  record->set_incarnation_limit(most, env);
+}
+
 CORBA::OctetSeq* POA::id(CORBA::Environment& env) {
   env.clear();
   const POAInfoPtr record = POAInfo::findPOAInfo(this, env);

@@ -78,6 +78,10 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant,
                                CORBA::Environment& ev);
   void deactivate_object(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
+  void set_incarnation_limit(CORBA::ULong most, CORBA::Environment& ev);
+  /// Hands the longest unused objects that the activator made back to it until they are within the limit. What the
+  /// activator throws is logged.
+  void evict_unused();
   PortableServer::ServantManager* get_servant_manager(CORBA::Environment& ev);
   void set_servant_manager(PortableServer::ServantManager* imgr, CORBA::Environment& ev);
   PortableServer::ServantBase* get_servant(CORBA::Environment& ev);
@@ -141,6 +145,9 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
                         CORBA::Environment& ev) ZR_REQUIRES(poa_mutex);
   void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                              CORBA::Environment& ev);
+
+  /// Of a servant that was taken out of the map, in use: withdraws its reference, and gives it to the activator.
+  void hand_back(const PortableServer::ObjectId& oid, PortableServer::ServantUse use, CORBA::Environment& ev);
 
   /// Installs a default servant (null: none) and takes the one before out, with the references kept for it.
   void exchange_default(PortableServer::ServantBase* servant, DefaultServant::Oid oid,

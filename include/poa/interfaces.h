@@ -323,6 +323,15 @@ class POA_API POA : public virtual CORBA::Object {
   CORBA::OctetSeq* id(CORBA_ENV);
   /// What makes further managers, the same for all POAs of the process, counted once more.
   POAManagerFactory* the_POAManagerFactory(CORBA_ENV);
+  /// At most so many objects that the servant activator makes from now on stay active; 0, as at first: any number.
+  /// Beyond it the one that was used longest ago is handed to `etherealize` as by deactivate_object, on the thread of
+  /// the request that brought the new one. One that a request is in stays, so there may be some more meanwhile. A
+  /// request may have an id made again while it is being etherealized. Clients that make up ids cost memory without end
+  /// else. WrongPolicy without RETAIN and USE_SERVANT_MANAGER.
+  ///
+  ///   poa->set_servant_manager(&accounts);
+  ///   poa->set_incarnation_limit(10'000);
+  void set_incarnation_limit(CORBA::ULong most, CORBA_ENV);
 };
 
 // ---- What a program gives a POA ----

@@ -43,6 +43,12 @@ inline int failures = 0;
     }                                                                              \
   } while (0)
 
+/// What each program ends with, as it has destroyed its ORB.
+inline bool nothing_left() {
+  const ZR_Leftovers left = ZR_leftovers();
+  return left.threads + left.descriptors + left.connections + left.requests + left.objects == 0;
+}
+
 /// main() of a server or a client: runs `body`, tells of what escapes it.
 template <class Body>
 int guarded(Body body) {
@@ -52,6 +58,7 @@ int guarded(Body body) {
     std::cerr << "uncaught: " << e._rep_id() << std::endl;
     return 2;
   }
+  CHECK(nothing_left());
   return failures == 0 ? 0 : 1;
 }
 

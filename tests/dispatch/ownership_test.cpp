@@ -214,6 +214,80 @@ TEST_F(Ownership, ServantsMadeForOneRequestEachNestAndAreNotLost) {
   EXPECT_EQ(alive, 0);
 }
 
+// Of an activator's objects the one that was used longest ago goes, and none that a request is in.
+TEST_F(Ownership, TheLongestUnusedObjectsOfAnActivatorGo) {
+  scene.with_activator().poa->set_incarnation_limit(3);
+  std::vector<std::string> made, gone;
+  Event in, go_on;
+  scene.activator.on_incarnate = [&](const ObjectId& id, POA*) {
+    TestServant* const servant = mortal();
+    if (made.emplace_back(text(id)) == "busy") servant->work = [&] { EXPECT_TRUE((in.set(), go_on.wait())); };
+    return servant;
+  };
+  scene.activator.on_etherealize = [&](std::string id, ServantBase* servant, bool, bool) {
+    gone.push_back(id);
+    delete servant;
+  };
+  const auto call = [&](const char* id) { EXPECT_EQ(outcome(scene.reference(id)), "done"); };
+  for (const char* id : {"a", "b", "c", "a", "d"}) call(id);
+  EXPECT_THAT(gone, testing::ElementsAre("b"));
+  scene.activate("own", &scene.servant);  // what the program activated is none of them
+  const CORBA::Object_var busy_object = scene.reference("busy");
+  auto busy = outcome_of_a_thread(busy_object);
+  ASSERT_TRUE(in.wait());
+  for (const char* id : {"e", "f", "g", "h"}) call(id);
+  EXPECT_THAT(gone, testing::ElementsAre("b", "c", "a", "d", "e", "f"));
+  scene.poa->deactivate_object(oid("g"));
+  call("own");
+  go_on.set();
+  EXPECT_EQ(busy.get(), "done");
+  for (const char* id : {"i", "h", "j"}) call(id);
+  EXPECT_THAT(gone, testing::ElementsAre("b", "c", "a", "d", "e", "f", "g", "busy"));
+  scene.activator.on_etherealize = [&](auto, ServantBase* servant, bool, bool) {
+    delete servant;
+    throw CORBA::NO_RESOURCES();
+  };
+  call("k");  // which is no affair of the client
+  EXPECT_EQ(alive, 3);
+  scene.poa->set_incarnation_limit(0);
+  for (const char* id : {"l", "m"}) call(id);
+  EXPECT_EQ(alive, 5);
+  scene.activator.on_etherealize = [](auto, ServantBase* servant, bool, bool) { delete servant; };
+  expect_raised<POA::WrongPolicy>([&](CORBA::Environment& ev) { top->set_incarnation_limit(1, ev); });
+}
+
+TEST_F(Ownership, IdsThatClientsMakeUpTakeBoundedMemory) {
+  constexpr int limit = 20, ids = 5000;
+  std::mutex mutex;
+  std::map<std::string, int> in_service;  // guarded by mutex
+  scene.with_activator().poa->set_incarnation_limit(limit);
+  scene.activator.on_incarnate = [&](const ObjectId& id, POA*) {
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(++in_service[text(id)], 1);
+    return mortal();
+  };
+  std::atomic<int> most{0};
+  scene.activator.on_etherealize = [&](std::string id, ServantBase* servant, bool, bool) {
+    most = std::max(most.load(), alive.load());
+    delete servant;
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(--in_service[id], 0) << id;
+  };
+  const auto clients = [&](const std::string& prefix) {
+    return std::async(std::launch::async, [&, prefix] {
+      for (int i = 0; i < ids; ++i) EXPECT_EQ(outcome(scene.reference(prefix + std::to_string(i))), "done");
+    });
+  };
+  auto one = clients("one "), two = clients("two ");
+  one.get(), two.get();
+  EXPECT_LE(most, limit + 2);
+  EXPECT_EQ(alive, limit);
+  EXPECT_EQ(in_service.size(), 2u * ids);
+  scene.poa->destroy(true, true);
+  EXPECT_EQ(alive, 0);
+  for (const auto& [id, count] : in_service) EXPECT_EQ(count, 0) << id;
+}
+
 // The manager's deactivation hands servants over; an object activated after that is a new one.
 TEST_F(Ownership, AnEtherealizedServantIsActivatedAgain) {
   int handed_over = 0;

@@ -2,7 +2,10 @@
 
 #include <cstdlib>
 
+#include "no_leftovers.h"
 #include "time_limit.h"
+
+extern "C" [[gnu::weak]] ZR_Leftovers ZR_leftovers(void);  // not every program has the library
 
 namespace {
 
@@ -28,10 +31,19 @@ class Clock : public testing::EmptyTestEventListener {
   }
 };
 
+/// 0 when nothing is left of the library.
+int left_behind() {
+  if (!ZR_leftovers) return 0;
+  const std::string left = leftovers_at_last();
+  if (!left.empty()) std::fprintf(stderr, "left at the end of the program: %s\n", left.c_str());
+  return left.empty() ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
   testing::UnitTest::GetInstance()->listeners().Append(new Clock);  // which owns it
-  return RUN_ALL_TESTS();
+  const int failed = RUN_ALL_TESTS();
+  return failed != 0 ? failed : left_behind();
 }

@@ -23,11 +23,12 @@ inline std::string leftovers() {
 }
 
 /// A servant that was left to itself may be on its way out still.
-inline void expect_no_leftovers() {
+inline std::string leftovers_at_last() {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (!leftovers().empty() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-  EXPECT_EQ(leftovers(), "");
+  return leftovers();
 }
+inline void expect_no_leftovers() { EXPECT_EQ(leftovers_at_last(), ""); }
 
 /// Destroys the ORB, of which others may have a use still.
 inline void destroy_wholly(void* orb, CORBA_Environment* env) {

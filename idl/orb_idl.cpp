@@ -7,6 +7,7 @@ const char* const idl::orb_idl = R"idl(// What module CORBA offers to IDL files:
 
 module CORBA {
   interface TypeCode {};
+  abstract interface AbstractBase {};
 
   typedef string Identifier;
   typedef string RepositoryId;

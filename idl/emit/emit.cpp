@@ -19,6 +19,7 @@ class File {
     out_.line("#pragma once");
     out_.blank();
     out_.line("#include \"poa/mapping.h\"");
+    for (const std::string& one : extra_headers(compilation_)) out_.line("#include \"" + one + "\"");
     includes();
     out_.blank();
     declarations(*compilation_.tree.root);
@@ -143,6 +144,26 @@ std::string File::trimmed() const {
 }
 
 }  // namespace
+
+std::vector<std::string> extra_headers(Compilation& compilation) {
+  std::set<std::string> headers;
+  walk(*compilation.tree.root, [&](const Declaration& one) {
+    if (one.file() != 0) return;
+    const auto is_abstract = [](const Declaration* declared) {
+      const auto* interface = as<Interface>(declared);
+      return interface && interface->flavour == Flavour::Abstract;
+    };
+    bool abstract = is_abstract(&one);
+    for (const Type* type : types_of(one)) {
+      while (type->element) type = type->element;
+      abstract = abstract || is_abstract(meaning(*type));
+    }
+    if (abstract) headers.insert("corba/abstract_base.h");
+    const auto* operation = as<Operation>(&one);
+    if (operation && !operation->contexts.empty()) headers.insert("corba/context.h");
+  });
+  return {headers.begin(), headers.end()};
+}
 
 Emitted emit(Compilation& compilation, const std::string& name, const EmitOptions& options) {
   refuse_what_has_no_mapping(compilation);

@@ -24,6 +24,9 @@ Emitted emit(Compilation& compilation, const std::string& name, const EmitOption
 /// Reports each thing of the file that has no C++ here.
 void refuse_what_has_no_mapping(Compilation& compilation);
 
+/// The headers that the file needs beside poa/mapping.h.
+std::vector<std::string> extra_headers(Compilation& compilation);
+
 /// What stands around a declaration, as far as its C++ differs by that.
 enum class Inside : std::uint8_t { Namespace, Class };
 
@@ -88,9 +91,10 @@ struct Method {
   struct Argument {
     std::string name;
     Direction direction;
-    const Type* type;
+    const Type* type;  // null for the context
   };
   std::vector<Argument> arguments;
+  std::vector<std::string> contexts;  // the names of its context clause
   const std::vector<Raised>* raises = nullptr;
   bool oneway = false;
 };

@@ -19,6 +19,8 @@ Method method_of(const Operation& operation) {
   }
   method.raises = &operation.raises;
   method.oneway = operation.oneway;
+  for (const auto& [pattern, at] : operation.contexts) method.contexts.push_back(pattern);
+  if (!method.contexts.empty()) method.arguments.push_back({"_context", Direction::In, nullptr});
   return method;
 }
 
@@ -73,7 +75,8 @@ std::string signature(const Spelling& spell, const Method& method, const std::st
                       const std::string& environment) {
   std::vector<std::string> parameters;
   for (const Method::Argument& one : method.arguments)
-    parameters.push_back(spell.parameter(one.direction, *one.type) + " " + one.name);
+    parameters.push_back((one.type ? spell.parameter(one.direction, *one.type) : "CORBA::Context*") + " " +
+                         one.name);
   if (!environment.empty()) parameters.push_back(environment);
   return (method.result ? spell.result(*method.result) : "void") + " " + scope + method.name + "(" +
          joined_by(", ", parameters, [](const std::string& text) { return text; }) + ")";
@@ -108,13 +111,16 @@ void declare_interface(Writer& out, const Spelling& spell, const Interface& inte
   const auto is_local = [](const Interface* base) { return base->flavour == Flavour::Local; };
   if (local && std::none_of(interface.bases.begin(), interface.bases.end(), is_local))
     bases.push_back("public virtual CORBA::LocalObject");
-  if (bases.empty()) bases.push_back("public virtual CORBA::Object");
+  const bool abstract = interface.flavour == Flavour::Abstract;
+  if (bases.empty())
+    bases.push_back(abstract ? "public virtual CORBA::AbstractBase" : "public virtual CORBA::Object");
 
   out.open("class " + name + " : " + joined_by(", ", bases, [](const std::string& text) { return text; }) +
            " {");
   out.label("public:");
   out.line("using _ptr_type = " + name + "*;");
   out.line("using _var_type = " + name + "_var;");
+  if (abstract) out.line("using _abstract_type = " + name + ";");
   out.line("static constexpr const char* repository_id = " + cpp_string(interface.id) + ";");
   out.line("static constexpr const char* interface_name = " + cpp_string(interface.name.text) + ";");
   out.line("static " + name + "* _nil() { return nullptr; }");

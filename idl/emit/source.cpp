@@ -33,14 +33,21 @@ void statics(Writer& out, const Spelling& spell, const Interface& interface) {
   out.blank();
 }
 
+// What an operation's context clause lists, for its row.
+std::string context_names(const Method& method) { return "context_" + method.wire_name; }
+
 void row(Writer& out, const Spelling& spell, const Method& method) {
   static constexpr const char* directions[] = {"idl::in<", "idl::out<", "idl::inout<"};
   const std::string result = method.result ? spell.descriptor(*method.result) : "void";
   const std::string parameters = joined_by(", ", method.arguments, [&](const Method::Argument& one) {
-    return directions[static_cast<std::size_t>(one.direction)] + spell.descriptor(*one.type) + ">";
+    return directions[static_cast<std::size_t>(one.direction)] +
+           (one.type ? spell.descriptor(*one.type) : "idl::context<" + context_names(method) + ">") + ">";
   });
   const std::string raised =
       joined_by(", ", *method.raises, [&](const Raised& one) { return spell.qualified(*one.declared); });
+  if (!method.contexts.empty())
+    out.line("constexpr const char* " + context_names(method) + "[] = {" +
+             joined_by(", ", method.contexts, cpp_string) + "};");
   out.line(shortened("constexpr idl::operation<Class, " + result + "(" + parameters + ")> " + method.row +
                      "{" + cpp_string(method.wire_name) + ", &Class::" + method.name +
                      (raised.empty() ? "" : ", idl::raises<" + raised + ">") +

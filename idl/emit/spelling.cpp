@@ -25,14 +25,14 @@ const std::set<std::string>& cpp_keywords() {
 
 // $ is the value type. A row a form, in the order of Form.
 constexpr const char* in_forms[] = {"$",  "const $&", "const $&", "const char*", "const CORBA::WChar*",
-                                    "$*", "const $",  "const $"};
-constexpr const char* inout_forms[] = {"$&", "$&", "$&", "char*&", "CORBA::WChar*&", "$*&", "$", "$"};
-constexpr const char* out_forms[] = {"$&",    "$&", "$_out", "CORBA::String_out", "CORBA::WString_out",
-                                     "$_out", "$",  "$_out"};
-constexpr const char* result_forms[] = {"$",  "$",        "$*",      "char*", "CORBA::WChar*",
-                                        "$*", "$_slice*", "$_slice*"};
-constexpr const char* member_forms[] = {"$",     "$", "$", "CORBA::String_mgr", "CORBA::WString_mgr",
-                                        "$_var", "$", "$"};
+                                    "$*", "const $",  "const $",  "$*"};
+constexpr const char* inout_forms[] = {"$&", "$&", "$&", "char*&", "CORBA::WChar*&", "$*&", "$", "$", "$*&"};
+constexpr const char* out_forms[] = {
+    "$&", "$&", "$_out", "CORBA::String_out", "CORBA::WString_out", "$_out", "$", "$_out", "$*&"};
+constexpr const char* result_forms[] = {"$",  "$",        "$*",       "char*", "CORBA::WChar*",
+                                        "$*", "$_slice*", "$_slice*", "$*"};
+constexpr const char* member_forms[] = {"$", "$", "$", "CORBA::String_mgr", "CORBA::WString_mgr", "$_var",
+                                        "$", "$", "$*"};
 
 // The basic types, in the order of TypeKind.
 constexpr const char* basic_names[] = {
@@ -201,6 +201,8 @@ Form Spelling::form(const Type& type) const {
       return Form::Number;
     case Kind::Interface:
       return Form::Reference;
+    case Kind::Native:
+      return Form::Native;
     default:
       return fixed_length(real) ? Form::FixedValue : Form::VariableValue;
   }
@@ -266,7 +268,7 @@ std::string tag(const std::string& name) {
   return std::string(name).insert(last == std::string::npos ? 0 : last + 2, "_type_");
 }
 
-std::string Spelling::in_form(const char* const (&forms)[8], const Type& type) const {
+std::string Spelling::in_form(const char* const (&forms)[9], const Type& type) const {
   std::string text = forms[static_cast<std::size_t>(form(type))];
   const std::size_t at = text.find('$');
   return at == std::string::npos ? text : text.replace(at, 1, value(type));

@@ -23,6 +23,7 @@ enum class Form : std::uint8_t {
   Reference,
   FixedArray,  // arrays of fixed length
   Array,       // the others
+  Native,      // a class of the program's, by pointer
 };
 
 class Spelling {
@@ -58,7 +59,7 @@ class Spelling {
   bool is_orb(const Declaration& declaration) const;
 
  private:
-  std::string in_form(const char* const (&forms)[8], const Type& type) const;
+  std::string in_form(const char* const (&forms)[9], const Type& type) const;
 
   Compilation& compilation_;
   const Within within_;

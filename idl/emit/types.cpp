@@ -49,6 +49,8 @@ void TypeEmitter::declare(const Declaration& declaration, Inside inside) {
     unnamed_sequences(declaration.kind == Kind::Typedef ? type->element : nullptr, inside);
   }
   switch (declaration.kind) {
+    case Kind::Native:  // the program defines it
+      return out_.line("class " + cpp_name(declaration.name.text) + ";");
     case Kind::Constant:
       return constant(static_cast<const Constant&>(declaration), inside);
     case Kind::Enum:
@@ -192,6 +194,7 @@ void TypeEmitter::array(const Typedef& alias, Inside inside) {
 void TypeEmitter::plain_alias(const Typedef& alias, Inside inside) {
   const Type& type = *alias.type;
   const std::string name = cpp_name(alias.name.text), tag_name = "_type_" + name, real = spell_.value(type);
+  if (spell_.form(type) == Form::Native) return out_.line("using " + name + " = " + real + ";");
   out_.open("struct " + tag_name + " {");
   out_.line(quoted_id(alias));
   out_.line("using Aliased = " + spell_.descriptor(type) + ";");

@@ -1,6 +1,7 @@
 """Makes mapping.idl and mapping_page.cpp of docs/mapping.md: python3 mapping_page.py PAGE DIRECTORY.
 
-Blocks "in: servant" become members of one servant, blocks "in: client" a function each, called through a socket.
+Blocks "in: program" stand in front, blocks "in: servant" become members of one servant, blocks "in: client" a function each,
+called through a socket.
 """
 import pathlib
 import re
@@ -13,6 +14,7 @@ HEAD = """#undef NDEBUG
 
 #include "mapping.h"
 
+%s
 class Every_impl : public virtual POA_Guide::Every {
  public:
 %s
@@ -42,7 +44,7 @@ def line_of(page, text, offset):
 def main():
     page, directory = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     text = page.read_text()
-    blocks = {"servant": [], "client": []}
+    blocks = {"program": [], "servant": [], "client": []}
     for found in re.finditer(r"<!-- in: (\w+) -->\n```cpp\n(.*?)```\n", text, re.S):
         blocks[found[1]].append(line_of(page, text, found.start(2)) + found[2])
     unmarked = len(re.findall(r"^```cpp$", text, re.M)) - sum(map(len, blocks.values()))
@@ -52,7 +54,7 @@ def main():
     calls = ["  client_%d(every.in());\n" % i for i in range(len(clients))]
     idl = re.search(r"<!-- file: mapping.idl -->\n```idl\n(.*?)```\n", text, re.S)
     (directory / "mapping.idl").write_text(idl[1])
-    (directory / "mapping_page.cpp").write_text(HEAD % ("".join(blocks["servant"]), "".join(clients), "".join(calls)))
+    (directory / "mapping_page.cpp").write_text(HEAD % ("".join(blocks["program"]), "".join(blocks["servant"]), "".join(clients), "".join(calls)))
 
 
 main()

@@ -284,10 +284,25 @@ struct ref {};
 template <class X>
 X* make_reference(void* handle);
 
+/// An abstract interface; what derives from one is none by that alone.
+template <class X>
+concept AbstractInterface = std::is_same_v<typename X::_abstract_type, X>;
+/// What stands in front of the value of an abstract interface: whether a reference follows. False when something
+/// other than a reference or nil does.
+ZRSVCPP_API bool move_abstract(CDR* cdr, bool& is_reference);
+
 template <class X>
 struct ReferenceMoves {
   static void free(X* reference) { release(reference); }
   static bool move(CDR* cdr, X*& reference) {
+    if constexpr (AbstractInterface<X>) {
+      bool is_reference = reference != nullptr;
+      if (!move_abstract(cdr, is_reference)) return false;
+      if (!is_reference) {
+        if (cdr->direction == CDR_DECODE) release(std::exchange(reference, nullptr));
+        return true;
+      }
+    }
     void* handle = cdr->direction == CDR_ENCODE && reference ? reference->Object::get_ref() : nullptr;
     if (cdr->direction == CDR_ENCODE && reference && !handle) return false;  // a local object
     if (!OM_cdr_object(cdr, &handle)) return false;
@@ -315,6 +330,7 @@ struct Type<ref<X>> {
   static TCKind make(TypeCode::Parameters& parameters) {
     parameters.id = X::repository_id;
     parameters.name = X::interface_name;
+    if (AbstractInterface<X>) return tk_abstract_interface;
     return std::derived_from<X, LocalObject> ? tk_local_interface : tk_objref;
   }
 };

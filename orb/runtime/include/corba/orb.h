@@ -57,6 +57,8 @@ class ZRSVCPP_API ORB : public virtual Object, public TypeCodeFactory {
   void create_list(Long count, NVList*& list, CORBA_ENV);
   void create_named_value(NamedValue*& value, CORBA_ENV);
   void create_exception_list(ExceptionList*& list, CORBA_ENV);
+  /// The context of the process (corba/context.h), as a new reference that the caller releases.
+  void get_default_context(Context*& context, CORBA_ENV);
   /// Sends one after the other.
   void send_multiple_requests_oneway(const RequestSeq& requests, CORBA_ENV);
 

@@ -1,0 +1,36 @@
+// The base of abstract interfaces (OMG IDL to C++, "Mapping for Abstract Interfaces"). There are no values here, so
+// what such an interface stands for is always a reference.
+#pragma once
+
+#include "corba/idl_types.h"
+
+namespace CORBA {
+
+class ValueBase;
+
+/// Base of the classes of all abstract interfaces, and through them of the interfaces that inherit from these.
+class ZRSVCPP_API AbstractBase : public virtual Object {
+ public:
+  using _ptr_type = AbstractBase*;
+  using _var_type = ObjectVar<AbstractBase>;
+  using _abstract_type = AbstractBase;
+  static constexpr const char* repository_id = "IDL:omg.org/CORBA/AbstractBase:1.0";
+  static constexpr const char* interface_name = "AbstractBase";
+  ~AbstractBase() override;
+  static AbstractBase* _nil() { return nullptr; }
+  static AbstractBase* _duplicate(AbstractBase* reference);
+  /// Every object fits: nothing is asked.
+  static AbstractBase* _narrow(Object* object);
+  static AbstractBase* _unchecked_narrow(Object* object) { return _narrow(object); }
+
+  /// The object as a new reference that the caller releases.
+  Object* _to_object() { return Object::_duplicate(this); }
+  /// Null: it is no value.
+  ValueBase* _to_value() { return nullptr; }
+};
+using AbstractBase_ptr = AbstractBase*;
+using AbstractBase_var = ObjectVar<AbstractBase>;
+using AbstractBase_out = ObjectOut<AbstractBase>;
+inline constexpr idl::typecode_constant<idl::ref<AbstractBase>> _tc_AbstractBase;
+
+}  // namespace CORBA

@@ -1,13 +1,9 @@
 #include "code_sets.h"
 
-#include <iconv.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 
 #include "iiop_profile.h"
-#include "zrsv/of_thread.h"
 
 // Layouts, encapsulations both:
 //
@@ -30,46 +26,35 @@ bool contains(const std::vector<uint32_t>& ids, uint32_t id) {
   return std::ranges::find(ids, id) != ids.end();
 }
 
-/// The C library's converters, one of each way for a thread.
-class Converter {
- public:
-  Converter(const char* to, const char* from) : state_(iconv_open(to, from)) {}
-  Converter(const Converter&) = delete;
-  Converter& operator=(const Converter&) = delete;
-  ~Converter() {
-    if (usable()) iconv_close(state_);
+/// Both write to `to`, which has the room that any text needs, and give its end; null for a text that has no form in the
+/// other set.
+char* to_latin(std::string_view text, char* to) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    auto c = static_cast<unsigned char>(text[i]);
+    if (c >= 0x80) {  // of two octets, the first of which is C2 or C3
+      const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[++i] : 0);
+      if ((c & 0xFE) != 0xC2 || (next & 0xC0) != 0x80) return nullptr;
+      c = static_cast<unsigned char>((c & 3) << 6 | (next & 0x3F));
+    }
+    *to++ = static_cast<char>(c);
   }
+  return to;
+}
 
-  bool usable() const { return state_ != iconv_t(-1); }  // NOLINT(performance-no-int-to-ptr)
-  /// Writes to `to`, which has the room that any text needs. The octets written, or -1.
-  std::ptrdiff_t run(std::string_view text, char* to, std::size_t room) {
-    char* from = const_cast<char*>(text.data());
-    char* const start = to;
-    std::size_t left = text.size();
-    iconv(state_, nullptr, nullptr, nullptr, nullptr);
-    return iconv(state_, &from, &left, &to, &room) == 0 && left == 0 ? to - start : -1;
+char* from_latin(std::string_view text, char* to) {
+  for (const char each : text) {
+    const auto c = static_cast<unsigned char>(each);
+    if (c >= 0x80) *to++ = static_cast<char>(0xC0 | c >> 6);
+    *to++ = static_cast<char>(c < 0x80 ? c : 0x80 | (c & 0x3F));
   }
+  return to;
+}
 
- private:
-  iconv_t state_;
-};
-
-struct ToLatin : Converter {
-  ToLatin() : Converter("ISO-8859-1", "UTF-8") {}
-};
-struct FromLatin : Converter {
-  FromLatin() : Converter("UTF-8", "ISO-8859-1") {}
-};
-
-template <class Conversion>
-char* converted(CDR* cdr, std::string_view text) {
+char* converted(CDR* cdr, std::string_view text, char* (*convert)(std::string_view, char*)) {
   if (cdr->narrow != ZR_TEXT_ISO_8859_1) return cdr->unconvertible = ZR_UNKNOWN_CODE_SET, nullptr;
-  const std::size_t room = 2 * text.size();  // of ISO 8859-1 in UTF-8; the other way needs less
-  auto* made = static_cast<char*>(std::malloc(room + 1));
+  auto* made = static_cast<char*>(std::malloc(2 * text.size() + 1));
   if (!made) return nullptr;
-  Conversion* conversion = of_thread<Conversion>();
-  const std::ptrdiff_t length = conversion && conversion->usable() ? conversion->run(text, made, room) : -1;
-  if (length >= 0) return made[length] = 0, made;
+  if (char* const end = convert(text, made)) return *end = 0, made;
   std::free(made);
   cdr->unconvertible = ZR_UNCONVERTIBLE;
   return nullptr;
@@ -121,7 +106,7 @@ bool is_ascii(std::string_view text) {
   return std::ranges::none_of(text, [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
 }
 
-char* convert_to_wire(CDR* cdr, std::string_view text) { return converted<ToLatin>(cdr, text); }
-char* convert_from_wire(CDR* cdr, std::string_view text) { return converted<FromLatin>(cdr, text); }
+char* convert_to_wire(CDR* cdr, std::string_view text) { return converted(cdr, text, to_latin); }
+char* convert_from_wire(CDR* cdr, std::string_view text) { return converted(cdr, text, from_latin); }
 
 }  // namespace zrsv

@@ -23,7 +23,7 @@ struct ZR_CAPABILITY("mutex") CoreMutex : OM_sem {};
 POA_DECLARE_MUTEX(poa_mutex)                      // the POA tree: links, records alive
 POA_DECLARE_MUTEX(poa_svt_delete_mutex)           // servant_delete_list
 POA_DECLARE_MUTEX(poa_svt_ref_counter_mutex)      // the servants' request counters
-POA_DECLARE_MUTEX(poa_svt_lifespan_mutex)         // lifespan timers and servant_lifespan_list
+POA_DECLARE_MUTEX(poa_svt_lifespan_mutex)         // lifespan timers and servant_lifespan_list()
 POA_DECLARE_MUTEX(poa_default_servant_ref_mutex)  // the default servants' counts
 POA_DECLARE_MUTEX(poa_svt_objref_mutex)           // each servant's reference list
 #undef POA_DECLARE_MUTEX

@@ -156,17 +156,16 @@ void delete_servant(ServantBase* servant) {
   contained("a servant's destructor", [&] { delete servant; });
 }
 
-/// The next servant whose time is over, in use and off the lifespan list; none when there is none.
-ServantUse take_expired() {
+/// The servants whose time is over, in use and off the lifespan list; without memory for all of them, those that come
+/// first.
+std::vector<ServantUse> take_expired() {
+  std::vector<ServantUse> expired;
   MutexGuard guard(poa_svt_lifespan_mutex);
-  for (POA_ServantList* node = servant_lifespan_list; node; node = node->get_next()) {
-    ServantBase* servant = node->get_servant();
-    if (servant->get_timer() > static_cast<CORBA::ULong>(std::time(nullptr))) continue;
-    ServantUse use(servant);
-    POA_ServantList::remove_servant(servant_lifespan_list, servant);
-    return use;
-  }
-  return {};
+  contained("looking for servants whose time is over", [&]() ZR_REQUIRES(poa_svt_lifespan_mutex) {
+    servant_lifespan_list().take_over(static_cast<CORBA::ULong>(std::time(nullptr)),
+                                      [&](ServantBase* servant) { expired.emplace_back(servant); });
+  });
+  return expired;
 }
 
 void end_lifespan(const ServantUse& servant) {
@@ -192,6 +191,6 @@ void call_poa_inst_lifespan() {
   POA_TRACE("call_poa_inst_lifespan called...");
   for (POA_ServantList* list = take_delete_list(); list;) delete_servant(POA_ServantList::pop(list));
   POA_TRACE("  Servant is deleted...");
-  while (const ServantUse servant = take_expired()) end_lifespan(servant);
+  for (const ServantUse& servant : take_expired()) end_lifespan(servant);
   POA_TRACE("call_poa_inst_lifespan end...");
 }

@@ -7,7 +7,6 @@
 #include "base/trace.h"
 
 POA_ServantList* servant_delete_list = nullptr;
-POA_ServantList* servant_lifespan_list = nullptr;
 
 // ---- Lists --------------------------------------------------------------------------------------
 
@@ -40,16 +39,32 @@ void POA_ServantList::remove_servant(POA_ServantList*& list, PortableServer::Ser
     if (node->_svt == svt) return unlink(list, previous, node);
 }
 
-bool POA_ServantList::search_servant(const POA_ServantList* list, const PortableServer::ServantBase* svt) {
-  if (!svt) return false;
-  while (list && list->_svt != svt) list = list->_next;
-  return list != nullptr;
-}
-
 PortableServer::ServantBase* POA_ServantList::pop(POA_ServantList*& list) {
   PortableServer::ServantBase* first = list->_svt;
   unlink(list, nullptr, list);
   return first;
+}
+
+POA_LifespanList& servant_lifespan_list() {
+  static auto& one = *new POA_LifespanList;  // servants may be destroyed until the process ends
+  return one;
+}
+
+void POA_LifespanList::add(PortableServer::ServantBase* servant) {
+  const auto last = order_.insert(order_.end(), servant);
+  try {
+    at_.emplace(servant, last);
+  } catch (...) {
+    order_.erase(last);
+    throw;
+  }
+}
+
+void POA_LifespanList::remove(PortableServer::ServantBase* servant) {
+  const auto found = at_.find(servant);
+  if (found == at_.end()) return;
+  order_.erase(found->second);
+  at_.erase(found);
 }
 
 namespace PortableServer {

@@ -1,6 +1,8 @@
 // Servants as the library handles them: who is in one, whose hands it is in, and the lists it stands on.
 #pragma once
 
+#include <list>
+#include <unordered_map>
 #include <utility>
 
 #include "base/locks.h"
@@ -11,7 +13,6 @@ class POA_ServantList {
  public:
   static void add_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
   static void remove_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
-  static bool search_servant(const POA_ServantList* list, const PortableServer::ServantBase* svt);
   /// Takes the first servant off a list that is not empty.
   static PortableServer::ServantBase* pop(POA_ServantList*& list);
   POA_ServantList* get_next() const { return _next; }
@@ -25,8 +26,33 @@ class POA_ServantList {
   POA_ServantList* _last = this;  // of the list; good in its first node only
 };
 
+/// The servants with a lifespan, in the order in which they got one. Each is found at once.
+class POA_LifespanList {
+ public:
+  bool holds(PortableServer::ServantBase* servant) const { return at_.contains(servant); }
+  /// One that is not held yet.
+  void add(PortableServer::ServantBase* servant);
+  void remove(PortableServer::ServantBase* servant);
+  std::size_t size() const { return at_.size(); }
+  /// Takes out those whose timer is not after `now`, and gives each to `take` before that.
+  template <class Take>
+  void take_over(CORBA::ULong now, Take take) {
+    for (auto each = order_.begin(); each != order_.end();) {
+      PortableServer::ServantBase* const servant = *each++;
+      if (servant->get_timer() > now) continue;
+      take(servant);
+      remove(servant);
+    }
+  }
+
+ private:
+  using Order = std::list<PortableServer::ServantBase*>;
+  Order order_;
+  std::unordered_map<PortableServer::ServantBase*, Order::iterator> at_;
+};
+
 extern POA_ServantList* servant_delete_list ZR_GUARDED_BY(poa_svt_delete_mutex);
-extern POA_ServantList* servant_lifespan_list ZR_GUARDED_BY(poa_svt_lifespan_mutex);
+POA_LifespanList& servant_lifespan_list() ZR_REQUIRES(poa_svt_lifespan_mutex);
 
 namespace PortableServer {
 

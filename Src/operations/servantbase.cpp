@@ -140,9 +140,9 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& ev) {
   }
   {
     MutexGuard guard(poa_svt_lifespan_mutex);
-    const bool listed = POA_ServantList::search_servant(servant_lifespan_list, this);
+    const bool listed = servant_lifespan_list().holds(this);
     if (seconds > 0) {
-      if (!listed) POA_ServantList::add_servant(servant_lifespan_list, this);
+      if (!listed) servant_lifespan_list().add(this);
       _timer = seconds_since_1970() + static_cast<CORBA::ULong>(seconds);
       if (listed) {
         POA_TRACE("ServantBase::set_timer [timer is changed .. timer = %d]", static_cast<int>(_timer));
@@ -150,7 +150,7 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& ev) {
         POA_TRACE("ServantBase::set_timer [timer of Servant = %d]", static_cast<int>(_timer));
       }
     } else if (listed) {
-      POA_ServantList::remove_servant(servant_lifespan_list, this);
+      servant_lifespan_list().remove(this);
       _timer = 0;
       POA_TRACE("ServantBase::set_timer [timer is cleared .. timer = %d]", static_cast<int>(_timer));
     }
@@ -206,7 +206,7 @@ void ServantBase::deactivate_ObjectReference() {
 ServantBase::~ServantBase() {
   if (_timer > 0) {
     MutexGuard guard(poa_svt_lifespan_mutex);
-    POA_ServantList::remove_servant(servant_lifespan_list, this);
+    servant_lifespan_list().remove(this);
   }
   if (_active_entries != 0)
     ActiveObjectMap::forget_servant(this);  // deleted while active: no request may find it

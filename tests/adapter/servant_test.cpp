@@ -94,7 +94,7 @@ TEST_F(Lifespans, DeletionWaitsForTheLastRequestAndSparesDefaultServants) {
   servant.add_default_servant_ref();
   servant.servant_delete();
   EXPECT_FALSE(servant.get_to_be_deleted());
-  EXPECT_EQ(times_listed(servant_lifespan_list), 1);
+  EXPECT_EQ(servant_lifespan_list().size(), 1u);
   servant.rem_default_servant_ref();
 
   for (int i = 0; i < 2; ++i) ServantAccess::hold(servant);
@@ -106,7 +106,7 @@ TEST_F(Lifespans, DeletionWaitsForTheLastRequestAndSparesDefaultServants) {
   EXPECT_TRUE(servant.get_deleted());
   servant.servant_delete();
   EXPECT_EQ(times_listed(servant_delete_list), 1);
-  EXPECT_EQ(times_listed(servant_lifespan_list), 0);
+  EXPECT_EQ(servant_lifespan_list().size(), 0u);
   EXPECT_EQ(servant.get_timer(), 0u);
 }
 
@@ -115,12 +115,12 @@ TEST_F(Lifespans, TimersAreSetMovedAndCleared) {
   for (const CORBA::ULong seconds : {0u, 3000u, 6000u, 1000u, 0u}) {
     servant.set_timer(static_cast<CORBA::Long>(seconds), env);
     expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { servant.set_timer(-1, ev); });
-    EXPECT_EQ(times_listed(servant_lifespan_list), seconds != 0);
+    EXPECT_EQ(servant_lifespan_list().size(), seconds != 0);
     EXPECT_GE(servant.get_timer(), seconds ? now + seconds : 0);
     EXPECT_LE(servant.get_timer(), seconds ? now + seconds + 100 : 0);
   }
   PlainServant().set_timer(1000, env);
-  EXPECT_EQ(servant_lifespan_list, nullptr) << "a servant that goes takes its timer along";
+  EXPECT_EQ(servant_lifespan_list().size(), 0u) << "a servant that goes takes its timer along";
 }
 
 TEST_F(Servants, TimersOfManyThreads) {
@@ -130,7 +130,7 @@ TEST_F(Servants, TimersOfManyThreads) {
   });
   for (PlainServant* each : {&servant, &other}) each->set_timer(0, env);
   MutexGuard guard(poa_svt_lifespan_mutex);
-  EXPECT_EQ(servant_lifespan_list, nullptr);
+  EXPECT_EQ(servant_lifespan_list().size(), 0u);
 }
 
 TEST_F(Servants, AReferenceIsKeptOnceForEachPoaAndId) {

@@ -39,17 +39,4 @@ class Box_impl : public virtual POA_AnyBox::Box {
   CORBA::ORB_var orb_;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Box_impl servant(orb);
-    AnyBox::Box_var reference = servant._this();
-    publish(orb, reference, argv[1]);
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Box_impl>(argc, argv); }

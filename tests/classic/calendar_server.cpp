@@ -43,17 +43,4 @@ class Calendar_impl : public virtual POA_Time::Calendar {
   Week week_ = {};
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Calendar_impl servant(orb);
-    Calendar_var reference = servant._this();
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    publish(orb, reference, argv[1]);
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Calendar_impl>(argc, argv); }

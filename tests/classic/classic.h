@@ -70,3 +70,20 @@ inline bool gone(CORBA::Object_ptr object) {
     return true;
   }
 }
+
+/// main() of most servers: one servant, activated implicitly in the root POA, until a client ends it.
+template <class Servant>
+int serve(int argc, char* argv[]) {
+  return guarded([&] {
+    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
+    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
+    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
+    Servant servant(orb);
+    CORBA::Object_var reference = servant._this();
+    publish(orb, reference, argv[1]);
+    PortableServer::POAManager_var manager = root->the_POAManager();
+    manager->activate();
+    orb->run();
+    orb->destroy();
+  });
+}

@@ -122,17 +122,4 @@ class Thing_impl : public virtual POA_Every::Thing {
   All everything_;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Thing_impl servant(orb);
-    Thing_var reference = servant._this();
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    publish(orb, reference, argv[1]);
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Thing_impl>(argc, argv); }

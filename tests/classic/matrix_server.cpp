@@ -53,17 +53,4 @@ class Algebra_impl : public virtual POA_Geometry::Algebra {
   CORBA::ORB_var orb_;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Algebra_impl servant(orb);
-    Geometry::Algebra_var reference = servant._this();
-    publish(orb, reference, argv[1]);
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Algebra_impl>(argc, argv); }

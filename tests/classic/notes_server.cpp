@@ -53,17 +53,4 @@ class Pad_impl : public virtual POA_Notes::Pad {
 Notes::Pad_ptr Reader_impl::owner() { return pad_._this(); }
 char* Reader_impl::last() { return CORBA::string_dup(pad_.last().c_str()); }
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Pad_impl servant(orb);
-    Notes::Pad_var reference = servant._this();
-    publish(orb, reference, argv[1]);
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Pad_impl>(argc, argv); }

@@ -136,6 +136,15 @@ TEST(Assembler, AlignmentInA11FragmentCountsFromItsOwnHeader) {
   }
 }
 
+TEST(Assembler, TheNextConnectionStartsAnew) {
+  const std::string whole = request(1, "op", 1, std::string(200, 'k'));
+  const Texts parts = fragments(whole, 64);
+  Assembler in(4096);
+  EXPECT_TRUE(feed(in, parts[0] + parts[1].substr(0, 20)).empty());
+  in.reset();
+  EXPECT_EQ(feed(in, join(parts)), Texts{whole});
+}
+
 TEST(Assembler, CancelEndsTheFragmentedRequestOfThatIdOnly) {
   for (uint8_t minor = 1; minor <= 2; ++minor) {
     const std::string whole = request(1, "op", 1, std::string(200, 'k'), minor),

@@ -38,6 +38,7 @@ TEST_F(Engine, OnlySignedKeysAreLookedUpWithASecret) {
   const auto object = zrsv::Reference::make_local(impl_name, "IDL:Test:1.0", "object");
   ZR_register_key("Bank", object.get(), env_);
   Client client(port());
+  EXPECT_TRUE(client.send(request(0, "echo", 0, made_up, 2, /*response=*/false)));  // refused without a word
   EXPECT_EQ(client.ask(request(1, "echo", 1, made_up)), "OBJECT_NOT_EXIST 1");
   EXPECT_EQ(client.ask(request(2, "echo", 2, key())), "2");
   EXPECT_EQ(client.ask(request(3, "echo", 3, "Bank")), "3");

@@ -145,7 +145,11 @@ TEST_P(Managers, HeldCallsOfServantsDoNotBlockEachOther) {
 
 TEST_P(Managers, DeactivationEtherealizesEveryObject) {
   for (bool wait_for_completion : {false, true}) {
-    Scene scene(top);
+    Scene scene(top), of_another(top);
+    of_another.with_activator().activate("c", &of_another.servant);
+    of_another.activator.on_etherealize = [&](auto, auto*, bool, bool) {
+      EXPECT_NE(scene.manager->get_state(), POAManager::INACTIVE);
+    };
     scene.with_activator().activate("a", &scene.servant).activate("b", &scene.other);
     TestServant deep;
     POA_var below =

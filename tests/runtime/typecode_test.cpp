@@ -260,10 +260,12 @@ TEST(TypeCodeTest, PartsAreCheckedAndNamed) {
 TEST(TypeCodeTest, EqualComparesNamesAndEquivalentDoesNot) {
   const TypeCode_var one(TypeCode::create_struct_tc("", "One", {{"a", CORBA::_tc_long}}));
   const TypeCode_var other(TypeCode::create_struct_tc("", "Other", {{"b", CORBA::_tc_long}}));
+  const TypeCode_var member(TypeCode::create_struct_tc("", "One", {{"b", CORBA::_tc_long}}));
   const TypeCode_var third(TypeCode::create_struct_tc("", "One", {{"a", CORBA::_tc_short}}));
   const TypeCode_var alias(TypeCode::create_alias_tc("IDL:A:1.0", "A", one.in()));
   EXPECT_TRUE(one->equal(one.in()) && one->equivalent(other.in()) && alias->equivalent(other.in()));
-  EXPECT_FALSE(one->equal(other.in()) || alias->equal(one.in()) || one->equal(nullptr));
+  EXPECT_FALSE(one->equal(other.in()) || one->equal(member.in()) || alias->equal(one.in()) ||
+               one->equal(nullptr));
   EXPECT_FALSE(one->equivalent(third.in()));
 }
 

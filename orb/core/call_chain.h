@@ -9,10 +9,9 @@
 
 namespace zrsv {
 
-/// Id of the service context. Its data:
+/// Data of the service context (giop::chain_context):
 ///   chain = call*
 ///   call  = process[8] length[1] operation[length]
-inline constexpr uint32_t chain_context = 0x4B510001;
 
 /// What leads to a call that this thread makes now; empty outside of servants.
 std::string chain_of_call();

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "assembler.h"
-#include "leftovers.h"
+#include "counting.h"
 #include "reference.h"
 #include "zrsv/thread_safety.h"
 

@@ -13,6 +13,7 @@
 #include "method_table.h"
 #include "options.h"
 #include "process_life.h"
+#include "server_request.h"
 #include "upcall.h"
 #include "zrsv/of_thread.h"
 

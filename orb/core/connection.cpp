@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "leftovers.h"
+#include "counting.h"
 #include "zrsocket.h"
 
 namespace zrsv {

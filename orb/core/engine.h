@@ -15,7 +15,7 @@
 
 #include "client_request.h"
 #include "connection.h"
-#include "leftovers.h"
+#include "counting.h"
 #include "memory.h"
 #include "pinning.h"
 #include "queue_group.h"
@@ -26,7 +26,7 @@
 
 namespace zrsv {
 
-class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHost {
+class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, private ConnectionHost {
  public:
   using Clock = std::chrono::steady_clock;
 
@@ -56,8 +56,8 @@ class Engine : public std::enable_shared_from_this<Engine>, private ConnectionHo
   void perform_work();
   /// The request of this thread waits for a reply until take_back() with the result. True: its slot is another's
   /// meanwhile. False: no more slots are lent.
-  bool lend();
-  void take_back(bool lent) { slots_.take_back(lent); }
+  bool lend() override;
+  void take_back(bool lent) override { slots_.take_back(lent); }
   /// call_in_process (in_process.h).
   Fault call_local(ServerRequest& request, ClientRequest& call);
 

@@ -5,7 +5,7 @@
 
 #include "engine.h"
 #include "gates.h"
-#include "upcall.h"
+#include "leftovers.h"
 
 namespace zrsv {
 

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <new>
 
-#include "call_chain.h"
 #include "cdr_chain.h"
 #include "iiop_profile.h"
 

@@ -24,6 +24,8 @@ enum class Type : uint8_t {
 enum class LocateStatus : uint32_t { UnknownObject = 0, ObjectHere = 1, ObjectForward = 2 };
 
 inline constexpr uint32_t header_size = 12;
+/// Id of the service context of our own that says what led to a request (call_chain.h).
+inline constexpr uint32_t chain_context = 0x4B510001;
 
 /// The twelve octets in front of every message.
 struct Header {

@@ -3,13 +3,35 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "cdr_chain.h"
-#include "reference.h"
 
 namespace zrsv {
+
+/// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
+struct Tagged {
+  uint32_t tag = 0;
+  std::string octets;
+};
+
+/// One IIOP profile, decoded.
+struct IiopProfile {
+  uint8_t minor = 2;
+  std::string host;
+  uint16_t port = 0;
+  std::string key;
+  std::vector<Tagged> components;
+};
+
+/// "host" and port of an end point.
+struct Endpoint {
+  std::string host;
+  uint16_t port = 0;
+  bool operator==(const Endpoint&) const = default;
+};
 
 inline constexpr uint32_t profile_iiop = 0;              // TAG_INTERNET_IOP
 inline constexpr uint32_t component_code_sets = 1;       // TAG_CODE_SETS

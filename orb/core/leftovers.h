@@ -1,23 +1,13 @@
-// Counts of what the library has.
+// What the library has, and what it runs, for people to look at.
 #pragma once
 
-#include "zrsv/leftovers.h"
+#include <chrono>
+#include <string>
+#include <vector>
 
 namespace zrsv {
 
-enum class Left { Threads, Descriptors, Connections, Objects };
-
-/// Any thread.
-void count_left(Left kind, int by);
-
-/// One of them, as long as it lives.
-template <Left kind>
-class Counting {
- public:
-  Counting() { count_left(kind, 1); }
-  ~Counting() { count_left(kind, -1); }
-  Counting(const Counting&) = delete;
-  Counting& operator=(const Counting&) = delete;
-};
+/// The requests that run now, a text each.
+std::vector<std::string> describe_runs(std::chrono::steady_clock::time_point now);
 
 }  // namespace zrsv

@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "counting.h"
 #include "engine.h"
-#include "leftovers.h"
 #include "options.h"
 #include "zrsv/thread_safety.h"
 

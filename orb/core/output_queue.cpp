@@ -9,7 +9,7 @@
 #include <new>
 #include <utility>
 
-#include "leftovers.h"
+#include "counting.h"
 
 namespace zrsv {
 

@@ -1,6 +1,6 @@
 #include "pinning.h"
 
-#include "leftovers.h"
+#include "counting.h"
 
 namespace zrsv {
 

@@ -9,34 +9,13 @@
 #include <vector>
 
 #include "code_sets.h"
+#include "iiop_profile.h"
 #include "ref.h"
 #include "zrsv.h"
 #include "zrsv/call_scope.h"
 #include "zrsv/thread_safety.h"
 
 namespace zrsv {
-
-/// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
-struct Tagged {
-  uint32_t tag = 0;
-  std::string octets;
-};
-
-/// One IIOP profile, decoded.
-struct IiopProfile {
-  uint8_t minor = 2;
-  std::string host;
-  uint16_t port = 0;
-  std::string key;
-  std::vector<Tagged> components;
-};
-
-/// "host" and port of an end point.
-struct Endpoint {
-  std::string host;
-  uint16_t port = 0;
-  bool operator==(const Endpoint&) const = default;
-};
 
 /// One object reference: immutable, but for the forward that calls on it follow. A local reference is one
 /// whose key this process minted or accepted; it has no profiles of its own: they are written from the

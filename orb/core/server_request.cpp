@@ -8,7 +8,6 @@
 #include "environment.h"
 #include "method_table.h"
 #include "options.h"
-#include "upcall.h"
 
 namespace zrsv {
 
@@ -98,7 +97,7 @@ void call_table(ServerRequest& request) {
   if (!answer_basic(request, intf)) answer_exception(request, known ? "BAD_OPERATION" : "NO_IMPLEMENT");
 }
 
-void call(ServerRequest& request, Engine* slot_of) {
+void call(ServerRequest& request, SlotLender* slot_of) {
   const Upcall upcall(&request, slot_of);
   try {
     request.target->is_internal() ? call_table(request) : call_adapter(request);
@@ -158,6 +157,17 @@ void LocalCall::finish(Buffer message, const char* why) {
   over.notify_one();
 }
 
+SlotLoan::SlotLoan() : lender_(Upcall::slot_of()) {
+  if (!lender_) return;
+  lent_ = lender_->lend();
+  if (const ServerRequest* const request = Upcall::request()) connection_ = request->connection.get();
+  if (connection_) connection_->lend();
+}
+SlotLoan::~SlotLoan() {
+  if (connection_) connection_->take_back();
+  if (lender_) lender_->take_back(lent_);
+}
+
 bool ServerRequest::read_head(const giop::Header& header) {
   minor = header.minor;
   giop::open_message(&cdr, header, message.data());
@@ -177,7 +187,7 @@ bool ServerRequest::own(Buffer whole) {
   return true;
 }
 
-void execute(ServerRequest& request, Engine* slot_of, uint32_t max_message, Buffer* reply) noexcept {
+void execute(ServerRequest& request, SlotLender* slot_of, uint32_t max_message, Buffer* reply) noexcept {
   reply->lend(&request.cdr);
   request.info.request = as_handle(request);
   request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;

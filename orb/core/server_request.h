@@ -10,12 +10,12 @@
 #include "reference.h"
 #include "request_base.h"
 #include "requests.h"
+#include "upcall.h"
 #include "zrsv/gate.h"
 #include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
-class Engine;
 struct ServerRequest;
 
 /// A call of this process that waits until another thread has run it.
@@ -99,12 +99,27 @@ struct ServerRequest : RequestBase {
   }
 };
 
+/// While one lives, the slot of the upcall that this thread runs is lent to another request: its servant waits for a
+/// reply, which may depend on that one. Nothing outside of servants, and when too many slots are lent.
+class SlotLoan {
+ public:
+  SlotLoan();
+  ~SlotLoan();
+  SlotLoan(const SlotLoan&) = delete;
+  SlotLoan& operator=(const SlotLoan&) = delete;
+
+ private:
+  SlotLender* const lender_;
+  bool lent_ = false;
+  Connection* connection_ = nullptr;  // of the request
+};
+
 /// Runs the request in the object adapter, or where its target belongs, on this thread, as an upcall (upcall.h) with a
-/// slot of that engine, or none. Afterwards its stream
+/// slot of that lender, or none. Afterwards its stream
 /// holds the whole reply message, of a bare one its body, empty when the client expects none, when there was no memory
 /// for it, or when it has to wait (`waits.wanted`). `reply` lends the memory for it; a body
 /// over `max_message` octets becomes IMP_LIMIT.
-void execute(ServerRequest& request, Engine* slot_of, uint32_t max_message, Buffer* reply) noexcept;
+void execute(ServerRequest& request, SlotLender* slot_of, uint32_t max_message, Buffer* reply) noexcept;
 /// Makes a system exception, by its short name, the reply.
 [[gnu::cold]] void answer_exception(ServerRequest& request, const char* name,
                                     uint32_t completed = CORBA_COMPLETED_NO, uint32_t minor = 0);

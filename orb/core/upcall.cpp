@@ -1,12 +1,9 @@
 #include "upcall.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <new>
 #include <thread>
+#include <utility>
 
-#include "engine.h"
-#include "server_request.h"
 #include "zrsv/of_thread.h"
 
 namespace zrsv {
@@ -26,36 +23,6 @@ Run* free_run() {
   made->next = all_runs;
   while (!all_runs.compare_exchange_weak(made->next, made)) continue;
   return made;
-}
-
-/// Calls `look` with each run and the request in it, which stays meanwhile.
-template <class Look>
-void look_at_runs(Look look) {
-  for (Run* run = all_runs; run; run = run->next) {
-    uintptr_t request = run->request;
-    if (request == 0 || (request & looked_at) ||
-        !run->request.compare_exchange_strong(request, request | looked_at))
-      continue;
-    look(*run, *reinterpret_cast<const ServerRequest*>(request));  // NOLINT(performance-no-int-to-ptr)
-    run->request = request;
-  }
-}
-
-std::string readable(std::string_view octets) {
-  std::string text(octets.substr(0, 80));
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
-  return text;
-}
-
-std::string describe(const ServerRequest& request, std::chrono::milliseconds age) {
-  char text[512];
-  std::snprintf(text, sizeof text, "operation %.64s of object '%s' of %.64s for %s, for %lld ms at least",
-                request.head.operation, readable(request.target->data()).c_str(),
-                request.target->impl_name().c_str(),
-                request.connection ? request.connection->peer().text().c_str() : "this process",
-                static_cast<long long>(age.count()));
-  return text;
 }
 
 }  // namespace
@@ -90,35 +57,15 @@ void note_runs(std::chrono::steady_clock::time_point now) {
   }
 }
 
-std::vector<std::string> describe_runs(std::chrono::steady_clock::time_point now) {
-  note_runs(now);
-  std::vector<std::string> all;
-  look_at_runs([&](const Run& run, const ServerRequest& request) {
-    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - run.since);
-    try {
-      all.push_back(describe(request, age));
-    } catch (const std::bad_alloc&) {
-      OM_log("no memory to say what runs");
-    }
-  });
-  return all;
-}
-
-uint32_t count_runs() {
-  uint32_t count = 0;
-  look_at_runs([&](const Run&, const ServerRequest&) { ++count; });
-  return count;
-}
-
-SlotLoan::SlotLoan() : lender_(Upcall::slot_of()) {
-  if (!lender_) return;
-  lent_ = lender_->lend();
-  if (const ServerRequest* const request = Upcall::request()) connection_ = request->connection.get();
-  if (connection_) connection_->lend();
-}
-SlotLoan::~SlotLoan() {
-  if (connection_) connection_->take_back();
-  if (lender_) lender_->take_back(lent_);
+void look_at_runs(const std::function<void(const Run&, const ServerRequest&)>& look) {
+  for (Run* run = all_runs; run; run = run->next) {
+    uintptr_t request = run->request;
+    if (request == 0 || (request & looked_at) ||
+        !run->request.compare_exchange_strong(request, request | looked_at))
+      continue;
+    look(*run, *reinterpret_cast<const ServerRequest*>(request));  // NOLINT(performance-no-int-to-ptr)
+    run->request = request;
+  }
 }
 
 }  // namespace zrsv

@@ -4,14 +4,22 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <string>
-#include <vector>
+#include <functional>
 
 namespace zrsv {
 
-class Connection;
-class Engine;
 struct ServerRequest;
+
+/// Whose slots upcalls have, and may lend while they wait.
+class SlotLender {
+ public:
+  /// False: no more slots are lent. To be called with the result when the wait is over: take_back.
+  virtual bool lend() = 0;
+  virtual void take_back(bool lent) = 0;
+
+ protected:
+  ~SlotLender() = default;
+};
 
 /// What one thread runs, for others to look at. Its request stays as long as somebody looks at it: the lowest bit
 /// says so.
@@ -29,8 +37,8 @@ struct Run {
 /// runs within the one that makes it. Takes no lock.
 class Upcall {
  public:
-  /// `request`: what is served, null for a hook, which belongs to the request within which it is called, if any. `slot_of`: the engine whose slot it has, when that may be lent.
-  explicit Upcall(ServerRequest* request = nullptr, Engine* slot_of = nullptr)
+  /// `request`: what is served, null for a hook, which belongs to the request within which it is called, if any. `slot_of`: whose slot it has, when that may be lent.
+  explicit Upcall(ServerRequest* request = nullptr, SlotLender* slot_of = nullptr)
       : outer_(mine_.innermost), request_(request ? request : Upcall::request()), slot_of_(slot_of) {
     mine_.innermost = this;
     if (request) show();
@@ -45,7 +53,7 @@ class Upcall {
   /// Of the innermost one of the calling thread; false and null outside of any.
   static bool running() { return mine_.innermost != nullptr; }
   static ServerRequest* request() { return mine_.innermost ? mine_.innermost->request_ : nullptr; }
-  static Engine* slot_of() { return mine_.innermost ? mine_.innermost->slot_of_ : nullptr; }
+  static SlotLender* slot_of() { return mine_.innermost ? mine_.innermost->slot_of_ : nullptr; }
 
  private:
   struct OfThread {
@@ -73,29 +81,12 @@ class Upcall {
 
   const Upcall* const outer_;
   ServerRequest* const request_;
-  Engine* const slot_of_;
-};
-
-/// While one lives, the slot of the upcall that this thread runs is lent to another request: its servant waits for a
-/// reply, which may depend on that one. Nothing outside of servants, and when too many slots are lent.
-class SlotLoan {
- public:
-  SlotLoan();
-  ~SlotLoan();
-  SlotLoan(const SlotLoan&) = delete;
-  SlotLoan& operator=(const SlotLoan&) = delete;
-
- private:
-  Engine* const lender_;
-  bool lent_ = false;
-  Connection* connection_ = nullptr;  // of the request
+  SlotLender* const slot_of_;
 };
 
 /// Notes which runs are new since the last look: the road of a request reads no clock. One thread, now and then.
 void note_runs(std::chrono::steady_clock::time_point now);
-/// What runs now, for people.
-std::vector<std::string> describe_runs(std::chrono::steady_clock::time_point now);
-/// How many requests run.
-uint32_t count_runs();
+/// Calls `look` with each run and the request in it, which stays meanwhile.
+void look_at_runs(const std::function<void(const Run&, const ServerRequest&)>& look);
 
 }  // namespace zrsv

@@ -17,6 +17,7 @@
 
 #include "cdr_chain.h"
 #include "options.h"
+#include "reply_threads.h"
 
 namespace zrsv {
 namespace {
@@ -122,7 +123,10 @@ const char* Reply::open(const giop::Header& header) {
 ClientConnection::ClientConnection(Endpoint peer, unsigned lane, int fd)
     : peer_(std::move(peer)), lane_(lane), fd_(fd), assembler_(options().max_message) {}
 
-ClientConnection::~ClientConnection() { ::close(fd_); }
+ClientConnection::~ClientConnection() {
+  if (known_) reply_threads().forget(*this);
+  ::close(fd_);
+}
 
 bool ClientConnection::alive(Clock::time_point now) {
   if (!usable_.load(std::memory_order_relaxed)) return false;
@@ -152,7 +156,12 @@ ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_
     if (!usable_) return Sent::Dead;
     // Waiting from before the first octet is out: the reply may be read by another thread.
     if (reply_expected) {
+      if (call->deferred && !known_) {
+        reply_threads().know(*this);
+        known_ = true;
+      }
       waiting_.push_back(call);
+      deferred_ += call->deferred != nullptr;
       call->state.store(ClientCall::State::Waiting, std::memory_order_relaxed);
     }
     writing_.store(true, std::memory_order_relaxed);
@@ -201,6 +210,21 @@ bool ClientConnection::receive(ClientCall* call, Deadline deadline) {
   return false;
 }
 
+void ClientConnection::attend() {
+  const MutexLock lock(mutex_);
+  if (!reading_) pass_reading_on();
+}
+
+void ClientConnection::take_replies() {
+  const MutexLock lock(mutex_);
+  watched_ = false;
+  if (reading_.exchange(true)) return;  // who reads has it watched again, where need be
+  take_input(receive_some(MSG_DONTWAIT));
+  last_used_.store(Clock::now(), std::memory_order_relaxed);
+  reading_.store(false, std::memory_order_release);
+  pass_reading_on();
+}
+
 void ClientConnection::forget(ClientCall* call) {
   const MutexLock lock(mutex_);
   if (call->state == ClientCall::State::Waiting) give_up(call);
@@ -238,7 +262,11 @@ void ClientConnection::stop_leading(const ClientCall& own) {
 void ClientConnection::pass_reading_on() {
   const auto next =
       std::find_if(waiting_.begin(), waiting_.end(), [](const ClientCall* c) { return c->asleep; });
-  if (next != waiting_.end()) (*next)->wake.notify_one();
+  if (next != waiting_.end()) return (*next)->wake.notify_one();
+  if (deferred_ > 0 && !watched_) [[unlikely]] {
+    watched_ = true;
+    reply_threads().watch(*this);
+  }
 }
 
 /// One recv. Nothing: the socket's time limit passed, or nothing was there.
@@ -314,12 +342,16 @@ void ClientConnection::settle(ClientCall* call, ClientCall::State state) {
   unlink(call);
   // Before it is settled: its owner is not there any more afterwards.
   if (call->asleep) call->wake.notify_one();
+  Deferred* const deferred = call->deferred;
   call->state.store(state, std::memory_order_release);
+  if (deferred) [[unlikely]]
+    reply_threads().settled(*deferred);
 }
 
 bool ClientConnection::unlink(ClientCall* call) {
   const auto found = std::find(waiting_.begin(), waiting_.end(), call);
   if (found == waiting_.end()) return false;
+  deferred_ -= call->deferred != nullptr;
   *found = waiting_.back();
   waiting_.pop_back();
   return true;

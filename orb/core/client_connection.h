@@ -1,11 +1,13 @@
 // A connection to a server: requests of several threads out, their replies in. There is no thread of its own:
-// of those that wait for a reply one reads for all, and hands that role on when its own reply is there.
+// of those that wait for a reply one reads for all, and hands that role on when its own reply is there. Where none
+// waits, but replies are to come, the reply threads read.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <vector>
 
 #include "assembler.h"
@@ -51,6 +53,8 @@ struct Reply {
   const char* open(const giop::Header& header);
 };
 
+class Deferred;
+
 /// A call as its connection sees it. While it is Waiting the connection's mutex guards what is written to it,
 /// and it must stay where it is; the caller's otherwise.
 struct ClientCall {
@@ -65,7 +69,8 @@ struct ClientCall {
   uint32_t id = 0;
   uint8_t minor = 2;  // GIOP version of its request
   std::atomic<State> state{State::Idle};
-  bool asleep = false;  // its thread sleeps on `wake`, and may be asked to read
+  Deferred* deferred = nullptr;  // told when it is settled; null: a thread waits
+  bool asleep = false;           // its thread sleeps on `wake`, and may be asked to read
   /// The time, as its thread last read the clock. The library has not waited for anything since, so this is
   /// still good for time limits; reading the clock at every step would cost more than the steps.
   Clock::time_point now;
@@ -74,7 +79,7 @@ struct ClientCall {
   Condition wake;
 };
 
-class ClientConnection {
+class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
  public:
   enum class Sent {
     Yes,
@@ -102,6 +107,11 @@ class ClientConnection {
             Deadline deadline);
   /// Returns when the call is no longer Waiting, true; or at the deadline, false: it is forgotten then.
   bool receive(ClientCall* call, Deadline deadline);
+  /// A deferred call was sent: sees to it that somebody reads.
+  void attend();
+  /// Reads what is there, unless somebody else does.
+  void take_replies();
+  int descriptor() const { return fd_; }
   /// Gives the call up: tells the server, and drops its reply should it still come.
   void forget(ClientCall* call);
   /// Fails the calls that wait. Any thread, at any time.
@@ -144,6 +154,9 @@ class ClientConnection {
   Condition write_free_;
   std::atomic<bool> usable_{true};  // written with mutex_ held
   std::vector<ClientCall*> waiting_ ZR_GUARDED_BY(mutex_);
+  uint32_t deferred_ ZR_GUARDED_BY(mutex_) = 0;           // of these, calls that no thread waits for
+  bool known_ ZR_GUARDED_BY(mutex_) = false;              // to the reply threads
+  bool watched_ ZR_GUARDED_BY(mutex_) = false;            // by them
   std::deque<uint32_t> cancelled_ ZR_GUARDED_BY(mutex_);  // ids whose reply may still come
   Reply incoming_ ZR_GUARDED_BY(mutex_);                  // the one being taken; its memory goes round
   Assembler assembler_;

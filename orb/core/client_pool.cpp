@@ -16,6 +16,7 @@
 
 #include "options.h"
 #include "process_life.h"
+#include "reply_threads.h"
 
 namespace zrsv {
 namespace {
@@ -237,6 +238,9 @@ ClientPool& client_pool() {
   return *pool;
 }
 
-void close_client_connections() { client_pool().close_all(); }
+void close_client_connections() {
+  client_pool().close_all();
+  reply_threads().stop(fault::shut_down);
+}
 
 }  // namespace zrsv

@@ -217,7 +217,19 @@ Fault run_here(ClientRequest* request, Reference& target) {
   return late && request->response_expected ? fault::none : why;
 }
 
+/// Has a thread of the engine run it. The message stays here: a forward may need it.
+[[gnu::cold]] Fault run_elsewhere(ClientRequest* request, Reference& target) {
+  if (request->bare && !put_head(request, request->key)) return fault::no_memory;
+  Buffer message;
+  if (!message.append(request->cdr.out_base, encoded(request->cdr))) return fault::no_memory;
+  const auto call = std::make_shared<LocalCall>(false);
+  if (request->deferral) request->deferral->attempt(call);
+  return call_in_process_later(*request, target, std::move(message), call);
+}
+
 Fault send_over(ClientRequest* request, ClientPool::Connection connection, bool* dead) {
+  if (request->deferral) [[unlikely]]
+    request->deferral->attempt();
   const auto sent = connection->send(request->cdr.out_base, encoded(request->cdr), &request->call,
                                      request->response_expected, request->deadline);
   *dead = sent == ClientConnection::Sent::Dead;
@@ -268,19 +280,20 @@ Fault send_to_any(ClientRequest* request, const Reference& target) {
 Fault send_to(ClientRequest* request, Reference& target) {
   if (!target.is_local()) return send_to_any(request, target);
   if (!address_anew(request, target.key())) return fault::no_memory;
-  if (options().in_process) return run_here(request, target);
+  if (options().in_process)
+    return request->elsewhere ? run_elsewhere(request, target) : run_here(request, target);
   const std::vector<Endpoint>& own = published_endpoints();
   if (own.empty()) return fault::not_serving;
   return send_to_address(request, {own.front().host, own.front().port}, request->deadline);
 }
 
-/// Calls made from now on start at the object itself again, which may know a better place.
+}  // namespace
+
 void drop_forward(ClientRequest* request) {
   if (!request->forward || request->object->forward().get() != request->forward.get()) return;
   request->object->clear_forward();
 }
 
-/// Sends to where the object was forwarded, and to the object itself when nobody is there any more.
 Fault dispatch(ClientRequest* request) {
   const Fault why = send_to(request, request->target());
   if (!request->forward || !is(why, "TRANSIENT")) return why;
@@ -296,10 +309,25 @@ Fault dispatch(ClientRequest* request) {
   return send_to(request, *request->object);
 }
 
-/// Why no connection came about: the time limit when it has passed meanwhile.
 Fault or_time_limit(const ClientRequest& request, Fault why) {
   return is(why, "TRANSIENT") && Clock::now() >= request.deadline ? fault::time_limit : why;
 }
+
+bool redirect(ClientRequest* request) {
+  request->forward = request->object->forward();
+  const Reference& target = request->target();
+  const CodeSets sets = code_sets_for(*request, target);
+  const CodeSets now = request->code_sets;
+  if (sets.narrow != now.narrow || sets.wide != now.wide || target.least_minor() < request->call.minor)
+    return false;
+  if (sets.said && !now.said) {  // it takes another header
+    request->code_sets = sets;
+    request->key = {};
+  }
+  return true;
+}
+
+namespace {
 
 /// Waits for the reply; a server that closes in good order before it took the request gets it once more.
 Fault await(ClientRequest* request) {
@@ -343,6 +371,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->nested = Upcall::request() != nullptr;
   request->deadline = Deadline::max();
   request->phase = Phase::Created;
+  request->elsewhere = false;
   request->call.state = ClientCall::State::Idle;
   request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);
   request->call.minor = version_for(*request);
@@ -371,13 +400,18 @@ std::size_t body_size(const ClientRequest& request) {
   return fail(too_long);
 }
 
-bool send(ClientRequest* request) {
+[[gnu::always_inline]] inline bool prepare(ClientRequest* request) {
   if (request->kind != ZR_REQUEST_IIOP || request->phase != Phase::Created) return fail(wrong_order);
   if (!is_usable()) return fail_unusable();
   request->phase = Phase::Over;
   end_message(request);
   if (body_size(*request) > options().max_message) return fail_too_long(*request);
   if (!request->bare) start_clock(*request);
+  return true;
+}
+
+bool send(ClientRequest* request) {
+  if (!prepare(request)) return false;
   if (const Fault why = or_time_limit(*request, dispatch(request))) return fail(why);
   if (request->response_expected) {
     request->phase = Phase::Sent;
@@ -394,6 +428,11 @@ bool receive(ClientRequest* request) {
   if (const Fault why = await(request)) return fail(why);
   request->phase = Phase::Answered;
   return true;
+}
+
+[[gnu::cold]] void end_deferral(ClientRequest* request) {
+  request->deferral->end();
+  request->deferral.reset();
 }
 
 /// Makes the reply's body the decoding side of the request's stream.
@@ -433,6 +472,12 @@ void start_clock(ClientRequest& request) {
 Buffer take_message(ClientRequest& request) {
   if (request.bare && !put_head(&request, request.key)) return {};
   return Buffer::take(&request.cdr);
+}
+
+bool finish_message(ClientRequest* request) {
+  if (!prepare(request)) return false;
+  if (request->bare) start_clock(*request);
+  return true;
 }
 
 }  // namespace zrsv
@@ -532,6 +577,8 @@ unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Env
 void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
   if (!request || in_forked_child()) return;  // a child's copy is left alone with what it holds
   std::unique_ptr<ClientRequest> r(as_request(request));
+  if (r->deferral) [[unlikely]]
+    end_deferral(r.get());
   if (r->connection && r->phase != Phase::Answered) r->connection->forget(&r->call);
   step([&] { return keep_for_later(std::move(r)), true; });
 }

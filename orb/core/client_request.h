@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "client_pool.h"
+#include "deferral.h"
 #include "request_base.h"
 
 namespace zrsv {
@@ -36,6 +37,8 @@ struct ClientRequest : RequestBase {
   bool bare = false;    // for an object of this process: `cdr` has the body alone, without a header
   Phase phase = Phase::Created;
   Deadline deadline = Deadline::max();  // max: none, or not begun
+  bool elsewhere = false;               // an object of this process runs it on a thread of the engine
+  std::unique_ptr<Deferral> deferral;   // of a call that no thread waits for
 
   std::string_view key;  // in the request's header
   CodeSets code_sets;    // what its texts are in
@@ -63,5 +66,17 @@ struct ClientRequest : RequestBase {
 void start_clock(ClientRequest& request);
 /// The whole message, out of the request's stream; of a bare one it is made now. Empty without memory.
 Buffer take_message(ClientRequest& request);
+
+// Steps of a call, for those that are deferred. On false the reason is kept for the thread.
+/// Makes the message whole, and starts the clock.
+bool finish_message(ClientRequest* request);
+/// Sends to where the object was forwarded, and to the object itself when nobody is there any more.
+Fault dispatch(ClientRequest* request);
+/// Why no connection came about: the time limit when it has passed meanwhile.
+Fault or_time_limit(const ClientRequest& request, Fault why);
+/// Calls made from now on start at the object itself again, which may know a better place.
+void drop_forward(ClientRequest* request);
+/// The request goes to that forward of its object next. False when it would have to be encoded anew for it.
+bool redirect(ClientRequest* request);
 
 }  // namespace zrsv

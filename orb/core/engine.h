@@ -60,6 +60,8 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   void take_back(bool lent) override { slots_.take_back(lent); }
   /// call_in_process (in_process.h).
   Fault call_local(ServerRequest& request, ClientRequest& call);
+  /// call_in_process_later (in_process.h).
+  Fault call_local_later(ServerRequest& request, ClientRequest& call, std::shared_ptr<LocalCall> waiter);
 
  private:
   /// What one thread keeps from request to request.

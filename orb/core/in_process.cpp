@@ -36,14 +36,14 @@ Fault open_bare_reply(const ServerRequest& request, Reply* reply) {
   return fault::none;
 }
 
+}  // namespace
+
 Fault open_reply(Reply* reply) {
   giop::Header header;
   const bool whole = reply->message.size() >= giop::header_size &&
                      !giop::read_header(reply->message.data(), UINT32_MAX, &header) && !reply->open(header);
   return whole ? fault::none : fault::bad_reply;
 }
-
-}  // namespace
 
 Fault call_in_process(ClientRequest& call, Reference& target) {
   const std::shared_ptr<Engine> engine = orb().engine();
@@ -60,6 +60,31 @@ Fault call_in_process(ClientRequest& call, Reference& target) {
   if (const Fault why = engine->call_local(request, call)) return why;
   if (!call.response_expected) return fault::none;
   return request.bare ? open_bare_reply(request, &call.call.reply) : open_reply(&call.call.reply);
+}
+
+Fault call_in_process_later(ClientRequest& call, Reference& target, Buffer message,
+                            std::shared_ptr<LocalCall> waiter) {
+  const std::shared_ptr<Engine> engine = orb().engine();
+  if (!engine) return fault::not_serving;
+  ServerRequest request;
+  request.target.borrow(&target);
+  if (!request.own(std::move(message))) return fault::no_memory;
+  return engine->call_local_later(request, call, std::move(waiter));
+}
+
+Fault Engine::call_local_later(ServerRequest& request, ClientRequest& call,
+                               std::shared_ptr<LocalCall> waiter) {
+  if (call.deferral && hosted_.load(std::memory_order_relaxed)) {
+    const Fault why = call_local(request, call);
+    waiter->finish(std::move(call.call.reply.message), why.name);
+    return fault::none;
+  }
+  request.waiter = std::move(waiter);
+  auto admission = QueueGroup::Admission::Pass;
+  if (!request.target->is_internal() && !queue_group().is_open())
+    admission = queue_group().hold(&request, queue_limit(request));
+  if (admission == QueueGroup::Admission::Held) return fault::none;
+  return admission == QueueGroup::Admission::Pass && enqueue(&request) ? fault::none : fault::not_serving;
 }
 
 Fault Engine::call_local(ServerRequest& request, ClientRequest& call) {

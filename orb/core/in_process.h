@@ -1,6 +1,8 @@
 // Calls to objects of this very process, without a socket.
 #pragma once
 
+#include <memory>
+
 #include "client_request.h"
 
 namespace zrsv {
@@ -10,5 +12,15 @@ namespace zrsv {
 /// `call.call.reply`; without response_expected it returns when the request was run or queued. fault::none on success;
 /// TIMEOUT when the call may be running still.
 Fault call_in_process(ClientRequest& call, Reference& target);
+
+struct LocalCall;
+
+/// The same on a thread of the engine, with a message of its own: returns at once, and what becomes of it is told to
+/// `waiter`. Where the program runs the requests by perform_work, so does this one; but a deferred call runs now: its
+/// thread may wait for it next, and be the only one.
+Fault call_in_process_later(ClientRequest& call, Reference& target, Buffer message,
+                            std::shared_ptr<LocalCall> waiter);
+/// Reads the head of a whole reply message.
+Fault open_reply(Reply* reply);
 
 }  // namespace zrsv

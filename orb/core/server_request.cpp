@@ -8,6 +8,7 @@
 #include "environment.h"
 #include "method_table.h"
 #include "options.h"
+#include "reply_threads.h"
 
 namespace zrsv {
 
@@ -153,6 +154,7 @@ void LocalCall::finish(Buffer message, const char* why) {
     reply = std::move(message);
     error = why;
     done = true;
+    if (deferred) reply_threads().settled(*deferred);
   }
   over.notify_one();
 }

@@ -17,6 +17,7 @@
 namespace zrsv {
 
 struct ServerRequest;
+class Deferred;
 
 /// A call of this process that waits until another thread has run it.
 struct LocalCall {
@@ -29,7 +30,8 @@ struct LocalCall {
   bool done ZR_GUARDED_BY(mutex) = false;
   const char* error ZR_GUARDED_BY(mutex) = nullptr;  // "TRANSIENT": it was not run
   Buffer reply ZR_GUARDED_BY(mutex);
-  Line line;  // while it waits for a slot
+  Deferred* deferred ZR_GUARDED_BY(mutex) = nullptr;  // told when it is done; null: a thread waits
+  Line line;                                          // while it waits for a slot
   /// The caller is in a servant: it runs its held call itself when that is released, with the slot that it
   /// has. All slots may be taken by servants that wait like this one.
   const bool caller_in_upcall;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "corba/orb.h"
+#include "corba/request.h"
 #include "policy_overrides.h"
 #include "zrsv/thread_safety.h"
 
@@ -22,6 +22,7 @@ struct OrbState : zrsv::CallScope {
   std::map<std::string, std::string, std::less<>> configured;  // -ORBInitRef: name to URL
   std::string default_url;                                     // -ORBDefaultInitRef
   PolicyOverrides overrides;
+  std::vector<Request_var> deferred;  // by send_multiple_requests_deferred
 };
 using OrbPointer = std::shared_ptr<OrbState>;
 

@@ -1,39 +1,15 @@
 #include "corba/request.h"
 
-#include "call_failures.h"
+#include "core_request.h"
+#include "orb_state.h"
 #include "raise.h"
+#include "zrsv/deferred.h"
 
 namespace CORBA {
 namespace {
 
 constexpr ULong minor_unlisted_exception = OMGVMCID | 1;
-
-/// A call of the ORB core, completed on every way out.
-class CoreRequest {
- public:
-  CoreRequest(void* target, const char* operation, bool response_expected, Environment& env) {
-    if (!OM_req_lib_initiator_request_create(target, operation, response_expected, &request_, &kind_))
-      idl::fail_request(CORBA_COMPLETED_NO, env);
-  }
-  ~CoreRequest() {
-    (kind_ == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
-                                    : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
-  }
-  CoreRequest(const CoreRequest&) = delete;
-  CoreRequest& operator=(const CoreRequest&) = delete;
-
-  void* get() const { return request_; }
-  /// Null for an object that is called without messages: one of the library's own.
-  CDR* stream() const {
-    CDR* cdr = nullptr;
-    const bool has = kind_ == ZR_REQUEST_IIOP && OM_req_lib_UNO_IIOP_get_cdr(request_, &cdr);
-    return has ? cdr : nullptr;
-  }
-
- private:
-  void* request_ = nullptr;
-  std::uint32_t kind_ = 0;
-};
+constexpr ULong minor_sent_already = OMGVMCID | 10, minor_not_sent = OMGVMCID | 11;
 
 }  // namespace
 
@@ -58,14 +34,16 @@ void ExceptionList::remove(ULong index, Environment& env) {
 Request::Request(Object* target, const char* operation, NVList* arguments, NamedValue* result,
                  ExceptionList* exceptions)
     : target_(Object::_duplicate(target)),
-      operation_(operation),
+      operation_(string_dup(operation)),
       arguments_(arguments ? NVList::_duplicate(arguments) : new NVList),
       result_(result ? NamedValue::_duplicate(result) : new NamedValue("", Any(), ARG_OUT)),
       exceptions_(exceptions ? ExceptionList::_duplicate(exceptions) : new ExceptionList) {
   if (!result) set_return_type(_tc_void);
 }
 
-Request::~Request() = default;
+Request::~Request() { delete sent_; }
+
+void* Request::_sent() const { return sent_ ? sent_->get() : nullptr; }
 
 void Request::read_results(CDR* cdr) {
   const TypeCode_var type(return_value().type());
@@ -94,32 +72,83 @@ void Request::read_user_exception(void* request, CDR* cdr) {
   raise<UNKNOWN>(env_, minor_unlisted_exception, COMPLETED_MAYBE);
 }
 
-// False: it was forwarded.
-bool Request::exchange(bool response_expected) {
+CoreRequest* Request::encode(bool response_expected) {
   env_.clear();
-  const CoreRequest call(target_->get_ref(), operation_.c_str(), response_expected, env_);
-  CDR* const cdr = call.stream();
-  if (!cdr) raise<NO_IMPLEMENT>(env_);
-  cdr->direction = CDR_ENCODE;
+  auto call = std::make_unique<CoreRequest>(target_->get_ref(), operation_.in(), response_expected, env_);
+  CDR* const cdr = call->arguments(env_);
   if (!arguments_->encode_values(cdr, ARG_IN)) idl::fail_marshal(cdr, CORBA_COMPLETED_NO, env_);
-  if (!OM_req_lib_UNO_IIOP_send_request(call.get())) idl::fail_request(CORBA_COMPLETED_NO, env_);
-  if (!response_expected) return true;
-  std::uint32_t status = 0;
-  if (!OM_req_lib_UNO_IIOP_recv_reply(call.get()) ||
-      !OM_req_lib_UNO_IIOP_decode_reply_header(call.get(), &status))
-    idl::fail_request(CORBA_COMPLETED_MAYBE, env_);
-  cdr->direction = CDR_DECODE;
-  if (status == ZR_REPLY_LOCATION_FORWARD) return idl::follow_forward(target_.in(), cdr, env_), false;
-  if (status == ZR_REPLY_SYSTEM_EXCEPTION) idl::throw_reply_exception(call.get(), env_);
-  if (status == ZR_REPLY_USER_EXCEPTION) return read_user_exception(call.get(), cdr), true;
-  return read_results(cdr), true;
+  return call.release();
+}
+
+// False: it was forwarded.
+bool Request::take_reply(const CoreRequest& call) {
+  CDR* const cdr = call.stream();
+  switch (call.reply(env_)) {
+    case ZR_REPLY_LOCATION_FORWARD:
+      return idl::follow_forward(target_.in(), cdr, env_), false;
+    case ZR_REPLY_SYSTEM_EXCEPTION:
+      idl::throw_reply_exception(call.get(), env_);
+    case ZR_REPLY_USER_EXCEPTION:
+      return read_user_exception(call.get(), cdr), true;
+    default:
+      return read_results(cdr), true;
+  }
+}
+
+void Request::refuse_while_sent() const {
+  if (sent_) throw BAD_INV_ORDER(minor_sent_already, COMPLETED_NO);
 }
 
 void Request::invoke() {
-  while (!exchange(true)) continue;
+  refuse_while_sent();
+  taken_ = false;
+  for (bool answered = false; !answered;) {
+    const std::unique_ptr<CoreRequest> call(encode(true));
+    if (!OM_req_lib_UNO_IIOP_send_request(call->get())) idl::fail_request(CORBA_COMPLETED_NO, env_);
+    answered = take_reply(*call);
+  }
 }
 
-void Request::send_oneway() { exchange(false); }
+void Request::send_oneway() {
+  refuse_while_sent();
+  taken_ = false;
+  const std::unique_ptr<CoreRequest> call(encode(false));
+  if (!OM_req_lib_UNO_IIOP_send_request(call->get())) idl::fail_request(CORBA_COMPLETED_NO, env_);
+}
+
+void Request::send_deferred() {
+  refuse_while_sent();
+  taken_ = false;
+  std::unique_ptr<CoreRequest> call(encode(true));
+  if (!zrsv::send_deferred(call->get(), nullptr)) idl::fail_request(CORBA_COMPLETED_NO, env_);
+  sent_ = call.release();
+}
+
+Boolean Request::poll_response() {
+  if (!sent_ && !taken_) throw BAD_INV_ORDER(minor_not_sent, COMPLETED_NO);
+  return taken_ || zrsv::has_reply(sent_->get());
+}
+
+void Request::get_response() {
+  if (!sent_ && !taken_) throw BAD_INV_ORDER(minor_not_sent, COMPLETED_NO);
+  if (!taken_) zrsv::await_reply(sent_->get());
+  _finish();
+  if (SystemException::_downcast(env_.exception())) raise_environment(env_);
+}
+
+// Leaves what it ends with in the environment. A forward that the request could not follow as it was encoded has the
+// call made anew.
+void Request::_finish() noexcept {
+  const std::unique_ptr<CoreRequest> call(std::exchange(sent_, nullptr));
+  if (!call) return;
+  try {
+    if (!take_reply(*call)) invoke();
+  } catch (const SystemException&) {  // stands in the environment
+  } catch (const std::bad_alloc&) {
+    env_.exception(new NO_MEMORY(0, COMPLETED_MAYBE));
+  }
+  taken_ = true;
+}
 
 // ---- Who makes them ---------------------------------------------------------------------------------------
 
@@ -159,9 +188,59 @@ void ORB::create_exception_list(ExceptionList*& list, Environment& env) {
   list = new ExceptionList;
 }
 
+// ---- Several at a time ------------------------------------------------------------------------------------
+
 void ORB::send_multiple_requests_oneway(const RequestSeq& requests, Environment& env) {
-  env.clear();
+  live(*this, env);
   for (ULong i = 0; i < requests.length(); ++i) requests[i]->send_oneway();
+}
+
+void ORB::send_multiple_requests_deferred(const RequestSeq& requests, Environment& env) {
+  const OrbPointer orb = live(*this, env);
+  for (ULong i = 0; i < requests.length(); ++i) {
+    requests[i]->send_deferred();
+    const zrsv::MutexLock lock(orb->mutex);
+    orb->deferred.push_back(requests[i]);
+  }
+}
+
+namespace {
+
+/// Takes out the first that has a reply, of those whose reply nobody has taken. Nil: none has. BAD_INV_ORDER when there
+/// are none.
+Request_var take_answered(OrbState& orb, std::vector<void*>* pending, Environment& env) {
+  const zrsv::MutexLock lock(orb.mutex);
+  std::erase_if(orb.deferred, [](const Request_var& request) { return !request->_sent(); });
+  if (orb.deferred.empty()) raise<BAD_INV_ORDER>(env, minor_not_sent, COMPLETED_NO);
+  for (auto at = orb.deferred.begin(); at != orb.deferred.end(); ++at) {
+    if (pending) pending->push_back((*at)->_sent());
+    if (!zrsv::has_reply((*at)->_sent())) continue;
+    Request_var found = *at;
+    if (pending) orb.deferred.erase(at);
+    return found;
+  }
+  return {};
+}
+
+}  // namespace
+
+Boolean ORB::poll_next_response(Environment& env) {
+  return !is_nil(take_answered(*live(*this, env), nullptr, env));
+}
+
+void ORB::get_next_response(Request*& request, Environment& env) {
+  const OrbPointer orb = live(*this, env);
+  for (;;) {
+    std::vector<void*> pending;
+    Request_var found = take_answered(*orb, &pending, env);
+    if (is_nil(found)) {
+      zrsv::await_any_reply(pending.data(), pending.size());
+      continue;
+    }
+    found->_finish();
+    request = found._retn();
+    return;
+  }
 }
 
 }  // namespace CORBA

@@ -28,7 +28,8 @@ int main(int argc, char* argv[]) {
     request->add_in_arg("divisor") <<= CORBA::Long(5);
     request->add_out_arg("remainder").replace(CORBA::_tc_long, nullptr);
     request->set_return_type(CORBA::_tc_void);
-    request->invoke();
+    request->send_deferred();
+    request->get_response();
     CHECK((*request->arguments()->item(0)->value() >>= sum) && sum == 3);
     CHECK((*request->arguments()->item(2)->value() >>= sum) && sum == 2);
 

@@ -1,5 +1,7 @@
 // Calls and servants that are put together at run time.
 
+#include <set>
+
 #include "server.h"
 
 namespace {
@@ -117,6 +119,65 @@ TEST_F(DynamicTest, CallsWithoutAStub) {
   note->send_oneway();
   EXPECT_EQ(servant->noted.get_future().get(), "one way");
   EXPECT_THROW(there->_request(""), CORBA::BAD_PARAM);
+}
+
+TEST_F(DynamicTest, DeferredCallsRunTogether) {
+  const Demo::Echo_var there = far_echo(orb);
+  CORBA::RequestSeq slow;
+  slow.length(2);
+  for (CORBA::ULong place = 0; place < 2; ++place) {
+    Demo::Echo_ptr const object = place == 0 ? there : echo;
+    slow[place] = object->_request("sleep_ms");
+    slow[place]->add_in_arg() <<= CORBA::ULong(0);
+    EXPECT_THROW(slow[place]->get_response(), CORBA::BAD_INV_ORDER);
+    slow[place]->send_deferred();
+    EXPECT_THROW(slow[place]->send_deferred(), CORBA::BAD_INV_ORDER);
+    CORBA::RequestSeq requests;
+    requests.length(3);
+    for (CORBA::ULong i = 0; i < 3; ++i) {
+      requests[i] = request_to_add(object, static_cast<CORBA::Long>(i), 1);
+      requests[i]->send_deferred();
+    }
+    for (CORBA::ULong i = 0; i < 3; ++i) {
+      requests[i]->get_response();
+      EXPECT_EQ(result_of(requests[i]), static_cast<CORBA::Long>(i) + 1);
+    }
+    EXPECT_FALSE(slow[place]->poll_response());
+  }
+  servant->release.set_value();
+  for (CORBA::ULong place = 0; place < 2; ++place) {
+    slow[place]->get_response();
+    slow[place]->get_response();  // once more changes nothing
+    EXPECT_TRUE(slow[place]->poll_response());
+  }
+}
+
+TEST_F(DynamicTest, TheNextResponseIsThatOfWhoeverIsThrough) {
+  const Demo::Echo_var there = far_echo(orb);
+  EXPECT_THROW(orb->poll_next_response(), CORBA::BAD_INV_ORDER);
+  CORBA::RequestSeq requests;
+  requests.length(3);
+  requests[0] = there->_request("sleep_ms");
+  requests[0]->add_in_arg() <<= CORBA::ULong(0);
+  requests[1] = request_to_add(there, 1, 2);
+  requests[2] = there->_request("no_such_operation");
+  orb->send_multiple_requests_deferred(requests);
+  std::set<CORBA::Request_ptr> through;
+  for (int i = 0; i < 2; ++i) {
+    CORBA::Request_var next;
+    orb->get_next_response(next.out());
+    through.insert(next);
+  }
+  EXPECT_EQ(through, (std::set<CORBA::Request_ptr>{requests[1], requests[2]}));
+  EXPECT_EQ(result_of(requests[1]), 3);
+  EXPECT_NE(CORBA::BAD_OPERATION::_downcast(requests[2]->env()->exception()), nullptr);
+  EXPECT_THROW(requests[2]->get_response(), CORBA::BAD_OPERATION);
+  EXPECT_FALSE(orb->poll_next_response());
+  servant->release.set_value();
+  CORBA::Request_var next;
+  orb->get_next_response(next.out());
+  EXPECT_TRUE(next.in() == requests[0].in());
+  EXPECT_THROW(orb->get_next_response(next.out()), CORBA::BAD_INV_ORDER);
 }
 
 TEST_F(DynamicTest, ListsOfTheProgramsOwnAreUsedInPlace) {

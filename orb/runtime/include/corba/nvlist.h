@@ -18,18 +18,18 @@ using Bounds = PlainUserException<"IDL:omg.org/CORBA/Bounds:1.0">;
 class ZRSVCPP_API NamedValue : public virtual LocalObject {
  public:
   NamedValue(const char* name, const Any& value, Flags flags)
-      : name_(name ? name : ""), value_(value), flags_(flags) {}
+      : name_(string_dup(name ? name : "")), value_(value), flags_(flags) {}
   ~NamedValue() override;
   static NamedValue* _nil() { return nullptr; }
   static NamedValue* _duplicate(NamedValue* p) { return idl::duplicate_local(p); }
 
-  const char* name() const { return name_.c_str(); }
+  const char* name() const { return name_.in(); }
   /// The value itself, to be read and changed.
   Any* value() { return &value_; }
   Flags flags() const { return flags_; }
 
  private:
-  std::string name_;
+  String_var name_;
   Any value_;
   Flags flags_;
 };

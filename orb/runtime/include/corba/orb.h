@@ -59,8 +59,14 @@ class ZRSVCPP_API ORB : public virtual Object, public TypeCodeFactory {
   void create_exception_list(ExceptionList*& list, CORBA_ENV);
   /// The context of the process (corba/context.h), as a new reference that the caller releases.
   void get_default_context(Context*& context, CORBA_ENV);
-  /// Sends one after the other.
+  /// Send one after the other.
   void send_multiple_requests_oneway(const RequestSeq& requests, CORBA_ENV);
+  void send_multiple_requests_deferred(const RequestSeq& requests, CORBA_ENV);
+  /// Of the requests that were so sent to be deferred: whether one has its reply, and the next that has, whose reply
+  /// is taken then, with what it ended with in its env(). The caller releases it. BAD_INV_ORDER when no reply is
+  /// outstanding.
+  Boolean poll_next_response(CORBA_ENV);
+  void get_next_response(Request*& request, CORBA_ENV);
 
   /// Serves until shutdown is complete.
   void run(CORBA_ENV);

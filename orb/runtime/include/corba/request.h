@@ -6,6 +6,8 @@
 
 namespace CORBA {
 
+class CoreRequest;
+
 /// A user exception that a dynamic call ended with: one of those that the request lists.
 class ZRSVCPP_API UnknownUserException : public UserExceptionOf<UnknownUserException> {
  public:
@@ -64,7 +66,7 @@ class ZRSVCPP_API Request : public virtual LocalObject {
 
   /// All are the request's own.
   Object* target() const { return target_.in(); }
-  const char* operation() const { return operation_.c_str(); }
+  const char* operation() const { return operation_.in(); }
   NVList* arguments() const { return arguments_.in(); }
   NamedValue* result() const { return result_.in(); }
   ExceptionList* exceptions() const { return exceptions_.in(); }
@@ -81,18 +83,33 @@ class ZRSVCPP_API Request : public virtual LocalObject {
   void invoke();
   /// Sends it, and nobody will hear of its end.
   void send_oneway();
+  /// Sends it and returns. It goes on without a thread of the program; its time limit runs. BAD_INV_ORDER while it is
+  /// under way, as for the two above.
+  void send_deferred();
+  /// Whether get_response would not wait. Both: BAD_INV_ORDER when the call was not sent.
+  Boolean poll_response();
+  /// Waits for its end, and ends as invoke() does. Again: the same.
+  void get_response();
+
+  /// Of the library: the call under way, or null; takes its reply, with what it ends with in env().
+  void* _sent() const;
+  void _finish() noexcept;
 
  private:
-  bool exchange(bool response_expected);
+  CoreRequest* encode(bool response_expected);
+  bool take_reply(const CoreRequest& call);
+  void refuse_while_sent() const;
   void read_results(CDR* cdr);
   void read_user_exception(void* request, CDR* cdr);
 
   Object_var target_;
-  const std::string operation_;
+  const String_var operation_;
   NVList_var arguments_;
   NamedValue_var result_;
   ExceptionList_var exceptions_;
   Environment env_;
+  CoreRequest* sent_ = nullptr;  // owned, while a deferred call is under way
+  bool taken_ = false;           // the reply of one was taken
 };
 using Request_ptr = Request*;
 using Request_var = ObjectVar<Request>;

@@ -1,0 +1,23 @@
+#include "core_request.h"
+
+#include "raise.h"
+
+namespace CORBA {
+
+CDR* CoreRequest::arguments(Environment& env) const {
+  CDR* const cdr = stream();
+  if (!cdr) raise<NO_IMPLEMENT>(env);
+  cdr->direction = CDR_ENCODE;
+  return cdr;
+}
+
+std::uint32_t CoreRequest::reply(Environment& env) const {
+  std::uint32_t status = 0;
+  if (!OM_req_lib_UNO_IIOP_recv_reply(request_) ||
+      !OM_req_lib_UNO_IIOP_decode_reply_header(request_, &status))
+    idl::fail_request(CORBA_COMPLETED_MAYBE, env);
+  stream()->direction = CDR_DECODE;
+  return status;
+}
+
+}  // namespace CORBA

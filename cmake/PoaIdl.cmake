@@ -1,15 +1,16 @@
-# poa_idl(<target> FILES <file.idl>... [ENVIRONMENT] [INCLUDES <directory>...])
+# poa_idl(<target> FILES <file.idl>... [ENVIRONMENT] [ASYNC] [INCLUDES <directory>...])
 #
 # Compiles IDL files into the target: its sources get NAME.cpp of each NAME.idl, and whoever links it finds NAME.h.
 # A change of a file or of what it includes compiles it again.
 #   ENVIRONMENT  operations have a last parameter CORBA::Environment&
+#   ASYNC        asynchronous calls are made, too
 #   INCLUDES     where included IDL files are looked for, beside the including file's own directory
 cmake_policy(VERSION 3.20...3.25)
 
 function(poa_idl target)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "ENVIRONMENT" "" "FILES;INCLUDES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "ENVIRONMENT;ASYNC" "" "FILES;INCLUDES")
   if(NOT arg_FILES OR arg_UNPARSED_ARGUMENTS)
-    message(FATAL_ERROR "poa_idl(<target> FILES <file.idl>... [ENVIRONMENT] [INCLUDES <directory>...])")
+    message(FATAL_ERROR "poa_idl(<target> FILES <file.idl>... [ENVIRONMENT] [ASYNC] [INCLUDES <directory>...])")
   endif()
   set(compiler poa::poaidl)
   if(NOT TARGET poa::poaidl)  # built for another machine: take one of this
@@ -20,6 +21,9 @@ function(poa_idl target)
   set(options -o ${directory})
   if(arg_ENVIRONMENT)
     list(APPEND options --environment)
+  endif()
+  if(arg_ASYNC)
+    list(APPEND options --async)
   endif()
   foreach(include IN LISTS arg_INCLUDES)
     cmake_path(ABSOLUTE_PATH include NORMALIZE)

@@ -31,6 +31,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   idl::compile_text(text, compilation);
   if (compilation.diagnostics.errors()) return 0;
   static_cast<void>(idl::list(compilation));
-  static_cast<void>(idl::emit(compilation, "input", {.environment = size % 2 == 0}));
+  static_cast<void>(idl::emit(compilation, "input", {.environment = size % 2 == 0, .async = size % 4 < 2}));
   return 0;
 }

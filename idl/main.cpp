@@ -16,7 +16,8 @@ bool compile_file(const std::string& file, const idl::Options& options, idl::Out
   idl::compile(file, options.preprocess, compilation);
   idl::Emitted emitted;
   if (!compilation.diagnostics.errors() && !options.list)
-    emitted = idl::emit(compilation, std::filesystem::path(file).stem().string(), {options.environment});
+    emitted = idl::emit(compilation, std::filesystem::path(file).stem().string(),
+                        {options.environment, options.async});
   std::cerr << compilation.diagnostics.text();
   if (compilation.diagnostics.errors()) return false;
   if (options.list) std::cout << idl::list(compilation);

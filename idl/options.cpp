@@ -21,6 +21,8 @@ int parse_options(int argc, char** argv, Options& options) {
       ->type_name("DIR");
   app.add_flag("--environment", options.environment,
                "Give every operation a last parameter CORBA::Environment&");
+  app.add_flag("--async", options.async,
+               "Make asynchronous calls, too: sendc_NAME with a handler, and async_NAME that gives a future");
   app.add_option("--deps", options.deps, "Write the files that were read as a rule for make")
       ->type_name("FILE");
   app.add_flag("--list", options.list, "Print what the files declare, with repository ids; write nothing");

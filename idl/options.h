@@ -14,6 +14,7 @@ struct Options {
   std::string directory = ".";
   std::string deps;  // empty for none
   bool environment = false;
+  bool async = false;
   bool list = false;
   bool warnings_are_errors = false;
 };

@@ -176,6 +176,7 @@ struct Interface : Definable {
   std::vector<ScopedName> base_names;
   std::vector<Interface*> bases;      // found by names: the good ones, in order
   std::vector<Interface*> ancestors;  // found by names: all bases, direct ones and others, each once
+  Interface* handler = nullptr;       // made by add_reply_handlers: takes the replies of asynchronous calls
   unsigned depth = 1;
 };
 

@@ -20,6 +20,7 @@ class File {
     out_.blank();
     out_.line("#include \"poa/mapping.h\"");
     for (const std::string& one : extra_headers(compilation_)) out_.line("#include \"" + one + "\"");
+    if (options_.async) out_.line("#include \"poa/async.h\"");
     includes();
     out_.blank();
     declarations(*compilation_.tree.root);
@@ -101,6 +102,8 @@ void File::declare(const Declaration& declaration) {
   const auto* interface = as<Interface>(&declaration);
   if (!interface) return TypeEmitter(out_, spell_).declare(declaration, Inside::Namespace);
   if (announced_.insert(defined(interface)).second) announce_interface(out_, *interface);
+  const Interface* const handler = interface->handler;
+  if (handler && announced_.insert(handler).second) announce_interface(out_, *handler);
   if (!interface->forward) declare_interface(out_, spell_, *interface, options_);
 }
 
@@ -167,6 +170,7 @@ std::vector<std::string> extra_headers(Compilation& compilation) {
 
 Emitted emit(Compilation& compilation, const std::string& name, const EmitOptions& options) {
   refuse_what_has_no_mapping(compilation);
+  if (options.async && !compilation.diagnostics.errors()) add_reply_handlers(compilation);
   if (compilation.diagnostics.errors()) return {};
   File file(compilation, name, options);
   return {file.header(), file.source()};

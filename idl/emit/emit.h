@@ -9,6 +9,7 @@ namespace idl {
 
 struct EmitOptions {
   bool environment = false;  // operations have a last parameter CORBA::Environment&
+  bool async = false;        // interfaces have asynchronous calls, and handlers of their replies
 };
 
 struct Emitted {
@@ -26,6 +27,10 @@ void refuse_what_has_no_mapping(Compilation& compilation);
 
 /// The headers that the file needs beside poa/mapping.h.
 std::vector<std::string> extra_headers(Compilation& compilation);
+
+/// Gives each interface the interface of the objects that take its replies: AMI_<Name>Handler. What stands in the way is
+/// an error.
+void add_reply_handlers(Compilation& compilation);
 
 /// What stands around a declaration, as far as its C++ differs by that.
 enum class Inside : std::uint8_t { Namespace, Class };
@@ -108,6 +113,16 @@ std::string signature(const Spelling& spell, const Method& method, const std::st
                       const std::string& environment);
 /// "(first, a, b, last)", the arguments between the two where these are not empty.
 std::string call(const Method& method, const std::string& first, const std::string& last);
+/// "void sendc_f(AMI_IHandler_ptr _handler, CORBA::Long a)", with `scope` in front of the name, and "{ ... }".
+std::string sendc_signature(const Spelling& spell, const Method& method, const Interface& interface,
+                            const std::string& scope);
+/// "std::future<CORBA::Long> async_f(CORBA::Long a)".
+std::string future_signature(const Spelling& spell, const Method& method, const std::string& scope);
+/// What the future is of: "void", "CORBA::Long", "std::tuple<CORBA::Long, A::B_var>".
+std::string future_value(const Spelling& spell, const Method& method);
+/// The same names for the asynchronous forms: "f", "get_a".
+std::string async_name(const Method& method);
+
 /// The names of a struct's or exception's members with those of its bases in front.
 std::vector<const Member*> members_of(const Scope& scope);
 /// What a member is to the library: with its dimensions.

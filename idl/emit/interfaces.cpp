@@ -90,6 +90,42 @@ std::string call(const Method& method, const std::string& first, const std::stri
   return "(" + joined_by(", ", arguments, [](const std::string& text) { return text; }) + ")";
 }
 
+// --- asynchronous calls -------------------------------------------------------------------------------------------
+
+std::string async_name(const Method& method) {
+  return method.wire_name.starts_with("_") ? method.wire_name.substr(1) : method.wire_name;
+}
+
+static std::string in_parameters(const Spelling& spell, const Method& method, const std::string& first) {
+  std::vector<std::string> parameters;
+  if (!first.empty()) parameters.push_back(first);
+  for (const Method::Argument& one : method.arguments)
+    if (one.direction != Direction::Out)
+      parameters.push_back((one.type ? spell.parameter(Direction::In, *one.type) : "CORBA::Context*") + " " +
+                           one.name);
+  return "(" + joined_by(", ", parameters, [](const std::string& text) { return text; }) + ")";
+}
+
+std::string sendc_signature(const Spelling& spell, const Method& method, const Interface& interface,
+                            const std::string& scope) {
+  return "void " + scope + "sendc_" + async_name(method) +
+         in_parameters(spell, method, spell.qualified(*interface.handler) + "* _handler");
+}
+
+std::string future_value(const Spelling& spell, const Method& method) {
+  std::vector<std::string> all;
+  if (method.result) all.push_back(spell.owned(*method.result));
+  for (const Method::Argument& one : method.arguments)
+    if (one.direction != Direction::In) all.push_back(spell.owned(*one.type));
+  if (all.size() < 2) return all.empty() ? "void" : all[0];
+  return "std::tuple<" + joined_by(", ", all, [](const std::string& text) { return text; }) + ">";
+}
+
+std::string future_signature(const Spelling& spell, const Method& method, const std::string& scope) {
+  return "std::future<" + future_value(spell, method) + "> " + scope + "async_" + async_name(method) +
+         in_parameters(spell, method, "");
+}
+
 // --- clients ------------------------------------------------------------------------------------------------------
 
 void announce_interface(Writer& out, const Interface& interface) {
@@ -100,6 +136,16 @@ void announce_interface(Writer& out, const Interface& interface) {
   out.line("using " + name + "_var = CORBA::ObjectVar<" + name + ">;");
   out.line("using " + name + "_out = CORBA::ObjectOut<" + name + ">;");
   out.blank();
+}
+
+static void declare_async(Writer& out, const Spelling& spell, const Interface& interface) {
+  if (!interface.handler) return;
+  out.blank();
+  for (const Method& method : methods_of(interface)) {
+    if (method.oneway) continue;
+    out.line(sendc_signature(spell, method, interface, "") + ";");
+    out.line(future_signature(spell, method, "") + ";");
+  }
 }
 
 void declare_interface(Writer& out, const Spelling& spell, const Interface& interface,
@@ -134,6 +180,7 @@ void declare_interface(Writer& out, const Spelling& spell, const Interface& inte
   for (const Method& method : methods_of(interface))
     out.line("virtual " + signature(spell, method, "", options.environment ? "CORBA_ENV" : "") +
              (local ? " = 0;" : ";"));
+  declare_async(out, spell, interface);
   out.close("};");
   out.line("inline constexpr CORBA::idl::typecode_constant<CORBA::idl::ref<" + name + ">> _tc_" + name + ";");
   out.blank();

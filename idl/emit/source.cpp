@@ -39,12 +39,16 @@ std::string context_names(const Method& method) { return "context_" + method.wir
 void row(Writer& out, const Spelling& spell, const Method& method) {
   static constexpr const char* directions[] = {"idl::in<", "idl::out<", "idl::inout<"};
   const std::string result = method.result ? spell.descriptor(*method.result) : "void";
-  const std::string parameters = joined_by(", ", method.arguments, [&](const Method::Argument& one) {
-    return directions[static_cast<std::size_t>(one.direction)] +
-           (one.type ? spell.descriptor(*one.type) : "idl::context<" + context_names(method) + ">") + ">";
-  });
-  const std::string raised =
+  std::string raised =
       joined_by(", ", *method.raises, [&](const Raised& one) { return spell.qualified(*one.declared); });
+  const std::string parameters = joined_by(", ", method.arguments, [&](const Method::Argument& one) {
+    // What a handler may find in its holder is not what it raises.
+    const std::string descriptor = !one.type ? "idl::context<" + context_names(method) + ">"
+                                   : is_exception_holder(*one.type)
+                                       ? "idl::exception_holder<" + std::exchange(raised, "") + ">"
+                                       : spell.descriptor(*one.type);
+    return directions[static_cast<std::size_t>(one.direction)] + descriptor + ">";
+  });
   if (!method.contexts.empty())
     out.line("constexpr const char* " + context_names(method) + "[] = {" +
              joined_by(", ", method.contexts, cpp_string) + "};");
@@ -52,6 +56,25 @@ void row(Writer& out, const Spelling& spell, const Method& method) {
                      "{" + cpp_string(method.wire_name) + ", &Class::" + method.name +
                      (raised.empty() ? "" : ", idl::raises<" + raised + ">") +
                      (method.oneway ? ", idl::oneway" : "") + "};"));
+}
+
+// "idl::sendc(this, rows::op_f, _handler, a, idl::nothing)": an out parameter goes without.
+std::string async_call(const Method& method, const std::string& function, const std::string& row,
+                       const std::string& handler) {
+  const auto passed = [](const Method::Argument& one) {
+    return ", " + (one.direction == Direction::Out ? "CORBA::idl::nothing" : one.name);
+  };
+  return "CORBA::idl::" + function + "(this, " + row + handler + joined_by("", method.arguments, passed) +
+         ")";
+}
+
+void define_async(Writer& out, const Spelling& spell, const Interface& interface, const Method& method) {
+  const std::string scope = spell.path(interface) + "::",
+                    row = rows_namespace(spell, interface) + "::" + method.row;
+  out.line(sendc_signature(spell, method, interface, scope) + " { " +
+           async_call(method, "sendc", row, ", _handler") + "; }");
+  out.line(future_signature(spell, method, scope) + " { return " +
+           async_call(method, "future<" + future_value(spell, method) + ">", row, "") + "; }");
 }
 
 void rows(Writer& out, const Spelling& spell, const Interface& interface,
@@ -104,6 +127,9 @@ void define_interface(Writer& out, const Spelling& spell, const Interface& inter
     out.line(signature(spell, method, path + "::", options.environment ? "CORBA::Environment& env" : "") +
              " { " + (method.result ? "return " : "") + name + "::" + method.row +
              call(method, "this", options.environment ? "env" : "") + "; }");
+  if (interface.handler)
+    for (const Method& method : methods)
+      if (!method.oneway) define_async(out, spell, interface, method);
   if (!methods.empty()) out.blank();
   skeleton(out, spell, interface, !methods.empty());
 }

@@ -31,6 +31,8 @@ constexpr const char* out_forms[] = {
     "$&", "$&", "$_out", "CORBA::String_out", "CORBA::WString_out", "$_out", "$", "$_out", "$*&"};
 constexpr const char* result_forms[] = {"$",  "$",        "$*",       "char*", "CORBA::WChar*",
                                         "$*", "$_slice*", "$_slice*", "$*"};
+constexpr const char* owned_forms[] = {
+    "$", "$", "$_var", "CORBA::String_var", "CORBA::WString_var", "$_var", "$_var", "$_var", "$*"};
 constexpr const char* member_forms[] = {"$", "$", "$", "CORBA::String_mgr", "CORBA::WString_mgr", "$_var",
                                         "$", "$", "$*"};
 
@@ -273,6 +275,8 @@ std::string Spelling::in_form(const char* const (&forms)[9], const Type& type) c
   const std::size_t at = text.find('$');
   return at == std::string::npos ? text : text.replace(at, 1, value(type));
 }
+
+std::string Spelling::owned(const Type& type) const { return in_form(owned_forms, type); }
 
 std::string Spelling::member(const Type& type) const { return in_form(member_forms, type); }
 

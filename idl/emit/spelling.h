@@ -48,6 +48,8 @@ class Spelling {
   std::string sequence_base(const Type& type) const;
   /// The tag or type by which the library knows it: "string<8>", "ref<A::I>", "A::_type_Alias".
   std::string descriptor(const Type& type) const;
+  /// The type of a variable that owns what an operation gives.
+  std::string owned(const Type& type) const;
   /// The type of a member or an element, which owns what it holds.
   std::string member(const Type& type) const;
   std::string parameter(Direction direction, const Type& type) const;
@@ -70,6 +72,11 @@ class Spelling {
       sequences_;  // the classes of those without a name of their own
   mutable std::unordered_map<const Declaration*, bool> fixed_;
 };
+
+/// What the handler of an asynchronous call gets an exception in. Remote interfaces have no other native types.
+inline bool is_exception_holder(const Type& type) {
+  return type.declared && type.declared->kind == Kind::Native;
+}
 
 /// "A::_type_B" for "A::B": what describes a typedef that has no type of its own.
 std::string tag(const std::string& name);

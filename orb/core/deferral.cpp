@@ -5,6 +5,7 @@
 
 #include "client_request.h"
 #include "in_process.h"
+#include "options.h"
 #include "server_request.h"
 #include "upcall.h"
 
@@ -182,6 +183,10 @@ void zrsv::await_any_reply(void* const* requests, std::size_t count) {
     if (r.deferral) calls.push_back(r.deferral.get());
   }
   if (!calls.empty()) reply_threads().wait_for_any(calls);
+}
+
+bool zrsv::is_here(void* object) {
+  return object && as_reference(object)->is_local() && options().in_process;
 }
 
 bool zrsv::send_elsewhere(void* request) {

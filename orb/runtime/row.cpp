@@ -5,6 +5,7 @@
 #include "call_failures.h"
 #include "corba/own_row.h"
 #include "raise.h"
+#include "row_steps.h"
 
 namespace CORBA::idl {
 namespace {
@@ -50,11 +51,15 @@ bool read_plain(CDR* cdr, void* slot) {
   return true;
 }
 
+}  // namespace
+
 const ListedException* find_listed(const ExceptionList& list, const char* id) {
   for (unsigned i = 0; id && i < list.count; ++i)
     if (std::strcmp(list.first[i].id, id) == 0) return &list.first[i];
   return nullptr;
 }
+
+namespace {
 
 // ---- Stubs ------------------------------------------------------------------------------------------------
 
@@ -155,6 +160,19 @@ void call(Object* self, const OperationInfo& operation, void* const* slots, Envi
 void call(Object* self, const OperationInfo& operation, void* const* slots) {
   Environment env;
   call(self, operation, slots, env);
+}
+
+bool encode_in(CDR* cdr, const OperationInfo& operation, void* const* slots) {
+  return encode_arguments(cdr, operation.in, slots);
+}
+
+void read_out(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& env) {
+  read_results(cdr, operation, slots, env);
+}
+
+void throw_listed(void* request, CDR* cdr, const OperationInfo& operation, Environment& env) {
+  throw_user_exception(request, cdr, operation, Unlisted::thrown_as_unknown, env);
+  __builtin_unreachable();
 }
 
 bool call_iiop(Object* self, void* request, bool response_expected, const OperationInfo& operation,

@@ -48,7 +48,8 @@ class Command : public testing::Test {
 TEST_F(Command, HelpFitsAScreenAndNamesEveryOption) {
   EXPECT_EQ(run("--help"), 0);
   EXPECT_LE(std::count(out.begin(), out.end(), '\n'), 24);
-  for (const char* option : {"-I", "-D", "-U", "-o", "--environment", "--deps", "--list", "-Werror"})
+  for (const char* option :
+       {"-I", "-D", "-U", "-o", "--environment", "--async", "--deps", "--list", "-Werror"})
     EXPECT_NE(out.find(option), std::string::npos) << option;
 }
 
@@ -191,6 +192,26 @@ TEST_F(Command, EnvironmentGivesEveryOperationOne) {
           "CORBA::Long I::f(CORBA::Long a, CORBA::Environment& env) { return I_rows::op_f(this, a, env); }"),
       std::string::npos)
       << source;
+}
+
+TEST_F(Command, AsyncGivesEveryInterfaceAHandler) {
+  write("base.idl", "module M { interface B { readonly attribute long base; }; };\n");
+  write(
+      "a.idl",
+      "#include \"base.idl\"\n#pragma prefix \"p.org\"\ninterface I : M::B {\n  long f(in long a, inout long b);\n  oneway void g();\n  attribute string class;\n};\n");
+  ASSERT_EQ(run("--async a.idl"), 0) << err;
+  const std::string header = read(directory / "a.h"), source = read(directory / "a.cpp");
+  for (const char* line :
+       {"class AMI_IHandler : public virtual M::AMI_BHandler {",
+        "repository_id = \"IDL:p.org/AMI_IHandler:1.0\";",
+        "virtual void f(CORBA::Long ami_return_val, CORBA::Long b);",
+        "virtual void set_class_excep(Messaging::ExceptionHolder* excep_holder);",
+        "void sendc_f(AMI_IHandler* _handler, CORBA::Long a, CORBA::Long b);",
+        "std::future<std::tuple<CORBA::Long, CORBA::Long>> async_f(CORBA::Long a, CORBA::Long b);",
+        "std::future<CORBA::String_var> async_get_class();"})
+    EXPECT_NE(header.find(line), std::string::npos) << line << header;
+  for (const char* text : {"sendc_g(", "async_g(", "class AMI_BHandler"})
+    EXPECT_EQ(header.find(text), std::string::npos) << text << header;
 }
 
 }  // namespace

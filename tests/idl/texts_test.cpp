@@ -84,13 +84,16 @@ TEST(IdlTexts, RightOnesCompileAndDeclareWhatTheySay) {
 }
 
 TEST(IdlTexts, WhatHasNoCppIsRefusedByName) {
-  for (const Case& one : cases("refused.txt")) {
-    idl::Compilation compilation;
-    compile(one.text, compilation);
-    EXPECT_EQ(compilation.diagnostics.errors(), 0U) << compilation.diagnostics.text();
-    const idl::Emitted made = idl::emit(compilation, "x", {});
-    EXPECT_EQ(reports(compilation.diagnostics.text(), "error"), one.expected) << "refused.txt:" << one.line;
-    EXPECT_EQ(made.header + made.source, "") << "refused.txt:" << one.line;
+  for (const char* file : {"refused.txt", "refused_async.txt"}) {
+    const bool async = file == std::string("refused_async.txt");
+    for (const Case& one : cases(file)) {
+      idl::Compilation compilation;
+      compile(one.text, compilation);
+      EXPECT_EQ(compilation.diagnostics.errors(), 0U) << compilation.diagnostics.text();
+      const idl::Emitted made = idl::emit(compilation, "x", {.async = async});
+      EXPECT_EQ(reports(compilation.diagnostics.text(), "error"), one.expected) << file << ':' << one.line;
+      EXPECT_EQ(made.header + made.source, "") << file << ':' << one.line;
+    }
   }
 }
 

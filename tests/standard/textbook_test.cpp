@@ -183,6 +183,25 @@ const Row adapter_rows[] = {
          return static_cast<bool>(o->_is_equivalent(t.the_echo()));
        }
      }},
+    {"a servant with a POA of its own choice",
+     [](TextbookTest& t) {
+       struct S : EchoServant {
+         explicit S(PortableServer::POA_ptr p) : poa(p) {}
+         PortableServer::POA_ptr _default_POA() override { return PortableServer::POA::_duplicate(poa); }
+         PortableServer::POA_ptr poa;
+       };
+       CORBA::PolicyList pl;
+       pl.length(1);
+       pl[0] = t.poa()->create_implicit_activation_policy(PortableServer::IMPLICIT_ACTIVATION);
+       PortableServer::POAManager_var m = t.poa()->the_POAManager();
+       PortableServer::POA_var p = t.poa()->create_POA("own", m, pl);
+       S s(p);
+       Demo::Echo_var e = s._this();
+       PortableServer::ObjectId_var id = p->servant_to_id(&s);
+       const bool right = e->add(1, 2) == 3;
+       p->destroy(true, true);
+       return right;
+     }},
     {"operations of a servant of every interface",
      [](TextbookTest& t) {
        return !t.the_servant()._non_existent() && t.the_servant()._is_a(Demo::Echo::repository_id);
@@ -266,6 +285,9 @@ const Row value_rows[] = {
        right = right && (a >>= d) && d == 2;
        CORBA::Any_var v = new CORBA::Any;
        v <<= CORBA::ULongLong(3);
+       const CORBA::WChar* w = nullptr;
+       a <<= CORBA::Any::from_wstring(L"wide", 0);
+       right = right && (a >>= CORBA::Any::to_wstring(w, 0)) && std::wstring(w) == L"wide";
        return right;
      }},
     {"TypeCodes",

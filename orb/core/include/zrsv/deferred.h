@@ -34,5 +34,7 @@ ZRSV_API void await_reply(void* request);
 ZRSV_API void await_any_reply(void* const* requests, std::size_t count);
 /// Sends a request without an answer; an object of this process is called on a thread of the ORB, or by perform_work.
 ZRSV_API bool send_elsewhere(void* request);
+/// Whether calls of the object stay in the process.
+ZRSV_API bool is_here(void* object);
 
 }  // namespace zrsv

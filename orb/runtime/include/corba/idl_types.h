@@ -514,6 +514,7 @@ struct Type<Tag> {
       Value value{};
       void* slot() { return &value; }
       P pass() { return value; }
+      Slice* give() { return array_dup<Tag>(value); }
     };
   };
   using InArg = Lent<const Slice*>;

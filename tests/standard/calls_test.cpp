@@ -1,0 +1,177 @@
+// A client with every kind of call, against one server: within the process, over a socket, and by a server that forwards.
+
+#include "calls_server.h"
+
+namespace {
+
+using Calls::Target_ptr;
+
+/// Sends whoever asks it to `to`.
+class Forwarding : public virtual POA_PortableServer::ServantLocator {
+ public:
+  explicit Forwarding(CORBA::Object_ptr to) : to_(to) {}
+  PortableServer::Servant preinvoke(const PortableServer::ObjectId&, PortableServer::POA_ptr, const char*,
+                                    void*&) override {
+    ++asked;
+    throw PortableServer::ForwardRequest(to_);
+  }
+  void postinvoke(const PortableServer::ObjectId&, PortableServer::POA_ptr, const char*, void*,
+                  PortableServer::Servant) override {}
+
+  std::atomic<int> asked{0};
+
+ private:
+  CORBA::Object_ptr to_;
+};
+
+/// A call of `divide` by 5, or of `wait`, and the end of either as text.
+struct Kind {
+  const char* name;
+  bool runs_here;  // an object of the process: on the calling thread, which cannot be called off
+  std::string (*divides)(Target_ptr object, CORBA::Long dividend, Handler& handler,
+                         Calls::AMI_TargetHandler_ptr hears);
+  void (*waits)(Target_ptr object, Handler& handler, Calls::AMI_TargetHandler_ptr hears);
+};
+
+std::string text(CORBA::Long dividend, CORBA::Long remainder) {
+  return std::to_string(dividend) + " " + std::to_string(remainder);
+}
+
+CORBA::Request_var request_to_divide(Target_ptr object, CORBA::Long dividend) {
+  CORBA::Request_var request = object->_request("divide");
+  request->add_inout_arg("dividend") <<= dividend;
+  request->add_in_arg("divisor") <<= CORBA::Long(5);
+  request->add_out_arg("remainder").replace(CORBA::_tc_long, nullptr);
+  return request;
+}
+std::string results_of(CORBA::Request_ptr request) {
+  CORBA::Long dividend = 0, remainder = 0;
+  *request->arguments()->item(0)->value() >>= dividend;
+  *request->arguments()->item(2)->value() >>= remainder;
+  return text(dividend, remainder);
+}
+
+const Kind kinds[] = {
+    {"plain", true,
+     [](Target_ptr object, CORBA::Long dividend, Handler&, Calls::AMI_TargetHandler_ptr) {
+       CORBA::Long remainder = 0;
+       object->divide(dividend, 5, remainder);
+       return text(dividend, remainder);
+     },
+     [](Target_ptr object, Handler&, Calls::AMI_TargetHandler_ptr) { object->wait(); }},
+    {"dynamic", true,
+     [](Target_ptr object, CORBA::Long dividend, Handler&, Calls::AMI_TargetHandler_ptr) {
+       const CORBA::Request_var request = request_to_divide(object, dividend);
+       request->invoke();
+       return results_of(request);
+     },
+     [](Target_ptr object, Handler&, Calls::AMI_TargetHandler_ptr) {
+       CORBA::Request_var(object->_request("wait"))->invoke();
+     }},
+    {"deferred", false,
+     [](Target_ptr object, CORBA::Long dividend, Handler&, Calls::AMI_TargetHandler_ptr) {
+       const CORBA::Request_var request = request_to_divide(object, dividend);
+       request->send_deferred();
+       request->get_response();
+       return results_of(request);
+     },
+     [](Target_ptr object, Handler&, Calls::AMI_TargetHandler_ptr) {
+       const CORBA::Request_var request = object->_request("wait");
+       request->send_deferred();
+       request->get_response();
+     }},
+    {"asynchronous with a handler", false,
+     [](Target_ptr object, CORBA::Long dividend, Handler& handler, Calls::AMI_TargetHandler_ptr hears) {
+       object->sendc_divide(hears, dividend, 5);
+       return handler.heard();
+     },
+     [](Target_ptr object, Handler& handler, Calls::AMI_TargetHandler_ptr hears) {
+       object->sendc_wait(hears);
+       if (handler.heard() == "TIMEOUT 1") throw CORBA::TIMEOUT();
+     }},
+    {"asynchronous with a future", false,
+     [](Target_ptr object, CORBA::Long dividend, Handler&, Calls::AMI_TargetHandler_ptr) {
+       const auto [quotient, remainder] = object->async_divide(dividend, 5).get();
+       return text(quotient, remainder);
+     },
+     [](Target_ptr object, Handler&, Calls::AMI_TargetHandler_ptr) { object->async_wait().get(); }},
+};
+
+class EveryKindOfCall : public CallsTest {
+ protected:
+  EveryKindOfCall() {
+    CORBA::PolicyList policies;
+    policies.length(2);
+    policies[0] = root->create_servant_retention_policy(PortableServer::NON_RETAIN);
+    policies[1] = root->create_request_processing_policy(PortableServer::USE_SERVANT_MANAGER);
+    const PortableServer::POAManager_var manager = root->the_POAManager();
+    poa_ = root->create_POA("forwarding", manager, policies);
+    poa_->set_servant_manager(forwarding._this());
+  }
+  ~EveryKindOfCall() override { poa_->destroy(true, true); }
+
+  /// An object that is elsewhere, as a client sees it that knows nothing of that yet.
+  Calls::Target_var forwarded() {
+    const CORBA::Object_var object = poa_->create_reference(Calls::Target::repository_id);
+    orb->register_key("Forwarded", object);
+    const CORBA::Object_var far_object = orb->string_to_object(far("Forwarded").c_str());
+    return Calls::Target::_unchecked_narrow(far_object);
+  }
+
+  Forwarding forwarding{there};
+
+ private:
+  PortableServer::POA_var poa_;
+};
+
+/// The roads to the one server.
+struct Road {
+  const char* name;
+  Calls::Target_var object;
+};
+
+TEST_F(EveryKindOfCall, GivesTheSame) {
+  for (const Kind& kind : kinds) {
+    const Road roads[] = {{"within the process", here}, {"over a socket", there}, {"forwarded", forwarded()}};
+    for (const Road& road : roads) {
+      SCOPED_TRACE(std::string(kind.name) + ", " + road.name);
+      const auto divided = [&](CORBA::Long dividend) {
+        return kind.divides(road.object, dividend, *handler, hears);
+      };
+      EXPECT_EQ(divided(17), "3 2");
+      EXPECT_EQ(divided(26), "5 1") << "once more";
+    }
+  }
+  EXPECT_EQ(forwarding.asked, static_cast<int>(std::size(kinds))) << "once a reference: it remembers";
+}
+
+TEST_F(EveryKindOfCall, KeepsTheTimeLimitOfItsReference) {
+  CORBA::Any value;
+  value <<= TimeBase::TimeT(400000);  // 40 ms
+  CORBA::PolicyList list;
+  list.length(1);
+  list[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
+  for (const Target_ptr object : {here.in(), there.in()}) {
+    const CORBA::Object_var limited = object->_set_policy_overrides(list, CORBA::SET_OVERRIDE);
+    const Calls::Target_var quick = Calls::Target::_unchecked_narrow(limited);
+    for (const Kind& kind : kinds) {
+      if (object == here.in() && kind.runs_here) continue;
+      EXPECT_THROW(kind.waits(quick, *handler, hears), CORBA::TIMEOUT) << kind.name;
+    }
+  }
+  target->release.set_value();
+}
+
+TEST_F(EveryKindOfCall, ReachesOnewaysToo) {
+  const Calls::Target_var object = forwarded();
+  object->add(1, 2);  // a oneway is not forwarded itself: it has no answer
+  object->note("plain");
+  EXPECT_EQ(target->noted.get_future().get(), "plain");
+  target->noted = std::promise<std::string>();
+  const CORBA::Request_var request = object->_request("note");
+  request->add_in_arg() <<= "dynamic";
+  request->send_oneway();
+  EXPECT_EQ(target->noted.get_future().get(), "dynamic");
+}
+
+}  // namespace

@@ -5,6 +5,7 @@
 #include "base/raise.h"
 #include "dispatch/requesttarget.h"
 #include "dispatch/servantmanagers.h"
+#include "dispatch/servantview.h"
 #include "dispatch/serverrequest.h"
 #include "dispatch/standard_managers.h"
 #include "dispatch/turn.h"
@@ -246,6 +247,9 @@ void invoke_servant(const RequestTarget& target, ServantUse use, bool by_locator
                                &servant);
   const ServantTarget entered(servant, *target.object);
   const TargetReference reference(target, servant, by_locator);
+  if (zrsv::requests_watched.load(std::memory_order_relaxed)) [[unlikely]] {
+    if (!zrsv::servant_is_ready(request.request_handle(), InterceptedServant(target, servant))) return;
+  }
   POA_TRACE("  servant->invoke call [servant=0x%lx]", trace_address(&servant));
   if (!servant.invoke(&request, ev))
     raise<CORBA::BAD_OPERATION>(ev, "servant invoke faild.  throw BAD_OPERATION.", MINOR_NO_OPERATION);

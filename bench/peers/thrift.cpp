@@ -1,9 +1,12 @@
+// Framed: a buffered transport reads long messages 512 octets at a time.
 #include <thrift/async/TConcurrentClientSyncInfo.h>
 #include <thrift/protocol/TBinaryProtocol.h>
 #include <thrift/server/TThreadedServer.h>
 #include <thrift/transport/TBufferTransports.h>
 #include <thrift/transport/TServerSocket.h>
 #include <thrift/transport/TSocket.h>
+
+#include <limits>
 
 #include "Echo.h"
 #include "peer.h"
@@ -24,12 +27,25 @@ std::shared_ptr<peers_thrift::EchoProcessor> processor() {
   return std::make_shared<peers_thrift::EchoProcessor>(std::make_shared<Handler>());
 }
 
+/// A framed transport takes so many octets of one connection, and ends it then: more than one turn moves.
+std::shared_ptr<TConfiguration> limits() {
+  constexpr int most = std::numeric_limits<int>::max();
+  return std::make_shared<TConfiguration>(most, most);
+}
+
+class Frames : public transport::TTransportFactory {
+ public:
+  std::shared_ptr<transport::TTransport> getTransport(
+      std::shared_ptr<transport::TTransport> socket) override {
+    return std::make_shared<transport::TFramedTransport>(socket, limits());
+  }
+};
+
 class ThriftServer : public peer::Server {
  public:
   explicit ThriftServer(std::uint16_t port)
       : server_(processor(), std::make_shared<transport::TServerSocket>("127.0.0.1", port),
-                std::make_shared<transport::TBufferedTransportFactory>(),
-                std::make_shared<protocol::TBinaryProtocolFactory>()) {}
+                std::make_shared<Frames>(), std::make_shared<protocol::TBinaryProtocolFactory>()) {}
   bool activate(std::uint32_t) override { return false; }
   void run() override { server_.serve(); }
 
@@ -38,10 +54,10 @@ class ThriftServer : public peer::Server {
 };
 
 std::shared_ptr<TBinaryProtocol> open(std::uint16_t port) {
-  auto buffered = std::make_shared<transport::TBufferedTransport>(
-      std::make_shared<transport::TSocket>("127.0.0.1", port));
-  buffered->open();
-  return std::make_shared<TBinaryProtocol>(buffered);
+  auto framed =
+      std::make_shared<transport::TFramedTransport>(std::make_shared<transport::TSocket>("127.0.0.1", port));
+  framed->open();
+  return std::make_shared<TBinaryProtocol>(framed);
 }
 
 /// Of a client of its own, or of one that threads share.
@@ -141,7 +157,7 @@ std::unique_ptr<Client> client(std::uint16_t port, bool shared) {
 }
 std::unique_ptr<Object> local() { return std::make_unique<LocalObject>(); }
 
-/// A call of `add` without its arguments.
-std::string greeting() { return std::string("\x80\1\0\1\0\0\0\3add\0\0\0\0\0", 16); }
+/// A frame with a call of `add` without its arguments.
+std::string greeting() { return {"\0\0\0\x10\x80\1\0\1\0\0\0\3add\0\0\0\0\0", 20}; }
 
 }  // namespace peer

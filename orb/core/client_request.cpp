@@ -13,6 +13,7 @@
 #include "method_table.h"
 #include "options.h"
 #include "process_life.h"
+#include "request_watch.h"
 #include "server_request.h"
 #include "upcall.h"
 #include "zrsv/of_thread.h"
@@ -108,13 +109,17 @@ CodeSets code_sets_for(const ClientRequest& request, const Reference& target) {
 
 std::size_t encoded(const CDR& cdr) { return static_cast<std::size_t>(cdr.out_next - cdr.out_base); }
 
+std::span<const ServiceContext> contexts_of(const ClientRequest& request) {
+  return request.watched ? request.watched->contexts : std::span<const ServiceContext>();
+}
+
 bool begin_head(ClientRequest* request, CDR* cdr) {
   const ClientCall& call = request->call;
   ClientRequest::Head& head = request->head;
   head.whole = false;
   const std::string chain = request->nested ? chain_of_call() : std::string();
   if (!giop::begin_request(cdr, call.minor, call.id, request->response_expected, request->key,
-                           request->operation, request->code_sets, chain)) {
+                           request->operation, request->code_sets, chain, contexts_of(*request))) {
     return false;
   }
   head.end = encoded(*cdr);
@@ -125,7 +130,7 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
   head.minor = call.minor;
   head.response_expected = request->response_expected;
   head.code_sets = request->code_sets;
-  head.whole = !request->nested;  // the next call has another chain
+  head.whole = !request->one_off;
   return true;
 }
 
@@ -133,7 +138,7 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
 /// object.
 bool has_head(const ClientRequest& request) {
   const ClientRequest::Head& head = request.head;
-  return head.whole && request.cdr.out_base && !request.nested && head.minor == request.call.minor &&
+  return head.whole && request.cdr.out_base && !request.one_off && head.minor == request.call.minor &&
          head.response_expected == request.response_expected && head.operation == request.operation &&
          head.key == request.key && head.code_sets == request.code_sets;
 }
@@ -359,6 +364,7 @@ bool runs_in_process(const Reference& target) {
   return target.is_local() && target.is_internal() && has_table(target.intf_name());
 }
 
+/// Nothing is made, and true returned, when who watches it sent it elsewhere: it is to be made anew.
 bool create(Reference* object, const char* operation, bool response_expected,
             std::unique_ptr<ClientRequest>* made) {
   static std::atomic<uint32_t> next_id{0};
@@ -368,7 +374,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->operation = operation;
   request->response_expected = response_expected;
   request->sent_again = false;
-  request->nested = Upcall::request() != nullptr;
+  request->nested = request->one_off = Upcall::request() != nullptr;
   request->deadline = Deadline::max();
   request->phase = Phase::Created;
   request->elsewhere = false;
@@ -383,6 +389,11 @@ bool create(Reference* object, const char* operation, bool response_expected,
     request->key = key_for(target, 0);
     request->code_sets = code_sets_for(*request, target);
     request->bare = target.is_local() && options().in_process;
+    if (requests_watched.load(std::memory_order_relaxed)) [[unlikely]] {
+      request->bare = false;  // contexts need a message
+      const Start start = start_watch(request.get());
+      if (start != Start::Goes) return start == Start::Forwarded;
+    }
     if (!begin_message(request.get())) return fail(fault::no_memory);
   }
   *made = std::move(request);
@@ -501,10 +512,19 @@ unsigned char OM_req_lib_initiator_request_create(void* object, const char* oper
   return step([&] {
     std::unique_ptr<ClientRequest> made;
     if (!create(as_reference(object), operation, response_expected != 0, &made)) return false;
+    if (!made) [[unlikely]]
+      return OM_req_lib_initiator_request_create(object, operation, response_expected, request, kind) != 0;
     *kind = made->kind;
     *request = static_cast<RequestBase*>(made.release());
     return true;
   });
+}
+
+unsigned char ZR_runs_in_process(void* handle) {
+  if (!handle || !is_usable()) return 0;
+  const Reference* const object = as_reference(handle);
+  const Ref<Reference> forward = object->forward();
+  return runs_in_process(forward ? *forward : *object);
 }
 
 unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method) {
@@ -521,12 +541,19 @@ void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request) {
 
 unsigned char OM_req_lib_UNO_IIOP_send_request(void* request) {
   if (!request) return fail(bad_argument);
-  return step([&] { return send(as_request(request)); });
+  return step([&] {
+    ClientRequest* const r = as_request(request);
+    const bool sent = send(r);
+    return r->watched ? end_sending(r, sent) : sent;
+  });
 }
 
 unsigned char OM_req_lib_UNO_IIOP_recv_reply(void* request) {
   if (!request) return fail(bad_argument);
-  return step([&] { return receive(as_request(request)); });
+  return step([&] {
+    ClientRequest* const r = as_request(request);
+    return receive(r) || (r->watched && end_receiving(r));
+  });
 }
 
 unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* status) {
@@ -537,6 +564,8 @@ unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* s
   *status = r->call.reply.head.status;
   if (*status == needs_addressing_mode) return fail(other_address);
   if (*status == forward_for_good) *status = ZR_REPLY_LOCATION_FORWARD;
+  if (r->watched && !end_answered(r, status)) [[unlikely]]
+    return 0;
   if (*status != ZR_REPLY_LOCATION_FORWARD) r->object->answered();
   show_reply(r);
   r->cdr.no_outcome = *status == ZR_REPLY_LOCATION_FORWARD;
@@ -579,6 +608,7 @@ void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
   std::unique_ptr<ClientRequest> r(as_request(request));
   if (r->deferral) [[unlikely]]
     end_deferral(r.get());
+  if (r->watched) end_watch(r.get());
   if (r->connection && r->phase != Phase::Answered) r->connection->forget(&r->call);
   step([&] { return keep_for_later(std::move(r)), true; });
 }

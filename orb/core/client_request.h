@@ -8,8 +8,15 @@
 #include "client_pool.h"
 #include "deferral.h"
 #include "request_base.h"
+#include "zrsv/request_watch.h"
 
 namespace zrsv {
+
+/// What comes with a call that somebody looks at.
+struct Watched {
+  std::unique_ptr<ClientWatch> watch;  // until the call has its end
+  ServiceContexts contexts;            // of its message
+};
 
 /// One call, from create to complete. Each thread keeps a few that are done, with their memory, for its next
 /// calls. `cdr` has the request on its encoding side, kept until the reply is there, and the reply on its
@@ -33,8 +40,9 @@ struct ClientRequest : RequestBase {
   uint32_t kind = ZR_REQUEST_IIOP;
   bool response_expected = true;
   bool sent_again = false;
-  bool nested = false;  // made by a servant while it serves a request
-  bool bare = false;    // for an object of this process: `cdr` has the body alone, without a header
+  bool nested = false;   // made by a servant while it serves a request
+  bool bare = false;     // for an object of this process: `cdr` has the body alone, without a header
+  bool one_off = false;  // its header has contexts that only this call has
   Phase phase = Phase::Created;
   Deadline deadline = Deadline::max();  // max: none, or not begun
   bool elsewhere = false;               // an object of this process runs it on a thread of the engine
@@ -54,6 +62,8 @@ struct ClientRequest : RequestBase {
     CodeSets code_sets;
   };
   Head head;
+
+  std::unique_ptr<Watched> watched;  // as a rule null
 
   ClientCall call;
   ClientPool::Connection connection;

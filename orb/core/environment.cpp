@@ -70,6 +70,7 @@ std::string_view bare_name(std::string_view any) {
 struct Failure {
   const char* id = unknown;
   uint32_t minor = 0;
+  int completed = -1;
 };
 thread_local Failure last_failure;
 
@@ -93,7 +94,9 @@ void raise_standard(CORBA_Environment* env, const char* name, uint32_t minor, ui
   CORBA_BOA_set_standard_exception(env, name, minor, completed);
 }
 
-void set_last_failure(const char* id, uint32_t minor) { last_failure = {internal_id(id), minor}; }
+void set_last_failure(const char* id, uint32_t minor, int completed) {
+  last_failure = {internal_id(id), minor, completed};
+}
 
 }  // namespace zrsv
 
@@ -129,6 +132,7 @@ void ZR_set_user_exception(CORBA_Environment* env, const char* id) {
 
 void SetStdExReqLib(uint32_t completed, CORBA_Environment* env) {
   if (bare_name(last_failure.id) == "TRANSIENT") completed = CORBA_COMPLETED_NO;  // nobody took the request
+  if (last_failure.completed >= 0) completed = static_cast<uint32_t>(last_failure.completed);
   CORBA_BOA_set_standard_exception(env, last_failure.id, last_failure.minor, completed);
 }
 

@@ -64,11 +64,13 @@ bool take_usual_context(CDR* cdr) {
 
 /// The contexts of a request.
 void read_contexts(CDR* cdr, Reader* in, RequestHead* head) {
+  const unsigned char* const start = cdr->in_next;
   uint32_t left = in->count(8);
   if (left == 1 && take_usual_context(cdr)) {
     head->code_sets = {ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, true};
     return;
   }
+  if (left != 0) head->contexts = start;
   for (; left > 0 && in->ok(); --left) {
     const uint32_t id = in->u32();
     const std::string_view octets = in->octets();
@@ -77,10 +79,35 @@ void read_contexts(CDR* cdr, Reader* in, RequestHead* head) {
   }
 }
 
-void write_contexts(Writer* out, const CodeSets& sets, std::string_view chain) {
-  out->u32(sets.said + !chain.empty());
+void write_contexts(Writer* out, const CodeSets& sets, std::string_view chain,
+                    std::span<const ServiceContext> more) {
+  out->u32(static_cast<uint32_t>(more.size()) + sets.said + !chain.empty());
   if (sets.said) write_code_sets_context(out, sets);
   if (!chain.empty()) out->u32(chain_context).octets(chain);
+  for (const ServiceContext& context : more) out->u32(context.id).octets(context.octets);
+}
+
+ContextViews list_contexts(Reader* in) {
+  ContextViews all;
+  for (uint32_t left = in->count(8); left > 0 && in->ok(); --left) {
+    const uint32_t id = in->u32();
+    all.push_back({id, in->octets()});
+  }
+  if (!in->ok()) all.clear();
+  return all;
+}
+
+constexpr std::size_t aligned(std::size_t at, std::size_t to) { return (at + to - 1) / to * to; }
+
+/// Context of our own: before 1.2 nothing aligns a reply's body to 8, so a context of this length does where the others
+/// leave it at 4.
+constexpr uint32_t padding_context = 0x4B510002;
+constexpr std::size_t padding_length = 4;
+
+bool needs_padding(std::span<const ServiceContext> contexts) {
+  std::size_t at = header_size + sizeof(uint32_t);
+  for (const ServiceContext& context : contexts) at = aligned(at, 4) + 8 + context.octets.size();
+  return aligned(at, 4) % 8 != 0;
 }
 
 /// The key in a tagged profile; empty when it is not one of IIOP 1.
@@ -216,6 +243,14 @@ bool read_request(CDR* cdr, uint8_t minor, RequestHead* head) {
   return in.ok();
 }
 
+ContextViews request_contexts(CDR stream, const RequestHead& head) {
+  if (!head.contexts) return {};
+  stream.in_next = head.contexts;
+  if (stream.in_cuts) ZR_cdr_enter_part(&stream);
+  Reader in = start(&stream, stream.minor_version);
+  return list_contexts(&in);
+}
+
 bool read_id_1_1(CDR* cdr, uint32_t* id) {
   Reader in = start(cdr, 1);
   skip_contexts(&in);
@@ -249,6 +284,16 @@ bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head) {
   return in.ok() && head->status <= last;
 }
 
+ContextViews reply_contexts(const Buffer& message) {
+  CDR cdr{};
+  Header header;
+  if (message.size() < header_size || read_header(message.data(), UINT32_MAX, &header)) return {};
+  open_message(&cdr, header, message.data());
+  Reader in = start(&cdr, header.minor);
+  if (header.minor >= 2) in.u32(), in.u32();  // id, status
+  return list_contexts(&in);
+}
+
 bool begin_message(CDR* cdr, uint8_t minor, Type type) {
   cdr->minor_version = minor;
   cdr->out_next = cdr->out_base;
@@ -258,10 +303,11 @@ bool begin_message(CDR* cdr, uint8_t minor, Type type) {
 }
 
 bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
-                   std::string_view operation, const CodeSets& sets, std::string_view chain) {
+                   std::string_view operation, const CodeSets& sets, std::string_view chain,
+                   std::span<const ServiceContext> more) {
   if (!begin_message(cdr, minor, Type::Request)) return false;
   Writer out(cdr);
-  if (minor < 2) write_contexts(&out, sets, chain);
+  if (minor < 2) write_contexts(&out, sets, chain, more);
   out.u32(id);
   out.u8(static_cast<uint8_t>(!response_expected ? 0
                               : minor >= 2       ? 3
@@ -269,7 +315,7 @@ bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected,
   if (minor >= 1) out.raw({"\0\0", 3});            // NOLINT(bugprone-string-constructor): with the last NUL
   if (minor >= 2) out.u16(key_address);
   out.octets(key).text(operation);
-  minor < 2 ? void(out.u32(0)) : write_contexts(&out, sets, chain);  // no principal
+  minor < 2 ? void(out.u32(0)) : write_contexts(&out, sets, chain, more);  // no principal
   return out.ok();
 }
 
@@ -278,6 +324,25 @@ bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status) {
   Writer out(cdr);
   if (minor < 2) return out.u32(0).u32(id).u32(status).ok();
   return out.u32(id).u32(status).u32(0).ok();
+}
+
+bool begin_reply_with(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status,
+                      std::span<const ServiceContext> contexts) {
+  if (!begin_message(cdr, minor, Type::Reply)) return false;
+  Writer out(cdr);
+  if (minor >= 2) out.u32(id).u32(status);
+  const bool pad = minor < 2 && needs_padding(contexts);
+  out.u32(static_cast<uint32_t>(contexts.size()) + pad);
+  for (const ServiceContext& context : contexts) out.u32(context.id).octets(context.octets);
+  if (pad) out.u32(padding_context).octets({"\0\0\0", padding_length});
+  if (minor < 2) out.u32(id).u32(status);
+  return out.ok();
+}
+
+uint32_t status_of(const unsigned char* reply, uint8_t minor) {
+  uint32_t status = 0;
+  std::memcpy(&status, reply + header_size + (minor >= 2 ? 4 : 8), sizeof status);
+  return status;
 }
 
 bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus status) {

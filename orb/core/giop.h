@@ -7,6 +7,7 @@
 
 #include "buffer.h"
 #include "code_sets.h"
+#include "zrsv/request_watch.h"
 
 namespace zrsv::giop {
 
@@ -63,7 +64,8 @@ struct RequestHead {
   std::string_view key;        // object key; empty when the address names no IIOP profile
   const char* operation = "";  // NUL-terminated in place; "" for a locate request
   CodeSets code_sets = unsaid_code_sets;
-  std::string_view chain;  // what led to it (call_chain.h); as a rule nothing
+  std::string_view chain;                   // what led to it (call_chain.h); as a rule nothing
+  const unsigned char* contexts = nullptr;  // where they start, unless there are only the usual ones
 };
 
 /// `cdr` stands at the body's start (in_base = start of the whole message, so that alignment is right);
@@ -76,6 +78,9 @@ bool read_id_1_1(CDR* cdr, uint32_t* id);
 uint32_t read_id_1_2(const unsigned char* message, const Header& header);
 bool read_locate_request(CDR* cdr, uint8_t minor, RequestHead* head);
 
+/// The contexts of a request whose head was read from that stream, but for the usual ones. None when malformed.
+ContextViews request_contexts(CDR stream, const RequestHead& head);
+
 /// A reply's head; `status` is a ZR_REPLY_... value, or 4 (LOC_FORWARD_PERM) and 5 (NEEDS_ADDRESSING_MODE)
 /// of 1.2.
 struct ReplyHead {
@@ -83,16 +88,25 @@ struct ReplyHead {
   uint32_t status = 0;
 };
 bool read_reply(CDR* cdr, uint8_t minor, ReplyHead* head);
+/// The contexts of a whole reply message. None when malformed.
+ContextViews reply_contexts(const Buffer& message);
 
 /// Start a message in an empty encoding stream: the GIOP header (size 0 for now, this machine's byte order)
 /// and the message's own head. With 1.2 the body is aligned to 8 by `align_body`, called once before its
 /// first octet is written.
 bool begin_message(CDR* cdr, uint8_t minor, Type type);
-/// `sets` go into a service context where they are to be said, and so does a chain that is not empty.
+/// `sets` go into a service context where they are to be said, and so does a chain that is not empty; `more` behind
+/// them.
 bool begin_request(CDR* cdr, uint8_t minor, uint32_t id, bool response_expected, std::string_view key,
                    std::string_view operation, const CodeSets& sets = unsaid_code_sets,
-                   std::string_view chain = {});
+                   std::string_view chain = {}, std::span<const ServiceContext> more = {});
 bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status);
+/// The same with contexts. A body that stood at `reply_body` keeps its alignment.
+bool begin_reply_with(CDR* cdr, uint8_t minor, uint32_t id, uint32_t status,
+                      std::span<const ServiceContext> contexts);
+/// Where the body of a reply without contexts starts, in every version; and the status of one.
+inline constexpr uint32_t reply_body = 24;
+uint32_t status_of(const unsigned char* reply, uint8_t minor);
 bool begin_locate_reply(CDR* cdr, uint8_t minor, uint32_t id, LocateStatus status);
 bool align_body(CDR* cdr, uint8_t minor);
 /// Before 1.2 nothing aligns the body to 8: lets the last member of a request's header, an octet sequence that nobody reads,

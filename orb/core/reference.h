@@ -117,7 +117,7 @@ void set_binding_open(bool open);
 
 /// Remembers the reason of this thread's last failed client-side call, for SetStdExReqLib. `id` is the short
 /// name ("TRANSIENT").
-void set_last_failure(const char* id, uint32_t minor = 0);
+void set_last_failure(const char* id, uint32_t minor = 0, int completed = -1);
 
 /// Fills `env` with the system exception of that short name ("BAD_PARAM").
 void raise_standard(CORBA_Environment* env, const char* name, uint32_t minor = 0,

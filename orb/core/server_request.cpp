@@ -9,6 +9,7 @@
 #include "method_table.h"
 #include "options.h"
 #include "reply_threads.h"
+#include "request_watch.h"
 
 namespace zrsv {
 
@@ -53,11 +54,18 @@ bool reply_exception(ServerRequest& request, const CORBA_Environment& env) {
 // ---- Where a request goes ----
 
 void call_adapter(ServerRequest& request) {
-  if (!_call_cpp_) return answer_exception(request, "OBJ_ADAPTER");
   ZR_ServerRequest record{&request.info};
   CORBA_Environment env{};
   _call_cpp_(request.target.get(), &record, &env);
   CORBA_exception_free(&env);
+}
+
+/// An object of the program.
+void call_object(ServerRequest& request) {
+  if (!_call_cpp_) return answer_exception(request, "OBJ_ADAPTER");
+  if (requests_watched.load(std::memory_order_relaxed)) [[unlikely]]
+    return run_watched(request, call_adapter);
+  call_adapter(request);
 }
 
 void answer_boolean(ServerRequest& request, bool answer) {
@@ -101,7 +109,7 @@ void call_table(ServerRequest& request) {
 void call(ServerRequest& request, SlotLender* slot_of) {
   const Upcall upcall(&request, slot_of);
   try {
-    request.target->is_internal() ? call_table(request) : call_adapter(request);
+    request.target->is_internal() ? call_table(request) : call_object(request);
   } catch (const std::bad_alloc&) {
     OM_log("operation %s: out of memory", request.head.operation);
     answer_exception(request, "NO_MEMORY", CORBA_COMPLETED_MAYBE);

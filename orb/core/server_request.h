@@ -12,6 +12,7 @@
 #include "requests.h"
 #include "upcall.h"
 #include "zrsv/gate.h"
+#include "zrsv/request_watch.h"
 #include "zrsv/thread_safety.h"
 
 namespace zrsv {
@@ -72,6 +73,7 @@ struct ServerRequest : RequestBase {
   InFlight in_flight;                 // of the connection; gone before it
   std::shared_ptr<LocalCall> waiter;  // of a call of this process that another thread runs
   AtGate waits;
+  std::unique_ptr<ServerWatch> watch;           // as a rule null
   bool replied = false;                         // a reply was begun
   bool bare = false;                            // no messages: the body alone, both ways
   uint32_t reply_status = 0;                    // of a bare one that has replied

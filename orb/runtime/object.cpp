@@ -40,17 +40,7 @@ bool move_reference(CDR* cdr, X*& object) {
 
 /// True when calls of `object` go straight to an operation table of this process. Those tables hold the
 /// operations of the interface only; what every object answers is then answered here.
-bool has_local_table(Object* object, Environment& env) {
-  void* request = nullptr;
-  std::uint32_t kind = 0;
-  if (!OM_req_lib_initiator_request_create(object->get_ref(), "_is_a", 1, &request, &kind)) {
-    idl::fail_request(CORBA_COMPLETED_NO, env);
-  }
-  const bool local = kind == ZR_REQUEST_IN_PROCESS;
-  (local ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
-         : OM_req_lib_UNO_IIOP_initiator_request_complete)(request);
-  return local;
-}
+bool has_local_table(const Object* object) { return ZR_runs_in_process(object->get_ref()); }
 
 bool is_one_of(std::string_view id, std::initializer_list<std::string_view> ids) {
   return std::ranges::find(ids, id) != ids.end();
@@ -79,19 +69,19 @@ Boolean Object::_is_a(const char* repository_id, Environment& env) {
   env.clear();
   if (!repository_id) raise<BAD_PARAM>(env);
   if (_ptr && is_one_of(repository_id, {ZR_object_type_id(_ptr), "IDL:omg.org/CORBA/Object:1.0"})) return 1;
-  if (has_local_table(this, env)) return is_one_of(repository_id, {ZR_object_get_IntfID(_ptr, 0, nullptr)});
+  if (has_local_table(this)) return is_one_of(repository_id, {ZR_object_get_IntfID(_ptr, 0, nullptr)});
   return is_a(this, repository_id, env);
 }
 
 Boolean Object::_non_existent(Environment& env) {
   env.clear();
-  if (has_local_table(this, env)) return 0;
+  if (has_local_table(this)) return 0;
   return non_existent(this, env);
 }
 
 InterfaceDef* Object::_get_interface(Environment& env) {
   env.clear();
-  if (has_local_table(this, env)) return local_interface(_ptr);
+  if (has_local_table(this)) return local_interface(_ptr);
   return get_interface(this, env);
 }
 

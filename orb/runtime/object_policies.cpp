@@ -23,15 +23,14 @@ const ReferenceScope* own_scope(const std::shared_ptr<zrsv::CallScope>& scope) {
   return dynamic_cast<const ReferenceScope*>(scope.get());
 }
 
-/// The ORB that a reference came from.
+}  // namespace
+
 OrbPointer orb_of(void* handle) {
   std::shared_ptr<zrsv::CallScope> scope = zrsv::scope_of(handle);
   if (own_scope(scope)) scope = scope->wider();
   OrbPointer orb = std::dynamic_pointer_cast<OrbState>(scope);
   return orb ? orb : orbs().standard();
 }
-
-}  // namespace
 
 ORB* Object::_get_orb(Environment& env) {
   env.clear();

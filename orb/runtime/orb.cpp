@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "corba/any.h"
+#include "interceptors.h"
 #include "orb_state.h"
 #include "raise.h"
 #include "zrsv/thread_safety.h"
@@ -71,6 +72,25 @@ void enter_core(int& argc, char** argv, std::vector<char*>& rest, Environment& e
   argc = count;
 }
 
+StringSeq copy_arguments(int argc, char** argv) {
+  StringSeq arguments;
+  for (int i = 0; i < argc && argv && argv[i]; ++i) {
+    arguments.length(arguments.length() + 1);
+    arguments[arguments.length() - 1] = const_cast<const char*>(argv[i]);
+  }
+  return arguments;
+}
+
+/// The program's initializers; where they fail, the ORB has never been.
+void initialize(ORB* orb, const StringSeq& arguments) {
+  try {
+    run_initializers(state_of(*orb), arguments);
+  } catch (...) {
+    orb->destroy();
+    throw;
+  }
+}
+
 }  // namespace
 
 ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
@@ -79,9 +99,16 @@ ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
   std::vector<char*> rest;
   if (!take_options(argc, argv, options, rest)) raise<BAD_PARAM>(env);
   if (orb_id && *orb_id) options.id = orb_id;
-  const zrsv::MutexLock lock(core_mutex);
-  enter_core(argc, argv, rest, env);
-  return new NamedOrb(orbs().enter(options), OM_this_ORB);
+  const StringSeq arguments = copy_arguments(argc, argv);
+  bool made = false;
+  ORB_var orb;
+  {
+    const zrsv::MutexLock lock(core_mutex);
+    enter_core(argc, argv, rest, env);
+    orb = new NamedOrb(orbs().enter(options, &made), OM_this_ORB);
+  }
+  if (made) initialize(orb.in(), arguments);
+  return orb._retn();
 }
 
 // ---- The wrapper ------------------------------------------------------------------------------------------
@@ -197,12 +224,15 @@ void ORB::destroy(Environment& env) {
   CORBA_Environment record{};
   if (orbs().is_last_use_of_server(orb)) CORBA_ORB_shutdown(OM_this_ORB, 1, &record);
   check_record(record, env);  // a servant cannot wait for its own end
-  const zrsv::MutexLock lock(core_mutex);
-  if (!orbs().leave(orb)) raise<BAD_INV_ORDER>(env);
-  CORBA_ORB_destroy(OM_this_ORB, &record);
-  check_record(record, env);
-  set_ref(nullptr);
-  if (!orbs().standard()) OM_this_ORB = nullptr;
+  {
+    const zrsv::MutexLock lock(core_mutex);
+    if (!orbs().leave(orb)) raise<BAD_INV_ORDER>(env);
+    CORBA_ORB_destroy(OM_this_ORB, &record);
+    check_record(record, env);
+    set_ref(nullptr);
+    if (!orbs().standard()) OM_this_ORB = nullptr;
+  }
+  if (!orbs().lives(orb)) destroy_interceptors(orb);
 }
 
 }  // namespace CORBA

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "orb_state.h"
+#include "pi_current.h"
 #include "raise.h"
 
 namespace CORBA {
@@ -109,7 +110,7 @@ Object* own_reference(const OrbPointer& orb, void* handle) {
 }
 
 std::vector<std::string> own_services(const OrbPointer& orb) {
-  std::vector<std::string> names{"ORBPolicyManager", "PolicyCurrent"};
+  std::vector<std::string> names{"ORBPolicyManager", "PICurrent", "PolicyCurrent"};
   const OrbPointer server = orbs().standard();
   if (server == orb || orbs().may_serve(orb)) names.insert(names.end(), {"RootPOA", "POACurrent"});
   return names;
@@ -129,6 +130,7 @@ Object* resolve(const OrbPointer& orb, const std::string& name, Environment& env
   if (is_of_core(name)) return resolve_in_core(orb, name, env);
   if (name == "ORBPolicyManager") return new OrbManager(orb);
   if (name == "PolicyCurrent") return policy_current();
+  if (name == "PICurrent") return pi_current();
   if (by_default.empty() || name.empty()) raise<ORB::InvalidName>(env);
   return from_url(orb, by_default.c_str(), env);
 }

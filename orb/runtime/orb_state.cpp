@@ -18,17 +18,18 @@ Orbs::Entry* Orbs::find(const OrbPointer& orb) {
   return found == all_.end() ? nullptr : &*found;
 }
 
-OrbPointer Orbs::use(const std::string& id) {
+OrbPointer Orbs::use(const std::string& id, bool* made) {
   const zrsv::MutexLock lock(mutex_);
   auto found = std::ranges::find_if(all_, [&](const Entry& e) { return e.orb->id == id; });
-  if (found == all_.end()) found = all_.insert(all_.end(), {std::make_shared<OrbState>(id)});
+  *made = found == all_.end();
+  if (*made) found = all_.insert(all_.end(), {std::make_shared<OrbState>(id)});
   ++found->uses;
   return found->orb;
 }
 
 // Not with both locks: who holds an ORB's asks for this one.
-OrbPointer Orbs::enter(const OrbOptions& options) {
-  OrbPointer orb = use(options.id);
+OrbPointer Orbs::enter(const OrbOptions& options, bool* made) {
+  OrbPointer orb = use(options.id, made);
   const zrsv::MutexLock lock(orb->mutex);
   for (const auto& [name, url] : options.configured) orb->configured[name] = url;
   if (!options.default_url.empty()) orb->default_url = options.default_url;

@@ -12,6 +12,8 @@
 
 namespace CORBA {
 
+struct Interceptors;
+
 /// One ORB; the scope of the calls of the references that it made.
 struct OrbState : zrsv::CallScope {
   explicit OrbState(std::string name) : id(std::move(name)) {}
@@ -23,6 +25,7 @@ struct OrbState : zrsv::CallScope {
   std::string default_url;                                     // -ORBDefaultInitRef
   PolicyOverrides overrides;
   std::vector<Request_var> deferred;  // by send_multiple_requests_deferred
+  std::shared_ptr<const Interceptors> interceptors;  // null: none
 };
 using OrbPointer = std::shared_ptr<OrbState>;
 
@@ -49,8 +52,8 @@ struct OrbOptions {
 /// side.
 class Orbs {
  public:
-  /// The ORB of that id, made when there is none; counts a use.
-  OrbPointer enter(const OrbOptions& options);
+  /// The ORB of that id, made when there is none (`made`); counts a use.
+  OrbPointer enter(const OrbOptions& options, bool* made);
   bool lives(const OrbPointer& orb);
   /// True when one more leave() ends the ORB, and the server side with it.
   bool is_last_use_of_server(const OrbPointer& orb);
@@ -80,7 +83,7 @@ class Orbs {
     ULong uses = 0;
     bool ended = false;
   };
-  OrbPointer use(const std::string& id);
+  OrbPointer use(const std::string& id, bool* made);
   Entry* find(const OrbPointer& orb) ZR_REQUIRES(mutex_);
   bool may_serve_locked(const OrbPointer& orb) ZR_REQUIRES(mutex_);
   OrbPointer standard_locked() ZR_REQUIRES(mutex_);
@@ -96,6 +99,9 @@ Orbs& orbs();
 
 /// The ORB behind a wrapper, alive; BAD_INV_ORDER when it is destroyed.
 OrbPointer live(const ORB& orb, Environment& env);
+
+/// The ORB that a handle came from; null when there is none.
+OrbPointer orb_of(void* handle);
 
 /// The steps of resolve_initial_references and string_to_object (orb_references.cpp).
 Object* resolve(const OrbPointer& orb, const std::string& name, Environment& env);

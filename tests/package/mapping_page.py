@@ -12,6 +12,8 @@ HEAD = """#undef NDEBUG
 #include <iostream>
 #include <string>
 
+#include <corba/portable_interceptor.h>
+
 #include "mapping.h"
 
 %s

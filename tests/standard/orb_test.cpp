@@ -53,7 +53,8 @@ TEST_F(OrbTest, InitialReferencesAreRegisteredConfiguredAndListed) {
   const CORBA::ORB::ObjectIdList_var list = client->list_initial_services();
   std::set<std::string> names;
   for (CORBA::ULong i = 0; i < list->length(); ++i) names.insert(list[i]);
-  EXPECT_EQ(names, (std::set<std::string>{"Configured", "ORBPolicyManager", "PolicyCurrent", "Registered"}));
+  EXPECT_EQ(names, (std::set<std::string>{"Configured", "ORBPolicyManager", "PICurrent", "PolicyCurrent",
+                                          "Registered"}));
 
   for (const char* name : {"Registered", "ORBPolicyManager", ""})
     EXPECT_EQ(raised([&] { client->register_initial_reference(name, echo); }), "InvalidName") << name;

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "options.h"
+
 namespace zrsv {
 
 namespace {
@@ -188,7 +190,12 @@ void Assembler::reset() {
 // first fragment  = header (more) body[0 .. n)
 // later fragments = header request id, body[n .. m)        each a multiple of 8 octets long but the
 // last
-Fragments::Fragments(unsigned char* message, std::size_t length, uint32_t limit) {
+Fragments::Fragments(unsigned char* message, std::size_t length, uint32_t limit, const ZR_cdr_apart& apart) {
+  if (apart.octets) {
+    const Pieces pieces = pieces_of(message, length, apart);
+    parts_.assign(pieces.begin(), pieces.end());
+    return;
+  }
   if (!must_fragment(message, length, limit)) {
     parts_.push_back({message, length});
     return;
@@ -215,6 +222,14 @@ Fragments::Fragments(unsigned char* message, std::size_t length, uint32_t limit)
     parts_.push_back({message + at, count});
     at += count;
   }
+}
+
+bool put_together_to_cut(CDR* cdr) {
+  if (!cdr->apart.octets) [[likely]]
+    return true;
+  const std::size_t length = static_cast<std::size_t>(cdr->out_next - cdr->out_base) + cdr->apart.size;
+  const uint32_t limit = options().fragment_size;
+  return limit == 0 || length <= limit || ZR_cdr_put_together(cdr);
 }
 
 std::span<iovec> rest_of(std::span<iovec> parts, std::size_t octets) {

@@ -87,7 +87,8 @@ class Assembler {
 class Fragments {
  public:
   /// `limit` 0: never cut. GIOP 1.0 knows no fragments, and in 1.1 no cut is right for every reader.
-  Fragments(unsigned char* message, std::size_t length, uint32_t limit);
+  /// What has something apart is not cut either.
+  Fragments(unsigned char* message, std::size_t length, uint32_t limit, const ZR_cdr_apart& apart = {});
   std::vector<iovec>& parts() { return parts_; }
 
  private:
@@ -102,5 +103,8 @@ std::span<iovec> rest_of(std::span<iovec> parts, std::size_t octets);
 inline bool must_fragment(const unsigned char* message, std::size_t length, uint32_t limit) {
   return limit != 0 && length > limit && giop::minor_of(message) == 2;
 }
+
+/// Puts a message together that is to be cut. False without memory.
+bool put_together_to_cut(CDR* cdr);
 
 }  // namespace zrsv

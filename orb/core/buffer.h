@@ -2,6 +2,9 @@
 // copy.
 #pragma once
 
+#include <sys/uio.h>
+
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -10,6 +13,39 @@
 #include "zrsv.h"
 
 namespace zrsv {
+
+/// What a message has apart from the octets in its buffer (zrsv/cdr.h), until this goes.
+class Apart {
+ public:
+  Apart() = default;
+  static Apart take(CDR* cdr) {
+    Apart taken;
+    if (cdr->apart.octets) [[unlikely]]
+      taken.it_ = std::exchange(cdr->apart, {});
+    return taken;
+  }
+  Apart(Apart&& o) noexcept : it_(std::exchange(o.it_, {})) {}
+  Apart& operator=(Apart&& o) noexcept {
+    std::swap(it_, o.it_);
+    return *this;
+  }
+  ~Apart() {
+    if (it_.release) it_.release(it_.owner);
+  }
+
+  explicit operator bool() const { return it_.octets != nullptr; }
+  const ZR_cdr_apart& get() const { return it_; }
+
+ private:
+  ZR_cdr_apart it_{};
+};
+
+/// The pieces in which a message goes out.
+using Pieces = std::array<iovec, 3>;
+inline Pieces pieces_of(unsigned char* message, std::size_t size, const ZR_cdr_apart& apart) {
+  const std::size_t at = apart.octets ? apart.at : size;
+  return {{{message, at}, {const_cast<unsigned char*>(apart.octets), apart.size}, {message + at, size - at}}};
+}
 
 class Buffer {
  public:
@@ -51,6 +87,12 @@ class Buffer {
     return true;
   }
   void clear() { size_ = 0; }
+  /// Gives the block to the caller, for give_block.
+  unsigned char* release() {
+    count_memory(capacity_, 0);
+    size_ = capacity_ = 0;
+    return std::exchange(data_, nullptr);
+  }
   /// Drops the first n octets.
   void consume(std::size_t n) {
     if (n == 0) return;
@@ -62,8 +104,11 @@ class Buffer {
     if (capacity_ > keep && capacity_ > size_) give_back(keep);
   }
 
-  /// Takes over what an encoding stream holds, leaving the stream empty.
+  /// Takes over what an encoding stream holds, leaving the stream empty. Nothing when there was no memory to put it
+  /// together.
   static Buffer take(CDR* cdr) {
+    if (cdr->apart.octets && !ZR_cdr_put_together(cdr)) [[unlikely]]
+      cdr->out_next = cdr->out_base;
     Buffer taken;
     taken.data_ = cdr->out_base;
     taken.size_ = static_cast<std::size_t>(cdr->out_next - cdr->out_base);

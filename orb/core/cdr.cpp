@@ -5,6 +5,7 @@
 #include <iterator>
 #include <span>
 
+#include "buffer.h"
 #include "cdr_chain.h"
 #include "code_sets.h"
 #include "large_blocks.h"
@@ -91,7 +92,7 @@ using namespace zrsv;
 // A message's size is a 32-bit word, so a stream never grows past that.
 unsigned char ZR_cdr_grow(CDR* cdr, size_t more) {
   const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
-  if (more > UINT32_MAX - used) return 0;
+  if (more + cdr->apart.size > UINT32_MAX - used) return 0;
   std::size_t wanted = static_cast<std::size_t>(cdr->out_limit - cdr->out_base) * 2;
   if (wanted < used + more) wanted = used + more;
   if (wanted < first_capacity) wanted = first_capacity;
@@ -173,6 +174,60 @@ unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count) {
   return 1;
 }
 
+unsigned char ZR_cdr_refer(CDR* cdr, const unsigned char* octets, uint32_t count) {
+  const bool copies = !cdr->may_leave_apart || !cdr->leaves_apart || cdr->apart.octets || count < large_from;
+  if (copies) return put_octets(cdr, as_view(octets, count));
+  const uint32_t apart = count & ~7u;
+  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+  if (count > UINT32_MAX - used || !put_octets(cdr, as_view(octets + apart, count - apart))) return 0;
+  cdr->apart = {octets, apart, static_cast<uint32_t>(used), nullptr, nullptr};
+  return 1;
+}
+
+unsigned char ZR_cdr_put_together(CDR* cdr) {
+  const Apart taken = Apart::take(cdr);
+  if (!taken) return 1;
+  const ZR_cdr_apart& apart = taken.get();
+  if (!has_room(cdr, apart.size)) return 0;
+  unsigned char* const to = cdr->out_base + apart.at;
+  std::memmove(to + apart.size, to, static_cast<std::size_t>(cdr->out_next - to));
+  std::memcpy(to, apart.octets, apart.size);
+  cdr->out_next += apart.size;
+  return 1;
+}
+
+namespace {
+
+/// What stands in front of octets that were handed out with their block, in the place of octets that were read.
+struct Taken {
+  unsigned char* block;
+  std::size_t capacity;
+};
+
+}  // namespace
+
+void* ZR_cdr_take_bytes(CDR* cdr, uint32_t count, uint32_t align) {
+  auto* const block = static_cast<Buffer*>(cdr->in_block);
+  if (!block || cdr->in_cuts || count < large_from || count < block->capacity() / 2) return nullptr;
+  const unsigned char* const at =
+      cdr->in_next + ((cdr->in_base - cdr->in_next) & static_cast<std::ptrdiff_t>(align - 1));
+  const auto offset = static_cast<std::size_t>(at - block->data());
+  if (at > cdr->in_end || static_cast<std::size_t>(cdr->in_end - at) < count || offset < sizeof(Taken))
+    return nullptr;
+  cdr->in_block = nullptr;
+  cdr->in_next = at + count;
+  const Taken taken{block->data(), block->capacity()};
+  unsigned char* const handed_out = block->release() + offset;
+  std::memcpy(handed_out - sizeof taken, &taken, sizeof taken);
+  return handed_out;
+}
+
+void ZR_give_bytes(void* taken) {
+  Taken from;
+  std::memcpy(&from, static_cast<unsigned char*>(taken) - sizeof from, sizeof from);
+  give_block(from.block, from.capacity);
+}
+
 unsigned char OM_cdr_bytes_view(CDR* cdr, const unsigned char** octets, uint32_t count) {
   if (cdr->direction != CDR_DECODE || OM_cdr_remaining(cdr) < count) return 0;
   *octets = cdr->in_next;
@@ -244,6 +299,7 @@ void OM_cdr_open_encode(CDR* cdr) {
 }
 
 void OM_cdr_close(CDR* cdr) {
+  Apart::take(cdr);
   drop_output(cdr);
   cdr->out_base = cdr->out_next = cdr->out_limit = nullptr;
 }

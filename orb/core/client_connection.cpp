@@ -77,7 +77,8 @@ Written write_parts(int fd, std::span<iovec> parts, Deadline deadline, Clock::ti
 /// A message on its way out, cut into fragments where it must be. The message is as it was when this goes.
 class Outgoing {
  public:
-  Outgoing(unsigned char* message, std::size_t size) : message_(message), whole_{message, size} {
+  Outgoing(unsigned char* message, std::size_t size, const ZR_cdr_apart& apart)
+      : message_(message), whole_(pieces_of(message, size, apart)) {
     const uint32_t limit = options().fragment_size;
     if (!must_fragment(message, size, limit)) return;
     std::memcpy(header_, message, sizeof header_);
@@ -90,13 +91,13 @@ class Outgoing {
   Outgoing& operator=(const Outgoing&) = delete;
 
   Written write(int fd, Deadline deadline, Clock::time_point* now) {
-    return write_parts(fd, fragments_ ? std::span(fragments_->parts()) : std::span(&whole_, 1), deadline,
-                       now);
+    const std::span whole(whole_.data(), whole_[1].iov_len == 0 ? 1 : whole_.size());
+    return write_parts(fd, fragments_ ? std::span(fragments_->parts()) : whole, deadline, now);
   }
 
  private:
   unsigned char* message_;
-  iovec whole_;
+  Pieces whole_;
   unsigned char header_[giop::header_size];
   std::optional<Fragments> fragments_;
 };
@@ -140,9 +141,10 @@ bool ClientConnection::alive(Clock::time_point now) {
   return usable_;
 }
 
-ClientConnection::Sent ClientConnection::send(unsigned char* message, std::size_t size, ClientCall* call,
-                                              bool reply_expected, Deadline deadline) {
-  Outgoing outgoing(message, size);
+ClientConnection::Sent ClientConnection::send(CDR* message, ClientCall* call, bool reply_expected,
+                                              Deadline deadline) {
+  Outgoing outgoing(message->out_base, static_cast<std::size_t>(message->out_next - message->out_base),
+                    message->apart);
   {
     const MutexLock lock(mutex_);
     while (usable_ && writing_) {

@@ -103,8 +103,7 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
   /// Sends one whole request message, in fragments when it is over the limit for that; the message is as it
   /// was afterwards. With a reply expected, Yes leaves the call Waiting.
-  Sent send(unsigned char* message, std::size_t size, ClientCall* call, bool reply_expected,
-            Deadline deadline);
+  Sent send(CDR* message, ClientCall* call, bool reply_expected, Deadline deadline);
   /// Returns when the call is no longer Waiting, true; or at the deadline, false: it is forgotten then.
   bool receive(ClientCall* call, Deadline deadline);
   /// A deferred call was sent: sees to it that somebody reads.

@@ -81,6 +81,8 @@ void keep_for_later(std::unique_ptr<ClientRequest> request) {
   if (request->cdr.out_limit - request->cdr.out_base > static_cast<std::ptrdiff_t>(max_kept_octets)) {
     OM_cdr_close(&request->cdr);
   }
+  request->cdr.apart = {};
+  request->cdr.in_block = nullptr;
   request->call.reply.message.clear();
   request->call.reply.message.shrink(max_kept_octets);
   Kept* kept = of_thread<Kept>();
@@ -152,6 +154,9 @@ bool begin_message(ClientRequest* request) {
   cdr->direction = CDR_ENCODE;
   cdr->minor_version = request->call.minor;
   cdr->no_outcome = cdr->unconvertible = 0;
+  cdr->may_leave_apart = !request->bare;
+  cdr->leaves_apart = 0;
+  cdr->apart = {};
   cdr->narrow = request->code_sets.narrow;
   cdr->wide = request->code_sets.wide;
   cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
@@ -197,6 +202,7 @@ bool put_head(ClientRequest* request, std::string_view key) {
   if (ok && encoded(old) > old_start) {
     ok = put_octets(&fresh, as_view(old.out_base + old_start, encoded(old) - old_start));
   }
+  request->cdr.apart.at += static_cast<uint32_t>(request->head.body - old_start);
   std::swap(fresh.out_base, request->cdr.out_base);
   std::swap(fresh.out_next, request->cdr.out_next);
   std::swap(fresh.out_limit, request->cdr.out_limit);
@@ -235,8 +241,8 @@ Fault run_here(ClientRequest* request, Reference& target) {
 Fault send_over(ClientRequest* request, ClientPool::Connection connection, bool* dead) {
   if (request->deferral) [[unlikely]]
     request->deferral->attempt();
-  const auto sent = connection->send(request->cdr.out_base, encoded(request->cdr), &request->call,
-                                     request->response_expected, request->deadline);
+  const auto sent =
+      connection->send(&request->cdr, &request->call, request->response_expected, request->deadline);
   *dead = sent == ClientConnection::Sent::Dead;
   if (sent == ClientConnection::Sent::Yes) {
     request->connection = std::move(connection);
@@ -402,7 +408,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
 
 /// Octets of the message behind GIOP's header.
 std::size_t body_size(const ClientRequest& request) {
-  return encoded(request.cdr) - (request.bare ? 0 : giop::header_size);
+  return encoded(request.cdr) + request.cdr.apart.size - (request.bare ? 0 : giop::header_size);
 }
 
 [[gnu::cold]] bool fail_too_long(const ClientRequest& request) {
@@ -415,6 +421,7 @@ std::size_t body_size(const ClientRequest& request) {
   if (request->kind != ZR_REQUEST_IIOP || request->phase != Phase::Created) return fail(wrong_order);
   if (!is_usable()) return fail_unusable();
   request->phase = Phase::Over;
+  if (!put_together_to_cut(&request->cdr)) return fail(fault::no_memory);
   end_message(request);
   if (body_size(*request) > options().max_message) return fail_too_long(*request);
   if (!request->bare) start_clock(*request);
@@ -456,6 +463,7 @@ void show_reply(ClientRequest* request) {
   request->cdr.in_next = body.in_next;
   request->cdr.in_end = body.in_end;
   request->cdr.in_cuts = body.in_cuts;
+  request->cdr.in_block = &request->call.reply.message;
 }
 
 /// Memory that runs out anywhere in a step is that step's failure.

@@ -157,9 +157,9 @@ void Connection::paused() {
 
 // ---- Sending ----
 
-void Connection::send(Buffer* message) {
+void Connection::send(Buffer* message, Apart apart) {
   if (broken()) return;
-  switch (output_.send(message, pool_->options().fragment_size)) {
+  switch (output_.send(message, pool_->options().fragment_size, std::move(apart))) {
     case OutputQueue::Sent::All:
       return;
     case OutputQueue::Sent::Rest:

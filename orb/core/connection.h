@@ -107,7 +107,7 @@ class Connection {
 
   /// Sends a whole message, in fragments where it is long. What the peer does not take now is kept, taken out
   /// of `message`, and sent later.
-  void send(Buffer* message);
+  void send(Buffer* message, Apart apart = {});
   /// The socket can take more.
   void flush();
   bool has_output() const { return !output_.empty(); }

@@ -366,16 +366,18 @@ void Engine::run(Worker& worker, ServerRequest& request) {
     return park(worker, request);
   // Looked at before the reply goes: a client that is lost after it has left nothing behind that is not reported.
   const bool left_behind = request.connection && !request.connection->registered();
+  Apart apart = Apart::take(&request.cdr);  // never of a call of this process
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
-  if (request.connection && request.head.response_expected) send_reply(*request.connection, &reply);
+  if (request.connection && request.head.response_expected)
+    send_reply(*request.connection, &reply, std::move(apart));
   if (left_behind) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
 }
 
 // An answer that there was no memory for is the connection's end.
-void Engine::send_reply(Connection& connection, Buffer* reply) {
-  reply->size() > 0 ? connection.send(reply) : connection.break_off();
+void Engine::send_reply(Connection& connection, Buffer* reply, Apart apart) {
+  reply->size() > 0 ? connection.send(reply, std::move(apart)) : connection.break_off();
 }
 
 void Engine::park(Worker& worker, ServerRequest& request) {

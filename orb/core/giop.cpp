@@ -297,6 +297,7 @@ ContextViews reply_contexts(const Buffer& message) {
 bool begin_message(CDR* cdr, uint8_t minor, Type type) {
   cdr->minor_version = minor;
   cdr->out_next = cdr->out_base;
+  if (cdr->apart.octets) Apart::take(cdr);
   unsigned char octets[header_size];
   write_empty(octets, minor, type);
   return Writer(cdr).raw(as_view(octets, sizeof octets)).ok();
@@ -362,7 +363,7 @@ bool pad_request_1_1(CDR* cdr, uint32_t octets) {
 }
 
 void end_message(CDR* cdr) {
-  const auto size = static_cast<uint32_t>(cdr->out_next - cdr->out_base) - header_size;
+  const uint32_t size = static_cast<uint32_t>(cdr->out_next - cdr->out_base) + cdr->apart.size - header_size;
   std::memcpy(cdr->out_base + size_offset, &size, sizeof size);
 }
 

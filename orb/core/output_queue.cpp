@@ -25,6 +25,13 @@ std::size_t size_of(std::span<const iovec> parts) {
   return octets;
 }
 
+ssize_t send_pieces(int fd, Pieces pieces) {
+  msghdr message{};
+  message.msg_iov = pieces.data();
+  message.msg_iovlen = pieces.size();
+  return ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 }  // namespace
 
 void OutputQueue::open(int fd) {
@@ -48,27 +55,32 @@ ssize_t OutputQueue::send_unlocked(Send send) {
   return n;
 }
 
-OutputQueue::Sent OutputQueue::send(Buffer* message, uint32_t fragment) {
+OutputQueue::Sent OutputQueue::send(Buffer* message, uint32_t fragment, Apart apart) {
   const MutexLock lock(mutex_);
   if (closed_) return Sent::All;
-  if (sending_ || !messages_.empty()) return keep(message, fragment, nullptr);  // who sends takes it along
+  if (sending_ || !messages_.empty())
+    return keep(message, std::move(apart), fragment, nullptr);  // who sends takes it along
   if (must_fragment(message->data(), message->size(), fragment)) {
-    const Sent kept = keep(message, fragment, nullptr);
+    const Sent kept = keep(message, std::move(apart), fragment, nullptr);
     return kept == Sent::All ? write_some() : kept;
   }
-  const ssize_t n = send_unlocked(
-      [&, fd = fd_] { return ::send(fd, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT); });
+  const ssize_t n = send_unlocked([&, fd = fd_] {
+    if (apart) [[unlikely]]
+      return send_pieces(fd, pieces_of(message->data(), message->size(), apart.get()));
+    return ::send(fd, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  });
   if (n < 0 && !would_block() && errno != EINTR) return Sent::Failed;
   const std::size_t sent = n > 0 ? static_cast<std::size_t>(n) : 0;
-  if (sent < message->size()) return keep(message, fragment, &sent);
+  if (sent < message->size() + apart.get().size) return keep(message, std::move(apart), fragment, &sent);
   return messages_.empty() ? Sent::All : write_some();
 }
 
 // What has begun to go comes before what others have left meanwhile.
-OutputQueue::Sent OutputQueue::keep(Buffer* message, uint32_t fragment, const std::size_t* sent) try {
+OutputQueue::Sent OutputQueue::keep(Buffer* message, Apart apart, uint32_t fragment,
+                                    const std::size_t* sent) try {
   message->shrink(0);
-  const Message& kept = sent ? messages_.emplace_front(std::move(*message), fragment, *sent)
-                             : messages_.emplace_back(std::move(*message), fragment, 0u);
+  const Message& kept = sent ? messages_.emplace_front(std::move(*message), std::move(apart), fragment, *sent)
+                             : messages_.emplace_back(std::move(*message), std::move(apart), fragment, 0u);
   octets_.fetch_add(size_of(kept.left));
   return sent ? Sent::Rest : Sent::All;
 } catch (const std::bad_alloc&) {

@@ -22,7 +22,8 @@ class OutputQueue {
   void open(int fd);
   /// Sends a message, in fragments when it is over `fragment` octets. What does not go out now is taken out of
   /// `message`. Rest: flush() is to be called when the socket can take more. One thread at a time is told so.
-  Sent send(Buffer* message, uint32_t fragment);
+  /// Only a message that is not cut may have something apart.
+  Sent send(Buffer* message, uint32_t fragment, Apart apart = {});
   Sent flush();
   /// Sends a last message, unless something waits before it: then it would only be taken for a part of that.
   /// Nothing is sent afterwards, and the peer is told so.
@@ -51,25 +52,31 @@ class OutputQueue {
 
  private:
   struct Message {
-    Message(Buffer whole, uint32_t fragment, std::size_t sent)
+    Message(Buffer whole, Apart with, uint32_t fragment, std::size_t sent)
         : octets(std::move(whole)),
-          fragments(octets.data(), octets.size(), fragment),
+          apart(std::move(with)),
+          fragments(octets.data(), octets.size(), fragment, apart.get()),
           left(rest_of(fragments.parts(), sent)) {
       count_memory(0, unless_counted());
+      count_memory(0, apart.get().size);
     }
-    ~Message() { count_memory(unless_counted(), 0); }
+    ~Message() {
+      count_memory(unless_counted(), 0);
+      count_memory(apart.get().size, 0);
+    }
     Message(const Message&) = delete;
     Message& operator=(const Message&) = delete;
     /// Small messages count here, as there may be many.
     std::size_t unless_counted() const { return octets.capacity() < counted_from ? counted_from : 0; }
     Buffer octets;
+    Apart apart;
     Fragments fragments;
     std::span<iovec> left;
   };
   /// Calls `send`, which makes one system call, without the lock; gives what it does, errno included.
   template <class Send>
   ssize_t send_unlocked(Send send) ZR_REQUIRES(mutex_);
-  Sent keep(Buffer* message, uint32_t fragment, const std::size_t* sent) ZR_REQUIRES(mutex_);
+  Sent keep(Buffer* message, Apart apart, uint32_t fragment, const std::size_t* sent) ZR_REQUIRES(mutex_);
   Sent write_some() ZR_REQUIRES(mutex_);
   void took(std::size_t octets) ZR_REQUIRES(mutex_);
 

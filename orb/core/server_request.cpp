@@ -126,6 +126,7 @@ void call(ServerRequest& request, SlotLender* slot_of) {
 void complete_reply(ServerRequest& request, uint32_t max_message) {
   CDR& cdr = request.cdr;
   if (!request.head.response_expected) {
+    Apart::take(&cdr);
     cdr.out_next = cdr.out_base;
     return;
   }
@@ -134,12 +135,13 @@ void complete_reply(ServerRequest& request, uint32_t max_message) {
     answer_exception(request, "INTERNAL", CORBA_COMPLETED_MAYBE);
   }
   const std::size_t head = request.bare ? 0 : giop::header_size;
-  const auto size = static_cast<std::size_t>(cdr.out_next - cdr.out_base);
+  const std::size_t size = static_cast<std::size_t>(cdr.out_next - cdr.out_base) + cdr.apart.size;
   if (size > head + max_message) {
     OM_log("operation %s: the reply has %zu octets, over -ORBMaxMessage %u", request.head.operation,
            size - head, max_message);
     answer_exception(request, "IMP_LIMIT", CORBA_COMPLETED_YES, minor_over_max_message);
   }
+  if (!put_together_to_cut(&cdr)) answer_exception(request, "NO_MEMORY", CORBA_COMPLETED_YES);
   if (!request.bare && cdr.out_next != cdr.out_base) giop::end_message(&cdr);
 }
 
@@ -199,6 +201,7 @@ bool ServerRequest::own(Buffer whole) {
 
 void execute(ServerRequest& request, SlotLender* slot_of, uint32_t max_message, Buffer* reply) noexcept {
   reply->lend(&request.cdr);
+  request.cdr.may_leave_apart = static_cast<bool>(request.connection);
   request.info.request = as_handle(request);
   request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;
   request.info.sequence = request.head.id;

@@ -123,6 +123,7 @@ void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operatio
   CDR* cdr = nullptr;
   if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
   cdr->direction = CDR_ENCODE;
+  cdr->leaves_apart = 1;  // the arguments stay until the call returns
   if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
   if (!OM_req_lib_UNO_IIOP_send_request(request)) fail_request(CORBA_COMPLETED_NO, env);
   if (!response_expected) return true;
@@ -219,7 +220,11 @@ void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
       status <= CORBA_SYSTEM_EXCEPTION && OM_req_lib_UNO_IIOP_encode_reply_header(request_, status);
   if (written && status == CORBA_NO_EXCEPTION) {
     cdr_->direction = CDR_ENCODE;
+    cdr_->leaves_apart = 1;
     written = encode_arguments(cdr_, operation.out, slots);
+    // The servant's results go now, but for the buffer that was given to the stream.
+    if (cdr_->apart.octets && !cdr_->apart.release) written = ZR_cdr_put_together(cdr_) && written;
+    cdr_->leaves_apart = 0;
   } else if (written) {
     written = encode_exception(request_, cdr_, operation, env);
   }

@@ -5,6 +5,7 @@
 namespace CORBA {
 
 void refuse_index() { throw BAD_PARAM(0, COMPLETED_NO); }
+void free_message(void* buffer) noexcept { ZR_give_bytes(buffer); }
 void refuse_bound() { throw BAD_PARAM(0, COMPLETED_NO); }
 
 }  // namespace CORBA
@@ -31,8 +32,11 @@ bool move_numbers(CDR* cdr, Bits* values, ULong count) {
   if (rest == 0) return true;
   const std::uint64_t octets = std::uint64_t{rest} * sizeof(Bits);
   if (octets > UINT32_MAX) return false;
-  if (cdr->direction == CDR_ENCODE)
-    return cdr_bytes(cdr, reinterpret_cast<unsigned char*>(values + 1), static_cast<ULong>(octets));
+  if (cdr->direction == CDR_ENCODE) {
+    cdr->out_next -= sizeof(Bits);  // the first one has aligned the stream
+    return octets + sizeof(Bits) <= UINT32_MAX && ZR_cdr_refer(cdr, reinterpret_cast<unsigned char*>(values),
+                                                               static_cast<ULong>(octets + sizeof(Bits)));
+  }
   const unsigned char* view = nullptr;
   if (!OM_cdr_bytes_view(cdr, &view, static_cast<ULong>(octets))) return false;
   std::memcpy(values + 1, view, octets);
@@ -51,6 +55,12 @@ void* view_flat(CDR* cdr, ULong count, std::size_t size) {
     return nullptr;
   cdr->in_next = at + count * size;
   return const_cast<unsigned char*>(at);
+}
+
+void* take_flat(CDR* cdr, ULong count, std::size_t size) {
+  const std::uint64_t octets = std::uint64_t{count} * size;
+  if (!cdr->in_block || (cdr->swap && size > 1) || octets > UINT32_MAX) return nullptr;
+  return ZR_cdr_take_bytes(cdr, static_cast<ULong>(octets), static_cast<ULong>(size));
 }
 
 bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size) {

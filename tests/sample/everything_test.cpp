@@ -203,6 +203,44 @@ TEST_P(Everything, BasesAttributesAndExceptions) {
   store->nothing();
 }
 
+Octets pattern(CORBA::ULong length, CORBA::ULong seed) {
+  Octets made(length);
+  made.length(length);
+  for (CORBA::ULong i = 0; i < length; ++i)
+    made[i] = static_cast<CORBA::Octet>((i * 31 + i / 256 + seed) & 0xFF);
+  return made;
+}
+bool same(const Octets& x, const Octets& y) {
+  return x.length() == y.length() && std::memcmp(x.get_buffer(), y.get_buffer(), x.length()) == 0;
+}
+
+// Many octets go from where they are, and stay where they came in.
+TEST_P(Everything, LargeSequencesOfAnyLength) {
+  for (const CORBA::ULong length : {65'535u, 65'536u, 65'537u, 65'543u, 100'000u, 1u << 20, 5'000'001u}) {
+    const Octets sent = pattern(length, length);
+    store->write(sent, Writer::replace);
+    EXPECT_THROW(store->write(sent, Writer::append), Refused);
+    EXPECT_TRUE(same(servant.data, sent)) << length;
+    Octets_var first = store->read(length);
+    Octets_var second = store->read(length);
+    ASSERT_TRUE(same(first.in(), sent) && same(second.in(), sent)) << length;
+
+    EXPECT_TRUE(first->release());
+    first->replace(length, 3, first->get_buffer(), true);
+    EXPECT_TRUE(first->release() && same(first.in(), pattern(3, length)));
+    Octets copy = second.in();
+    first.inout() = std::move(copy);
+    EXPECT_TRUE(same(first.in(), sent));
+    second->length(length + 1);
+    EXPECT_TRUE(second[length] == 0 && second[length - 1] == sent[length - 1]);
+    Octets_var third = store->read(length);
+    CORBA::Octet* const buffer = third->get_buffer(true);
+    EXPECT_EQ(third->length(), 0u);
+    EXPECT_EQ(std::memcmp(buffer, sent.get_buffer(), length), 0);
+    Octets::freebuf(buffer);
+  }
+}
+
 class CountedWatcher : public Watcher {
  public:
   explicit CountedWatcher(bool& deleted_flag) : deleted(deleted_flag) {}

@@ -34,6 +34,16 @@ typedef struct ZR_cdr_cuts {
   const unsigned char** begin; /* ascending */
 } ZR_cdr_cuts;
 
+/* Encoding: octets of a stream that stay where they are, and stand between those in its buffer. They must stay
+ * until the message is out. */
+typedef struct ZR_cdr_apart {
+  const unsigned char* octets;  /* null: none */
+  uint32_t size;                /* a multiple of 8: what comes behind is aligned as if they were not there */
+  uint32_t at;                  /* behind so many octets of the buffer */
+  void (*release)(void* owner); /* called when they are not needed any more; null: they are the caller's */
+  void* owner;
+} ZR_cdr_apart;
+
 typedef struct CDR {
   uint16_t direction;
   unsigned char swap;          /* decoding: the peer's byte order is not ours */
@@ -51,6 +61,10 @@ typedef struct CDR {
   unsigned char* out_limit;
   const ZR_cdr_cuts* in_cuts; /* null as a rule; else in_base and in_end are those of the part at in_next */
   unsigned char no_outcome;   /* what is decoded forwards the call: how it ended is not known */
+  unsigned char may_leave_apart; /* encoding: who sends the stream can send octets from elsewhere */
+  unsigned char leaves_apart;    /* and who encodes sees to it that they stay */
+  ZR_cdr_apart apart;
+  void* in_block; /* decoding: the message in a block that ZR_cdr_take_bytes may hand out; null as a rule */
 } CDR;
 
 /* Each primitive moves one value between *value and the stream, aligned as CDR wants it, and returns true;
@@ -72,6 +86,16 @@ ZRSV_API unsigned char OM_cdr_long_double(CDR* cdr, long double* value);
 
 /* `count` raw octets, not aligned. */
 ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count);
+
+/* Encoding only: as cdr_bytes, but many octets are left apart where the stream allows it. */
+ZRSV_API unsigned char ZR_cdr_refer(CDR* cdr, const unsigned char* octets, uint32_t count);
+/* Puts what stands apart where it belongs. False when memory is short. */
+ZRSV_API unsigned char ZR_cdr_put_together(CDR* cdr);
+/* Decoding only: hands out the next `count` octets, aligned to `align`, together with the memory that the message is
+ * in; null, and nothing read, when the stream cannot do that, or when they are not most of it. Once a message. The rest
+ * of the window can be read as long as they are not given back, with ZR_give_bytes. */
+ZRSV_API void* ZR_cdr_take_bytes(CDR* cdr, uint32_t count, uint32_t align);
+ZRSV_API void ZR_give_bytes(void* taken);
 
 /* A string with its length word and NUL, converted where the stream's code set is another one. Decoding hands out
  * a new text (CORBA_free); a length of 0, a missing NUL or a NUL inside fails. Encoding writes *text; null fails. */

@@ -94,6 +94,19 @@ struct Fixed {
   using ResultArg = InPlace<T, T, Move>;
 };
 
+/// Lets the stream keep the buffer of an encoded sequence that stands apart (zrsv/cdr.h): the sequence itself goes.
+template <class T>
+void hand_over_buffer(CDR* cdr, T& sequence) {
+  if constexpr (requires { sequence.adopt_message(0, sequence.get_buffer()); }) {
+    using Stored = std::remove_pointer_t<decltype(sequence.get_buffer(false))>;
+    const void* const apart = cdr->apart.octets;
+    if (cdr->apart.release || apart != sequence.get_buffer(false)) return;
+    if (!sequence.release() || sequence.in_message()) return;
+    cdr->apart.owner = sequence.get_buffer(true);
+    cdr->apart.release = [](void* buffer) { T::freebuf(static_cast<Stored*>(buffer)); };
+  }
+}
+
 /// Values that results and out parameters give on the heap.
 template <class T, bool (*Move)(CDR*, T&)>
 struct Variable {
@@ -102,7 +115,11 @@ struct Variable {
   struct Own {
     static void free(T* value) { delete value; }
     static bool move(CDR* cdr, T*& value) {
-      if (cdr->direction == CDR_ENCODE) return value && Move(cdr, *value);
+      if (cdr->direction == CDR_ENCODE) {
+        if (!value || !Move(cdr, *value)) return false;
+        if (cdr->apart.octets) hand_over_buffer(cdr, *value);
+        return true;
+      }
       ValueVar<T> fresh(new T);
       if (!Move(cdr, fresh.inout())) return false;
       delete std::exchange(value, fresh._retn());
@@ -430,6 +447,8 @@ ZRSVCPP_API bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size
 /// So many values where they are in the stream's window, which is read past them; null, and nothing read, where they
 /// cannot stay: not allowed, the other byte order, not aligned, in fragments.
 ZRSVCPP_API void* view_flat(CDR* cdr, ULong count, std::size_t size);
+/// Many values together with the memory of the message that they came in, for Sequence::adopt_message; null as above.
+ZRSVCPP_API void* take_flat(CDR* cdr, ULong count, std::size_t size);
 
 /// Elements one after the other.
 template <class D, class Stored>
@@ -459,6 +478,8 @@ bool move_sequence(CDR* cdr, S& sequence) {
         if constexpr (requires(ValueOf<D> * values) { sequence.replace(length, length, values, false); }) {
           if (void* values = view_flat(cdr, length, sizeof(D)))
             return sequence.replace(length, length, static_cast<ValueOf<D>*>(values), false), true;
+          if (void* values = take_flat(cdr, length, sizeof(D)))
+            return sequence.adopt_message(length, static_cast<ValueOf<D>*>(values)), true;
         }
         sequence.length_to_fill(length);
       }

@@ -12,6 +12,8 @@ namespace CORBA {
 /// Ways out of a sequence: BAD_PARAM for an index at or past the length and for a length over the bound.
 [[noreturn]] ZRSVCPP_API void refuse_index();
 [[noreturn]] ZRSVCPP_API void refuse_bound();
+/// Gives back a message that a sequence adopted.
+ZRSVCPP_API void free_message(void* buffer) noexcept;
 
 // ---- Elements: what stands in a sequence's buffer, and what operator[] gives of it ------------------------
 
@@ -110,7 +112,7 @@ class Sequence : public Allocated {
     return *this;
   }
   ~Sequence() {
-    if (_release) freebuf(_buffer);
+    if (_release) drop(_buffer, _in_message);
   }
 
   ULong maximum() const { return _maximum; }
@@ -149,6 +151,7 @@ class Sequence : public Allocated {
   T* get_buffer(Boolean orphan = false) {
     if (!orphan) return _buffer;
     if (!_release) return nullptr;
+    if (_in_message) adopt(_maximum, _length, copied(*this, _maximum), true);
     _maximum = _length = 0;
     _release = false;
     return std::exchange(_buffer, nullptr);
@@ -156,9 +159,18 @@ class Sequence : public Allocated {
   Boolean release() const { return _release; }
   /// As the constructor with the same parameters.
   void replace(ULong max, ULong len, T* data, Boolean rel = false) {
-    if (data == _buffer) _release = false;  // given back what get_buffer lent
+    const bool same = data == _buffer, in_message = same && _in_message && rel;
+    if (same) _release = false;  // given back what get_buffer lent
     adopt(data ? max : 0, !data ? 0 : len < max ? len : max, data, rel);
+    _in_message = in_message;
   }
+
+  // Of the library: elements in the memory of the message that they came in, which the sequence owns from then on.
+  void adopt_message(ULong len, T* data) requires std::is_trivially_copyable_v<T> {
+    adopt(len, len, data, true);
+    _in_message = true;
+  }
+  bool in_message() const { return _in_message; }
 
  protected:
   ULong _maximum = 0;
@@ -166,6 +178,7 @@ class Sequence : public Allocated {
   T* _buffer = nullptr;
   [[no_unique_address]] Scratch wkrtn{};
   Boolean _release = false;
+  Boolean _in_message = false;  // the buffer is a part of a message, and not freebuf's
 
  private:
   struct Buffer {  // freed unless it is given on
@@ -182,16 +195,23 @@ class Sequence : public Allocated {
   }
   void adopt(ULong max, ULong len, T* buffer, Boolean rel) {
     T* old = std::exchange(_buffer, buffer);
-    const bool owned = std::exchange(_release, rel);
+    const bool owned = std::exchange(_release, rel), in_message = std::exchange(_in_message, false);
     _maximum = max;
     _length = len;
-    if (owned) freebuf(old);
+    if (owned) drop(old, in_message);
+  }
+  static void drop(T* buffer, bool in_message) {
+    if (in_message) [[unlikely]]
+      free_message(buffer);
+    else
+      freebuf(buffer);
   }
   void swap(Sequence& o) noexcept {
     std::swap(_maximum, o._maximum);
     std::swap(_length, o._length);
     std::swap(_buffer, o._buffer);
     std::swap(_release, o._release);
+    std::swap(_in_message, o._in_message);
   }
 };
 

@@ -341,6 +341,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
     const QueueGroup::Admission admission = queue_group().hold(&request, queue_limit(request));
     if (admission == QueueGroup::Admission::Held) return Next::Read;
     if (admission == QueueGroup::Admission::Full) {
+      tell_of_full(request);
       refuse(worker, request, "TRANSIENT");
       return Next::Read;
     }
@@ -353,6 +354,14 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   }
   if (!enqueue(&request)) refuse(worker, request, "TRANSIENT");
   return Next::Read;
+}
+
+// For a slot, or for the end of a hold.
+void Engine::tell_of_full(const ServerRequest& request) const {
+  if (stopping_.load()) return;
+  OM_log("operation %s of %s refused: as many requests wait as may (-ORBQueue %u%s)", request.head.operation,
+         request.connection ? request.connection->peer().text().c_str() : "this process",
+         pool_.options().queue, over_memory() ? ", and -ORBMaxMemory is used up" : "");
 }
 
 // With a slot. The mark comes before the look: lose() looks the other way round.
@@ -475,7 +484,8 @@ Slot Engine::slot_to_run_now(const ServerRequest& request) {
 }
 
 bool Engine::enqueue(ServerRequest* request) {
-  if (waits_for_itself(*request) || !line().add(request, queue_limit(*request))) return false;
+  if (waits_for_itself(*request)) return false;
+  if (!line().add(request, queue_limit(*request))) return tell_of_full(*request), false;
   tell_of_work();
   return true;
 }

@@ -127,6 +127,7 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   template <class Answer>
   void answer_now(Worker& worker, ServerRequest& request, Answer&& answer);
   [[gnu::cold]] void refuse(Worker& worker, ServerRequest& request, const char* exception);
+  [[gnu::cold]] void tell_of_full(const ServerRequest& request) const;
   void send_reply(Connection& connection, Buffer* reply, Apart apart = {});
   [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   [[gnu::cold]] void lose(const Ref<Connection>& connection);

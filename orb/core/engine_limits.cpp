@@ -36,8 +36,13 @@ void Engine::look_after(Clock::time_point now) {
   });
   relieve(now);
   if (limits.queue_timeout_ms != 0)
-    for (Waiting* waiting : {&waiting_, &hosted_waiting_})
-      refuse(waiting->expired(now - std::chrono::milliseconds(limits.queue_timeout_ms)));
+    for (Waiting* waiting : {&waiting_, &hosted_waiting_}) {
+      Requests late = waiting->expired(now - std::chrono::milliseconds(limits.queue_timeout_ms));
+      if (!late.empty())
+        OM_log("%zu requests waited longer than -ORBQueueTimeout %u and are refused", late.size(),
+               limits.queue_timeout_ms);
+      refuse(std::move(late));
+    }
   if (const std::size_t count = queue_group().waiting_in_vain(now - std::chrono::seconds(1)))
     OM_log("%zu requests wait for the activation of a POA manager; none has been activated yet", count);
 }
@@ -86,6 +91,10 @@ void Engine::close_if_idle(const Ref<Connection>& connection) {
   if (connection->receive() != Connection::Input::None || assembler.incomplete() > 0 ||
       connection->has_requests())
     return push_ready(connection);
+  const auto quiet =
+      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - connection->quiet_since());
+  OM_log_at(ZR_LOG_INFO, "%s was idle for %lld ms: connection closed", connection->peer().text().c_str(),
+            static_cast<long long>(quiet.count()));
   unsigned char message[giop::header_size];
   giop::write_empty(message, connection->minor, giop::Type::CloseConnection);
   connection->say_goodbye(message, sizeof message);

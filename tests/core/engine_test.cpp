@@ -67,11 +67,14 @@ TEST_F(Engine, SlowServantsStopNobody) {
   EXPECT_EQ(a.ask(call(2, "echo", 2)), "2");                         // its own connection goes on
   EXPECT_EQ(b.ask(call(1, "echo", 3)), "3");
   // Both slots are taken: two requests wait, the third is refused.
+  testing::internal::CaptureStderr();
   ASSERT_TRUE(a.send(call(3, "block", 4)) && barrier_.wait_for(2));
   EXPECT_EQ(b.ask(call(2, "echo", 5) + call(3, "echo", 6) + call(4, "echo", 7) + look_), "TRANSIENT 1");
   EXPECT_EQ(b.answer(), "here");
   EXPECT_EQ(b.ask(cancel(2) + call(5, "echo", 8) + call(6, "echo", 9)), "TRANSIENT 1");  // room for one
   EXPECT_EQ(Client(port()).ask("nonsense...."), "MessageError");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("refused: as many requests wait as may (-ORBQueue 2)"));
 
   barrier_.open(2);
   Texts late = a.answers(2), waited = b.answers(2);
@@ -79,6 +82,48 @@ TEST_F(Engine, SlowServantsStopNobody) {
   std::sort(waited.begin(), waited.end());
   EXPECT_EQ(late, (Texts{"1", "4"}));
   EXPECT_EQ(waited, (Texts{"6", "8"}));
+}
+
+// Time is told, so nobody waits for it.
+TEST(Output, WhoTakesItTooSlowlyIsTold) {
+  using zrsv::OutputQueue;
+  constexpr OutputQueue::Pace pace{std::chrono::seconds(10), 64 << 10, 256 << 10};
+  const struct {
+    std::size_t waiting, taken_each_second;
+    const char* wanted;
+  } rows[] = {{100'000, 0, "takes no replies"},
+              {1'000'000, 0, "takes no replies"},
+              {1'000'000, 10'000, "takes its replies too slowly"},
+              {1'500'000, 100'000, ""},
+              {200'000, 5'000, ""}};  // below the mark
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.waiting + row.taken_each_second);
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    const int least = 4608;
+    ::setsockopt(pair[1], SOL_SOCKET, SO_SNDBUF, &least, sizeof least);
+    Socket peer(pair[0]);
+    OutputQueue queue;
+    queue.open(pair[1]);
+    zrsv::Buffer message;
+    const std::string octets(row.waiting, 'x');
+    ASSERT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
+    EXPECT_EQ(queue.send(&message, 0), OutputQueue::Sent::Rest);
+    OutputQueue::Clock::time_point now;
+    std::string told;
+    for (int second = 0; second <= 12 && told.empty(); ++second, now += std::chrono::seconds(1)) {
+      if (const char* slow = queue.too_slow(now, pace)) told = slow;
+      EXPECT_TRUE(told.empty() || second == 10) << second;
+      for (std::size_t taken = 0; taken < row.taken_each_second; queue.flush()) {
+        char some[1000];
+        const ssize_t n = ::recv(peer.fd(), some, sizeof some, MSG_DONTWAIT);
+        ASSERT_GT(n, 0);
+        taken += static_cast<std::size_t>(n);
+      }
+    }
+    EXPECT_EQ(told, row.wanted);
+    queue.close();
+  }
 }
 
 TEST_F(Engine, ManyClientsAtOnce) {
@@ -106,8 +151,8 @@ TEST_F(Engine, ManyClientsAtOnce) {
 // While one thread sends, or the client takes no more, others leave it what they have to send.
 TEST_F(Engine, RepliesOfManyThreadsLeaveWhole) {
   start({"-ORBThreads", "8"});
-  Client client(port(), 4096);
-  for (int round = 0; round < 5; ++round) {
+  Client client(port(), 16384);
+  for (int round = 0; round < 4; ++round) {
     std::string many;
     Texts wanted;
     for (int32_t i = 0; i < 40; ++i) {
@@ -148,10 +193,14 @@ TEST_F(Engine, SlowAndSilentClientsAreClosed) {
   ASSERT_TRUE(slow.send(look_ + call(1, "echo").substr(0, 20)) && fragmented.send(part + look_));
   EXPECT_EQ(idle.ask(look_), "here");
   ASSERT_TRUE(busy.send(call(1, "block", 4)) && barrier_.wait_for(1));
+  testing::internal::CaptureStderr();
   EXPECT_EQ(silent.answer(), "end");
   EXPECT_EQ(slow.answers(2), (Texts{"here", "end"}));
   EXPECT_EQ(fragmented.answers(2), (Texts{"here", "end"}));
   EXPECT_EQ(idle.answers(2), (Texts{"CloseConnection", "end"}));
+  const std::string log = testing::internal::GetCapturedStderr();
+  for (const char* line : {"sent no whole message in time", "sends a message too slowly", "was idle for"})
+    EXPECT_NE(log.find(line), log.npos) << log;
   barrier_.open(1);
   EXPECT_EQ(busy.answer(), "4");  // it waits for its own call
 }
@@ -180,10 +229,20 @@ TEST_F(Engine, RequestsDoNotWaitForEver) {
   start({"-ORBThreads", "1", "-ORBQueueTimeout", "100"});
   Client first(port()), second(port());
   ASSERT_TRUE(first.send(call(1, "block", 1)) && barrier_.wait_for(1));
+  testing::internal::CaptureStderr();
   EXPECT_EQ(second.ask(call(1, "echo", 2)), "TRANSIENT 1");
+  EXPECT_THAT(testing::internal::GetCapturedStderr(),
+              testing::HasSubstr("1 requests waited longer than -ORBQueueTimeout 100"));
   barrier_.open(1);
   EXPECT_EQ(first.answer(), "1");
   EXPECT_EQ(second.ask(call(2, "echo", 3)), "3");
+}
+
+int option_of(int fd, int level, int option) {
+  int value = -1;
+  socklen_t length = sizeof value;
+  ::getsockopt(fd, level, option, &value, &length);
+  return value;
 }
 
 TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
@@ -201,6 +260,10 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
     Client client(port());
     std::string fd;
     for (int i = 0; i < calls; ++i) fd = client.ask(call(1, "who"));
+    if (calls > 0) {  // the system is to tell of one that goes without a word
+      EXPECT_EQ(option_of(std::stoi(fd), SOL_SOCKET, SO_KEEPALIVE), 1);
+      EXPECT_EQ(option_of(std::stoi(fd), IPPROTO_TCP, TCP_USER_TIMEOUT), 60'000);
+    }
     client.close();
     if (calls > 0) wanted.push_back(fd);
     ASSERT_TRUE(board_.wait_for(wanted.size()));

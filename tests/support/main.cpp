@@ -1,23 +1,11 @@
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-
 #include "no_leftovers.h"
 #include "time_limit.h"
 
 extern "C" [[gnu::weak]] ZR_Leftovers ZR_leftovers(void);  // not every program has the library
 
 namespace {
-
-/// How many times slower than usual this build, or the machine as TEST_SLOWNESS says, may be.
-int slowness() {
-  const char* told = std::getenv("TEST_SLOWNESS");
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-  return told ? std::atoi(told) : 6;
-#else
-  return told ? std::atoi(told) : 1;
-#endif
-}
 
 /// Holds each test to its time limit. What a lost wake-up or a wait for the wrong thing costs is mostly a time-out of
 /// some seconds, after which the answers are right again.

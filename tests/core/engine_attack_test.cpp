@@ -1,4 +1,7 @@
 // Strangers that mean no good, and what the others see meanwhile: each of their calls is answered at once.
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
 #include <list>
 #include <thread>
 
@@ -87,6 +90,51 @@ TEST_F(Attacks, LeaveOthersAnsweredAtOnce) {
     EXPECT_EQ(fresh.ask(call(7, "echo", 1)), "1");
     strangers_.clear();
   }
+}
+
+/// While one lives, this process opens no descriptor.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const int least = ::dup(0);  // the lowest that is free
+    ::close(least);
+    const rlimit none{static_cast<rlim_t>(least), before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &none);
+  }
+  ~NoDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_;
+};
+
+// The listener pauses then, and says so once; who is connected sees nothing of it.
+TEST_F(Attacks, WithoutDescriptorsOthersAreAnswered) {
+  start({"-ORBMaxConnections", "100000"});
+  OM_log_set_sink([](int, const char* text, void* board) { static_cast<Board*>(board)->add(text); }, &board_);
+  Client good(port());
+  EXPECT_EQ(good.ask(call(1, "echo", 1)), "1");
+  const int waiting = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  Socket late(waiting);
+  {
+    const NoDescriptors none;
+    EXPECT_TRUE(at_loopback(::connect, waiting, port()));
+    EXPECT_TRUE(board_.wait_for(1));
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);  // some pauses
+    while (std::chrono::steady_clock::now() < end) {
+      const auto asked = std::chrono::steady_clock::now();
+      EXPECT_EQ(good.ask(call(1, "echo", 1)), "1");
+      EXPECT_LT(std::chrono::steady_clock::now() - asked, answered_within);
+    }
+  }
+  zrsv::giop::Header header;
+  std::string octets;
+  EXPECT_TRUE(late.send(look_) && late.receive(&header, &octets));  // its turn has come
+  OM_log_set_sink(nullptr, nullptr);
+  EXPECT_THAT(board_.lines(),
+              testing::ElementsAre(testing::StartsWith("no more connections can be accepted for now")));
 }
 
 // The slot is a slow servant's, and what the strangers ask for waits: who asks little has his turn all the same.

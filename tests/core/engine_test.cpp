@@ -11,6 +11,7 @@
 
 #include "engine_fixture.h"
 #include "listener.h"
+#include "time_limit.h"
 
 namespace {
 
@@ -150,6 +151,7 @@ TEST_F(Engine, ManyClientsAtOnce) {
 
 // While one thread sends, or the client takes no more, others leave it what they have to send.
 TEST_F(Engine, RepliesOfManyThreadsLeaveWhole) {
+  time_limit() = std::chrono::seconds(20);  // 110 MB
   start({"-ORBThreads", "8"});
   Client client(port(), 16384);
   for (int round = 0; round < 4; ++round) {

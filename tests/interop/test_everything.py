@@ -43,7 +43,9 @@ def units(encoded):
 
 
 def quad(e, v):
-    """A long double, from what a double can hold, as IEEE 754 has it in 128 bits."""
+    """A long double as IEEE 754 has it in 128 bits, from a double or, for what no double can hold, from these bits."""
+    if isinstance(v, int):
+        return e.align(8).raw(v.to_bytes(16, "little" if e.little else "big"))
     bits = struct.unpack(">Q", struct.pack(">d", v))[0]
     sign, exponent, fraction = bits >> 63, bits >> 52 & 0x7ff, bits & (1 << 52) - 1
     whole = sign << 127 | (exponent and exponent - 1023 + 16383) << 112 | fraction << 60
@@ -53,6 +55,8 @@ def quad(e, v):
 def from_quad(d):
     whole = int.from_bytes(d.align(8).raw(16), "little" if d.little else "big")
     exponent = whole >> 112 & 0x7fff
+    if whole & (1 << 60) - 1 or exponent and not 0 < exponent - 16383 + 1023 < 2047:
+        return whole
     bits = whole >> 127 << 63 | (exponent and exponent - 16383 + 1023) << 52 | whole >> 60 & (1 << 52) - 1
     return struct.unpack(">d", struct.pack(">Q", bits))[0]
 
@@ -109,31 +113,70 @@ wide = Type(lambda e, v: e.octets(v.encode("utf-16-be")), lambda d: units(d.octe
 longdouble, money = Type(quad, from_quad), Type(packed, from_packed)
 reference = Type(lambda e, v: v.write(e), lambda d: IOR(d.string(), d.pairs()))
 
-# --- TypeCodes, as tuples: (kind,), (kind, what stands behind it) or (kind, the contents of its encapsulation) -----------
+# --- TypeCodes, as tuples: (kind,), (kind, what stands behind it) or (kind, the contents of its encapsulation). One that it
+# stands in itself is (BACK, how many TypeCodes further out).
 
 SHORT, ENUM, STRING, SEQUENCE, ARRAY, ALIAS, STRUCT, WSTRING, FIXED = 2, 17, 18, 19, 20, 21, 15, 27, 28
+OBJREF, UNION, EXCEPT, BACK = 14, 16, 22, 0xFFFFFFFF
 typecode = later("typecode_")
-pairs_of = {STRUCT: record(text, text, sequence(record(text, typecode))), ENUM: record(text, text, sequence(text)),
-            ALIAS: record(text, text, typecode), SEQUENCE: record(typecode, basic("ulong")),
-            ARRAY: record(typecode, basic("ulong"))}
+
+
+def members_of(discriminator):
+    return sequence(record(type_of(discriminator), text, typecode))
+
+
+def put_union(e, v):
+    for part, value in zip((text, text, typecode, long, members_of(v[2])), v, strict=True):
+        part.put(e, value)
+
+
+def get_union(d):
+    contents = [part.get(d) for part in (text, text, typecode, long)]
+    return [*contents, members_of(contents[2]).get(d)]
+
+
+structure = record(text, text, sequence(record(text, typecode)))
+contents_of = {STRUCT: structure, EXCEPT: structure, UNION: Type(put_union, get_union), OBJREF: record(text, text),
+               ENUM: record(text, text, sequence(text)), ALIAS: record(text, text, typecode),
+               SEQUENCE: record(typecode, basic("ulong")), ARRAY: record(typecode, basic("ulong"))}
 plain = {STRING: [basic("ulong")], WSTRING: [basic("ulong")], FIXED: [basic("ushort"), basic("short")]}
 
 
+def place(stream):
+    """Where a stream stands in the whole message, and where the TypeCodes around it began."""
+    at = stream.pos if isinstance(stream, Decoder) else len(stream.buf)
+    return getattr(stream, "origin", 0) + at, getattr(stream, "around", ())
+
+
+def within(stream, outer, began, skipped):
+    stream.origin, stream.around = place(outer)[0] + skipped, (*place(outer)[1], began)
+    return stream
+
+
 def put_typecode(e, v):
+    began, around = place(e.align(4))
     e.ulong(v[0])
-    if v[0] in pairs_of:
-        inner = Encoder(e.little).boolean(e.little)
-        pairs_of[v[0]].put(inner, v[1])
+    if v[0] == BACK:
+        return e.long(around[-v[1]] - place(e)[0])
+    if v[0] in contents_of:
+        inner = within(Encoder(e.little), e, began, 4).boolean(e.little)
+        contents_of[v[0]].put(inner, v[1])
         return e.octets(inner.buf)
     for part, value in zip(plain.get(v[0], []), v[1:], strict=True):
         part.put(e, value)
 
 
 def get_typecode(d):
+    began, around = place(d.align(4))
     kind = d.ulong()
-    if kind in pairs_of:
-        inner = Decoder.encapsulation(d.octets())
-        contents = pairs_of[kind].get(inner)
+    if kind == BACK:
+        at = place(d)[0]
+        return kind, len(around) - around.index(at + d.long())
+    if kind in contents_of:
+        data = d.octets()
+        inner = within(Decoder(data, bool(data[0])), d, began, -len(data))
+        inner.boolean()
+        contents = contents_of[kind].get(inner)
         inner.end()
         return kind, contents
     return kind, *(part.get(d) for part in plain.get(kind, []))
@@ -142,18 +185,24 @@ def get_typecode(d):
 typecode_ = Type(put_typecode, get_typecode)
 
 
-def type_of(code):
-    """How values of a TypeCode travel."""
+def type_of(code, around=()):
+    """How values of a TypeCode travel that stands in those."""
     kind, contents = code[0], code[1] if len(code) > 1 else None
-    simple = {2: "short", 3: "long", 5: "ulong", 7: "double", 8: "boolean", 10: "octet", ENUM: "ulong"}
-    if kind in simple:
-        return basic(simple[kind])
-    if kind in (STRING, WSTRING, FIXED):
-        return {STRING: text, WSTRING: wide, FIXED: money}[kind]
-    if kind == STRUCT:
-        return record(*(type_of(member[1]) for member in contents[2]))
-    inner = type_of(contents[2 if kind == ALIAS else 0])
-    return {ALIAS: inner, SEQUENCE: sequence(inner), ARRAY: array(inner, contents[1])}[kind]
+    if kind == BACK:
+        found = around[-contents], around[:-contents]
+        return Type(lambda e, v: type_of(*found).put(e, v), lambda d: type_of(*found).get(d))
+    if kind in SIMPLE:
+        return SIMPLE[kind]
+
+    def inner(one): return type_of(one, (*around, code))
+    if kind in (STRUCT, EXCEPT):
+        return record(*(inner(member[1]) for member in contents[2]))
+    if kind == UNION:
+        cases = [(label, inner(one)) for label, _, one in contents[4]]
+        default = cases.pop(contents[3])[1] if contents[3] >= 0 else None
+        return union(inner(contents[2]), dict(cases), default)
+    of = inner(contents[2 if kind == ALIAS else 0])
+    return {ALIAS: of, SEQUENCE: sequence(of), ARRAY: array(of, contents[1])}[kind]
 
 
 def put_any(e, v):
@@ -167,6 +216,10 @@ def get_any(d):
 
 
 any_ = Type(put_any, get_any)
+SIMPLE = {kind: basic(name) for kind, name in {
+    2: "short", 3: "long", 4: "ushort", 5: "ulong", 6: "float", 7: "double", 8: "boolean", 9: "octet", 10: "octet",
+    ENUM: "ulong", 23: "longlong", 24: "ulonglong"}.items()}
+SIMPLE |= {11: any_, 12: typecode, OBJREF: reference, STRING: text, WSTRING: wide, FIXED: money, 25: longdouble, 26: wchar}
 
 # --- what the interface has -------------------------------------------------------------------------------------------
 

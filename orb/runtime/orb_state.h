@@ -24,7 +24,7 @@ struct OrbState : zrsv::CallScope {
   std::map<std::string, std::string, std::less<>> configured;  // -ORBInitRef: name to URL
   std::string default_url;                                     // -ORBDefaultInitRef
   PolicyOverrides overrides;
-  std::vector<Request_var> deferred;  // by send_multiple_requests_deferred
+  std::vector<Request_var> deferred;                 // by send_multiple_requests_deferred
   std::shared_ptr<const Interceptors> interceptors;  // null: none
 };
 using OrbPointer = std::shared_ptr<OrbState>;

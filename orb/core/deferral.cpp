@@ -6,6 +6,7 @@
 #include "client_request.h"
 #include "in_process.h"
 #include "options.h"
+#include "request_watch.h"
 #include "server_request.h"
 #include "upcall.h"
 
@@ -159,17 +160,21 @@ bool Deferral::send_again(Fault* why) {
 using namespace zrsv;
 
 bool zrsv::send_deferred(void* request, ReplyListener* listener) {
+  ClientRequest& r = as_request(request);
   try {
-    if (begin(as_request(request), listener)) return true;
+    if (begin(r, listener)) return true;
+    if (!r.watched || !end_sending(&r, false)) return false;
   } catch (const std::bad_alloc&) {
-    fail(fault::no_memory);
+    return fail(fault::no_memory);
   }
-  return false;
+  r.deferral.reset();  // who watches it has made a forward of the failure
+  if (listener) listener->reply_is_there();
+  return true;
 }
 
 bool zrsv::has_reply(void* request) {
   const ClientRequest& r = as_request(request);
-  return r.deferral && reply_threads().is_over(*r.deferral);
+  return !r.deferral || reply_threads().is_over(*r.deferral);
 }
 
 void zrsv::await_reply(void* request) { await_any_reply(&request, 1); }

@@ -1,4 +1,9 @@
-// A client with every kind of call, against one server: within the process, over a socket, and by a server that forwards.
+// A client with every kind of call, against one server: within the process, over a socket, by a server that forwards, and
+// seen by interceptors.
+
+#include <corba/portable_interceptor.h>
+
+#include <map>
 
 #include "calls_server.h"
 
@@ -172,6 +177,114 @@ TEST_F(EveryKindOfCall, ReachesOnewaysToo) {
   request->add_in_arg() <<= "dynamic";
   request->send_oneway();
   EXPECT_EQ(target->noted.get_future().get(), "dynamic");
+}
+
+// ---- Interceptors -----------------------------------------------------------------------------------------------
+
+namespace PI = PortableInterceptor;
+
+constexpr IOP::ServiceId mark = 0x54455356;
+
+/// What a server's interceptor read of what a client's wrote: which operations were called, and how the client's ended.
+struct Seen {
+  void add(const std::string& line) {
+    const std::lock_guard lock(mutex);
+    ++counts[line];
+  }
+  std::map<std::string, int> take() {
+    const std::lock_guard lock(mutex);
+    return std::exchange(counts, {});
+  }
+
+  std::mutex mutex;
+  std::map<std::string, int> counts;
+};
+std::atomic<Seen*> seen = nullptr;
+
+class Writer : public virtual PI::ClientRequestInterceptor {
+  char* name() override { return CORBA::string_dup("writer"); }
+  void destroy() override {}
+  void send_request(PI::ClientRequestInfo_ptr info) override {
+    const CORBA::String_var operation = info->operation();
+    IOP::ServiceContext context;
+    context.context_id = mark;
+    context.context_data.length(static_cast<CORBA::ULong>(std::strlen(operation)));
+    std::memcpy(context.context_data.get_buffer(), operation.in(), context.context_data.length());
+    info->add_request_service_context(context, false);
+  }
+  void send_poll(PI::ClientRequestInfo_ptr) override {}
+  void receive_reply(PI::ClientRequestInfo_ptr) override { seen.load()->add("reply"); }
+  void receive_exception(PI::ClientRequestInfo_ptr info) override {
+    seen.load()->add(CORBA::String_var(info->received_exception_id()).in());
+  }
+  void receive_other(PI::ClientRequestInfo_ptr) override {}
+};
+
+class Reader : public virtual PI::ServerRequestInterceptor {
+  char* name() override { return CORBA::string_dup("reader"); }
+  void destroy() override {}
+  void receive_request_service_contexts(PI::ServerRequestInfo_ptr info) override {
+    const IOP::ServiceContext_var context = info->get_request_service_context(mark);
+    const CORBA::OctetSeq& data = context->context_data;
+    seen.load()->add(std::string(reinterpret_cast<const char*>(data.get_buffer()), data.length()));
+  }
+  void receive_request(PI::ServerRequestInfo_ptr) override {}
+  void send_reply(PI::ServerRequestInfo_ptr) override {}
+  void send_exception(PI::ServerRequestInfo_ptr) override {}
+  void send_other(PI::ServerRequestInfo_ptr) override {}
+};
+
+/// Lets the ORBs that are made while there is a Seen have both.
+class Initializer : public PI::ORBInitializer {
+  void pre_init(PI::ORBInitInfo_ptr) override {}
+  void post_init(PI::ORBInitInfo_ptr info) override {
+    if (!seen.load()) return;
+    const PI::ClientRequestInterceptor_var writer = new Writer;
+    const PI::ServerRequestInterceptor_var reader = new Reader;
+    info->add_client_request_interceptor(writer);
+    info->add_server_request_interceptor(reader);
+  }
+};
+
+struct Watched {
+  Watched() {
+    [[maybe_unused]] static const bool registered = [] {
+      const PI::ORBInitializer_var initializer = new Initializer;
+      PI::register_orb_initializer(initializer);
+      return true;
+    }();
+    seen = &own;
+  }
+  ~Watched() { seen = nullptr; }
+  Seen own;
+};
+
+class InterceptedCalls : protected Watched, public CallsTest {};
+
+TEST_F(InterceptedCalls, CarryWhatInterceptorsWrite) {
+  for (const Target_ptr object : {here.in(), there.in()}) {
+    for (const Kind& kind : kinds) {
+      SCOPED_TRACE(std::string(kind.name) +
+                   (object == here.in() ? ", within the process" : ", over a socket"));
+      own.take();
+      EXPECT_EQ(kind.divides(object, 17, *handler, hears), "3 2");
+      const std::map<std::string, int> counts = own.take();
+      const auto count = [&](const char* line) { return counts.contains(line) ? counts.at(line) : 0; };
+      EXPECT_EQ(count("divide"), kind.name == std::string("asynchronous with a handler") ? 2 : 1)
+          << "the handler is called by a request, too";
+      EXPECT_EQ(count("reply"), 1);
+    }
+  }
+}
+
+TEST_F(InterceptedCalls, TellThemWhatFailed) {
+  const CORBA::Object_var nobody = orb->string_to_object("corbaloc:iiop:127.0.0.1:1/nobody");
+  const Calls::Target_var gone = Calls::Target::_unchecked_narrow(nobody);
+  for (const Kind& kind : kinds) {
+    own.take();
+    EXPECT_THROW(kind.divides(gone, 17, *handler, hears), CORBA::TRANSIENT) << kind.name;
+    EXPECT_EQ(own.take()["IDL:omg.org/CORBA/TRANSIENT:1.0"], 1) << kind.name;
+  }
 }
 
 }  // namespace

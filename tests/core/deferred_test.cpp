@@ -13,7 +13,7 @@ using namespace zrsv;
 using giop::Type;
 
 /// Hears of a reply, and takes it on the thread that says so.
-class Listening : public ReplyListener {
+class Listening final : public ReplyListener {
  public:
   explicit Listening(Ref<Reference> object, uint64_t argument = 42)
       : object_(std::move(object)), call_(object_, argument) {}

@@ -184,13 +184,14 @@ class FutureCall final : public AsyncCall {
     void* const slots[] = {result_holder.slot(), holder.slot()...};
     read(slots);
     const auto all = std::tuple_cat(given<result<R>>(result_holder), given<A>(holder)...);
-    return [&]<std::size_t... I>(std::index_sequence<I...>)->Value {
-      if constexpr (sizeof...(I) == 1)
-        return owned<Value>(*std::get<0>(all));
-      else if constexpr (sizeof...(I) > 1)
-        return Value(owned<std::tuple_element_t<I, Value>>(*std::get<I>(all))...);
-    }
-    (std::make_index_sequence<std::tuple_size_v<decltype(all)>>());
+    return made(all, std::make_index_sequence<std::tuple_size_v<decltype(all)>>());
+  }
+  template <class All, std::size_t... I>
+  static Value made(const All& all, std::index_sequence<I...>) {
+    if constexpr (sizeof...(I) == 1)
+      return owned<Value>(*std::get<0>(all));
+    else if constexpr (sizeof...(I) > 1)
+      return Value(owned<std::tuple_element_t<I, Value>>(*std::get<I>(all))...);
   }
 
   std::promise<Value> promise_;

@@ -111,7 +111,8 @@ class EveryKindOfCall : public CallsTest {
     policies[1] = root->create_request_processing_policy(PortableServer::USE_SERVANT_MANAGER);
     const PortableServer::POAManager_var manager = root->the_POAManager();
     poa_ = root->create_POA("forwarding", manager, policies);
-    poa_->set_servant_manager(forwarding._this());
+    const PortableServer::ServantLocator_var locator = forwarding._this();
+    poa_->set_servant_manager(locator);
   }
   ~EveryKindOfCall() override { poa_->destroy(true, true); }
 

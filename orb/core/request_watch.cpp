@@ -49,7 +49,7 @@ bool begin_reply(CDR* cdr, uint8_t minor, uint32_t id, Ending ending, const Serv
 // ---- Clients --------------------------------------------------------------------------------------------------------
 
 bool fail(const RequestOutcome& why) {
-  set_last_failure(why.exception.c_str(), why.minor, why.completed);
+  set_last_failure(why.exception.c_str(), why.minor, static_cast<int>(why.completed));
   return false;
 }
 
@@ -94,7 +94,8 @@ void watch_requests(WatchOutgoing outgoing, WatchIncoming incoming) {
 
 Start start_watch(ClientRequest* request) {
   const WatchOutgoing make = watch_outgoing.load();
-  auto watched = std::make_unique<Watched>(make ? make(request->object) : nullptr);
+  auto watched = std::make_unique<Watched>();
+  if (make) watched->watch = make(request->object);
   if (!watched->watch) return Start::Goes;
   const OutgoingRequest seen{request->call.id, request->operation.c_str(), request->response_expected,
                              request->object, &request->target()};
@@ -119,7 +120,6 @@ bool end_failed(ClientRequest* request, uint32_t completed) {
   if (!tell(request, {}, &outcome)) return fail(failure);
   if (outcome.ending != Ending::Forward) return fail(outcome);
   if (!request->response_expected) return forward_target(request, outcome), fail(failure);
-  request->connection.reset();
   return put_reply(request, outcome);
 }
 

@@ -475,6 +475,33 @@ TEST_F(InterceptorsTest, ACallThatReachesNobodyEndsByAnException) {
   EXPECT_EQ(nobody->add(1, 2), 3);
 }
 
+TEST_F(InterceptorsTest, ACallThatIsLateEndsByAnException) {
+  CORBA::Any value;
+  value <<= TimeBase::TimeT(50) * 10000;  // 50 ms
+  CORBA::PolicyList limit;
+  limit.length(1);
+  limit[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
+  const Object_var limited = far_echo(orb)->_set_policy_overrides(limit, CORBA::SET_OVERRIDE);
+  const Demo::Echo_var late = Demo::Echo::_unchecked_narrow(limited);
+  late->notes();
+  log();
+  EchoServant second;
+  const Demo::Echo_var other = second._this();
+  second.release.set_value();
+  client("B.receive_exception") = [&](PI::ClientRequestInfo_ptr info) {
+    EXPECT_STREQ(String_var(info->received_exception_id()).in(), "IDL:omg.org/CORBA/TIMEOUT:1.0");
+    throw PI::ForwardRequest(other);
+  };
+  late->sleep_ms(0);
+  EXPECT_EQ(second.calls, 1);
+  EXPECT_EQ(
+      log().find("A.send_request B.send_request A.contexts B.contexts A.receive_request B.receive_request "
+                 "B.receive_exception A.receive_other A.send_request"),
+      0u);
+  servant->release.set_value();
+  root->deactivate_object(PortableServer::ObjectId_var(root->servant_to_id(&second)));
+}
+
 // ---- Forwards -----------------------------------------------------------------------------------------------------
 
 TEST_F(InterceptorsTest, EverySideForwards) {

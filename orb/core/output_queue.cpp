@@ -89,7 +89,9 @@ OutputQueue::Sent OutputQueue::keep(Buffer* message, Apart apart, uint32_t fragm
 
 OutputQueue::Sent OutputQueue::flush() {
   const MutexLock lock(mutex_);
-  return sending_ ? Sent::All : write_some();
+  if (!sending_) return write_some();
+  room_came_ = true;  // perhaps after the one that sends was told that there is none
+  return Sent::All;
 }
 
 // Nobody else is sending.
@@ -103,9 +105,10 @@ OutputQueue::Sent OutputQueue::write_some() {
     msghdr message{};
     message.msg_iov = parts.data();
     message.msg_iovlen = count;
+    room_came_ = false;
     const ssize_t n =
         send_unlocked([&, fd = fd_] { return ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT); });
-    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EINTR || (would_block() && room_came_))) continue;
     if (n < 0) return would_block() ? Sent::Rest : Sent::Failed;
     took(static_cast<std::size_t>(n));
   }

@@ -85,7 +85,8 @@ class OutputQueue {
   bool closed_ ZR_GUARDED_BY(mutex_) = true;
   // A thread sends, without the lock: no message is taken out meanwhile but by it.
   bool sending_ ZR_GUARDED_BY(mutex_) = false;
-  Condition sent_it_;  // it does no longer
+  bool room_came_ ZR_GUARDED_BY(mutex_) = false;  // flush() was called meanwhile
+  Condition sent_it_;                             // it does no longer
   std::deque<Message> messages_ ZR_GUARDED_BY(mutex_);
   uint64_t sent_ ZR_GUARDED_BY(mutex_) = 0;  // octets that went out of the queue
   std::atomic<std::size_t> octets_{0};       // written with mutex_ held

@@ -263,8 +263,9 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
     std::string fd;
     for (int i = 0; i < calls; ++i) fd = client.ask(call(1, "who"));
     if (calls > 0) {  // the system is to tell of one that goes without a word
-      EXPECT_EQ(option_of(std::stoi(fd), SOL_SOCKET, SO_KEEPALIVE), 1);
-      EXPECT_EQ(option_of(std::stoi(fd), IPPROTO_TCP, TCP_USER_TIMEOUT), 60'000);
+      const int descriptor = std::stoi(fd) % (1 << 20);
+      EXPECT_EQ(option_of(descriptor, SOL_SOCKET, SO_KEEPALIVE), 1);
+      EXPECT_EQ(option_of(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT), 60'000);
     }
     client.close();
     if (calls > 0) wanted.push_back(fd);

@@ -34,7 +34,7 @@ std::vector<std::string> exported_names(const std::string& library) {
 // What an exported name may start with: the public modules, and the entries for the ORB core.
 const std::regex allowed(
     "((guard variable|vtable|construction vtable|VTT|template parameter object) for |(non-)?virtual thunk to )?"
-    "((POA_)?(PortableServer|CORBA)::|(_s[kt]_)?(PortableServer|CORBA)_|server_CORBA_ServerRequest_|"
+    "((POA_)?(PortableServer|CORBA|Messaging)::|(_s[kt]_)?(PortableServer|CORBA)_|server_CORBA_ServerRequest_|"
     "(_poa_init|call_(disconnect_)?cpp_handler|call_poa_inst_lifespan)$)");
 
 /// Objects of these classes can be made and let go.

@@ -1,5 +1,5 @@
 // The operations of module PortableServer, one row each: the name on the wire, the member function, the user
-// exceptions, the result and the parameters. CDR skeletons, in-process skeletons and stubs all come from these rows.
+// exceptions, the result and the parameters. CDR skeletons, direct skeletons and stubs all come from these rows.
 #pragma once
 
 #include "corba/own_row.h"

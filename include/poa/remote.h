@@ -12,7 +12,7 @@ namespace PortableServer {
 ///
 /// Servants cannot travel, so operations that take or return one fail with MARSHAL. References that such
 /// operations return are driven through the stub classes of poa/stubs.h. Within this process, stubs of these
-/// objects then take the in-process road, which has no object behind it: POA operations called that way raise
+/// objects then take the direct road, which has no object behind it: POA operations called that way raise
 /// BAD_PARAM (0x4B510007). Call the POA itself instead.
 ///
 /// Without this call such requests are answered OBJECT_NOT_EXIST. Any thread, after CORBA::ORB_init; again

@@ -539,7 +539,7 @@ unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* meth
   if (!request || !method) return fail(bad_argument);
   const ClientRequest* r = as_request(request);
   if (r->kind != ZR_REQUEST_IN_PROCESS) return fail(wrong_order);
-  *method = find_in_process(r->target().intf_name(), r->operation);
+  *method = find_direct(r->target().intf_name(), r->operation);
   return *method != nullptr || fail(no_operation);
 }
 

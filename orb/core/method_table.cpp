@@ -14,7 +14,7 @@ namespace {
 
 struct Operation {
   ZR_skeleton skeleton = nullptr;
-  ZR_method in_process = nullptr;
+  ZR_method direct = nullptr;
 };
 using Table = std::map<std::string, Operation, std::less<>>;
 
@@ -49,8 +49,8 @@ std::string_view described_interface(void* intf_def) {
 ZR_skeleton find_skeleton(std::string_view intf, std::string_view operation) {
   return find(intf, operation).skeleton;
 }
-ZR_method find_in_process(std::string_view intf, std::string_view operation) {
-  return find(intf, operation).in_process;
+ZR_method find_direct(std::string_view intf, std::string_view operation) {
+  return find(intf, operation).direct;
 }
 
 bool has_table(std::string_view intf) {

@@ -10,7 +10,7 @@ namespace zrsv {
 
 /// Null when interface `intf` has no table, or its table no such operation. Any thread.
 ZR_skeleton find_skeleton(std::string_view intf, std::string_view operation);
-ZR_method find_in_process(std::string_view intf, std::string_view operation);
+ZR_method find_direct(std::string_view intf, std::string_view operation);
 bool has_table(std::string_view intf);
 
 }  // namespace zrsv

@@ -86,7 +86,7 @@ typedef unsigned char (*ZR_skeleton)(void* request, void* object, uint32_t type,
 typedef void (*ZR_method)(void);
 
 /* Hands the operation table of interface `intf_id` to the core: requests for references of that interface
- * which name no POA path, and in-process calls of them, find their operations here. The arrays end with null
+ * which name no POA path, and direct calls of them, find their operations here. The arrays end with null
  * entries and are copied. Replaces an earlier table of the same id. Without a table such requests are
  * answered OBJECT_NOT_EXIST. `boa`: the handle, or null. */
 ZRSV_API void CORBA_BOA_set_impl_methods(void* boa, CORBA_Environment* env, void* intf_def,

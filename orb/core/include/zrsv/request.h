@@ -61,7 +61,7 @@ ZRSV_API unsigned char OM_req_lib_initiator_request_create(void* object, const c
 /* True when requests on `object` are IN_PROCESS ones. False for a null object, and for one that no request can be made
  * on. */
 ZRSV_API unsigned char ZR_runs_in_process(void* object);
-/* The in-process skeleton of the operation; false with BAD_OPERATION when the table has none. */
+/* The direct skeleton of the operation; false with BAD_OPERATION when the table has none. */
 ZRSV_API unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method);
 ZRSV_API void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request);
 /* Sends the request, opening or sharing a connection. A request to an end point of this very process is run

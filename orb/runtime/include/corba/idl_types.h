@@ -527,7 +527,7 @@ struct Type<Tag> {
     }
   };
   template <class P>
-  struct Lent {  // the caller's array
+  struct Borrowed {  // the caller's array
     using type = P;
     static bool move(CDR* cdr, void* slot) { return Type::move(cdr, *static_cast<Value*>(slot)); }
     static void* address(P slice) { return const_cast<Slice*>(slice); }
@@ -538,8 +538,8 @@ struct Type<Tag> {
       Slice* give() { return array_dup<Tag>(value); }
     };
   };
-  using InArg = Lent<const Slice*>;
-  using InoutArg = Lent<Slice*>;
+  using InArg = Borrowed<const Slice*>;
+  using InoutArg = Borrowed<Slice*>;
   using OutArg = std::conditional_t<Tag::fixed, InoutArg, PointerArg<Slice*, Own, ArrayOut<Tag>>>;
   using ResultArg = PointerArg<Slice*, Own, Slice*>;
 

@@ -16,7 +16,7 @@ class ZRSVCPP_API OwnRequest {
   OwnRequest& operator=(const OwnRequest&) = delete;
 
   void* get() const { return request_; }
-  /// The in-process skeleton of the operation; null when the call goes over IIOP.
+  /// The direct skeleton of the operation; null when the call goes over IIOP.
   ZR_method method(Environment& env) const;
 
  private:
@@ -38,7 +38,7 @@ struct own_operation<Class, R(A...)> : operation<Class, R(A...)> {
   using typename Row::Return;
   using Method = Return (*)(typename A::type..., Environment&);
 
-  /// The stub: over IIOP, location forwards followed, or by the in-process skeleton.
+  /// The stub: over IIOP, location forwards followed, or by the direct skeleton.
   Return operator()(Object* self, typename A::type... argument, Environment& env) const {
     env.clear();
     for (;;) {
@@ -59,7 +59,7 @@ struct own_operation<Class, R(A...)> : operation<Class, R(A...)> {
     call_iiop(self, request, response_expected, *this, slots, env);
     return result.give();
   }
-  /// The in-process skeleton: the operation of a fresh, unattached Implementation.
+  /// The direct skeleton: the operation of a fresh, unattached Implementation.
   template <const auto& Row, class Implementation>
   static Return in_process(typename A::type... argument, Environment& env) {
     Implementation implementation;

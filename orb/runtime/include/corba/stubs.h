@@ -25,7 +25,7 @@ ZRSVCPP_API unsigned char skel_CORBA_Policy_destroy(void* request, void* object,
 ZRSVCPP_API unsigned char skel_CORBA_Policy__get_policy_type(void* request, void* object, CORBA::ULong type,
                                                              unsigned char response_expected, void* table);
 
-// Their in-process twins: the operation of a fresh, unattached policy.
+// Their direct twins: the operation of a fresh, unattached policy.
 ZRSVCPP_API CORBA::Policy* skel_INTRA_PROCESS_CORBA_Policy_copy(CORBA::Environment& env);
 ZRSVCPP_API void skel_INTRA_PROCESS_CORBA_Policy_destroy(CORBA::Environment& env);
 ZRSVCPP_API CORBA::PolicyType skel_INTRA_PROCESS_CORBA_Policy__get_policy_type(CORBA::Environment& env);

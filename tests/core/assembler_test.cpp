@@ -101,7 +101,10 @@ TEST(Assembler, AlignmentInA11FragmentCountsFromItsOwnHeader) {
     EXPECT_TRUE(zrsv::giop::begin_request(out, 1, 7, true, "key", "op"));
     return out.octets().substr(12);
   }();
-  const std::string text("\6\0\0\0hello\0", 10);
+  const auto native = [](auto value) {
+    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+  };
+  const std::string text = native(uint32_t{6}) + std::string("hello", 6);
   const auto in_parts = [&](std::initializer_list<std::string> parts) {
     std::string sent;
     for (const std::string& body : parts)
@@ -110,7 +113,7 @@ TEST(Assembler, AlignmentInA11FragmentCountsFromItsOwnHeader) {
           [&](zrsv::Writer& out) { out.raw(sent.empty() ? head + body : body); }, &body != parts.end() - 1);
     return sent;
   };
-  const std::string number("\x9d\xff\xff\xff", 4), pair("\3\2", 2), pad(2, '\0');
+  const std::string number = native(int32_t{-99}), pair = native(uint16_t{515}), pad(2, '\0');
   for (const std::string& sent :
        {in_parts({"x", number + pair + pad + text, number}),           // each number at its fragment's start
         in_parts({"x", "", number, pair + pad + text + pad, number}),  // padding before a cut

@@ -94,8 +94,8 @@ TEST(WideTest, EveryScalarValueGoesRound) {
                             L"A"}) {  // no byte-order marks, though they look like some
     std::wstring found;
     wchar_t* plain = text.data();
-    EXPECT_TRUE(
-        read_text(written(2, [&](CDR* cdr) { return cdr_CORBA_wstring_cpp(cdr, &plain); }), 2, true, found));
+    EXPECT_TRUE(read_text(written(2, [&](CDR* cdr) { return cdr_CORBA_wstring_cpp(cdr, &plain); }), 2,
+                          native_is_little, found));
     EXPECT_EQ(found, text);
   }
   for (const wchar_t wrong : {wchar_t{0xD800}, wchar_t{0xDFFF}, wchar_t{0x110000}}) {

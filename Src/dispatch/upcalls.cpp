@@ -161,10 +161,12 @@ void delete_servant(ServantBase* servant) {
 std::vector<ServantUse> take_expired() {
   std::vector<ServantUse> expired;
   MutexGuard guard(poa_svt_lifespan_mutex);
-  contained("looking for servants whose time is over", [&]() ZR_REQUIRES(poa_svt_lifespan_mutex) {
+  try {
     servant_lifespan_list().take_over(static_cast<CORBA::ULong>(std::time(nullptr)),
                                       [&](ServantBase* servant) { expired.emplace_back(servant); });
-  });
+  } catch (const std::bad_alloc&) {
+    OM_log("no memory for all servants whose time is over");
+  }
   return expired;
 }
 

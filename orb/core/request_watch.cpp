@@ -227,6 +227,7 @@ bool arrives(ServerRequest& request) {
 
 void ends(ServerRequest& request) {
   const std::unique_ptr<ServerWatch> watch = std::move(request.watch);
+  if (!ZR_cdr_put_together(&request.cdr)) answer_exception(request, "NO_MEMORY", CORBA_COMPLETED_YES);
   RequestOutcome outcome = outcome_of(request);
   ServiceContexts contexts;
   if (watch->end(&contexts, &outcome)) answer(request, outcome);

@@ -93,9 +93,8 @@ CORBA::NVList& read_arguments(CORBA::ServerRequest& request, const Operation& op
 
 }  // namespace
 
-CORBA::Boolean DynamicEcho::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
+void DynamicEcho::invoke(CORBA::ServerRequest_ptr request) {
   const Operation* operation = find(request->operation());
-  if (!operation) return ServantBase::invoke(request, env);  // what every object answers
+  if (!operation) throw CORBA::BAD_OPERATION();
   operation->run({*request, read_arguments(*request, *operation), shared_});
-  return 1;
 }

@@ -13,7 +13,8 @@ class DynamicEcho : public PortableServer::DynamicImplementation {
     shared_.born(this);
   }
   ~DynamicEcho() override { shared_.gone(this); }
-  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
+  using DynamicImplementation::invoke;
+  void invoke(CORBA::ServerRequest_ptr request) override;
 
  private:
   Shared& shared_;

@@ -184,7 +184,7 @@ RequestOutcome outcome_of(const ServerRequest& request) {
   OM_cdr_open_decode(&body, request.cdr.out_base, size, false);
   body.minor_version = request.minor;
   body.in_next += giop::reply_body;
-  const RequestOutcome outcome = read_outcome(body, giop::status_of(request.cdr.out_base, request.minor));
+  RequestOutcome outcome = read_outcome(body, giop::status_of(request.cdr.out_base, request.minor));
   if (!request.head.response_expected && outcome.ending == Ending::Result)
     return RequestOutcome(Ending::NoReply);
   return outcome;

@@ -28,7 +28,7 @@ struct Wire<V> {
 template <>
 struct Wire<Boolean> {
   static bool move(CDR* cdr, Boolean& value) {
-    Octet octet = value;
+    Octet octet = cdr->direction == CDR_ENCODE && value;
     if (!zrsv::move_value(cdr, &octet) || octet > 1) return false;
     value = octet != 0;
     return true;

@@ -17,7 +17,7 @@ namespace {
 using namespace PortableServer;
 
 /// The names that a library exports, but for descriptions of types, which each user of a type may bring
-/// along, and what the standard library's templates leave behind.
+/// along, and what the standard library's templates and the sanitizers leave behind.
 std::vector<std::string> exported_names(const std::string& library) {
   std::vector<std::string> names;
   FILE* lines = ::popen(("nm -DC --defined-only '" + library + "'").c_str(), "r");
@@ -25,7 +25,7 @@ std::vector<std::string> exported_names(const std::string& library) {
   while (lines && std::fgets(line, sizeof line, lines)) {
     const std::string name(line + 19, std::strlen(line) - 20);
     const bool of_std = name.find("std::") < name.find('(') || name.find("__gnu_cxx::") < name.find('(');
-    if (!of_std && !name.starts_with("typeinfo ")) names.push_back(name);
+    if (!of_std && !name.starts_with("typeinfo ") && !name.starts_with("__odr_asan.")) names.push_back(name);
   }
   if (lines) ::pclose(lines);
   return names;

@@ -105,8 +105,8 @@ class Connection {
 
   // ---- Sending: any thread ----
 
-  /// Sends a whole message, in fragments where it is long. What the peer does not take now is kept, taken out
-  /// of `message`, and sent later.
+  /// Sends a whole message with what it has apart, in fragments where it is long. What the peer does not take now is
+  /// kept, taken out of `message`, and sent later.
   void send(Buffer* message, Apart apart = {});
   /// The socket can take more.
   void flush();

@@ -65,7 +65,7 @@ ZRSV_API unsigned char ZR_runs_in_process(void* object);
 ZRSV_API unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method);
 ZRSV_API void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request);
 /* Sends the request, opening or sharing a connection. A request to an end point of this very process is run
- * on the calling thread, through the same message road and without a socket. TRANSIENT: no connection;
+ * on the calling thread, without a socket, and becomes a message only when it has to wait. TRANSIENT: no connection;
  * COMM_FAILURE: it broke; TIMEOUT: -ORBTimeout; IMP_LIMIT: the request is over -ORBMaxMessage. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_send_request(void* request);
 /* Waits for the reply, at most until the time limit of the call. */

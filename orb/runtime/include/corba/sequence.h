@@ -147,7 +147,8 @@ class Sequence : public Allocated {
 
   const T* get_buffer() const { return _buffer; }
   /// The buffer, made when there is none but a maximum. With `orphan` it is the caller's from then on
-  /// (freebuf), and the sequence empty; null when the sequence does not own its buffer.
+  /// (freebuf), and the sequence empty; null when the sequence does not own its buffer. A result that stayed in the
+  /// message that it came in is copied out then: std::bad_alloc without memory, and nothing changes.
   T* get_buffer(Boolean orphan = false) {
     if (!orphan) return _buffer;
     if (!_release) return nullptr;

@@ -37,7 +37,7 @@ __attribute__((visibility("default"))) void* realloc(void* block, std::size_t si
 }
 
 // The adapter's upcall, as the ORB core calls it.
-void call_cpp_handler(void* target, void* request, CORBA_Environment* env);
+void call_cpp_handler(void* target, void* request, CORBA_Environment* ev);
 }
 
 namespace {
@@ -50,10 +50,10 @@ struct Upcalls {
   std::atomic<std::size_t> allocations{0};
 } upcalls;
 
-void timed_upcall(void* target, void* request, CORBA_Environment* env) {
+void timed_upcall(void* target, void* request, CORBA_Environment* ev) {
   const std::size_t before = allocations;
   const auto start = bench::Clock::now();
-  call_cpp_handler(target, request, env);
+  call_cpp_handler(target, request, ev);
   upcalls.time += (bench::Clock::now() - start).count();
   upcalls.allocations += allocations - before;
 }

@@ -32,14 +32,14 @@ void check(const Ref<Reference>& reference) {
 }
 
 void from_text(const std::string& text) {
-  CORBA_Environment env{};
+  CORBA_Environment ev{};
   const auto reference =
-      Ref<Reference>::adopt(as_reference(CORBA_ORB_string_to_object(nullptr, text.c_str(), &env)));
-  CORBA_exception_free(&env);
+      Ref<Reference>::adopt(as_reference(CORBA_ORB_string_to_object(nullptr, text.c_str(), &ev)));
+  CORBA_exception_free(&ev);
   if (!reference) return;
   check(reference);
-  CORBA_free(ZR_object_to_corbaloc(nullptr, reference.get(), &env));
-  CORBA_exception_free(&env);
+  CORBA_free(ZR_object_to_corbaloc(nullptr, reference.get(), &ev));
+  CORBA_exception_free(&ev);
 }
 
 }  // namespace

@@ -24,8 +24,8 @@ const std::string& served() {
     static bench::Servant servant;
     const CORBA::Object_var echo = servant._this();
     std::thread([orb] { orb->run(); }).detach();
-    CORBA_Environment env{};
-    const CORBA::String_var text(ZR_object_to_corbaloc(nullptr, echo->get_ref(), &env));
+    CORBA_Environment ev{};
+    const CORBA::String_var text(ZR_object_to_corbaloc(nullptr, echo->get_ref(), &ev));
     return std::string(text.in());
   }();
   return url;
@@ -89,9 +89,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* octets, size_t count) {
   if (count == 0) return 0;
   const Choice choice(octets[0]);
   std::string rest(reinterpret_cast<const char*>(octets) + 1, count - 1);
-  CORBA_Environment env{};
-  void* object = CORBA_ORB_string_to_object(nullptr, address(choice, rest).c_str(), &env);
-  CORBA_exception_free(&env);
+  CORBA_Environment ev{};
+  void* object = CORBA_ORB_string_to_object(nullptr, address(choice, rest).c_str(), &ev);
+  CORBA_exception_free(&ev);
   if (!object) return 0;
   if (choice.damaged) rest.clear();
   call(object, choice, rest);

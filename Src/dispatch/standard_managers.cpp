@@ -23,8 +23,8 @@ ServantBase* asked(Call&& call) {
 
 /// Whether the POA, or its manager, is at its end.
 bool is_ending(POA* adapter) {
-  CORBA::Environment env;
-  const POAInfoPtr poa = POAInfo::findPOAInfo(adapter, env);
+  CORBA::Environment ev;
+  const POAInfoPtr poa = POAInfo::findPOAInfo(adapter, ev);
   return !poa || poa->destroyed || poa->poa_managerInfo_ptr->get_state() == POAManager::INACTIVE;
 }
 
@@ -131,18 +131,18 @@ class ToAdapterActivator : public ReferenceTo<AdapterActivator, POA_PortableServ
 
 namespace POA_PortableServer {
 
-PortableServer::ServantActivator* ServantActivator::_this(CORBA::Environment& env) {
-  env.clear();
+PortableServer::ServantActivator* ServantActivator::_this(CORBA::Environment& ev) {
+  ev.clear();
   return new PortableServer::ToActivator(*this);
 }
 
-PortableServer::ServantLocator* ServantLocator::_this(CORBA::Environment& env) {
-  env.clear();
+PortableServer::ServantLocator* ServantLocator::_this(CORBA::Environment& ev) {
+  ev.clear();
   return new PortableServer::ToLocator(*this);
 }
 
-PortableServer::AdapterActivator* AdapterActivator::_this(CORBA::Environment& env) {
-  env.clear();
+PortableServer::AdapterActivator* AdapterActivator::_this(CORBA::Environment& ev) {
+  ev.clear();
   return new PortableServer::ToAdapterActivator(*this);
 }
 

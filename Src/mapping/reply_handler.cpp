@@ -26,8 +26,8 @@ const CORBA::idl::InterfaceInfo& ReplyHandler::_interface(void*& self) {
   return _info;
 }
 
-Messaging::ReplyHandler* ReplyHandler::_this(CORBA::Environment& env) {
-  return _this_as<Messaging::ReplyHandler>(env);
+Messaging::ReplyHandler* ReplyHandler::_this(CORBA::Environment& ev) {
+  return _this_as<Messaging::ReplyHandler>(ev);
 }
 
 }  // namespace POA_Messaging

@@ -24,23 +24,22 @@ const char* kept_text(const char* text) {
 void DynamicImplementation::invoke(CORBA::ServerRequest*) { throw CORBA::NO_IMPLEMENT(); }
 CORBA::RepositoryId DynamicImplementation::_primary_interface(const ObjectId&, POA*) { return nullptr; }
 
-CORBA::Boolean DynamicImplementation::invoke(CORBA::ServerRequest* request, CORBA::Environment& env) {
-  if (ServantBase::invoke(request, env)) return 1;
+CORBA::Boolean DynamicImplementation::invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) {
+  if (ServantBase::invoke(request, ev)) return 1;
   invoke(request);
   return 1;
 }
 
-const char* DynamicImplementation::_primary_interface(const ObjectId& oid, POA* poa,
-                                                      CORBA::Environment& env) {
+const char* DynamicImplementation::_primary_interface(const ObjectId& oid, POA* poa, CORBA::Environment& ev) {
   const CORBA::String_var id(_primary_interface(oid, poa));
-  return id.in() ? kept_text(id.in()) : ServantBase::_primary_interface(oid, poa, env);
+  return id.in() ? kept_text(id.in()) : ServantBase::_primary_interface(oid, poa, ev);
 }
 
-CORBA::Boolean DynamicImplementation::_is_a(const char* logical_type_id, CORBA::Environment& env) {
+CORBA::Boolean DynamicImplementation::_is_a(const char* logical_type_id, CORBA::Environment& ev) {
   const CurrentContext* const context = CurrentContext::innermost();
   if (!logical_type_id || !context || !context->has_object_id) return 0;
   const ObjectId_var oid(context->copy_object_id());
-  const char* const id = _primary_interface(oid.in(), context->poa_ptr, env);
+  const char* const id = _primary_interface(oid.in(), context->poa_ptr, ev);
   return (id && std::strcmp(id, logical_type_id) == 0) ||
          std::strcmp(logical_type_id, "IDL:omg.org/CORBA/Object:1.0") == 0;
 }

@@ -13,22 +13,22 @@ namespace {
 /// The managers of the process by id.
 class Factory : public POAManagerFactory {
  public:
-  POAManager* create_POAManager(const char* id, const CORBA::PolicyList&, CORBA::Environment& env) override {
-    env.clear();
-    if (!id) raise<CORBA::BAD_PARAM>(env, nullptr);
+  POAManager* create_POAManager(const char* id, const CORBA::PolicyList&, CORBA::Environment& ev) override {
+    ev.clear();
+    if (!id) raise<CORBA::BAD_PARAM>(ev, nullptr);
     MutexGuard guard(poa_mutex);
-    if (!*id || made_.contains(id)) raise<ManagerAlreadyExists>(env, nullptr);
-    default_poa_manager_info->hold_at_gate(env);
-    auto record = std::make_unique<POAManagerInfo>(env);
+    if (!*id || made_.contains(id)) raise<ManagerAlreadyExists>(ev, nullptr);
+    default_poa_manager_info->hold_at_gate(ev);
+    auto record = std::make_unique<POAManagerInfo>(ev);
     record->id = id;
-    record->hold_at_gate(env);
+    record->hold_at_gate(ev);
     POAManagerInfo* const kept = record.release();  // like the root POA's, until the process ends
     made_.emplace(kept->id, kept);
     return POAManager::_duplicate(kept->poamanager_object);
   }
 
-  POAManagerList* list(CORBA::Environment& env) override {
-    env.clear();
+  POAManagerList* list(CORBA::Environment& ev) override {
+    ev.clear();
     MutexGuard guard(poa_mutex);
     auto all = std::make_unique<POAManagerList>();
     all->length(static_cast<CORBA::ULong>(made_.size() + 1));
@@ -38,8 +38,8 @@ class Factory : public POAManagerFactory {
     return all.release();
   }
 
-  POAManager* find(const char* id, CORBA::Environment& env) override {
-    env.clear();
+  POAManager* find(const char* id, CORBA::Environment& ev) override {
+    ev.clear();
     if (!id) return nullptr;
     MutexGuard guard(poa_mutex);
     const auto found = made_.find(id);
@@ -55,17 +55,17 @@ class Factory : public POAManagerFactory {
 
 }  // namespace
 
-POAManagerFactory* POA::the_POAManagerFactory(CORBA::Environment& env) {
-  env.clear();
-  if (!POAInfo::findPOAInfo(this, env)) raise<CORBA::BAD_PARAM>(env, nullptr);
+POAManagerFactory* POA::the_POAManagerFactory(CORBA::Environment& ev) {
+  ev.clear();
+  if (!POAInfo::findPOAInfo(this, ev)) raise<CORBA::BAD_PARAM>(ev, nullptr);
   static Factory* const one = new Factory;  // references to it may be let go until the process ends
   return POAManagerFactory::_duplicate(one);
 }
 
-char* POAManager::get_id(CORBA::Environment& env) {
-  env.clear();
-  const POAManagerInfo* const record = POAManagerInfo::findPOAManagerInfo(this, env);
-  if (!record) raise<CORBA::BAD_PARAM>(env, nullptr);
+char* POAManager::get_id(CORBA::Environment& ev) {
+  ev.clear();
+  const POAManagerInfo* const record = POAManagerInfo::findPOAManagerInfo(this, ev);
+  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
   return CORBA::string_dup(record->id.c_str());
 }
 

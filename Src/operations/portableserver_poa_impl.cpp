@@ -289,17 +289,17 @@ CORBA::Object* PortableServer_POA_impl::id_to_reference(const ObjectId& oid, COR
 
 // ---- Operations that are not virtual ----
 
-void POA::set_incarnation_limit(CORBA::ULong most, CORBA::Environment& env) {
-  env.clear();
-  const POAInfoPtr record = POAInfo::findPOAInfo(this, env);
-  if (!record) raise<CORBA::BAD_PARAM>(env, nullptr);
-  record->set_incarnation_limit(most, env);
+void POA::set_incarnation_limit(CORBA::ULong most, CORBA::Environment& ev) {
+  ev.clear();
+  const POAInfoPtr record = POAInfo::findPOAInfo(this, ev);
+  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
+  record->set_incarnation_limit(most, ev);
 }
 
-CORBA::OctetSeq* POA::id(CORBA::Environment& env) {
-  env.clear();
-  const POAInfoPtr record = POAInfo::findPOAInfo(this, env);
-  if (!record) raise<CORBA::BAD_PARAM>(env, nullptr);
+CORBA::OctetSeq* POA::id(CORBA::Environment& ev) {
+  ev.clear();
+  const POAInfoPtr record = POAInfo::findPOAInfo(this, ev);
+  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
   constexpr auto size = static_cast<CORBA::ULong>(sizeof record->identity);
   auto octets = std::make_unique<CORBA::OctetSeq>(size);
   octets->length(size);

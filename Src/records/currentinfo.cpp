@@ -66,17 +66,17 @@ PortableServer::ObjectId* CurrentInfo::get_object_id(CORBA::Environment& ev) {
   return context->copy_object_id();
 }
 
-CORBA::Object* PortableServer::Current::get_reference(CORBA::Environment& env) {
-  env.clear();
+CORBA::Object* PortableServer::Current::get_reference(CORBA::Environment& ev) {
+  ev.clear();
   const CurrentContext* context = CurrentContext::innermost();
-  if (!context || !context->target) raise<NoContext>(env, nullptr);
+  if (!context || !context->target) raise<NoContext>(ev, nullptr);
   return CORBA::Object::_duplicate(context->target);
 }
 
-PortableServer::ServantBase* PortableServer::Current::get_servant(CORBA::Environment& env) {
-  env.clear();
+PortableServer::ServantBase* PortableServer::Current::get_servant(CORBA::Environment& ev) {
+  ev.clear();
   const CurrentContext* context = CurrentContext::innermost();
-  if (!context || !context->servant) raise<NoContext>(env, nullptr);
+  if (!context || !context->servant) raise<NoContext>(ev, nullptr);
   context->servant->_add_ref();
   return context->servant;
 }

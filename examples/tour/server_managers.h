@@ -62,7 +62,7 @@ class EndOfSession : public PortableServer::POAdisconnect {
   explicit EndOfSession(Shared& shared) : shared_(shared) { setDisconnect(this); }
   ~EndOfSession() override { setDisconnect(nullptr); }
   CORBA::Boolean release_instance(PortableServer::POA* poa, PortableServer::ServantBase* servant,
-                                  PortableServer::ObjectId& id, CORBA::Environment& env) override;
+                                  PortableServer::ObjectId& id, CORBA::Environment& ev) override;
 
  private:
   Shared& shared_;

@@ -13,7 +13,7 @@ Method method_of(const Operation& operation) {
   if (operation.result->kind != TypeKind::Void) method.result = operation.result;
   for (const Declaration* one : operation.body) {
     const auto& parameter = static_cast<const Parameter&>(*one);
-    const bool taken = parameter.name.text == "env";  // the environment's own name
+    const bool taken = parameter.name.text == "ev";  // the environment's own name
     method.arguments.push_back(
         {taken ? "env_" : cpp_name(parameter.name.text), parameter.direction, parameter.type});
   }
@@ -208,9 +208,9 @@ static void declare_tie(Writer& out, const Spelling& spell, const Interface& int
   for (const Interface* one : all) keep_invoke(out, methods_of(*one));
   for (const Interface* one : all)
     for (const Method& method : methods_of(*one))
-      out.line(signature(spell, method, "", options.environment ? "CORBA::Environment& env" : "") +
+      out.line(signature(spell, method, "", options.environment ? "CORBA::Environment& ev" : "") +
                " override { " + (method.result ? "return " : "") + "this->_tied_object()->" + method.name +
-               call(method, "", options.environment ? "env" : "") + "; }");
+               call(method, "", options.environment ? "ev" : "") + "; }");
   out.close("};");
   out.blank();
 }

@@ -106,8 +106,7 @@ void skeleton(Writer& out, const Spelling& spell, const Interface& interface, bo
   out.line("_self = this;");
   out.line("return _info;");
   out.close("}");
-  out.line(path + "* " + skeleton + "::_this(CORBA::Environment& env) { return _this_as<" + path +
-           ">(env); }");
+  out.line(path + "* " + skeleton + "::_this(CORBA::Environment& ev) { return _this_as<" + path + ">(ev); }");
   out.blank();
 }
 
@@ -124,9 +123,9 @@ void define_interface(Writer& out, const Spelling& spell, const Interface& inter
   rows(out, spell, interface, methods);
   const std::string name = rows_namespace(spell, interface);
   for (const Method& method : methods)
-    out.line(signature(spell, method, path + "::", options.environment ? "CORBA::Environment& env" : "") +
+    out.line(signature(spell, method, path + "::", options.environment ? "CORBA::Environment& ev" : "") +
              " { " + (method.result ? "return " : "") + name + "::" + method.row +
-             call(method, "this", options.environment ? "env" : "") + "; }");
+             call(method, "this", options.environment ? "ev" : "") + "; }");
   if (interface.handler)
     for (const Method& method : methods)
       if (!method.oneway) define_async(out, spell, interface, method);

@@ -29,7 +29,7 @@ class POA_API POAdisconnect {
   /// running then, has ended. Called on a thread of the ORB core, no lock held; it may deactivate the object
   /// and delete the servant itself. An exception is logged and counts as false.
   virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid,
-                                          CORBA::Environment& env) = 0;
+                                          CORBA::Environment& ev) = 0;
 
   /// Registers `ptr` (null: none), which stays the program's and must outlive its registration.
   static void setDisconnect(POAdisconnect* ptr, CORBA_ENV);

@@ -356,10 +356,10 @@ class POA_API AdapterActivator : public virtual CORBA::Object {
   /// Creates `name` under `parent` and returns true, or returns false: then the request, or `find_POA`, fails with
   /// AdapterNonExistent. `parent` stays the library's, and `name` is good for the length of the call. Programs override
   /// one of the three; each gives the question on to the next one.
-  virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA::Environment& env);
+  virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name, CORBA::Environment& ev);
   /// What the library calls.
   virtual CORBA::Boolean unknown_adapter(POA* parent, char* name, CORBA_ENV) {
-    return unknown_adapter(parent, static_cast<const char*>(name), env);
+    return unknown_adapter(parent, static_cast<const char*>(name), ev);
   }
   /// The standard's signature. NO_IMPLEMENT here.
   virtual CORBA::Boolean unknown_adapter(POA* parent, const char* name);
@@ -408,14 +408,14 @@ class POA_API ServantActivator : public virtual ServantManager {
 
   /// The servant of `oid`, which stays the program's. Called with no lock held; two threads may ask for one
   /// id at once. Gives the question on to the standard's form.
-  virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter, CORBA::Environment& env);
+  virtual ServantBase* incarnate(const ObjectId& oid, POA* adapter, CORBA::Environment& ev);
   /// The object is active no more. Requests may still be in the servant: ServantBase::servant_delete, not
   /// delete, is the way to be rid of it. At destruction and deactivation of a POA it is called with the POA
   /// tree's lock held (re-entrant for the calling thread): it may call POA operations but must not wait for
   /// another thread that does.
   virtual void etherealize(const ObjectId& oid, POA* adapter, ServantBase* serv,
                            CORBA::Boolean cleanup_in_progress, CORBA::Boolean remaining_activations,
-                           CORBA::Environment& env);
+                           CORBA::Environment& ev);
 
   /// The standard's signatures, for programs that override these instead. What incarnate raises reaches the client
   /// as it is; ForwardRequest sends it elsewhere. etherealize is told whether the POA or its manager is at its end, and
@@ -465,11 +465,11 @@ class POA_API ServantLocator : public virtual ServantManager {
   /// What the library calls: the same for programs that declare the operation as `char*`.
   virtual ServantBase* preinvoke(const ObjectId& oid, POA* adapter, char* operation, Cookie& the_cookie,
                                  CORBA_ENV) {
-    return preinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, env);
+    return preinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, ev);
   }
   virtual void postinvoke(const ObjectId& oid, POA* adapter, char* operation, Cookie the_cookie,
                           ServantBase* the_servant, CORBA_ENV) {
-    postinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, the_servant, env);
+    postinvoke(oid, adapter, static_cast<const char*>(operation), the_cookie, the_servant, ev);
   }
 
   /// The standard's signatures, for programs that override these instead: the cookie is a pointer, preinvoke may raise

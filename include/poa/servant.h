@@ -49,9 +49,9 @@ class POA_API ServantBase : public CORBA::Allocated {
   virtual void _add_ref();
   virtual void _remove_ref();
   /// Serves one request: finds the operation, decodes, runs it, writes the reply. False when there is no such
-  /// operation: the client gets BAD_OPERATION (0x4B510306). `request` and `env` are the library's and good for the
+  /// operation: the client gets BAD_OPERATION (0x4B510306). `request` and `ev` are the library's and good for the
   /// length of the call.
-  virtual CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env);
+  virtual CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev);
   /// The repository id of the object `oid`; the text lives until the process ends (a literal), for the
   /// library keeps it.
   virtual const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA_ENV);
@@ -225,8 +225,8 @@ class POA_API DynamicImplementation : public virtual ServantBase {
   /// The standard's: the object's repository id, which the library frees. Null here.
   virtual CORBA::RepositoryId _primary_interface(const ObjectId& oid, POA* poa);
 
-  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
-  const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA::Environment& env) override;
+  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override;
+  const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA::Environment& ev) override;
   /// True for the id of the object that is called, and for CORBA::Object's.
   CORBA::Boolean _is_a(const char* logical_type_id, CORBA_ENV) override;
   /// Null here: POA::servant_to_reference gives its reference.

@@ -23,7 +23,7 @@ class POA_API Skeleton : public virtual ServantBase {
  public:
   /// Runs the operation that the request names, of the interface or one of its bases, or one of those that
   /// every object has.
-  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override;
+  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override;
   /// True for the interface, its bases and CORBA::Object.
   CORBA::Boolean _is_a(const char* repository_id, CORBA_ENV) override;
   /// The root POA, as a new reference.
@@ -35,11 +35,11 @@ class POA_API Skeleton : public virtual ServantBase {
   /// What `_this` of a skeleton refers to, as a new reference. In an operation of this servant the object
   /// that was called; else the object that the servant is, or with implicit activation becomes, in its
   /// default POA. `_default_POA` gives a new reference, which is released; where it gives nil the root POA is taken.
-  CORBA::Object* _reference(CORBA::Environment& env);
+  CORBA::Object* _reference(CORBA::Environment& ev);
   /// The same as interface X.
   template <class X>
-  X* _this_as(CORBA::Environment& env) {
-    const CORBA::Object_var object = _reference(env);
+  X* _this_as(CORBA::Environment& ev) {
+    const CORBA::Object_var object = _reference(ev);
     return CORBA::idl::unchecked_narrow<X>(object.in());
   }
 };

@@ -580,20 +580,20 @@ unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* s
   return 1;
 }
 
-unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* env) {
-  if (!request || !env) return fail(bad_argument);
+unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* ev) {
+  if (!request || !ev) return fail(bad_argument);
   Reader in(&as_request(request)->cdr);
   const std::string_view id = in.text();
   if (in.ok()) {
-    ZR_set_user_exception(env, id.data());
+    ZR_set_user_exception(ev, id.data());
     return 1;
   }
-  raise_standard(env, malformed.name, malformed.minor, CORBA_COMPLETED_YES);
+  raise_standard(ev, malformed.name, malformed.minor, CORBA_COMPLETED_YES);
   return fail(malformed);
 }
 
-unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* env) {
-  if (!request || !env) return fail(bad_argument);
+unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* ev) {
+  if (!request || !ev) return fail(bad_argument);
   Reader in(&as_request(request)->cdr);
   const std::string_view id = in.text();
   const uint32_t minor = in.u32();
@@ -603,11 +603,11 @@ unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Env
     for (const char* elsewhere : {"TRANSIENT", "COMM_FAILURE", "OBJECT_NOT_EXIST"}) {
       if (name == internal_id(elsewhere)) drop_forward(as_request(request));
     }
-    CORBA_BOA_set_standard_exception(env, id.data(), minor,
+    CORBA_BOA_set_standard_exception(ev, id.data(), minor,
                                      std::min<uint32_t>(completed, CORBA_COMPLETED_MAYBE));
     return 1;
   }
-  raise_standard(env, malformed.name, malformed.minor, CORBA_COMPLETED_MAYBE);
+  raise_standard(ev, malformed.name, malformed.minor, CORBA_COMPLETED_MAYBE);
   return fail(malformed);
 }
 

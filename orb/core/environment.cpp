@@ -90,8 +90,8 @@ PublicId::PublicId(const char* internal) {
                 name.data(), version.data());
 }
 
-void raise_standard(CORBA_Environment* env, const char* name, uint32_t minor, uint32_t completed) {
-  CORBA_BOA_set_standard_exception(env, name, minor, completed);
+void raise_standard(CORBA_Environment* ev, const char* name, uint32_t minor, uint32_t completed) {
+  CORBA_BOA_set_standard_exception(ev, name, minor, completed);
 }
 
 void set_last_failure(const char* id, uint32_t minor, int completed) {
@@ -102,45 +102,45 @@ void set_last_failure(const char* id, uint32_t minor, int completed) {
 
 using namespace zrsv;
 
-const char* CORBA_exception_id(const CORBA_Environment* env) { return env ? env->_id : nullptr; }
+const char* CORBA_exception_id(const CORBA_Environment* ev) { return ev ? ev->_id : nullptr; }
 
-void CORBA_exception_free(CORBA_Environment* env) {
-  if (!env) return;
-  std::free(env->_owned);
-  *env = CORBA_Environment{};
+void CORBA_exception_free(CORBA_Environment* ev) {
+  if (!ev) return;
+  std::free(ev->_owned);
+  *ev = CORBA_Environment{};
 }
 
-void CORBA_BOA_set_standard_exception(CORBA_Environment* env, const char* id, uint32_t minor,
+void CORBA_BOA_set_standard_exception(CORBA_Environment* ev, const char* id, uint32_t minor,
                                       uint32_t completed) {
-  if (!env) return;
+  if (!ev) return;
   const char* stored = id ? internal_id(id) : unknown;  // first: `id` may be the record's own text
-  CORBA_exception_free(env);
-  env->_major = CORBA_SYSTEM_EXCEPTION;
-  env->_minor = minor;
-  env->_completed = completed;
-  env->_id = stored;
+  CORBA_exception_free(ev);
+  ev->_major = CORBA_SYSTEM_EXCEPTION;
+  ev->_minor = minor;
+  ev->_completed = completed;
+  ev->_id = stored;
 }
 
-void ZR_set_user_exception(CORBA_Environment* env, const char* id) {
-  if (!env) return;
+void ZR_set_user_exception(CORBA_Environment* ev, const char* id) {
+  if (!ev) return;
   char* copy = ::strdup(id ? id : "");
-  if (!copy) return raise_standard(env, "NO_MEMORY", 0, CORBA_COMPLETED_MAYBE);
-  CORBA_exception_free(env);
-  env->_major = CORBA_USER_EXCEPTION;
-  env->_id = env->_owned = copy;
+  if (!copy) return raise_standard(ev, "NO_MEMORY", 0, CORBA_COMPLETED_MAYBE);
+  CORBA_exception_free(ev);
+  ev->_major = CORBA_USER_EXCEPTION;
+  ev->_id = ev->_owned = copy;
 }
 
-void SetStdExReqLib(uint32_t completed, CORBA_Environment* env) {
+void SetStdExReqLib(uint32_t completed, CORBA_Environment* ev) {
   if (bare_name(last_failure.id) == "TRANSIENT") completed = CORBA_COMPLETED_NO;  // nobody took the request
   if (last_failure.completed >= 0) completed = static_cast<uint32_t>(last_failure.completed);
-  CORBA_BOA_set_standard_exception(env, last_failure.id, last_failure.minor, completed);
+  CORBA_BOA_set_standard_exception(ev, last_failure.id, last_failure.minor, completed);
 }
 
-void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env) {
+void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* ev) {
   if (cdr && cdr->no_outcome && completed == CORBA_COMPLETED_YES) completed = CORBA_COMPLETED_MAYBE;
   constexpr uint32_t minor_unsupported_set =
       0x4F4D0002;  // the standard's: not supported as transmission code set
   if (cdr && cdr->unconvertible == ZR_UNKNOWN_CODE_SET)
-    return raise_standard(env, "CODESET_INCOMPATIBLE", minor_unsupported_set, completed);
-  raise_standard(env, cdr && cdr->unconvertible ? "DATA_CONVERSION" : "MARSHAL", 0, completed);
+    return raise_standard(ev, "CODESET_INCOMPATIBLE", minor_unsupported_set, completed);
+  raise_standard(ev, cdr && cdr->unconvertible ? "DATA_CONVERSION" : "MARSHAL", 0, completed);
 }

@@ -19,14 +19,14 @@ struct PublicId {
   char text[64];
 };
 
-/// Runs `body`, the inside of a C function; when memory runs out the result is empty (null, false) and `env`
+/// Runs `body`, the inside of a C function; when memory runs out the result is empty (null, false) and `ev`
 /// has NO_MEMORY.
 template <class Body>
-auto guarded(CORBA_Environment* env, Body&& body) -> decltype(body()) {
+auto guarded(CORBA_Environment* ev, Body&& body) -> decltype(body()) {
   try {
     return body();
   } catch (const std::bad_alloc&) {
-    raise_standard(env, "NO_MEMORY");
+    raise_standard(ev, "NO_MEMORY");
     return decltype(body())();
   }
 }

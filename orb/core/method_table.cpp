@@ -61,13 +61,13 @@ bool has_table(std::string_view intf) {
 
 }  // namespace zrsv
 
-void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* env, void* intf_def,
+void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* ev, void* intf_def,
                                 const char* const* names, const ZR_skeleton* skeletons,
                                 const ZR_method* in_process) {
   using namespace zrsv;
   const std::string_view intf = described_interface(intf_def);
-  if (intf.empty() || !names || !skeletons || !in_process) return raise_standard(env, "BAD_PARAM");
-  guarded(env, [&] {
+  if (intf.empty() || !names || !skeletons || !in_process) return raise_standard(ev, "BAD_PARAM");
+  guarded(ev, [&] {
     Table table;
     for (std::size_t i = 0; names[i]; ++i) table[names[i]] = {skeletons[i], in_process[i]};
     Tables& all = tables();

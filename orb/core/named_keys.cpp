@@ -45,7 +45,7 @@ Ref<Reference> named_object(std::string_view key) {
 
 using namespace zrsv;
 
-void ZR_register_key(const char* key, void* object, CORBA_Environment* env) {
-  if (!key || !*key) return raise_standard(env, "BAD_PARAM");
-  guarded(env, [&] { return name_object(key, Ref<Reference>::share(as_reference(object))), true; });
+void ZR_register_key(const char* key, void* object, CORBA_Environment* ev) {
+  if (!key || !*key) return raise_standard(ev, "BAD_PARAM");
+  guarded(ev, [&] { return name_object(key, Ref<Reference>::share(as_reference(object))), true; });
 }

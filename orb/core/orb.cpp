@@ -14,7 +14,7 @@
 #include "upcall.h"
 
 void* (*_cpp_poa_init)(void* orb, void* boa) = nullptr;
-void (*_call_cpp_)(void* target, void* request, CORBA_Environment* env) = nullptr;
+void (*_call_cpp_)(void* target, void* request, CORBA_Environment* ev) = nullptr;
 void (*_call_disconnect_cpp_)(long fd, void* host_addr, unsigned char is_ipv6) = nullptr;
 void (*_call_poa_inst_lifespan_)(void) = nullptr;
 
@@ -60,17 +60,17 @@ std::string Orb::init(int* argc, char** argv) {
   return {};
 }
 
-void Orb::destroy(CORBA_Environment* env) {
+void Orb::destroy(CORBA_Environment* ev) {
   {
     const MutexLock lock(mutex_);
-    if (uses_ == 0) return raise_standard(env, "BAD_INV_ORDER");
+    if (uses_ == 0) return raise_standard(ev, "BAD_INV_ORDER");
     if (uses_ > 1) {
       --uses_;
       return;
     }
   }
-  if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
-  if (!shutdown(true, env)) return;
+  if (Upcall::running()) return raise_standard(ev, "BAD_INV_ORDER");
+  if (!shutdown(true, ev)) return;
   mark_destroyed();  // first, so that no call opens a connection any more
   close_client_connections();
   std::map<std::string, Ref<Reference>> dropped;
@@ -84,14 +84,14 @@ void Orb::destroy(CORBA_Environment* env) {
 
 // ---- Initial references, start ----
 
-Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* env) {
+Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* ev) {
   {
     const MutexLock lock(mutex_);
     const auto found = initial_.find(name);
     if (found != initial_.end()) return found->second;
   }
-  if (name == "RootPOA") return start(env);
-  raise_standard(env, "BAD_PARAM");
+  if (name == "RootPOA") return start(ev);
+  raise_standard(ev, "BAD_PARAM");
   return {};
 }
 
@@ -100,13 +100,13 @@ void Orb::set_initial(const std::string& name, Ref<Reference> object) {
   initial_[name] = std::move(object);
 }
 
-Ref<Reference> Orb::start(CORBA_Environment* env) {
+Ref<Reference> Orb::start(CORBA_Environment* ev) {
   const RecursiveMutexLock start_lock(start_mutex_);
   {
     const MutexLock lock(mutex_);
     if (const auto found = initial_.find("RootPOA"); found != initial_.end()) return found->second;
     if (starting_ || state_ == State::Closing || uses_ == 0)
-      return raise_standard(env, "BAD_INV_ORDER"), Ref<Reference>();
+      return raise_standard(ev, "BAD_INV_ORDER"), Ref<Reference>();
     state_ = State::Idle;
   }
   starting_ = true;
@@ -126,7 +126,7 @@ Ref<Reference> Orb::start(CORBA_Environment* env) {
   OM_log_at(ZR_LOG_ERROR, "start failed: %s", wrong.c_str());
   if (engine) engine->stop(Engine::Clock::now());
   set_published_endpoints({});
-  raise_standard(env, "INITIALIZE");
+  raise_standard(ev, "INITIALIZE");
   return {};
 }
 
@@ -190,8 +190,8 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
 
 // ---- Serving, end ----
 
-void Orb::run(CORBA_Environment* env) {
-  if (Upcall::running()) return raise_standard(env, "BAD_INV_ORDER");
+void Orb::run(CORBA_Environment* ev) {
+  if (Upcall::running()) return raise_standard(ev, "BAD_INV_ORDER");
   if (const std::shared_ptr<Engine> serving = engine()) serving->end_hosting();
   wait_until_closed();
 }
@@ -207,8 +207,8 @@ void Orb::wait_until_closed() {
   if (closer.joinable()) closer.join();
 }
 
-bool Orb::shutdown(bool wait, CORBA_Environment* env) try {
-  if (wait && Upcall::running()) return raise_standard(env, "BAD_INV_ORDER"), false;
+bool Orb::shutdown(bool wait, CORBA_Environment* ev) try {
+  if (wait && Upcall::running()) return raise_standard(ev, "BAD_INV_ORDER"), false;
   {
     const MutexLock lock(mutex_);
     if (state_ == State::Serving) {
@@ -226,7 +226,7 @@ bool Orb::shutdown(bool wait, CORBA_Environment* env) try {
   return true;
 } catch (const std::exception& e) {  // there is no thread for it: nothing has changed
   OM_log("shutdown: %s", e.what());
-  raise_standard(env, "NO_MEMORY");
+  raise_standard(ev, "NO_MEMORY");
   return false;
 }
 
@@ -254,12 +254,12 @@ void Orb::close() {
   changed_.notify_all();
 }
 
-std::shared_ptr<Engine> Orb::hosted_engine(CORBA_Environment* env) {
+std::shared_ptr<Engine> Orb::hosted_engine(CORBA_Environment* ev) {
   std::shared_ptr<Engine> serving;
   {
     const MutexLock lock(mutex_);
     if (state_ == State::Closing || state_ == State::Closed)
-      return raise_standard(env, "BAD_INV_ORDER", 0x4F4D0004), nullptr;
+      return raise_standard(ev, "BAD_INV_ORDER", 0x4F4D0004), nullptr;
     serving = engine_;
   }
   if (!serving) return nullptr;
@@ -288,40 +288,40 @@ using namespace zrsv;
 
 namespace {
 
-/// The ORB behind a handle, or null with `env` filled.
-Orb* orb_of(void* handle, CORBA_Environment* env) {
+/// The ORB behind a handle, or null with `ev` filled.
+Orb* orb_of(void* handle, CORBA_Environment* ev) {
   if (handle == &orb() && !in_forked_child()) return &orb();
   if (in_forked_child()) log_forked_child();
-  raise_standard(env, in_forked_child() ? "BAD_INV_ORDER" : "BAD_PARAM");
+  raise_standard(ev, in_forked_child() ? "BAD_INV_ORDER" : "BAD_PARAM");
   return nullptr;
 }
 
 /// The same for the end of an ORB: a child has nothing of its own to end, and leaves its parent's alone.
-Orb* orb_to_end(void* handle, CORBA_Environment* env) {
-  return in_forked_child() ? nullptr : orb_of(handle, env);
+Orb* orb_to_end(void* handle, CORBA_Environment* ev) {
+  return in_forked_child() ? nullptr : orb_of(handle, ev);
 }
 
 }  // namespace
 
-void* CORBA_ORB_init(int* argc, char** argv, const char* /*orb_id*/, CORBA_Environment* env) {
-  return guarded(env, [&]() -> void* {
-    if (in_forked_child()) return orb_of(&orb(), env);
+void* CORBA_ORB_init(int* argc, char** argv, const char* /*orb_id*/, CORBA_Environment* ev) {
+  return guarded(ev, [&]() -> void* {
+    if (in_forked_child()) return orb_of(&orb(), ev);
     const std::string wrong = orb().init(argc, argv);
     if (wrong.empty()) return &orb();
     OM_log("%s", wrong.c_str());
-    raise_standard(env, "BAD_PARAM");
+    raise_standard(ev, "BAD_PARAM");
     return nullptr;
   });
 }
 
-void* CORBA_ORB_resolve_initial_references(void* handle, const char* name, CORBA_Environment* env) {
-  return guarded(env, [&]() -> void* {
-    Orb* const of = orb_of(handle, env);
+void* CORBA_ORB_resolve_initial_references(void* handle, const char* name, CORBA_Environment* ev) {
+  return guarded(ev, [&]() -> void* {
+    Orb* const of = orb_of(handle, ev);
     if (!of) return nullptr;
     const std::string wanted = name ? name : "";
     if (wanted == "KQ_LightInterfaceRepository") return &interface_repository;
     if (wanted == "ImplementationRepository") return &implementation_repository;
-    return of->resolve(wanted, env).release();
+    return of->resolve(wanted, ev).release();
   });
 }
 
@@ -330,33 +330,33 @@ void ZR_register_initial_reference(void* handle, const char* name, void* object)
     orb().set_initial(name, Ref<Reference>::share(as_reference(object)));
 }
 
-void CORBA_ORB_run(void* handle, CORBA_Environment* env) {
-  if (Orb* const of = orb_of(handle, env)) of->run(env);
+void CORBA_ORB_run(void* handle, CORBA_Environment* ev) {
+  if (Orb* const of = orb_of(handle, ev)) of->run(ev);
 }
 
-void CORBA_ORB_shutdown(void* handle, unsigned char wait, CORBA_Environment* env) {
-  if (Orb* const of = orb_to_end(handle, env)) of->shutdown(wait, env);
+void CORBA_ORB_shutdown(void* handle, unsigned char wait, CORBA_Environment* ev) {
+  if (Orb* const of = orb_to_end(handle, ev)) of->shutdown(wait, ev);
 }
 
-void CORBA_ORB_destroy(void* handle, CORBA_Environment* env) {
-  if (Orb* const of = orb_to_end(handle, env)) of->destroy(env);
+void CORBA_ORB_destroy(void* handle, CORBA_Environment* ev) {
+  if (Orb* const of = orb_to_end(handle, ev)) of->destroy(ev);
 }
 
-int ZR_work_descriptor(void* handle, CORBA_Environment* env) {
-  Orb* const of = orb_of(handle, env);
-  const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr;
+int ZR_work_descriptor(void* handle, CORBA_Environment* ev) {
+  Orb* const of = orb_of(handle, ev);
+  const std::shared_ptr<Engine> engine = of ? of->hosted_engine(ev) : nullptr;
   return engine ? engine->host_work() : -1;
 }
 
-unsigned char ZR_work_pending(void* handle, CORBA_Environment* env) {
-  Orb* const of = orb_of(handle, env);
-  const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr;
+unsigned char ZR_work_pending(void* handle, CORBA_Environment* ev) {
+  Orb* const of = orb_of(handle, ev);
+  const std::shared_ptr<Engine> engine = of ? of->hosted_engine(ev) : nullptr;
   return engine && engine->work_pending();
 }
 
-void ZR_perform_work(void* handle, CORBA_Environment* env) {
-  Orb* const of = orb_of(handle, env);
-  if (const std::shared_ptr<Engine> engine = of ? of->hosted_engine(env) : nullptr) engine->perform_work();
+void ZR_perform_work(void* handle, CORBA_Environment* ev) {
+  Orb* const of = orb_of(handle, ev);
+  if (const std::shared_ptr<Engine> engine = of ? of->hosted_engine(ev) : nullptr) engine->perform_work();
 }
 
 const char* ZR_still_running(uint32_t index) { return orb().still_running(index); }

@@ -20,18 +20,18 @@ class Orb {
   /// Counts a use; the first one puts the options in force. "" or what is wrong with them.
   std::string init(int* argc, char** argv);
   /// Undoes one init; the last one shuts down and frees.
-  void destroy(CORBA_Environment* env);
+  void destroy(CORBA_Environment* ev);
 
-  Ref<Reference> resolve(const std::string& name, CORBA_Environment* env);
+  Ref<Reference> resolve(const std::string& name, CORBA_Environment* ev);
   void set_initial(const std::string& name, Ref<Reference> object);
 
-  void run(CORBA_Environment* env);
-  /// False, with `env` filled, when nothing was shut down.
-  bool shutdown(bool wait, CORBA_Environment* env);
+  void run(CORBA_Environment* ev);
+  /// False, with `ev` filled, when nothing was shut down.
+  bool shutdown(bool wait, CORBA_Environment* ev);
 
   /// The engine whose work the program does itself; null while nothing is served. BAD_INV_ORDER after a
   /// shutdown.
-  std::shared_ptr<Engine> hosted_engine(CORBA_Environment* env);
+  std::shared_ptr<Engine> hosted_engine(CORBA_Environment* ev);
 
   const char* published(uint32_t index);
   const char* still_running(uint32_t index);
@@ -42,7 +42,7 @@ class Orb {
   /// Idle -> Serving (start) -> Closing (shutdown) -> Closed (the closer) -> Serving ...
   enum class State { Idle, Serving, Closing, Closed };
 
-  Ref<Reference> start(CORBA_Environment* env);
+  Ref<Reference> start(CORBA_Environment* ev);
   std::string try_to_start(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine,
                            Ref<Reference>* root) ZR_REQUIRES(start_mutex_);
   std::string open(std::unique_ptr<Listener>* listener, std::shared_ptr<Engine>* engine);

@@ -87,17 +87,17 @@ Requests QueueGroup::withdraw(const Connection* connection, const uint32_t* id) 
 
 using namespace zrsv;
 
-void CORBA_BOA_impl_is_ready(void* /*boa*/, void* impl_def, CORBA_Environment* env) {
-  if (!impl_def) return raise_standard(env, "BAD_PARAM");
+void CORBA_BOA_impl_is_ready(void* /*boa*/, void* impl_def, CORBA_Environment* ev) {
+  if (!impl_def) return raise_standard(ev, "BAD_PARAM");
   queue_group().announce(static_cast<const ImplDef*>(impl_def)->name);
 }
 
 void ZR_queue_begin(void) { queue_group().begin(); }
 
 void ZR_queue_control_queue_group(uint32_t /*reserved*/, const char* name, int code, uint32_t /*reserved2*/,
-                                  CORBA_Environment* env) {
-  if (!name || code < ZR_QUEUE_DRAIN || code > ZR_QUEUE_CLOSE) return raise_standard(env, "BAD_PARAM");
-  if (!queue_group().is_announced(name)) return raise_standard(env, "NO_IMPLEMENT");
+                                  CORBA_Environment* ev) {
+  if (!name || code < ZR_QUEUE_DRAIN || code > ZR_QUEUE_CLOSE) return raise_standard(ev, "BAD_PARAM");
+  if (!queue_group().is_announced(name)) return raise_standard(ev, "NO_IMPLEMENT");
   switch (code) {
     case ZR_QUEUE_HOLD:
       return queue_group().close();

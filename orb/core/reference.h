@@ -119,8 +119,8 @@ void set_binding_open(bool open);
 /// name ("TRANSIENT").
 void set_last_failure(const char* id, uint32_t minor = 0, int completed = -1);
 
-/// Fills `env` with the system exception of that short name ("BAD_PARAM").
-void raise_standard(CORBA_Environment* env, const char* name, uint32_t minor = 0,
+/// Fills `ev` with the system exception of that short name ("BAD_PARAM").
+void raise_standard(CORBA_Environment* ev, const char* name, uint32_t minor = 0,
                     uint32_t completed = CORBA_COMPLETED_NO);
 
 }  // namespace zrsv

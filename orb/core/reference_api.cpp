@@ -23,11 +23,11 @@ BindTable& bind_table() {
   return one;
 }
 
-/// The reference behind a handle that must be one of this process, or null with `env` filled.
-Reference* local_of(void* object, CORBA_Environment* env) {
+/// The reference behind a handle that must be one of this process, or null with `ev` filled.
+Reference* local_of(void* object, CORBA_Environment* ev) {
   Reference* reference = as_reference(object);
   if (reference && reference->is_local()) return reference;
-  raise_standard(env, reference ? "INV_OBJREF" : "BAD_PARAM");
+  raise_standard(ev, reference ? "INV_OBJREF" : "BAD_PARAM");
   return nullptr;
 }
 
@@ -42,13 +42,13 @@ CORBA_sequence_octet* new_sequence(std::string_view octets) {
   return sequence;
 }
 
-void* create(std::string_view data, const char* intf, const char* impl, CORBA_Environment* env) {
+void* create(std::string_view data, const char* intf, const char* impl, CORBA_Environment* ev) {
   if (!names_own_object({impl, intf, data}) && !is_known_impl(impl)) {
-    raise_standard(env, "NO_IMPLEMENT");
+    raise_standard(ev, "NO_IMPLEMENT");
     return nullptr;
   }
   Ref<Reference> made = Reference::make_local(impl, intf, data);
-  if (!made) raise_standard(env, "BAD_PARAM");
+  if (!made) raise_standard(ev, "BAD_PARAM");
   return made.release();
 }
 
@@ -103,19 +103,19 @@ void set_binding_open(bool open) {
 using namespace zrsv;
 
 void* ZR_create_object_reference(const CORBA_sequence_octet* data, const char* intf, const char* impl,
-                                 CORBA_Environment* env) {
+                                 CORBA_Environment* ev) {
   if (!data || !intf || !impl || (data->_length != 0 && !data->_buffer)) {
-    raise_standard(env, "BAD_PARAM");
+    raise_standard(ev, "BAD_PARAM");
     return nullptr;
   }
   const std::string_view octets(reinterpret_cast<const char*>(data->_buffer), data->_length);
-  return guarded(env, [&] { return create(octets, intf, impl, env); });
+  return guarded(ev, [&] { return create(octets, intf, impl, ev); });
 }
 
-CORBA_sequence_octet* CORBA_BOA_get_id(void* /*boa*/, void* object, CORBA_Environment* env) {
-  Reference* reference = local_of(object, env);
+CORBA_sequence_octet* CORBA_BOA_get_id(void* /*boa*/, void* object, CORBA_Environment* ev) {
+  Reference* reference = local_of(object, ev);
   if (!reference) return nullptr;
-  return guarded(env, [&] { return new_sequence(reference->data()); });
+  return guarded(ev, [&] { return new_sequence(reference->data()); });
 }
 
 unsigned char ZR_object_peek_id(void* object, const unsigned char** data, uint32_t* length) {
@@ -126,24 +126,24 @@ unsigned char ZR_object_peek_id(void* object, const unsigned char** data, uint32
   return 1;
 }
 
-void* CORBA_object_duplicate(void* object, CORBA_Environment* /*env*/) {
+void* CORBA_object_duplicate(void* object, CORBA_Environment* /*ev*/) {
   if (object) as_reference(object)->add_ref();
   return object;
 }
 
-void* server_CORBA_object_duplicate(void* object, CORBA_Environment* env) {
-  return CORBA_object_duplicate(object, env);
+void* server_CORBA_object_duplicate(void* object, CORBA_Environment* ev) {
+  return CORBA_object_duplicate(object, ev);
 }
 
 void CORBA_object_release(void* object) {
   if (object) as_reference(object)->drop();
 }
 
-const char* ZR_object_get_ImplID(void* object, uint32_t /*reserved*/, CORBA_Environment* /*env*/) {
+const char* ZR_object_get_ImplID(void* object, uint32_t /*reserved*/, CORBA_Environment* /*ev*/) {
   return object ? as_reference(object)->impl_name().c_str() : "";
 }
 
-const char* ZR_object_get_IntfID(void* object, uint32_t /*reserved*/, CORBA_Environment* /*env*/) {
+const char* ZR_object_get_IntfID(void* object, uint32_t /*reserved*/, CORBA_Environment* /*ev*/) {
   return object ? as_reference(object)->intf_name().c_str() : "";
 }
 
@@ -172,22 +172,22 @@ unsigned char OM_cdr_object(CDR* cdr, void** handle) {
   }
 }
 
-void CORBA_ORB_bind_object2(void* /*orb*/, void* object, void* /*reserved*/, CORBA_Environment* env) {
-  Reference* reference = local_of(object, env);
+void CORBA_ORB_bind_object2(void* /*orb*/, void* object, void* /*reserved*/, CORBA_Environment* ev) {
+  Reference* reference = local_of(object, ev);
   if (!reference) return;
   BindTable& table = bind_table();
   try {
     const MutexLock lock(table.mutex);
     const bool fresh =
         table.open && table.bound.try_emplace(reference->key(), Ref<Reference>::share(reference)).second;
-    if (!fresh) raise_standard(env, "BAD_INV_ORDER");
+    if (!fresh) raise_standard(ev, "BAD_INV_ORDER");
   } catch (const std::bad_alloc&) {
-    raise_standard(env, "NO_RESOURCES");
+    raise_standard(ev, "NO_RESOURCES");
   }
 }
 
-void CORBA_ORB_unbind_object2(void* /*orb*/, void* object, void* /*reserved*/, CORBA_Environment* env) {
-  Reference* reference = local_of(object, env);
+void CORBA_ORB_unbind_object2(void* /*orb*/, void* object, void* /*reserved*/, CORBA_Environment* ev) {
+  Reference* reference = local_of(object, ev);
   if (!reference) return;
   BindTable& table = bind_table();
   decltype(table.bound)::node_type dropped;  // freed after the lock

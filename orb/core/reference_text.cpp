@@ -142,7 +142,7 @@ char* hand_out(const std::string& text) {
   return copy;
 }
 
-char* to_ior(const Reference* reference, CORBA_Environment* env) {
+char* to_ior(const Reference* reference, CORBA_Environment* ev) {
   CDR cdr;
   if (!OM_cdr_open_encapsulation(&cdr)) throw std::bad_alloc();
   const bool written = write_reference(&cdr, reference);
@@ -150,7 +150,7 @@ char* to_ior(const Reference* reference, CORBA_Environment* env) {
   for (const unsigned char* at = cdr.out_base; at != cdr.out_next; ++at) append_hex(&text, *at);
   OM_cdr_close(&cdr);
   if (written) return hand_out(text);
-  raise_standard(env, reference->is_local() ? "BAD_INV_ORDER" : "NO_MEMORY");  // no end point is open yet
+  raise_standard(ev, reference->is_local() ? "BAD_INV_ORDER" : "NO_MEMORY");  // no end point is open yet
   return nullptr;
 }
 
@@ -158,7 +158,7 @@ std::string address_text(uint8_t minor, const Endpoint& endpoint) {
   return "iiop:1." + std::to_string(minor) + "@" + endpoint_text(endpoint);
 }
 
-char* to_corbaloc(const Reference& reference, CORBA_Environment* env) {
+char* to_corbaloc(const Reference& reference, CORBA_Environment* ev) {
   std::string text;
   const auto add = [&](uint8_t minor, const Endpoint& endpoint) {
     text += (text.empty() ? "corbaloc:" : ",") + address_text(minor, endpoint);
@@ -170,7 +170,7 @@ char* to_corbaloc(const Reference& reference, CORBA_Environment* env) {
     if (profile.key == reference.key()) add(profile.minor, {profile.host, profile.port});
   }
   if (text.empty() || reference.key().empty()) {
-    raise_standard(env, "INV_OBJREF");
+    raise_standard(ev, "INV_OBJREF");
     return nullptr;
   }
   text += '/';
@@ -190,23 +190,23 @@ char* to_corbaloc(const Reference& reference, CORBA_Environment* env) {
 
 using namespace zrsv;
 
-char* CORBA_ORB_object_to_string(void* /*orb*/, void* object, CORBA_Environment* env) {
-  return guarded(env, [&] { return to_ior(as_reference(object), env); });
+char* CORBA_ORB_object_to_string(void* /*orb*/, void* object, CORBA_Environment* ev) {
+  return guarded(ev, [&] { return to_ior(as_reference(object), ev); });
 }
 
-void* CORBA_ORB_string_to_object(void* /*orb*/, const char* text, CORBA_Environment* env) {
-  return guarded(env, [&]() -> void* {
+void* CORBA_ORB_string_to_object(void* /*orb*/, const char* text, CORBA_Environment* ev) {
+  return guarded(ev, [&]() -> void* {
     Ref<Reference> made;
     if (from_text(text, &made)) return made.release();
-    raise_standard(env, "BAD_PARAM");
+    raise_standard(ev, "BAD_PARAM");
     return nullptr;
   });
 }
 
-char* ZR_object_to_corbaloc(void* /*orb*/, void* object, CORBA_Environment* env) {
-  return guarded(env, [&]() -> char* {
-    if (object) return to_corbaloc(*as_reference(object), env);
-    raise_standard(env, "BAD_PARAM");
+char* ZR_object_to_corbaloc(void* /*orb*/, void* object, CORBA_Environment* ev) {
+  return guarded(ev, [&]() -> char* {
+    if (object) return to_corbaloc(*as_reference(object), ev);
+    raise_standard(ev, "BAD_PARAM");
     return nullptr;
   });
 }

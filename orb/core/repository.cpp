@@ -94,21 +94,21 @@ bool is_known_interface(std::string_view id) {
 
 using namespace zrsv;
 
-void* KQ_ImplementationRep_lookup_id(void* /*impl_rep*/, const char* name, CORBA_Environment* env) {
-  return guarded(env, [&]() -> void* {
+void* KQ_ImplementationRep_lookup_id(void* /*impl_rep*/, const char* name, CORBA_Environment* ev) {
+  return guarded(ev, [&]() -> void* {
     const ImplDef* found = name ? find_impl(name) : nullptr;
-    if (!found) raise_standard(env, name ? "NO_IMPLEMENT" : "BAD_PARAM");
+    if (!found) raise_standard(ev, name ? "NO_IMPLEMENT" : "BAD_PARAM");
     return const_cast<ImplDef*>(found);  // the C interface has no constant handles
   });
 }
 
-void* CORBA_Repository_lookup_id(void* /*intf_rep*/, const char* id, CORBA_Environment* env) {
-  return guarded(env, [&]() -> void* {
+void* CORBA_Repository_lookup_id(void* /*intf_rep*/, const char* id, CORBA_Environment* ev) {
+  return guarded(ev, [&]() -> void* {
     if (id && is_known_interface(id)) {
       return Reference::make_local("IDL:CORBA/InterfaceDef:1.0", "IDL:omg.org/CORBA/InterfaceDef:1.0", id)
           .release();
     }
-    raise_standard(env, id ? "INTF_REPOS" : "BAD_PARAM");
+    raise_standard(ev, id ? "INTF_REPOS" : "BAD_PARAM");
     return nullptr;
   });
 }

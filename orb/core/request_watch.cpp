@@ -113,9 +113,9 @@ namespace {
 
 /// A step on this side failed. True when the request has a reply all the same.
 bool end_failed(ClientRequest* request, uint32_t completed) {
-  CORBA_Environment env{};
-  SetStdExReqLib(completed, &env);
-  const RequestOutcome failure(PublicId(env._id).text, env._minor, env._completed);
+  CORBA_Environment ev{};
+  SetStdExReqLib(completed, &ev);
+  const RequestOutcome failure(PublicId(ev._id).text, ev._minor, ev._completed);
   RequestOutcome outcome = failure;
   if (!tell(request, {}, &outcome)) return fail(failure);
   if (outcome.ending != Ending::Forward) return fail(outcome);
@@ -158,9 +158,9 @@ void end_watch(ClientRequest* request) noexcept {
   try {
     RequestOutcome outcome;
     if (request->phase == ClientRequest::Phase::Created) {  // its arguments could not be written
-      CORBA_Environment env{};
-      SetStdExCDR(&request->cdr, CORBA_COMPLETED_NO, &env);
-      outcome = {PublicId(env._id).text, env._minor, env._completed};
+      CORBA_Environment ev{};
+      SetStdExCDR(&request->cdr, CORBA_COMPLETED_NO, &ev);
+      outcome = {PublicId(ev._id).text, ev._minor, ev._completed};
     }
     tell(request, {}, &outcome);
   } catch (const std::bad_alloc&) {

@@ -39,25 +39,25 @@ bool begin_reply(ServerRequest& request, uint32_t status) {
 /// A repository id, which is the same in every code set.
 bool put_text(CDR* cdr, const char* text) { return Writer(cdr).text(text).ok(); }
 
-bool put_exception(ServerRequest& request, const CORBA_Environment& env) {
-  uint32_t minor = env._minor, completed = env._completed;
+bool put_exception(ServerRequest& request, const CORBA_Environment& ev) {
+  uint32_t minor = ev._minor, completed = ev._completed;
   request.cdr.direction = CDR_ENCODE;
-  return put_text(&request.cdr, PublicId(env._id).text) && OM_cdr_unsigned_long(&request.cdr, &minor) &&
+  return put_text(&request.cdr, PublicId(ev._id).text) && OM_cdr_unsigned_long(&request.cdr, &minor) &&
          OM_cdr_unsigned_long(&request.cdr, &completed);
 }
 
 /// Each system exception that leaves does so here.
-bool reply_exception(ServerRequest& request, const CORBA_Environment& env) {
-  return request.replied = begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) && put_exception(request, env);
+bool reply_exception(ServerRequest& request, const CORBA_Environment& ev) {
+  return request.replied = begin_reply(request, ZR_REPLY_SYSTEM_EXCEPTION) && put_exception(request, ev);
 }
 
 // ---- Where a request goes ----
 
 void call_adapter(ServerRequest& request) {
   ZR_ServerRequest record{&request.info};
-  CORBA_Environment env{};
-  _call_cpp_(request.target.get(), &record, &env);
-  CORBA_exception_free(&env);
+  CORBA_Environment ev{};
+  _call_cpp_(request.target.get(), &record, &ev);
+  CORBA_exception_free(&ev);
 }
 
 /// An object of the program.
@@ -216,10 +216,10 @@ void execute(ServerRequest& request, SlotLender* slot_of, uint32_t max_message, 
 }
 
 void answer_exception(ServerRequest& request, const char* name, uint32_t completed, uint32_t minor) {
-  CORBA_Environment env{};
-  raise_standard(&env, name, minor, completed);
+  CORBA_Environment ev{};
+  raise_standard(&ev, name, minor, completed);
   // Without memory for this little there is nothing to tell the client with.
-  if (!reply_exception(request, env)) {
+  if (!reply_exception(request, ev)) {
     request.cdr.out_next = request.cdr.out_base;
     request.reply_status = no_status;
   }
@@ -241,18 +241,18 @@ unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t st
   return request && status <= ZR_REPLY_LOCATION_FORWARD && begin_reply(as_request(request), status);
 }
 
-unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* env) {
-  return request && env && as_request(request).replied && put_exception(as_request(request), *env);
+unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* ev) {
+  return request && ev && as_request(request).replied && put_exception(as_request(request), *ev);
 }
 
-unsigned char ZR_reply_system_exception(void* request, const CORBA_Environment* env) {
-  return request && env && reply_exception(as_request(request), *env);
+unsigned char ZR_reply_system_exception(void* request, const CORBA_Environment* ev) {
+  return request && ev && reply_exception(as_request(request), *ev);
 }
 
-unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env) {
-  if (!request || !env || !env->_id || !as_request(request).replied) return 0;
+unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* ev) {
+  if (!request || !ev || !ev->_id || !as_request(request).replied) return 0;
   as_request(request).cdr.direction = CDR_ENCODE;
-  return put_text(&as_request(request).cdr, env->_id);
+  return put_text(&as_request(request).cdr, ev->_id);
 }
 
 // ---- Client data ----
@@ -261,7 +261,7 @@ int OM_boa_lib_get_iswitch(void) { return options().client_info; }
 
 unsigned char OM_ext_get_client_info_ip6(int32_t* fd, unsigned char* is_ipv6, void* host_addr,
                                          void* /*reserved1*/, void* /*reserved2*/,
-                                         CORBA_Environment* /*env*/) {
+                                         CORBA_Environment* /*ev*/) {
   const ServerRequest* request = Upcall::request();
   if (!request || !request->connection) return 0;
   const PeerAddress& peer = request->connection->peer();

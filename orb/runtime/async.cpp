@@ -30,11 +30,11 @@ void AsyncCall::send(std::unique_ptr<AsyncCall> call, void* const* slots) {
 }
 
 void AsyncCall::start(void* const* slots) {
-  Environment env;
-  request_ = std::make_unique<CoreRequest>(self_->get_ref(), called.name, true, env);
-  CDR* const cdr = request_->arguments(env);
-  if (!encode_in(cdr, called, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
-  if (!zrsv::send_deferred(request_->get(), this)) fail_request(CORBA_COMPLETED_NO, env);
+  Environment ev;
+  request_ = std::make_unique<CoreRequest>(self_->get_ref(), called.name, true, ev);
+  CDR* const cdr = request_->arguments(ev);
+  if (!encode_in(cdr, called, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
+  if (!zrsv::send_deferred(request_->get(), this)) fail_request(CORBA_COMPLETED_NO, ev);
 }
 
 void AsyncCall::reply_is_there() noexcept {
@@ -43,19 +43,19 @@ void AsyncCall::reply_is_there() noexcept {
 }
 
 CDR* AsyncCall::results() {
-  Environment env;
-  const std::uint32_t status = request_->reply(env);
+  Environment ev;
+  const std::uint32_t status = request_->reply(ev);
   CDR* const cdr = request_->stream();
-  if (status == ZR_REPLY_USER_EXCEPTION) throw_listed(request_->get(), cdr, called, env);
-  if (status == ZR_REPLY_SYSTEM_EXCEPTION) throw_reply_exception(request_->get(), env);
+  if (status == ZR_REPLY_USER_EXCEPTION) throw_listed(request_->get(), cdr, called, ev);
+  if (status == ZR_REPLY_SYSTEM_EXCEPTION) throw_reply_exception(request_->get(), ev);
   if (status != ZR_REPLY_LOCATION_FORWARD) return cdr;
-  follow_forward(self_.in(), cdr, env);  // the next call goes there; this one would have to be encoded anew
+  follow_forward(self_.in(), cdr, ev);  // the next call goes there; this one would have to be encoded anew
   throw TRANSIENT(minor_encode_anew, COMPLETED_NO);
 }
 
 void AsyncCall::read(void* const* slots) {
-  Environment env;
-  read_out(results(), called, slots, env);
+  Environment ev;
+  read_out(results(), called, slots, ev);
 }
 
 // ---- Reply handlers ---------------------------------------------------------------------------------------
@@ -73,10 +73,10 @@ class HandlerCall final : public AsyncCall {
   /// A call of the handler.
   class Telling : public CoreRequest {
    public:
-    Telling(Object* handler, const std::string& name, Environment& env)
-        : CoreRequest(handler->get_ref(), name.c_str(), false, env) {}
-    void send(Environment& env) {
-      if (!zrsv::send_elsewhere(get())) fail_request(CORBA_COMPLETED_NO, env);
+    Telling(Object* handler, const std::string& name, Environment& ev)
+        : CoreRequest(handler->get_ref(), name.c_str(), false, ev) {}
+    void send(Environment& ev) {
+      if (!zrsv::send_elsewhere(get())) fail_request(CORBA_COMPLETED_NO, ev);
     }
   };
 
@@ -110,21 +110,21 @@ void HandlerCall::end() noexcept try {
 // What an operation gives is what its handler takes, value by value.
 void HandlerCall::tell_results() {
   CDR* const from = results();
-  Environment env;
-  Telling telling(handler_, name(), env);
-  CDR* const to = telling.arguments(env);
+  Environment ev;
+  Telling telling(handler_, name(), ev);
+  CDR* const to = telling.arguments(ev);
   for (std::size_t i = 0; i < count_; ++i)
-    if (!copy_value(*types_[i](), from, to)) fail_marshal(from, CORBA_COMPLETED_YES, env);
-  telling.send(env);
+    if (!copy_value(*types_[i](), from, to)) fail_marshal(from, CORBA_COMPLETED_YES, ev);
+  telling.send(ev);
 }
 
 void HandlerCall::tell(const Exception& exception) {
-  Environment env;
-  Telling telling(handler_, name() + "_excep", env);
-  CDR* const to = telling.arguments(env);
+  Environment ev;
+  Telling telling(handler_, name() + "_excep", ev);
+  CDR* const to = telling.arguments(ev);
   const Messaging::ExceptionHolder_var holder(new Messaging::ExceptionHolder(exception, called.exceptions));
-  if (!holder->_move(to)) fail_marshal(to, CORBA_COMPLETED_NO, env);
-  telling.send(env);
+  if (!holder->_move(to)) fail_marshal(to, CORBA_COMPLETED_NO, ev);
+  telling.send(ev);
 }
 
 }  // namespace

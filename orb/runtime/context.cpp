@@ -22,9 +22,9 @@ auto fitting(Properties& properties, std::string_view pattern) {
 }
 
 /// The text of a property. BAD_PARAM when it is none, or has no name.
-const char* checked_text(const char* name, const Any& value, Environment& env) {
+const char* checked_text(const char* name, const Any& value, Environment& ev) {
   const char* text = nullptr;
-  if (text_of(name).empty() || !(value >>= text)) raise<BAD_PARAM>(env);
+  if (text_of(name).empty() || !(value >>= text)) raise<BAD_PARAM>(ev);
   return text;
 }
 
@@ -32,48 +32,48 @@ const char* checked_text(const char* name, const Any& value, Environment& env) {
 
 Context::~Context() = default;
 
-void Context::create_child(const char* name, Context*& child, Environment& env) {
-  env.clear();
+void Context::create_child(const char* name, Context*& child, Environment& ev) {
+  ev.clear();
   child = new Context(name, this);
 }
 
-void Context::set_one_value(const char* name, const Any& value, Environment& env) {
-  env.clear();
-  std::string text = checked_text(name, value, env);
+void Context::set_one_value(const char* name, const Any& value, Environment& ev) {
+  ev.clear();
+  std::string text = checked_text(name, value, ev);
   const std::lock_guard lock(mutex_);
   properties_.insert_or_assign(name, std::move(text));
 }
 
-void Context::set_values(NVList* values, Environment& env) {
-  env.clear();
-  if (!values) raise<BAD_PARAM>(env);
+void Context::set_values(NVList* values, Environment& ev) {
+  ev.clear();
+  if (!values) raise<BAD_PARAM>(ev);
   Properties fresh;
   for (ULong i = 0; i < values->count(); ++i) {
     NamedValue* const one = values->item(i);
-    fresh.insert_or_assign(one->name(), checked_text(one->name(), *one->value(), env));
+    fresh.insert_or_assign(one->name(), checked_text(one->name(), *one->value(), ev));
   }
   const std::lock_guard lock(mutex_);
   fresh.merge(properties_);
   properties_.swap(fresh);
 }
 
-void Context::delete_values(const char* pattern, Environment& env) {
-  env.clear();
+void Context::delete_values(const char* pattern, Environment& ev) {
+  ev.clear();
   const std::lock_guard lock(mutex_);
   const auto [first, last] = fitting(properties_, text_of(pattern));
-  if (first == last) raise<BAD_CONTEXT>(env);
+  if (first == last) raise<BAD_CONTEXT>(ev);
   properties_.erase(first, last);
 }
 
 void Context::get_values(const char* start_scope, Flags flags, const char* pattern, NVList*& values,
-                         Environment& env) {
-  env.clear();
+                         Environment& ev) {
+  ev.clear();
   const Context* start = this;
   if (const std::string_view wanted = text_of(start_scope); !wanted.empty())
     while (start && start->name_ != wanted) start = start->parent();
   Properties found;
   if (start) start->collect(text_of(pattern), flags == CTX_RESTRICT_SCOPE, found);
-  if (found.empty()) raise<BAD_CONTEXT>(env);
+  if (found.empty()) raise<BAD_CONTEXT>(ev);
   NVList_var list(new NVList);
   for (const auto& [name, text] : found) {
     Any value;
@@ -91,8 +91,8 @@ void Context::collect(std::string_view pattern, bool restricted, Properties& fou
   }
 }
 
-void ORB::get_default_context(Context*& context, Environment& env) {
-  env.clear();
+void ORB::get_default_context(Context*& context, Environment& ev) {
+  ev.clear();
   static const Context_var of_process(new Context("", nullptr));
   context = Context::_duplicate(of_process);
 }

@@ -9,9 +9,9 @@ namespace CORBA {
 class CoreRequest {
  public:
   /// Of the object behind that handle. Throws what the ORB core says.
-  CoreRequest(void* target, const char* operation, bool response_expected, Environment& env) {
+  CoreRequest(void* target, const char* operation, bool response_expected, Environment& ev) {
     if (!OM_req_lib_initiator_request_create(target, operation, response_expected, &request_, &kind_))
-      idl::fail_request(CORBA_COMPLETED_NO, env);
+      idl::fail_request(CORBA_COMPLETED_NO, ev);
   }
   ~CoreRequest() {
     (kind_ == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
@@ -28,9 +28,9 @@ class CoreRequest {
     return has ? cdr : nullptr;
   }
   /// The same for encoding the arguments. NO_IMPLEMENT for such an object.
-  CDR* arguments(Environment& env) const;
+  CDR* arguments(Environment& ev) const;
   /// Waits for the reply; its ZR_REPLY_ status. The stream then stands at its body.
-  std::uint32_t reply(Environment& env) const;
+  std::uint32_t reply(Environment& ev) const;
 
  private:
   void* request_ = nullptr;

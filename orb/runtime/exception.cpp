@@ -90,9 +90,9 @@ std::unique_ptr<SystemException> make_standard_exception(std::string_view id, UL
   return std::unique_ptr<SystemException>(found ? found->make(minor, status) : nullptr);
 }
 
-void raise_environment(Environment& env) {
-  if (!env.exception()) raise<UNKNOWN>(env, 0U, COMPLETED_MAYBE);
-  env.exception()->_raise();
+void raise_environment(Environment& ev) {
+  if (!ev.exception()) raise<UNKNOWN>(ev, 0U, COMPLETED_MAYBE);
+  ev.exception()->_raise();
   __builtin_unreachable();  // instrumented virtual calls lose their [[noreturn]]
 }
 

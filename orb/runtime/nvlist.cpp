@@ -7,33 +7,33 @@ namespace CORBA {
 NamedValue::~NamedValue() = default;
 NVList::~NVList() = default;
 
-NamedValue* NVList::add_value(const char* name, const Any& value, Flags flags, Environment& env) {
-  env.clear();
-  if (flags < ARG_IN || flags > ARG_INOUT) raise<BAD_PARAM>(env);
+NamedValue* NVList::add_value(const char* name, const Any& value, Flags flags, Environment& ev) {
+  ev.clear();
+  if (flags < ARG_IN || flags > ARG_INOUT) raise<BAD_PARAM>(ev);
   items_.emplace_back(new NamedValue(name, value, flags));
   return items_.back().in();
 }
 
-NamedValue* NVList::add_item_consume(char* name, Flags flags, Environment& env) {
+NamedValue* NVList::add_item_consume(char* name, Flags flags, Environment& ev) {
   const String_var owned(name);
-  return add_item(name, flags, env);
+  return add_item(name, flags, ev);
 }
 
-NamedValue* NVList::add_value_consume(char* name, Any* value, Flags flags, Environment& env) {
+NamedValue* NVList::add_value_consume(char* name, Any* value, Flags flags, Environment& ev) {
   const String_var owned(name);
   const std::unique_ptr<Any> owned_value(value);
-  return add_value(name, value ? *value : Any(), flags, env);
+  return add_value(name, value ? *value : Any(), flags, ev);
 }
 
-NamedValue* NVList::item(ULong index, Environment& env) const {
-  env.clear();
-  if (index >= items_.size()) raise<Bounds>(env);
+NamedValue* NVList::item(ULong index, Environment& ev) const {
+  ev.clear();
+  if (index >= items_.size()) raise<Bounds>(ev);
   return items_[index].in();
 }
 
-void NVList::remove(ULong index, Environment& env) {
-  env.clear();
-  if (index >= items_.size()) raise<Bounds>(env);
+void NVList::remove(ULong index, Environment& ev) {
+  ev.clear();
+  if (index >= items_.size()) raise<Bounds>(ev);
   items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 

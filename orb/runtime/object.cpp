@@ -65,33 +65,33 @@ Object* Object::_duplicate(Object* object) {
   return duplicate_as<Object>(object);
 }
 
-Boolean Object::_is_a(const char* repository_id, Environment& env) {
-  env.clear();
-  if (!repository_id) raise<BAD_PARAM>(env);
+Boolean Object::_is_a(const char* repository_id, Environment& ev) {
+  ev.clear();
+  if (!repository_id) raise<BAD_PARAM>(ev);
   if (_ptr && is_one_of(repository_id, {ZR_object_type_id(_ptr), "IDL:omg.org/CORBA/Object:1.0"})) return 1;
   if (has_local_table(this)) return is_one_of(repository_id, {ZR_object_get_IntfID(_ptr, 0, nullptr)});
-  return is_a(this, repository_id, env);
+  return is_a(this, repository_id, ev);
 }
 
-Boolean Object::_non_existent(Environment& env) {
-  env.clear();
+Boolean Object::_non_existent(Environment& ev) {
+  ev.clear();
   if (has_local_table(this)) return 0;
-  return non_existent(this, env);
+  return non_existent(this, ev);
 }
 
-InterfaceDef* Object::_get_interface(Environment& env) {
-  env.clear();
+InterfaceDef* Object::_get_interface(Environment& ev) {
+  ev.clear();
   if (has_local_table(this)) return local_interface(_ptr);
-  return get_interface(this, env);
+  return get_interface(this, ev);
 }
 
-Boolean Object::_is_equivalent(Object* other, Environment& env) {
-  env.clear();
+Boolean Object::_is_equivalent(Object* other, Environment& ev) {
+  ev.clear();
   return CORBA_object_is_equivalent(_ptr, other ? other->get_ref() : nullptr);
 }
 
-ULong Object::_hash(ULong maximum, Environment& env) {
-  env.clear();
+ULong Object::_hash(ULong maximum, Environment& ev) {
+  ev.clear();
   return CORBA_object_hash(_ptr, maximum);
 }
 

@@ -59,13 +59,13 @@ bool take_options(int argc, char** argv, OrbOptions& options, std::vector<char*>
 }
 
 /// Starts a use of the ORB core with what the runtime left of the command line, and takes its options out.
-void enter_core(int& argc, char** argv, std::vector<char*>& rest, Environment& env) {
+void enter_core(int& argc, char** argv, std::vector<char*>& rest, Environment& ev) {
   int count = static_cast<int>(rest.size());
   rest.push_back(nullptr);
   CORBA_Environment record{};
   void* const handle = CORBA_ORB_init(&count, rest.data(), "", &record);
-  check_record(record, env);
-  if (!handle) raise<INITIALIZE>(env);
+  check_record(record, ev);
+  if (!handle) raise<INITIALIZE>(ev);
   if (OM_this_ORB != handle) OM_this_ORB = handle;  // read by others without a lock
   if (!argv || count == argc) return;
   std::copy_n(rest.data(), count + 1, argv);
@@ -93,18 +93,18 @@ void initialize(ORB* orb, const StringSeq& arguments) {
 
 }  // namespace
 
-ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& env) {
-  env.clear();
+ORB* ORB_init(int& argc, char** argv, const char* orb_id, Environment& ev) {
+  ev.clear();
   OrbOptions options;
   std::vector<char*> rest;
-  if (!take_options(argc, argv, options, rest)) raise<BAD_PARAM>(env);
+  if (!take_options(argc, argv, options, rest)) raise<BAD_PARAM>(ev);
   if (orb_id && *orb_id) options.id = orb_id;
   const StringSeq arguments = copy_arguments(argc, argv);
   bool made = false;
   ORB_var orb;
   {
     const zrsv::MutexLock lock(core_mutex);
-    enter_core(argc, argv, rest, env);
+    enter_core(argc, argv, rest, ev);
     orb = new NamedOrb(orbs().enter(options, &made), OM_this_ORB);
   }
   if (made) initialize(orb.in(), arguments);
@@ -118,29 +118,29 @@ ORB::~ORB() { set_ref(nullptr); }
 
 ORB* ORB::_duplicate(ORB* orb) { return orb ? new NamedOrb(state_of(*orb), orb->get_ref()) : nullptr; }
 
-char* ORB::id(Environment& env) { return string_dup(live(*this, env)->id.c_str()); }
+char* ORB::id(Environment& ev) { return string_dup(live(*this, ev)->id.c_str()); }
 
 // ---- References -------------------------------------------------------------------------------------------
 
-Object* ORB::resolve_initial_references(const char* name, Environment& env) {
-  const OrbPointer orb = live(*this, env);
-  if (!name) raise<InvalidName>(env);
-  return resolve(orb, name, env);
+Object* ORB::resolve_initial_references(const char* name, Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
+  if (!name) raise<InvalidName>(ev);
+  return resolve(orb, name, ev);
 }
 
-void ORB::register_initial_reference(const char* name, Object* object, Environment& env) {
-  const OrbPointer orb = live(*this, env);
-  if (!name || !*name) raise<InvalidName>(env);
-  if (is_nil(object)) raise<BAD_PARAM>(env, null_object, COMPLETED_NO);
+void ORB::register_initial_reference(const char* name, Object* object, Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
+  if (!name || !*name) raise<InvalidName>(ev);
+  if (is_nil(object)) raise<BAD_PARAM>(ev, null_object, COMPLETED_NO);
   const std::vector<std::string> own = own_services(orb);
   const zrsv::MutexLock lock(orb->mutex);
   const bool taken = orb->registered.contains(name) || std::ranges::find(own, name) != own.end();
-  if (taken) raise<InvalidName>(env);
+  if (taken) raise<InvalidName>(ev);
   orb->registered[name] = Object::_duplicate(object);
 }
 
-ORB::ObjectIdList* ORB::list_initial_services(Environment& env) {
-  const OrbPointer orb = live(*this, env);
+ORB::ObjectIdList* ORB::list_initial_services(Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
   std::vector<std::string> names = own_services(orb);
   {
     const zrsv::MutexLock lock(orb->mutex);
@@ -155,80 +155,80 @@ ORB::ObjectIdList* ORB::list_initial_services(Environment& env) {
   return list.release();
 }
 
-Object* ORB::string_to_object(const char* text, Environment& env) {
-  return from_url(live(*this, env), text, env);
+Object* ORB::string_to_object(const char* text, Environment& ev) {
+  return from_url(live(*this, ev), text, ev);
 }
 
-char* ORB::object_to_string(Object* object, Environment& env) {
-  live(*this, env);
+char* ORB::object_to_string(Object* object, Environment& ev) {
+  live(*this, ev);
   CORBA_Environment record{};
   String_var text(CORBA_ORB_object_to_string(OM_this_ORB, object ? object->get_ref() : nullptr, &record));
-  check_record(record, env);
+  check_record(record, ev);
   return text._retn();
 }
 
-void ORB::register_key(const char* key, Object* object, Environment& env) {
-  live(*this, env);
+void ORB::register_key(const char* key, Object* object, Environment& ev) {
+  live(*this, ev);
   CORBA_Environment record{};
   ZR_register_key(key, object ? object->get_ref() : nullptr, &record);
-  check_record(record, env);
+  check_record(record, ev);
 }
 
-Policy* ORB::create_policy(PolicyType type, const Any& value, Environment& env) {
-  live(*this, env);
-  return CORBA::create_policy(type, value, env);
+Policy* ORB::create_policy(PolicyType type, const Any& value, Environment& ev) {
+  live(*this, ev);
+  return CORBA::create_policy(type, value, ev);
 }
 
 // ---- Serving ----------------------------------------------------------------------------------------------
 
-void ORB::run(Environment& env) {
-  if (!orbs().wait_to_serve(live(*this, env))) return;
+void ORB::run(Environment& ev) {
+  if (!orbs().wait_to_serve(live(*this, ev))) return;
   CORBA_Environment record{};
   CORBA_ORB_run(OM_this_ORB, &record);
-  check_record(record, env);
+  check_record(record, ev);
 }
 
-Boolean ORB::work_pending(Environment& env) {
+Boolean ORB::work_pending(Environment& ev) {
   CORBA_Environment record{};
-  const Boolean pending = orbs().may_serve(live(*this, env)) && ZR_work_pending(OM_this_ORB, &record);
-  check_record(record, env);
+  const Boolean pending = orbs().may_serve(live(*this, ev)) && ZR_work_pending(OM_this_ORB, &record);
+  check_record(record, ev);
   return pending;
 }
 
-void ORB::perform_work(Environment& env) {
+void ORB::perform_work(Environment& ev) {
   CORBA_Environment record{};
-  if (orbs().may_serve(live(*this, env))) ZR_perform_work(OM_this_ORB, &record);
-  check_record(record, env);
+  if (orbs().may_serve(live(*this, ev))) ZR_perform_work(OM_this_ORB, &record);
+  check_record(record, ev);
 }
 
-int ORB::work_descriptor(Environment& env) {
+int ORB::work_descriptor(Environment& ev) {
   CORBA_Environment record{};
-  const int descriptor = orbs().may_serve(live(*this, env)) ? ZR_work_descriptor(OM_this_ORB, &record) : -1;
-  check_record(record, env);
+  const int descriptor = orbs().may_serve(live(*this, ev)) ? ZR_work_descriptor(OM_this_ORB, &record) : -1;
+  check_record(record, ev);
   return descriptor;
 }
 
-void ORB::shutdown(Boolean wait_for_completion, Environment& env) {
-  const OrbPointer orb = live(*this, env);
+void ORB::shutdown(Boolean wait_for_completion, Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
   CORBA_Environment record{};
   if (orbs().may_serve(orb)) {
     CORBA_ORB_shutdown(OM_this_ORB, wait_for_completion, &record);
   } else {
     orbs().end_run(orb);
   }
-  check_record(record, env);
+  check_record(record, ev);
 }
 
-void ORB::destroy(Environment& env) {
-  const OrbPointer orb = live(*this, env);
+void ORB::destroy(Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
   CORBA_Environment record{};
   if (orbs().is_last_use_of_server(orb)) CORBA_ORB_shutdown(OM_this_ORB, 1, &record);
-  check_record(record, env);  // a servant cannot wait for its own end
+  check_record(record, ev);  // a servant cannot wait for its own end
   {
     const zrsv::MutexLock lock(core_mutex);
-    if (!orbs().leave(orb)) raise<BAD_INV_ORDER>(env);
+    if (!orbs().leave(orb)) raise<BAD_INV_ORDER>(ev);
     CORBA_ORB_destroy(OM_this_ORB, &record);
-    check_record(record, env);
+    check_record(record, ev);
     set_ref(nullptr);
     if (!orbs().standard()) OM_this_ORB = nullptr;
   }

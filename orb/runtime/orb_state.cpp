@@ -121,13 +121,12 @@ void Orbs::refresh_default() {
   zrsv::set_default_limit(limit);
 }
 
-OrbPointer live(const ORB& orb, Environment& env) {
-  env.clear();
+OrbPointer live(const ORB& orb, Environment& ev) {
+  ev.clear();
   // Mapping helpers make a wrapper of the core's handle alone: it stands for the ORB that serves.
   OrbPointer state = state_of(orb);
   if (!state && orb.get_ref()) state = orbs().standard();
-  if (!state || !orb.get_ref() || !orbs().lives(state))
-    raise<BAD_INV_ORDER>(env, has_shut_down, COMPLETED_NO);
+  if (!state || !orb.get_ref() || !orbs().lives(state)) raise<BAD_INV_ORDER>(ev, has_shut_down, COMPLETED_NO);
   return state;
 }
 

@@ -98,14 +98,14 @@ class Orbs {
 Orbs& orbs();
 
 /// The ORB behind a wrapper, alive; BAD_INV_ORDER when it is destroyed.
-OrbPointer live(const ORB& orb, Environment& env);
+OrbPointer live(const ORB& orb, Environment& ev);
 
 /// The ORB that a handle came from; null when there is none.
 OrbPointer orb_of(void* handle);
 
 /// The steps of resolve_initial_references and string_to_object (orb_references.cpp).
-Object* resolve(const OrbPointer& orb, const std::string& name, Environment& env);
-Object* from_url(const OrbPointer& orb, const char* text, Environment& env);
+Object* resolve(const OrbPointer& orb, const std::string& name, Environment& ev);
+Object* from_url(const OrbPointer& orb, const char* text, Environment& ev);
 /// A wrapper that owns `handle`, in the scope of the ORB where references need one; nil for null.
 Object* own_reference(const OrbPointer& orb, void* handle);
 /// Names that resolve() knows without configuration.

@@ -120,25 +120,25 @@ Policy* Policy::_narrow(Object* object) {
 
 }  // namespace CORBA
 
-CORBA::PolicyType CORBA_Policy_impl::policy_type(Environment& env) {
-  env.clear();
+CORBA::PolicyType CORBA_Policy_impl::policy_type(Environment& ev) {
+  ev.clear();
   return __policy_type;
 }
 
-Policy* CORBA_Policy_impl::copy(Environment& env) {
-  env.clear();
+Policy* CORBA_Policy_impl::copy(Environment& ev) {
+  ev.clear();
   auto made = duplicate_as<CORBA_Policy_impl>(*this);
   made->__policy_type = __policy_type;
   return made.release();
 }
 
-void CORBA_Policy_impl::destroy(Environment& env) { env.clear(); }
+void CORBA_Policy_impl::destroy(Environment& ev) { ev.clear(); }
 
 void* CORBA_Policy_impl::_cast(const char* repository_id) { return as_policy(this, repository_id); }
 
-CORBA::PolicyType _st_CORBA_Policy::policy_type(Environment& env) { return policy_type_operation(this, env); }
-Policy* _st_CORBA_Policy::copy(Environment& env) { return copy_operation(this, env); }
-void _st_CORBA_Policy::destroy(Environment& env) { destroy_operation(this, env); }
+CORBA::PolicyType _st_CORBA_Policy::policy_type(Environment& ev) { return policy_type_operation(this, ev); }
+Policy* _st_CORBA_Policy::copy(Environment& ev) { return copy_operation(this, ev); }
+void _st_CORBA_Policy::destroy(Environment& ev) { destroy_operation(this, ev); }
 void* _st_CORBA_Policy::_cast(const char* repository_id) { return as_policy(this, repository_id); }
 
 unsigned char skel_CORBA_Policy_copy(void* request, void* object, ULong /*type*/,
@@ -156,14 +156,14 @@ unsigned char skel_CORBA_Policy__get_policy_type(void* request, void* object, UL
   return serve(policy_type_operation, request, object, response_expected);
 }
 
-Policy* skel_INTRA_PROCESS_CORBA_Policy_copy(Environment& env) {
-  return decltype(copy_operation)::in_process<copy_operation, CORBA_Policy_impl>(env);
+Policy* skel_INTRA_PROCESS_CORBA_Policy_copy(Environment& ev) {
+  return decltype(copy_operation)::in_process<copy_operation, CORBA_Policy_impl>(ev);
 }
-void skel_INTRA_PROCESS_CORBA_Policy_destroy(Environment& env) {
-  decltype(destroy_operation)::in_process<destroy_operation, CORBA_Policy_impl>(env);
+void skel_INTRA_PROCESS_CORBA_Policy_destroy(Environment& ev) {
+  decltype(destroy_operation)::in_process<destroy_operation, CORBA_Policy_impl>(ev);
 }
-CORBA::PolicyType skel_INTRA_PROCESS_CORBA_Policy__get_policy_type(Environment& env) {
-  return decltype(policy_type_operation)::in_process<policy_type_operation, CORBA_Policy_impl>(env);
+CORBA::PolicyType skel_INTRA_PROCESS_CORBA_Policy__get_policy_type(Environment& ev) {
+  return decltype(policy_type_operation)::in_process<policy_type_operation, CORBA_Policy_impl>(ev);
 }
 
 unsigned char cdr_CORBA_PolicyList(CDR* cdr, PolicyList* list) {

@@ -19,30 +19,30 @@ constexpr ULong two_of_a_type = OMGVMCID | 30;
 /// The types that calls know.
 bool is_of_calls(PolicyType type) { return type == Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE; }
 
-void check(const PolicyList& policies, Environment& env) {
+void check(const PolicyList& policies, Environment& ev) {
   std::set<PolicyType> seen;
   Sequence<UShort> wrong;
   for (ULong i = 0; i < policies.length(); ++i) {
     Policy* const policy = policies[i].in();
     const bool known = policy && is_of_calls(policy->policy_type());
     if (known && !seen.insert(policy->policy_type()).second)
-      raise<BAD_PARAM>(env, two_of_a_type, COMPLETED_NO);
+      raise<BAD_PARAM>(ev, two_of_a_type, COMPLETED_NO);
     if (known) continue;
     wrong.length(wrong.length() + 1);
     wrong[wrong.length() - 1] = static_cast<UShort>(i);
   }
-  if (wrong.length() > 0) raise<InvalidPolicies>(env, wrong);
+  if (wrong.length() > 0) raise<InvalidPolicies>(ev, wrong);
 }
 
 class ThreadManager : public PolicyCurrent {
  public:
-  PolicyList* get_policy_overrides(const PolicyTypeSeq& types, Environment& env) override {
-    env.clear();
+  PolicyList* get_policy_overrides(const PolicyTypeSeq& types, Environment& ev) override {
+    ev.clear();
     return thread_overrides().list(types);
   }
-  void set_policy_overrides(const PolicyList& policies, SetOverrideType how, Environment& env) override {
-    env.clear();
-    thread_overrides().set(policies, how, env);
+  void set_policy_overrides(const PolicyList& policies, SetOverrideType how, Environment& ev) override {
+    ev.clear();
+    thread_overrides().set(policies, how, ev);
     zrsv::set_thread_limit(thread_overrides().time_limit());
   }
 };
@@ -60,8 +60,8 @@ Factories& factories() {
 
 }  // namespace
 
-void PolicyOverrides::set(const PolicyList& policies, SetOverrideType how, Environment& env) {
-  check(policies, env);
+void PolicyOverrides::set(const PolicyList& policies, SetOverrideType how, Environment& ev) {
+  check(policies, ev);
   if (how == SET_OVERRIDE) all_.clear();
   for (ULong i = 0; i < policies.length(); ++i) {
     const PolicyType type = policies[i]->policy_type();
@@ -115,16 +115,16 @@ void register_policy_maker(PolicyType type, PolicyMaker maker) {
   all.by_type[type] = maker;
 }
 
-Policy* create_policy(PolicyType type, const Any& value, Environment& env) {
+Policy* create_policy(PolicyType type, const Any& value, Environment& ev) {
   PolicyMaker maker = nullptr;
   {
     Factories& all = factories();
     const zrsv::MutexLock lock(all.mutex);
     if (const auto found = all.by_type.find(type); found != all.by_type.end()) maker = found->second;
   }
-  if (!maker) raise<PolicyError>(env, BAD_POLICY_TYPE);
+  if (!maker) raise<PolicyError>(ev, BAD_POLICY_TYPE);
   Policy* const made = maker(type, value);
-  if (!made) raise<PolicyError>(env, BAD_POLICY_VALUE);
+  if (!made) raise<PolicyError>(ev, BAD_POLICY_VALUE);
   return made;
 }
 
@@ -143,8 +143,8 @@ class TimeoutPolicy : public virtual RelativeRoundtripTimeoutPolicy, public virt
   explicit TimeoutPolicy(TimeBase::TimeT expiry) : expiry_(expiry) {
     __policy_type = Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE;
   }
-  TimeBase::TimeT relative_expiry(CORBA::Environment& env) override { return env.clear(), expiry_; }
-  CORBA::Policy* copy(CORBA::Environment& env) override { return env.clear(), new TimeoutPolicy(expiry_); }
+  TimeBase::TimeT relative_expiry(CORBA::Environment& ev) override { return ev.clear(), expiry_; }
+  CORBA::Policy* copy(CORBA::Environment& ev) override { return ev.clear(), new TimeoutPolicy(expiry_); }
   void* _cast(const char* id) override {
     if (id && std::strcmp(id, timeout_id) == 0) return static_cast<RelativeRoundtripTimeoutPolicy*>(this);
     return CORBA_Policy_impl::_cast(id);

@@ -14,7 +14,7 @@ class PolicyOverrides {
  public:
   /// Takes copies of `policies`, of which each is of a type that calls know. InvalidPolicies, BAD_PARAM, and
   /// nothing changed.
-  void set(const PolicyList& policies, SetOverrideType how, Environment& env);
+  void set(const PolicyList& policies, SetOverrideType how, Environment& ev);
   PolicyList* list(const PolicyTypeSeq& types) const;
   /// Nil when there is none of that type.
   Policy* find(PolicyType type) const;
@@ -37,6 +37,6 @@ PolicyOverrides& thread_overrides();
 PolicyCurrent* policy_current();
 
 /// A new policy of that type and value, by the factory registered for the type. PolicyError.
-Policy* create_policy(PolicyType type, const Any& value, Environment& env);
+Policy* create_policy(PolicyType type, const Any& value, Environment& ev);
 
 }  // namespace CORBA

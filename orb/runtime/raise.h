@@ -11,21 +11,21 @@ namespace CORBA {
 
 /// Stores a new E, made from `arguments`, in the caller's environment and throws a copy.
 template <class E, class... Arguments>
-[[noreturn]] void raise(Environment& env, Arguments... arguments) {
+[[noreturn]] void raise(Environment& ev, Arguments... arguments) {
   const E exception(arguments...);
-  env.exception(new E(exception));
+  ev.exception(new E(exception));
   throw exception;
 }
 
 /// Raises what a call of the ORB core left in `filled`, which is emptied.
-[[noreturn]] inline void raise_record(CORBA_Environment& filled, Environment& env) {
-  env.set_ref(&filled);
-  raise_environment(env);
+[[noreturn]] inline void raise_record(CORBA_Environment& filled, Environment& ev) {
+  ev.set_ref(&filled);
+  raise_environment(ev);
 }
 
 /// Raises it when the call failed at all.
-inline void check_record(CORBA_Environment& filled, Environment& env) {
-  if (filled._major != CORBA_NO_EXCEPTION) raise_record(filled, env);
+inline void check_record(CORBA_Environment& filled, Environment& ev) {
+  if (filled._major != CORBA_NO_EXCEPTION) raise_record(filled, ev);
 }
 
 /// The name in the repository id (either form) of a standard system exception; "" when `id` is none.

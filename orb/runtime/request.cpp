@@ -17,15 +17,15 @@ constexpr ULong minor_sent_already = OMGVMCID | 10, minor_not_sent = OMGVMCID | 
 
 ExceptionList::~ExceptionList() = default;
 
-TypeCode* ExceptionList::item(ULong index, Environment& env) const {
-  env.clear();
-  if (index >= types_.size()) raise<Bounds>(env);
+TypeCode* ExceptionList::item(ULong index, Environment& ev) const {
+  ev.clear();
+  if (index >= types_.size()) raise<Bounds>(ev);
   return TypeCode::_duplicate(types_[index].in());
 }
 
-void ExceptionList::remove(ULong index, Environment& env) {
-  env.clear();
-  if (index >= types_.size()) raise<Bounds>(env);
+void ExceptionList::remove(ULong index, Environment& ev) {
+  ev.clear();
+  if (index >= types_.size()) raise<Bounds>(ev);
   types_.erase(types_.begin() + static_cast<std::ptrdiff_t>(index));
 }
 
@@ -152,51 +152,51 @@ void Request::_finish() noexcept {
 
 // ---- Who makes them ---------------------------------------------------------------------------------------
 
-Request* Object::_request(const char* operation, Environment& env) {
+Request* Object::_request(const char* operation, Environment& ev) {
   Request* request = nullptr;
-  _create_request(nullptr, operation, nullptr, nullptr, request, 0, env);
+  _create_request(nullptr, operation, nullptr, nullptr, request, 0, ev);
   return request;
 }
 
 void Object::_create_request(Context* context, const char* operation, NVList* arguments, NamedValue* result,
-                             Request*& request, ULong flags, Environment& env) {
-  _create_request(context, operation, arguments, result, nullptr, nullptr, request, flags, env);
+                             Request*& request, ULong flags, Environment& ev) {
+  _create_request(context, operation, arguments, result, nullptr, nullptr, request, flags, ev);
 }
 
 void Object::_create_request(Context*, const char* operation, NVList* arguments, NamedValue* result,
                              ExceptionList* exceptions, ContextList*, Request*& request, ULong,
-                             Environment& env) {
-  env.clear();
-  if (!operation || !*operation) raise<BAD_PARAM>(env);
+                             Environment& ev) {
+  ev.clear();
+  if (!operation || !*operation) raise<BAD_PARAM>(ev);
   request = new Request(this, operation, arguments, result, exceptions);
 }
 
-void ORB::create_list(Long count, NVList*& list, Environment& env) {
-  env.clear();
+void ORB::create_list(Long count, NVList*& list, Environment& ev) {
+  ev.clear();
   NVList_var made(new NVList);
   for (Long i = 0; i < count; ++i) made->add(ARG_IN);
   list = made._retn();
 }
 
-void ORB::create_named_value(NamedValue*& value, Environment& env) {
-  env.clear();
+void ORB::create_named_value(NamedValue*& value, Environment& ev) {
+  ev.clear();
   value = new NamedValue("", Any(), ARG_IN);
 }
 
-void ORB::create_exception_list(ExceptionList*& list, Environment& env) {
-  env.clear();
+void ORB::create_exception_list(ExceptionList*& list, Environment& ev) {
+  ev.clear();
   list = new ExceptionList;
 }
 
 // ---- Several at a time ------------------------------------------------------------------------------------
 
-void ORB::send_multiple_requests_oneway(const RequestSeq& requests, Environment& env) {
-  live(*this, env);
+void ORB::send_multiple_requests_oneway(const RequestSeq& requests, Environment& ev) {
+  live(*this, ev);
   for (ULong i = 0; i < requests.length(); ++i) requests[i]->send_oneway();
 }
 
-void ORB::send_multiple_requests_deferred(const RequestSeq& requests, Environment& env) {
-  const OrbPointer orb = live(*this, env);
+void ORB::send_multiple_requests_deferred(const RequestSeq& requests, Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
   for (ULong i = 0; i < requests.length(); ++i) {
     requests[i]->send_deferred();
     const zrsv::MutexLock lock(orb->mutex);
@@ -208,10 +208,10 @@ namespace {
 
 /// Takes out the first that has a reply, of those whose reply nobody has taken. Nil: none has. BAD_INV_ORDER when there
 /// are none.
-Request_var take_answered(OrbState& orb, std::vector<void*>* pending, Environment& env) {
+Request_var take_answered(OrbState& orb, std::vector<void*>* pending, Environment& ev) {
   const zrsv::MutexLock lock(orb.mutex);
   std::erase_if(orb.deferred, [](const Request_var& request) { return !request->_sent(); });
-  if (orb.deferred.empty()) raise<BAD_INV_ORDER>(env, minor_not_sent, COMPLETED_NO);
+  if (orb.deferred.empty()) raise<BAD_INV_ORDER>(ev, minor_not_sent, COMPLETED_NO);
   for (auto at = orb.deferred.begin(); at != orb.deferred.end(); ++at) {
     if (pending) pending->push_back((*at)->_sent());
     if (!zrsv::has_reply((*at)->_sent())) continue;
@@ -224,15 +224,15 @@ Request_var take_answered(OrbState& orb, std::vector<void*>* pending, Environmen
 
 }  // namespace
 
-Boolean ORB::poll_next_response(Environment& env) {
-  return !is_nil(take_answered(*live(*this, env), nullptr, env));
+Boolean ORB::poll_next_response(Environment& ev) {
+  return !is_nil(take_answered(*live(*this, ev), nullptr, ev));
 }
 
-void ORB::get_next_response(Request*& request, Environment& env) {
-  const OrbPointer orb = live(*this, env);
+void ORB::get_next_response(Request*& request, Environment& ev) {
+  const OrbPointer orb = live(*this, ev);
   for (;;) {
     std::vector<void*> pending;
-    Request_var found = take_answered(*orb, &pending, env);
+    Request_var found = take_answered(*orb, &pending, ev);
     if (is_nil(found)) {
       zrsv::await_any_reply(pending.data(), pending.size());
       continue;

@@ -66,11 +66,11 @@ namespace {
 /// A request, completed on every way out.
 class Request {
  public:
-  Request(Object* self, const OperationInfo& operation, Environment& env) {
+  Request(Object* self, const OperationInfo& operation, Environment& ev) {
     std::uint32_t kind = 0;
     if (!OM_req_lib_initiator_request_create(self->get_ref(), operation.name, !operation.oneway, &request_,
                                              &kind))
-      fail_request(CORBA_COMPLETED_NO, env);
+      fail_request(CORBA_COMPLETED_NO, ev);
     complete_ = kind == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
                                               : OM_req_lib_UNO_IIOP_initiator_request_complete;
   }
@@ -84,14 +84,14 @@ class Request {
   void (*complete_)(void*);
 };
 
-void read_results(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& env) {
+void read_results(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& ev) {
   bool read = false;
   try {
     read = decode_arguments(cdr, operation.out, slots);
   } catch (const std::bad_alloc&) {
-    fail_memory(env);
+    fail_memory(ev);
   }
-  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
+  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, ev);
 }
 
 constexpr ULong minor_unlisted_exception = OMGVMCID | 1;
@@ -101,84 +101,84 @@ enum class Unlisted { thrown_as_unknown, left_in_environment };
 
 /// Throws the user exception of the reply.
 void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operation, Unlisted unlisted,
-                          Environment& env) {
+                          Environment& ev) {
   CORBA_Environment filled{};
   const bool read = OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, &filled);
-  env.set_ref(&filled);
-  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
-  const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(env._evp));
+  ev.set_ref(&filled);
+  if (!read) fail_marshal(cdr, CORBA_COMPLETED_YES, ev);
+  const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(ev._evp));
   if (!listed && unlisted == Unlisted::left_in_environment) return;
-  if (!listed) raise<UNKNOWN>(env, minor_unlisted_exception, COMPLETED_MAYBE);
+  if (!listed) raise<UNKNOWN>(ev, minor_unlisted_exception, COMPLETED_MAYBE);
   std::unique_ptr<UserException> made(listed->make());
   cdr->direction = CDR_DECODE;
-  if (!listed->move(cdr, made.get())) fail_marshal(cdr, CORBA_COMPLETED_YES, env);
-  env.exception(made.release());
-  raise_environment(env);
+  if (!listed->move(cdr, made.get())) fail_marshal(cdr, CORBA_COMPLETED_YES, ev);
+  ev.exception(made.release());
+  raise_environment(ev);
 }
 
 /// Sends a request and takes its reply. False: it was forwarded.
 [[gnu::always_inline]] inline bool exchange(Object* self, void* request, bool response_expected,
                                             const OperationInfo& operation, void* const* slots,
-                                            Unlisted unlisted, Environment& env) {
+                                            Unlisted unlisted, Environment& ev) {
   CDR* cdr = nullptr;
-  if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
   cdr->direction = CDR_ENCODE;
   cdr->leaves_apart = 1;  // the arguments stay until the call returns
-  if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, env);
-  if (!OM_req_lib_UNO_IIOP_send_request(request)) fail_request(CORBA_COMPLETED_NO, env);
+  if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
+  if (!OM_req_lib_UNO_IIOP_send_request(request)) fail_request(CORBA_COMPLETED_NO, ev);
   if (!response_expected) return true;
   std::uint32_t status = 0;
   if (!OM_req_lib_UNO_IIOP_recv_reply(request) || !OM_req_lib_UNO_IIOP_decode_reply_header(request, &status))
-    fail_request(CORBA_COMPLETED_MAYBE, env);
+    fail_request(CORBA_COMPLETED_MAYBE, ev);
   cdr->direction = CDR_DECODE;
   switch (status) {
     case ZR_REPLY_USER_EXCEPTION:
-      throw_user_exception(request, cdr, operation, unlisted, env);
+      throw_user_exception(request, cdr, operation, unlisted, ev);
       return true;
     case ZR_REPLY_SYSTEM_EXCEPTION:
-      throw_reply_exception(request, env);
+      throw_reply_exception(request, ev);
     case ZR_REPLY_LOCATION_FORWARD:
-      follow_forward(self, cdr, env);
+      follow_forward(self, cdr, ev);
       return false;
     default:
-      read_results(cdr, operation, slots, env);
+      read_results(cdr, operation, slots, ev);
       return true;
   }
 }
 
-bool call_once(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
-  const Request request(self, operation, env);
-  return exchange(self, request.get(), !operation.oneway, operation, slots, Unlisted::thrown_as_unknown, env);
+bool call_once(Object* self, const OperationInfo& operation, void* const* slots, Environment& ev) {
+  const Request request(self, operation, ev);
+  return exchange(self, request.get(), !operation.oneway, operation, slots, Unlisted::thrown_as_unknown, ev);
 }
 
 }  // namespace
 
-void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& env) {
-  if (env.exception() || env._evp->_major != CORBA_NO_EXCEPTION) env.clear();
-  while (!call_once(self, operation, slots, env)) env.clear();
+void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& ev) {
+  if (ev.exception() || ev._evp->_major != CORBA_NO_EXCEPTION) ev.clear();
+  while (!call_once(self, operation, slots, ev)) ev.clear();
 }
 
 void call(Object* self, const OperationInfo& operation, void* const* slots) {
-  Environment env;
-  call(self, operation, slots, env);
+  Environment ev;
+  call(self, operation, slots, ev);
 }
 
 bool encode_in(CDR* cdr, const OperationInfo& operation, void* const* slots) {
   return encode_arguments(cdr, operation.in, slots);
 }
 
-void read_out(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& env) {
-  read_results(cdr, operation, slots, env);
+void read_out(CDR* cdr, const OperationInfo& operation, void* const* slots, Environment& ev) {
+  read_results(cdr, operation, slots, ev);
 }
 
-void throw_listed(void* request, CDR* cdr, const OperationInfo& operation, Environment& env) {
-  throw_user_exception(request, cdr, operation, Unlisted::thrown_as_unknown, env);
+void throw_listed(void* request, CDR* cdr, const OperationInfo& operation, Environment& ev) {
+  throw_user_exception(request, cdr, operation, Unlisted::thrown_as_unknown, ev);
   __builtin_unreachable();
 }
 
 bool call_iiop(Object* self, void* request, bool response_expected, const OperationInfo& operation,
-               void* const* slots, Environment& env) {
-  return exchange(self, request, response_expected, operation, slots, Unlisted::left_in_environment, env);
+               void* const* slots, Environment& ev) {
+  return exchange(self, request, response_expected, operation, slots, Unlisted::left_in_environment, ev);
 }
 
 // ---- Skeletons --------------------------------------------------------------------------------------------
@@ -189,7 +189,7 @@ bool ServerCall::decode(const OperationInfo& operation, void* const* slots) {
   const bool decoded = decode_arguments(cdr_, operation.in, slots);
   cdr_->in_place = 0;
   if (!decoded) {
-    set_marshal(cdr_, CORBA_COMPLETED_NO, env);
+    set_marshal(cdr_, CORBA_COMPLETED_NO, ev);
     fits_ = false;
     return false;
   }
@@ -200,21 +200,21 @@ bool ServerCall::decode(const OperationInfo& operation, void* const* slots) {
 namespace {
 
 /// Writes the body of a reply that is an exception.
-bool encode_exception(void* request, CDR* cdr, const OperationInfo& operation, Environment& env) {
-  if (env._evp->_major == CORBA_SYSTEM_EXCEPTION)
-    return OM_req_lib_UNO_IIOP_encode_standard_excep(request, env._evp);
-  if (env._evp->_major != CORBA_USER_EXCEPTION) return false;
-  if (!OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, env._evp)) return false;
-  const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(env._evp));
+bool encode_exception(void* request, CDR* cdr, const OperationInfo& operation, Environment& ev) {
+  if (ev._evp->_major == CORBA_SYSTEM_EXCEPTION)
+    return OM_req_lib_UNO_IIOP_encode_standard_excep(request, ev._evp);
+  if (ev._evp->_major != CORBA_USER_EXCEPTION) return false;
+  if (!OM_req_lib_UNO_IIOP_encode_user_excep_hdr(request, ev._evp)) return false;
+  const ListedException* listed = find_listed(operation.exceptions, CORBA_exception_id(ev._evp));
   if (!listed) return true;  // its id alone: left in the environment by an operation that does not list it
   cdr->direction = CDR_ENCODE;
-  return listed->move(cdr, env.exception());
+  return listed->move(cdr, ev.exception());
 }
 
 }  // namespace
 
 void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
-  const std::uint32_t status = env._evp->_major;
+  const std::uint32_t status = ev._evp->_major;
   if (!response_expected_ && status <= CORBA_SYSTEM_EXCEPTION) return;
   bool written =
       status <= CORBA_SYSTEM_EXCEPTION && OM_req_lib_UNO_IIOP_encode_reply_header(request_, status);
@@ -226,24 +226,24 @@ void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
     if (cdr_->apart.octets && !cdr_->apart.release) written = ZR_cdr_put_together(cdr_) && written;
     cdr_->leaves_apart = 0;
   } else if (written) {
-    written = encode_exception(request_, cdr_, operation, env);
+    written = encode_exception(request_, cdr_, operation, ev);
   }
   if (written) return;
-  set_marshal(cdr_, CORBA_COMPLETED_YES, env);
+  set_marshal(cdr_, CORBA_COMPLETED_YES, ev);
   fits_ = false;
 }
 
 bool ServerCall::serve(const OperationInfo& operation) {
   if (!OM_req_lib_UNO_IIOP_get_cdr(request_, &cdr_))
-    return set_marshal(nullptr, CORBA_COMPLETED_NO, env), false;
+    return set_marshal(nullptr, CORBA_COMPLETED_NO, ev), false;
   try {
     operation.run(operation, *this);
     return fits_;
   } catch (const UserException& e) {
     if (!find_listed(operation.exceptions, e.id())) throw;
-    env.exception(e._clone());
+    ev.exception(e._clone());
   } catch (const SystemException& e) {
-    env.exception(e._clone());
+    ev.exception(e._clone());
   }
   if (fits_) encode(operation, nullptr);
   return fits_;
@@ -297,16 +297,16 @@ bool invoke(const InterfaceInfo& interface, void* target, const char* operation_
   if (!operation) operation = find_inherited(interface, name, target);
   if (!operation) return false;
   ServerCall call(request, response_expected, target);
-  if (!call.serve(*operation)) raise_environment(call.env);
+  if (!call.serve(*operation)) raise_environment(call.ev);
   return true;
 }
 
 // ---- Rows of the libraries' own interfaces ----------------------------------------------------------------
 
-OwnRequest::OwnRequest(Object* self, const OperationInfo& operation, Environment& env) {
+OwnRequest::OwnRequest(Object* self, const OperationInfo& operation, Environment& ev) {
   if (!OM_req_lib_initiator_request_create(self->get_ref(), operation.name, !operation.oneway, &request_,
                                            &kind_))
-    fail_request(CORBA_COMPLETED_NO, env);
+    fail_request(CORBA_COMPLETED_NO, ev);
 }
 
 OwnRequest::~OwnRequest() {
@@ -314,10 +314,10 @@ OwnRequest::~OwnRequest() {
                                   : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
 }
 
-ZR_method OwnRequest::method(Environment& env) const {
+ZR_method OwnRequest::method(Environment& ev) const {
   ZR_method found = nullptr;
   if (kind_ == ZR_REQUEST_IN_PROCESS && !OM_req_lib_INTRA_PROCESS_get_method(request_, &found))
-    fail_request(CORBA_COMPLETED_NO, env);
+    fail_request(CORBA_COMPLETED_NO, ev);
   return found;
 }
 

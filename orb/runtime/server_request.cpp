@@ -50,9 +50,9 @@ CDR* stream_of(void* record) {
 bool reply_exception(void* request, CDR* cdr, const Any& exception) {
   const SystemException* system = nullptr;
   if (exception >>= system) {
-    Environment env;
-    env.exception(system->_clone());
-    return ZR_reply_system_exception(request, env._evp);
+    Environment ev;
+    ev.exception(system->_clone());
+    return ZR_reply_system_exception(request, ev._evp);
   }
   if (!OM_req_lib_UNO_IIOP_encode_reply_header(request, ZR_REPLY_USER_EXCEPTION)) return false;
   cdr->direction = CDR_ENCODE;
@@ -79,37 +79,37 @@ ServerRequest::~ServerRequest() {
   set_ref(nullptr);
 }
 
-void ServerRequest::arguments(NVList* list, Environment& env) {
-  env.clear();
+void ServerRequest::arguments(NVList* list, Environment& ev) {
+  ev.clear();
   NVList_var owned(list);
-  if (!list) raise<BAD_PARAM>(env);
-  if (!_ptr || (dynamic_ && (dynamic_->list.in() || dynamic_->exception))) raise<BAD_INV_ORDER>(env);
+  if (!list) raise<BAD_PARAM>(ev);
+  if (!_ptr || (dynamic_ && (dynamic_->list.in() || dynamic_->exception))) raise<BAD_INV_ORDER>(ev);
   if (!dynamic_) dynamic_ = new Dynamic(_ptr);
   dynamic_->list = std::move(owned);
   CDR* cdr = stream_of(_ptr);
-  if (!cdr) raise<MARSHAL>(env);
+  if (!cdr) raise<MARSHAL>(ev);
   cdr->direction = CDR_DECODE;
-  if (!list->decode_values(cdr, ARG_IN)) idl::fail_marshal(cdr, CORBA_COMPLETED_NO, env);
+  if (!list->decode_values(cdr, ARG_IN)) idl::fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
 }
 
-void ServerRequest::set_result(const Any& value, Environment& env) {
-  env.clear();
-  if (!dynamic_ || !dynamic_->list.in() || dynamic_->exception) raise<BAD_INV_ORDER>(env);
+void ServerRequest::set_result(const Any& value, Environment& ev) {
+  ev.clear();
+  if (!dynamic_ || !dynamic_->list.in() || dynamic_->exception) raise<BAD_INV_ORDER>(ev);
   dynamic_->result = value;
 }
 
-void ServerRequest::set_exception(const Any& value, Environment& env) {
-  env.clear();
-  if (!is_exception(value)) raise<BAD_PARAM>(env);
-  if (!_ptr) raise<BAD_INV_ORDER>(env);
+void ServerRequest::set_exception(const Any& value, Environment& ev) {
+  ev.clear();
+  if (!is_exception(value)) raise<BAD_PARAM>(ev);
+  if (!_ptr) raise<BAD_INV_ORDER>(ev);
   if (!dynamic_) dynamic_ = new Dynamic(_ptr);
   dynamic_->exception = std::make_unique<Any>(value);
 }
 
-void ServerRequest::set_exception(const SystemException& exception, Environment& env) {
+void ServerRequest::set_exception(const SystemException& exception, Environment& ev) {
   Any value;
   value <<= exception;
-  set_exception(value, env);
+  set_exception(value, ev);
 }
 
 }  // namespace CORBA
@@ -128,7 +128,7 @@ void OM_CORBA_ServerRequest_dsi_complete_cpp(void* record) {
   } catch (const Exception&) {
   }
   if (done) return;
-  Environment env;
-  idl::set_marshal(cdr, CORBA_COMPLETED_YES, env);
-  ZR_reply_system_exception(request, env._evp);
+  Environment ev;
+  idl::set_marshal(cdr, CORBA_COMPLETED_YES, ev);
+  ZR_reply_system_exception(request, ev._evp);
 }

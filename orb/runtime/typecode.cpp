@@ -36,14 +36,14 @@ constexpr auto traits = [] {
   return of;
 }();
 
-void require(bool right_kind, Environment& env) {
-  env.clear();
-  if (!right_kind) raise<TypeCode::BadKind>(env);
+void require(bool right_kind, Environment& ev) {
+  ev.clear();
+  if (!right_kind) raise<TypeCode::BadKind>(ev);
 }
 
-const TypeCode::Member& member(const TypeCode& type, TypeCodeTrait needed, ULong index, Environment& env) {
-  require(has(type.kind(), needed), env);
-  if (index >= type.parameters().members.size()) raise<TypeCode::Bounds>(env);
+const TypeCode::Member& member(const TypeCode& type, TypeCodeTrait needed, ULong index, Environment& ev) {
+  require(has(type.kind(), needed), ev);
+  if (index >= type.parameters().members.size()) raise<TypeCode::Bounds>(ev);
   return type.parameters().members[index];
 }
 
@@ -128,32 +128,32 @@ bool move_discriminator(CDR* cdr, const TypeCode* type, LongLong& value) {
   return move && move(cdr, value);
 }
 
-const char* TypeCode::id(Environment& env) const {
-  require(has(kind_, has_id), env);
+const char* TypeCode::id(Environment& ev) const {
+  require(has(kind_, has_id), ev);
   return parameters_.id;
 }
 
-const char* TypeCode::name(Environment& env) const {
-  require(has(kind_, has_id), env);
+const char* TypeCode::name(Environment& ev) const {
+  require(has(kind_, has_id), ev);
   return parameters_.name;
 }
 
-ULong TypeCode::member_count(Environment& env) const {
-  require(has(kind_, has_members), env);
+ULong TypeCode::member_count(Environment& ev) const {
+  require(has(kind_, has_members), ev);
   return static_cast<ULong>(parameters_.members.size());
 }
 
-const char* TypeCode::member_name(ULong index, Environment& env) const {
-  return member(*this, has_members, index, env).name;
+const char* TypeCode::member_name(ULong index, Environment& ev) const {
+  return member(*this, has_members, index, ev).name;
 }
 
-TypeCode* TypeCode::member_type(ULong index, Environment& env) const {
-  return counted(*member(*this, has_typed_members, index, env).type);
+TypeCode* TypeCode::member_type(ULong index, Environment& ev) const {
+  return counted(*member(*this, has_typed_members, index, ev).type);
 }
 
-Any* TypeCode::member_label(ULong index, Environment& env) const {
-  require(kind_ == tk_union, env);
-  LongLong label = member(*this, has_members, index, env).label;
+Any* TypeCode::member_label(ULong index, Environment& ev) const {
+  require(kind_ == tk_union, ev);
+  LongLong label = member(*this, has_members, index, ev).label;
   auto any = std::make_unique<Any>();
   if (static_cast<Long>(index) == parameters_.default_index) {
     *any <<= Any::from_octet{0};
@@ -167,52 +167,52 @@ Any* TypeCode::member_label(ULong index, Environment& env) const {
   OM_cdr_open_decode(&in, cdr.out_base, static_cast<ULong>(cdr.out_next - cdr.out_base), 0);
   const bool taken = moved && any->decode_value(&in);
   OM_cdr_close(&cdr);
-  if (!taken) raise<BAD_TYPECODE>(env);
+  if (!taken) raise<BAD_TYPECODE>(ev);
   return any.release();
 }
 
-TypeCode* TypeCode::discriminator_type(Environment& env) const {
-  require(kind_ == tk_union, env);
+TypeCode* TypeCode::discriminator_type(Environment& ev) const {
+  require(kind_ == tk_union, ev);
   return counted(content());
 }
 
-Long TypeCode::default_index(Environment& env) const {
-  require(kind_ == tk_union, env);
+Long TypeCode::default_index(Environment& ev) const {
+  require(kind_ == tk_union, ev);
   return parameters_.default_index;
 }
 
-ULong TypeCode::length(Environment& env) const {
-  require(has(kind_, has_length), env);
+ULong TypeCode::length(Environment& ev) const {
+  require(has(kind_, has_length), ev);
   return parameters_.length;
 }
 
-TypeCode* TypeCode::content_type(Environment& env) const {
-  require(has(kind_, has_content), env);
+TypeCode* TypeCode::content_type(Environment& ev) const {
+  require(has(kind_, has_content), ev);
   return counted(content());
 }
 
-UShort TypeCode::fixed_digits(Environment& env) const {
-  require(kind_ == tk_fixed, env);
+UShort TypeCode::fixed_digits(Environment& ev) const {
+  require(kind_ == tk_fixed, ev);
   return static_cast<UShort>(parameters_.length);
 }
 
-Short TypeCode::fixed_scale(Environment& env) const {
-  require(kind_ == tk_fixed, env);
+Short TypeCode::fixed_scale(Environment& ev) const {
+  require(kind_ == tk_fixed, ev);
   return parameters_.scale;
 }
 
-Visibility TypeCode::member_visibility(ULong index, Environment& env) const {
-  require(kind_ == tk_value, env);
-  return member(*this, has_members, index, env).visibility;
+Visibility TypeCode::member_visibility(ULong index, Environment& ev) const {
+  require(kind_ == tk_value, ev);
+  return member(*this, has_members, index, ev).visibility;
 }
 
-ValueModifier TypeCode::type_modifier(Environment& env) const {
-  require(kind_ == tk_value, env);
+ValueModifier TypeCode::type_modifier(Environment& ev) const {
+  require(kind_ == tk_value, ev);
   return parameters_.modifier;
 }
 
-TypeCode* TypeCode::concrete_base_type(Environment& env) const {
-  require(kind_ == tk_value, env);
+TypeCode* TypeCode::concrete_base_type(Environment& ev) const {
+  require(kind_ == tk_value, ev);
   return counted(content());
 }
 

@@ -60,13 +60,13 @@ class Comparison {
 
 }  // namespace
 
-Boolean TypeCode::equal(const TypeCode* other, Environment& env) const {
-  env.clear();
+Boolean TypeCode::equal(const TypeCode* other, Environment& ev) const {
+  ev.clear();
   return Comparison(false).same(this, other);
 }
 
-Boolean TypeCode::equivalent(const TypeCode* other, Environment& env) const {
-  env.clear();
+Boolean TypeCode::equivalent(const TypeCode* other, Environment& ev) const {
+  ev.clear();
   return Comparison(true).same(this, other);
 }
 

@@ -85,100 +85,100 @@ TypeCode* close_circles(TCKind kind, const TypeCode::Parameters& parameters) {
   return copy.fill(root, parameters, kind == tk_value, max_copy_depth) ? builder.finish(root) : nullptr;
 }
 
-TypeCode* made_or_raise(TypeCode* made, Environment& env) {
-  if (!made) raise<BAD_TYPECODE>(env);
+TypeCode* made_or_raise(TypeCode* made, Environment& ev) {
+  if (!made) raise<BAD_TYPECODE>(ev);
   return made;
 }
 
 TypeCode* create_record(TCKind kind, const char* id, const char* name,
-                        const std::vector<TypeCode::NamedType>& members, Environment& env) {
+                        const std::vector<TypeCode::NamedType>& members, Environment& ev) {
   std::vector<TypeCode::Member> rows;
   rows.reserve(members.size());
   for (const TypeCode::NamedType& each : members) rows.push_back({each.name, &each.type});
-  return TypeCode::create_named_tc(kind, {.id = id, .name = name, .members = rows}, env);
+  return TypeCode::create_named_tc(kind, {.id = id, .name = name, .members = rows}, ev);
 }
 
-TypeCode* create_list(TCKind kind, ULong length, TypeCode* element, Environment& env) {
-  env.clear();
-  return made_or_raise(make_typecode(kind, {.content = &element, .length = length}), env);
+TypeCode* create_list(TCKind kind, ULong length, TypeCode* element, Environment& ev) {
+  ev.clear();
+  return made_or_raise(make_typecode(kind, {.content = &element, .length = length}), ev);
 }
 
 }  // namespace
 
-TypeCode* TypeCode::create_named_tc(TCKind kind, const Parameters& parameters, Environment& env) {
-  env.clear();
-  if (!has(kind, has_id) || !parameters.id || !parameters.name) raise<BAD_PARAM>(env);
+TypeCode* TypeCode::create_named_tc(TCKind kind, const Parameters& parameters, Environment& ev) {
+  ev.clear();
+  if (!has(kind, has_id) || !parameters.id || !parameters.name) raise<BAD_PARAM>(ev);
   for (const Member& each : parameters.members) {
-    if (!each.name) raise<BAD_PARAM>(env);
+    if (!each.name) raise<BAD_PARAM>(ev);
   }
   const bool circles = can_contain_itself(kind) && has_open_part(parameters);
-  return made_or_raise(circles ? close_circles(kind, parameters) : make_typecode(kind, parameters), env);
+  return made_or_raise(circles ? close_circles(kind, parameters) : make_typecode(kind, parameters), ev);
 }
 
-TypeCode* TypeCode::get_compact_typecode(Environment& env) const {
-  env.clear();
+TypeCode* TypeCode::get_compact_typecode(Environment& ev) const {
+  ev.clear();
   auto* self = const_cast<TypeCode*>(this);
   if (is_simple(kind_)) return self;
   TypeCodeBuilder builder;
   GraphCopy copy(builder, /*names=*/false);
   TypeCode* const* made = self->at();
-  if (open_ || !copy.copy(made, true, max_copy_depth)) raise<BAD_TYPECODE>(env);
+  if (open_ || !copy.copy(made, true, max_copy_depth)) raise<BAD_TYPECODE>(ev);
   return builder.finish(*made);
 }
 
 TypeCode* TypeCode::create_struct_tc(const char* id, const char* name, const std::vector<NamedType>& members,
-                                     Environment& env) {
-  return create_record(tk_struct, id, name, members, env);
+                                     Environment& ev) {
+  return create_record(tk_struct, id, name, members, ev);
 }
 
 TypeCode* TypeCode::create_exception_tc(const char* id, const char* name,
-                                        const std::vector<NamedType>& members, Environment& env) {
-  return create_record(tk_except, id, name, members, env);
+                                        const std::vector<NamedType>& members, Environment& ev) {
+  return create_record(tk_except, id, name, members, ev);
 }
 
 TypeCode* TypeCode::create_enum_tc(const char* id, const char* name, const std::vector<const char*>& members,
-                                   Environment& env) {
+                                   Environment& ev) {
   std::vector<Member> rows;
   rows.reserve(members.size());
   for (const char* each : members) rows.push_back({each});
-  return create_named_tc(tk_enum, {.id = id, .name = name, .members = rows}, env);
+  return create_named_tc(tk_enum, {.id = id, .name = name, .members = rows}, ev);
 }
 
-TypeCode* TypeCode::create_alias_tc(const char* id, const char* name, TypeCode* original, Environment& env) {
-  return create_named_tc(tk_alias, {.id = id, .name = name, .content = &original}, env);
+TypeCode* TypeCode::create_alias_tc(const char* id, const char* name, TypeCode* original, Environment& ev) {
+  return create_named_tc(tk_alias, {.id = id, .name = name, .content = &original}, ev);
 }
 
-TypeCode* TypeCode::create_interface_tc(const char* id, const char* name, Environment& env) {
-  return create_named_tc(tk_objref, {id, name}, env);
+TypeCode* TypeCode::create_interface_tc(const char* id, const char* name, Environment& ev) {
+  return create_named_tc(tk_objref, {id, name}, ev);
 }
 
-TypeCode* TypeCode::create_string_tc(ULong bound, Environment& env) {
-  env.clear();
+TypeCode* TypeCode::create_string_tc(ULong bound, Environment& ev) {
+  ev.clear();
   return make_text_typecode(tk_string, bound);
 }
 
-TypeCode* TypeCode::create_wstring_tc(ULong bound, Environment& env) {
-  env.clear();
+TypeCode* TypeCode::create_wstring_tc(ULong bound, Environment& ev) {
+  ev.clear();
   return make_text_typecode(tk_wstring, bound);
 }
 
-TypeCode* TypeCode::create_fixed_tc(UShort digits, Short scale, Environment& env) {
-  env.clear();
-  if (!is_fixed_size(digits, scale)) raise<BAD_PARAM>(env);
+TypeCode* TypeCode::create_fixed_tc(UShort digits, Short scale, Environment& ev) {
+  ev.clear();
+  if (!is_fixed_size(digits, scale)) raise<BAD_PARAM>(ev);
   return make_typecode(tk_fixed, {.length = digits, .scale = scale});
 }
 
-TypeCode* TypeCode::create_sequence_tc(ULong bound, TypeCode* element, Environment& env) {
-  return create_list(tk_sequence, bound, element, env);
+TypeCode* TypeCode::create_sequence_tc(ULong bound, TypeCode* element, Environment& ev) {
+  return create_list(tk_sequence, bound, element, ev);
 }
 
-TypeCode* TypeCode::create_array_tc(ULong length, TypeCode* element, Environment& env) {
-  return create_list(tk_array, length, element, env);
+TypeCode* TypeCode::create_array_tc(ULong length, TypeCode* element, Environment& ev) {
+  return create_list(tk_array, length, element, ev);
 }
 
-TypeCode* TypeCode::create_recursive_tc(const char* id, Environment& env) {
-  env.clear();
-  if (!id || !*id) raise<BAD_PARAM>(env);
+TypeCode* TypeCode::create_recursive_tc(const char* id, Environment& ev) {
+  ev.clear();
+  if (!id || !*id) raise<BAD_PARAM>(ev);
   return make_typecode(tk_recursive, {.id = id});
 }
 

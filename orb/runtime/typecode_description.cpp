@@ -109,10 +109,10 @@ TypeCode* read_description(const Octet* octets, std::size_t length) {
   return type && builder.owns(*type) ? builder.finish(type) : type;
 }
 
-TypeCode* describe(const Octet* octets, std::size_t length, Environment& env) {
-  env.clear();
+TypeCode* describe(const Octet* octets, std::size_t length, Environment& ev) {
+  ev.clear();
   TypeCode* type = read_description(octets, length);
-  if (!type) env.exception(new BAD_TYPECODE);
+  if (!type) ev.exception(new BAD_TYPECODE);
   return type;
 }
 
@@ -120,12 +120,11 @@ TypeCode* describe(const Octet* octets, std::size_t length, Environment& env) {
 }  // namespace CORBA
 
 CORBA::TypeCode* cpp_CORBA_ORB_TypeCode_from_cgen_TC(void* /*orb*/, const CORBA_sequence_octet* encoded,
-                                                     CORBA::Environment& env) {
-  return encoded ? CORBA::describe(encoded->_buffer, encoded->_length, env)
-                 : CORBA::describe(nullptr, 0, env);
+                                                     CORBA::Environment& ev) {
+  return encoded ? CORBA::describe(encoded->_buffer, encoded->_length, ev) : CORBA::describe(nullptr, 0, ev);
 }
 
 CORBA::TypeCode* cpp_CORBA_ORB_TypeCode_from_cgen_TC(void* /*orb*/, const CORBA::OctetSeq& encoded,
-                                                     CORBA::Environment& env) {
-  return CORBA::describe(encoded.get_buffer(), encoded.length(), env);
+                                                     CORBA::Environment& ev) {
+  return CORBA::describe(encoded.get_buffer(), encoded.length(), ev);
 }

@@ -32,16 +32,16 @@ bool label_number(const Any& label, const TypeCode* discriminator, LongLong& num
 
 /// Fills in the labels; the index of the default member, or -1.
 Long set_labels(const UnionMemberSeq& members, const TypeCode* discriminator,
-                std::vector<TypeCode::Member>& rows, Environment& env) {
+                std::vector<TypeCode::Member>& rows, Environment& ev) {
   Long default_index = -1;
   std::set<LongLong> numbers;
   for (ULong i = 0; i < members.length(); ++i) {
     if (is_default_label(members[i].label, discriminator)) {
-      if (default_index >= 0) raise<BAD_PARAM>(env);
+      if (default_index >= 0) raise<BAD_PARAM>(ev);
       default_index = static_cast<Long>(i);
     } else if (!label_number(members[i].label, discriminator, rows[i].label) ||
                !numbers.insert(rows[i].label).second) {
-      raise<BAD_PARAM>(env);
+      raise<BAD_PARAM>(ev);
     }
   }
   return default_index;
@@ -50,81 +50,81 @@ Long set_labels(const UnionMemberSeq& members, const TypeCode* discriminator,
 }  // namespace
 
 TypeCode* TypeCodeFactory::create_struct_tc(const char* id, const char* name, const StructMemberSeq& members,
-                                            Environment& env) {
-  return TypeCode::create_named_tc(tk_struct, {.id = id, .name = name, .members = rows_of(members)}, env);
+                                            Environment& ev) {
+  return TypeCode::create_named_tc(tk_struct, {.id = id, .name = name, .members = rows_of(members)}, ev);
 }
 
 TypeCode* TypeCodeFactory::create_exception_tc(const char* id, const char* name,
-                                               const StructMemberSeq& members, Environment& env) {
-  return TypeCode::create_named_tc(tk_except, {.id = id, .name = name, .members = rows_of(members)}, env);
+                                               const StructMemberSeq& members, Environment& ev) {
+  return TypeCode::create_named_tc(tk_except, {.id = id, .name = name, .members = rows_of(members)}, ev);
 }
 
 TypeCode* TypeCodeFactory::create_union_tc(const char* id, const char* name, TypeCode* discriminator,
-                                           const UnionMemberSeq& members, Environment& env) {
-  env.clear();
-  if (!is_discriminator(discriminator)) raise<BAD_TYPECODE>(env);
+                                           const UnionMemberSeq& members, Environment& ev) {
+  ev.clear();
+  if (!is_discriminator(discriminator)) raise<BAD_TYPECODE>(ev);
   auto rows = rows_of(members);
-  const Long default_index = set_labels(members, discriminator, rows, env);
+  const Long default_index = set_labels(members, discriminator, rows, ev);
   return TypeCode::create_named_tc(
       tk_union,
       {.id = id, .name = name, .members = rows, .content = &discriminator, .default_index = default_index},
-      env);
+      ev);
 }
 
 TypeCode* TypeCodeFactory::create_enum_tc(const char* id, const char* name, const EnumMemberSeq& members,
-                                          Environment& env) {
+                                          Environment& ev) {
   std::vector<const char*> names;
   for (ULong i = 0; i < members.length(); ++i) names.push_back(members[i].in());
-  return TypeCode::create_enum_tc(id, name, names, env);
+  return TypeCode::create_enum_tc(id, name, names, ev);
 }
 
 TypeCode* TypeCodeFactory::create_value_tc(const char* id, const char* name, ValueModifier modifier,
                                            TypeCode* concrete_base, const ValueMemberSeq& members,
-                                           Environment& env) {
+                                           Environment& ev) {
   auto rows = rows_of(members);
   for (ULong i = 0; i < members.length(); ++i) rows[i].visibility = members[i].access;
   return TypeCode::create_named_tc(
       tk_value, {.id = id, .name = name, .members = rows, .content = &concrete_base, .modifier = modifier},
-      env);
+      ev);
 }
 
 TypeCode* TypeCodeFactory::create_alias_tc(const char* id, const char* name, TypeCode* original,
-                                           Environment& env) {
-  return TypeCode::create_alias_tc(id, name, original, env);
+                                           Environment& ev) {
+  return TypeCode::create_alias_tc(id, name, original, ev);
 }
 TypeCode* TypeCodeFactory::create_value_box_tc(const char* id, const char* name, TypeCode* boxed,
-                                               Environment& env) {
-  return TypeCode::create_named_tc(tk_value_box, {.id = id, .name = name, .content = &boxed}, env);
+                                               Environment& ev) {
+  return TypeCode::create_named_tc(tk_value_box, {.id = id, .name = name, .content = &boxed}, ev);
 }
-TypeCode* TypeCodeFactory::create_interface_tc(const char* id, const char* name, Environment& env) {
-  return TypeCode::create_named_tc(tk_objref, {id, name}, env);
+TypeCode* TypeCodeFactory::create_interface_tc(const char* id, const char* name, Environment& ev) {
+  return TypeCode::create_named_tc(tk_objref, {id, name}, ev);
 }
-TypeCode* TypeCodeFactory::create_abstract_interface_tc(const char* id, const char* name, Environment& env) {
-  return TypeCode::create_named_tc(tk_abstract_interface, {id, name}, env);
+TypeCode* TypeCodeFactory::create_abstract_interface_tc(const char* id, const char* name, Environment& ev) {
+  return TypeCode::create_named_tc(tk_abstract_interface, {id, name}, ev);
 }
-TypeCode* TypeCodeFactory::create_local_interface_tc(const char* id, const char* name, Environment& env) {
-  return TypeCode::create_named_tc(tk_local_interface, {id, name}, env);
+TypeCode* TypeCodeFactory::create_local_interface_tc(const char* id, const char* name, Environment& ev) {
+  return TypeCode::create_named_tc(tk_local_interface, {id, name}, ev);
 }
-TypeCode* TypeCodeFactory::create_native_tc(const char* id, const char* name, Environment& env) {
-  return TypeCode::create_named_tc(tk_native, {id, name}, env);
+TypeCode* TypeCodeFactory::create_native_tc(const char* id, const char* name, Environment& ev) {
+  return TypeCode::create_named_tc(tk_native, {id, name}, ev);
 }
-TypeCode* TypeCodeFactory::create_string_tc(ULong bound, Environment& env) {
-  return TypeCode::create_string_tc(bound, env);
+TypeCode* TypeCodeFactory::create_string_tc(ULong bound, Environment& ev) {
+  return TypeCode::create_string_tc(bound, ev);
 }
-TypeCode* TypeCodeFactory::create_wstring_tc(ULong bound, Environment& env) {
-  return TypeCode::create_wstring_tc(bound, env);
+TypeCode* TypeCodeFactory::create_wstring_tc(ULong bound, Environment& ev) {
+  return TypeCode::create_wstring_tc(bound, ev);
 }
-TypeCode* TypeCodeFactory::create_fixed_tc(UShort digits, Short scale, Environment& env) {
-  return TypeCode::create_fixed_tc(digits, scale, env);
+TypeCode* TypeCodeFactory::create_fixed_tc(UShort digits, Short scale, Environment& ev) {
+  return TypeCode::create_fixed_tc(digits, scale, ev);
 }
-TypeCode* TypeCodeFactory::create_sequence_tc(ULong bound, TypeCode* element, Environment& env) {
-  return TypeCode::create_sequence_tc(bound, element, env);
+TypeCode* TypeCodeFactory::create_sequence_tc(ULong bound, TypeCode* element, Environment& ev) {
+  return TypeCode::create_sequence_tc(bound, element, ev);
 }
-TypeCode* TypeCodeFactory::create_array_tc(ULong length, TypeCode* element, Environment& env) {
-  return TypeCode::create_array_tc(length, element, env);
+TypeCode* TypeCodeFactory::create_array_tc(ULong length, TypeCode* element, Environment& ev) {
+  return TypeCode::create_array_tc(length, element, ev);
 }
-TypeCode* TypeCodeFactory::create_recursive_tc(const char* id, Environment& env) {
-  return TypeCode::create_recursive_tc(id, env);
+TypeCode* TypeCodeFactory::create_recursive_tc(const char* id, Environment& ev) {
+  return TypeCode::create_recursive_tc(id, ev);
 }
 
 }  // namespace CORBA

@@ -40,8 +40,8 @@ TEST_F(Activation, Failures) {
   const POAInfoPtr located = make(NON_RETAIN, USE_SERVANT_MANAGER);
   const char* const intf = "IDL:x:1.0";
   PortableServer_ServantLocator_impl locator;
-  user->activate_object_with_id(a, &servant, env);
-  retain->activate_object_with_id(a, &servant, env);
+  user->activate_object_with_id(a, &servant, own_ev);
+  retain->activate_object_with_id(a, &servant, own_ev);
 
   REFUSED(BAD_PARAM, located, activate_object, "servant is null", nullptr);
   REFUSED(POA::WrongPolicy, user, activate_object, "wrong policy", &other);
@@ -71,25 +71,25 @@ TEST_F(Activation, Failures) {
 
 TEST_F(Activation, MultipleIdsAndRepeatedOnes) {
   const POAInfoPtr multiple = make(USER_ID, MULTIPLE_ID);
-  for (PlainServant* s : {&servant, &servant, &other}) multiple->activate_object_with_id(a, s, env);
-  multiple->activate_object_with_id(b, &servant, env);
+  for (PlainServant* s : {&servant, &servant, &other}) multiple->activate_object_with_id(a, s, own_ev);
+  multiple->activate_object_with_id(b, &servant, own_ev);
   EXPECT_EQ(entries_of(*multiple, servant), 3);
   for (const PlainServant* next : {&servant, &servant, &other}) {
-    EXPECT_EQ(multiple->id_to_servant(a, env), next);
-    multiple->deactivate_object(a, env);
+    EXPECT_EQ(multiple->id_to_servant(a, own_ev), next);
+    multiple->deactivate_object(a, own_ev);
   }
   expect_raised<POA::ObjectNotActive>([&](auto& ev) { multiple->deactivate_object(a, ev); });
 }
 
 TEST_F(Activation, DeactivationWithdrawsTheReferenceAndEtherealizes) {
   expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { managed->poa_object->get_servant_manager(ev); });
-  managed->set_servant_manager(&activator, env);
-  EXPECT_EQ(managed->poa_object->get_servant_manager(env), &activator) << "not a duplicate";
-  managed->activate_object_with_id(a, &servant, env);
+  managed->set_servant_manager(&activator, own_ev);
+  EXPECT_EQ(managed->poa_object->get_servant_manager(own_ev), &activator) << "not a duplicate";
+  managed->activate_object_with_id(a, &servant, own_ev);
   const uint32_t bound = ZR_bound_objects();
-  CORBA::release(managed->id_to_reference(a, env));
+  CORBA::release(managed->id_to_reference(a, own_ev));
   EXPECT_EQ(ZR_bound_objects(), bound + 1);
-  managed->deactivate_object(a, env);
+  managed->deactivate_object(a, own_ev);
   EXPECT_EQ(ZR_bound_objects(), bound);
   EXPECT_EQ(servant.get_ObjectReference(managed->poa_object, &a), nullptr);
   EXPECT_THAT(activator.calls,
@@ -97,24 +97,24 @@ TEST_F(Activation, DeactivationWithdrawsTheReferenceAndEtherealizes) {
   EXPECT_EQ(servant.get_ref_counter(), 0u);
 
   const POAInfoPtr without = make(USE_SERVANT_MANAGER, USER_ID);
-  without->activate_object_with_id(a, &servant, env);
-  without->deactivate_object(a, env);  // nobody to tell, and no failure
+  without->activate_object_with_id(a, &servant, own_ev);
+  without->deactivate_object(a, own_ev);  // nobody to tell, and no failure
   EXPECT_EQ(entries_of(*without, servant), 0);
   top->destroy(false, false);  // before its managers go
 }
 
 TEST_F(Activation, TheDefaultServantHasAnIdAsLongAsItIsInstalled) {
-  defaulted->set_servant(&servant, env);
+  defaulted->set_servant(&servant, own_ev);
   const auto first = defaulted->default_servant.oid();
   ASSERT_NE(first, nullptr);
-  defaulted->set_servant(&servant, env);
+  defaulted->set_servant(&servant, own_ev);
   EXPECT_EQ(defaulted->default_servant.oid(), first);
   EXPECT_EQ(ServantAccess::default_count(servant), 1u);
-  defaulted->set_servant(&other, env);
-  EXPECT_EQ(defaulted->get_servant(env), &other);
+  defaulted->set_servant(&other, own_ev);
+  EXPECT_EQ(defaulted->get_servant(own_ev), &other);
   EXPECT_FALSE(oid_is_equivalent(*defaulted->default_servant.oid(), *first));
   EXPECT_EQ(ServantAccess::default_count(servant), 0u);
-  defaulted->set_servant(nullptr, env);
+  defaulted->set_servant(nullptr, own_ev);
   EXPECT_EQ(defaulted->default_servant.oid(), nullptr);
   EXPECT_EQ(ServantAccess::default_count(other), 0u);
   expect_raised<POA::NoServant>([&](auto& ev) { defaulted->get_servant(ev); });
@@ -123,13 +123,13 @@ TEST_F(Activation, TheDefaultServantHasAnIdAsLongAsItIsInstalled) {
 TEST_F(Activation, ADefaultServantThatIsTakenAwayKeepsNoReference) {
   const uint32_t bound = ZR_bound_objects();
   for (ServantBase* next : {static_cast<ServantBase*>(nullptr), static_cast<ServantBase*>(&other)}) {
-    defaulted->set_servant(&servant, env);
+    defaulted->set_servant(&servant, own_ev);
     const auto oid = defaulted->default_servant.oid();
-    CORBA::Object* reference = defaulted->POACreateReference(*oid, "IDL:test/Plain:1.0", env);
-    CORBA_ORB_bind_object2(core_handles.orb, reference->get_ref(), nullptr, env._evp);
+    CORBA::Object* reference = defaulted->POACreateReference(*oid, "IDL:test/Plain:1.0", own_ev);
+    CORBA_ORB_bind_object2(core_handles.orb, reference->get_ref(), nullptr, own_ev._evp);
     servant.set_ObjectReference(defaulted->poa_object, reference, 0, core_handles.boa, oid.get());
     EXPECT_EQ(list_references(servant).size(), 1u);
-    defaulted->set_servant(next, env);
+    defaulted->set_servant(next, own_ev);
     EXPECT_EQ(list_references(servant).size(), 0u);
     EXPECT_EQ(ZR_bound_objects(), bound);
   }
@@ -138,15 +138,15 @@ TEST_F(Activation, ADefaultServantThatIsTakenAwayKeepsNoReference) {
 TEST_F(Activation, OneOfManyThreadsActivatesDeactivatesAndSetsTheManager) {
   for (int round = 0; round < 25; ++round) {
     const POAInfoPtr poa = make(USER_ID), to_manage = make(USE_SERVANT_MANAGER);
-    to_manage->set_servant_manager(nullptr, env);  // sets none
-    EXPECT_EQ(to_manage->get_servant_manager(env), nullptr);
+    to_manage->set_servant_manager(nullptr, own_ev);  // sets none
+    EXPECT_EQ(to_manage->get_servant_manager(own_ev), nullptr);
     expect_one<CORBA::BAD_INV_ORDER>(
         [&](auto, auto& own) { to_manage->set_servant_manager(&activator, own); });
-    EXPECT_EQ(to_manage->get_servant_manager(env), &activator);
+    EXPECT_EQ(to_manage->get_servant_manager(own_ev), &activator);
     expect_one<POA::ServantAlreadyActive>(
         [&](auto i, auto& own) { poa->activate_object_with_id(i % 2 ? a : b, &servant, own); });
     EXPECT_EQ(entries_of(*poa, servant), 1);
-    const ObjectId_var oid(poa->servant_to_id(&servant, env));
+    const ObjectId_var oid(poa->servant_to_id(&servant, own_ev));
     const auto deactivate = [&](auto, auto& own) { poa->deactivate_object(oid.in(), own); };
     expect_one<POA::ObjectNotActive>(deactivate);
     std::vector<PlainServant> servants(4);

@@ -175,7 +175,7 @@ TEST_F(ActiveMap, EtherealizeHandsOverEachServantOnce) {
     std::thread([&] { EXPECT_EQ(find("a"), nullptr); }).join();  // the semaphore is free
     delete handed_over;
   };
-  for (int i = 0; i < 2; ++i) map.etherealize(top, 1, 0, &activator, env);
+  for (int i = 0; i < 2; ++i) map.etherealize(top, 1, 0, &activator, own_ev);
   EXPECT_EQ(activator.calls.size(), 2u);
   // The entries stay, but answer nothing and touch the servants no more.
   EXPECT_NE(map.entries[0].p_servant, nullptr);
@@ -189,7 +189,8 @@ TEST_F(ActiveMap, ClearingOneWayAndDeactivatingTheOtherDoNotBlockEachOther) {
   const uint32_t bound = ZR_bound_objects();
   for (int round = 0; round < 20; ++round) {
     for (PlainServant& each : servants)
-      CORBA::release(record->id_to_reference(ObjectId_var(record->activate_object(&each, env)).in(), env));
+      CORBA::release(
+          record->id_to_reference(ObjectId_var(record->activate_object(&each, own_ev)).in(), own_ev));
     run_together(2, [&](std::size_t i) {
       if (i == 0) return record->active_object_map.load()->clear_servants(top);
       for (PlainServant& each : servants) each.deactivate_ObjectReference();

@@ -50,8 +50,8 @@ TEST_F(Conversion, DecisionTable) {
   };
   for (const auto& row : rows) {
     POAInfo* const poa = row.poa.get();
-    if (poa->policies.retains()) poa->activate_object_with_id(a, &servant, env);
-    if (poa->policies.uses_default_servant()) poa->set_servant(&fallback, env);
+    if (poa->policies.retains()) poa->activate_object_with_id(a, &servant, own_ev);
+    if (poa->policies.uses_default_servant()) poa->set_servant(&fallback, own_ev);
     const auto id_word = [&](ObjectId* oid) {
       const ObjectId_var owned(oid);
       const auto default_oid = poa->default_servant.oid();
@@ -72,8 +72,8 @@ TEST_F(Conversion, DecisionTable) {
     for (PlainServant* s : {&servant, &another})
       add([&](auto& ev) { return reference_word(poa->servant_to_reference(s, ev), ev); });
     for (const ObjectId* oid : {&a, &b}) {
-      const CORBA::Object_var reference(poa->POACreateReference(*oid, "IDL:x:1.0", env));
-      EXPECT_EQ(text_of(ObjectId_var(poa->reference_to_id(reference.in(), env)).in()), text_of(*oid));
+      const CORBA::Object_var reference(poa->POACreateReference(*oid, "IDL:x:1.0", own_ev));
+      EXPECT_EQ(text_of(ObjectId_var(poa->reference_to_id(reference.in(), own_ev)).in()), text_of(*oid));
       add([&](auto& ev) { return servant_word(poa->reference_to_servant(reference.in(), ev)); });
     }
     for (const ObjectId* oid : {&a, &b})
@@ -90,7 +90,7 @@ TEST_F(Conversion, Failures) {
   using CORBA::BAD_PARAM;
   const POAInfoPtr plain = make(), user = make(USER_ID), located = make(NON_RETAIN, USE_SERVANT_MANAGER);
   const POAInfoPtr defaulted = make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID);
-  const CORBA::Object_var foreign(user->create_reference_with_id(a, "IDL:x:1.0", env));
+  const CORBA::Object_var foreign(user->create_reference_with_id(a, "IDL:x:1.0", own_ev));
 
   REFUSED(BAD_PARAM, located, servant_to_id, "servant is null", nullptr);
   REFUSED(POA::ServantNotActive, defaulted, servant_to_id, "ServantNotActive", &servant);
@@ -106,13 +106,13 @@ TEST_F(Conversion, Failures) {
 
 TEST_F(Conversion, ABindingThatIsRefusedEndsTheConversion) {
   const POAInfoPtr poa = make();
-  poa->activate_object_with_id(a, &servant, env);
-  const CORBA::Object_var bound_before(poa->POACreateReference(a, "IDL:test/Plain:1.0", env));
-  CORBA_ORB_bind_object2(core_handles.orb, bound_before->get_ref(), nullptr, env._evp);
+  poa->activate_object_with_id(a, &servant, own_ev);
+  const CORBA::Object_var bound_before(poa->POACreateReference(a, "IDL:test/Plain:1.0", own_ev));
+  CORBA_ORB_bind_object2(core_handles.orb, bound_before->get_ref(), nullptr, own_ev._evp);
   expect_raised<POA::ServantNotActive>([&](auto& ev) { poa->servant_to_reference(&servant, ev); });
-  poa->deactivate_object(a, env);
+  poa->deactivate_object(a, own_ev);
   PlainServant nameless(nullptr);
-  poa->activate_object_with_id(a, &nameless, env);
+  poa->activate_object_with_id(a, &nameless, own_ev);
   expect_raised<POA::ObjectNotActive>([&](auto& ev) { poa->id_to_reference(a, ev); });
   top->destroy(false, false);
 }
@@ -120,26 +120,26 @@ TEST_F(Conversion, ABindingThatIsRefusedEndsTheConversion) {
 TEST_F(Conversion, ImplicitActivationIsTracedStepByStep) {
   const POAInfoPtr poa = make(IMPLICIT_ACTIVATION);
   TraceRecorder trace;
-  ObjectId_var(poa->servant_to_id(&servant, env));
+  ObjectId_var(poa->servant_to_id(&servant, own_ev));
   EXPECT_TRUE(trace.in_order({"POAInfo::genSystemId end...",
                               "ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[0]]",
                               "  POA_impl_is_ready call", "POAInfo::POA_impl_is_ready called...",
                               "POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]"}));
-  poa->deactivate_object(ObjectId_var(poa->servant_to_id(&servant, env)).in(), env);
+  poa->deactivate_object(ObjectId_var(poa->servant_to_id(&servant, own_ev)).in(), own_ev);
 }
 
 TEST_F(Conversion, OneServantAndIdYieldOneBoundReference) {
   const POAInfoPtr poa = make();
-  const ObjectId_var oid(poa->activate_object(&servant, env));
+  const ObjectId_var oid(poa->activate_object(&servant, own_ev));
   const uint32_t bound = ZR_bound_objects();
-  const CORBA::Object_var first(poa->servant_to_reference(&servant, env));
-  const CORBA::Object_var more[] = {poa->servant_to_reference(&servant, env),
-                                    poa->id_to_reference(oid.in(), env)};
+  const CORBA::Object_var first(poa->servant_to_reference(&servant, own_ev));
+  const CORBA::Object_var more[] = {poa->servant_to_reference(&servant, own_ev),
+                                    poa->id_to_reference(oid.in(), own_ev)};
   for (const CORBA::Object_var& each : more) EXPECT_TRUE(first->_is_equivalent(each.in()));
   EXPECT_EQ(ZR_bound_objects(), bound + 1);
   EXPECT_STREQ(ZR_object_type_id(first->get_ref()), "IDL:test/Plain:1.0");
   EXPECT_NE(servant.get_ObjectReference(poa->poa_object, oid), first.in());
-  poa->deactivate_object(oid.in(), env);
+  poa->deactivate_object(oid.in(), own_ev);
   EXPECT_EQ(ZR_bound_objects(), bound);
 }
 
@@ -154,6 +154,6 @@ TEST_F(Conversion, ImplicitActivationByManyThreadsIsOneActivation) {
     });
     EXPECT_EQ(entries_of(*poa, servant), 1);
     for (const ObjectId_var& oid : ids) EXPECT_TRUE(oid_is_equivalent(oid.in(), ids[0].in()));
-    poa->deactivate_object(ids[0].in(), env);
+    poa->deactivate_object(ids[0].in(), own_ev);
   }
 }

@@ -137,8 +137,8 @@ TEST_F(Ids, LongestNamesAndIdsInReferences) {
       expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { record->POACreateReference(oid, "IDL:x:1.0", ev); });
       EXPECT_TRUE(trace.has(row.refused));
     } else {
-      const CORBA::Object_var reference(record->POACreateReference(oid, "IDL:x:1.0", env));
-      EXPECT_EQ(text_of(*ObjectId_var(record->reference_to_id(reference.in(), env))), text_of(oid));
+      const CORBA::Object_var reference(record->POACreateReference(oid, "IDL:x:1.0", own_ev));
+      EXPECT_EQ(text_of(*ObjectId_var(record->reference_to_id(reference.in(), own_ev))), text_of(oid));
     }
   }
   outer->destroy(false, false);

@@ -95,5 +95,5 @@ class ObjectTest : public AdapterTest {
 
   PlainServant servant, other;
   const PortableServer::ObjectId a = oid_of("a"), b = oid_of("b"), empty = oid_of("");
-  CORBA::Environment env;
+  CORBA::Environment own_ev;
 };

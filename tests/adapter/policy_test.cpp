@@ -67,7 +67,7 @@ TEST_F(Policies, OneSharedObjectAValueWhoeverAsksFirst) {
   });
   EXPECT_EQ(got[0].size(), POLICY_TAGS);
   for (const auto& mine : got) EXPECT_EQ(mine, got[0]);
-  for (const auto& kind : kinds) EXPECT_EQ(kind.make(0, env)->policy_type(), kind.type);
+  for (const auto& kind : kinds) EXPECT_EQ(kind.make(0, own_ev)->policy_type(), kind.type);
 }
 
 TEST_F(Policies, EveryCombination) {
@@ -87,7 +87,7 @@ TEST_F(Policies, EveryCombination) {
       const std::size_t value = rest % kind.tags.size();
       rest /= kind.tags.size();
       list[static_cast<CORBA::ULong>(wanted.size())] =
-          kind.make(static_cast<CORBA::ULong>(value), env)->copy();
+          kind.make(static_cast<CORBA::ULong>(value), own_ev)->copy();
       wanted.push_back(kind.tags[value]);
     }
     SCOPED_TRACE(testing::PrintToString(wanted));
@@ -117,7 +117,7 @@ TEST_F(Policies, AnyReferenceIsTakenForAPolicy) {
   const auto carrying = [&](std::uint32_t octets, std::uint32_t number) {
     CORBA_sequence_octet data{octets, octets, reinterpret_cast<unsigned char*>(&number)};
     CORBA::Policy* policy = new PortableServer_ThreadPolicy_impl;
-    policy->set_ref(create_reference_handle(&data, "IDL:x:1.0", "IDL:x:1.0", env._evp));
+    policy->set_ref(create_reference_handle(&data, "IDL:x:1.0", "IDL:x:1.0", own_ev._evp));
     return policy;
   };
   const std::tuple<const char*, CORBA::Policy*, PolicyTag> rows[] = {

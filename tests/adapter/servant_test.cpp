@@ -25,7 +25,7 @@ class CountedServant : public RefCountServantBase {
 class Servants : public ObjectTest {
  protected:
   CORBA::Object* new_reference(POA* poa, const ObjectId& oid) {
-    return record_of(poa)->POACreateReference(oid, "IDL:test/Plain:1.0", env);
+    return record_of(poa)->POACreateReference(oid, "IDL:test/Plain:1.0", own_ev);
   }
   std::size_t nodes() const {
     std::size_t count = 0;
@@ -54,15 +54,15 @@ class Lifespans : public Servants {
 
 TEST_F(Servants, WhatItIs) {
   CountedServant counted;
-  EXPECT_TRUE(counted._is_a(COUNTED_ID, env));
+  EXPECT_TRUE(counted._is_a(COUNTED_ID, own_ev));
   for (const char* id :
        {"IDL:omg.org/CORBA/Object:1.0", "IDL:test/Counted:1.1", "", static_cast<const char*>(nullptr)})
-    EXPECT_FALSE(counted._is_a(id, env));
-  EXPECT_FALSE(counted._non_existent(env));
-  EXPECT_FALSE(PlainServant(nullptr)._is_a(COUNTED_ID, env));
+    EXPECT_FALSE(counted._is_a(id, own_ev));
+  EXPECT_FALSE(counted._non_existent(own_ev));
+  EXPECT_FALSE(PlainServant(nullptr)._is_a(COUNTED_ID, own_ev));
 
   testing::internal::CaptureStderr();
-  EXPECT_EQ(counted._get_interface(env), nullptr);
+  EXPECT_EQ(counted._get_interface(own_ev), nullptr);
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               testing::ContainsRegex("!!!Exception\t[0-9]+/[0-9]+ \\[Src/servantbase\\([0-9]+\\)\\]:\t"
                                      "CORBA_USER_EXCEPTION:\tIDL:CORBA/StExcep/"
@@ -70,7 +70,7 @@ TEST_F(Servants, WhatItIs) {
   ZR_register_interface(COUNTED_ID);
   const CORBA::Object_var reference(root->servant_to_reference(&counted));
   POAManager_var(root->the_POAManager())->activate();
-  EXPECT_TRUE(CORBA::InterfaceDef_var(reference->_get_interface(env))->get_ref());  // through the ORB
+  EXPECT_TRUE(CORBA::InterfaceDef_var(reference->_get_interface(own_ev))->get_ref());  // through the ORB
   root->deactivate_object(ObjectId_var(root->servant_to_id(&counted)));
 }
 
@@ -90,7 +90,7 @@ TEST_F(Servants, CountsAndTheVarThatHoldsThem) {
 }
 
 TEST_F(Lifespans, DeletionWaitsForTheLastRequestAndSparesDefaultServants) {
-  servant.set_timer(1000, env);
+  servant.set_timer(1000, own_ev);
   servant.add_default_servant_ref();
   servant.servant_delete();
   EXPECT_FALSE(servant.get_to_be_deleted());
@@ -113,13 +113,13 @@ TEST_F(Lifespans, DeletionWaitsForTheLastRequestAndSparesDefaultServants) {
 TEST_F(Lifespans, TimersAreSetMovedAndCleared) {
   const auto now = static_cast<CORBA::ULong>(std::time(nullptr));
   for (const CORBA::ULong seconds : {0u, 3000u, 6000u, 1000u, 0u}) {
-    servant.set_timer(static_cast<CORBA::Long>(seconds), env);
+    servant.set_timer(static_cast<CORBA::Long>(seconds), own_ev);
     expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { servant.set_timer(-1, ev); });
     EXPECT_EQ(servant_lifespan_list().size(), seconds != 0);
     EXPECT_GE(servant.get_timer(), seconds ? now + seconds : 0);
     EXPECT_LE(servant.get_timer(), seconds ? now + seconds + 100 : 0);
   }
-  PlainServant().set_timer(1000, env);
+  PlainServant().set_timer(1000, own_ev);
   EXPECT_EQ(servant_lifespan_list().size(), 0u) << "a servant that goes takes its timer along";
 }
 
@@ -128,7 +128,7 @@ TEST_F(Servants, TimersOfManyThreads) {
     CORBA::Environment own;
     for (int n = 0; n < 200; ++n) (n % 2 ? servant : other).set_timer(i % 2 ? 1000 : 0, own);
   });
-  for (PlainServant* each : {&servant, &other}) each->set_timer(0, env);
+  for (PlainServant* each : {&servant, &other}) each->set_timer(0, own_ev);
   MutexGuard guard(poa_svt_lifespan_mutex);
   EXPECT_EQ(servant_lifespan_list().size(), 0u);
 }
@@ -182,20 +182,20 @@ TEST_F(Servants, DeactivatingWithdrawsWhatIsItsOwn) {
   const POAInfoPtr many = make(MULTIPLE_ID, USER_ID);
   const uint32_t bound = ZR_bound_objects();
   for (const ObjectId* id : {&a, &b}) {
-    many->activate_object_with_id(*id, &servant, env);
-    CORBA::release(many->id_to_reference(*id, env));
+    many->activate_object_with_id(*id, &servant, own_ev);
+    CORBA::release(many->id_to_reference(*id, own_ev));
   }
   {
     PoaSemaphoreGuard guard(__LINE__);
     many->active_object_map.load()->removeById(guard, "b");  // b goes over to another servant
   }
-  many->activate_object_with_id(b, &other, env);
+  many->activate_object_with_id(b, &other, own_ev);
   EXPECT_EQ(ZR_bound_objects(), bound + 2);
 
   servant.deactivate_ObjectReference();
   EXPECT_EQ(ZR_bound_objects(), bound);
   EXPECT_EQ(listed(), 0u);
   EXPECT_EQ(entries_of(*many, servant), 0);
-  EXPECT_EQ(many->id_to_servant(b, env), &other);
-  many->deactivate_object(b, env);
+  EXPECT_EQ(many->id_to_servant(b, own_ev), &other);
+  many->deactivate_object(b, own_ev);
 }

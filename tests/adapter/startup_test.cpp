@@ -31,7 +31,7 @@ TEST_F(StartUp, TheRootPoaStandsWhole) {
   for (const PolicyKind& kind : policy_kinds) tags.push_back(record->policies.*kind.field);
   EXPECT_THAT(tags, testing::ElementsAre(0, 2, 4, 7, 8, 10, 12));
   for (auto* id : {ZR_object_get_IntfID, ZR_object_get_ImplID})
-    EXPECT_STREQ(id(POAInfo::root_poa->get_ref(), 0, env._evp), "IDL:org.omg/PortableServer/POA:1.0");
+    EXPECT_STREQ(id(POAInfo::root_poa->get_ref(), 0, own_ev._evp), "IDL:org.omg/PortableServer/POA:1.0");
 }
 
 TEST_F(StartUp, ARecordInUseOutlivesItsPoaAndHoldsItsParents) {
@@ -42,7 +42,7 @@ TEST_F(StartUp, ARecordInUseOutlivesItsPoaAndHoldsItsParents) {
   EXPECT_EQ(trace.count_starting("POAInfo::~POAInfo called..."), 0u)
       << "each record is the parent of one in use";
   EXPECT_STREQ(held->parent->the_adapter_name(), "below");
-  EXPECT_NE(POA_var(POA::_duplicate(held->the_parent(env))).in(), nullptr);
+  EXPECT_NE(POA_var(POA::_duplicate(held->the_parent(own_ev))).in(), nullptr);
   expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { held->create_POA("late", nullptr, {}, ev); });
   expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { held->destroy(false, false, ev); });
   held.reset();
@@ -57,7 +57,7 @@ TEST_F(StartUp, NoOperationWorksOnADestroyedPoa) {
   POA_var no_poa = POA::_narrow(ThreadPolicy_var(root->create_thread_policy(ORB_CTRL_MODEL)));
   POA_var no_handle = new PortableServer_POA_impl, never_given_out = new PortableServer_POA_impl;
   ValueReferenceData<Identity> data(~Identity{0});
-  never_given_out->set_ref(create_reference_handle(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", env._evp));
+  never_given_out->set_ref(create_reference_handle(&data.sequence, "IDL:x:1.0", "IDL:x:1.0", own_ev._evp));
   for (POA* poa : {top.in(), no_poa.in(), no_handle.in(), never_given_out.in()}) {
     refused<CORBA::BAD_PARAM>("PortableServer_POA_impl::the_name [poa_info is null.]",
                               [&](auto& ev) { poa->the_name(ev); });

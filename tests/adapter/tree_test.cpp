@@ -172,11 +172,11 @@ TEST_F(Tree, AFailedTeardownLeavesAWholeTree) {
 
 TEST_F(Tree, DestroyWithdrawsTheDefaultServant) {
   const POAInfoPtr record = make(USE_DEFAULT_SERVANT, MULTIPLE_ID, NON_RETAIN);
-  record->set_servant(&servant, env);
+  record->set_servant(&servant, own_ev);
   const auto oid = record->default_servant.oid();
   const uint32_t bound = ZR_bound_objects();
-  CORBA::Object* reference = record->POACreateReference(*oid, "IDL:test/Tree:1.0", env);
-  CORBA_ORB_bind_object2(core_handles.orb, reference->get_ref(), nullptr, env._evp);
+  CORBA::Object* reference = record->POACreateReference(*oid, "IDL:test/Tree:1.0", own_ev);
+  CORBA_ORB_bind_object2(core_handles.orb, reference->get_ref(), nullptr, own_ev._evp);
   servant.set_ObjectReference(record->poa_object, reference, 0, core_handles.boa, oid.get());
   ASSERT_EQ(ZR_bound_objects(), bound + 1);
   POA_var(POA::_duplicate(record->poa_object))->destroy(false, false);

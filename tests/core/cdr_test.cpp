@@ -88,15 +88,15 @@ TEST(Cdr, StringsAreCheckedAndFailuresMoveNothing) {
 }
 
 TEST(Environment, TheLastFailureIsKeptByThread) {
-  Outcome env;
+  Outcome ev;
   set_last_failure("COMM_FAILURE", 7);
   std::thread([] { set_last_failure("TIMEOUT"); }).join();
-  SetStdExReqLib(CORBA_COMPLETED_MAYBE, env);
-  const CORBA_Environment& filled = *static_cast<CORBA_Environment*>(env);
+  SetStdExReqLib(CORBA_COMPLETED_MAYBE, ev);
+  const CORBA_Environment& filled = *static_cast<CORBA_Environment*>(ev);
   EXPECT_TRUE(filled._minor == 7 && filled._completed == CORBA_COMPLETED_MAYBE && !filled._owned);
-  EXPECT_EQ(env.name(), "COMM_FAILURE");
+  EXPECT_EQ(ev.name(), "COMM_FAILURE");
   set_last_failure("TRANSIENT");  // nobody took the request
-  SetStdExReqLib(CORBA_COMPLETED_MAYBE, env);
+  SetStdExReqLib(CORBA_COMPLETED_MAYBE, ev);
   EXPECT_EQ(filled._completed, unsigned{CORBA_COMPLETED_NO});
 }
 

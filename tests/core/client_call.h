@@ -7,11 +7,11 @@
 using Result = std::string;
 
 inline Result failure() {
-  Outcome env;
-  SetStdExReqLib(CORBA_COMPLETED_MAYBE, env);
-  const CORBA_Environment& record = *static_cast<CORBA_Environment*>(env);
+  Outcome ev;
+  SetStdExReqLib(CORBA_COMPLETED_MAYBE, ev);
+  const CORBA_Environment& record = *static_cast<CORBA_Environment*>(ev);
   const bool knows = record._completed == CORBA_COMPLETED_NO;
-  const std::string minor = std::to_string(record._minor), name = env.name();
+  const std::string minor = std::to_string(record._minor), name = ev.name();
   EXPECT_EQ(knows, name == "TRANSIENT") << name << ": nobody took such a request, and no other is known of";
   return name + " " + minor;
 }

@@ -78,9 +78,9 @@ TEST(CodeSets, WideTextsOfAnUnknownSetAreRefused) {
   wchar_t character = L'a';
   EXPECT_FALSE(OM_cdr_write_wstring(out, L"a") || OM_cdr_wchar(out, &character));
   EXPECT_EQ(static_cast<CDR*>(out)->unconvertible, ZR_UNKNOWN_CODE_SET);
-  Outcome env;
-  SetStdExCDR(out, CORBA_COMPLETED_NO, env);
-  EXPECT_EQ(env.name(), "CODESET_INCOMPATIBLE");
+  Outcome ev;
+  SetStdExCDR(out, CORBA_COMPLETED_NO, ev);
+  EXPECT_EQ(ev.name(), "CODESET_INCOMPATIBLE");
 }
 
 TEST(CodeSets, ACallUsesWhatTheServerTakes) {

@@ -126,17 +126,17 @@ inline std::string own_call(const std::string& key, const char* operation, int32
   uint32_t kind = 0, status = 99;
   CDR* cdr = nullptr;
   int32_t value = argument;
-  Outcome env;
+  Outcome ev;
   const bool answered = OM_req_lib_initiator_request_create(target.get(), operation, 1, &request, &kind) &&
                         OM_req_lib_UNO_IIOP_get_cdr(request, &cdr) && OM_cdr_long(cdr, &value) &&
                         OM_req_lib_UNO_IIOP_send_request(request) &&
                         OM_req_lib_UNO_IIOP_recv_reply(request) &&
                         OM_req_lib_UNO_IIOP_decode_reply_header(request, &status);
-  if (!answered) SetStdExReqLib(CORBA_COMPLETED_NO, env);
-  if (status == ZR_REPLY_SYSTEM_EXCEPTION) OM_req_lib_UNO_IIOP_decode_standard_excep(request, env);
+  if (!answered) SetStdExReqLib(CORBA_COMPLETED_NO, ev);
+  if (status == ZR_REPLY_SYSTEM_EXCEPTION) OM_req_lib_UNO_IIOP_decode_standard_excep(request, ev);
   const bool right = status == ZR_REPLY_NO_EXCEPTION && OM_cdr_long(cdr, &value);
   OM_req_lib_UNO_IIOP_initiator_request_complete(request);
-  return right ? std::to_string(value) : env.name();
+  return right ? std::to_string(value) : ev.name();
 }
 
 /// A started ORB with the group open; undone at the end.

@@ -394,12 +394,12 @@ TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
 
 TEST_F(Engine, ShutsDownFromAServantAndStartsAgain) {
   operations["shutdown"] = [&](Upcalled& r) {
-    Outcome env;
-    CORBA_ORB_shutdown(orb_, 1, env);
-    EXPECT_EQ(env.name(), "BAD_INV_ORDER");  // it cannot wait for itself
-    CORBA_ORB_shutdown(orb_, 0, env);
-    CORBA_ORB_shutdown(orb_, 0, env);
-    EXPECT_EQ(env.name(), "");
+    Outcome ev;
+    CORBA_ORB_shutdown(orb_, 1, ev);
+    EXPECT_EQ(ev.name(), "BAD_INV_ORDER");  // it cannot wait for itself
+    CORBA_ORB_shutdown(orb_, 0, ev);
+    CORBA_ORB_shutdown(orb_, 0, ev);
+    EXPECT_EQ(ev.name(), "");
     r.answer(1);
   };
   start({"-ORBThreads", "2"});

@@ -17,10 +17,10 @@ std::string call_on(zrsv::Reference* object) {
     OM_req_lib_UNO_IIOP_initiator_request_complete(request);
     return "made";
   }
-  Outcome env;
-  SetStdExReqLib(CORBA_COMPLETED_NO, env);
-  const uint32_t minor = static_cast<CORBA_Environment*>(env)->_minor;
-  return env.name() + " " + std::to_string(minor);
+  Outcome ev;
+  SetStdExReqLib(CORBA_COMPLETED_NO, ev);
+  const uint32_t minor = static_cast<CORBA_Environment*>(ev)->_minor;
+  return ev.name() + " " + std::to_string(minor);
 }
 
 /// Runs `body` in a child process; what it returns.

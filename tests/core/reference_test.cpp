@@ -23,14 +23,14 @@ constexpr bool native_little = std::endian::native == std::endian::little;
 Handle adopt(void* handle) { return Handle::adopt(as_reference(handle)); }
 
 Handle create(std::string data, const char* intf = "IDL:T:1.0", const char* impl = "impl",
-              CORBA_Environment* env = nullptr) {
+              CORBA_Environment* ev = nullptr) {
   const auto length = static_cast<uint32_t>(data.size());
   const CORBA_sequence_octet octets{length, length, reinterpret_cast<unsigned char*>(data.data())};
-  return adopt(ZR_create_object_reference(&octets, intf, impl, env));
+  return adopt(ZR_create_object_reference(&octets, intf, impl, ev));
 }
 
-Handle from_text(const std::string& text, CORBA_Environment* env = nullptr) {
-  return adopt(CORBA_ORB_string_to_object(nullptr, text.c_str(), env));
+Handle from_text(const std::string& text, CORBA_Environment* ev = nullptr) {
+  return adopt(CORBA_ORB_string_to_object(nullptr, text.c_str(), ev));
 }
 
 std::string taken(char* text) {
@@ -78,7 +78,8 @@ TEST(ObjectKey, IsTheExactInverseUpToItsLimits) {
 /// A file of a secret, while a test runs.
 class SecretFile {
  public:
-  explicit SecretFile(const std::string& octets, unsigned mode = 0600) : path(testing::TempDir() + "secret") {
+  explicit SecretFile(const std::string& octets, unsigned mode = 0600)
+      : path(testing::TempDir() + "secret" + std::to_string(::getpid())) {
     ::unlink(path.c_str());
     std::ofstream(path) << octets;
     ::chmod(path.c_str(), mode);
@@ -187,9 +188,9 @@ TEST_F(References, LocalOnesAreWrittenWithEveryEndPoint) {
   set_published_endpoints({{"h", 80}, {"b", 81}});
   EXPECT_EQ(octets_of(made), golden);
   set_published_endpoints({});
-  Outcome env;
-  EXPECT_EQ(CORBA_ORB_object_to_string(nullptr, made.get(), env), nullptr);  // nobody could reach it
-  EXPECT_EQ(env.name(), "BAD_INV_ORDER");
+  Outcome ev;
+  EXPECT_EQ(CORBA_ORB_object_to_string(nullptr, made.get(), ev), nullptr);  // nobody could reach it
+  EXPECT_EQ(ev.name(), "BAD_INV_ORDER");
 }
 
 TEST_F(References, ProfilesOfAnotherMajorVersionAreNotRead) {
@@ -206,34 +207,34 @@ TEST_F(References, RefusalsSayWhy) {
   std::ofstream(file) << "# names\n  known # one\n\n\tother\r\n";
   ASSERT_EQ(load_impl_repository(file), "");
   std::remove(file.c_str());
-  Outcome env;
+  Outcome ev;
   const auto refused = [&](const char* impl, const char* intf = "", std::size_t length = 0) {
-    const bool made = !!create(std::string(length, 'x'), intf, impl, env);
-    return made ? "" : env.name();
+    const bool made = !!create(std::string(length, 'x'), intf, impl, ev);
+    return made ? "" : ev.name();
   };
   for (const char* impl : {"known", "other", "IDL:the broker's own:1.0"})
     EXPECT_EQ(refused(impl), "") << impl;
   for (const char* impl : {"unknown", "# names"}) EXPECT_EQ(refused(impl), "NO_IMPLEMENT") << impl;
   EXPECT_EQ(refused("known", nullptr), "BAD_PARAM");
   EXPECT_EQ(refused("known", "", 65536), "BAD_PARAM");
-  EXPECT_EQ(CORBA_Repository_lookup_id(nullptr, "IDL:none:1.0", env), nullptr);
-  EXPECT_EQ(env.name(), "INTF_REPOS");
+  EXPECT_EQ(CORBA_Repository_lookup_id(nullptr, "IDL:none:1.0", ev), nullptr);
+  EXPECT_EQ(ev.name(), "INTF_REPOS");
   EXPECT_NE(load_impl_repository(file), "");
   EXPECT_FALSE(is_known_impl("unknown"));  // the failed load changed nothing
 }
 
 TEST_F(References, BindingHappensOnce) {
-  Outcome env;
+  Outcome ev;
   const Handle a = create("a"), same = create("a");
   const auto bind = [&](const Handle& h) {
-    CORBA_ORB_bind_object2(nullptr, h.get(), nullptr, env);
-    return env.name();
+    CORBA_ORB_bind_object2(nullptr, h.get(), nullptr, ev);
+    return ev.name();
   };
   EXPECT_EQ(bind(a), "");
   EXPECT_EQ(bind(same), "BAD_INV_ORDER");
   EXPECT_EQ(bind(from_text("corbaloc:iiop:elsewhere/key")), "INV_OBJREF");
   EXPECT_EQ(bind({}), "BAD_PARAM");
-  for (int i = 0; i < 2; ++i) CORBA_ORB_unbind_object2(nullptr, same.get(), nullptr, env);
+  for (int i = 0; i < 2; ++i) CORBA_ORB_unbind_object2(nullptr, same.get(), nullptr, ev);
   EXPECT_EQ(bind(a), "");
   set_binding_open(false);
   EXPECT_EQ(ZR_bound_objects(), 0u);
@@ -261,9 +262,9 @@ TEST_F(References, ForeignOnesAreWrittenBackAsTheyCame) {
   ASSERT_TRUE(read);
   EXPECT_FALSE(read->is_local());
   EXPECT_EQ(addresses_of(read), "1.2 h 80 key;1.2 b 81 key;");
-  Outcome env;
-  EXPECT_EQ(CORBA_BOA_get_id(nullptr, read.get(), env), nullptr);
-  EXPECT_EQ(env.name(), "INV_OBJREF");
+  Outcome ev;
+  EXPECT_EQ(CORBA_BOA_get_id(nullptr, read.get(), ev), nullptr);
+  EXPECT_EQ(ev.name(), "INV_OBJREF");
   EXPECT_TRUE(!native_little || octets_of(read) == golden_reference);
 }
 
@@ -304,9 +305,9 @@ TEST_F(References, TextsAreRead) {
        {nil + "00", nil.substr(0, 34), nil.substr(0, 35), nil.substr(0, 35) + "g", std::string(), at + "host",
         at + "host/", at + "host/a%2", at + "host/a b", at + "1.3@host" + key, at + "host:0" + key,
         at + "[::1" + key, at + "host," + key, "corbaloc:rir:" + key}) {
-    Outcome env;
-    EXPECT_FALSE(from_text(text, env)) << text;
-    EXPECT_EQ(env.name(), "BAD_PARAM") << text;
+    Outcome ev;
+    EXPECT_FALSE(from_text(text, ev)) << text;
+    EXPECT_EQ(ev.name(), "BAD_PARAM") << text;
   }
 }
 

@@ -38,28 +38,28 @@ std::string describe(const char* id, CORBA::ULong minor, CORBA::ULong completed)
   return line.str() + " " + completions[completed];
 }
 
-std::string describe(const CORBA_Environment& env) {
-  return env._major == CORBA_SYSTEM_EXCEPTION ? describe(env._id, env._minor, env._completed) : env._id;
+std::string describe(const CORBA_Environment& ev) {
+  return ev._major == CORBA_SYSTEM_EXCEPTION ? describe(ev._id, ev._minor, ev._completed) : ev._id;
 }
 
 std::string failure(CORBA::ULong completed) {
-  CORBA::Environment env;
-  SetStdExReqLib(completed, env._evp);
-  return describe(*env._evp);
+  CORBA::Environment ev;
+  SetStdExReqLib(completed, ev._evp);
+  return describe(*ev._evp);
 }
 
 }  // namespace
 
 CORBA::Object_var seen_from(Road road, CORBA::Object* object) {
   if (road == Road::InProcess) return CORBA::Object::_duplicate(object);
-  CORBA::Environment env;
-  const CORBA::String_var own(ZR_object_to_corbaloc(test_orb(), object->get_ref(), env._evp));
+  CORBA::Environment ev;
+  const CORBA::String_var own(ZR_object_to_corbaloc(test_orb(), object->get_ref(), ev._evp));
   std::string text(own.in());
   const auto host = text.find("127.0.0.1");
   EXPECT_NE(host, std::string::npos) << text;
   text.replace(host, 9, "127.1");  // another text for the same place: not known to be this process
   auto* seen = new CORBA::Object;
-  seen->set_ref(CORBA_ORB_string_to_object(test_orb(), text.c_str(), env._evp));
+  seen->set_ref(CORBA_ORB_string_to_object(test_orb(), text.c_str(), ev._evp));
   return seen;
 }
 
@@ -77,7 +77,7 @@ std::string outcome(const std::function<void()>& call) {
 std::string outcome(CORBA::Object* object, const char* operation, bool response_expected) {
   void* request = nullptr;
   uint32_t kind = 0, status = 0;
-  CORBA::Environment env;
+  CORBA::Environment ev;
   if (!OM_req_lib_initiator_request_create(object->get_ref(), operation, response_expected, &request, &kind))
     return failure(CORBA_COMPLETED_NO);
   const std::unique_ptr<void, void (*)(void*)> guard(request, OM_req_lib_UNO_IIOP_initiator_request_complete);
@@ -87,9 +87,9 @@ std::string outcome(CORBA::Object* object, const char* operation, bool response_
     return failure(CORBA_COMPLETED_MAYBE);
   if (status == ZR_REPLY_NO_EXCEPTION) return "done";
   const bool read = status == ZR_REPLY_SYSTEM_EXCEPTION
-                        ? OM_req_lib_UNO_IIOP_decode_standard_excep(request, env._evp)
-                        : OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, env._evp);
-  return read ? describe(*env._evp) : "malformed";
+                        ? OM_req_lib_UNO_IIOP_decode_standard_excep(request, ev._evp)
+                        : OM_req_lib_UNO_IIOP_decode_user_excep_hdr(request, ev._evp);
+  return read ? describe(*ev._evp) : "malformed";
 }
 
 std::string current_object() {
@@ -106,10 +106,10 @@ std::string current_object() {
 namespace {
 
 /// Notes a call of the core. True: it is to fail, and does.
-bool refused(const std::string& call, CORBA_Environment* env) {
+bool refused(const std::string& call, CORBA_Environment* ev) {
   CoreCalls* calls = CoreCalls::current;
   if (!calls || !calls->note(call)) return false;
-  CORBA_BOA_set_standard_exception(env, "IDL:CORBA/StExcep/NO_RESOURCES:1.0", 0, CORBA_COMPLETED_NO);
+  CORBA_BOA_set_standard_exception(ev, "IDL:CORBA/StExcep/NO_RESOURCES:1.0", 0, CORBA_COMPLETED_NO);
   return true;
 }
 
@@ -122,18 +122,17 @@ Function* in_the_core(const char* name, Function*) {
 
 // The adapter is linked into this program, so its calls of these come here first.
 
-void ZR_queue_control_queue_group(uint32_t a, const char* name, int code, uint32_t b,
-                                  CORBA_Environment* env) {
+void ZR_queue_control_queue_group(uint32_t a, const char* name, int code, uint32_t b, CORBA_Environment* ev) {
   static auto* const real = in_the_core("ZR_queue_control_queue_group", &ZR_queue_control_queue_group);
-  if (!refused("queue " + std::to_string(code) + " " + name, env)) real(a, name, code, b, env);
+  if (!refused("queue " + std::to_string(code) + " " + name, ev)) real(a, name, code, b, ev);
 }
 
-void* KQ_ImplementationRep_lookup_id(void* rep, const char* name, CORBA_Environment* env) {
+void* KQ_ImplementationRep_lookup_id(void* rep, const char* name, CORBA_Environment* ev) {
   static auto* const real = in_the_core("KQ_ImplementationRep_lookup_id", &KQ_ImplementationRep_lookup_id);
-  return refused(std::string("lookup ") + name, env) ? nullptr : real(rep, name, env);
+  return refused(std::string("lookup ") + name, ev) ? nullptr : real(rep, name, ev);
 }
 
-void CORBA_BOA_impl_is_ready(void* boa, void* definition, CORBA_Environment* env) {
+void CORBA_BOA_impl_is_ready(void* boa, void* definition, CORBA_Environment* ev) {
   static auto* const real = in_the_core("CORBA_BOA_impl_is_ready", &CORBA_BOA_impl_is_ready);
-  if (!refused("ready", env)) real(boa, definition, env);
+  if (!refused("ready", ev)) real(boa, definition, ev);
 }

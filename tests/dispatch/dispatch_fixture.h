@@ -65,8 +65,8 @@ class TestServant : public POA_Demo::Echo {
   CORBA::Long notes() override { return work(), 0; }
   char* who() override { return CORBA::string_dup(current_object().c_str()); }
   void sleep_ms(CORBA::ULong) override {}
-  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& env) override {
-    if (!in_invoke) return Echo::invoke(request, env);
+  CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override {
+    if (!in_invoke) return Echo::invoke(request, ev);
     in_invoke();
     return 1;
   }

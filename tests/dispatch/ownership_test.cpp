@@ -48,7 +48,7 @@ class AskedAboutClients : public POAdisconnect {
 
 class Ownership : public AdapterTest {
  protected:
-  ~Ownership() override { POAdisconnect::setDisconnect(nullptr, env); }
+  ~Ownership() override { POAdisconnect::setDisconnect(nullptr, own_ev); }
   TestServant* mortal() {
     auto* servant = new TestServant;
     ++alive;
@@ -70,7 +70,7 @@ class Ownership : public AdapterTest {
   std::atomic<int> alive{0};
   AskedAboutClients callback;
   Scene scene{top};
-  CORBA::Environment env;
+  CORBA::Environment own_ev;
 };
 
 }  // namespace
@@ -117,7 +117,7 @@ TEST_F(Ownership, ADeactivatedServantIsTheProgramsWhileItsPoaIsDestroyed) {
 }
 
 TEST_F(Ownership, WhatTheCallbackForLostClientsTakesBackIsTheProgramsAtOnce) {
-  POAdisconnect::setDisconnect(&callback, env);
+  POAdisconnect::setDisconnect(&callback, own_ev);
   for (const bool answer : {true, false}) {
     SCOPED_TRACE(answer);
     Scene place(top);
@@ -305,7 +305,7 @@ TEST_F(Ownership, AnEtherealizedServantIsActivatedAgain) {
 }
 
 TEST_F(Ownership, EachServantOfALostClientIsAskedAboutOnceAndThenForgotten) {
-  POAdisconnect::setDisconnect(&callback, env);
+  POAdisconnect::setDisconnect(&callback, own_ev);
   Scene second(top);
   scene.with().activate("0", &scene.servant).activate("1", &scene.other);
   second.with(MULTIPLE_ID).activate("0", &second.servant).activate("1", &second.servant);

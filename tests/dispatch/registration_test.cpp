@@ -19,7 +19,7 @@ class Registration : public AdapterTest {
   POA_var child() { return root->create_POA(unique_name("child").c_str(), nullptr, CORBA::PolicyList()); }
   const Unregistered process;
   CoreCalls core;
-  CORBA::Environment env;
+  CORBA::Environment own_ev;
 };
 
 std::string name_of(POA* poa) { return CORBA::String_var(poa->the_name()).in(); }
@@ -32,11 +32,11 @@ TEST_F(Registration, OnceForTheProcess) {
     if (variable) ::setenv("ZR_IMPLID", "by-variable", 1);
     POA_var a = child(), b = child();
     const std::string name = variable ? "by-variable" : name_of(b);  // the newest child
-    _POA_impl_is_ready(core_handles.boa, env);
+    _POA_impl_is_ready(core_handles.boa, own_ev);
     EXPECT_THAT(core.take(), ElementsAre("lookup " + name, "ready"));
     EXPECT_STREQ(POA_impl_name, name.c_str());
     EXPECT_EQ(POA_impl_is_ready_fl, 1);
-    _POA_impl_is_ready(core_handles.boa, env);
+    _POA_impl_is_ready(core_handles.boa, own_ev);
     EXPECT_THAT(core.take(), IsEmpty());
     OtherServant servant("IDL:test/OnceForTheProcess:1.0");
     const ObjectId_var id = a->activate_object(&servant);  // a new interface: entered, not announced
@@ -66,7 +66,7 @@ TEST_F(Registration, OnceForEachInterface) {
 TEST_F(Registration, NothingWithoutAName) {
   top->destroy(false, false);
   ASSERT_EQ(root_poa_info->the_first_child(), nullptr);
-  _POA_impl_is_ready(core_handles.boa, env);
+  _POA_impl_is_ready(core_handles.boa, own_ev);
   TestServant servant;
   root->deactivate_object(ObjectId_var(root->activate_object(&servant)));
   EXPECT_THAT(core.take(), IsEmpty());

@@ -23,7 +23,7 @@ class Disconnect : public POAdisconnect {
 /// Servants whose end a test can see, calls from a client of another address.
 class Upcalls : public AdapterTest {
  protected:
-  ~Upcalls() override { POAdisconnect::setDisconnect(nullptr, env); }
+  ~Upcalls() override { POAdisconnect::setDisconnect(nullptr, own_ev); }
   TestServant* mortal() {
     auto* servant = new TestServant;
     ++alive;
@@ -40,7 +40,7 @@ class Upcalls : public AdapterTest {
   std::atomic<int> alive{0};
   Disconnect callback;
   Scene scene{top};
-  CORBA::Environment env;
+  CORBA::Environment own_ev;
 };
 
 }  // namespace
@@ -49,10 +49,10 @@ TEST_F(Upcalls, RegistrationOfTheCallback) {
   Disconnect other;
   expect_raised<CORBA::BAD_PARAM>([](auto& ev) { POAdisconnect::resetDisconnect(ev); });
   expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAdisconnect::resetDisconnect(&other, ev); });
-  POAdisconnect::setDisconnect(&callback, env);
-  POAdisconnect::resetDisconnect(&other, env);
+  POAdisconnect::setDisconnect(&callback, own_ev);
+  POAdisconnect::resetDisconnect(&other, own_ev);
   EXPECT_EQ(_disc_instance, &other);
-  POAdisconnect::resetDisconnect(env);
+  POAdisconnect::resetDisconnect(own_ev);
   EXPECT_EQ(_disc_instance, nullptr);
 }
 
@@ -72,7 +72,7 @@ TEST_F(Upcalls, LostClients) {
     SCOPED_TRACE(row.name);
     Disconnect asked;
     asked.answer = row.answer;
-    POAdisconnect::setDisconnect(row.answer ? &asked : nullptr, env);
+    POAdisconnect::setDisconnect(row.answer ? &asked : nullptr, own_ev);
     Scene place(top);
     TestServant* servant = mortal();
     const CORBA::Object_var object = place.with().activate("o", servant).reference("o");
@@ -96,7 +96,7 @@ TEST_F(Upcalls, ABrokenConnection) {
   TestServant* servant = mortal();
   Event inside, asked, go_on;
   callback.answer = [&](auto*) { return asked.set(), true; };
-  POAdisconnect::setDisconnect(&callback, env);
+  POAdisconnect::setDisconnect(&callback, own_ev);
   const CORBA::Object_var object = scene.with().activate("o", servant).reference("o");
   servant->work = [&] {
     inside.set();
@@ -121,7 +121,7 @@ TEST_F(Upcalls, ALifespanEndsInTwoTicks) {
   const CORBA::Object_var object = scene.with_activator().reference("o");
   EXPECT_EQ(call(object), "done");
   TestServant* servant = made.at(0);
-  servant->set_timer(3600, env);
+  servant->set_timer(3600, own_ev);
   call_poa_inst_lifespan();
   EXPECT_EQ(call(object), "done");
   ASSERT_EQ(made.size(), 1u);

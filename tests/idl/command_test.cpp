@@ -189,7 +189,7 @@ TEST_F(Command, EnvironmentGivesEveryOperationOne) {
   EXPECT_NE(header.find("virtual CORBA::Long b(CORBA_ENV) = 0;"), std::string::npos) << header;
   EXPECT_NE(
       source.find(
-          "CORBA::Long I::f(CORBA::Long a, CORBA::Environment& env) { return I_rows::op_f(this, a, env); }"),
+          "CORBA::Long I::f(CORBA::Long a, CORBA::Environment& ev) { return I_rows::op_f(this, a, ev); }"),
       std::string::npos)
       << source;
 }

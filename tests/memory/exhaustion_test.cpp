@@ -183,11 +183,11 @@ std::string call_own(const std::string& key) try {
   CDR* cdr = nullptr;
   int32_t value = 6;
   const auto failure = [&] {
-    Outcome env;
-    SetStdExReqLib(CORBA_COMPLETED_NO, env);
+    Outcome ev;
+    SetStdExReqLib(CORBA_COMPLETED_NO, ev);
     if (handle) OM_req_lib_UNO_IIOP_initiator_request_complete(handle);
     const Counted not_this(false);
-    return env.name();
+    return ev.name();
   };
   if (!target || !OM_req_lib_initiator_request_create(target.get(), "echo", 1, &handle, &kind))
     return failure();

@@ -28,8 +28,8 @@ std::string echoed(zrsv::Reference& target, uint64_t argument) {
 
 TEST(IdleConnections, AreLookedAtBeforeTheyAreUsed) {
   int argc = 0;
-  Outcome env;
-  void* const orb = CORBA_ORB_init(&argc, nullptr, "", env);
+  Outcome ev;
+  void* const orb = CORBA_ORB_init(&argc, nullptr, "", ev);
   std::promise<void> gone;
   ScriptedServer server({[&](Peer& peer) {
                            peer.echo(peer.read());
@@ -44,7 +44,7 @@ TEST(IdleConnections, AreLookedAtBeforeTheyAreUsed) {
   EXPECT_EQ(echoed(*target, 2), "2");
   EXPECT_TRUE(failing::end());
   zrsv::close_client_connections();
-  CORBA_ORB_destroy(orb, env);
+  CORBA_ORB_destroy(orb, ev);
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ class RemoteUse : public testing::Test {
 TEST(ClosedServer, SaysThatItsPOAsAreNoObjects) {
   const ServerProcess server(false);
   RemotePOA root(server.handle("root"));
-  const auto said = expect_raised<CORBA::OBJECT_NOT_EXIST>([&](auto& env) { root.destroy(1, 0, env); }, 0);
+  const auto said = expect_raised<CORBA::OBJECT_NOT_EXIST>([&](auto& ev) { root.destroy(1, 0, ev); }, 0);
   EXPECT_EQ(said.completed(), CORBA::COMPLETED_NO);
 }
 
@@ -66,14 +66,14 @@ TEST_F(RemoteUse, ChildrenAreMadeFoundListedAndDestroyed) {
   RemotePOA child(second.in());
   EXPECT_STREQ(CORBA::String_var(child.the_name()), "second");
   EXPECT_TRUE(POA_var(child.the_parent())->_is_equivalent(&root));
-  expect_raised<POA::AdapterAlreadyExists>([&](auto& env) { root.create_POA("first", nullptr, {}, env); });
+  expect_raised<POA::AdapterAlreadyExists>([&](auto& ev) { root.create_POA("first", nullptr, {}, ev); });
   EXPECT_TRUE(POA_var(root.find_POA("first", 0))->_is_equivalent(first.in()));
   const POAList_var children = root.the_children();
   ASSERT_EQ(children->length(), 3u);
   EXPECT_TRUE((*children)[0]->_is_equivalent(second.in()));
   child.destroy(1, 0);
-  expect_raised<CORBA::BAD_PARAM>([&](auto& env) { child.the_name(env); });
-  expect_raised<POA::AdapterNonExistent>([&](auto& env) { root.find_POA("second", 0, env); });
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { child.the_name(ev); });
+  expect_raised<POA::AdapterNonExistent>([&](auto& ev) { root.find_POA("second", 0, ev); });
 }
 
 TEST_F(RemoteUse, ManagersAreHeldAndActivated) {
@@ -87,11 +87,11 @@ TEST_F(RemoteUse, ManagersAreHeldAndActivated) {
   const POA_var managed = root.create_POA("managed", reference.in(), {});
   EXPECT_TRUE(POAManager_var(RemotePOA(managed.in()).the_POAManager())->_is_equivalent(reference.in()));
   const POAManager_var none = POAManager::_narrow(&root);
-  expect_raised<CORBA::BAD_PARAM>([&](auto& env) { root.create_POA("other", none.in(), {}, env); });
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { root.create_POA("other", none.in(), {}, ev); });
 
   manager.deactivate(0, 0);
   EXPECT_EQ(manager.get_state(), POAManager::INACTIVE);
-  expect_raised<POAManager::AdapterInactive>([&](auto& env) { manager.activate(env); });
+  expect_raised<POAManager::AdapterInactive>([&](auto& ev) { manager.activate(ev); });
 }
 
 TEST_F(RemoteUse, PoliciesTellTheirValue) {
@@ -107,7 +107,7 @@ TEST_F(RemoteUse, APolicyListTravels) {
   CORBA::PolicyList list =
       policies(&root, PERSISTENT, USER_ID, RETAIN, USE_DEFAULT_SERVANT);  // the last wants MULTIPLE_ID
   const auto rejected =
-      expect_raised<POA::InvalidPolicy>([&](auto& env) { root.create_POA("bad", nullptr, list, env); });
+      expect_raised<POA::InvalidPolicy>([&](auto& ev) { root.create_POA("bad", nullptr, list, ev); });
   EXPECT_EQ(rejected.index(), 3);
 
   list[3] = root.create_request_processing_policy(USE_SERVANT_MANAGER);
@@ -116,32 +116,32 @@ TEST_F(RemoteUse, APolicyListTravels) {
   const ObjectId_var id = string_to_ObjectId("id");
   const CORBA::Object_var object = child.create_reference_with_id(*id, "IDL:test/Thing:1.0");
   EXPECT_EQ((*ObjectId_var(child.reference_to_id(object.in())))[0], 'i');
-  expect_raised<POA::WrongPolicy>([&](auto& env) { child.create_reference("IDL:test/Thing:1.0", env); });
+  expect_raised<POA::WrongPolicy>([&](auto& ev) { child.create_reference("IDL:test/Thing:1.0", ev); });
   const CORBA::Object_var elsewhere = root.create_reference("IDL:test/Thing:1.0");
-  expect_raised<POA::WrongAdapter>([&](auto& env) { child.reference_to_id(elsewhere.in(), env); });
-  expect_raised<POA::ObjectNotActive>([&](auto& env) { child.deactivate_object(*id, env); });
+  expect_raised<POA::WrongAdapter>([&](auto& ev) { child.reference_to_id(elsewhere.in(), ev); });
+  expect_raised<POA::ObjectNotActive>([&](auto& ev) { child.deactivate_object(*id, ev); });
   CORBA::Object activator;
   activator.set_ref(server.handle("servant_activator"));
   const ServantManager_var manager = ServantManager::_narrow(&activator);
   child.set_servant_manager(manager.in());
   EXPECT_TRUE(ServantManager_var(child.get_servant_manager())->_is_equivalent(manager.in()));
-  expect_raised<CORBA::BAD_INV_ORDER>([&](auto& env) { child.set_servant_manager(manager.in(), env); },
+  expect_raised<CORBA::BAD_INV_ORDER>([&](auto& ev) { child.set_servant_manager(manager.in(), ev); },
                                       0x4B510303);
 }
 
 TEST_F(RemoteUse, ActivatorsThatCameWithARequestStay) {
   const POA_var made = root.create_POA("activating", nullptr, {});
   RemotePOA child(made.in());
-  expect_raised<CORBA::BAD_PARAM>([&](auto& env) { child.the_activator(env); });
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { child.the_activator(ev); });
   CORBA::Object object;
   object.set_ref(server.handle("adapter_activator"));
   const AdapterActivator_var activator = AdapterActivator::_narrow(&object);
   for (int i = 0; i < 2; ++i) child.the_activator(activator.in());
   EXPECT_TRUE(AdapterActivator_var(child.the_activator())->_is_equivalent(activator.in()));
   // The one that stands in for it in the server makes nothing.
-  expect_raised<POA::AdapterNonExistent>([&](auto& env) { child.find_POA("none", 1, env); });
+  expect_raised<POA::AdapterNonExistent>([&](auto& ev) { child.find_POA("none", 1, ev); });
   child.the_activator(nullptr);
-  expect_raised<CORBA::BAD_PARAM>([&](auto& env) { child.the_activator(env); });
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { child.the_activator(ev); });
 }
 
 TEST_F(RemoteUse, WhatCarriesAServantDoesNotMarshal) {
@@ -151,21 +151,21 @@ TEST_F(RemoteUse, WhatCarriesAServantDoesNotMarshal) {
   const ObjectId id;
   ServantLocator::Cookie cookie = 7;
   const std::pair<CORBA::CompletionStatus, std::function<void(CORBA::Environment&)>> rows[] = {
-      {CORBA::COMPLETED_NO, [&](auto& env) { served.set_servant(nullptr, env); }},
-      {CORBA::COMPLETED_NO, [&](auto& env) { served.activate_object_with_id(id, nullptr, env); }},
-      {CORBA::COMPLETED_NO, [&](auto& env) { served.servant_to_reference(nullptr, env); }},
-      {CORBA::COMPLETED_YES, [&](auto& env) { served.get_servant(env); }},
-      {CORBA::COMPLETED_YES, [&](auto& env) { activator.incarnate(id, &root, env); }},
-      {CORBA::COMPLETED_NO, [&](auto& env) { activator.etherealize(id, &root, nullptr, 0, 0, env); }},
-      {CORBA::COMPLETED_YES, [&](auto& env) { locator.preinvoke(id, &root, "op", cookie, env); }},
-      {CORBA::COMPLETED_NO, [&](auto& env) { locator.postinvoke(id, &root, "op", cookie, nullptr, env); }},
+      {CORBA::COMPLETED_NO, [&](auto& ev) { served.set_servant(nullptr, ev); }},
+      {CORBA::COMPLETED_NO, [&](auto& ev) { served.activate_object_with_id(id, nullptr, ev); }},
+      {CORBA::COMPLETED_NO, [&](auto& ev) { served.servant_to_reference(nullptr, ev); }},
+      {CORBA::COMPLETED_YES, [&](auto& ev) { served.get_servant(ev); }},
+      {CORBA::COMPLETED_YES, [&](auto& ev) { activator.incarnate(id, &root, ev); }},
+      {CORBA::COMPLETED_NO, [&](auto& ev) { activator.etherealize(id, &root, nullptr, 0, 0, ev); }},
+      {CORBA::COMPLETED_YES, [&](auto& ev) { locator.preinvoke(id, &root, "op", cookie, ev); }},
+      {CORBA::COMPLETED_NO, [&](auto& ev) { locator.postinvoke(id, &root, "op", cookie, nullptr, ev); }},
   };
   for (const auto& [completed, call] : rows)
     EXPECT_EQ(expect_raised<CORBA::MARSHAL>(call, 0).completed(), completed);
   Remote<_st_PortableServer_AdapterActivator> adapters(server.handle("adapter_activator"));
   EXPECT_TRUE(adapters.unknown_adapter(&root, "any"));
   Remote<_st_PortableServer_Current> current(server.handle("current"));
-  expect_raised<Current::NoContext>([&](auto& env) { current.get_POA(env); });
+  expect_raised<Current::NoContext>([&](auto& ev) { current.get_POA(ev); });
 }
 
 /// Calls `operation` with those octets as its arguments; gives the system exception's name and completion.
@@ -180,13 +180,13 @@ std::string raw_call(void* object, const char* operation, std::string octets) {
       cdr_bytes(cdr, reinterpret_cast<unsigned char*>(octets.data()), static_cast<uint32_t>(octets.size())));
   EXPECT_TRUE(OM_req_lib_UNO_IIOP_send_request(request) && OM_req_lib_UNO_IIOP_recv_reply(request));
   EXPECT_TRUE(OM_req_lib_UNO_IIOP_decode_reply_header(request, &status));
-  CORBA::Environment env;
+  CORBA::Environment ev;
   std::string result = "status " + std::to_string(status);
   if (status == ZR_REPLY_SYSTEM_EXCEPTION) {
     CORBA_Environment filled{};
     EXPECT_TRUE(OM_req_lib_UNO_IIOP_decode_standard_excep(request, &filled));
-    env.set_ref(&filled);
-    result = std::string(env.exception()->_name()) + " " + std::to_string(env._evp->_completed);
+    ev.set_ref(&filled);
+    result = std::string(ev.exception()->_name()) + " " + std::to_string(ev._evp->_completed);
   }
   OM_req_lib_UNO_IIOP_initiator_request_complete(request);
   return result;
@@ -209,9 +209,9 @@ TEST(InProcessUse, HasNoObjectBehindIt) {
   RemotePOA root(own);
   EXPECT_FALSE(root._is_a("IDL:test/Thing:1.0") || root._non_existent());
   EXPECT_NE(CORBA::InterfaceDef_var(root._get_interface()).in(), nullptr);
-  expect_raised<CORBA::BAD_PARAM>([&](auto& env) { root.destroy(1, 0, env); });
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { root.destroy(1, 0, ev); });
   const POAManager_var manager = own->the_POAManager();
-  expect_raised<CORBA::BAD_PARAM>([&](auto& env) { RemoteManager(manager.in()).get_state(env); });
+  expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { RemoteManager(manager.in()).get_state(ev); });
   EXPECT_STREQ(CORBA::String_var(own->the_name()), "rootPOA");
 }
 

@@ -33,10 +33,10 @@ TEST(Stubs, GiveResultsAndOutArguments) {
                      {ZR_REPLY_NO_EXCEPTION, hex("02000000") + nil + nil},
                      {ZR_REPLY_NO_EXCEPTION, ""}});
   RemotePOA poa(peer.handle());
-  CORBA::Environment env;
-  env.exception(new CORBA::BAD_PARAM);  // of an earlier call
-  EXPECT_STREQ(CORBA::String_var(poa.the_name(env)).in(), "child");
-  EXPECT_TRUE(!env.exception() && env._evp->_major == 0);
+  CORBA::Environment own_ev;
+  own_ev.exception(new CORBA::BAD_PARAM);  // of an earlier call
+  EXPECT_STREQ(CORBA::String_var(poa.the_name(own_ev)).in(), "child");
+  EXPECT_TRUE(!own_ev.exception() && own_ev._evp->_major == 0);
   EXPECT_EQ(POAList_var(poa.the_children())->length(), 2u);
   poa.deactivate_object(ObjectId());
 }
@@ -59,12 +59,12 @@ TEST(Stubs, UserExceptions) {
        {ZR_REPLY_USER_EXCEPTION, invalid + hex("0300")},
        {ZR_REPLY_USER_EXCEPTION, encoded(ForwardRequest::repository_id) + encoded(adapter.get_ref())}});
   RemotePOA poa(peer.handle());
-  expect_raised<POA::AdapterNonExistent>([&](auto& env) { poa.find_POA("x", 0, env); });
+  expect_raised<POA::AdapterNonExistent>([&](auto& ev) { poa.find_POA("x", 0, ev); });
 
-  CORBA::Environment env;
-  EXPECT_EQ(poa.find_POA("x", 0, env), nullptr);
-  ASSERT_NE(env.exception(), nullptr);
-  EXPECT_STREQ(env.exception()->id(), POA::WrongPolicy::repository_id);
+  CORBA::Environment own_ev;
+  EXPECT_EQ(poa.find_POA("x", 0, own_ev), nullptr);
+  ASSERT_NE(own_ev.exception(), nullptr);
+  EXPECT_STREQ(own_ev.exception()->id(), POA::WrongPolicy::repository_id);
 
   const auto raised =
       expect_raised<POA::InvalidPolicy>([&](auto& ev) { poa.create_POA("x", nullptr, {}, ev); });
@@ -92,9 +92,9 @@ TEST(Stubs, FailuresSayWhatBecameOfTheCall) {
       {{ZR_REPLY_LOCATION_FORWARD, encoded(static_cast<void*>(nullptr))}, "INV_OBJREF", CORBA::COMPLETED_NO},
       {{ScriptedReply::hang_up, ""}, "COMM_FAILURE", maybe}};
   const auto failed = [](const std::string& name, CORBA::CompletionStatus completed, auto&& call) {
-    CORBA::Environment env;
-    EXPECT_THROW(call(env), CORBA::SystemException) << name;
-    const auto* stored = CORBA::SystemException::_narrow(env.exception());
+    CORBA::Environment own_ev;
+    EXPECT_THROW(call(own_ev), CORBA::SystemException) << name;
+    const auto* stored = CORBA::SystemException::_narrow(own_ev.exception());
     ASSERT_NE(stored, nullptr);
     EXPECT_EQ(stored->_name(), name);
     EXPECT_EQ(stored->completed(), completed) << name;
@@ -102,12 +102,12 @@ TEST(Stubs, FailuresSayWhatBecameOfTheCall) {
   for (const auto& [reply, name, completed] : rows) {
     ScriptedPeer peer({reply, {ZR_REPLY_NO_EXCEPTION, ""}});  // the second is never asked for
     RemotePOA poa(peer.handle());
-    failed("MARSHAL", CORBA::COMPLETED_NO, [&](auto& env) { poa.set_servant(nullptr, env); });
-    failed(name, completed, [&](auto& env) { poa.create_POA("x", nullptr, {}, env); });
+    failed("MARSHAL", CORBA::COMPLETED_NO, [&](auto& ev) { poa.set_servant(nullptr, ev); });
+    failed(name, completed, [&](auto& ev) { poa.create_POA("x", nullptr, {}, ev); });
     EXPECT_EQ(peer.requests(), 1) << "what does not marshal is not sent";
   }
   failed("INV_OBJREF", CORBA::COMPLETED_NO,
-         [](auto& env) { RemotePOA(static_cast<void*>(nullptr)).the_name(env); });
+         [](auto& ev) { RemotePOA(static_cast<void*>(nullptr)).the_name(ev); });
 }
 
 TEST(Stubs, TheIIOPPartLeavesTheForwardToItsCaller) {
@@ -115,14 +115,14 @@ TEST(Stubs, TheIIOPPartLeavesTheForwardToItsCaller) {
   const RemotePOA forward(there.handle());
   ScriptedPeer peer({{ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
   RemotePOA poa(peer.handle());
-  CORBA::Environment env;
+  CORBA::Environment own_ev;
   void* request = nullptr;
   uint32_t kind = 0;
   EXPECT_TRUE(OM_req_lib_initiator_request_create(poa.get_ref(), "_get_the_name", 1, &request, &kind));
-  EXPECT_EQ(poa.UNO_IIOP_the_name(request, 1, env), nullptr);
+  EXPECT_EQ(poa.UNO_IIOP_the_name(request, 1, own_ev), nullptr);
   OM_req_lib_UNO_IIOP_initiator_request_complete(request);
-  EXPECT_EQ(env._evp->_major, uint32_t{CORBA_LOCATION_FORWARD});
-  EXPECT_EQ(env.exception(), nullptr);
+  EXPECT_EQ(own_ev._evp->_major, uint32_t{CORBA_LOCATION_FORWARD});
+  EXPECT_EQ(own_ev.exception(), nullptr);
 }
 
 }  // namespace

@@ -26,18 +26,18 @@ TEST(EnvironmentTest, TakesOverSystemExceptionsOfEveryName) {
     CORBA_Environment record{};
     CORBA_BOA_set_standard_exception(&record, ("IDL:omg.org/CORBA/" + name + ":1.0").c_str(), 7,
                                      CORBA_COMPLETED_MAYBE);
-    Environment env;
-    env.set_ref(&record);
+    Environment ev;
+    ev.set_ref(&record);
     EXPECT_EQ(record._major, CORBA_NO_EXCEPTION);
     try {
-      CORBA::raise_environment(env);
+      CORBA::raise_environment(ev);
     } catch (const CORBA::SystemException& e) {
       EXPECT_EQ(e.id(), internal);
       EXPECT_EQ(e._name(), name);
       EXPECT_EQ(e._rep_id(), "IDL:omg.org/CORBA/" + name + ":1.0");
       EXPECT_EQ(e.minor(), 7u);
       EXPECT_EQ(e.completed(), CORBA::COMPLETED_MAYBE);
-      EXPECT_NE(&e, env.exception());
+      EXPECT_NE(&e, ev.exception());
     }
   }
 }
@@ -45,38 +45,38 @@ TEST(EnvironmentTest, TakesOverSystemExceptionsOfEveryName) {
 TEST(EnvironmentTest, TakesOverUserExceptionsAndForwards) {
   CORBA_Environment record{};
   ZR_set_user_exception(&record, "IDL:a/B:1.0");
-  Environment env;
-  env.set_ref(&record);
-  EXPECT_THROW(CORBA::raise_environment(env), CORBA::UserException);
+  Environment ev;
+  ev.set_ref(&record);
+  EXPECT_THROW(CORBA::raise_environment(ev), CORBA::UserException);
 
   record._major = CORBA_LOCATION_FORWARD;
-  env.set_ref(&record);
-  EXPECT_EQ(env._evp->_major, CORBA_LOCATION_FORWARD);
-  EXPECT_EQ(env.exception(), nullptr);
+  ev.set_ref(&record);
+  EXPECT_EQ(ev._evp->_major, CORBA_LOCATION_FORWARD);
+  EXPECT_EQ(ev.exception(), nullptr);
   record._major = CORBA_SYSTEM_EXCEPTION;
   record._id = "IDL:a/NotStandard:1.0";
   record._completed = 99;
-  env.set_ref(&record);
-  ASSERT_NE(CORBA::UNKNOWN::_narrow(env.exception()), nullptr);
-  EXPECT_EQ(CORBA::SystemException::_narrow(env.exception())->completed(), CORBA::COMPLETED_MAYBE);
-  env.clear();
-  EXPECT_THROW(CORBA::raise_environment(env), CORBA::UNKNOWN);
+  ev.set_ref(&record);
+  ASSERT_NE(CORBA::UNKNOWN::_narrow(ev.exception()), nullptr);
+  EXPECT_EQ(CORBA::SystemException::_narrow(ev.exception())->completed(), CORBA::COMPLETED_MAYBE);
+  ev.clear();
+  EXPECT_THROW(CORBA::raise_environment(ev), CORBA::UNKNOWN);
 }
 
 TEST(EnvironmentTest, FillsItsRecordFromTheExceptionItOwns) {
-  Environment env;
+  Environment ev;
   auto* first = new CORBA::OBJ_ADAPTER(0x4B510302, CORBA::COMPLETED_YES);
   for (int i = 0; i < 2; ++i) {  // the second time it is kept, and the record is filled again
-    env.exception(first);
-    EXPECT_EQ(env.exception(), first);
-    EXPECT_EQ(env._evp->_major, CORBA_SYSTEM_EXCEPTION);
-    EXPECT_EQ(env._evp->_minor, 0x4B510302u);
-    env._evp->_major = CORBA_NO_EXCEPTION;
+    ev.exception(first);
+    EXPECT_EQ(ev.exception(), first);
+    EXPECT_EQ(ev._evp->_major, CORBA_SYSTEM_EXCEPTION);
+    EXPECT_EQ(ev._evp->_minor, 0x4B510302u);
+    ev._evp->_major = CORBA_NO_EXCEPTION;
   }
-  EXPECT_EQ(CORBA::TIMEOUT::_narrow(env.exception()), nullptr);
-  env.exception(new CORBA::Exception(CORBA::ORB::InvalidName()));  // a copy of the base class alone
-  EXPECT_EQ(env._evp->_major, CORBA_USER_EXCEPTION);
-  EXPECT_STREQ(CORBA_exception_id(env._evp), CORBA::ORB::InvalidName::repository_id);
+  EXPECT_EQ(CORBA::TIMEOUT::_narrow(ev.exception()), nullptr);
+  ev.exception(new CORBA::Exception(CORBA::ORB::InvalidName()));  // a copy of the base class alone
+  EXPECT_EQ(ev._evp->_major, CORBA_USER_EXCEPTION);
+  EXPECT_STREQ(CORBA_exception_id(ev._evp), CORBA::ORB::InvalidName::repository_id);
 }
 
 TEST(ExceptionTest, TellsItsNamesAndPrintsItself) {

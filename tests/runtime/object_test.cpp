@@ -16,7 +16,7 @@ class ColorPolicy : public CORBA_Policy_impl {
  public:
   ColorPolicy() { __policy_type = 42; }
   CORBA::Policy* copy(CORBA_ENV) override {
-    env.clear();
+    ev.clear();
     auto made = std::make_unique<ColorPolicy>();
     made->set_ref(CORBA_object_duplicate(_ptr, nullptr));
     return made.release();
@@ -60,13 +60,13 @@ TEST_F(ObjectTest, DuplicatesShareTheReference) {
 TEST_F(ObjectTest, AnswersWithoutACallWhereItCan) {
   EXPECT_TRUE(plain->_is_a("IDL:test/Plain:1.0"));
   EXPECT_TRUE(plain->_is_a("IDL:omg.org/CORBA/Object:1.0"));
-  CORBA::Environment env;
-  EXPECT_THROW(plain->_is_a(nullptr, env), CORBA::BAD_PARAM);
+  CORBA::Environment ev;
+  EXPECT_THROW(plain->_is_a(nullptr, ev), CORBA::BAD_PARAM);
   CORBA::Object unattached;
-  EXPECT_THROW(unattached._is_a("IDL:test/Plain:1.0", env), CORBA::INV_OBJREF);
-  EXPECT_NE(CORBA::INV_OBJREF::_narrow(env.exception()), nullptr);
-  EXPECT_THROW(plain->_non_existent(env), CORBA::TRANSIENT) << "no ORB runs";
-  EXPECT_EQ(env._evp->_completed, CORBA_COMPLETED_NO);
+  EXPECT_THROW(unattached._is_a("IDL:test/Plain:1.0", ev), CORBA::INV_OBJREF);
+  EXPECT_NE(CORBA::INV_OBJREF::_narrow(ev.exception()), nullptr);
+  EXPECT_THROW(plain->_non_existent(ev), CORBA::TRANSIENT) << "no ORB runs";
+  EXPECT_EQ(ev._evp->_completed, CORBA_COMPLETED_NO);
 }
 
 TEST_F(ObjectTest, ANullStringTravelsAsAnEmptyOne) {

@@ -13,7 +13,7 @@ using CORBA::ServerRequest;
 /// Asked for by every call; what a test wants its servant to do.
 void (*serve)(ServerRequest& request) = nullptr;
 
-void upcall(void* /*target*/, void* record, CORBA_Environment* /*env*/) {
+void upcall(void* /*target*/, void* record, CORBA_Environment* /*ev*/) {
   CORBA::Object fresh;
   const std::unique_ptr<ServerRequest> request(ServerRequest::_narrow(&fresh));
   request->set_ref(record);
@@ -65,13 +65,13 @@ class ServedOrbTest : public testing::Test {
   /// Asks the object whether it is an "It" while the servant does that.
   CORBA::Boolean ask(void (*servant)(ServerRequest&)) {
     serve = servant;
-    return object._is_a("It", env);
+    return object._is_a("It", ev);
   }
 
   RunningOrb running;
   CORBA::ORB_var& orb = running.orb;
   CORBA::Object object;
-  CORBA::Environment env;
+  CORBA::Environment ev;
 };
 
 TEST_F(ServedOrbTest, DynamicServantsRaise) {
@@ -83,7 +83,7 @@ TEST_F(ServedOrbTest, DynamicServantsRaise) {
     EXPECT_THROW(request.set_result(result), CORBA::BAD_INV_ORDER);
   };
   EXPECT_THROW(ask(forbids), CORBA::NO_PERMISSION);
-  EXPECT_EQ(env._evp->_minor, 3u);
+  EXPECT_EQ(ev._evp->_minor, 3u);
 }
 
 TEST_F(ServedOrbTest, WhatCannotTravelIsMarshal) {
@@ -91,14 +91,14 @@ TEST_F(ServedOrbTest, WhatCannotTravelIsMarshal) {
     request.arguments(arguments({CORBA::_tc_string, CORBA::_tc_double}));
   };
   EXPECT_THROW(ask(without_value), CORBA::MARSHAL);
-  EXPECT_EQ(env._evp->_completed, CORBA_COMPLETED_YES);
+  EXPECT_EQ(ev._evp->_completed, CORBA_COMPLETED_YES);
   const auto of_another_type = [](ServerRequest& request) {
     CORBA::Environment local;
     EXPECT_THROW(request.arguments(arguments({CORBA::_tc_Object}), local), CORBA::MARSHAL);
     request.set_exception(*CORBA::SystemException::_narrow(local.exception()));
   };
   EXPECT_THROW(ask(of_another_type), CORBA::MARSHAL);
-  EXPECT_EQ(env._evp->_completed, CORBA_COMPLETED_NO);
+  EXPECT_EQ(ev._evp->_completed, CORBA_COMPLETED_NO);
 }
 
 TEST_F(ServedOrbTest, DynamicServantsAnswerAndCannotWaitForTheirOwnEnd) {

@@ -247,9 +247,9 @@ TEST(TypeCodeTest, PartsAreCheckedAndNamed) {
   EXPECT_EQ(TypeCode_var(list->content_type()).in(), CORBA::_tc_octet);
   EXPECT_EQ(record->member_count(), 1u);
   EXPECT_THROW(record->member_name(1), TypeCode::Bounds);
-  CORBA::Environment env;
-  EXPECT_THROW(list->id(env), TypeCode::BadKind);
-  EXPECT_NE(TypeCode::BadKind::_narrow(env.exception()), nullptr);
+  CORBA::Environment ev;
+  EXPECT_THROW(list->id(ev), TypeCode::BadKind);
+  EXPECT_NE(TypeCode::BadKind::_narrow(ev.exception()), nullptr);
   const TypeCode_var failure(TypeCode::create_exception_tc("IDL:X:1.0", "X", {}));
   EXPECT_THROW(TypeCode::create_alias_tc("a", "b", nullptr), CORBA::BAD_TYPECODE);
   EXPECT_THROW(TypeCode::create_alias_tc("a", nullptr, CORBA::_tc_long), CORBA::BAD_PARAM);

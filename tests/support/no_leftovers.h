@@ -31,8 +31,8 @@ inline std::string leftovers_at_last() {
 inline void expect_no_leftovers() { EXPECT_EQ(leftovers_at_last(), ""); }
 
 /// Destroys the ORB, of which others may have a use still.
-inline void destroy_wholly(void* orb, CORBA_Environment* env) {
-  CORBA_ORB_destroy(orb, env);
+inline void destroy_wholly(void* orb, CORBA_Environment* ev) {
+  CORBA_ORB_destroy(orb, ev);
   CORBA_Environment refused{};
   void* const root = CORBA_ORB_resolve_initial_references(orb, "RootPOA", &refused);
   CORBA_exception_free(&refused);

@@ -24,9 +24,9 @@ class OrbEnvironment : public testing::Environment {
   }
   void TearDown() override {
     root_ = PortableServer::POA::_nil();
-    CORBA::Environment env;
-    if (orb_) destroy_wholly(orb_, env._evp);
-    EXPECT_EQ(env._evp->_major, uint32_t{CORBA_NO_EXCEPTION});
+    CORBA::Environment ev;
+    if (orb_) destroy_wholly(orb_, ev._evp);
+    EXPECT_EQ(ev._evp->_major, uint32_t{CORBA_NO_EXCEPTION});
   }
 
  private:

@@ -8,21 +8,21 @@
 
 #include "corba.h"
 
-/// `fn(env)` throws exactly an E, with that minor code if it is a system exception, and leaves an exception
-/// of the same type, id and minor code in `env`. Gives the exception thrown.
+/// `fn(ev)` throws exactly an E, with that minor code if it is a system exception, and leaves an exception
+/// of the same type, id and minor code in `ev`. Gives the exception thrown.
 template <class E, class Fn>
 E expect_raised(Fn&& fn, CORBA::ULong minor = 0x4B510007) {
   constexpr bool is_system = std::is_base_of_v<CORBA::SystemException, E>;
-  CORBA::Environment env;
+  CORBA::Environment ev;
   try {
-    fn(env);
+    fn(ev);
     ADD_FAILURE() << "nothing was thrown";
   } catch (const E& thrown) {
-    const CORBA::Exception* stored = env.exception();
+    const CORBA::Exception* stored = ev.exception();
     EXPECT_TRUE(stored && typeid(thrown) == typeid(E) && typeid(*stored) == typeid(E)) << thrown.id();
     if (!stored) return thrown;
     EXPECT_STREQ(stored->id(), thrown.id());
-    EXPECT_EQ(env._evp->_major, uint32_t{is_system ? CORBA_SYSTEM_EXCEPTION : CORBA_USER_EXCEPTION});
+    EXPECT_EQ(ev._evp->_major, uint32_t{is_system ? CORBA_SYSTEM_EXCEPTION : CORBA_USER_EXCEPTION});
     if constexpr (is_system) {
       EXPECT_EQ(thrown.minor(), minor);
       EXPECT_EQ(static_cast<const E*>(stored)->minor(), minor);

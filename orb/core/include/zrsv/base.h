@@ -33,20 +33,20 @@ typedef struct CORBA_Environment {
   char* _owned;        /* the text behind _id when it is the record's own (user exceptions); else null */
 } CORBA_Environment;
 
-/* Repository id of the exception in `env`, or null. The text belongs to the record. */
-ZRSV_API const char* CORBA_exception_id(const CORBA_Environment* env);
+/* Repository id of the exception in `ev`, or null. The text belongs to the record. */
+ZRSV_API const char* CORBA_exception_id(const CORBA_Environment* ev);
 
 /* Empties the record and frees what it owns. Null is allowed. */
-ZRSV_API void CORBA_exception_free(CORBA_Environment* env);
+ZRSV_API void CORBA_exception_free(CORBA_Environment* ev);
 
-/* Fills `env` with the system exception of repository id `id` ("IDL:CORBA/StExcep/BAD_PARAM:1.0"; the ids
+/* Fills `ev` with the system exception of repository id `id` ("IDL:CORBA/StExcep/BAD_PARAM:1.0"; the ids
  * "IDL:omg.org/CORBA/BAD_PARAM:1.0" are taken too and stored in the first form; anything else becomes
  * UNKNOWN). */
-ZRSV_API void CORBA_BOA_set_standard_exception(CORBA_Environment* env, const char* id, uint32_t minor,
+ZRSV_API void CORBA_BOA_set_standard_exception(CORBA_Environment* ev, const char* id, uint32_t minor,
                                                uint32_t completed);
 
-/* Fills `env` with the user exception of repository id `id`, of which the record keeps a copy. */
-ZRSV_API void ZR_set_user_exception(CORBA_Environment* env, const char* id);
+/* Fills `ev` with the user exception of repository id `id`, of which the record keeps a copy. */
+ZRSV_API void ZR_set_user_exception(CORBA_Environment* ev, const char* id);
 
 /* ---- Memory ------------------------------------------------------------------------------------------- */
 

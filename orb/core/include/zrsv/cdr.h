@@ -158,9 +158,9 @@ ZRSV_API unsigned char OM_cdr_read_encapsulation(CDR* cdr, CDR* inner);
 ZRSV_API unsigned char OM_cdr_open_encapsulation(CDR* inner);
 ZRSV_API unsigned char OM_cdr_write_encapsulation(CDR* cdr, const CDR* inner);
 
-/* Fills `env` with MARSHAL for a failed primitive, or with what `unconvertible` says, with that completion
+/* Fills `ev` with MARSHAL for a failed primitive, or with what `unconvertible` says, with that completion
  * value; "yes" becomes "maybe" where the stream holds a forward instead of the call's outcome. `cdr` may be null. */
-ZRSV_API void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* env);
+ZRSV_API void SetStdExCDR(CDR* cdr, uint32_t completed, CORBA_Environment* ev);
 
 #ifdef __cplusplus
 }

@@ -40,11 +40,11 @@ enum {
  * or the status is none of the four. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_reply_header(void* request, uint32_t status);
 /* The body of a system exception reply (id in its public form, minor, completion). */
-ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* env);
-/* Both at once: makes the system exception in `env` the reply, also where one was begun before. */
-ZRSV_API unsigned char ZR_reply_system_exception(void* request, const CORBA_Environment* env);
+ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_standard_excep(void* request, const CORBA_Environment* ev);
+/* Both at once: makes the system exception in `ev` the reply, also where one was begun before. */
+ZRSV_API unsigned char ZR_reply_system_exception(void* request, const CORBA_Environment* ev);
 /* The repository id that starts the body of a user exception reply. */
-ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* env);
+ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* ev);
 
 /* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete ---- */
 
@@ -72,19 +72,19 @@ ZRSV_API unsigned char OM_req_lib_UNO_IIOP_send_request(void* request);
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_recv_reply(void* request);
 /* The reply's status, ZR_REPLY_...; the stream then stands at the body. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* status);
-/* Read the head of the body into `env`: the id of a user exception; a whole system exception (id in its
+/* Read the head of the body into `ev`: the id of a user exception; a whole system exception (id in its
  * internal form). */
-ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* env);
-ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* env);
+ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* ev);
+ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* ev);
 /* Frees the request, whatever became of it; a reply that comes later is dropped. */
 ZRSV_API void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request);
 /* From now on calls on `object` go to where `forward` points, until that fails. After `ZR_FORWARD_LIMIT`
  * forwards in a row without an answer between them it returns false with TRANSIENT. Takes over nothing. */
 enum { ZR_FORWARD_LIMIT = 10 };
 ZRSV_API unsigned char OM_req_lib_set_locate_object(void* object, void* forward);
-/* Fills `env` with the reason of this thread's last failure on the client side, with that completion value;
+/* Fills `ev` with the reason of this thread's last failure on the client side, with that completion value;
  * TRANSIENT is always "no", as it is the core's word only for requests that nobody took. */
-ZRSV_API void SetStdExReqLib(uint32_t completed, CORBA_Environment* env);
+ZRSV_API void SetStdExReqLib(uint32_t completed, CORBA_Environment* ev);
 
 #ifdef __cplusplus
 }

@@ -257,11 +257,11 @@ class ZRSVCPP_API Environment {
   CORBA_Environment record_{};
 };
 
-/// Throws a copy, of its own type, of the exception that `env` holds; UNKNOWN, stored in `env` too, when it
+/// Throws a copy, of its own type, of the exception that `ev` holds; UNKNOWN, stored in `ev` too, when it
 /// holds none.
-[[noreturn]] ZRSVCPP_API void raise_environment(Environment& env);
+[[noreturn]] ZRSVCPP_API void raise_environment(Environment& ev);
 
 }  // namespace CORBA
 
 /// The last parameter of every operation of the mapping.
-#define CORBA_ENV CORBA::Environment& env = CORBA::Environment().self()
+#define CORBA_ENV CORBA::Environment& ev = CORBA::Environment().self()

@@ -46,10 +46,8 @@ class ZRSVCPP_API NVList : public virtual LocalObject {
 
   ULong count() const { return static_cast<ULong>(items_.size()); }
   /// Append an argument: one without a value, or with a copy of `value`. BAD_PARAM for flags other than ARG_....
-  NamedValue* add(Flags flags, CORBA_ENV) { return add_value("", Any(), flags, env); }
-  NamedValue* add_item(const char* name, Flags flags, CORBA_ENV) {
-    return add_value(name, Any(), flags, env);
-  }
+  NamedValue* add(Flags flags, CORBA_ENV) { return add_value("", Any(), flags, ev); }
+  NamedValue* add_item(const char* name, Flags flags, CORBA_ENV) { return add_value(name, Any(), flags, ev); }
   NamedValue* add_value(const char* name, const Any& value, Flags flags, CORBA_ENV);
   /// The same, which frees what it is given.
   NamedValue* add_item_consume(char* name, Flags flags, CORBA_ENV);

@@ -73,7 +73,7 @@ class ZRSVCPP_API Object : public Allocated {
   /// What is in force for calls of this reference on this thread: the reference's override, the thread's, or
   /// the ORB's; nil when none speaks of the type.
   Policy* _get_policy(PolicyType type, CORBA_ENV);
-  Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, env); }
+  Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, ev); }
 
   /// A new dynamic call of the object (corba/request.h); the caller releases it. BAD_PARAM without an operation.
   Request* _request(const char* operation, CORBA_ENV);

@@ -10,24 +10,24 @@ namespace CORBA::idl {
 /// A request, completed on every way out.
 class ZRSVCPP_API OwnRequest {
  public:
-  OwnRequest(Object* self, const OperationInfo& operation, Environment& env);
+  OwnRequest(Object* self, const OperationInfo& operation, Environment& ev);
   ~OwnRequest();
   OwnRequest(const OwnRequest&) = delete;
   OwnRequest& operator=(const OwnRequest&) = delete;
 
   void* get() const { return request_; }
   /// The direct skeleton of the operation; null when the call goes over IIOP.
-  ZR_method method(Environment& env) const;
+  ZR_method method(Environment& ev) const;
 
  private:
   void* request_ = nullptr;
   std::uint32_t kind_ = 0;
 };
 
-/// One exchange over IIOP. False: it was forwarded, and `env` has _major 3. A user exception that the operation
-/// does not list is left in `env`.
+/// One exchange over IIOP. False: it was forwarded, and `ev` has _major 3. A user exception that the operation
+/// does not list is left in `ev`.
 ZRSVCPP_API bool call_iiop(Object* self, void* request, bool response_expected,
-                           const OperationInfo& operation, void* const* slots, Environment& env);
+                           const OperationInfo& operation, void* const* slots, Environment& ev);
 
 template <class Class, class Signature>
 struct own_operation;
@@ -39,31 +39,31 @@ struct own_operation<Class, R(A...)> : operation<Class, R(A...)> {
   using Method = Return (*)(typename A::type..., Environment&);
 
   /// The stub: over IIOP, location forwards followed, or by the direct skeleton.
-  Return operator()(Object* self, typename A::type... argument, Environment& env) const {
-    env.clear();
+  Return operator()(Object* self, typename A::type... argument, Environment& ev) const {
+    ev.clear();
     for (;;) {
-      const OwnRequest request(self, *this, env);
-      if (const ZR_method method = request.method(env))
-        return reinterpret_cast<Method>(method)(static_cast<typename A::type>(argument)..., env);
+      const OwnRequest request(self, *this, ev);
+      if (const ZR_method method = request.method(ev))
+        return reinterpret_cast<Method>(method)(static_cast<typename A::type>(argument)..., ev);
       typename Row::Result::Holder result;
       void* const slots[] = {result.slot(), A::address(argument)...};
-      if (call_iiop(self, request.get(), !this->oneway, *this, slots, env)) return result.give();
-      env.clear();
+      if (call_iiop(self, request.get(), !this->oneway, *this, slots, ev)) return result.give();
+      ev.clear();
     }
   }
   /// The IIOP part of such a call: the caller made `request` and completes it.
   Return iiop(Object* self, void* request, bool response_expected, typename A::type... argument,
-              Environment& env) const {
+              Environment& ev) const {
     typename Row::Result::Holder result;
     void* const slots[] = {result.slot(), A::address(argument)...};
-    call_iiop(self, request, response_expected, *this, slots, env);
+    call_iiop(self, request, response_expected, *this, slots, ev);
     return result.give();
   }
   /// The direct skeleton: the operation of a fresh, unattached Implementation.
   template <const auto& Row, class Implementation>
-  static Return in_process(typename A::type... argument, Environment& env) {
+  static Return in_process(typename A::type... argument, Environment& ev) {
     Implementation implementation;
-    return (implementation.*Row.with_environment)(static_cast<typename A::type>(argument)..., env);
+    return (implementation.*Row.with_environment)(static_cast<typename A::type>(argument)..., ev);
   }
 };
 

@@ -131,7 +131,7 @@ constexpr Oneway oneway = Oneway::yes;
 
 /// Makes a call through the ORB core, follows forwards, and fills the result and out slots; throws what the
 /// call ends with. `slots` are those of the result and of all parameters.
-ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& env);
+ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots, Environment& ev);
 /// The same without an environment that anybody looks at.
 ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots);
 
@@ -144,7 +144,7 @@ class ZRSVCPP_API ServerCall {
   ServerCall(void* request, bool response_expected, void* (*find)(void* context), void* context)
       : target_(context), request_(request), find_(find), response_expected_(response_expected) {}
 
-  /// Runs the operation and writes the reply. False when the arguments or the reply did not fit; `env` then says
+  /// Runs the operation and writes the reply. False when the arguments or the reply did not fit; `ev` then says
   /// so, and nothing whole was written. Exceptions that the operation does not list pass through.
   bool serve(const OperationInfo& operation);
   /// Reads the in and inout arguments; false when the operation is not to run.
@@ -157,7 +157,7 @@ class ZRSVCPP_API ServerCall {
     return *static_cast<Class*>(target_);
   }
 
-  Environment env;
+  Environment ev;
 
  private:
   void* target_;  // or the context to find it by
@@ -198,10 +198,10 @@ struct operation<Class, R(A...)> : OperationInfo {
     call(self, *this, slots);
     return result.give();
   }
-  Return operator()(Object* self, typename A::type... argument, Environment& env) const {
+  Return operator()(Object* self, typename A::type... argument, Environment& ev) const {
     typename Result::Holder result;
     void* const slots[] = {result.slot(), A::address(argument)...};
-    call(self, *this, slots, env);
+    call(self, *this, slots, ev);
     return result.give();
   }
 
@@ -237,7 +237,7 @@ struct operation<Class, R(A...)> : OperationInfo {
     serve_with(
         self, call,
         [&](auto&... holder) -> Return {
-          return (call.target<Class>().*self.with_environment)(holder.pass()..., call.env);
+          return (call.target<Class>().*self.with_environment)(holder.pass()..., call.ev);
         },
         typename Result::Holder(), typename A::Holder()...);
   }

@@ -26,6 +26,6 @@ ZRSVCPP_API unsigned char skel_CORBA_Policy__get_policy_type(void* request, void
                                                              unsigned char response_expected, void* table);
 
 // Their direct twins: the operation of a fresh, unattached policy.
-ZRSVCPP_API CORBA::Policy* skel_INTRA_PROCESS_CORBA_Policy_copy(CORBA::Environment& env);
-ZRSVCPP_API void skel_INTRA_PROCESS_CORBA_Policy_destroy(CORBA::Environment& env);
-ZRSVCPP_API CORBA::PolicyType skel_INTRA_PROCESS_CORBA_Policy__get_policy_type(CORBA::Environment& env);
+ZRSVCPP_API CORBA::Policy* skel_INTRA_PROCESS_CORBA_Policy_copy(CORBA::Environment& ev);
+ZRSVCPP_API void skel_INTRA_PROCESS_CORBA_Policy_destroy(CORBA::Environment& ev);
+ZRSVCPP_API CORBA::PolicyType skel_INTRA_PROCESS_CORBA_Policy__get_policy_type(CORBA::Environment& ev);

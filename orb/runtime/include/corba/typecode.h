@@ -245,10 +245,10 @@ extern ZRSVCPP_API TypeCode* const _tc_Object;
 ZRSVCPP_API unsigned char cdr_CORBA_TypeCode(CDR* cdr, CORBA::TypeCode*& type);
 
 /// The TypeCode of an encoded description, as compiled IDL carries it: four zero octets, then one TypeCode in
-/// a form of its own. Nil, with BAD_TYPECODE in `env` but not thrown, when the description is cut short, goes
+/// a form of its own. Nil, with BAD_TYPECODE in `ev` but not thrown, when the description is cut short, goes
 /// on after its end, or is malformed. `orb` is not used.
 ZRSVCPP_API CORBA::TypeCode* cpp_CORBA_ORB_TypeCode_from_cgen_TC(void* orb,
                                                                  const CORBA_sequence_octet* encoded,
-                                                                 CORBA::Environment& env);
+                                                                 CORBA::Environment& ev);
 ZRSVCPP_API CORBA::TypeCode* cpp_CORBA_ORB_TypeCode_from_cgen_TC(void* orb, const CORBA::OctetSeq& encoded,
-                                                                 CORBA::Environment& env);
+                                                                 CORBA::Environment& ev);

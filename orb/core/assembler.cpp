@@ -81,6 +81,7 @@ Assembler::Result Assembler::bad(const char* error) {
 // The larger part of the stream stays where it is; the smaller one is copied.
 Assembler::Result Assembler::cut(std::size_t length, Buffer* message) {
   message->clear();
+  needed_ = 0;
   const std::size_t rest = have() - length;
   if (start_ == 0 && rest <= length) {
     if (!message->append(at() + length, rest)) throw std::bad_alloc();

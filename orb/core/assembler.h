@@ -29,6 +29,8 @@ class Assembler {
   /// what a header claims. Null: no memory.
   unsigned char* room(std::size_t* octets);
   void received(std::size_t octets) { stream_.grow(octets); }
+  /// Whether so many octets more are exactly what the message being read lacks.
+  bool ends_with(std::size_t octets) const { return octets == needed_; }
 
   /// The next whole message, its fragments joined: `message` holds header and body, and `header` says the
   /// same of it. The memory of `message` is used again for the stream. After Bad nothing more can be read;

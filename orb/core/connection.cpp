@@ -17,6 +17,13 @@ namespace {
 constexpr std::size_t most_discarded = 1 << 18;  // of input thrown away at the end
 constexpr std::size_t little = 64 << 10;         // of memory, that any connection may hold
 
+// A large message is received to its last octet and no further: whether more has come is not known then, and who
+// waits for its reply would be taken for one that does not.
+bool nothing_waits(int fd) {
+  char octet = 0;
+  return ::recv(fd, &octet, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
+}
+
 }  // namespace
 
 // ---- PeerAddress ----
@@ -139,8 +146,10 @@ Connection::Input Connection::receive_with(int flags) {
     return Input::None;
   }
   if (n <= 0) return Input::End;
-  assembler_.received(static_cast<std::size_t>(n));
-  drained_ = static_cast<std::size_t>(n) < room && !hung_up_.load(std::memory_order_relaxed);
+  const auto count = static_cast<std::size_t>(n);
+  const bool all = count < room || (assembler_.ends_with(count) && nothing_waits(fd_));
+  drained_ = all && !hung_up_.load(std::memory_order_relaxed);
+  assembler_.received(count);
   return Input::Octets;
 }
 

@@ -337,6 +337,44 @@ TEST(Connections, OfOneAddressAreLimited) {
   zrsv::set_options({});
 }
 
+// Else a client of large messages looks like one that sends without waiting, and no thread is pinned to it.
+TEST(Connections, KnowThatNothingFollowsALargeMessage) {
+  struct NoHost : zrsv::ConnectionHost {
+    void resume_reading(zrsv::Connection&) override {}
+    void watch_output(zrsv::Connection&) override {}
+  } host;
+  zrsv::ConnectionPool pool(host);
+  int pair[2];
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  Socket peer(pair[0]);
+  zrsv::Connection* const connection = pool.take(pair[1], {});
+  zrsv::giop::Header header;
+  zrsv::Buffer read;
+  for (const bool more : {false, true})
+    for (const std::size_t octets : {100u, 8192u, 20'000u, 100'000u}) {
+      SCOPED_TRACE(octets);
+      const auto body = [&](zrsv::Writer& to) { to.octets(std::string(octets, 'x')); };
+      const std::string octets_sent = message(zrsv::giop::Type::Request, body) + (more ? "G" : "");
+      peer.send(octets_sent);
+      ASSERT_TRUE(connection->begin_read(false));
+      auto result = zrsv::Assembler::Result::NeedMore;
+      while ((result = connection->assembler().next(&header, &read)) == zrsv::Assembler::Result::NeedMore)
+        ASSERT_EQ(connection->receive(), zrsv::Connection::Input::Octets);
+      ASSERT_EQ(result, zrsv::Assembler::Result::Message);
+      if (more) {
+        EXPECT_TRUE(connection->more_input() || connection->assembler().incomplete() > 0);
+        connection->assembler().reset();
+        while (connection->receive() == zrsv::Connection::Input::Octets) connection->assembler().reset();
+      } else {
+        EXPECT_FALSE(connection->more_input());
+        EXPECT_EQ(connection->receive(), zrsv::Connection::Input::None);
+      }
+      EXPECT_TRUE(connection->end_read());
+    }
+  connection->unregister();
+  connection->drop();
+}
+
 TEST_F(Engine, ALossIsToldAtOnceAndWhenARequestEndsLater) {
   disconnect = [&](long, const void*, bool) { board_.add("lost"); };
   start({"-ORBThreads", "3"});

@@ -27,7 +27,6 @@ constexpr std::size_t keep = large_from;  // memory that a thread keeps in each 
 constexpr unsigned turns_in_a_row = 64;   // messages and reads of one connection before others are looked at
 constexpr unsigned ready_in_a_row = 16;   // connections from the ready list before new events are looked at
 
-constexpr std::size_t most_pins = 16;
 constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread is unpinned
 
 // Nobody cancels the threads of the engine. The system, once told, leaves its book-keeping of that out of
@@ -60,7 +59,7 @@ Engine::Engine(uint32_t slots)
     : slots_(slots),
       pool_(*this),
       most_connections_(most_connections(pool_.options())),
-      pins_(std::min<std::size_t>(slots, most_pins)) {}
+      pins_(pool_.options().pinned_threads) {}
 
 Engine::~Engine() {
   for (const int fd : {epoll_, wake_, hosted_work_}) {
@@ -84,10 +83,10 @@ bool Engine::start() {
       watch_input(connection, true);
       pass_on(connection);
     });
-    const std::size_t count = slots_.count() + 1 + pins_.count();
+    const std::size_t count = slots_.count() + 1, most = count + pins_.count() + Slots::most_lent;
     const MutexLock lock(end_mutex_);
-    threads_.reserve(count + Slots::most_lent);
-    ended_.reserve(count + Slots::most_lent);
+    threads_.reserve(most);
+    ended_.reserve(most);
     while (threads_.size() < count) threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::exception& e) {
     OM_log("a thread of the ORB cannot be started: %s", e.what());
@@ -183,9 +182,14 @@ void Engine::pin_to(Worker& worker, const Ref<Connection>& connection) {
   Pins::Pin* const pin = pins_.take(*connection);
   if (!pin) return;
   if (connection->begin_read(false)) {
-    watch_input(*connection, false);
-    worker.turns_left = turns_without_call;
-    while (serve_pinned(worker, connection, pin)) continue;
+    if (has_threads(threads_to_pin_, pins_.taken())) {
+      watch_input(*connection, false);
+      worker.turns_left = turns_without_call;
+      while (serve_pinned(worker, connection, pin)) continue;
+    } else {
+      connection->paused();
+      pass_on(*connection);
+    }
   }
   pins_.leave(pin);
 }
@@ -199,8 +203,9 @@ bool Engine::serve_pinned(Worker& worker, const Ref<Connection>& connection, Pin
   if (input == Connection::Input::Octets) {
     worker.pin = pin;
     serve(worker, connection);
+    const bool stays = std::exchange(worker.pin, nullptr) != nullptr;
     if (worker.slot) run_waiting(worker);
-    if (!std::exchange(worker.pin, nullptr)) return false;
+    if (!stays) return false;
     if (pin->running()) return pin->end_run();
     if (!connection->begin_read(false))
       return watch_input(*connection, true), false;  // another's now, or lost
@@ -378,10 +383,18 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   Apart apart = Apart::take(&request.cdr);  // never of a call of this process
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
+  if (worker.pin) give_back_early(worker);
   if (request.connection && request.head.response_expected)
     send_reply(*request.connection, &reply, std::move(apart));
   if (left_behind) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
+}
+
+// The servant is done. While the thread sends, another one may run a request: not of this client, whose reading is
+// this thread's, so its replies keep their order.
+void Engine::give_back_early(Worker& worker) {
+  worker.slot.give_back();
+  if (waiting_.any()) worker.slot = slots_.take();
 }
 
 // An answer that there was no memory for is the connection's end.
@@ -539,7 +552,7 @@ Requests Engine::withdraw(Connection* connection, const uint32_t* id) {
 // ---- Slots that are lent ----
 
 bool Engine::lend() {
-  if (!slots_.lend([this](uint32_t lent) { return has_thread_for(lent); })) {
+  if (!slots_.lend([this](uint32_t lent) { return has_threads(threads_to_lend_, lent); })) {
     refuse_nested();
     return false;
   }
@@ -547,16 +560,16 @@ bool Engine::lend() {
   return true;
 }
 
-// A thread more for each, as the ones that lend are not there for others. They stay until the end.
-bool Engine::has_thread_for(uint32_t lent) {
-  if (more_threads_.load(std::memory_order_relaxed) >= lent) return true;
+// A thread more for each that lends, or is pinned, as it is not there for others. They stay until the end.
+bool Engine::has_threads(std::atomic<uint32_t>& more, uint32_t wanted) {
+  if (more.load(std::memory_order_relaxed) >= wanted) return true;
   const MutexLock lock(end_mutex_);
   if (quit_.load() || stopping_.load()) return false;
   try {
-    for (; more_threads_.load() < lent; more_threads_.fetch_add(1))
+    for (; more.load() < wanted; more.fetch_add(1))
       threads_.emplace_back([self = shared_from_this()] { self->work(); });
   } catch (const std::exception& e) {
-    OM_log("no thread for a nested call: %s", e.what());
+    OM_log("the ORB cannot have another thread: %s", e.what());
     return false;
   }
   return true;

@@ -2,8 +2,8 @@
 //
 // N + 1 threads wait on one epoll set. The one that gets an event reads the connection, and runs the request
 // that it read itself, after it has given reading back: no other thread has to be woken for it. At most N
-// threads run requests at a time, so one is always left to read, to refuse and to close. There are as many
-// threads more as may be pinned to a connection (pinning.h).
+// threads run requests at a time, so one is always left to read, to refuse and to close. A thread more is started
+// for each that is pinned to a connection (pinning.h).
 #pragma once
 
 #include <atomic>
@@ -95,6 +95,7 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   Next handle_request(Worker& worker, const Ref<Connection>& connection);
   Next admit(Worker& worker, ServerRequest& request);
   void run(Worker& worker, ServerRequest& request);
+  void give_back_early(Worker& worker);
   [[gnu::cold]] void park(Worker& worker, ServerRequest& request);
   [[gnu::cold]] static bool make_lasting(ServerRequest& request, ClientRequest& call);
   Fault park_and_await(ServerRequest& request, bool in_upcall, Clock::time_point deadline, Buffer* reply);
@@ -111,7 +112,7 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   void wake();
 
   // Slots, and what waits for one.
-  bool has_thread_for(uint32_t lent);
+  bool has_threads(std::atomic<uint32_t>& more, uint32_t wanted);
   bool waits_for_itself(const ServerRequest& request) const;
   Slot slot_to_run_now(const ServerRequest& request);
   bool enqueue(ServerRequest* request);
@@ -161,7 +162,8 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   // looks for idle threads afterwards: one of the two sees the other.
   std::atomic<uint32_t> idle_{0};
   std::atomic<bool> wake_pending_{false};
-  std::atomic<uint32_t> more_threads_{0};  // written with end_mutex_ held
+  // Beside the first ones; written with end_mutex_ held.
+  std::atomic<uint32_t> threads_to_lend_{0}, threads_to_pin_{0};
   std::atomic<uint32_t> ready_count_{0};
   Waiting waiting_{0};
   Waiting hosted_waiting_{1};  // for perform_work

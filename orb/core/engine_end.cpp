@@ -31,11 +31,13 @@ void Engine::refuse(Requests requests) {
   while (auto request = requests.pop_front()) refuse(worker, *request, "TRANSIENT");
 }
 
-// Replies that clients are taking may go out.
+// Replies that clients are taking may go out, and those that threads are about to send.
 void Engine::drain_output(Clock::time_point deadline) {
   const auto has_output = [this] {
     bool any = false;
-    pool_.for_each([&](const auto& connection) { any |= connection->has_output() && !connection->broken(); });
+    pool_.for_each([&](const auto& connection) {
+      any |= (connection->has_output() || connection->has_requests()) && !connection->broken();
+    });
     return any;
   };
   while (has_output() && Clock::now() < deadline) {

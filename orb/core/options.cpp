@@ -75,6 +75,8 @@ constexpr Row rows[] = {
     {"-ORBListen", listen, "HOST:PORT: an end point to accept connections at; port 0 takes any; repeatable"},
     {"-ORBPublish", publish, "HOST[:PORT], no wildcard: an end point to write into references; repeatable"},
     {"-ORBThreads", number<&Options::threads, 0, 4096>, "0 to 4096: requests run at once; 0 chooses"},
+    {"-ORBPinnedThreads", number<&Options::pinned_threads, 0, 4096>,
+     "0 to 4096: threads that stay with a busy connection each, beside the others"},
     {"-ORBQueue", number<&Options::queue, 1, any_number>, "1 or more: requests that may wait"},
     {"-ORBMaxMessage", number<&Options::max_message, 1024, INT32_MAX>,
      "1024 to 2147483647: octets of the largest message taken"},

@@ -39,10 +39,12 @@ void Pins::stop() {
 }
 
 Pins::Pin* Pins::take(Connection& connection) {
+  if (taken() == count()) return nullptr;  // with more busy clients than pins each call asks
   const MutexLock lock(mutex_);
   if (free_.empty()) return nullptr;
   Pin* pin = free_.back();
   free_.pop_back();
+  taken_.fetch_add(1);
   const uint64_t last = pin->state_.load() & ~Pin::put_back;
   pin->state_.store(last + last % 2);
   pin->connection_.store(&connection);
@@ -53,6 +55,7 @@ Pins::Pin* Pins::take(Connection& connection) {
 void Pins::leave(Pin* pin) {
   pin->connection_.store(nullptr);
   const MutexLock lock(mutex_);
+  taken_.fetch_sub(1);
   if (!stop_) free_.push_back(pin);
 }
 

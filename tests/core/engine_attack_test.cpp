@@ -73,6 +73,14 @@ TEST_F(Attacks, LeaveOthersAnsweredAtOnce) {
        [&] {
          for (int i = 0; i < 200; ++i) (stranger(call(1, "echo", 1)), strangers_.clear());
        }},
+      {"have threads stay with them, and fall silent in a message",
+       [&] {
+         for (int i = 0; i < 80; ++i) {
+           Client& client = stranger();
+           for (uint32_t id = 0; id < 20; ++id) EXPECT_EQ(client.ask(call(id, "echo", 1)), "1");
+           EXPECT_TRUE(client.send(call(20, "echo").substr(0, 40)));
+         }
+       }},
       {"begin fragments", [&] {
          const std::string part = fragments(request(1, "echo", 1, key() + std::string(300, 'k')), 64)[0];
          for (int i = 0; i < 30; ++i) stranger(part);

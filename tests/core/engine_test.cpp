@@ -137,7 +137,7 @@ TEST_F(Engine, ManyClientsAtOnce) {
   };
   start({"-ORBThreads", "3"});
   std::vector<std::thread> threads;
-  for (int32_t t = 0; t < 6; ++t) {
+  for (int32_t t = 0; t < 12; ++t) {  // threads stay with more connections than requests may run
     threads.emplace_back([&, t] {
       for (int i = 0; i < 5; ++i) {
         Client client(port());

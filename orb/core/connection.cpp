@@ -159,7 +159,7 @@ bool Connection::count_call() {
 }
 
 void Connection::paused() {
-  const bool worth_it = calls_in_turn_ / 4 >= calls_wanted_;
+  const bool worth_it = calls_in_turn_ / 2 >= calls_wanted_;  // as many as it took to get there
   calls_wanted_ = worth_it ? least_calls : std::min(calls_wanted_ * 2, most_calls);
   calls_in_turn_ = 0;
 }

@@ -211,7 +211,7 @@ class Connection {
   std::atomic<uint8_t> reading_{Idle};
   std::atomic<bool> hung_up_{false};  // the end of input is near: read until it is seen
   bool drained_ = false;              // the reader's own
-  static constexpr uint32_t least_calls = 16, most_calls = 4096;
+  static constexpr uint32_t least_calls = 4, most_calls = 4096;
   uint32_t calls_in_turn_ =
       0;  // the reader's own: requests that came alone, after the reply to the one before
   uint32_t calls_wanted_ = least_calls;

@@ -354,7 +354,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   if (Slot slot = slot_to_run_now(request)) {
     worker.slot = std::move(slot);
     give_reading_back(worker, *request.connection);
-    run(worker, request);
+    run(worker, request, After::GiveBack);
     return Next::Leave;
   }
   if (!enqueue(&request)) refuse(worker, request, "TRANSIENT");
@@ -370,7 +370,7 @@ void Engine::tell_of_full(const ServerRequest& request) const {
 }
 
 // With a slot. The mark comes before the look: lose() looks the other way round.
-void Engine::run(Worker& worker, ServerRequest& request) {
+void Engine::run(Worker& worker, ServerRequest& request, After after) {
   if (request.connection && !request.connection->served.load(std::memory_order_relaxed))
     request.connection->served = true;
   if (request.orphaned()) return;
@@ -383,15 +383,14 @@ void Engine::run(Worker& worker, ServerRequest& request) {
   Apart apart = Apart::take(&request.cdr);  // never of a call of this process
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
-  if (worker.pin) give_back_early(worker);
+  if (after == After::GiveBack) give_back_early(worker);
   if (request.connection && request.head.response_expected)
     send_reply(*request.connection, &reply, std::move(apart));
   if (left_behind) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
 }
 
-// The servant is done. While the thread sends, another one may run a request: not of this client, whose reading is
-// this thread's, so its replies keep their order.
+// The servant is done. While the thread sends, another one may run a request.
 void Engine::give_back_early(Worker& worker) {
   worker.slot.give_back();
   if (waiting_.any()) worker.slot = slots_.take();

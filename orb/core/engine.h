@@ -80,6 +80,8 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   };
   /// What the reader does after a message: read on, or leave, as reading is another's now or at its end.
   enum class Next { Read, Leave };
+  /// What becomes of the slot once the servant is done.
+  enum class After { KeepSlot, GiveBack };
 
   // The thread's round, and the road of a request.
   void work();
@@ -94,7 +96,7 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   Next handle(Worker& worker, const Ref<Connection>& connection);
   Next handle_request(Worker& worker, const Ref<Connection>& connection);
   Next admit(Worker& worker, ServerRequest& request);
-  void run(Worker& worker, ServerRequest& request);
+  void run(Worker& worker, ServerRequest& request, After after = After::KeepSlot);
   void give_back_early(Worker& worker);
   [[gnu::cold]] void park(Worker& worker, ServerRequest& request);
   [[gnu::cold]] static bool make_lasting(ServerRequest& request, ClientRequest& call);

@@ -23,7 +23,7 @@ POAInfoPtr ready_child(const POAInfoPtr& parent, const char* name, CORBA::Enviro
 POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
   CORBA_Environment core{};
   const char* intf = ZR_object_get_IntfID(reference->get_ref(), 0, &core);
-  POAInfoPtr parent = root_poa_info->shared_from_this();
+  POAInfoPtr parent = record_of(root_poa_info->shared_from_this());
   if (std::getenv("ZR_IMPLID")) {
     POA_TRACE("POAInfo::findPOAInfoByReference intfid=%s", intf);
   } else {
@@ -38,26 +38,26 @@ POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
 struct LastPoa {
   std::string path;
   std::weak_ptr<POAInfo> poa;
-  std::uint64_t tree = 0;  // POAInfo::tree_changes when it was found
+  std::uint64_t tree = 0;  // POANode::tree_changes when it was found
 };
 
 /// The warm road: all POAs of the path are there. Null when one is missing.
 POAInfoPtr find_existing(std::string_view path) {
   LastPoa* last = zrsv::of_thread<LastPoa>();
-  if (last && last->tree == POAInfo::tree_changes && last->path == path) {
+  if (last && last->tree == POANode::tree_changes && last->path == path) {
     if (POAInfoPtr poa = last->poa.lock()) return poa;
   }
   MutexGuard guard(poa_mutex);
-  const POAInfo* poa = root_poa_info;
+  POANode* poa = root_poa_info;
   for (PathNames names(path); const auto name = names.next();) {
     poa = poa->child_named(*name);
     if (!poa) return nullptr;
   }
-  POAInfoPtr found = std::const_pointer_cast<POAInfo>(poa->shared_from_this());
+  POAInfoPtr found = record_of(poa->shared_from_this());
   if (last) {
     last->path = path;
     last->poa = found;
-    last->tree = POAInfo::tree_changes;
+    last->tree = POANode::tree_changes;
   }
   return found;
 }
@@ -65,11 +65,11 @@ POAInfoPtr find_existing(std::string_view path) {
 /// POA by POA: missing ones are asked of adapter activators, and those that one is still filling are waited
 /// for.
 POAInfoPtr walk(std::string_view path, CORBA::Environment& ev) {
-  if (path.empty()) return root_poa_info->shared_from_this();
+  if (path.empty()) return record_of(root_poa_info->shared_from_this());
   if (!OM_TRACE_IS_ON) {
     if (POAInfoPtr found = find_existing(path); found && !AdapterActivation::any()) return found;
   }
-  POAInfoPtr poa = root_poa_info->shared_from_this();
+  POAInfoPtr poa = record_of(root_poa_info->shared_from_this());
   for (PathNames names(path); const auto name = names.next();)
     poa = ready_child(poa, std::string(*name).c_str(), ev);
   POA_TRACE("findPOAInfoByReference end...[Reverse order of qualified name]");

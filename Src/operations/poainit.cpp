@@ -68,10 +68,10 @@ void make_root(CORBA::Environment& ev) {
   PortableServer::POA* object = record->createObject(ev);
   {
     MutexGuard guard(poa_mutex);
-    POAInfo::enter_live(record);
+    POANode::enter_live(record);
     root_poa_info = record.get();
   }
-  POAInfo::root_poa = object;
+  POANode::root_poa = object;
   initialised = true;
 }
 
@@ -88,7 +88,7 @@ void* start(void* orb) {
   make_current(ev);
   try {
     make_root(ev);
-    return CORBA_object_duplicate(POAInfo::root_poa->get_ref(), ev._evp);
+    return CORBA_object_duplicate(POANode::root_poa->get_ref(), ev._evp);
   } catch (const CORBA::Exception&) {
     POA_TRACE("root_poa is nil!");
     return nullptr;
@@ -101,7 +101,7 @@ extern "C" void* _poa_init(void* orb, void* boa) {
   POA_TRACE("_poa_init");
   core_handles.orb = orb;
   core_handles.boa = boa;
-  void* root = initialised ? POAInfo::root_poa->get_ref() : start(orb);
+  void* root = initialised ? POANode::root_poa->get_ref() : start(orb);
   if (root) ZR_register_initial_reference(orb, "POACurrent", poa_current->get_ref());
   return root;
 }

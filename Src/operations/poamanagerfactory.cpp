@@ -4,8 +4,8 @@
 
 #include "base/locks.h"
 #include "base/raise.h"
-#include "records/poainfo.h"
 #include "records/poamanagerinfo.h"
+#include "records/poanode.h"
 
 namespace PortableServer {
 namespace {
@@ -57,7 +57,7 @@ class Factory : public POAManagerFactory {
 
 POAManagerFactory* POA::the_POAManagerFactory(CORBA::Environment& ev) {
   ev.clear();
-  if (!POAInfo::findPOAInfo(this, ev)) raise<CORBA::BAD_PARAM>(ev, nullptr);
+  if (!POANode::find_live(this)) raise<CORBA::BAD_PARAM>(ev, nullptr);
   static Factory* const one = new Factory;  // references to it may be let go until the process ends
   return POAManagerFactory::_duplicate(one);
 }

@@ -103,7 +103,7 @@ void PortableServer_POA_impl::destroy(CORBA::Boolean etherealize_objects, CORBA:
   on_record(this, ev, "PortableServer_POA_impl::destroy [poa_info is null.]", [&](POAInfo& record) {
     MutexGuard guard(poa_mutex);  // nobody finds a record that is destroyed and still in the tree
     record.destroy(etherealize_objects, wait_for_completion, ev);
-    POAInfo::remove_from_list(&record);
+    POANode::remove_from_list(&record);
   });
 }
 

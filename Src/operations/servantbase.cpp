@@ -13,7 +13,7 @@
 #include "objects/activeobjectmap.h"
 #include "objects/referencedata.h"
 #include "objects/servantreferences.h"
-#include "records/poainfo.h"
+#include "records/poanode.h"
 
 namespace PortableServer {
 
@@ -182,7 +182,7 @@ CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, in
   const auto id = recorded_id(_default_servant > 0, oid, ior);
   if (!id) return nullptr;
   if (reference_recorded(*this, read_identity(poa), *id)) return nullptr;
-  const POAInfoPtr record = POAInfo::findPOAInfo(poa, CORBA::Environment().self());
+  const POANodePtr record = POANode::find_live(poa);
   return record ? enter_reference(*this, record, ior, flag, *id) : nullptr;
 }
 

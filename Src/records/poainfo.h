@@ -1,14 +1,12 @@
-// The record of one POA: its place in the tree, its policies, its objects. A source file a concern:
-// poainfo.cpp (life, proof of life), poainfo_tree.cpp, poainfo_references.cpp, poainfo_activation.cpp,
-// poainfo_conversion.cpp.
+// The record of one POA: its policies and its objects, beside its place in the tree. A source file a concern:
+// poainfo.cpp (life), poainfo_tree.cpp, poainfo_references.cpp, poainfo_activation.cpp, poainfo_conversion.cpp.
 #pragma once
 
-#include <unordered_map>
 #include <vector>
 
 #include "objects/activeobjectmap.h"
-#include "objects/objecthome.h"
 #include "records/defaultservant.h"
+#include "records/poanode.h"
 #include "records/policyset.h"
 #include "zrsv/gate.h"
 
@@ -22,26 +20,19 @@ using POAObjectPtr = std::shared_ptr<PortableServer::POA>;
 
 /// Functions whose names an operation of the POA has do its work: see include/poa/interfaces.h for what they
 /// answer and raise. Any thread.
-class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> {
+class POAInfo : public POANode {
  public:
   POAInfo();
   /// A record for a new POA, not yet in the tree and without a POA object.
   POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& list,
           CORBA::Environment& ev);
   ~POAInfo();
-  POAInfo(const POAInfo&) = delete;
-  POAInfo& operator=(const POAInfo&) = delete;
 
   // ---- The record (poainfo.cpp) ----
   /// Makes the record's POA object.
   PortableServer::POA* createObject(CORBA::Environment& ev);
   /// The live record of a POA object, or null. Never raises.
   static POAInfoPtr findPOAInfo(PortableServer::POA* _this, CORBA::Environment& ev);
-  static bool is_existent(const POAInfo* target);
-  /// Unlinks the record from its parent's children and from the table of live records.
-  static void remove_from_list(POAInfo* target);
-  /// Enters the record into the table of live records, which holds it.
-  static void enter_live(const POAInfoPtr& record) ZR_REQUIRES(poa_mutex);
 
   // ---- The tree (poainfo_tree.cpp) ----
   /// The caller's own reference to the child, which is in the tree only when everything has worked.
@@ -51,10 +42,6 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   /// Never null: AdapterNonExistent, or BAD_PARAM for a null name. With `act`, a missing child is asked of
   /// the adapter activator, which is called with no lock held.
   POAInfoPtr findChildByName(const char* _adapter_name, CORBA::Environment& ev, CORBA::Boolean act);
-  /// The child, or null.
-  POAInfo* child_named(std::string_view name) const ZR_REQUIRES(poa_mutex);
-  POAInfo* the_first_child() const ZR_REQUIRES(poa_mutex) { return first_child; }
-  const char* the_adapter_name() const { return adapter_name; }
   char* the_name(CORBA::Environment& ev);
   PortableServer::POA* the_parent(CORBA::Environment& ev);
   PortableServer::POAList* the_children(CORBA::Environment& ev);
@@ -65,8 +52,6 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
                CORBA::Environment& ev);
 
   // ---- References (poainfo_references.cpp) ----
-  /// Writes the name part of the POA's references; false when there is no room.
-  bool createNameReferenceData(CORBA_sequence_octet* referenceData) const;
   CORBA::Object* POACreateReference(const PortableServer::ObjectId& oid, const char* intf,
                                     CORBA::Environment& ev);
   CORBA::Object* create_reference(const char* intf, CORBA::Environment& ev);
@@ -102,40 +87,16 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
 
   // ---- Fields ----
   std::shared_ptr<zrsv::Gate> turnstile;  // of a POA that runs one request at a time
-  std::vector<CORBA::Object_var> counted ZR_GUARDED_BY(poa_mutex);  // managers and activators that count
-  std::unique_ptr<Queue> requestCache;                              // never made by the library
-  POAInfo* first_child ZR_GUARDED_BY(poa_mutex) = nullptr;
-  POAInfo* siblings ZR_GUARDED_BY(poa_mutex) = nullptr;  // the next child of the same parent; newest first
-  POAInfo* newer_sibling ZR_GUARDED_BY(poa_mutex) = nullptr;
-  std::unordered_map<std::string_view, POAInfo*> children ZR_GUARDED_BY(poa_mutex);  // by name
-  POAInfo* parent = nullptr;           // set before the record is linked, and kept when it is unlinked
-  POAInfoPtr parent_record;            // holds `parent` for as long as someone may follow it
-  std::atomic<bool> destroyed{false};  // being destroyed, or gone; written under poa_mutex
-  PortableServer::POAManager* poa_manager = nullptr;  // the manager record's
+  std::unique_ptr<Queue> requestCache;    // never made by the library
   POAManagerInfo* poa_managerInfo_ptr = nullptr;
-  std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned
-  char* adapter_name = nullptr;                                               // owned
   PolicySet policies;
-  std::atomic<PortableServer::ServantManager*> servantManager_ptr{nullptr};  // as given; not owned
   DefaultServant default_servant;
 
-  static PortableServer::POA* root_poa;
-  /// Counts the POAs that came, began to go, and went. While it stands, what was found in the tree is there.
-  /// Written under poa_mutex.
-  static std::atomic<std::uint64_t> tree_changes;
-
  private:
-  static bool is_below(const POAInfo* parent, const POAInfo* target) ZR_REQUIRES(poa_mutex);
-  static bool is_live(const POAInfo& record) ZR_REQUIRES(poa_mutex);
   void share_manager(PortableServer::POAManager* manager, CORBA::Environment& ev);
   POAInfoPtr ask_activator(PortableServer::AdapterActivator& activator, const char* name,
                            CORBA::Environment& ev);
 
-  /// Takes a record out of its parent's children and out of the table of live records; false, and nothing
-  /// changed, when its parent has no such child.
-  static bool unlink(const POAInfo& child) ZR_REQUIRES(poa_mutex);
-  /// Octets of the name part in the references of a child of that name.
-  std::size_t name_part_length(std::string_view name) const;
   PortableServer::POA_var add_child(const char* name, PortableServer::POAManager* manager,
                                     const CORBA::PolicyList& list, CORBA::Environment& ev)
       ZR_REQUIRES(poa_mutex);
@@ -152,6 +113,12 @@ class POAInfo : public ObjectHome, public std::enable_shared_from_this<POAInfo> 
   /// Installs a default servant (null: none) and takes the one before out, with the references kept for it.
   void exchange_default(PortableServer::ServantBase* servant, DefaultServant::Oid oid,
                         PortableServer::LeavingServant& leaving) ZR_REQUIRES(poa_default_servant_ref_mutex);
+
+  PortableServer::POAManager* poa_manager = nullptr;                          // the manager record's
+  std::atomic<PortableServer::AdapterActivator*> adapter_activator{nullptr};  // as given; not owned
+  std::atomic<PortableServer::ServantManager*> servantManager_ptr{nullptr};   // likewise
+  std::vector<CORBA::Object_var> counted ZR_GUARDED_BY(poa_mutex);            // those of them that count
 };
 
-extern POAInfo* root_poa_info;
+/// The record of a node, which each node is part of; null for none.
+inline POAInfoPtr record_of(POANodePtr node) { return std::static_pointer_cast<POAInfo>(std::move(node)); }

@@ -9,17 +9,6 @@
 using PortableServer::ObjectId;
 using PortableServer::POA;
 
-bool POAInfo::createNameReferenceData(CORBA_sequence_octet* referenceData) const {
-  POA_TRACE("POAInfo::createNameReferenceData called...");
-  SequenceWriter out(*referenceData);
-  for (const POAInfo* poa = this; poa && poa != root_poa_info; poa = poa->parent) {
-    if (out.used() != 0 && !out.put(poa_seperator)) return false;
-    if (!out.put(poa->adapter_name)) return false;
-  }
-  POA_TRACE("createNameReferenceData end...[length = %d]", static_cast<int>(out.used()));
-  return out.put(std::string_view("\0", 1)) && out.finish();
-}
-
 namespace {
 
 /// A new handle of the ORB core, or null.

@@ -48,13 +48,6 @@ void require_name(const char* name, const char* null_trace, const char* empty_tr
 
 // ---- Creation ----
 
-std::size_t POAInfo::name_part_length(std::string_view name) const {
-  std::size_t length = name.size() + 1;
-  for (const POAInfo* poa = this; poa && poa != root_poa_info; poa = poa->parent)
-    length += std::strlen(poa->adapter_name) + 1;
-  return length;
-}
-
 PortableServer::POA_var POAInfo::create_POA(const char* _adapter_name,
                                             PortableServer::POAManager* a_POAManager,
                                             const CORBA::PolicyList& list, CORBA::Environment& ev) {
@@ -84,18 +77,7 @@ PortableServer::POA_var POAInfo::add_child(const char* name, PortableServer::POA
   }
   auto child = std::make_shared<POAInfo>(name, manager, list, ev);
   PortableServer::POA_var for_caller = POA::_duplicate(child->createObject(ev));
-  const auto named = children.emplace(child->adapter_name, child.get()).first;
-  try {
-    enter_live(child);  // from here on nothing fails
-  } catch (...) {
-    children.erase(named);
-    throw;
-  }
-  child->parent = this;
-  child->parent_record = shared_from_this();
-  child->siblings = first_child;
-  if (first_child) first_child->newer_sibling = child.get();
-  first_child = child.get();
+  link_child(child);
   return for_caller;
 }
 
@@ -116,11 +98,6 @@ POAObjectPtr POAInfo::find_POA(const char* _adapter_name, CORBA::Boolean activat
   return {child, child->poa_object};
 }
 
-POAInfo* POAInfo::child_named(std::string_view name) const {
-  const auto found = children.find(name);
-  return found == children.end() ? nullptr : found->second;
-}
-
 POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environment& ev, CORBA::Boolean act) {
   POA_TRACE("POAInfo::findChildByName called...");
   if (!_adapter_name) {
@@ -129,10 +106,10 @@ POAInfoPtr POAInfo::findChildByName(const char* _adapter_name, CORBA::Environmen
   }
   {
     MutexGuard guard(poa_mutex);
-    if (POAInfo* child = child_named(_adapter_name)) {
+    if (POANode* child = child_named(_adapter_name)) {
       POA_TRACE("POAInfo::findChildByName end...[found name = %s : return 0x%lx]", _adapter_name,
                 trace_address(child));
-      return child->shared_from_this();
+      return record_of(child->shared_from_this());
     }
     POA_TRACE("  not found name = %s", _adapter_name);
   }
@@ -149,7 +126,7 @@ POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, c
   const AdapterActivation activation(identity, name);
   {  // another thread's may just have come to its end
     MutexGuard guard(poa_mutex);
-    if (POAInfo* child = child_named(name)) return child->shared_from_this();
+    if (POANode* child = child_named(name)) return record_of(child->shared_from_this());
   }
   POA_TRACE("call adapter_activator->unknown_adapter..");
   if (!activator.unknown_adapter(poa_object, const_cast<char*>(name), ev)) {
@@ -158,7 +135,7 @@ POAInfoPtr POAInfo::ask_activator(PortableServer::AdapterActivator& activator, c
   }
   {
     MutexGuard guard(poa_mutex);
-    if (POAInfo* child = child_named(name)) return child->shared_from_this();
+    if (POANode* child = child_named(name)) return record_of(child->shared_from_this());
   }
   raise<POA::AdapterNonExistent>(ev, "adapter_act returns NULL,  throw AdapterNonExistent",
                                  "POAInfo::findChildByName [adapter_act returns null.]");
@@ -184,11 +161,11 @@ PortableServer::POAList* POAInfo::the_children(CORBA::Environment&) {
   POA_TRACE("POAInfo::the_children called...");
   MutexGuard guard(poa_mutex);
   CORBA::ULong count = 0;
-  for (const POAInfo* child = first_child; child; child = child->siblings) ++count;
+  for (const POANode* child = first_child; child; child = child->siblings) ++count;
   auto list = std::make_unique<PortableServer::POAList>(count);
   list->length(count);
   CORBA::ULong at = 0;
-  for (const POAInfo* child = first_child; child; child = child->siblings)
+  for (const POANode* child = first_child; child; child = child->siblings)
     (*list)[at++] = POA::_duplicate(child->poa_object);
   return list.release();
 }
@@ -244,7 +221,7 @@ void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_f
     etherealize_destroyed(etherealize_objects, wait_for_completion_, ev);
     if (ActiveObjectMap* map = active_object_map) map->let_go_of_servants();
   } catch (...) {
-    destroyed = !is_live(*this);  // still in the tree: it works on and can be destroyed again
+    destroyed = !is_live();  // still in the tree: it works on and can be destroyed again
     throw;
   }
 }
@@ -252,11 +229,11 @@ void POAInfo::_destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_f
 void POAInfo::destroy_children(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                                CORBA::Environment& ev) {
   while (first_child) {
-    const POAInfoPtr child = first_child->shared_from_this();
+    const POAInfoPtr child = record_of(first_child->shared_from_this());
     // A child may have been destroyed and not be unlinked yet: by another thread, or further out on this
     // thread's stack.
     if (!child->destroyed) child->_destroy(etherealize_objects, wait_for_completion_, ev);
-    unlink(*child);
+    child->unlink_from_parent();
   }
 }
 

@@ -15,7 +15,7 @@ using AdapterInactive = PortableServer::POAManager::AdapterInactive;
 using State = PortableServer::POAManager::State;
 
 POAInfoPtr root_record(CORBA::Environment& ev) {
-  POAInfoPtr root = POAInfo::findPOAInfo(POAInfo::root_poa, ev);
+  POAInfoPtr root = POAInfo::findPOAInfo(POANode::root_poa, ev);
   if (!root) raise<CORBA::BAD_PARAM>(ev, nullptr);
   return root;
 }
@@ -172,8 +172,8 @@ void deactivate_tree(POAInfo& poa, const POAManagerInfo* manager, CORBA::Boolean
                                MutexGuard guard(poa_mutex);
                                // A program's etherealize may destroy POAs: the children are those of now, less what goes meanwhile.
                                std::vector<POAInfoPtr> children;
-                               for (POAInfo* child = poa.first_child; child; child = child->siblings)
-                                 children.push_back(child->shared_from_this());
+                               for (POANode* child = poa.first_child; child; child = child->siblings)
+                                 children.push_back(record_of(child->shared_from_this()));
                                for (const POAInfoPtr& child : children)
                                  if (!child->destroyed)
                                    deactivate_tree(*child, manager, etherealize_objects, wait_for_completion,

@@ -6,7 +6,7 @@
 #include "base/corehandles.h"
 #include "base/locks.h"
 #include "base/raise.h"
-#include "records/poainfo.h"
+#include "records/poanode.h"
 
 // Never destroyed: threads may be registering while the process ends.
 zrsv::RecursiveMutex& registration_mutex = *new zrsv::RecursiveMutex;
@@ -26,7 +26,7 @@ struct ImplementationName {
     if (const char* variable = std::getenv("ZR_IMPLID")) return {variable, true, true};
     if (!root_poa_info) return {};
     MutexGuard guard(poa_mutex);
-    const POAInfo* child = root_poa_info->the_first_child();
+    const POANode* child = root_poa_info->the_first_child();
     return child ? ImplementationName{child->the_adapter_name(), false, true} : ImplementationName{};
   }
 };

@@ -43,12 +43,12 @@ CORBA::Object* make_bound_reference(POAInfo& poa, const ObjectId& oid, const Act
   // Keeping and binding are one step, and so is withdrawing. Deactivation leaves the map first: an object
   // that is still there is withdrawn after this.
   MutexGuard references(poa_svt_objref_mutex);
-  if (CORBA::Object* kept = duplicate_reference(servant, poa.poa_object, oid)) return kept;  // made meanwhile
   PoaSemaphoreGuard guard(__LINE__);
   if (poa.destroyed || !poa.active_object_map.load()->at(guard, entry))
     raise<POA::ObjectNotActive>(ev, nullptr);
-  keep_reference(servant, poa.shared_from_this(), duplicate.in(), 0, oid_view(oid));
-  duplicate._retn();  // the servant's now
+  if (!keep_reference(servant, poa.shared_from_this(), duplicate.in(), 0, oid_view(oid)))
+    return duplicate_reference(servant, poa.poa_object, oid);  // made meanwhile
+  duplicate._retn();                                           // the servant's now
   try {
     bind(*reference.in(), ev);
   } catch (const CORBA::Exception&) {

@@ -90,12 +90,6 @@ namespace {
 /// For an interface that is not in the table. One thread at a time.
 void register_interface(const char* intf, const ImplementationName& name, CORBA::Environment& ev)
     ZR_REQUIRES(registration_mutex) {
-  if (name.from_variable) {
-    POA_TRACE("getenv(ZR_IMPLID)=%s", name.text.c_str());
-  } else {
-    POA_TRACE("ZR_IMPLID)=NULL use _intf = %s", intf);
-  }
-  if (!name.found) return;  // nothing to register under
   void* definition = lookup(name.text, "POAInfo::POA_impl_is_ready [KQ_ImplementationRep_lookup_id.]", ev);
   ZRImplementationDef* entry = InsertImplementationDef(intf, definition);
   if (POA_impl_is_ready_fl != 0) {
@@ -122,6 +116,12 @@ void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServe
   if (!intf) intf = "";
   if (FindImplementationDef(intf)) return;
   const auto name = ImplementationName::now();
+  if (name.from_variable) {
+    POA_TRACE("getenv(ZR_IMPLID)=%s", name.text.c_str());
+  } else {
+    POA_TRACE("ZR_IMPLID)=NULL use _intf = %s", intf);
+  }
+  if (!name.found) return;  // nothing to register under
   const zrsv::RecursiveMutexLock lock(registration_mutex);
   if (FindImplementationDef(intf)) return;  // another thread was first
   register_interface(intf, name, ev);

@@ -2,12 +2,19 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "zrsv.h"
 #include "zrsv/cdr_value.h"
 
 namespace zrsv {
+
+/// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
+struct Tagged {
+  uint32_t tag = 0;
+  std::string octets;
+};
 
 /// Opens a decoding stream over an encapsulation, past its byte-order octet. False when it is empty, too long
 /// or that octet is not 0 or 1.

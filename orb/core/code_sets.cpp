@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "iiop_profile.h"
-
 // Layouts, encapsulations both:
 //
 //   component = byte-order[1] narrow wide;  narrow, wide = native:u32 conversions:u32 (id:u32)*

@@ -8,8 +8,6 @@
 
 namespace zrsv {
 
-struct Tagged;
-
 /// What the texts of a message are in: ZR_TEXT_... (zrsv/cdr.h).
 struct CodeSets {
   unsigned char narrow = ZR_TEXT_NATIVE;
@@ -21,7 +19,8 @@ struct CodeSets {
 /// Of requests that say nothing, and nobody before them on the connection did.
 inline constexpr CodeSets unsaid_code_sets{ZR_TEXT_ISO_8859_1, ZR_TEXT_NATIVE, false};
 
-inline constexpr uint32_t context_code_sets = 1;  // CodeSets
+inline constexpr uint32_t context_code_sets = 1;    // CodeSets
+inline constexpr uint32_t component_code_sets = 1;  // TAG_CODE_SETS
 
 /// The component that references of this process carry.
 void write_code_sets_component(Writer* out);

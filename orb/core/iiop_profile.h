@@ -11,12 +11,6 @@
 
 namespace zrsv {
 
-/// A tagged profile or component as it came: the tag and its octets, an encapsulation as a rule.
-struct Tagged {
-  uint32_t tag = 0;
-  std::string octets;
-};
-
 /// One IIOP profile, decoded.
 struct IiopProfile {
   uint8_t minor = 2;
@@ -34,7 +28,6 @@ struct Endpoint {
 };
 
 inline constexpr uint32_t profile_iiop = 0;              // TAG_INTERNET_IOP
-inline constexpr uint32_t component_code_sets = 1;       // TAG_CODE_SETS
 inline constexpr uint32_t component_alternate_iiop = 3;  // TAG_ALTERNATE_IIOP_ADDRESS
 
 /// Views into the octets of a profile.

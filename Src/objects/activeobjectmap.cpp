@@ -22,6 +22,7 @@ ActiveObjectMap* _root_aom = nullptr;
 namespace {
 
 ActiveObjectMap* last_block ZR_GUARDED_BY(poa_semaphore) = nullptr;  // of the list that starts at _root_aom
+std::uint64_t last_number ZR_GUARDED_BY(poa_semaphore) = 0;          // of a block
 
 /// An etherealized servant may be gone: its entry answers nothing any more.
 constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
@@ -51,7 +52,6 @@ bool is_of(const ClientData& client, const _ActiveObjectEntry& entry) {
 ActiveObjectMap::ActiveObjectMap() : ActiveObjectMap(own_chain) { chain.blocks.push_back(this); }
 
 ActiveObjectMap::ActiveObjectMap(Chain& of) : chain(of) {
-  static std::uint64_t last_number = 0;  // guarded by the POA semaphore
   chain.blocks.reserve(chain.blocks.size() + 1);
   PoaSemaphoreGuard guard(__LINE__);
   number = ++last_number;

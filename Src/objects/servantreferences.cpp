@@ -120,8 +120,7 @@ CORBA::Object* duplicate_of(CORBA::Object* reference) {
   return object.release();
 }
 
-/// With poa_svt_objref_mutex held.
-bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) {
+bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) ZR_REQUIRES(poa_svt_objref_mutex) {
   if (!find_node(list, poa, oid)) return false;
   POA_TRACE("ServantBase::set_ObjectReference end...[ior is changed. ]");
   return true;
@@ -129,8 +128,7 @@ bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) {
 
 /// Adds a node, unless there is one for (POA, id): then null.
 CORBA::Object* keep(ObjectRefList*& list, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
-                    std::string_view oid) {
-  MutexGuard guard(poa_svt_objref_mutex);
+                    std::string_view oid) ZR_REQUIRES(poa_svt_objref_mutex) {
   if (recorded(list, record->identity, oid)) return nullptr;
   auto node = std::make_unique<ObjectRefList>();
   std::unique_ptr<ObjectId> own_id(make_oid(oid));
@@ -182,6 +180,7 @@ bool reference_recorded(const ServantBase& s, Identity poa, std::string_view oid
 
 CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
                                std::string_view oid) {
+  MutexGuard guard(poa_svt_objref_mutex);
   return keep(ServantAccess::references(s), home, ior, flag, oid);
 }
 
@@ -283,7 +282,8 @@ std::optional<std::vector<WithdrawnReference>> withdraw_references(ServantBase& 
   return take_all(ServantAccess::references(s));
 }
 
-void discard_references(ServantBase& s) {
+// Nobody else has the servant any more.
+void discard_references(ServantBase& s) ZR_NOT_CHECKED {
   ObjectRefList*& list = ServantAccess::references(s);
   for (ObjectRefList* node = list; node; node = node->get_next()) {
     const Content content = take(*node);

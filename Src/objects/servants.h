@@ -58,8 +58,12 @@ namespace PortableServer {
 
 /// What the library may see and do of a servant beyond its public face.
 struct ServantAccess {
-  static ObjectRefList* references(const ServantBase& s) { return s._object_ref; }
-  static ObjectRefList*& references(ServantBase& s) { return s._object_ref; }
+  static ObjectRefList* references(const ServantBase& s) ZR_REQUIRES(poa_svt_objref_mutex) {
+    return s._object_ref;
+  }
+  static ObjectRefList*& references(ServantBase& s) ZR_REQUIRES(poa_svt_objref_mutex) {
+    return s._object_ref;
+  }
   static std::atomic<CORBA::Object*>& target(ServantBase& s) { return s._obj_ref; }
   static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
   static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }

@@ -1,22 +1,26 @@
 // Servants without a skeleton.
 #include <cstring>
-#include <mutex>
 #include <set>
 #include <string>
 
 #include "poa.h"
 #include "records/currentinfo.h"
+#include "zrsv/thread_safety.h"
 
 namespace PortableServer {
 namespace {
 
+struct Texts {
+  zrsv::Mutex mutex;
+  std::set<std::string, std::less<>> all ZR_GUARDED_BY(mutex);
+};
+
 /// Texts that live until the process ends, one of each: the library keeps repository ids.
 const char* kept_text(const char* text) {
-  static auto& mutex = *new std::mutex;
-  static auto& texts = *new std::set<std::string, std::less<>>;  // guarded by mutex
-  const std::lock_guard lock(mutex);
-  const auto known = texts.find(std::string_view(text));
-  return (known != texts.end() ? known : texts.emplace(text).first)->c_str();
+  static auto& texts = *new Texts;
+  const zrsv::MutexLock lock(texts.mutex);
+  const auto known = texts.all.find(std::string_view(text));
+  return (known != texts.all.end() ? known : texts.all.emplace(text).first)->c_str();
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ class Factory : public POAManagerFactory {
   }
 
  private:
-  std::map<std::string, POAManagerInfo*, std::less<>> made_;  // guarded by poa_mutex
+  std::map<std::string, POAManagerInfo*, std::less<>> made_ ZR_GUARDED_BY(poa_mutex);
 };
 
 }  // namespace

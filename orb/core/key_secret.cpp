@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 
 #ifdef ZRSV_WITH_CRYPTO
@@ -18,6 +17,7 @@
 #endif
 
 #include "zrsv/of_thread.h"
+#include "zrsv/thread_safety.h"
 
 namespace zrsv {
 
@@ -39,8 +39,8 @@ using Context = std::unique_ptr<EVP_MAC_CTX, Free>;
 
 /// What threads copy when they sign first.
 struct Secret {
-  std::mutex mutex;
-  Context context;                   // guarded by mutex
+  Mutex mutex;
+  Context context ZR_GUARDED_BY(mutex);
   std::atomic<unsigned> version{1};  // written with the mutex held
 };
 
@@ -56,7 +56,7 @@ struct Signer {
 
   void renew() {
     Secret& from = secret();
-    std::lock_guard lock(from.mutex);
+    const MutexLock lock(from.mutex);
     context.reset(from.context ? EVP_MAC_CTX_dup(from.context.get()) : nullptr);
     version = from.version;
   }
@@ -115,7 +115,7 @@ std::string load_key_secret(const std::string& path) {
     if (!context) return "-ORBKeySecret: HMAC-SHA-256 cannot be had";
   }
   Secret& to = secret();
-  std::lock_guard lock(to.mutex);
+  const MutexLock lock(to.mutex);
   to.context = std::move(context);
   ++to.version;
   detail::keys_are_signed = !path.empty();

@@ -55,9 +55,10 @@ class LargeBlocks {
   }
 
   Mutex mutex_;
-  std::array<LargeBlock, most_blocks> blocks_;
-  std::size_t count_ = 0, octets_ = 0;
-  std::size_t least_ = 0;  // the fewest blocks that were there since the last look
+  std::array<LargeBlock, most_blocks> blocks_ ZR_GUARDED_BY(mutex_);
+  std::size_t count_ ZR_GUARDED_BY(mutex_) = 0;
+  std::size_t octets_ ZR_GUARDED_BY(mutex_) = 0;
+  std::size_t least_ ZR_GUARDED_BY(mutex_) = 0;  // the fewest blocks that were there since the last look
 };
 
 LargeBlocks& large_blocks() {

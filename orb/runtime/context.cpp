@@ -40,7 +40,7 @@ void Context::create_child(const char* name, Context*& child, Environment& ev) {
 void Context::set_one_value(const char* name, const Any& value, Environment& ev) {
   ev.clear();
   std::string text = checked_text(name, value, ev);
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   properties_.insert_or_assign(name, std::move(text));
 }
 
@@ -52,14 +52,14 @@ void Context::set_values(NVList* values, Environment& ev) {
     NamedValue* const one = values->item(i);
     fresh.insert_or_assign(one->name(), checked_text(one->name(), *one->value(), ev));
   }
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   fresh.merge(properties_);
   properties_.swap(fresh);
 }
 
 void Context::delete_values(const char* pattern, Environment& ev) {
   ev.clear();
-  const std::lock_guard lock(mutex_);
+  const zrsv::MutexLock lock(mutex_);
   const auto [first, last] = fitting(properties_, text_of(pattern));
   if (first == last) raise<BAD_CONTEXT>(ev);
   properties_.erase(first, last);
@@ -85,7 +85,7 @@ void Context::get_values(const char* start_scope, Flags flags, const char* patte
 
 void Context::collect(std::string_view pattern, bool restricted, Properties& found) const {
   for (const Context* at = this; at; at = restricted ? nullptr : at->parent()) {
-    const std::lock_guard lock(at->mutex_);
+    const zrsv::MutexLock lock(at->mutex_);
     const auto [first, last] = fitting(at->properties_, pattern);
     found.insert(first, last);
   }

@@ -20,8 +20,7 @@ struct IdlClass {
 /// an object that was seen as one of them can be disposed of as such.
 struct Classes {
   zrsv::SharedMutex mutex;
-  std::map<std::string, IdlClass, std::less<>> by_id{
-      // guarded by mutex
+  std::map<std::string, IdlClass, std::less<>> by_id ZR_GUARDED_BY(mutex){
       {"IDL:CORBA/Policy:1.0", {nullptr, [](void* p) { delete static_cast<CORBA::Policy*>(p); }, nullptr}},
       {"IDL:CORBA/Current:1.0", {nullptr, [](void* p) { delete static_cast<CORBA::Current*>(p); }, nullptr}},
   };

@@ -3,10 +3,10 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 
 #include "corba/idl_types.h"
 #include "corba/nvlist.h"
+#include "zrsv/thread_safety.h"
 
 namespace CORBA {
 
@@ -49,8 +49,8 @@ class ZRSVCPP_API Context : public virtual LocalObject {
  private:
   const std::string name_;
   const ObjectVar<Context> parent_;
-  mutable std::mutex mutex_;
-  Properties properties_;  // guarded by mutex_
+  mutable zrsv::Mutex mutex_;
+  Properties properties_ ZR_GUARDED_BY(mutex_);
 };
 using Context_ptr = Context*;
 using Context_var = ObjectVar<Context>;

@@ -276,6 +276,7 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
   try {
     invoke_servant(target, std::move(found.use), found.by_locator, request, ev);
     if (found.by_locator) {
+      found.always_postinvoke = false;  // it follows now, and not again when it throws
       POA_TRACE("  POAInfo::postinvoke call");
       postinvoke(target, operation, found.cookie, servant, ev);
       POA_TRACE("  POAInfo::postinvoke done");

@@ -1,4 +1,8 @@
 // Lost clients: who decides which servants go.
+//
+// A client is a connection that others made to this process; it is lost when the connection ends, for whatever reason
+// but our own shutdown. -ORBClientInfo 0 records no clients, and nobody is asked then. Calls that the process makes to
+// its own objects have no client.
 #pragma once
 
 #include "poa/servant.h"
@@ -31,9 +35,10 @@ class POA_API POAdisconnect {
   virtual CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& oid,
                                           CORBA::Environment& ev) = 0;
 
-  /// Registers `ptr` (null: none), which stays the program's and must outlive its registration.
+  /// Registers `ptr` (null: none), which stays the program's and must outlive its registration, and calls of it that
+  /// are under way. Takes the place of what was registered before. Raises nothing. Any thread.
   static void setDisconnect(POAdisconnect* ptr, CORBA_ENV);
-  /// Replaces, or clears, the registered object. BAD_PARAM (0x4B510007) when none is registered.
+  /// Replaces, or clears, the registered object. BAD_PARAM (0x4B510007) when none is registered. Any thread.
   static void resetDisconnect(POAdisconnect* disconnect, CORBA_ENV);
   static void resetDisconnect(CORBA_ENV);
 };

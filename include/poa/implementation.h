@@ -1,10 +1,12 @@
 // Implementation classes of the module's interfaces, and their skeletons. Programs derive their servant
-// managers and adapter activators from these; the others are what the library hands out.
+// managers and adapter activators from these; the others are what the library hands out. Everything here stands for
+// what its interface in poa/interfaces.h says; only what is added to that is told here.
 #pragma once
 
 #include "poa/interfaces.h"
 
-// The skeletons: the base of each implementation below.
+// The skeletons: the base of each implementation below. They add nothing to their interfaces, and are named here
+// because generated code and programs of the mapping name them.
 class POA_API _sk_PortableServer_POA : public virtual PortableServer::POA {};
 class POA_API _sk_PortableServer_POAManager : public virtual PortableServer::POAManager {};
 class POA_API _sk_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {};
@@ -13,6 +15,7 @@ class POA_API _sk_PortableServer_ServantActivator : public virtual PortableServe
 class POA_API _sk_PortableServer_ServantLocator : public virtual PortableServer::ServantLocator {};
 class POA_API _sk_PortableServer_Current : public virtual PortableServer::Current {};
 
+/// The skeleton of the seven kinds of policies, one an instance.
 template <class Kind>
 class POA_API _sk_PortableServer_Policy : public virtual Kind {};
 using _sk_PortableServer_ThreadPolicy = _sk_PortableServer_Policy<PortableServer::ThreadPolicy>;
@@ -86,7 +89,12 @@ class POA_API PortableServer_POAManager_impl : public virtual _sk_PortableServer
 };
 
 /// The policy objects: hold their value; `copy` gives the same reference, so a copy in a policy list counts
-/// as the original.
+/// as the original. Programs get them from POA::create_thread_policy and the like, and ask them for their value:
+///
+///   PortableServer::ThreadPolicy_var policy = root->create_thread_policy(PortableServer::ORB_CTRL_MODEL);
+///   PortableServer::ThreadPolicyValue value = policy->value();
+///
+/// They do not change, so any thread may ask.
 template <class Kind>
 class POA_API PortableServer_Policy_impl : public virtual _sk_PortableServer_Policy<Kind>,
                                            public virtual CORBA_Policy_impl {
@@ -115,18 +123,29 @@ using PortableServer_ServantRetentionPolicy_impl =
 using PortableServer_RequestProcessingPolicy_impl =
     PortableServer_Policy_impl<PortableServer::RequestProcessingPolicy>;
 
-/// What a program's adapter activator derives from. As it is it does nothing and says that it did it: true, and no
-/// POA made.
+/// What a program's adapter activator derives from, to override unknown_adapter. As it is it does nothing and says that
+/// it did it: true, and no POA made, so whoever asked gets AdapterNonExistent. The object is the program's.
+///
+///   class Lazy : public PortableServer_AdapterActivator_impl {
+///     CORBA::Boolean unknown_adapter(PortableServer::POA* parent, const char* name, CORBA::Environment&) override {
+///       PortableServer::POA_var made = parent->create_POA(name, nullptr, list);
+///       return true;
+///     }
+///   };
+///   Lazy lazy;
+///   root->the_activator(&lazy);
 class POA_API PortableServer_AdapterActivator_impl : public virtual _sk_PortableServer_AdapterActivator {
  public:
   CORBA::Boolean unknown_adapter(PortableServer::POA* parent, const char* name, CORBA_ENV) override;
 };
 
-/// Base of the two below.
+/// Base of the two below. Of no use by itself: it is neither an activator nor a locator.
 class POA_API PortableServer_ServantManager_impl : public virtual _sk_PortableServer_ServantManager {};
 
-/// What a program's servant activator derives from. As it is it activates nothing: a null servant, for which the
-/// client gets OBJ_ADAPTER (0x4B510302) as UNKNOWN.
+/// What a program's servant activator derives from, to override both operations; an example stands at
+/// PortableServer::ServantActivator. As it is it activates nothing: a null servant, for which the client gets UNKNOWN;
+/// and what it is handed in etherealize it leaves alone. The object is the program's, and has to outlive the POAs that
+/// it was set at. Called by several threads at once.
 class POA_API PortableServer_ServantActivator_impl : public virtual _sk_PortableServer_ServantActivator,
                                                      public virtual PortableServer_ServantManager_impl {
  public:
@@ -137,8 +156,10 @@ class POA_API PortableServer_ServantActivator_impl : public virtual _sk_Portable
                    CORBA::Boolean remaining_activations, CORBA_ENV) override;
 };
 
-/// What a program's servant locator derives from. As it is it locates nothing: a null servant, and a cookie not
-/// written; the client gets OBJ_ADAPTER (0x4B510302).
+/// What a program's servant locator derives from, to override both operations; an example stands at
+/// PortableServer::ServantLocator. As it is it locates nothing: a null servant, and a cookie not
+/// written; the client gets OBJ_ADAPTER (0x4B510302). The object is the program's, and has to outlive the POAs that it
+/// was set at. Called by several threads at once.
 class POA_API PortableServer_ServantLocator_impl : public virtual _sk_PortableServer_ServantLocator,
                                                    public virtual PortableServer_ServantManager_impl {
  public:
@@ -150,7 +171,8 @@ class POA_API PortableServer_ServantLocator_impl : public virtual _sk_PortableSe
                   CORBA_ENV) override;
 };
 
-/// The POA Current: one object answers each thread for its own request.
+/// The POA Current, which resolve_initial_references gives for "POACurrent": one object answers each thread for its own
+/// request. Any thread.
 class POA_API PortableServer_Current_impl : public virtual _sk_PortableServer_Current,
                                             public virtual CORBA_Current_impl {
  public:

@@ -17,6 +17,9 @@ namespace PortableServer {
 ///
 /// Without this call such requests are answered OBJECT_NOT_EXIST. Any thread, after CORBA::ORB_init; again
 /// changes nothing. NO_MEMORY when there is not enough.
+///
+///   PortableServer::register_for_remote_use();
+///   CORBA::String_var text = orb->object_to_string(poa);  // for a tool that drives the POA by its stub
 POA_API void register_for_remote_use(CORBA_ENV);
 
 }  // namespace PortableServer

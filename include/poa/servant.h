@@ -1,4 +1,7 @@
-// Base classes of servants.
+// Base classes of servants (OMG IDL to C++, "Mapping of PortableServer").
+//
+// A servant is a C++ object of the program that does the work of one or more CORBA objects. This header has what all
+// servants share: the standard's operations, counts, deletion that waits for requests, and lifespans.
 #pragma once
 
 #include <atomic>
@@ -7,7 +10,7 @@
 
 namespace PortableServer {
 
-class ObjectRefList;
+class ObjectRefList;  // of the library
 
 /// Base of every servant. Programs derive from the skeleton classes generated for their interfaces, which
 /// derive from this.
@@ -34,18 +37,22 @@ class POA_API ServantBase : public CORBA::Allocated {
 
   // ---- The standard's operations ----
 
-  /// The POA that `_this` activates in, as a new reference. Null here: the servant has no POA of its own choice.
+  /// The POA that `_this` activates in, as a new reference that the caller releases; programs override it. Null here:
+  /// the servant has no POA of its own choice. Skeletons give the root POA.
+  ///
+  ///   PortableServer::POA_ptr _default_POA() override { return PortableServer::POA::_duplicate(poa); }
   virtual POA* _default_POA();
-  /// The interface definition of the servant's repository id; nil, with a line on standard error, when none
-  /// is known.
+  /// The interface definition of the servant's repository id, as a new reference; nil, with a line on standard error,
+  /// when none is known.
   virtual CORBA::InterfaceDef* _get_interface(CORBA_ENV);
-  /// True for the servant's own repository id exactly.
+  /// True for the servant's own repository id exactly; false for null. Skeletons know base interfaces, too.
   virtual CORBA::Boolean _is_a(const char* logical_type_id, CORBA_ENV);
-  /// False here: whoever can be asked is there.
+  /// False here: whoever can be asked is there. A program that overrides it answers for the object that is called.
   virtual CORBA::Boolean _non_existent(CORBA_ENV);
   /// Nothing here: the program owns the servant. A class that counts overrides both (RefCountServantBase): then the
   /// adapter holds one count of a servant for each object that it is, and as a default servant, from the activation
-  /// to the end of the last request.
+  /// to the end of the last request. Of a class whose _add_ref calls the one here nothing is held. Called by several
+  /// threads at once.
   virtual void _add_ref();
   virtual void _remove_ref();
   /// Serves one request: finds the operation, decodes, runs it, writes the reply. False when there is no such
@@ -53,7 +60,8 @@ class POA_API ServantBase : public CORBA::Allocated {
   /// length of the call.
   virtual CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev);
   /// The repository id of the object `oid`; the text lives until the process ends (a literal), for the
-  /// library keeps it.
+  /// library keeps it. `poa` may be nil: the library asks for the class of objects then. Null where there is no
+  /// skeleton: making a reference ends with BAD_PARAM.
   virtual const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA_ENV);
   /// The skeletons of the three operations that every object has: `request` is the ORB core's request, the other
   /// pointers are not looked at. True when the request has been served.
@@ -69,35 +77,39 @@ class POA_API ServantBase : public CORBA::Allocated {
   // ---- Who is in it, and its end ----
 
   /// Requests now in the servant. A program that works with it outside of requests may raise the count, so that
-  /// the library does not delete it meanwhile, and lower it again; lowering lists nothing for deletion.
+  /// the library does not delete it meanwhile, and lower it again, as often as it raised it; lowering lists nothing for
+  /// deletion. Any thread, while the servant is sure to be there.
   void add_ref_counter();
   void remove_ref_counter();
   CORBA::ULong get_ref_counter() const { return _counter; }
 
   /// Deletion: marked while requests are in progress, then listed, then deleted on a lifespan tick (one a second).
-  /// A marked servant serves no new requests. These are the marks themselves; use servant_delete.
+  /// A marked servant serves no new requests: for its clients the object is not active. These are the marks themselves;
+  /// use servant_delete.
   CORBA::Boolean get_to_be_deleted() const { return _to_be_deleted; }
   void set_to_be_deleted(CORBA::Boolean flag) { _to_be_deleted = flag; }
   CORBA::Boolean get_deleted() const { return _deleted; }
   void set_deleted(CORBA::Boolean flag) { _deleted = flag; }
   void add_delete_list();
   /// Asks for deletion: at the next tick, or when the last request has left it and no call of the program
-  /// (etherealize, postinvoke, release_instance) has it. Asked again changes nothing. A POA's default servant is
-  /// left alone. To be called from within an operation of the servant, or by an activator's etherealize; the
-  /// servant is not to be touched afterwards. Clears the timer.
+  /// (etherealize, postinvoke, release_instance) has it. Asked again changes nothing. A POA's default servant is left
+  /// alone, and nothing happens. The servant leaves the maps of its POAs when it is deleted, and no activator is
+  /// told. To be called from within an operation of the servant, or by an activator's etherealize; the servant is not
+  /// to be touched afterwards, but for the rest of that operation. Clears the timer. Raises nothing. Any thread.
   ///
   ///   void close() override { servant_delete(); }  // an operation by which a client ends a session
   void servant_delete();
 
-  /// How many POAs have it as their default servant: POA::set_servant counts.
+  /// How many POAs have it as their default servant: POA::set_servant counts, and programs have no call for it.
   void add_default_servant_ref();
   void rem_default_servant_ref();
 
-  /// Lifespan: expiry in seconds since 1970, 0 when there is none.
+  /// Lifespan: expiry in seconds since 1970, 0 when there is none. Any thread.
   CORBA::ULong get_timer() const { return _timer; }
-  /// The servant is deactivated and deleted `seconds` from now, or up to two ticks later; set again, the time
-  /// starts anew; 0 clears the timer. BAD_PARAM (0x4B510007) below 0. The servant must have been made with new, and
-  /// not be touched by the program once the time is over.
+  /// The servant is deactivated and deleted `seconds` from now, or up to two ticks later; set again, the time starts
+  /// anew; 0 clears the timer. A request that is in it then is waited for. BAD_PARAM (0x4B510007) below 0. The
+  /// servant must have been made with new, and not be touched by the program once the time is over. A default servant
+  /// is not deleted. Any thread.
   ///
   ///   session->set_timer(600);  // in each operation: gone when it was not called for ten minutes
   void set_timer(int seconds, CORBA_ENV);
@@ -137,7 +149,8 @@ class POA_API ServantBase : public CORBA::Allocated {
   friend struct ServantAccess;  // the library's own view of the fields
 };
 
-/// Owns one count of a servant of class T.
+/// Owns one count of a servant of class T (the mapping's ServantBase_var, for any class). Of a servant that does not
+/// count it owns nothing, so it is the right holder of what POA::id_to_servant and the like return.
 ///
 ///   PortableServer::Servant_var<Account> account = new Account;  // deleted with the last count
 ///   poa->activate_object(account);                               // the adapter holds another one
@@ -147,7 +160,7 @@ template <class T>
 class Servant_var {
  public:
   Servant_var() = default;
-  /// Takes over one count.
+  /// Takes over one count: the first one of a servant just made, or what an operation returned. Copies count up.
   Servant_var(T* p) : _ptr(p) {}
   Servant_var(const Servant_var& o) : _ptr(o._ptr) { add(); }
   template <class Derived>
@@ -167,12 +180,15 @@ class Servant_var {
   T* operator->() const { return _ptr; }
   T& operator*() const { return *_ptr; }
   operator T*() const { return _ptr; }
+  /// Lends the servant; null when there is none.
   T* in() const { return _ptr; }
   T*& inout() { return _ptr; }
+  /// Gives the count back; the place for another servant, whose count is taken over.
   T*& out() {
     *this = static_cast<T*>(nullptr);
     return _ptr;
   }
+  /// Hands the count over to the caller, and is null from then on.
   T* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:
@@ -184,21 +200,30 @@ class Servant_var {
   }
   T* _ptr = nullptr;
 };
+/// The standard's holder of any servant.
 POA_VAR_CLASS(ServantBase_var, Servant_var<ServantBase>)
 
 /// Counts references: starts at 1, deletes itself when the last is given back. The adapter holds one for each object
-/// that the servant is, so the program may give its own back after activation. Derive from it beside the skeleton. Any
-/// thread.
+/// that the servant is, so the program may give its own back after activation. Derive from it beside the skeleton, and
+/// make servants with new. Any thread.
 ///
-///   class Account : public POA_Bank::Account, public PortableServer::RefCountServantBase { ... };
+///   class Counted : public virtual POA_Bank::Account, public virtual PortableServer::RefCountServantBase {
+///     CORBA::Long balance() override { return 0; }
+///   };
+///   PortableServer::ServantBase_var own = new Counted;
+///   PortableServer::ObjectId_var made = poa->activate_object(own);
+///   poa->deactivate_object(made);  // own is the last one now
 class POA_API RefCountServantBase : public virtual ServantBase {
  public:
   RefCountServantBase();
+  /// The copy has a count of its own, which is 1. Assignment changes no count.
   RefCountServantBase(const RefCountServantBase&);
   RefCountServantBase& operator=(const RefCountServantBase&);
   ~RefCountServantBase() override;
   void _add_ref() override;
+  /// Deletes the servant with the last count: it is not to be touched afterwards.
   void _remove_ref() override;
+  /// The count at this moment: others may change it at once.
   CORBA::ULong _refcount_value() override;
 
  protected:
@@ -219,10 +244,12 @@ class POA_API RefCountServantBase : public virtual ServantBase {
 ///   };
 class POA_API DynamicImplementation : public virtual ServantBase {
  public:
-  /// The standard's: serves any operation but those that every object has. What it throws is the answer. NO_IMPLEMENT
-  /// here.
+  /// The standard's: serves any operation but those that every object has. What it throws is the answer: a system
+  /// exception as it is, any other as UNKNOWN; user exceptions go by ServerRequest::set_exception. Called by several
+  /// threads at once. NO_IMPLEMENT here.
   virtual void invoke(CORBA::ServerRequest* request);
-  /// The standard's: the object's repository id, which the library frees. Null here.
+  /// The standard's: the object's repository id, a text of CORBA::string_dup, which the library frees; one of each is
+  /// kept until the process ends. Null here, and no reference can be made then.
   virtual CORBA::RepositoryId _primary_interface(const ObjectId& oid, POA* poa);
 
   CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override;

@@ -21,20 +21,23 @@ namespace PortableServer {
 /// and system exceptions, reach the client; any other is UNKNOWN there.
 class POA_API Skeleton : public virtual ServantBase {
  public:
-  /// Runs the operation that the request names, of the interface or one of its bases, or one of those that
-  /// every object has.
+  /// Runs the operation that the request names, of the interface or one of its bases, or one of those that every
+  /// object has. False when there is no such operation: the client gets BAD_OPERATION (0x4B510306). Arguments that do
+  /// not decode are answered MARSHAL, and the servant is not called.
   CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override;
-  /// True for the interface, its bases and CORBA::Object.
+  /// True for the interface, its bases and CORBA::Object; false for null.
   CORBA::Boolean _is_a(const char* repository_id, CORBA_ENV) override;
-  /// The root POA, as a new reference.
+  /// The root POA, as a new reference. Programs override it for servants that are activated elsewhere by `_this`.
   POA* _default_POA() override;
 
  protected:
   /// The description of the most derived skeleton; `self` gets this servant as that class.
   virtual const CORBA::idl::InterfaceInfo& _interface(void*& self) = 0;
-  /// What `_this` of a skeleton refers to, as a new reference. In an operation of this servant the object
-  /// that was called; else the object that the servant is, or with implicit activation becomes, in its
-  /// default POA. `_default_POA` gives a new reference, which is released; where it gives nil the root POA is taken.
+  /// What `_this` of a skeleton refers to, as a new reference. In an operation of this servant the object that was
+  /// called; else the object that the servant is, or with implicit activation becomes, in its default POA.
+  /// `_default_POA` gives a new reference, which is released; where it gives nil the root POA is taken. WrongPolicy
+  /// and ServantNotActive of that POA come out of it: with MULTIPLE_ID and without IMPLICIT_ACTIVATION there is no
+  /// one object that the servant is.
   CORBA::Object* _reference(CORBA::Environment& ev);
   /// The same as interface X.
   template <class X>
@@ -55,10 +58,11 @@ class POA_API Skeleton : public virtual ServantBase {
 template <class T, class Skeleton>
 class Tie : public Skeleton {
  public:
-  /// Lent: `tied` must outlive this.
+  /// Lent: `tied` must outlive this. With a POA, which is duplicated, `_this` activates there.
   explicit Tie(T& tied) : tied_(&tied) {}
   Tie(T& tied, POA* poa) : tied_(&tied), poa_(POA::_duplicate(poa)) {}
-  /// Owned when `release`.
+  /// Owned when `release`: deleted with the tie, or when another object takes its place. Null is not allowed once
+  /// requests come.
   explicit Tie(T* tied, CORBA::Boolean release = true) : tied_(tied), release_(release) {}
   Tie(T* tied, POA* poa, CORBA::Boolean release = true)
       : tied_(tied), release_(release), poa_(POA::_duplicate(poa)) {}
@@ -81,7 +85,7 @@ class Tie : public Skeleton {
   /// Whether the tie deletes the object at its end.
   CORBA::Boolean _is_owner() const { return release_; }
   void _is_owner(CORBA::Boolean release) { release_ = release; }
-  /// The POA that the constructor was given; else the skeleton's.
+  /// The POA that the constructor was given, as a new reference; else the skeleton's, which is the root POA.
   POA* _default_POA() override {
     return CORBA::is_nil(poa_.in()) ? Skeleton::_default_POA() : POA::_duplicate(poa_.in());
   }

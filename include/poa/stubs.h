@@ -1,4 +1,5 @@
-// Stub classes: call objects of the module through the ORB core, in another process or in this one.
+// Stub classes: call objects of the module through the ORB core, in another process or in this one. For tools that
+// watch or steer a server; a server's own POAs are called directly.
 //
 // A new stub refers to nothing; set_ref gives it a handle, which it owns from then on:
 //
@@ -34,6 +35,10 @@
 /// Drives a POA of another process, which must have called register_for_remote_use. What the operations do is told at
 /// the interfaces in poa/interfaces.h; what stubs add to that, above. Texts, ids, lists and references that come back
 /// are the caller's.
+///
+///   _st_PortableServer_POA remote;
+///   remote.set_ref(CORBA_object_duplicate(object->get_ref(), nullptr));
+///   CORBA::String_var name = remote.the_name();
 class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
  public:
   POA_STUB(char*, the_name)
@@ -76,7 +81,11 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(CORBA::Object*, id_to_reference, const PortableServer::ObjectId& oid)
 };
 
-/// Drives a POA manager of another process.
+/// Drives a POA manager of another process: holds, discards and serves its requests, or ends it.
+///
+///   _st_PortableServer_POAManager remote;
+///   remote.set_ref(CORBA_object_duplicate(object->get_ref(), nullptr));
+///   remote.hold_requests(false);
 class POA_API _st_PortableServer_POAManager : public virtual PortableServer::POAManager {
  public:
   POA_STUB(void, activate)
@@ -86,7 +95,8 @@ class POA_API _st_PortableServer_POAManager : public virtual PortableServer::POA
   POA_STUB(State, get_state)
 };
 
-/// Asks a policy of another process for its value. CORBA::Policy's own operations are there as well.
+/// Asks a policy of another process for its value. CORBA::Policy's own operations are there as well. One instance a
+/// kind, by the names below.
 template <class Kind>
 class POA_API _st_PortableServer_Policy : public virtual Kind, public virtual _st_CORBA_Policy {
  public:
@@ -108,13 +118,15 @@ using _st_PortableServer_ServantRetentionPolicy =
 using _st_PortableServer_RequestProcessingPolicy =
     _st_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
 
-/// Asks an adapter activator of another process. It makes the child in that process, or wherever it likes.
+/// Asks an adapter activator of another process. It makes the child in that process, or wherever it likes. Locks that
+/// the calling thread holds here are not held there.
 class POA_API _st_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {
  public:
   POA_STUB(CORBA::Boolean, unknown_adapter, PortableServer::POA* parent, const char* name)
 };
 
-// Servant managers can be referred to from elsewhere; all of their operations raise MARSHAL, as servants cannot travel.
+/// Servant managers can be referred to from elsewhere, so these three exist; all of their operations raise MARSHAL, as
+/// servants cannot travel.
 class POA_API _st_PortableServer_ServantManager : public virtual PortableServer::ServantManager {};
 
 class POA_API _st_PortableServer_ServantActivator : public virtual PortableServer::ServantActivator {
@@ -134,7 +146,8 @@ class POA_API _st_PortableServer_ServantLocator : public virtual PortableServer:
            const char* operation, Cookie the_cookie, PortableServer::ServantBase* the_servant)
 };
 
-/// Asks the Current of another process: for the request that it serves, which is this very question.
+/// Asks the Current of another process: for the request that it serves, which is this very question. For tests of a
+/// server's reach rather than for programs.
 class POA_API _st_PortableServer_Current : public virtual PortableServer::Current,
                                            public virtual _st_CORBA_Current {
  public:

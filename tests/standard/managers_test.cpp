@@ -79,7 +79,8 @@ class Locator : public virtual Base, public virtual More... {
   void postinvoke(const ObjectId& oid, POA_ptr, const char* operation, void* cookie, Servant) override {
     const std::unique_ptr<std::string> text(static_cast<std::string*>(cookie));
     asked_.lines.push_back("postinvoke " + text_of(oid) + ' ' + operation);
-    EXPECT_EQ(*text, text_of(oid));
+    EXPECT_EQ(text ? *text : "no cookie", text_of(oid));
+    if (text_of(oid) == "late") throw CORBA::NO_RESOURCES();
   }
 
  private:
@@ -143,6 +144,7 @@ class ManagersTest : public StandardTest {
     EXPECT_EQ(object(poa, "a")->_get_component(), nullptr) << "an operation that there is not";
     EXPECT_EQ(near_object(poa, "moved")->add(2, 2), 4);
     EXPECT_THROW(object(poa, "gone")->add(1, 2), CORBA::OBJECT_NOT_EXIST);
+    EXPECT_THROW(object(poa, "late")->add(1, 2), CORBA::NO_RESOURCES) << "from postinvoke";
     poa->destroy(true, true);
   }
 
@@ -155,7 +157,8 @@ constexpr const char* activator_log =
     "etherealize a\nincarnate b\netherealize b ending\n";
 constexpr const char* locator_log =
     "preinvoke a add\npostinvoke a add\npreinvoke a refuse\npostinvoke a refuse\n"
-    "preinvoke a _component\npostinvoke a _component\npreinvoke moved add\npreinvoke gone add\n";
+    "preinvoke a _component\npostinvoke a _component\npreinvoke moved add\npreinvoke gone add\n"
+    "preinvoke late add\npostinvoke late add\n";
 
 TEST_F(ManagersTest, ActivatorsAreServantsOrLocalObjects) {
   {

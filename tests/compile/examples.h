@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "bank.h"
+#include "corba/abstract_base.h"
 #include "corba/context.h"
 #include "corba/portable_interceptor.h"
 #include "poa/remote.h"
@@ -36,11 +37,12 @@ class Session : public virtual POA_Bank::Session {
 int argc = 0;
 char** argv = nullptr;
 CORBA::ORB_var orb;
-CORBA::Object_var object;
+CORBA::Object_var object, reference;
 PortableServer::POA_var root, poa;
 CORBA::PolicyList list;
 Bank::Account_var account;
 Account servant;
+CORBA::Request_var request;
 PortableServer::Current_var current;
 PortableServer::ObjectId id;
 CORBA::Long amount = 0;

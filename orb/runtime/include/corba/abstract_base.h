@@ -8,7 +8,11 @@ namespace CORBA {
 
 class ValueBase;
 
-/// Base of the classes of all abstract interfaces, and through them of the interfaces that inherit from these.
+/// Base of the classes of all abstract interfaces, and through them of the interfaces that inherit from these. A
+/// reference as any other: it may be nil, and operations of the abstract interface are calls.
+///
+///   CORBA::AbstractBase_var base = CORBA::AbstractBase::_narrow(object.in());
+///   CORBA::Object_var again = base->_to_object();
 class ZRSVCPP_API AbstractBase : public virtual Object {
  public:
   using _ptr_type = AbstractBase*;

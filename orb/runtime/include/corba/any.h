@@ -1,4 +1,17 @@
-// CORBA::Any (CORBA and OMG IDL to C++, "Mapping for the Any Type").
+// CORBA::Any (CORBA and OMG IDL to C++, "Mapping for the Any Type"): a value of any IDL type, which says itself of
+// which one. `<<=` puts a value in, `>>=` takes one out and says whether it was there:
+//
+//   CORBA::Any any;
+//   any <<= CORBA::Long(42);
+//   CORBA::Long number = 0;
+//   if (any >>= number) std::cout << number << std::endl;
+//   any <<= "a text";                                 // copied; the number is gone
+//   const char* text = nullptr;
+//   if (any >>= text) std::cout << text << std::endl;  // the Any's own: good until it changes
+//
+// Generated code adds the operators of its own types: for a struct T `any <<= value` copies, `any <<= pointer` takes
+// over what was made with new, and `any >>= pointer` (a const T*) lends. Types that C++ does not tell apart go by
+// from_... and to_..., as below.
 #pragma once
 
 #include <concepts>
@@ -13,10 +26,10 @@ namespace CORBA {
 
 /// How an Any handles a value that it holds as an untyped pointer. References, TypeCodes and strings are
 /// pointers themselves; other values are pointed to. A null value is copied as null and encoded as nil or,
-/// where there is no nil, not at all.
+/// where there is no nil, not at all. For generated code; programs have the operators.
 struct ValueOps {
-  void* (*copy)(const void* value);
-  void (*destroy)(void* value);
+  void* (*copy)(const void* value);  ///< a deep copy that `destroy` takes; null for null
+  void (*destroy)(void* value);      ///< null is allowed
   /// By the stream's direction: encodes the value, or decodes a new one and stores it; false, and nothing
   /// stored, on failure.
   bool (*move)(CDR* cdr, void*& value);
@@ -24,6 +37,14 @@ struct ValueOps {
 
 /// A value of any IDL type with its TypeCode. What came from a wire is kept as octets until it is extracted.
 /// Copies are deep. An Any, constant or not, belongs to one thread at a time: extracting may decode.
+///
+///   CORBA::Any octet;
+///   octet <<= CORBA::Any::from_octet(7);  // else it would be a number of another type
+///   CORBA::Octet taken = 0;
+///   if (octet >>= CORBA::Any::to_octet(taken)) std::cout << int{taken} << std::endl;
+///
+/// What is taken out as a pointer stays the Any's, and is good until it changes, is destroyed, or the value is
+/// extracted as another C++ type. Putting something in drops what was there.
 class ZRSVCPP_API Any : public Allocated {
  public:
   // Values whose C++ types are not their own in the mapping: `any <<= Any::from_octet(1)`, `any >>=
@@ -93,6 +114,7 @@ class ZRSVCPP_API Any : public Allocated {
     UShort digits;
     Short scale;
   };
+  /// A nil reference comes out as null, with true.
   struct to_object {  // a reference of any interface; a new one, that the caller releases
     to_object(Object*& v) : value(v) {}
     Object*& value;
@@ -110,7 +132,8 @@ class ZRSVCPP_API Any : public Allocated {
 
   /// A new TypeCode reference, never nil, that the caller releases.
   TypeCode* type() const;
-  /// Gives the value another name: an equivalent type, counted once more. BAD_TYPECODE for another one, and nil.
+  /// Gives the value another name: an equivalent type, counted once more. BAD_TYPECODE for another one, and nil. For
+  /// types with an alias, of which C++ knows nothing.
   void type(TypeCode* equivalent);
   /// The value, which stays the Any's: what was given to replace, or the decoded value when it came from a
   /// wire and its type is a basic one, an enum, a string or a reference. Null when there is no value.
@@ -158,7 +181,12 @@ class ZRSVCPP_API Any : public Allocated {
   mutable Held decoded_;       // the same value, as the last extraction wanted to see it
 };
 
-/// Owns one Any: a fresh one holds a new empty Any, copies are deep. Null only after `_retn()` or `out()`.
+/// Owns one Any: a fresh one holds a new empty Any, copies are deep. Null only after `_retn()` or `out()`. It takes and
+/// gives values as an Any does.
+///
+///   CORBA::Any_var result = new CORBA::Any;
+///   result <<= CORBA::Double(0.5);
+///   CORBA::TypeCode_var type = result->type();
 class Any_var : public ValueVar<Any> {
  public:
   Any_var() : ValueVar(new Any) {}
@@ -178,11 +206,13 @@ ZRSVCPP_API bool copy_value(const TypeCode* type, CDR* from, CDR* to);
 // holds another type; pointers that they give stay the Any's and live until it changes or the value is
 // extracted as another C++ type.
 
+/// The numbers that C++ tells apart: they go in and out as they are.
 template <class T>
 concept AnyNumber = std::same_as<T, Short> || std::same_as<T, UShort> || std::same_as<T, Long> ||
     std::same_as<T, ULong> || std::same_as<T, LongLong> || std::same_as<T, ULongLong> ||
     std::same_as<T, Float> || std::same_as<T, Double> || std::same_as<T, LongDouble>;
 
+/// The constant of that number's type; nothing to release.
 template <AnyNumber T>
 TypeCode* number_typecode() {
   if constexpr (std::same_as<T, Short>) return _tc_short;
@@ -297,6 +327,7 @@ Boolean operator>>=(const Any& any, T& value) {
   return any_extract_copy(any, number_typecode<T>(), value);
 }
 
+// Booleans, octets and characters, which would else be taken for one another or for numbers.
 ZRSVCPP_API void operator<<=(Any& any, Any::from_boolean from);
 ZRSVCPP_API void operator<<=(Any& any, Any::from_octet from);
 ZRSVCPP_API void operator<<=(Any& any, Any::from_char from);
@@ -306,24 +337,32 @@ ZRSVCPP_API void operator<<=(Any& any, Any::from_string from);
 ZRSVCPP_API void operator<<=(Any& any, Any::from_wstring from);
 /// DATA_CONVERSION for a number with too many digits before its point; those behind are cut off.
 ZRSVCPP_API void operator<<=(Any& any, Any::from_fixed from);
+/// Texts without a bound are copied; null is held as null, and travels as "".
 ZRSVCPP_API void operator<<=(Any& any, const char* text);
 ZRSVCPP_API void operator<<=(Any& any, const WChar* text);
+/// An Any in an Any.
 ZRSVCPP_API void operator<<=(Any& any, const Any& value);
 /// Takes over `value`.
 ZRSVCPP_API void operator<<=(Any& any, Any* value);
+/// Counts the type, or duplicates the reference, once more: what is given stays the caller's. Nil is allowed.
 ZRSVCPP_API void operator<<=(Any& any, TypeCode* type);
 ZRSVCPP_API void operator<<=(Any& any, Object* reference);
+/// Copies; the type is the exception's, as it travels.
 ZRSVCPP_API void operator<<=(Any& any, const SystemException& exception);
 
+// Copied into the variable that was named.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_boolean to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_octet to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_char to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_wchar to);
+// Lent. A bound has to be the same: a text that was put in with a bound of 8 comes out with one of 8.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_string to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_wstring to);
 /// Of exactly those digits and that scale.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_fixed to);
+/// Of any interface; a new reference, which the caller releases.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_object to);
+/// Lent, all four: nothing is to be freed or released.
 ZRSVCPP_API Boolean operator>>=(const Any& any, const char*& text);
 ZRSVCPP_API Boolean operator>>=(const Any& any, const WChar*& text);
 ZRSVCPP_API Boolean operator>>=(const Any& any, const Any*& value);

@@ -18,7 +18,17 @@ class ExceptionList;
 namespace Messaging {
 
 /// The exception that a call ended with, as its reply handler gets it. Counted, as local objects are; used by one
-/// thread at a time.
+/// thread at a time. What a handler's f_excep gets is the library's, and good for the length of the call.
+///
+///   void report(Messaging::ExceptionHolder* holder) {
+///     try {
+///       holder->raise_exception();
+///     } catch (const Bank::Overdrawn& e) {
+///       std::cout << e.missing << " are missing" << std::endl;
+///     } catch (const CORBA::SystemException& e) {
+///       std::cerr << e << std::endl;
+///     }
+///   }
 class ZRSVCPP_API ExceptionHolder : public virtual CORBA::LocalObject {
  public:
   static ExceptionHolder* _nil() { return nullptr; }

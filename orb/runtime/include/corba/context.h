@@ -1,5 +1,7 @@
 // Contexts: properties that travel with the calls of operations with a context clause (CORBA, "Context Object").
-// Generated headers include this where their IDL has such a clause.
+// Generated headers include this where their IDL has such a clause, and give the operation one more in parameter, of
+// type CORBA::Context_ptr: what of it fits the clause travels, and the servant gets a context of that. Nil has
+// nothing.
 #pragma once
 
 #include <map>
@@ -15,6 +17,14 @@ inline constexpr Flags CTX_RESTRICT_SCOPE = 15;
 
 /// Named texts, and a parent whose texts count where there is none of that name here. Counted as local objects are.
 /// A pattern is a name, or its beginning with a * behind. Any thread.
+///
+///   CORBA::Context_var context;
+///   orb->get_default_context(context.out());
+///   CORBA::Context_var mine;
+///   context->create_child("mine", mine.out());
+///   CORBA::Any language;
+///   language <<= "en";
+///   mine->set_one_value("language", language);
 class ZRSVCPP_API Context : public virtual LocalObject {
  public:
   using Properties = std::map<std::string, std::string, std::less<>>;
@@ -34,7 +44,8 @@ class ZRSVCPP_API Context : public virtual LocalObject {
 
   /// BAD_PARAM for a name that is empty, and for a value that is no string. A value that is there is replaced.
   void set_one_value(const char* name, const Any& value, CORBA_ENV);
-  /// All of the list, or none; flags say nothing.
+  /// All of the list, or none; flags say nothing. BAD_PARAM for a nil list, an empty name, and a value that is no
+  /// string.
   void set_values(NVList* values, CORBA_ENV);
   /// Those of this context that fit the pattern. BAD_CONTEXT when none does.
   void delete_values(const char* pattern, CORBA_ENV);

@@ -1,4 +1,16 @@
 // Exceptions and the environment (OMG IDL to C++, "Mapping for Exception Types").
+//
+// Operations fail by throwing: a user exception that their IDL lists, or one of the standard's system exceptions.
+// Catch by reference to constant; what is caught is a copy, and the catcher's for as long as it is caught.
+//
+//   try {
+//     balance = account->balance();
+//   } catch (const CORBA::TRANSIENT&) {             // nobody took the call: it may be made again
+//     balance = account->balance();
+//   } catch (const CORBA::SystemException& e) {
+//     std::cerr << e << std::endl;                  // id, minor code, and how far the call came
+//     throw;
+//   }
 #pragma once
 
 #include <exception>
@@ -29,9 +41,9 @@ class ZRSVCPP_API Exception : public Allocated, public std::exception {
   /// As _rep_id.
   const char* what() const noexcept override { return _rep_id(); }
 
-  /// A heap copy of the exception's own type, owned by the caller.
+  /// A heap copy of the exception's own type, owned by the caller. std::bad_alloc without memory.
   virtual Exception* _clone() const;
-  /// Throws a copy of the exception's own type.
+  /// Throws a copy of the exception's own type: to throw what an Environment holds, or what was kept for later.
   [[noreturn]] virtual void _raise() const;
 
  private:
@@ -43,6 +55,12 @@ class ZRSVCPP_API Exception : public Allocated, public std::exception {
 /// "IDL:omg.org/CORBA/TRANSIENT:1.0", and of a system exception " (minor code 0x4f4d0001, completed NO)".
 ZRSVCPP_API std::ostream& operator<<(std::ostream& to, const Exception& exception);
 
+/// Base of the exceptions that IDL declares. Generated code has a class for each, with its members and a constructor
+/// that takes them; `_downcast` of that class finds out whether an exception is of it.
+///
+///   const CORBA::Exception* found = new Bank::Overdrawn(20);
+///   if (const auto* overdrawn = Bank::Overdrawn::_downcast(found)) std::cout << overdrawn->missing << std::endl;
+///   delete found;
 class ZRSVCPP_API UserException : public Exception {
  public:
   ~UserException() override;
@@ -51,6 +69,8 @@ class ZRSVCPP_API UserException : public Exception {
   UserException& operator=(const UserException&) = default;
   Exception* _clone() const override;
   [[noreturn]] void _raise() const override;
+  /// `e` itself when it is a user exception, else null, also for null. Nothing changes hands. _downcast is the
+  /// standard's name for it.
   static UserException* _narrow(Exception* e) { return dynamic_cast<UserException*>(e); }
   static UserException* _downcast(Exception* e) { return _narrow(e); }
   static const UserException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
@@ -60,9 +80,12 @@ class ZRSVCPP_API UserException : public Exception {
 /// exception.
 inline constexpr ULong OMGVMCID = 0x4F4D0000;
 
+/// Whether the operation has run at the other end: YES, to its end; NO, it did not begin, so the call may be made again
+/// without harm; MAYBE, nobody knows.
 enum CompletionStatus : ULong { COMPLETED_YES = 0, COMPLETED_NO = 1, COMPLETED_MAYBE = 2 };
 
-/// A system exception: minor code and completion status beside the id.
+/// A system exception: minor code and completion status beside the id. What a minor code means is told by its upper 20
+/// bits: OMGVMCID is the standard's, 0x4B510000 is this library's (docs/wire.md, docs/orb.md), 0 says nothing.
 class ZRSVCPP_API SystemException : public Exception {
  public:
   SystemException() = default;
@@ -78,6 +101,7 @@ class ZRSVCPP_API SystemException : public Exception {
 
   Exception* _clone() const override;
   [[noreturn]] void _raise() const override;
+  /// `e` itself when it is a system exception, else null.
   static SystemException* _narrow(Exception* e) { return dynamic_cast<SystemException*>(e); }
   static SystemException* _downcast(Exception* e) { return _narrow(e); }
   static const SystemException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
@@ -87,12 +111,16 @@ class ZRSVCPP_API SystemException : public Exception {
   CompletionStatus completed_ = COMPLETED_NO;
 };
 
-/// A standard system exception; `Name` is its name in module CORBA.
+/// A standard system exception; `Name` is its name in module CORBA. Servants throw them as well: clients get the
+/// minor code and the completion status that they are made with.
+///
+///   if (amount < 0) throw CORBA::BAD_PARAM(0, CORBA::COMPLETED_NO);
 template <Text Name>
 class ZRSVCPP_API StandardException : public SystemException {
  public:
   static constexpr JoinedText repository_id{"IDL:CORBA/StExcep/", Name.value, ":1.0"};
 
+  /// Minor code 0, COMPLETED_NO.
   StandardException() { id(repository_id.value); }
   explicit StandardException(ULong minor_code, CompletionStatus status = COMPLETED_NO)
       : SystemException(minor_code, status) {
@@ -108,7 +136,8 @@ class ZRSVCPP_API StandardException : public SystemException {
 // g++ hides what is made from a literal as a template argument, unless the literal is first named where
 // things are visible.
 #pragma GCC visibility push(default)
-/// The standard system exceptions. Each also stands in CORBA itself, as the standard has it.
+/// The standard system exceptions. Each also stands in CORBA itself, as the standard has it. Which one means what to a
+/// client is told in docs/guide.md.
 namespace StExcep {
 using UNKNOWN = StandardException<"UNKNOWN">;
 using BAD_PARAM = StandardException<"BAD_PARAM">;
@@ -189,7 +218,8 @@ class ZRSVCPP_API UserExceptionOf : public UserException {
   static const E* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
 };
 
-/// A member of an exception, as the mapping has it (`e.index`), that is also an accessor (`e.index()`).
+/// A member of an exception, as the mapping has it (`e.index`), that is also an accessor: `e.index()` reads, and
+/// `e.index(3)` writes.
 template <class T>
 class ExceptionMember {
  public:
@@ -203,7 +233,16 @@ class ExceptionMember {
   T value_{};
 };
 
-/// Owns one exception: a fresh one holds a new exception, never null; copies are deep, of null null.
+/// Owns one exception that was made with new: a fresh one holds a new exception, never null; copies are deep, of null
+/// null. A pointer that is assigned is taken over, an exception copied. Null only where null was assigned, or after
+/// `_retn()`, which hands the exception over.
+///
+///   PortableServer::POA::InvalidPolicy_var kept;
+///   try {
+///     poa = root->create_POA("rows", nullptr, list);
+///   } catch (const PortableServer::POA::InvalidPolicy& e) {
+///     kept = e;  // for later
+///   }
 template <class E>
 class ExceptionVar {
  public:
@@ -230,7 +269,14 @@ class ExceptionVar {
 };
 
 /// How an operation reports a failure beside throwing it: every operation takes one last, by default a fresh
-/// one that nobody looks at. Belongs to one thread at a time.
+/// one that nobody looks at. After a call it holds what that has thrown, or nothing. Belongs to one thread at a time.
+///
+///   CORBA::Environment ev;
+///   try {
+///     poa->deactivate_object(id, ev);
+///   } catch (const CORBA::Exception&) {
+///     std::cerr << *ev.exception() << std::endl;  // the environment's, until the next call
+///   }
 class ZRSVCPP_API Environment {
  public:
   Environment() noexcept : _evp(&record_) {}
@@ -242,10 +288,12 @@ class ZRSVCPP_API Environment {
 
   /// Takes over an exception made with new; the one held before is deleted. Null empties the environment.
   void exception(Exception* e);
+  /// What it holds, still the environment's; null when nothing failed.
   Exception* exception() const { return _exp; }
   /// Takes over a filled record, which is left empty; _exp then holds the matching exception (a plain
   /// UserException with its id for a user exception, none for a location forward).
   void set_ref(CORBA_Environment* filled);
+  /// Deletes what it holds.
   void clear();
   /// This environment as an lvalue: lets a temporary be the default of a reference parameter.
   Environment& self() { return *this; }

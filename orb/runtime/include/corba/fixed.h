@@ -11,12 +11,19 @@ namespace CORBA {
 
 /// An exact decimal number: a whole number of at most 31 digits, `scale` of which stand behind the point. What is
 /// too large for 31 digits raises DATA_CONVERSION; digits behind the point that do not fit are cut off. A plain
-/// value: copies are independent.
+/// value: copies are independent. `typedef fixed<9, 2> Price` in IDL is a class that is one, with the digits checked.
+///
+///   CORBA::Fixed price("19.99");
+///   CORBA::Fixed total = price * 3 + CORBA::Fixed("0.03");  // 60.00, exactly
+///   CORBA::String_var text = total.to_string();
+///   if (total.compare(60) == 0) std::cout << text.in() << std::endl;
 class ZRSVCPP_API Fixed {
  public:
   static constexpr UShort max_digits = 31;
 
+  /// 0.
   Fixed() = default;
+  /// A whole number of any type.
   template <std::integral T>
   Fixed(T value) {
     negative_ = std::cmp_less(value, 0);
@@ -40,6 +47,8 @@ class ZRSVCPP_API Fixed {
   Fixed round(UShort scale) const;
   Fixed truncate(UShort scale) const;
 
+  // What the operators + - * / do; DATA_CONVERSION where the digits before the point do not fit. A sum or product has
+  // as many digits behind the point as it needs, and as fit.
   Fixed plus(const Fixed& o) const { return sum(o, o.negative_); }
   Fixed minus(const Fixed& o) const { return sum(o, !o.negative_); }
   Fixed times(const Fixed& o) const;
@@ -80,6 +89,7 @@ class ZRSVCPP_API Fixed {
 /// the Fixed is to become a number.
 template <class T>
 concept FixedOperand = std::derived_from<T, Fixed> || std::is_arithmetic_v<T>;
+/// Two of them, one of which is a Fixed.
 template <class A, class B>
 concept FixedOperands = FixedOperand<A> && FixedOperand<B> &&
     (std::derived_from<A, Fixed> || std::derived_from<B, Fixed>);

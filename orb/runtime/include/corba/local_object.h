@@ -7,15 +7,24 @@
 
 namespace CORBA {
 
-/// Base of every local interface and of what programs implement for one. Counted: a new one has the count 1,
-/// which is the creator's; _duplicate counts up, release counts down, and the last one deletes it. Any
+/// Base of every local interface and of what programs implement for one. Counted: a new one has the count 1, which is
+/// the creator's; _duplicate counts up, release counts down, and the last one deletes it, so it is made with new. Any
 /// thread. It has no handle, cannot be turned into text, and cannot travel (MARSHAL).
+///
+///   class Here : public PortableServer::ServantActivator, public CORBA::LocalObject {
+///     PortableServer::Servant incarnate(const PortableServer::ObjectId& id, PortableServer::POA_ptr) override {
+///       return new Account(load(id));
+///     }
+///   };
+///   PortableServer::ServantManager_var manager = new Here;  // its first count
+///   poa->set_servant_manager(manager);                      // the POA has one of its own
 class ZRSVCPP_API LocalObject : public virtual Object {
  public:
   static LocalObject* _nil() { return nullptr; }
   static LocalObject* _duplicate(LocalObject* object);
   static LocalObject* _narrow(Object* object);
 
+  /// Programs that count in a way of their own override all three.
   virtual void _add_ref() { ++count_; }
   virtual void _remove_ref() {
     if (--count_ == 0) delete this;
@@ -35,7 +44,8 @@ using LocalObject_var = ObjectVar<LocalObject>;
 
 namespace idl {
 
-/// What the static members of a local interface's class do.
+/// What the static members of a local interface's class do: count up, and find out by the C++ class, without asking
+/// anybody. Nil for nil.
 template <class X>
 X* duplicate_local(X* object) {
   if (object) object->_add_ref();

@@ -7,22 +7,26 @@
 
 namespace CORBA {
 
+/// What of an argument travels: in, out, or both ways.
 using Flags = ULong;
 inline constexpr Flags ARG_IN = 1;
 inline constexpr Flags ARG_OUT = 2;
 inline constexpr Flags ARG_INOUT = ARG_IN | ARG_OUT;
 
+/// An index at or past the count.
 using Bounds = PlainUserException<"IDL:omg.org/CORBA/Bounds:1.0">;
 
 /// An argument or a result. Counted as local objects are; belongs to one thread at a time, as its list does.
 class ZRSVCPP_API NamedValue : public virtual LocalObject {
  public:
+  /// Both are copied; a null name is an empty one.
   NamedValue(const char* name, const Any& value, Flags flags)
       : name_(string_dup(name ? name : "")), value_(value), flags_(flags) {}
   ~NamedValue() override;
   static NamedValue* _nil() { return nullptr; }
   static NamedValue* _duplicate(NamedValue* p) { return idl::duplicate_local(p); }
 
+  /// The argument's own; "" when it has none. Names do not travel.
   const char* name() const { return name_.in(); }
   /// The value itself, to be read and changed.
   Any* value() { return &value_; }
@@ -37,13 +41,20 @@ using NamedValue_ptr = NamedValue*;
 using NamedValue_var = ObjectVar<NamedValue>;
 
 /// The arguments of an operation, in wire order. An argument to be decoded has a type, but needs no value. What `add`
-/// and `item` give belongs to the list and stays where it is.
+/// and `item` give belongs to the list and stays where it is. Counted as local objects are; belongs to one thread at a
+/// time.
+///
+///   CORBA::NVList_var arguments;
+///   orb->create_list(0, arguments.out());
+///   *arguments->add(CORBA::ARG_IN)->value() <<= CORBA::Long(100);
+///   arguments->add(CORBA::ARG_OUT)->value()->replace(CORBA::_tc_string, nullptr);  // its type, to be decoded
 class ZRSVCPP_API NVList : public virtual LocalObject {
  public:
   ~NVList() override;
   static NVList* _nil() { return nullptr; }
   static NVList* _duplicate(NVList* p) { return idl::duplicate_local(p); }
 
+  /// How many arguments there are, in and out.
   ULong count() const { return static_cast<ULong>(items_.size()); }
   /// Append an argument: one without a value, or with a copy of `value`. BAD_PARAM for flags other than ARG_....
   NamedValue* add(Flags flags, CORBA_ENV) { return add_value("", Any(), flags, ev); }
@@ -54,6 +65,7 @@ class ZRSVCPP_API NVList : public virtual LocalObject {
   NamedValue* add_value_consume(char* name, Any* value, Flags flags, CORBA_ENV);
   /// Bounds for an index at or past the count.
   NamedValue* item(ULong index, CORBA_ENV) const;
+  /// Those behind it move up; it is released.
   void remove(ULong index, CORBA_ENV);
 
   /// The values of that direction between the list and a stream: out, or in by the types that are there. False when

@@ -1,4 +1,13 @@
 // Object references (OMG IDL to C++, "Mapping for Object References").
+//
+// X_ptr is a plain pointer to a reference of interface X, which somebody has to release; X_var owns one and does.
+// Operations take references as arguments without taking them over, and give new ones, which the caller releases;
+// null is nil.
+//
+//   Bank::Account_var mine = Bank::Account::_narrow(object.in());  // a new reference, nil when it is no Account
+//   Bank::Account_ptr lent = mine.in();                            // mine releases it
+//   Bank::Account_var two = Bank::Account::_duplicate(lent);       // one of its own
+//   if (CORBA::is_nil(mine.in())) std::cerr << "no account" << std::endl;
 #pragma once
 
 #include "corba/exception.h"
@@ -24,8 +33,12 @@ using RepositoryId = char*;
 /// Whether new overrides take the place of the old ones, or come beside them.
 enum SetOverrideType : ULong { SET_OVERRIDE = 0, ADD_OVERRIDE = 1 };
 
-/// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of
-/// every interface. A wrapper belongs to one thread at a time; a handle may be shared.
+/// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of every
+/// interface. A wrapper belongs to one thread at a time, so each thread has a _duplicate of its own; a handle may be
+/// shared.
+///
+/// Operations that ask the object make a call, and end with whatever calls end with: TRANSIENT, COMM_FAILURE, TIMEOUT,
+/// OBJECT_NOT_EXIST, and INV_OBJREF for a wrapper without a handle.
 class ZRSVCPP_API Object : public Allocated {
  public:
   Object() = default;
@@ -40,17 +53,23 @@ class ZRSVCPP_API Object : public Allocated {
   void* get_ref() const { return _ptr; }
 
   static Object* _nil() { return nullptr; }
-  /// A new wrapper over one more handle; null for null.
+  /// A new wrapper over one more handle, which the caller releases; null for null. An object that counts (LocalObject)
+  /// is counted up and given itself.
   static Object* _duplicate(Object* object);
+  /// Every object is an Object: as _duplicate. That of interface X gives nil when the object is none, and asks it for
+  /// its interface only where the reference does not tell; `X::_unchecked_narrow` never asks.
   static Object* _narrow(Object* object) { return _duplicate(object); }
 
-  /// Ask the object itself, by a call; the first compares the reference's type id before it calls.
+  /// Ask the object itself, by a call; the first compares the reference's type id before it calls. Whether it is of
+  /// that interface or of one that inherits from it (BAD_PARAM for null); whether it is sure that there is no such
+  /// object.
   Boolean _is_a(const char* repository_id, CORBA_ENV);
   Boolean _non_existent(CORBA_ENV);
   /// The interface definition, nil when its server knows none. The caller releases it.
   InterfaceDef* _get_interface(CORBA_ENV);
-  /// Without a call: same object by key and end point.
+  /// Without a call: same object by key and end point. False does not say that they are two objects.
   Boolean _is_equivalent(Object* other, CORBA_ENV);
+  /// A number from 0 to `maximum`, the same for equivalent references: for hash tables of references.
   ULong _hash(ULong maximum, CORBA_ENV);
 
   /// The ORB that the reference came from, as a new reference.
@@ -68,10 +87,11 @@ class ZRSVCPP_API Object : public Allocated {
   /// Only policies of clients count (Messaging::RelativeRoundtripTimeoutPolicy). InvalidPolicies for others,
   /// BAD_PARAM for two of one type.
   Object* _set_policy_overrides(const PolicyList& policies, SetOverrideType how, CORBA_ENV);
-  /// The overrides of this reference of those types, of all types for an empty list.
+  /// The overrides of this reference of those types, of all types for an empty list. The caller frees the list, which
+  /// is empty where there are none.
   PolicyList* _get_policy_overrides(const PolicyTypeSeq& types, CORBA_ENV);
   /// What is in force for calls of this reference on this thread: the reference's override, the thread's, or
-  /// the ORB's; nil when none speaks of the type.
+  /// the ORB's; nil when none speaks of the type. The caller releases it.
   Policy* _get_policy(PolicyType type, CORBA_ENV);
   Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, ev); }
 
@@ -103,10 +123,15 @@ inline void release(Object* object) {
   if (object) object->_release_reference();
 }
 
-/// Base of the interface _var types.
+/// Base of the interface _var types, as the standard has it.
 class _var {};
 
-/// Owns one reference of interface X.
+/// Owns one reference of interface X, nil at first. A plain pointer that is assigned is taken over, another X_var
+/// duplicated; what was held is released. As an argument it chooses by itself between in(), inout() and out().
+///
+///   CORBA::Object_var made = orb->string_to_object("corbaloc:iiop:localhost:2809/Bank");  // taken over
+///   Bank::Account_var found = Bank::Account::_narrow(made.in());
+///   if (!CORBA::is_nil(found.in())) balance = found->balance();
 template <class X>
 class ObjectVar : public _var {
  public:
@@ -128,6 +153,7 @@ class ObjectVar : public _var {
     return *this;
   }
 
+  /// Takes `p` over, also where it is the pointer that is held: then that has to be counted twice.
   void reset(X* p) {
     _free();
     _ptr = p;
@@ -136,13 +162,17 @@ class ObjectVar : public _var {
 
   operator X* const&() const { return _ptr; }  // a reference too: else g++ -Wconversion warns at every use
   operator X*&() { return _ptr; }
+  /// A nil reference has no operations: the program looks before it calls.
   X* operator->() const { return _ptr; }
+  /// Lends the reference.
   X* in() const { return _ptr; }
   X*& inout() { return _ptr; }
+  /// Releases it; the place for another one, which is taken over.
   X*& out() {
     _free();
     return _ptr;
   }
+  /// Hands it over: the caller releases it.
   X* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:

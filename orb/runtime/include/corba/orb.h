@@ -1,4 +1,11 @@
 // The ORB as programs see it (CORBA::ORB of the standard, as far as servers and their clients need it).
+//
+//   CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);       // takes the -ORB options
+//   CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
+//   PortableServer::POA_var root = PortableServer::POA::_narrow(object.in());
+//   ...
+//   orb->run();                                             // until somebody calls shutdown
+//   orb->destroy();
 #pragma once
 
 #include "corba/sequence.h"
@@ -99,6 +106,8 @@ ZRSVCPP_API ORB* ORB_init(int& argc, char** argv, const char* orb_id = "", CORBA
 
 /// How policies of a type are made: from a value, null when the value is not fit.
 using PolicyMaker = Policy* (*)(PolicyType type, const Any& value);
+/// From now on ORB::create_policy asks `maker` for that type, in place of who was asked before. Any thread, also before
+/// main.
 ZRSVCPP_API void register_policy_maker(PolicyType type, PolicyMaker maker);
 
 /// The BOA and its handle, as registration functions take it.

@@ -6,16 +6,28 @@
 
 namespace CORBA {
 
+/// A choice that is made for a POA (poa/types.h) or for calls (corba/messaging.h). A policy does not change, so any
+/// thread may ask it; the one who gets one releases it.
+///
+///   CORBA::Any limit;
+///   limit <<= TimeBase::TimeT(50'000'000);  // 5 s, in units of 100 ns
+///   CORBA::PolicyList policies;
+///   policies.length(1);
+///   policies[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, limit);
+///   CORBA::Object_var hurried = object->_set_policy_overrides(policies, CORBA::ADD_OVERRIDE);
 class ZRSVCPP_API Policy : public virtual Object {
  public:
   static Policy* _nil() { return nullptr; }
   /// A copy made by the policy itself; null for null.
   static Policy* _duplicate(Policy* p);
+  /// A copy of a policy of this process; of a reference to one elsewhere a stub, which asks it. The caller releases it.
   static Policy* _narrow(Object* object);
 
+  /// The number of its kind: THREAD_POLICY_ID, Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, ...
   virtual PolicyType policy_type(CORBA_ENV) = 0;
   /// A new policy of the same kind and value; the caller releases it.
   virtual Policy* copy(CORBA_ENV) = 0;
+  /// The standard's: does nothing here, as policies are shared; release is enough.
   virtual void destroy(CORBA_ENV) = 0;
   /// This object as the interface of that repository id, as an untyped pointer to that class; null for
   /// another id.
@@ -24,22 +36,27 @@ class ZRSVCPP_API Policy : public virtual Object {
 using Policy_ptr = Policy*;
 using Policy_var = ObjectVar<Policy>;
 
+/// Policies, in any order. An element owns its reference: what is assigned as a plain pointer is taken over. Nil
+/// elements say nothing.
 class PolicyList : public Sequence<Policy_var> {
  public:
   using Sequence::Sequence;
 };
 using PolicyList_var = SequenceVar<PolicyList>;
 
+/// Numbers of kinds of policies: what to answer for. An empty one asks for all.
 class PolicyTypeSeq : public Sequence<PolicyType> {
  public:
   using Sequence::Sequence;
 };
 using PolicyTypeSeq_var = SequenceVar<PolicyTypeSeq>;
 
-/// Why ORB::create_policy made none.
+/// Why ORB::create_policy made none: here BAD_POLICY_TYPE for a type that nobody makes, BAD_POLICY_VALUE for an Any
+/// that does not hold what the type is made of.
 using PolicyErrorCode = Short;
 inline constexpr PolicyErrorCode BAD_POLICY = 0, UNSUPPORTED_POLICY = 1, BAD_POLICY_TYPE = 2,
                                  BAD_POLICY_VALUE = 3, UNSUPPORTED_POLICY_VALUE = 4;
+/// What ORB::create_policy raises.
 class ZRSVCPP_API PolicyError : public UserExceptionOf<PolicyError> {
  public:
   static constexpr const char* repository_id = "IDL:omg.org/CORBA/PolicyError:1.0";
@@ -48,7 +65,7 @@ class ZRSVCPP_API PolicyError : public UserExceptionOf<PolicyError> {
 
   PolicyErrorCode reason = BAD_POLICY;
 };
-/// Overrides that cannot be: their places in the list.
+/// Overrides that cannot be: their places in the list, from 0. Of nil, and of policies that calls know nothing of.
 class ZRSVCPP_API InvalidPolicies : public UserExceptionOf<InvalidPolicies> {
  public:
   static constexpr const char* repository_id = "IDL:omg.org/CORBA/InvalidPolicies:1.0";
@@ -58,7 +75,12 @@ class ZRSVCPP_API InvalidPolicies : public UserExceptionOf<InvalidPolicies> {
   Sequence<UShort> indices;
 };
 
-/// The policies of the calls of one ORB (initial reference "ORBPolicyManager"). May be used by several threads.
+/// The policies of the calls of one ORB (initial reference "ORBPolicyManager"). May be used by several threads. What a
+/// reference or a thread says of a type counts before what is said here.
+///
+///   CORBA::Object_var found = orb->resolve_initial_references("ORBPolicyManager");
+///   CORBA::PolicyManager_var all = CORBA::PolicyManager::_narrow(found.in());
+///   all->set_policy_overrides(list, CORBA::SET_OVERRIDE);
 class ZRSVCPP_API PolicyManager : public LocalObject {
  public:
   static PolicyManager* _nil() { return nullptr; }
@@ -67,13 +89,15 @@ class ZRSVCPP_API PolicyManager : public LocalObject {
 
   /// The overrides of those types, of all types for an empty list; the caller frees the list.
   virtual PolicyList* get_policy_overrides(const PolicyTypeSeq& types, CORBA_ENV) = 0;
-  /// As Object::_set_policy_overrides, for all references.
+  /// As Object::_set_policy_overrides, for all references, from the next call on; the policies are copied.
+  /// InvalidPolicies, BAD_PARAM (OMGVMCID | 30) for two of one type; nothing changes then.
   virtual void set_policy_overrides(const PolicyList& policies, SetOverrideType how, CORBA_ENV) = 0;
 };
 using PolicyManager_ptr = PolicyManager*;
 using PolicyManager_var = ObjectVar<PolicyManager>;
 
-/// The policies of the calls of the thread that asks (initial reference "PolicyCurrent").
+/// The policies of the calls of the thread that asks (initial reference "PolicyCurrent"), of whatever ORB. One object
+/// answers all threads, each for itself.
 class ZRSVCPP_API PolicyCurrent : public PolicyManager {
  public:
   static PolicyCurrent* _nil() { return nullptr; }
@@ -83,6 +107,7 @@ class ZRSVCPP_API PolicyCurrent : public PolicyManager {
 using PolicyCurrent_ptr = PolicyCurrent*;
 using PolicyCurrent_var = ObjectVar<PolicyCurrent>;
 
+/// Base of the objects that answer each thread for itself: PortableServer::Current, PortableInterceptor::Current.
 class ZRSVCPP_API Current : public virtual Object {
  public:
   static Current* _nil() { return nullptr; }

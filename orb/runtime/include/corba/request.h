@@ -1,4 +1,6 @@
-// Calls that are put together at run time (CORBA, "Dynamic Invocation Interface").
+// Calls that are put together at run time (CORBA, "Dynamic Invocation Interface"): for bridges, scripts and tools that
+// know an interface only when they run, and for calls whose reply is wanted later. For a call of a known interface the
+// reference class of the generated code is shorter and faster.
 #pragma once
 
 #include "corba/nvlist.h"
@@ -8,7 +10,11 @@ namespace CORBA {
 
 class CoreRequest;
 
-/// A user exception that a dynamic call ended with: one of those that the request lists.
+/// A user exception that a dynamic call ended with: one of those that the request lists. Found in the request's env().
+///
+///   const auto* user = CORBA::UnknownUserException::_downcast(request->env()->exception());
+///   const Bank::Overdrawn* overdrawn = nullptr;
+///   if (user && (user->exception() >>= overdrawn)) std::cout << overdrawn->missing << std::endl;
 class ZRSVCPP_API UnknownUserException : public UserExceptionOf<UnknownUserException> {
  public:
   static constexpr const char* repository_id = "IDL:omg.org/CORBA/UnknownUserException:1.0";
@@ -22,7 +28,10 @@ class ZRSVCPP_API UnknownUserException : public UserExceptionOf<UnknownUserExcep
   Any exception_;
 };
 
-/// The types of the user exceptions that a request may end with.
+/// The types of the user exceptions that a request may end with. One that is not listed ends it with UNKNOWN. Counted
+/// as local objects are; belongs to one thread at a time.
+///
+///   request->exceptions()->add(Bank::_tc_Overdrawn);
 class ZRSVCPP_API ExceptionList : public virtual LocalObject {
  public:
   ~ExceptionList() override;
@@ -35,6 +44,7 @@ class ZRSVCPP_API ExceptionList : public virtual LocalObject {
   void add_consume(TypeCode* type) { types_.emplace_back(type); }
   /// A new reference. Bounds for an index at or past the count.
   TypeCode* item(ULong index, CORBA_ENV) const;
+  /// Those behind it move up; the type is released.
   void remove(ULong index, CORBA_ENV);
 
  private:
@@ -72,21 +82,25 @@ class ZRSVCPP_API Request : public virtual LocalObject {
   ExceptionList* exceptions() const { return exceptions_.in(); }
   Environment* env() { return &env_; }
 
+  /// Append an argument, and give its value: to be put in with <<=, or, where it comes back, to be given its type by
+  /// `replace(type, nullptr)`. It stays the request's.
   Any& add_in_arg(const char* name = "") { return *arguments_->add_item(name, ARG_IN)->value(); }
   Any& add_inout_arg(const char* name = "") { return *arguments_->add_item(name, ARG_INOUT)->value(); }
   Any& add_out_arg(const char* name = "") { return *arguments_->add_item(name, ARG_OUT)->value(); }
-  /// void unless it is said.
+  /// void unless it is said. The type is counted once more. BAD_TYPECODE for nil.
   void set_return_type(TypeCode* type) { return_value().replace(type, nullptr); }
+  /// What the call gave, after its end.
   Any& return_value() const { return *result_->value(); }
 
-  /// Sends the call and waits for its end.
+  /// Sends the call and waits for its end. MARSHAL for an argument that has a type and no value, and for results that
+  /// do not fit the types that were said.
   void invoke();
-  /// Sends it, and nobody will hear of its end.
+  /// Sends it, and nobody will hear of its end. What keeps it from being sent is thrown.
   void send_oneway();
   /// Sends it and returns. It goes on without a thread of the program; its time limit runs. BAD_INV_ORDER while it is
   /// under way, as for the two above.
   void send_deferred();
-  /// Whether get_response would not wait. Both: BAD_INV_ORDER when the call was not sent.
+  /// Whether get_response would not wait. Both: BAD_INV_ORDER when the call was not sent by send_deferred.
   Boolean poll_response();
   /// Waits for its end, and ends as invoke() does. Again: the same.
   void get_response();
@@ -114,6 +128,7 @@ class ZRSVCPP_API Request : public virtual LocalObject {
 using Request_ptr = Request*;
 using Request_var = ObjectVar<Request>;
 
+/// Requests for ORB::send_multiple_requests_oneway and _deferred: an element owns its reference.
 class RequestSeq : public Sequence<Request_var> {
  public:
   using Sequence::Sequence;

@@ -1,4 +1,13 @@
 // Sequences, unbounded and bounded, and their _var types (OMG IDL to C++, "Mapping for Sequence Types").
+//
+// A sequence has a length, which is how many elements it has, and a maximum, which is for how many it has room.
+// `typedef sequence<T> Ts` in IDL gives Ts, a class with what Sequence has, and Ts_var, which owns one made with new:
+//
+//   CORBA::LongSeq numbers;
+//   numbers.length(3);                     // three zeros
+//   for (CORBA::ULong i = 0; i < numbers.length(); ++i) numbers[i] = 10 * i;
+//
+// Numbers are 0 in new elements, strings "", references nil, and structs what their members are.
 #pragma once
 
 #include <cstring>
@@ -12,7 +21,7 @@ namespace CORBA {
 /// Ways out of a sequence: BAD_PARAM for an index at or past the length and for a length over the bound.
 [[noreturn]] ZRSVCPP_API void refuse_index();
 [[noreturn]] ZRSVCPP_API void refuse_bound();
-/// Gives back a message that a sequence adopted.
+/// Gives back a message that a sequence adopted. Of the library.
 ZRSVCPP_API void free_message(void* buffer) noexcept;
 
 // ---- Elements: what stands in a sequence's buffer, and what operator[] gives of it ------------------------
@@ -77,8 +86,19 @@ struct NoScratch {};
 
 // ---- Sequences --------------------------------------------------------------------------------------------
 
-/// A sequence. What `Elements` say is how its elements are kept and copied. An index at or past the length
-/// gives the scratch element `wkrtn`, which is no part of the sequence, or with NoScratch BAD_PARAM.
+/// A sequence. What `Elements` say is how its elements are kept and copied. An index at or past the length gives the
+/// scratch element `wkrtn`, which is no part of the sequence, or with NoScratch BAD_PARAM: sequences of generated
+/// code and those of corba/standard_sequences.h are of the second kind; OctetSeq, ObjectId and PolicyList of the
+/// first.
+///
+/// Copies are deep, and a copy owns its buffer. A sequence owns its buffer unless it was given one that it was not to
+/// own; a sequence that has to grow past the maximum moves to a buffer of its own then, and pointers into the old one
+/// are good no more. Belongs to one thread at a time; several may read one that nobody changes.
+///
+///   CORBA::OctetSeq data(4096);                     // room for 4096, length 0
+///   data.length(4);
+///   std::memcpy(data.get_buffer(), octets, 4);      // elements stand one behind the other
+///   CORBA::OctetSeq lent(4, 4, octets);             // reads `octets`, and leaves it alone at its end
 template <class T, class Elements = PlainElements<T>, class Scratch = T>
 class Sequence : public Allocated {
  public:
@@ -86,15 +106,21 @@ class Sequence : public Allocated {
   using Reference = typename Elements::Reference;
   using ConstReference = typename Elements::ConstReference;
 
-  /// n default elements; null for 0 or without memory. Freed with freebuf.
+  /// n default elements; null for 0 or without memory. Freed with freebuf, or by a sequence that is given them to own:
+  /// nothing else fits.
   static T* allocbuf(ULong n) { return n == 0 ? nullptr : Elements::make(n); }
+  /// Frees what allocbuf gave, with the elements; null is allowed.
   static void freebuf(T* buffer) { Elements::free(buffer); }
 
+  /// Empty, without a buffer.
   Sequence() = default;
+  /// Empty, with room for `max`; with room for none where there is no memory.
   explicit Sequence(ULong max) : _buffer(allocbuf(max)), _release(true) { _maximum = _buffer ? max : 0; }
-  /// Adopts `data`, and owns it when `rel`. A length over the maximum is cut to it.
+  /// Takes `data` as its buffer, and owns it when `rel`: then it is of allocbuf, and not the caller's any more. Else it
+  /// stays the caller's, and outlives this. A length over the maximum is cut to it; null is an empty sequence.
   Sequence(ULong max, ULong len, T* data, Boolean rel = false)
       : _maximum(data ? max : 0), _length(len < _maximum ? len : _maximum), _buffer(data), _release(rel) {}
+  /// A deep copy with the same maximum; std::bad_alloc without memory.
   Sequence(const Sequence& o)
       : _maximum(o._maximum), _length(o._length), _buffer(copied(o, o._maximum)), _release(true) {}
   Sequence(Sequence&& o) noexcept { swap(o); }
@@ -115,10 +141,12 @@ class Sequence : public Allocated {
     if (_release) drop(_buffer, _in_message);
   }
 
+  /// For how many elements there is room, and how many there are.
   ULong maximum() const { return _maximum; }
   ULong length() const { return _length; }
-  /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and
-  /// nothing changes.
+  /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and nothing
+  /// changes. Who appends one by one asks for room before (the constructor with a maximum): the buffer grows to n and
+  /// no further. Shrinking keeps the buffer; elements that come back with a longer length are as they were left.
   void length(ULong n) {
     if (n > _maximum) adopt(n, n, copied(*this, n), true);
     _length = n;
@@ -130,6 +158,7 @@ class Sequence : public Allocated {
     if (!fresh) throw std::bad_alloc();
     adopt(n, n, fresh, true);
   }
+  /// The element; of a sequence of strings or references, what it can be assigned by.
   Reference operator[](ULong i) {
     if (i < _length) return Elements::at(_buffer, i, _release);
     if constexpr (std::is_same_v<Scratch, NoScratch>)
@@ -145,8 +174,9 @@ class Sequence : public Allocated {
       return wkrtn;
   }
 
+  /// The elements, one behind the other, still the sequence's; null when there is no buffer.
   const T* get_buffer() const { return _buffer; }
-  /// The buffer, made when there is none but a maximum. With `orphan` it is the caller's from then on
+  /// The same, to be written to. With `orphan` it is the caller's from then on
   /// (freebuf), and the sequence empty; null when the sequence does not own its buffer. A result that stayed in the
   /// message that it came in is copied out then: std::bad_alloc without memory, and nothing changes.
   T* get_buffer(Boolean orphan = false) {
@@ -157,6 +187,7 @@ class Sequence : public Allocated {
     _release = false;
     return std::exchange(_buffer, nullptr);
   }
+  /// Whether the buffer is the sequence's own.
   Boolean release() const { return _release; }
   /// As the constructor with the same parameters.
   void replace(ULong max, ULong len, T* data, Boolean rel = false) {
@@ -216,7 +247,8 @@ class Sequence : public Allocated {
   }
 };
 
-/// A sequence of at most Bound elements; its maximum is the bound.
+/// A sequence of at most Bound elements (IDL's sequence<T, Bound>); its maximum is the bound, whatever it has room for.
+/// BAD_PARAM for a length over the bound, and nothing changes; one that comes in over the wire is MARSHAL.
 template <class Of, ULong Bound>
 class BoundedSequence : public Of {
  public:
@@ -234,7 +266,13 @@ class BoundedSequence : public Of {
   static typename Of::Element* allocbuf() { return Of::allocbuf(Bound); }
 };
 
-/// Owns one sequence, never null: a fresh one holds a new empty sequence; copies are deep.
+/// Owns one sequence that was made with new, never null: a fresh one holds a new empty sequence; copies are deep.
+/// Null only after `_retn()`, `out()`, or where null was assigned: then the element of any index is a scratch one,
+/// and in() is not to be called. A pointer that is assigned is taken over, a sequence copied.
+///
+///   PortableServer::ObjectId_var id = poa->servant_to_id(&servant);  // taken over
+///   std::cout << id->length() << " octets" << std::endl;
+///   PortableServer::ObjectId copy = id.in();
 template <class S>
 class SequenceVar {
  public:
@@ -264,6 +302,7 @@ class SequenceVar {
     delete std::exchange(_ptr, nullptr);
     return _ptr;
   }
+  /// Hands it over: the caller deletes it.
   S* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:

@@ -1,4 +1,4 @@
-// The request that a servant sees.
+// The request that a servant sees (CORBA, "Dynamic Skeleton Interface").
 #pragma once
 
 #include "corba/nvlist.h"
@@ -8,18 +8,34 @@ namespace CORBA {
 /// A request in progress. Wraps the ORB core's record, which outlives it; used on the thread of the upcall
 /// only. Servants with a skeleton need none of this; dynamic ones read the arguments and set the result or
 /// the exception, in the standard's order: arguments(), then set_result() or set_exception().
+///
+///   class Doubling : public PortableServer::DynamicImplementation {
+///     void invoke(CORBA::ServerRequest_ptr request) override {
+///       CORBA::NVList_ptr list = new CORBA::NVList;  // arguments() takes it over
+///       CORBA::Any* amount = list->add(CORBA::ARG_IN)->value();
+///       amount->replace(CORBA::_tc_long, nullptr);
+///       request->arguments(list);
+///       CORBA::Long number = 0;
+///       *amount >>= number;
+///       CORBA::Any result;
+///       result <<= CORBA::Long(2 * number);
+///       request->set_result(result);
+///     }
+///   };
 class ZRSVCPP_API ServerRequest : public virtual Object {
  public:
   static ServerRequest* _nil() { return nullptr; }
-  /// A fresh, detached request object.
+  /// A fresh, detached request object; nil for nil. Only what the library hands to `invoke` refers to a request.
   static ServerRequest* _narrow(Object* object);
   ServerRequest() = default;
   /// Detaches: the record is the ORB core's.
   ~ServerRequest() override;
 
-  /// The operation's name, in place.
+  /// The operation's name, in place: good until the upcall ends. "_get_NAME" and "_set_NAME" for attributes.
   const char* operation() const { return info()->operation; }
+  /// Whether a client waits; what is said of a result is dropped else.
   Boolean response_expected() const { return info()->response_expected; }
+  /// The ORB core's request (zrsv/request.h).
   void* request_handle() const { return info()->request; }
 
   /// Decodes the in and inout arguments by the TypeCodes of `list` and fills its values; `list` is taken
@@ -27,7 +43,9 @@ class ZRSVCPP_API ServerRequest : public virtual Object {
   void arguments(NVList* list, CORBA_ENV);
   /// The result, copied. BAD_INV_ORDER before arguments() or after set_exception().
   void set_result(const Any& value, CORBA_ENV);
-  /// A user or system exception, copied. BAD_PARAM when `value` holds none.
+  /// A user or system exception, copied: the reply, whatever was said of a result. Before arguments() as well, and
+  /// the last one counts. BAD_PARAM when `value` holds none. CORBA::any_insert_exception puts a user exception into
+  /// an Any.
   void set_exception(const Any& value, CORBA_ENV);
   /// The same with a system exception at hand.
   void set_exception(const SystemException& exception, CORBA_ENV);

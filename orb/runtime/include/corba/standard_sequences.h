@@ -1,4 +1,10 @@
-// The sequences of module CORBA (StringSeq, LongSeq, ...) with their _var and _out types.
+// The sequences of module CORBA (StringSeq, LongSeq, ...) with their _var and _out types and their TypeCodes (CORBA,
+// "Standard sequences"): what IDL finds in orb.idl. Each is what Sequence is in corba/sequence.h, with BAD_PARAM for an
+// index at or past the length. XSeq_var owns one that was made with new, null at first; XSeq_out is an out parameter.
+//
+//   CORBA::StringSeq_var names = new CORBA::StringSeq;
+//   names->length(1);
+//   names[0] = "Ann";  // copied
 #pragma once
 
 #include "corba/describe.h"
@@ -22,6 +28,7 @@ namespace CORBA {
   inline constexpr idl::typecode_constant<Name##Seq> _tc_##Name##Seq;
 CORBA_EACH_SEQUENCE(CORBA_DEFINE_SEQUENCE)
 #undef CORBA_DEFINE_SEQUENCE
+// OctetSeq itself, with its OctetSeq_var, stands in corba/sequence.h: object ids are made of it.
 using OctetSeq_out = ValueOut<OctetSeq>;
 inline constexpr idl::typecode_constant<OctetSeq> _tc_OctetSeq;
 

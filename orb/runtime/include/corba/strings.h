@@ -3,13 +3,21 @@
 // parameter is (String_out).
 //
 // All take over what is assigned as a pointer to characters, and copy what is assigned as a pointer to
-// constant characters or as another owner.
+// constant characters or as another owner. A literal is constant, so it is copied:
+//
+//   CORBA::String_var name = "Ann";                          // a copy
+//   name = CORBA::string_dup("Bob");                         // taken over; "Ann" is freed
+//   const char* lent = name.in();                            // good until name changes
+//   char* mine = name._retn();                               // the caller's, to be freed with string_free
+//
+// None of them knows the text's length beside the text. They belong to one thread at a time, as any variable.
 #pragma once
 
 #include "corba/types.h"
 
 namespace CORBA {
 
+// string_dup and string_free of both kinds of characters, for the templates below.
 inline Char* text_dup(const Char* text) { return string_dup(text); }
 inline WChar* text_dup(const WChar* text) { return wstring_dup(text); }
 inline void text_free(Char* text) { string_free(text); }
@@ -22,14 +30,20 @@ class TextOwner {
  public:
   using Character = C;
 
+  /// Lends the text: what an in parameter takes. Null for a String_var that holds none; members and elements give "".
   const C* in() const { return self().text(); }
+  /// The pointer itself, for an operation that may exchange it: it frees the old text, and what it puts there is owned.
   C*& inout() { return self().filled(); }
+  /// Frees the text; the place for a new one, which is owned. What an out parameter takes.
   C*& out() {
     self().take(nullptr);
     return self().raw();
   }
+  /// Hands the text over: the caller frees it with string_free, and the owner is empty.
   C* _retn() { return std::exchange(self().filled(), nullptr); }
 
+  /// Character by character; an index past the NUL is the program's mistake, and nobody looks. Of a String_var that
+  /// holds null there is no character.
   operator C*&() { return self().filled(); }
   // A reference too: else g++ -Wconversion warns at every use.
   operator const C* const&() const { return self().text(); }
@@ -46,6 +60,13 @@ class TextOwner {
 };
 
 /// Owns one string. A fresh one holds null, or with NullIsEmpty (String_mgr) an empty string.
+///
+///   CORBA::String_var text = orb->object_to_string(object.in());  // owned from here on
+///   std::cout << text.in() << std::endl;
+///   CORBA::String_var copy = text;                               // a text of its own
+///
+/// Assigning a pointer that is held already changes nothing; anything else is freed before. Copies without memory are
+/// std::bad_alloc, and the old text stays.
 template <class C, bool NullIsEmpty>
 class TextVar : public TextOwner<TextVar<C, NullIsEmpty>, C> {
   using Owner = TextOwner<TextVar, C>;
@@ -74,6 +95,7 @@ class TextVar : public TextOwner<TextVar<C, NullIsEmpty>, C> {
     return *this = text_dup(o.in());
   }
 
+  // For TextOwner.
   C*& raw() { return text_; }
   C*& filled() {
     if (NullIsEmpty && !text_) text_ = text_dup(&empty);
@@ -92,8 +114,14 @@ class TextVar : public TextOwner<TextVar<C, NullIsEmpty>, C> {
   C* text_ = nullptr;
 };
 
-/// A string in a sequence: refers to the element, and frees what it replaces when the sequence owns its
-/// buffer. Null reads as the empty string.
+/// A string in a sequence: refers to the element, and frees what it replaces when the sequence owns its buffer. Null
+/// reads as the empty string. It is what `names[0]` gives, and good until the sequence changes its length or is
+/// destroyed; programs keep none.
+///
+///   CORBA::StringSeq names;
+///   names.length(1);
+///   names[0] = "Ann";                                    // a copy; a char* would be taken over
+///   std::cout << names[0].in() << std::endl;
 template <class C>
 class TextElement : public TextOwner<TextElement<C>, C> {
  public:
@@ -132,7 +160,10 @@ class TextElement : public TextOwner<TextElement<C>, C> {
   bool owned_;
 };
 
-/// An out parameter: the caller's pointer, null at first.
+/// An out parameter of type string: the caller's pointer, null at first. A servant puts a text there, which the caller
+/// then owns; a caller gives its String_var, whose text is freed at once.
+///
+///   void describe(CORBA::String_out text) { text = CORBA::string_dup("taken over"); }
 template <class C>
 class TextOut {
  public:
@@ -151,6 +182,7 @@ class TextOut {
     return *this = text_dup(o.in());
   }
 
+  /// The caller's pointer itself.
   operator C*&() { return place_; }
   C*& ptr() { return place_; }
 
@@ -158,6 +190,8 @@ class TextOut {
   C*& place_;
 };
 
+// What programs name. _var: a variable, null at first. _mgr: a member of a struct or an element of an array, "" at
+// first. _out: an out parameter.
 using String_var = TextVar<Char, false>;
 using String_mgr = TextVar<Char, true>;
 using String_out = TextOut<Char>;

@@ -1,4 +1,12 @@
-// CORBA::TypeCode: descriptions of IDL types (CORBA, "TypeCodes").
+// CORBA::TypeCode: descriptions of IDL types (CORBA, "TypeCodes"). Each type T of an IDL file has a constant _tc_T;
+// an Any carries the one of its value; and ORB::create_struct_tc and the like (corba/typecode_factory.h) make them at
+// run time.
+//
+//   CORBA::Any any;
+//   any <<= CORBA::Long(1);
+//   CORBA::TypeCode_var type = any.type();
+//   if (type->kind() == CORBA::tk_struct)
+//     for (CORBA::ULong i = 0; i < type->member_count(); ++i) std::cout << type->member_name(i) << std::endl;
 #pragma once
 
 #include <span>
@@ -9,6 +17,8 @@
 
 namespace CORBA {
 
+/// What kind of type it is; each kind answers some of TypeCode's questions. The numbers are those of the standard, and
+/// travel.
 enum TCKind : ULong {
   tk_null = 0,
   tk_void = 1,
@@ -48,6 +58,7 @@ enum TCKind : ULong {
   tk_recursive = 0xffffffff
 };
 
+// Of members of values, and of values. Values do not travel here, but their descriptions do.
 using Visibility = Short;
 inline constexpr Visibility PRIVATE_MEMBER = 0;
 inline constexpr Visibility PUBLIC_MEMBER = 1;
@@ -83,6 +94,7 @@ using TypeCode_ptr = TypeCode*;
 /// before any constructor runs: no order of initialisation can go wrong, and nothing is built at run time.
 class ZRSVCPP_API TypeCode : public Allocated {
  public:
+  /// What questions raise: an index at or past the count; a question that the kind has no answer to.
   using Bounds = PlainUserException<"IDL:omg.org/CORBA/TypeCode/Bounds:1.0">;
   using BadKind = PlainUserException<"IDL:omg.org/CORBA/TypeCode/BadKind:1.0">;
 
@@ -121,18 +133,21 @@ class ZRSVCPP_API TypeCode : public Allocated {
   constexpr TypeCode* const* at() const { return &self_; }
 
   static TypeCode* _nil() { return nullptr; }
-  /// The same TypeCode, counted once more.
+  /// The same TypeCode, counted once more; nil for nil.
   static TypeCode* _duplicate(TypeCode* type);
 
+  /// Never raises. An alias is of kind tk_alias: content_type() leads on.
   TCKind kind() const { return kind_; }
   /// The same in kind, ids, names and parts. False for nil.
   Boolean equal(const TypeCode* other, CORBA_ENV) const;
-  /// The same when aliases are looked through and, where both sides have an id, only the ids are compared.
+  /// The same when aliases are looked through and, where both sides have an id, only the ids are compared: what an Any
+  /// asks before it gives its value.
   Boolean equivalent(const TypeCode* other, CORBA_ENV) const;
   /// The same type without the names of types and members; ids stay. BAD_TYPECODE for a type that is not
   /// complete.
   TypeCode* get_compact_typecode(CORBA_ENV) const;
 
+  /// The repository id ("IDL:Bank/Entry:1.0") and the last name in it, "" where a peer sent none; the TypeCode's own.
   /// Of all that IDL gives a name; BadKind for others.
   const char* id(CORBA_ENV) const;
   const char* name(CORBA_ENV) const;
@@ -142,7 +157,8 @@ class ZRSVCPP_API TypeCode : public Allocated {
   const char* member_name(ULong index, CORBA_ENV) const;
   /// Not of enums.
   TypeCode* member_type(ULong index, CORBA_ENV) const;
-  /// Of unions: a value of the discriminator's type, a zero octet for the default member; the caller deletes it.
+  /// Of unions: a value of the discriminator's type, a zero octet for the default member; the caller deletes it. A
+  /// member with several labels counts once for each.
   Any* member_label(ULong index, CORBA_ENV) const;
   TypeCode* discriminator_type(CORBA_ENV) const;
   /// The index of the default member, or -1.
@@ -171,6 +187,7 @@ class ZRSVCPP_API TypeCode : public Allocated {
     const char* name;
     TypeCode* type;
   };
+  // As in TypeCodeFactory, with members as a list of the program's: `{{"x", _tc_double}, {"y", _tc_double}}`.
   static TypeCode* create_struct_tc(const char* id, const char* name, const std::vector<NamedType>& members,
                                     CORBA_ENV);
   static TypeCode* create_exception_tc(const char* id, const char* name,
@@ -211,6 +228,7 @@ class ZRSVCPP_API TypeCode : public Allocated {
 ZRSVCPP_API void release(TypeCode* type);
 inline Boolean is_nil(const TypeCode* type) { return type == nullptr; }
 
+/// Owns one count of a TypeCode.
 using TypeCode_var = ObjectVar<TypeCode>;
 
 // Constants. Usable from static constructors of whatever uses this library; releasing them is allowed and

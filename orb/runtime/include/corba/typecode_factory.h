@@ -1,21 +1,28 @@
-// The creators of TypeCodes that CORBA::ORB has (CORBA, "Creating TypeCodes").
+// The creators of TypeCodes that CORBA::ORB has (CORBA, "Creating TypeCodes"): for types that are not known when the
+// program is compiled. Those of an IDL file are constants (`_tc_Entry`), which cost nothing.
 #pragma once
 
 #include "corba/any.h"
 
 namespace CORBA {
 
+// What the creators take. Names and types that are assigned as plain pointers are taken over, as by any _var, so a
+// constant goes in as it is: counting does nothing to it.
+
+/// A member of a struct or an exception, in the order of the IDL.
 struct StructMember {
   String_var name;
   TypeCode_var type;
   Object_var type_def;  // of an interface repository: not used
 };
+/// A member of a union, one a label.
 struct UnionMember {
   String_var name;
   Any label;  // a value of the discriminator's type, or a zero octet for the default member
   TypeCode_var type;
   Object_var type_def;
 };
+/// A member of a value.
 struct ValueMember {
   String_var name;
   String_var id;
@@ -31,15 +38,26 @@ using UnionMemberSeq = Sequence<UnionMember>;
 using EnumMemberSeq = Sequence<String_var>;
 using ValueMemberSeq = Sequence<ValueMember>;
 
-/// Everything is copied; results are the caller's. BAD_PARAM for a null text and for a union's label that is not of
-/// the discriminator's type or is there already; BAD_TYPECODE for types that cannot be parts. Any thread.
+/// Everything is copied; results are the caller's to release. BAD_PARAM for a null text and for a union's label that
+/// is not of the discriminator's type or is there already; BAD_TYPECODE for a nil type, for types that cannot be
+/// parts, and for more than TypeCode::max_depth in one another. Ids are not looked at. Any thread.
+///
+///   CORBA::StructMemberSeq members;
+///   members.length(2);
+///   members[0].name = "x", members[0].type = CORBA::_tc_double;
+///   members[1].name = "y", members[1].type = CORBA::_tc_double;
+///   CORBA::TypeCode_var point = orb->create_struct_tc("IDL:Point:1.0", "Point", members);
+///   CORBA::TypeCode_var points = orb->create_sequence_tc(0, point.in());  // without a bound
 class ZRSVCPP_API TypeCodeFactory {
  public:
   TypeCode* create_struct_tc(const char* id, const char* name, const StructMemberSeq& members, CORBA_ENV);
   TypeCode* create_exception_tc(const char* id, const char* name, const StructMemberSeq& members, CORBA_ENV);
+  /// The discriminator is a whole number, a boolean, a character, an octet or an enum; BAD_TYPECODE for others. At
+  /// most one label is the zero octet of the default member.
   TypeCode* create_union_tc(const char* id, const char* name, TypeCode* discriminator,
                             const UnionMemberSeq& members, CORBA_ENV);
   TypeCode* create_enum_tc(const char* id, const char* name, const EnumMemberSeq& members, CORBA_ENV);
+  /// The base may be nil.
   TypeCode* create_value_tc(const char* id, const char* name, ValueModifier modifier, TypeCode* concrete_base,
                             const ValueMemberSeq& members, CORBA_ENV);
   TypeCode* create_alias_tc(const char* id, const char* name, TypeCode* original, CORBA_ENV);
@@ -48,11 +66,15 @@ class ZRSVCPP_API TypeCodeFactory {
   TypeCode* create_abstract_interface_tc(const char* id, const char* name, CORBA_ENV);
   TypeCode* create_local_interface_tc(const char* id, const char* name, CORBA_ENV);
   TypeCode* create_native_tc(const char* id, const char* name, CORBA_ENV);
+  /// A bound of 0: none.
   TypeCode* create_string_tc(ULong bound, CORBA_ENV);
   TypeCode* create_wstring_tc(ULong bound, CORBA_ENV);
+  /// BAD_PARAM for no digits or more than 31, and for a scale below 0 or over the digits.
   TypeCode* create_fixed_tc(UShort digits, Short scale, CORBA_ENV);
   TypeCode* create_sequence_tc(ULong bound, TypeCode* element, CORBA_ENV);
   TypeCode* create_array_tc(ULong length, TypeCode* element, CORBA_ENV);
+  /// Stands for the struct, union or value of that id among its own parts: a tree's children. Once the type of that
+  /// id is created around it, the result contains itself there. BAD_PARAM for an empty id.
   TypeCode* create_recursive_tc(const char* id, CORBA_ENV);
 };
 

@@ -15,6 +15,11 @@
 
 namespace CORBA {
 
+// The basic types: IDL's long is CORBA::Long, and so on, with exactly the widths that IDL gives them. Char holds an
+// octet of text in the program's code set, which is UTF-8; WChar a character of Unicode. They pass by value.
+//
+//   CORBA::Long sum = account->balance() + 1;  // 32 bits on every machine
+
 using Boolean = bool;
 using Char = char;
 using WChar = wchar_t;
@@ -28,7 +33,7 @@ using ULongLong = std::uint64_t;
 using Float = float;
 using Double = double;
 
-// Out parameters of them.
+// Out parameters of them: what `out long n` is in the signature of an operation.
 using Boolean_out = Boolean&;
 using Char_out = Char&;
 using WChar_out = WChar&;
@@ -42,12 +47,13 @@ using ULongLong_out = ULongLong&;
 using Float_out = Float&;
 using Double_out = Double&;
 
-/// Memory of the mapping's objects; they back the operator new and delete of its classes. Never null: throws
-/// std::bad_alloc.
+/// Memory of the mapping's objects; they back the operator new and delete of its classes. om_new never gives null: it
+/// throws std::bad_alloc. om_delete gives back what
+/// om_new gave; null is allowed. Any thread.
 ZRSVCPP_API void* om_new(std::size_t octets);
 ZRSVCPP_API void om_delete(void* block) noexcept;
 
-/// Base of every class of the mapping that programs allocate.
+/// Base of every class of the mapping that programs allocate: what one library makes with new, another one may delete.
 struct Allocated {
   static void* operator new(std::size_t octets) { return om_new(octets); }
   static void* operator new(std::size_t, void* place) noexcept { return place; }
@@ -55,15 +61,20 @@ struct Allocated {
   static void operator delete(void*, void*) noexcept {}
 };
 
-/// `length` characters and a NUL, the first set to NUL; null for a negative length or without memory. The
-/// caller frees it.
+// Strings that change hands are made and freed with these and nothing else: neither new nor malloc fits. A String_var
+// frees for you.
+//
+//   char* greeting() { return CORBA::string_dup("hello"); }  // the caller's from here on
+
+/// Room for `length` characters and a NUL, the first set to NUL; null for a negative length or without memory. The
+/// caller frees it with string_free.
 ZRSVCPP_API char* string_alloc(Long length);
-/// A copy of `text`; null for null.
+/// A copy of `text`, which the caller frees; null for null. std::bad_alloc without memory, and for a text of 2 GiB.
 ZRSVCPP_API char* string_dup(const char* text);
-/// Frees what string_alloc, string_dup or an operation returned; null is allowed.
+/// Frees what string_alloc, string_dup or an operation returned; null is allowed. Any thread.
 ZRSVCPP_API void string_free(char* text);
 
-/// The same for wide strings.
+/// The same for wide strings, whose length is in characters. They are not to be mixed with those above.
 ZRSVCPP_API WChar* wstring_alloc(Long length);
 ZRSVCPP_API WChar* wstring_dup(const WChar* text);
 ZRSVCPP_API void wstring_free(WChar* text);
@@ -78,6 +89,7 @@ struct ZRSVCPP_API Text {
   }
 };
 
+/// Three literals as one text, made by the compiler: `value` ends with a NUL.
 template <std::size_t A, std::size_t B, std::size_t C>
 struct JoinedText {
   char value[A + B + C - 2]{};

@@ -1,12 +1,28 @@
 // Owners and out parameters of structs, unions, sequences, arrays and references (OMG IDL to C++: the T_var
 // and T_out types of each).
+//
+// Each T_var owns one T, takes over a pointer that is assigned to it, copies a value that is, and frees what it held
+// before. It lends what it holds to the parameters of operations:
+//
+//   in()      for in parameters: read only
+//   inout()   for inout ones: to be changed in place
+//   out()     for out ones: frees what is held, the operation puts something new there
+//   _retn()   hands it over: for results of servants' operations
+//
+// A T_var that is given as an argument chooses by itself. All belong to one thread at a time, as any variable.
 #pragma once
 
 #include "corba/object.h"
 
 namespace CORBA {
 
-/// Owns one value on the heap, null at first: T_var of a type of variable length. Copies are deep.
+/// Owns one value on the heap, null at first: T_var of a type of variable length, which has strings, sequences, Anys or
+/// references somewhere in it. Copies are deep; std::bad_alloc without memory. While it is null only ptr(), out(),
+/// _retn() and assignments are to be used.
+///
+///   CORBA::StringSeq_var names = orb->list_initial_services();  // taken over
+///   CORBA::StringSeq_var copy = names;                          // deep
+///   for (CORBA::ULong i = 0; i < copy->length(); ++i) std::cout << copy[i].in() << std::endl;
 template <class T>
 class ValueVar {
  public:
@@ -31,6 +47,7 @@ class ValueVar {
   const T* operator->() const { return value_; }
   operator T&() { return *value_; }
   operator const T&() const { return *value_; }
+  /// The value, still owned; null when there is none.
   T* ptr() const { return value_; }
   const T& in() const { return *value_; }
   T& inout() { return *value_; }
@@ -48,7 +65,10 @@ class ValueVar {
   T* value_ = nullptr;
 };
 
-/// An out parameter of a type of variable length: the caller's pointer, null at first.
+/// An out parameter of a type of variable length: the caller's pointer, null at first. The servant puts a value made
+/// with new there, which is the caller's; left at null the reply cannot be made, and the client gets MARSHAL.
+///
+///   void names(CORBA::StringSeq_out all) { all = new CORBA::StringSeq; }
 template <class T>
 class ValueOut {
  public:
@@ -71,7 +91,8 @@ class ValueOut {
   T*& place_;
 };
 
-/// T_var of a type of fixed length: the value itself.
+/// T_var of a type of fixed length (numbers, enums, and structs and arrays of these alone): the value itself, default
+/// at first. A pointer that it is made of is taken over: the value is copied, and the pointer deleted.
 template <class T>
 class FixedVar {
  public:
@@ -95,7 +116,8 @@ class FixedVar {
   T value_{};
 };
 
-/// An out parameter of interface X: the caller's pointer, nil at first.
+/// An out parameter of interface X: the caller's pointer, nil at first. What a servant puts there is a reference that
+/// the caller releases: a plain pointer is taken over, an X_var duplicated.
 template <class X>
 class ObjectOut {
  public:
@@ -124,9 +146,11 @@ X* duplicated(X* reference) {
   return X::_duplicate(reference);
 }
 
-// ---- Arrays -----------------------------------------------------------------------------------------------
-// An array of the mapping is a C++ array; its slice is the element of the outermost dimension. `Tag` tells
-// typedefs of one C++ array type apart and names it: Tag::Array.
+// ---- Arrays ----------------------------------------------------------------------------------------------- An
+// array of the mapping is a C++ array; its slice is the element of the outermost dimension. `Tag` tells typedefs of
+// one C++ array type apart and names it: Tag::Array. Generated code gives each typedef `long Row[3]` its Row_slice,
+// Row_var, Row_out and Row_forany, and functions Row_alloc, Row_dup, Row_copy and Row_free, which are these. An array
+// that changes hands is a pointer to its slice, made by Row_alloc or Row_dup, and freed by Row_free or a Row_var.
 
 template <class Tag>
 using ArraySlice = std::remove_extent_t<typename Tag::Array>;
@@ -148,7 +172,7 @@ template <class Tag>
 const typename Tag::Array& array_of(const ArraySlice<Tag>* slice) {
   return *reinterpret_cast<const typename Tag::Array*>(slice);
 }
-/// A new array of default elements, freed with array_free.
+/// A new array of default elements, freed with array_free. std::bad_alloc without memory.
 template <class Tag>
 ArraySlice<Tag>* array_alloc() {
   return new typename Tag::Array{};
@@ -157,10 +181,12 @@ template <class Tag>
 void array_free(ArraySlice<Tag>* slice) {
   delete[] slice;
 }
+/// Copies all elements, deeply. Nothing where one of the two is null, or both are the same.
 template <class Tag>
 void array_copy_slice(ArraySlice<Tag>* to, const ArraySlice<Tag>* from) {
   if (to && from && to != from) array_copy(array_of<Tag>(to), array_of<Tag>(from));
 }
+/// A deep copy, freed with array_free; null for null.
 template <class Tag>
 ArraySlice<Tag>* array_dup(const ArraySlice<Tag>* slice) {
   if (!slice) return nullptr;
@@ -169,7 +195,7 @@ ArraySlice<Tag>* array_dup(const ArraySlice<Tag>* slice) {
   return copy;
 }
 
-/// Owns one array on the heap, null at first.
+/// Owns one array on the heap, null at first; copies are deep. While it is null there are no elements.
 template <class Tag>
 class ArrayVar {
  public:
@@ -205,7 +231,8 @@ class ArrayVar {
   Slice* slice_ = nullptr;
 };
 
-/// An out parameter of an array of variable length.
+/// An out parameter of an array of variable length: the caller's pointer, null at first. One of fixed length is filled
+/// in place.
 template <class Tag>
 class ArrayOut {
  public:
@@ -226,7 +253,8 @@ class ArrayOut {
   Slice*& place_;
 };
 
-/// An array as Any's operators take and give it: `any <<= Row_forany(row)` copies.
+/// An array as Any's operators take and give it: `any <<= Row_forany(row)` copies, `any >>= forany` lends the array
+/// that the Any holds. It owns nothing.
 template <class Tag>
 class ArrayForany {
  public:

@@ -24,7 +24,12 @@ enum {
 enum { CORBA_COMPLETED_YES = 0, CORBA_COMPLETED_NO = 1, CORBA_COMPLETED_MAYBE = 2 };
 
 /* All zero means "no exception". A call that fails leaves _major non-zero; a call that succeeds leaves the
- * record as it found it, so callers clear it first. */
+ * record as it found it, so callers clear it first. Belongs to one thread at a time.
+ *
+ *   CORBA_Environment ev = {0};
+ *   CORBA_ORB_run(orb, &ev);
+ *   if (ev._major != CORBA_NO_EXCEPTION) puts(CORBA_exception_id(&ev));
+ *   CORBA_exception_free(&ev); */
 typedef struct CORBA_Environment {
   uint32_t _major;     /* CORBA_NO_EXCEPTION ... CORBA_LOCATION_FORWARD */
   uint32_t _minor;     /* minor code of a system exception */

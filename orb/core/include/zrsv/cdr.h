@@ -1,4 +1,5 @@
-/* CDR streams: one value each way, by the stream's direction. */
+/* CDR streams: one value each way, by the stream's direction (CORBA, "CDR Transfer Syntax"). What C++ code moves in
+ * numbers stands inline in zrsv/cdr_value.h. */
 #ifndef ZRSV_CDR_H
 #define ZRSV_CDR_H
 
@@ -22,10 +23,6 @@ enum {
   ZR_UNKNOWN_CODE_SET = 2 /* CODESET_INCOMPATIBLE */
 };
 
-/* A stream has a window of octets to decode and a buffer to encode into; `direction` says which of the two a
- * primitive works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding
- * grows the buffer. A stream belongs to one thread at a time. Only `direction` is for callers; the rest is
- * for the primitives. */
 /* Where the fragments of a GIOP 1.1 message begin in what they were joined to. Alignment in each of them counts
  * from its own header. */
 typedef struct ZR_cdr_cuts {
@@ -44,6 +41,17 @@ typedef struct ZR_cdr_apart {
   void* owner;
 } ZR_cdr_apart;
 
+/* A stream has a window of octets to decode and a buffer to encode into; `direction` says which of the two a
+ * primitive works on. Alignment counts from in_base and out_base. Decoding never reads past in_end; encoding
+ * grows the buffer. A stream belongs to one thread at a time. Only `direction` is for callers; the rest is
+ * for the primitives.
+ *
+ *   CDR cdr;
+ *   OM_cdr_open_decode(&cdr, octets, length, 0);
+ *   uint32_t count;
+ *   if (!OM_cdr_unsigned_long(&cdr, &count)) return 0; // the octets end before
+ *
+ * What OM_cdr_open_encode has opened, OM_cdr_close closes; a decoding stream owns nothing. */
 typedef struct CDR {
   uint16_t direction;
   unsigned char swap;          /* decoding: the peer's byte order is not ours */

@@ -18,6 +18,7 @@ constexpr std::size_t padding(std::ptrdiff_t at) {
   return (std::size_t{0} - static_cast<std::size_t>(at)) & (N - 1);
 }
 
+/// Room for that many octets at the encoding end, made if need be; false when memory is short.
 inline bool has_room(CDR* cdr, std::size_t more) {
   return more <= static_cast<std::size_t>(cdr->out_limit - cdr->out_next) || ZR_cdr_grow(cdr, more);
 }
@@ -55,11 +56,13 @@ inline void pass(CDR* cdr, std::size_t octets) {
   if (cdr->in_cuts) ZR_cdr_enter_part(cdr);
 }
 
+/// The same octets in the other order.
 inline uint8_t reversed(uint8_t v) { return v; }
 inline uint16_t reversed(uint16_t v) { return __builtin_bswap16(v); }
 inline uint32_t reversed(uint32_t v) { return __builtin_bswap32(v); }
 inline uint64_t reversed(uint64_t v) { return __builtin_bswap64(v); }
 
+/// The unsigned number of N octets.
 template <std::size_t N>
 using Bits =
     std::conditional_t<N == 1, uint8_t,
@@ -98,6 +101,7 @@ struct LongDoubleOctets {
   uint64_t low = 0;
 };
 
+/// As read_value and write_value; what it is in this machine's form is OM_cdr_long_double's affair.
 inline bool read_long_double(CDR* cdr, LongDoubleOctets* value) {
   const unsigned char* at = take<sizeof(uint64_t)>(cdr);
   if (!at || static_cast<std::size_t>(cdr->in_end - cdr->in_next) < sizeof(uint64_t)) return false;

@@ -10,7 +10,11 @@ namespace zrsv {
 
 struct GatedRequests;
 
-/// Any thread may use it. Whoever waits is let go when the gate goes.
+/// Any thread may use it. Whoever waits is let go when the gate goes. As a turnstile, in an upcall:
+///
+///   if (!gate->enter(request)) return zrsv::wait_at(gate, request);  // the upcall is made again
+///   ... serve ...
+///   gate->leave();
 class ZRSV_API Gate {
  public:
   enum class Kind : unsigned char {
@@ -22,12 +26,12 @@ class ZRSV_API Gate {
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
 
-  // Of a door, which is open at first.
+  /// Of a door, which is open at first. Opening it lets those go that wait, before any that come later.
   void close();
   void open();
 
-  // Of a turnstile. True: `request` (the handle of the request that this thread runs) goes through, and nobody else
-  // does until leave(). Requests that wait come first.
+  /// Of a turnstile. True: `request` (the handle of the request that this thread runs) goes through, and nobody else
+  /// does until leave(), which each true is followed by. Requests that wait come first.
   bool enter(void* request);
   void leave();
 

@@ -46,7 +46,19 @@ ZRSV_API unsigned char ZR_reply_system_exception(void* request, const CORBA_Envi
 /* The repository id that starts the body of a user exception reply. */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, const CORBA_Environment* ev);
 
-/* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete ---- */
+/* ---- Client side: one call is create, [get_cdr, encode], send, recv, decode_reply_header, decode, complete ----
+ *
+ *   void* request;
+ *   uint32_t kind, status;
+ *   CDR* cdr;
+ *   if (!OM_req_lib_initiator_request_create(object, "ping", 1, &request, &kind)) return failed();
+ *   unsigned char answered = OM_req_lib_UNO_IIOP_get_cdr(request, &cdr) && OM_req_lib_UNO_IIOP_send_request(request) &&
+ *                            OM_req_lib_UNO_IIOP_recv_reply(request) &&
+ *                            OM_req_lib_UNO_IIOP_decode_reply_header(request, &status);
+ *   ...
+ *   OM_req_lib_UNO_IIOP_initiator_request_complete(request);
+ *
+ * A request belongs to one thread at a time. */
 
 enum { ZR_REQUEST_IIOP = 2, ZR_REQUEST_IN_PROCESS = 3 };
 

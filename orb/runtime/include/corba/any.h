@@ -50,6 +50,7 @@ class ZRSVCPP_API Any : public Allocated {
   // Values whose C++ types are not their own in the mapping: `any <<= Any::from_octet(1)`, `any >>=
   // Any::to_octet(value)`.
   // The Any's own texts stay the Any's; a bound of 0 is none; `nocopy` takes the text over.
+  /// Of the same size as an octet or a character, so they say what they are.
   struct from_boolean {
     from_boolean(Boolean v) : value(v) {}
     Boolean value;
@@ -66,6 +67,7 @@ class ZRSVCPP_API Any : public Allocated {
     from_wchar(WChar v) : value(v) {}
     WChar value;
   };
+  /// A string of at most `the_bound` characters, copied; the form with char* takes it over when it is told so.
   template <class C>
   struct from_text {
     from_text(const C* text, ULong the_bound) : value(text), bound(the_bound) {}
@@ -77,6 +79,7 @@ class ZRSVCPP_API Any : public Allocated {
   };
   using from_string = from_text<char>;
   using from_wstring = from_text<WChar>;
+  /// A decimal number of that type; the number stays the caller's and is read at once.
   struct from_fixed {
     from_fixed(const Fixed& v, UShort the_digits, Short the_scale)
         : value(v), digits(the_digits), scale(the_scale) {}
@@ -84,6 +87,7 @@ class ZRSVCPP_API Any : public Allocated {
     UShort digits;
     Short scale;
   };
+  /// They name the variable that the value is copied to.
   struct to_boolean {
     to_boolean(Boolean& v) : value(v) {}
     Boolean& value;
@@ -100,6 +104,7 @@ class ZRSVCPP_API Any : public Allocated {
     to_wchar(WChar& v) : value(v) {}
     WChar& value;
   };
+  /// A string of that bound, lent.
   template <class C>
   struct to_text {
     to_text(const C*& text, ULong the_bound) : value(text), bound(the_bound) {}
@@ -124,6 +129,7 @@ class ZRSVCPP_API Any : public Allocated {
   Any() = default;
   /// Holds what replace() would.
   Any(TypeCode* type, void* value, Boolean release = false) { replace(type, value, release); }
+  /// Deep: a copy of the value, also of one that was only lent to the other Any.
   Any(const Any& o);
   Any(Any&& o) noexcept = default;
   Any& operator=(const Any& o);
@@ -147,6 +153,7 @@ class ZRSVCPP_API Any : public Allocated {
   void adopt(TypeCode* type, void* value, const ValueOps& ops);
 
   /// True when the Any's type is equivalent to `wanted`: names and aliases do not matter.
+  /// False for nil.
   bool is_of(const TypeCode* wanted) const;
   /// The value as `ops` sees it, still the Any's: the value put in with these `ops`, else one decoded by them
   /// and kept. False when there is no value or it does not decode.
@@ -262,7 +269,7 @@ struct ZRSVCPP_API ExceptionOpsOf {
   static constexpr ValueOps ops{ValueOpsOf<E>::copy, ValueOpsOf<E>::destroy, move};
 };
 
-/// Object references, held as Object*.
+/// Object references, held as Object*: released with the Any.
 struct ZRSVCPP_API ReferenceOps {
   static const ValueOps ops;
 };
@@ -276,6 +283,7 @@ template <class T>
 void any_insert_value(Any& any, const TypeCode_var& type, T* value) {
   any.adopt(type.in(), value, ValueOpsOf<T>::ops);
 }
+/// Copies.
 template <class T>
 void any_insert_copy(Any& any, const TypeCode_var& type, const T& value) {
   any_insert_value(any, type, new T(value));
@@ -288,6 +296,7 @@ Boolean any_extract(const Any& any, const TypeCode_var& type, T*& value) {
   value = static_cast<T*>(found);
   return 1;
 }
+/// A copy of it.
 template <class T>
 Boolean any_extract_copy(const Any& any, const TypeCode_var& type, T& value) {
   T* found = nullptr;
@@ -318,6 +327,7 @@ void any_insert_exception(Any& any, const TypeCode_var& type, const E& exception
   any.adopt(type.in(), new E(exception), ExceptionOpsOf<E>::ops);
 }
 
+/// A number of exactly that type: what goes in as a Long comes out as a Long, and as nothing else.
 template <AnyNumber T>
 void operator<<=(Any& any, T value) {
   any_insert_copy(any, number_typecode<T>(), value);

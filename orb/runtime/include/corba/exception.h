@@ -26,6 +26,7 @@ namespace CORBA {
 class ZRSVCPP_API Exception : public Allocated, public std::exception {
  public:
   Exception() = default;
+  /// Copies of the texts; std::bad_alloc without memory.
   Exception(const Exception& o);
   Exception& operator=(const Exception& o);
   ~Exception() override;
@@ -33,6 +34,7 @@ class ZRSVCPP_API Exception : public Allocated, public std::exception {
   /// Repository id in this library's own form ("IDL:CORBA/StExcep/TRANSIENT:1.0"); "" before one is set. All
   /// texts belong to the exception.
   const char* id() const { return texts_ ? texts_ : ""; }
+  /// Sets it, in either form; null is "".
   void id(const char* text);
   /// The id as the standard writes it and as it travels ("IDL:omg.org/CORBA/TRANSIENT:1.0").
   const char* _rep_id() const { return id() + rep_id_; }
@@ -96,6 +98,7 @@ class ZRSVCPP_API SystemException : public Exception {
 
   ULong minor() const { return minor_; }
   void minor(ULong code) { minor_ = code; }
+  /// What is known of the call when this is thrown.
   CompletionStatus completed() const { return completed_; }
   void completed(CompletionStatus status) { completed_ = status; }
 
@@ -139,35 +142,68 @@ class ZRSVCPP_API StandardException : public SystemException {
 /// The standard system exceptions. Each also stands in CORBA itself, as the standard has it. Which one means what to a
 /// client is told in docs/guide.md.
 namespace StExcep {
+/// The servant raised something that its operation does not list, or that is no exception of the mapping; its POA
+/// could not serve the request (no such POA, no active object, the manager is INACTIVE); or a peer sent an exception
+/// that is not known here.
 using UNKNOWN = StandardException<"UNKNOWN">;
+/// An argument that cannot be; the adapter, for a POA or object that is gone. The operation says which.
 using BAD_PARAM = StandardException<"BAD_PARAM">;
+/// No memory, here or at the server; then perhaps completed.
 using NO_MEMORY = StandardException<"NO_MEMORY">;
+/// A message over -ORBMaxMessage: not sent, or, as a reply, not sent back.
 using IMP_LIMIT = StandardException<"IMP_LIMIT">;
+/// The connection broke; completed() says whether the call may have run.
 using COMM_FAILURE = StandardException<"COMM_FAILURE">;
+/// A reference that refers to nothing that can be called: no handle, no address.
 using INV_OBJREF = StandardException<"INV_OBJREF">;
+/// Not raised by this library: for servants that refuse a caller.
 using NO_PERMISSION = StandardException<"NO_PERMISSION">;
+/// A mistake of this library: a request that nobody answered.
 using INTERNAL = StandardException<"INTERNAL">;
+/// What came in is not what the types say; or what was to go out cannot travel: a local object, a servant, a null
+/// struct.
 using MARSHAL = StandardException<"MARSHAL">;
+/// ORB_init, or the server side, could not start; a log line says why.
 using INITIALIZE = StandardException<"INITIALIZE">;
+/// Nobody wrote it: an operation of a servant manager that the program did not override, an implementation name that
+/// the repository does not know, a dynamic call of an object of the library.
 using NO_IMPLEMENT = StandardException<"NO_IMPLEMENT">;
+/// A nil or unfinished TypeCode, or one of the wrong type for what is done with it.
 using BAD_TYPECODE = StandardException<"BAD_TYPECODE">;
+/// The object has no operation of that name.
 using BAD_OPERATION = StandardException<"BAD_OPERATION">;
+/// A table of the library is full, or what was asked for is not there at this point of the request.
 using NO_RESOURCES = StandardException<"NO_RESOURCES">;
+// Two that this library does not raise.
 using NO_RESPONSE = StandardException<"NO_RESPONSE">;
 using PERSIST_STORE = StandardException<"PERSIST_STORE">;
+/// Too late, too early or twice: the ORB is destroyed, a servant manager is set again, an answer is taken that was
+/// not asked for.
 using BAD_INV_ORDER = StandardException<"BAD_INV_ORDER">;
+/// Nobody took the call, and it may be made again: no connection, a server that is too busy or refuses for now. Not
+/// completed, where this library raises it.
 using TRANSIENT = StandardException<"TRANSIENT">;
+// Three that it does not raise.
 using FREE_MEM = StandardException<"FREE_MEM">;
 using INV_IDENT = StandardException<"INV_IDENT">;
 using INV_FLAG = StandardException<"INV_FLAG">;
+/// An interface that this process knows nothing of.
 using INTF_REPOS = StandardException<"INTF_REPOS">;
+/// No property of a context fits (corba/context.h).
 using BAD_CONTEXT = StandardException<"BAD_CONTEXT">;
+/// A locator gave no servant, a POA with NON_RETAIN has no locator, or nobody serves objects in the process.
 using OBJ_ADAPTER = StandardException<"OBJ_ADAPTER">;
+/// A text that the peer has no characters for, or that is none; a decimal number that does not fit.
 using DATA_CONVERSION = StandardException<"DATA_CONVERSION">;
+/// The server does not know the object, and never will: references to it may be thrown away.
 using OBJECT_NOT_EXIST = StandardException<"OBJECT_NOT_EXIST">;
+/// Not raised here: InvalidPolicies and PolicyError say more.
 using INV_POLICY = StandardException<"INV_POLICY">;
+/// The peer has no code set that texts could travel in.
 using CODESET_INCOMPATIBLE = StandardException<"CODESET_INCOMPATIBLE">;
+// The rest, but TIMEOUT, are of services that are not here; they come and go as any other.
 using REBIND = StandardException<"REBIND">;
+/// No answer in time (corba/messaging.h, -ORBTimeout); perhaps completed.
 using TIMEOUT = StandardException<"TIMEOUT">;
 using BAD_QOS = StandardException<"BAD_QOS">;
 using TRANSACTION_REQUIRED = StandardException<"TRANSACTION_REQUIRED">;
@@ -183,7 +219,7 @@ using THREAD_CANCELLED = StandardException<"THREAD_CANCELLED">;
 #pragma GCC visibility pop
 using namespace StExcep;
 
-/// A user exception without members, of that repository id.
+/// A user exception without members, of that repository id. Two of one id are one type.
 template <Text Id>
 class ZRSVCPP_API PlainUserException : public UserException {
  public:
@@ -203,7 +239,7 @@ class ZRSVCPP_API PlainUserException : public UserException {
   }
 };
 
-/// Base of a user exception with members: E has `repository_id` and is copyable.
+/// Base of a user exception with members: E has `repository_id` and is copyable. For generated code.
 template <class E>
 class ZRSVCPP_API UserExceptionOf : public UserException {
  public:

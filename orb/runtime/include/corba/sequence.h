@@ -26,6 +26,8 @@ ZRSVCPP_API void free_message(void* buffer) noexcept;
 
 // ---- Elements: what stands in a sequence's buffer, and what operator[] gives of it ------------------------
 
+// For who writes a sequence class: generated code has written them all.
+
 /// Elements that copy as C++ values do, and arrays of them.
 template <class T>
 struct PlainElements {
@@ -78,6 +80,7 @@ struct OwnedElements {
   static ConstReference at(const Pointer* buffer, ULong i) { return Element::constant(buffer[i]); }
 };
 
+/// Strings.
 template <class C>
 using TextElements = OwnedElements<C*, TextVar<C, true>, TextElement<C>>;
 
@@ -123,6 +126,7 @@ class Sequence : public Allocated {
   /// A deep copy with the same maximum; std::bad_alloc without memory.
   Sequence(const Sequence& o)
       : _maximum(o._maximum), _length(o._length), _buffer(copied(o, o._maximum)), _release(true) {}
+  /// Takes over the buffer, and leaves the other one empty.
   Sequence(Sequence&& o) noexcept { swap(o); }
   /// What is assigned may be a part of this sequence. Without memory std::bad_alloc, and nothing changes.
   Sequence& operator=(const Sequence& o) {
@@ -253,6 +257,7 @@ template <class Of, ULong Bound>
 class BoundedSequence : public Of {
  public:
   BoundedSequence() = default;
+  /// As Sequence's, with the bound as maximum: `data` has room for so many.
   BoundedSequence(ULong len, typename Of::Element* data, Boolean rel = false) : Of(Bound, len, data, rel) {}
   ULong maximum() const { return Bound; }
   using Of::length;
@@ -263,6 +268,7 @@ class BoundedSequence : public Of {
   void replace(ULong len, typename Of::Element* data, Boolean rel = false) {
     Of::replace(Bound, len, data, rel);
   }
+  /// Room for as many as there may be; freed with freebuf.
   static typename Of::Element* allocbuf() { return Of::allocbuf(Bound); }
 };
 
@@ -277,7 +283,9 @@ template <class S>
 class SequenceVar {
  public:
   SequenceVar() : _ptr(new S) {}
+  /// Takes over one made with new.
   SequenceVar(S* s) : _ptr(s) {}
+  /// A copy.
   SequenceVar(const S& s) : _ptr(new S(s)) {}
   SequenceVar(const SequenceVar& o) : _ptr(o._ptr ? new S(*o._ptr) : nullptr) {}
   ~SequenceVar() { delete _ptr; }
@@ -292,8 +300,10 @@ class SequenceVar {
 
   typename S::Element& operator[](ULong i) { return _ptr ? (*_ptr)[i] : wkrtn; }
   const typename S::Element& operator[](ULong i) const { return _ptr ? (*_ptr)[i] : wkrtn; }
+  /// Still owned; null when there is none.
   S* operator->() const { return _ptr; }
   operator S*() const { return _ptr; }
+  /// What an in parameter takes; for one that is not null.
   operator const S&() const { return *_ptr; }
   const S& in() const { return *_ptr; }
   S& inout() { return *_ptr; }
@@ -310,6 +320,7 @@ class SequenceVar {
   typename S::Element wkrtn{};
 };
 
+/// Octets: binary data, object ids. On the wire and in a servant's in argument they stay where the message has them.
 using OctetSeq = Sequence<Octet>;
 using OctetSeq_var = SequenceVar<OctetSeq>;
 

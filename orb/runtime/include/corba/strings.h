@@ -73,10 +73,13 @@ class TextVar : public TextOwner<TextVar<C, NullIsEmpty>, C> {
 
  public:
   TextVar() = default;
+  /// Takes over a text of string_alloc or string_dup; null is no text.
   TextVar(C* text) : text_(text) {}
+  /// Copies.
   TextVar(const C* text) : text_(text_dup(text)) {}
   TextVar(const TextVar& o) : Owner(), text_(text_dup(o.text_)) {}
   TextVar(TextVar&& o) noexcept : text_(std::exchange(o.text_, nullptr)) {}
+  /// A copy of what a member, an element or an out parameter holds.
   template <class Other>
   TextVar(const TextOwner<Other, C>& o) : text_(text_dup(o.in())) {}
   ~TextVar() { text_free(text_); }
@@ -130,10 +133,12 @@ class TextElement : public TextOwner<TextElement<C>, C> {
 
   TextElement(C*& place, bool owned) : place_(place), owned_(owned) {}
   TextElement(const TextElement&) = default;
+  /// Takes over, and frees what was there when the sequence owns its buffer.
   TextElement& operator=(C* text) {
     take(text);
     return *this;
   }
+  /// Copies.
   TextElement& operator=(const C* text) { return *this = text_dup(text); }
   TextElement& operator=(const TextElement& o) { return *this = text_dup(o.in()); }
   template <class Other>
@@ -171,10 +176,12 @@ class TextOut {
   template <bool NullIsEmpty>
   TextOut(TextVar<C, NullIsEmpty>& place) : place_(place.out()) {}
   TextOut(const TextOut&) = default;
+  /// Takes over; what a servant put there before is not freed.
   TextOut& operator=(C* text) {
     place_ = text;
     return *this;
   }
+  /// Copies.
   TextOut& operator=(const C* text) { return *this = text_dup(text); }
   TextOut& operator=(const TextOut& o) { return *this = static_cast<const C*>(o.place_); }
   template <class Other>

@@ -27,7 +27,9 @@ template <class T>
 class ValueVar {
  public:
   ValueVar() = default;
+  /// Takes over a value made with new; null is none.
   ValueVar(T* value) : value_(value) {}
+  /// A copy.
   ValueVar(const T& value) : value_(new T(value)) {}
   ValueVar(const ValueVar& o) : value_(copied(o.value_)) {}
   ValueVar(ValueVar&& o) noexcept : value_(std::exchange(o.value_, nullptr)) {}
@@ -56,7 +58,9 @@ class ValueVar {
     *this = static_cast<T*>(nullptr);
     return value_;
   }
+  /// Hands it over: the caller deletes it.
   T* _retn() { return std::exchange(value_, nullptr); }
+  /// An element, where T is a sequence.
   decltype(auto) operator[](ULong i) { return (*value_)[i]; }
   decltype(auto) operator[](ULong i) const { return std::as_const(*value_)[i]; }
 
@@ -75,12 +79,14 @@ class ValueOut {
   ValueOut(T*& place) : place_(place) { place_ = nullptr; }
   ValueOut(ValueVar<T>& place) : place_(place.out()) {}
   ValueOut(const ValueOut&) = default;
+  /// The caller's from then on. What was put there before is not deleted.
   ValueOut& operator=(T* value) {
     place_ = value;
     return *this;
   }
   ValueOut& operator=(const ValueOut& o) { return *this = o.place_; }
 
+  /// The caller's pointer itself; what it points to can be filled in by these once it is there.
   operator T*&() { return place_; }
   T*& ptr() { return place_; }
   T* operator->() { return place_; }

@@ -7,11 +7,7 @@ static std::string kind_of(AnyBox::Box_ptr box, const CORBA::Any& value) {
 }
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    AnyBox::Box_var box = AnyBox::Box::_narrow(object);
-
+  return visit<AnyBox::Box>(argc, argv, [](CORBA::ORB_ptr, AnyBox::Box_ptr box) {
     CORBA::Any value;
     value <<= CORBA::Long(42);
     CHECK(kind_of(box, value) == "long");
@@ -46,7 +42,7 @@ int main(int argc, char* argv[]) {
     CHECK(back.in() >>= seen);
     CHECK(seen->length() == 2 && std::string((*seen)[1].key) == "second");
 
-    value <<= box.in();
+    value <<= box;
     back = box->put(value);
     AnyBox::Box_ptr same;
     CHECK((back.in() >>= same) && same->_is_equivalent(box));
@@ -70,8 +66,5 @@ int main(int argc, char* argv[]) {
     CORBA::String_var name = AnyBox::_tc_Pair->member_name(1);
     CHECK(std::string(name.in()) == "value");
     CHECK(AnyBox::_tc_Colour->member_count() == 3);
-
-    box->shutdown();
-    orb->destroy();
   });
 }

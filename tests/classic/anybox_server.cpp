@@ -2,10 +2,9 @@
 #include "anybox.h"
 #include "classic.h"
 
-class Box_impl : public virtual POA_AnyBox::Box {
+class Box_impl : public Closing<POA_AnyBox::Box> {
  public:
-  explicit Box_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
-
+  using Closing::Closing;
   CORBA::Any* put(const CORBA::Any& value) override {
     CORBA::TypeCode_var type = value.type();
     if (type->kind() == CORBA::tk_null) {
@@ -33,10 +32,6 @@ class Box_impl : public virtual POA_AnyBox::Box {
     AnyBox::Vector vector = {1, 2, 3, 4};
     value <<= AnyBox::Vector_forany(vector);
   }
-  void shutdown() override { orb_->shutdown(false); }
-
- private:
-  CORBA::ORB_var orb_;
 };
 
 int main(int argc, char* argv[]) { return serve<Box_impl>(argc, argv); }

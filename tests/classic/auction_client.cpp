@@ -35,17 +35,13 @@ static Auction::Bid bid_of(const char* who, const char* amount) {
 }
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
+  return visit<Auction::House>(argc, argv, [](CORBA::ORB_ptr orb, Auction::House_ptr house) {
+    PortableServer::POA_var root = root_poa(orb);
     PortableServer::POAManager_var manager = root->the_POAManager();
     manager->activate();
     Bidder_impl ann, bob;
     Auction::Bidder_var ann_reference = ann._this(), bob_reference = bob._this();
 
-    object = fetch(orb, argv[1]);
-    Auction::House_var house = Auction::House::_narrow(object);
     Auction::Lot_var lot = house->open(CORBA::Fixed("10.00"));
     lot->bid(bid_of("Ann", "10.05"), ann_reference);
     lot->bid(bid_of("Bob", "1000000.00"), bob_reference);
@@ -64,7 +60,5 @@ int main(int argc, char* argv[]) {
     for (CORBA::UShort i = 1; i < Auction::House::MOST_LOTS; ++i)
       Auction::Lot_var(house->open(CORBA::Fixed(1)));
     CHECK_THROWS(Auction::House::NoRoom, Auction::Lot_var(house->open(CORBA::Fixed(1))));
-    house->shutdown();
-    orb->destroy();
   });
 }

@@ -35,34 +35,19 @@ class Lot_impl : public virtual POA_Auction::Lot, public virtual PortableServer:
   bool over_ = false;
 };
 
-class House_impl : public virtual POA_Auction::House {
+class House_impl : public Closing<POA_Auction::House> {
  public:
-  explicit House_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
+  using Closing::Closing;
   Auction::Lot_ptr open(const Auction::Price& least) override {
     if (lots_.size() == MOST) throw Auction::House::NoRoom();
     Lot_impl* lot = new Lot_impl(least);
     lots_.push_back(PortableServer::ServantBase_var(lot));
     return lot->_this();
   }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
   static const CORBA::UShort MOST = Auction::House::MOST_LOTS;
-  CORBA::ORB_var orb_;
   std::vector<PortableServer::ServantBase_var> lots_;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    House_impl house(orb);
-    Auction::House_var reference = house._this();
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    publish(orb, reference, argv[1]);
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<House_impl>(argc, argv); }

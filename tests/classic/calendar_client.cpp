@@ -4,10 +4,7 @@
 using namespace Time;
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Calendar_var calendar = Calendar::_narrow(object);
+  return visit<Calendar>(argc, argv, [](CORBA::ORB_ptr, Calendar_ptr calendar) {
     Week week = {};
     for (CORBA::Octet day = 0; day < Units::friday; ++day) {
       week[day].from.hour = 9;
@@ -42,7 +39,5 @@ int main(int argc, char* argv[]) {
     CHECK(changed && slot.from.hour == 7 && slot.from.minute == 45);
     calendar->earlier(slot, 1000, changed);
     CHECK(!changed && slot.from.hour == 7);
-    calendar->shutdown();
-    orb->destroy();
   });
 }

@@ -4,10 +4,9 @@
 
 using namespace Time;
 
-class Calendar_impl : public virtual POA_Time::Calendar {
+class Calendar_impl : public Closing<POA_Time::Calendar> {
  public:
-  explicit Calendar_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
-
+  using Closing::Closing;
   Week_slice* hours() override { return Week_dup(week_); }
   void hours(const Week value) override { Week_copy(week_, value); }
   When at(Units::Weekday day) override {
@@ -36,10 +35,8 @@ class Calendar_impl : public virtual POA_Time::Calendar {
     s.from.hour = static_cast<CORBA::Octet>(now / 60);
     s.from.minute = static_cast<CORBA::Octet>(now % 60);
   }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
-  CORBA::ORB_var orb_;
   Week week_ = {};
 };
 

@@ -9,18 +9,13 @@ class Listener_impl : public POA_Chat::Listener {
 };
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
+  return visit<Chat::Room>(argc, argv, [](CORBA::ORB_ptr orb, Chat::Room_ptr room) {
+    PortableServer::POA_var root = root_poa(orb);
     PortableServer::POAManager_var manager = root->the_POAManager();
     manager->activate();
-
     Listener_impl ann, bob;
     Chat::Listener_var ann_reference = ann._this();
     Chat::Listener_var bob_reference = bob._this();
-    object = fetch(orb, argv[1]);
-    Chat::Room_var room = Chat::Room::_narrow(object);
     CORBA::Long ann_ticket = room->join("Ann", ann_reference);
     CORBA::Long bob_ticket = room->join("Bob", bob_reference);
     CHECK(room->say(ann_ticket, "Good morning") == 1);
@@ -30,7 +25,5 @@ int main(int argc, char* argv[]) {
     room->leave(ann_ticket);
     CHECK(room->say(bob_ticket, "Anybody?") == 0);
     CHECK_THROWS(CORBA::BAD_PARAM, room->join("Nobody", Chat::Listener::_nil()));
-    room->shutdown();
-    orb->destroy();
   });
 }

@@ -5,10 +5,9 @@
 #include "chat.h"
 #include "classic.h"
 
-class Room_impl : public virtual POA_Chat::Room {
+class Room_impl : public Closing<POA_Chat::Room> {
  public:
-  explicit Room_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
-
+  using Closing::Closing;
   CORBA::Long join(const char* who, Chat::Listener_ptr listener) override {
     if (CORBA::is_nil(listener)) throw CORBA::BAD_PARAM();
     std::lock_guard<std::mutex> lock(mutex_);
@@ -35,30 +34,15 @@ class Room_impl : public virtual POA_Chat::Room {
     }
     return reached;
   }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
   struct Guest {
     std::string name;
     Chat::Listener_var listener;
   };
-  CORBA::ORB_var orb_;
   std::mutex mutex_;
   std::map<CORBA::Long, Guest> guests_;
   CORBA::Long last_ = 0;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Room_impl room(orb);
-    Chat::Room_var reference = room._this();
-    publish(orb, reference, argv[1]);
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Room_impl>(argc, argv); }

@@ -71,19 +71,54 @@ inline bool gone(CORBA::Object_ptr object) {
   }
 }
 
+/// The root POA; the caller releases it.
+inline PortableServer::POA_ptr root_poa(CORBA::ORB_ptr orb) {
+  CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
+  return PortableServer::POA::_narrow(object);
+}
+
+/// Publishes the reference, lets requests in, and serves them until a client ends it.
+inline void run(CORBA::ORB_ptr orb, CORBA::Object_ptr reference, const std::string& file) {
+  PortableServer::POA_var root = root_poa(orb);
+  PortableServer::POAManager_var manager = root->the_POAManager();
+  manager->activate();
+  publish(orb, reference, file);
+  orb->run();
+}
+
+/// A skeleton whose shutdown() ends the server.
+template <class Skeleton>
+class Closing : public virtual Skeleton {
+ public:
+  explicit Closing(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
+  void shutdown() override { orb_->shutdown(false); }
+
+ protected:
+  CORBA::ORB_var orb_;
+};
+
 /// main() of most servers: one servant, activated implicitly in the root POA, until a client ends it.
 template <class Servant>
 int serve(int argc, char* argv[]) {
   return guarded([&] {
     CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
     Servant servant(orb);
     CORBA::Object_var reference = servant._this();
-    publish(orb, reference, argv[1]);
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    orb->run();
+    run(orb, reference, argv[1]);
+    orb->destroy();
+  });
+}
+
+/// main() of most clients: `body` is given the ORB and the server's object; then the server is ended.
+template <class Interface, class Body>
+int visit(int argc, char* argv[], Body body) {
+  return guarded([&] {
+    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
+    CORBA::Object_var object = fetch(orb, argv[1]);
+    typename Interface::_var_type served = Interface::_narrow(object);
+    CHECK(!CORBA::is_nil(served));
+    body(orb.in(), served.in());
+    served->shutdown();
     orb->destroy();
   });
 }

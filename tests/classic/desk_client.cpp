@@ -98,14 +98,9 @@ static void contexts(CORBA::ORB_ptr orb, Office_ptr office) {
 }
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Office_var office = Office::_narrow(object);
+  return visit<Office>(argc, argv, [](CORBA::ORB_ptr orb, Office_ptr office) {
     native_type();
     abstract_interfaces(office);
     contexts(orb, office);
-    office->shutdown();
-    orb->destroy();
   });
 }

@@ -35,10 +35,9 @@ static std::string told(CORBA::Context_ptr context, const char* pattern) {
   return all;
 }
 
-class Office_impl : public virtual POA_Desk::Office {
+class Office_impl : public Closing<POA_Desk::Office> {
  public:
-  explicit Office_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)), pen_("pen"), lamp_("lamp") {}
-
+  explicit Office_impl(CORBA::ORB_ptr orb) : Closing(orb), pen_("pen"), lamp_("lamp") {}
   Desk::Named_ptr find(const char* name) override {
     if (std::string(name) == "pen") return pen_._this();
     return std::string(name) == "lamp" ? lamp_._this() : Desk::Named::_nil();
@@ -71,10 +70,8 @@ class Office_impl : public virtual POA_Desk::Office {
     std::lock_guard<std::mutex> lock(mutex_);
     return CORBA::string_dup(noted_.c_str());
   }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
-  CORBA::ORB_var orb_;
   Item_impl pen_, lamp_;
   std::mutex mutex_;
   std::string noted_;
@@ -83,8 +80,7 @@ class Office_impl : public virtual POA_Desk::Office {
 int main(int argc, char* argv[]) {
   return guarded([&] {
     CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
+    PortableServer::POA_var root = root_poa(orb);
     PortableServer::POAManager_var manager = root->the_POAManager();
     manager->activate();
     Office_impl servant(orb);
@@ -103,8 +99,7 @@ int main(int argc, char* argv[]) {
     CORBA::String_var name = pen->name();
     CHECK(std::string(name) == "pen");
 
-    publish(orb, office, argv[1]);
-    orb->run();
+    run(orb, office, argv[1]);
     orb->destroy();
   });
 }

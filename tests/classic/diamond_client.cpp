@@ -2,10 +2,7 @@
 #include "diamond.h"
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Machines::Office_var office = Machines::Office::_narrow(object);
+  return visit<Machines::Office>(argc, argv, [](CORBA::ORB_ptr, Machines::Office_ptr office) {
     Machines::Device_var device = office->nearest("copier");
     Machines::Scanner_var scanner = Machines::Scanner::_narrow(device);
     Machines::Copier_var copier = Machines::Copier::_narrow(scanner);
@@ -30,8 +27,5 @@ int main(int argc, char* argv[]) {
     CHECK(CORBA::is_nil(device));
     text = printer->describe();
     CHECK(std::string(text) == "a printer");
-
-    office->shutdown();
-    orb->destroy();
   });
 }

@@ -36,34 +36,19 @@ class Copier_impl : public virtual POA_Machines::Copier, public virtual Printer_
   }
 };
 
-class Office_impl : public virtual POA_Machines::Office {
+class Office_impl : public Closing<POA_Machines::Office> {
  public:
-  explicit Office_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
+  using Closing::Closing;
   Machines::Device_ptr nearest(const char* kind) override {
     const std::string wanted = kind;
     if (wanted == "copier") return copier_.POA_Machines::Copier::_this();
     if (wanted == "printer") return printer_.POA_Machines::Printer::_this();
     return Machines::Device::_nil();
   }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
-  CORBA::ORB_var orb_;
   Copier_impl copier_;
   Printer_impl printer_;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Office_impl servant(orb);
-    Machines::Office_var reference = servant._this();
-    publish(orb, reference, argv[1]);
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Office_impl>(argc, argv); }

@@ -413,10 +413,7 @@ static void everything_at_once() {
 }
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Thing_var thing = Thing::_narrow(object);
+  return visit<Thing>(argc, argv, [](CORBA::ORB_ptr orb, Thing_ptr thing) {
     the_orb = orb;
     the_thing = thing;
     values();
@@ -425,7 +422,5 @@ int main(int argc, char* argv[]) {
     sequences();
     arrays();
     everything_at_once();
-    thing->shutdown();
-    orb->destroy();
   });
 }

@@ -45,10 +45,9 @@ using namespace Every;
     return T::_duplicate(a);                                     \
   }
 
-class Thing_impl : public virtual POA_Every::Thing {
+class Thing_impl : public Closing<POA_Every::Thing> {
  public:
-  explicit Thing_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
-
+  using Closing::Closing;
   BY_VALUE(CORBA::Boolean, CORBA::Boolean_out, echo_booleans)
   BY_VALUE(CORBA::Octet, CORBA::Octet_out, echo_bytes)
   BY_VALUE(CORBA::Char, CORBA::Char_out, echo_chars)
@@ -115,10 +114,8 @@ class Thing_impl : public virtual POA_Every::Thing {
   All* everything() override { return new All(everything_); }
   void everything(const All& all) override { everything_ = all; }
   void fail() override { throw Failed(everything_); }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
-  CORBA::ORB_var orb_;
   All everything_;
 };
 

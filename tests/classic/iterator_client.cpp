@@ -2,10 +2,7 @@
 #include "iterator.h"
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Catalogue::List_var list = Catalogue::List::_narrow(object);
+  return visit<Catalogue::List>(argc, argv, [](CORBA::ORB_ptr, Catalogue::List_ptr list) {
     for (CORBA::UShort year = 1990; year < 2000; ++year) {
       Catalogue::Item item;
       item.title = CORBA::string_dup(("Volume of " + std::to_string(year)).c_str());
@@ -30,7 +27,5 @@ int main(int argc, char* argv[]) {
 
     list->all(100, items, rest);
     CHECK(items->length() == 10 && CORBA::is_nil(rest));
-    list->shutdown();
-    orb->destroy();
   });
 }

@@ -79,15 +79,11 @@ void Iterator_impl::destroy() {
 int main(int argc, char* argv[]) {
   return guarded([&] {
     orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    poa = PortableServer::POA::_narrow(object);
+    poa = root_poa(orb);
     List_impl servant;
     list = &servant;
     Catalogue::List_var reference = servant._this();
-    PortableServer::POAManager_var manager = poa->the_POAManager();
-    manager->activate();
-    publish(orb, reference, argv[1]);
-    orb->run();
+    run(orb, reference, argv[1]);
     orb->destroy();
   });
 }

@@ -2,10 +2,8 @@
 #include "notes.h"
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Notes::Pad_var pad = Notes::Pad::_narrow(object);
+  return visit<Notes::Pad>(argc, argv, [](CORBA::ORB_ptr orb, Notes::Pad_ptr pad) {
+    CORBA::Object_var object;
     for (int i = 0; i < 20; ++i) pad->write("again");
     while (pad->count() < 20) continue;  // oneway: they arrive, some time
     Notes::Reader_var reader = pad->new_reader();
@@ -31,7 +29,5 @@ int main(int argc, char* argv[]) {
     CORBA::Object_var again = orb->string_to_object(text);
     CHECK(again->_is_equivalent(pad));
     CHECK_THROWS(CORBA::BAD_PARAM, orb->string_to_object("no reference"));
-    pad->shutdown();
-    orb->destroy();
   });
 }

@@ -16,10 +16,9 @@ class Reader_impl : public virtual POA_Notes::Reader {
   Pad_impl& pad_;
 };
 
-class Pad_impl : public virtual POA_Notes::Pad {
+class Pad_impl : public Closing<POA_Notes::Pad> {
  public:
-  explicit Pad_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)), reader_(*this) {}
-
+  explicit Pad_impl(CORBA::ORB_ptr orb) : Closing(orb), reader_(*this) {}
   void write(const char* text) override {
     std::lock_guard<std::mutex> lock(mutex_);
     last_ = text;
@@ -36,14 +35,12 @@ class Pad_impl : public virtual POA_Notes::Pad {
     poa->deactivate_object(id);
   }
   CORBA::Object_ptr same(CORBA::Object_ptr anything) override { return CORBA::Object::_duplicate(anything); }
-  void shutdown() override { orb_->shutdown(false); }
   std::string last() {
     std::lock_guard<std::mutex> lock(mutex_);
     return last_;
   }
 
  private:
-  CORBA::ORB_var orb_;
   Reader_impl reader_;
   std::mutex mutex_;
   std::string last_;

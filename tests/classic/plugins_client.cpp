@@ -2,10 +2,7 @@
 #include "plugins.h"
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Text::Editor_var editor = Text::Editor::_narrow(object);
+  return visit<Text::Editor>(argc, argv, [](CORBA::ORB_ptr, Text::Editor_ptr editor) {
     CORBA::String_var line = editor->run("reverse", "abc");
     CHECK(std::string(line) == "cba");
     line = editor->run("twice", line);
@@ -27,7 +24,5 @@ int main(int argc, char* argv[]) {
     any = editor->describe(CORBA::Object::_nil());
     CORBA::Boolean is_base = true;
     CHECK((any.in() >>= CORBA::Any::to_boolean(is_base)) && !is_base);
-    editor->shutdown();
-    orb->destroy();
   });
 }

@@ -18,9 +18,9 @@ class Twice : public virtual Text::Filter, public virtual CORBA::LocalObject {
   char* apply(const char* line) override { return CORBA::string_dup((std::string(line) + line).c_str()); }
 };
 
-class Editor_impl : public virtual POA_Text::Editor {
+class Editor_impl : public Closing<POA_Text::Editor> {
  public:
-  explicit Editor_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {
+  explicit Editor_impl(CORBA::ORB_ptr orb) : Closing(orb) {
     filters_["reverse"] = new Reverse;
     filters_["twice"] = new Twice;
   }
@@ -46,24 +46,9 @@ class Editor_impl : public virtual POA_Text::Editor {
       any <<= CORBA::Any::from_boolean(!CORBA::is_nil(base));
     return any._retn();
   }
-  void shutdown() override { orb_->shutdown(false); }
 
  private:
-  CORBA::ORB_var orb_;
   std::map<std::string, Text::Filter_var> filters_;
 };
 
-int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = orb->resolve_initial_references("RootPOA");
-    PortableServer::POA_var root = PortableServer::POA::_narrow(object);
-    Editor_impl servant(orb);
-    Text::Editor_var reference = servant._this();
-    PortableServer::POAManager_var manager = root->the_POAManager();
-    manager->activate();
-    publish(orb, reference, argv[1]);
-    orb->run();
-    orb->destroy();
-  });
-}
+int main(int argc, char* argv[]) { return serve<Editor_impl>(argc, argv); }

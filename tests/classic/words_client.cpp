@@ -2,11 +2,7 @@
 #include "words.h"
 
 int main(int argc, char* argv[]) {
-  return guarded([&] {
-    CORBA::ORB_var orb = CORBA::ORB_init(argc, argv);
-    CORBA::Object_var object = fetch(orb, argv[1]);
-    Words::Editor_var editor = Words::Editor::_narrow(object);
-
+  return visit<Words::Editor>(argc, argv, [](CORBA::ORB_ptr, Words::Editor_ptr editor) {
     Words::Lines_var lines = editor->split("one,two,,four", ',');
     CHECK(lines->length() == 4);
     CHECK(std::string(lines[2u]).empty());
@@ -48,8 +44,5 @@ int main(int argc, char* argv[]) {
     Words::Pages_var pages = editor->paginate(lines, 3);
     CHECK(pages->length() == 2 && pages[0u].length() == 3);
     CHECK(std::string(pages[1u][0]) == "four");
-
-    editor->shutdown();
-    orb->destroy();
   });
 }

@@ -6,10 +6,9 @@
 #include "classic.h"
 #include "words.h"
 
-class Editor_impl : public virtual POA_Words::Editor {
+class Editor_impl : public Closing<POA_Words::Editor> {
  public:
-  explicit Editor_impl(CORBA::ORB_ptr orb) : orb_(CORBA::ORB::_duplicate(orb)) {}
-
+  using Closing::Closing;
   Words::Lines* split(const char* text, CORBA::Char at) override {
     Words::Lines_var lines = new Words::Lines;
     std::string rest = text;
@@ -75,10 +74,6 @@ class Editor_impl : public virtual POA_Words::Editor {
     }
     return book._retn();
   }
-  void shutdown() override { orb_->shutdown(false); }
-
- private:
-  CORBA::ORB_var orb_;
 };
 
 int main(int argc, char* argv[]) { return serve<Editor_impl>(argc, argv); }

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "calls.h"
 #include "server.h"
 
 namespace {
@@ -22,11 +23,16 @@ class Bridge : public virtual PortableServer::DynamicImplementation {
       want(arguments, CORBA::_tc_long);
       want(arguments, CORBA::_tc_long);
       request->arguments(arguments);
-      CORBA::Long a = 0, b = 0;
-      *arguments->item(0)->value() >>= a;
-      *arguments->item(1)->value() >>= b;
-      result <<= a + b;
+      result <<= number(arguments, 0) + number(arguments, 1);
       request->set_result(result);
+    } else if (operation == "divide") {  // of Calls::Target
+      want(arguments, CORBA::_tc_long, CORBA::ARG_INOUT);
+      want(arguments, CORBA::_tc_long);
+      want(arguments, CORBA::_tc_long, CORBA::ARG_OUT);
+      request->arguments(arguments);
+      const CORBA::Long dividend = number(arguments, 0), divisor = number(arguments, 1);
+      *arguments->item(0)->value() <<= dividend / divisor;
+      *arguments->item(2)->value() <<= dividend % divisor;
     } else if (operation == "refuse") {
       want(arguments, CORBA::_tc_string);
       want(arguments, CORBA::_tc_long);
@@ -45,10 +51,15 @@ class Bridge : public virtual PortableServer::DynamicImplementation {
   }
 
  private:
-  static void want(CORBA::NVList_ptr list, CORBA::TypeCode_ptr type) {
+  static void want(CORBA::NVList_ptr list, CORBA::TypeCode_ptr type, CORBA::Flags mode = CORBA::ARG_IN) {
     CORBA::Any empty;
     empty.replace(type, nullptr);
-    list->add_value("", empty, CORBA::ARG_IN);
+    list->add_value("", empty, mode);
+  }
+  static CORBA::Long number(CORBA::NVList_ptr list, CORBA::ULong at) {
+    CORBA::Long value = 0;
+    EXPECT_TRUE(*list->item(at)->value() >>= value);
+    return value;
   }
   CORBA::ORB_ptr orb_;
 };
@@ -79,6 +90,9 @@ TEST_F(DynamicTest, ServantsWithoutASkeleton) {
     ASSERT_FALSE(CORBA::is_nil(echo_of_bridge)) << "it says what it is";
     EXPECT_FALSE(object->_is_a("IDL:Demo/Other:1.0"));
     EXPECT_EQ(echo_of_bridge->add(40, 2), 42);
+    CORBA::Long dividend = 17, remainder = 0;
+    Calls::Target_var(Calls::Target::_unchecked_narrow(object))->divide(dividend, 5, remainder);
+    EXPECT_EQ(std::pair(dividend, remainder), std::pair(3, 2));
     try {
       echo_of_bridge->refuse("no", 1);
       ADD_FAILURE();

@@ -13,6 +13,7 @@ using CORBA::Object_var;
 using CORBA::String_var;
 
 struct Implementation {
+  ~Implementation() { ++gone; }
   char* echo_string(const char* s) { return CORBA::string_dup(s); }
   CORBA::Long add(CORBA::Long a, CORBA::Long b) { return a + b; }
   Demo::Octets* echo_octets(const Demo::Octets& d) { return new Demo::Octets(d); }
@@ -21,6 +22,8 @@ struct Implementation {
   CORBA::Long notes() { return 0; }
   char* who() { return CORBA::string_dup("tied"); }
   void sleep_ms(CORBA::ULong) {}
+
+  static inline int gone = 0;
 };
 
 class LocalManager : public virtual PortableServer::ServantLocator, public virtual CORBA::LocalObject {};
@@ -157,6 +160,16 @@ const Row adapter_rows[] = {
        t.poa()->deactivate_object(*PortableServer::ObjectId_var(t.poa()->servant_to_id(&s)));
        t.poa()->deactivate_object(*PortableServer::ObjectId_var(t.poa()->servant_to_id(&tie)));
        return right;
+     }},
+    {"a tie and the object behind it",
+     [](TextbookTest&) {
+       const int before = Implementation::gone;
+       Implementation mine;
+       {
+         POA_Demo::Echo_tie<Implementation> owner(new Implementation), borrower(mine);
+         if (!owner._is_owner() || borrower._is_owner() || borrower._tied_object() != &mine) return false;
+       }
+       return Implementation::gone == before + 1;
      }},
     {"counting servants",
      [](TextbookTest&) {

@@ -1,9 +1,9 @@
-// Calls every operation of the server with values of every type, and sends each through an Any, too.
+// Calls every operation of the server with values of every type, and sends each through an Any, too. Then it does the
+// same with an object of its own.
 #include <limits>
 #include <sstream>
 
-#include "classic.h"
-#include "everything.h"
+#include "everything_servant.h"
 
 using namespace Every;
 namespace idl = CORBA::idl;
@@ -412,15 +412,37 @@ static void everything_at_once() {
   }
 }
 
+static void a_tree_becomes_a_part_of_itself() {
+  Tree tree;
+  tree.below.length(2);
+  tree.below[1].name = "leaf";
+  tree.below[1].below.length(1);
+  tree = tree.below[1];
+  CHECK(std::string(tree.name) == "leaf");
+  tree.below = tree.below[0].below;
+  CHECK(tree.below.length() == 0);
+}
+
+static void call_everything(Thing_ptr thing) {
+  the_thing = thing;
+  values();
+  texts_and_references();
+  structures();
+  sequences();
+  arrays();
+  everything_at_once();
+}
+
 int main(int argc, char* argv[]) {
   return visit<Thing>(argc, argv, [](CORBA::ORB_ptr orb, Thing_ptr thing) {
     the_orb = orb;
-    the_thing = thing;
-    values();
-    texts_and_references();
-    structures();
-    sequences();
-    arrays();
-    everything_at_once();
+    call_everything(thing);
+    Thing_impl servant(orb);
+    Thing_var own = servant._this();
+    PortableServer::POA_var root = root_poa(orb);
+    PortableServer::POAManager_var manager = root->the_POAManager();
+    manager->activate();
+    call_everything(own);
+    a_tree_becomes_a_part_of_itself();
   });
 }

@@ -1,62 +1,11 @@
-"""Checks of the client library itself: against octets worked out by hand, and against itself."""
+"""That the client library refuses what a server must not send; what it writes, the server and the analyser judge."""
 import socket
 import unittest
 
 import giop
-from giop import Decoder, Encoder, GiopError, IOR
+from giop import Decoder, Encoder, GiopError
 
 BE, LE = False, True
-
-
-def two(e): e.long(1).long(2)
-
-
-def octets(text):
-    """The octets of a golden message: hex digits and 'text', with a comment after each #."""
-    out = b""
-    for line in text.splitlines():
-        for word in line.split("#")[0].split():
-            out += word[1:-1].encode() if word[0] == "'" else bytes.fromhex(word)
-    return out
-
-
-IOR_GOLDEN = """00 000000                         # big endian, padding
-    0000000a 'IDL:X:1.0' 00 0000          # type id, padding
-    00000001 00000000 00000024            # one profile: IIOP, 36 octets
-    00 0102 00 00000002 'h' 00 1234       # big endian, version 1.2, padding, host, port
-    00000003 'key' 00                     # object key, padding
-    00000001 00000001 00000004 deadbeef   # one component of id 1"""
-REF = IOR.parse("IOR:" + octets(IOR_GOLDEN).hex())
-
-GOLDEN = (
-    (giop.request((1, 0), BE, 5, b"key", "add", two), """
-        'GIOP' 0100 00 00 00000028    # magic, version, byte order, Request, size
-        00000000 00000005 01 000000   # no contexts, request id, response expected, padding
-        00000003 'key' 00             # object key, padding
-        00000004 'add' 00 00000000    # operation, principal
-        00000001 00000002             # arguments"""),
-    (giop.request((1, 1), LE, 5, b"key", "note", lambda e: e.string("hi"), [(0x11223344, b"\xaa\xbb")], False), """
-        'GIOP' 0101 01 00 37000000    # magic, version, flags, Request, size
-        01000000 44332211 02000000 aabb 0000  # one context: id, data, padding
-        05000000 00 000000            # request id, no response, reserved
-        03000000 'key' 00             # object key, padding
-        05000000 'note' 00 000000     # operation, padding
-        00000000 03000000 'hi' 00     # principal, argument"""),
-    (giop.request((1, 2), LE, 5, REF, "add", two), """
-        'GIOP' 0102 01 00 2c000000    # magic, version, flags, Request, size
-        05000000 03 000000            # request id, response flags, reserved
-        0000 0000 03000000 'key' 00   # KeyAddr, padding, object key, padding
-        04000000 'add' 00 00000000    # operation, no contexts
-        00000000 01000000 02000000    # padding to 8, arguments"""),
-    (giop.locate_request((1, 2), BE, 6, REF, giop.REFERENCE_ADDR), """
-        'GIOP' 0102 00 03 0000004c    # magic, version, flags, LocateRequest, size
-        00000006 0002 0000 00000000   # request id, ReferenceAddr, padding, index of the profile
-        0000000a 'IDL:X:1.0' 00 0000 00000001 00000000 00000024
-        00 0102 00 00000002 'h' 00 1234 00000003 'key' 00 00000001 00000001 00000004 deadbeef"""),
-    (b"".join(giop.fragments(giop.request((1, 2), LE, 5, b"key", "add", two), 40)), """
-        'GIOP' 0102 03 00 1c000000 05000000 03 000000 0000 0000 03000000 'key' 00 04000000 'add' 00  # more to come
-        'GIOP' 0102 01 07 14000000 05000000 00000000 00000000 01000000 02000000     # the last, with the request id"""),
-)
 
 
 def reply(id=7, text="text", status=0):
@@ -75,18 +24,6 @@ def feed(data):
 
 
 class GiopTest(unittest.TestCase):
-    def test_golden_messages(self):
-        for i, (made, wanted) in enumerate(GOLDEN):
-            with self.subTest(i=i):
-                self.assertEqual(bytes(made).hex(" ", 4), octets(wanted).hex(" ", 4))
-        self.assertEqual((REF.type_id, *REF.iiop()), ("IDL:X:1.0", (1, 2), "h", 0x1234, b"key", [(1, b"\xde\xad\xbe\xef")]))
-
-    def test_fragments_are_reassembled(self):
-        text = "abcdefgh" * 40
-        both = (giop.fragments(reply(id, text), 24) for id in (7, 8))
-        with feed(b"".join(m for pair in zip(*both) for m in pair)) as c:
-            self.assertEqual([c.reply(id).result(Decoder.string) for id in (8, 7)], [text, text])
-
     def test_broken_input_is_refused(self):
         good = reply()
         cut = giop.split(good, [24])

@@ -1,4 +1,5 @@
-// Every kind of IDL type in every direction, and interfaces with several bases, in process and over a socket.
+// Interfaces with several bases, large sequences, texts and bounds, in process and over a socket; what Anys and TypeCodes
+// hold. Values of every type go every way in the classic program of everything.
 #include <gtest/gtest.h>
 
 #include "../program/scripted_peer.h"
@@ -48,133 +49,13 @@ class Everything : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Roads, Everything, testing::Bool(),
                          [](const auto& road) { return road.param ? "Socket" : "InProcess"; });
 
-Entry entry_of(const char* name, CORBA::Long number) {
-  Entry e;
-  e.name = name;
-  e.mark = "12345678";
-  e.extra <<= number;
-  e.others.length(2);
-  e.others[1] = name;
-  e.cells[1][2] = number;
-  return e;
-}
-void expect_equal(const Entry& e, const char* name, CORBA::Long number) {
-  EXPECT_STREQ(e.name.in(), name);
-  EXPECT_STREQ(e.mark.in(), "12345678");
-  CORBA::Long extra = 0;
-  EXPECT_TRUE((e.extra >>= extra) && extra == number);
-  ASSERT_EQ(e.others.length(), 2u);
-  EXPECT_STREQ(e.others[0], "");
-  EXPECT_STREQ(e.others[1], name);
-  EXPECT_EQ(e.cells[1][2], number);
-}
-
-TEST_P(Everything, PlainValuesInEachDirection) {
-  CORBA::Boolean b = true, c = false;
-  EXPECT_FALSE(store->booleans(false, b, c));
-  EXPECT_TRUE(!b && c);
-  CORBA::Octet octet = 200, old_octet = 0;
-  EXPECT_EQ(store->octets(255, octet, old_octet), 255);
-  EXPECT_TRUE(octet == 255 && old_octet == 200);
-  CORBA::Double d = 0.5, e = 0;
-  EXPECT_EQ(store->doubles(-2.25, d, e), -2.25);
-  EXPECT_TRUE(d == -2.25 && e == 0.5);
-  Colour shade = red, old_shade = blue;
-  EXPECT_EQ(store->colours(green, shade, old_shade), green);
-  EXPECT_TRUE(shade == green && old_shade == red);
-  Point p{1, 2, blue}, q{};
-  EXPECT_EQ(store->points({3, 4, green}, p, q).y, 4);
-  EXPECT_TRUE(p.x == 3 && p.shade == green && q.x == 1 && q.shade == blue);
-}
-
-TEST_P(Everything, StringsInEachDirection) {
-  CORBA::String_var b = CORBA::string_dup("before"), c;
-  const CORBA::String_var a = store->strings("after", b.inout(), c.out());
-  EXPECT_STREQ(a.in(), "after");
-  EXPECT_STREQ(b.in(), "after");
-  EXPECT_STREQ(c.in(), "before");
-  CORBA::String_var code = CORBA::string_dup("");
-  EXPECT_STREQ(CORBA::String_var(store->codes("12345678", code.inout(), c)).in(), "12345678");
-  EXPECT_THROW(store->codes("123456789", code.inout(), c), CORBA::MARSHAL) << "over its bound";
-}
-
-TEST_P(Everything, StructsUnionsAndAnysInEachDirection) {
-  Entry b = entry_of("before", 1);
-  Entry_var c;
-  const Entry_var a = store->entries(entry_of("after", 2), b, c);
-  expect_equal(a, "after", 2);
-  expect_equal(b, "after", 2);
-  expect_equal(c, "before", 1);
-
-  Shape before, round;
-  before.entry(entry_of("inside", 3));
-  round.radius(1.5);
-  Shape_var old, result = store->shapes(round, before, old.out());
-  EXPECT_TRUE(result->_d() == red && result->radius() == 1.5 && before.radius() == 1.5);
-  expect_equal(old->entry(), "inside", 3);
-  round.text("words");
-  result = store->shapes(round, before, old);
-  EXPECT_STREQ(result->text(), "words");
-
-  CORBA::Any any, other;
-  any <<= CORBA::Long(5);
-  other <<= "text";
-  CORBA::Any* out = nullptr;
-  const CORBA::Any_var given(store->anys(any, other, out)), old_any(out);
-  CORBA::Long number = 0;
-  const char* text = nullptr;
-  EXPECT_TRUE((given.in() >>= number) && number == 5);
-  EXPECT_TRUE(old_any.in() >>= text);
-  EXPECT_STREQ(text, "text");
-}
-
-TEST_P(Everything, SequencesAndArraysInEachDirection) {
-  Names names, empty;
-  names.length(2);
-  names[0] = "one";
-  names[1] = CORBA::string_dup("two");
-  Names_var old;
-  const Names_var result = store->names(names, empty, old.out());
-  EXPECT_STREQ(result[1], "two");
-  EXPECT_STREQ(empty[0], "one");
-  EXPECT_EQ(old->length(), 0u);
-
-  Corners corners, more;
-  corners.length(4);
-  corners[3].y = 9;
-  EXPECT_THROW(corners.length(5), CORBA::BAD_PARAM);
-  Corners_var old_corners;
-  EXPECT_EQ(Corners_var(store->corners(corners, more, old_corners))[3].y, 9);
-
-  Grid grid = {{1, 2, 3}, {4, 5, 6}}, other = {}, old_grid;
-  other[0][0] = 7;
-  const Grid_var copy = store->grids(grid, other, old_grid);
-  EXPECT_TRUE(copy[1][2] == 6 && other[1][0] == 4 && old_grid[0][0] == 7);
-  Labels labels, old_labels;
-  labels[1] = "right";
-  old_labels[0] = "left";
-  Labels_var out;
-  const Labels_var given = store->labels(labels, old_labels, out);
-  EXPECT_STREQ(given[1].in(), "right");
-  EXPECT_STREQ(old_labels[1].in(), "right");
-  EXPECT_STREQ(out[0].in(), "left");
-}
-
-TEST_P(Everything, ReferencesInEachDirection) {
-  Item_var b = Item::_nil(), c;
-  const Item_var a = store->items(store.in(), b.inout(), c.out());
-  EXPECT_TRUE(a->_is_equivalent(store.in()) && b->_is_equivalent(store.in()));
-  EXPECT_TRUE(CORBA::is_nil(c.in()));
-  CORBA::Object_var object_b = CORBA::Object::_duplicate(store.in()), object_c;
-  EXPECT_TRUE(CORBA::is_nil(store->objects(CORBA::Object::_nil(), object_b.inout(), object_c)));
-  EXPECT_TRUE(CORBA::is_nil(object_b.in()) && object_c->_is_equivalent(store.in()));
-}
-
 TEST_P(Everything, BasesAttributesAndExceptions) {
   for (const char* id : {Item::repository_id, Reader::repository_id, Writer::repository_id,
                          Store::repository_id, "IDL:omg.org/CORBA/Object:1.0"})
     EXPECT_TRUE(object->_is_a(id)) << id;
   EXPECT_FALSE(object->_is_a("IDL:Sample/Other:1.0"));
+  CORBA::String_var code = CORBA::string_dup(""), out;
+  EXPECT_THROW(store->codes("123456789", code.inout(), out), CORBA::MARSHAL) << "over its bound";
   const Item_var item = Item::_narrow(object.in());
   ASSERT_FALSE(CORBA::is_nil(item.in())) << "a base interface";
   EXPECT_STREQ(CORBA::String_var(item->name()).in(), "store");
@@ -308,67 +189,7 @@ TEST(Stubs, TakeAnUnlistedUserExceptionForUnknown) {
   EXPECT_THROW(reader.read(1), Closed);
 }
 
-// ---- Any and TypeCode -------------------------------------------------------------------------------------
-
-/// The same Any after a journey as octets.
-CORBA::Any travelled(CORBA::Any& any) {
-  Encoding out;
-  EXPECT_TRUE(cdr_CORBA_Any(out, &any));
-  Decoding in(out.octets());
-  CORBA::Any arrived;
-  EXPECT_TRUE(cdr_CORBA_Any(in, &arrived));
-  return arrived;
-}
-
-TEST(Anys, HoldValuesOfEveryKindHereAndAfterAJourney) {
-  Shape shape;
-  shape.text("in a union");
-  Grid grid = {{1, 2, 3}, {4, 5, 6}};
-  Names names;
-  names.length(1);
-  names[0] = "in a sequence";
-  const auto expect = [](const CORBA::Any& any, auto holds) { EXPECT_TRUE(holds(any)); };
-  CORBA::Any any;
-  for (const bool far : {false, true}) {
-    const auto now = [&] { return far ? travelled(any) : CORBA::Any(any); };
-    any <<= green;
-    expect(now(), [](const CORBA::Any& a) {
-      Colour colour = red;
-      return (a >>= colour) && colour == green;
-    });
-    any <<= new Entry(entry_of("taken over", 4));
-    expect(now(), [](const CORBA::Any& a) {
-      const Entry* entry = nullptr;
-      if (!(a >>= entry)) return false;
-      expect_equal(*entry, "taken over", 4);
-      return true;
-    });
-    any <<= shape;
-    expect(now(), [](const CORBA::Any& a) {
-      const Shape* held = nullptr;
-      const Point* other = nullptr;
-      return !(a >>= other) && (a >>= held) && std::string(held->text()) == "in a union";
-    });
-    any <<= names;
-    expect(now(), [](const CORBA::Any& a) {
-      const Names* held = nullptr;
-      return (a >>= held) && held->length() == 1 && std::string((*held)[0]) == "in a sequence";
-    });
-    any <<= Grid_forany(grid);
-    expect(now(), [](const CORBA::Any& a) {
-      Grid_forany held;
-      return (a >>= held) && held[1][2] == 6;
-    });
-    any <<= Refused("thrown", 8);
-    expect(now(), [](const CORBA::Any& a) {
-      const Refused* held = nullptr;
-      return (a >>= held) && held->code == 8;
-    });
-  }
-  any <<= Item::_nil();
-  Item* item = nullptr;
-  EXPECT_TRUE(any >>= item);
-}
+// ---- TypeCodes -------------------------------------------------------------------------------------
 
 TEST(TypeCodes, SayWhatTheIdlSays) {
   EXPECT_EQ(_tc_Entry->kind(), CORBA::tk_struct);
@@ -381,51 +202,6 @@ TEST(TypeCodes, SayWhatTheIdlSays) {
   EXPECT_STREQ(_tc_Shape->member_name(2), "entry");
   EXPECT_EQ(_tc_Watcher->kind(), CORBA::tk_local_interface);
   EXPECT_EQ(CORBA::TypeCode_var(_tc_Code->content_type())->length(), 8u);
-}
-
-}  // namespace
-
-/// A tree: a type that contains itself, through two sequences.
-namespace {
-struct Tree;
-class Trees : public CORBA::idl::sequence<Tree> {
- public:
-  using Sequence::Sequence;
-};
-struct Tree {
-  CORBA::String_mgr name;
-  Trees children;
-};
-}  // namespace
-template <>
-struct CORBA::idl::Type<Trees> : CORBA::idl::sequence_typedef<Trees, Tree> {
-  static constexpr const char *id = "IDL:Trees:1.0", *name = "Trees";
-};
-template <>
-struct CORBA::idl::Type<Tree> : CORBA::idl::variable_struct<Tree> {
-  static constexpr const char *id = "IDL:Tree:1.0", *name = "Tree";
-  template <class V>
-  static bool each(V v, Tree& e) {
-    return v("name", e.name) && v("children", e.children);
-  }
-};
-
-namespace {
-
-TEST(RecursiveTypes, TravelInAnAnyWithTheirTypeCode) {
-  Tree tree;
-  tree.children.length(2);
-  tree.children[1].name = "leaf";
-  tree = tree.children[1];  // a part of itself
-  EXPECT_STREQ(tree.name.in(), "leaf");
-  tree.children.length(1);
-  tree.children[0].name = "child";
-  CORBA::Any any;
-  any <<= tree;
-  const CORBA::Any arrived = travelled(any);
-  const Tree* held = nullptr;
-  ASSERT_TRUE(arrived >>= held);
-  EXPECT_STREQ(held->children[0].name.in(), "child");
 }
 
 /// The same object again, by a reference that says what its texts are in, as `corbaloc` does not.

@@ -22,6 +22,7 @@ std::atomic<long> last{0};
 std::atomic<What> kind{What::allocation};
 std::atomic<bool> armed{false}, failed{false};
 std::atomic<long> hours{0};  // that the clock has leapt
+thread_local std::function<void()> at_full_socket;
 thread_local bool counted = true;
 [[maybe_unused]] const bool main_counts = counted = false;  // the thread that runs the tests
 std::atomic<long> allocated{0};
@@ -72,6 +73,8 @@ bool end() {
   armed = false;
   return failed;
 }
+
+void when_a_socket_is_full(std::function<void()> act) { at_full_socket = std::move(act); }
 
 long live() { return allocated; }
 
@@ -125,8 +128,13 @@ ssize_t __wrap_send(int fd, const void* at, std::size_t octets, int flags) {
 }
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
   if (broken(EPIPE)) return -1;
-  if (!fails(What::shortened)) return __real_sendmsg(fd, message, flags);
-  return __real_send(fd, message->msg_iov->iov_base, 1, flags);
+  if (fails(What::shortened)) return __real_send(fd, message->msg_iov->iov_base, 1, flags);
+  const ssize_t sent = __real_sendmsg(fd, message, flags);
+  if (sent < 0 && errno == EAGAIN && at_full_socket) {
+    at_full_socket();
+    errno = EAGAIN;
+  }
+  return sent;
 }
 int __wrap_accept4(int fd, sockaddr* from, socklen_t* length, int flags) {
   return broken(ECONNABORTED) ? -1 : __real_accept4(fd, from, length, flags);

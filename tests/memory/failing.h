@@ -2,6 +2,8 @@
 // call of it that moves octets or waits for them, and each look at the clock comes by here.
 #pragma once
 
+#include <functional>
+
 namespace failing {
 
 enum class What {
@@ -16,6 +18,9 @@ enum class What {
 void begin(What what, long n, long more = 0);
 /// None fails any more. Whether one did.
 bool end();
+
+/// From now on `act` runs when this thread is about to be told that a socket takes no more; none: nothing.
+void when_a_socket_is_full(std::function<void()> act);
 
 /// Octets that are allocated.
 long live();

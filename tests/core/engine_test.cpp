@@ -3,14 +3,13 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
-#include <fstream>
 #include <list>
 #include <thread>
 
 #include "engine_fixture.h"
 #include "listener.h"
+#include "scratch.h"
 #include "time_limit.h"
 
 namespace {
@@ -30,12 +29,8 @@ TEST_F(Engine, WhatTheHookDoesNotAnswerFails) {
 
 // A key that somebody made up, or that was made without the secret, is none of ours; one that a person wrote is.
 TEST_F(Engine, OnlySignedKeysAreLookedUpWithASecret) {
-  const std::string made_up = key(), path = testing::TempDir() + "engine_secret";
-  ::unlink(path.c_str());
-  std::ofstream(path) << std::string(32, 's');
-  ::chmod(path.c_str(), 0600);
-  start({"-ORBKeySecret", path});
-  ::unlink(path.c_str());
+  const std::string made_up = key();
+  start({"-ORBKeySecret", Scratch().write("secret", std::string(32, 's'))});
   const auto object = zrsv::Reference::make_local(impl_name, "IDL:Test:1.0", "object");
   ZR_register_key("Bank", object.get(), env_);
   Client client(port());

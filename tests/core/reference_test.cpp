@@ -1,17 +1,13 @@
 #include "reference.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <fstream>
 
 #include "iiop_profile.h"
 #include "key_secret.h"
 #include "object_key.h"
 #include "octets.h"
 #include "repository.h"
+#include "scratch.h"
 
 namespace {
 
@@ -75,27 +71,15 @@ TEST(ObjectKey, IsTheExactInverseUpToItsLimits) {
   EXPECT_FALSE(write_object_key({std::string_view("a\0b", 3), "", ""}));
 }
 
-/// A file of a secret, while a test runs.
-class SecretFile {
- public:
-  explicit SecretFile(const std::string& octets, unsigned mode = 0600)
-      : path(testing::TempDir() + "secret" + std::to_string(::getpid())) {
-    ::unlink(path.c_str());
-    std::ofstream(path) << octets;
-    ::chmod(path.c_str(), mode);
-  }
-  ~SecretFile() {
-    load_key_secret("");
-    ::unlink(path.c_str());
-  }
-  const std::string path;
-};
+/// What is wrong with a secret of these octets in a file; without a word it is used from now on.
+std::string load_secret(const std::string& octets, unsigned mode = 0600) {
+  return load_key_secret(Scratch().write("secret", octets, mode));
+}
 
 TEST(ObjectKey, IsSignedWhereThereIsASecret) {
   const KeyParts parts{"i", "ID", "data"};
   const std::string unsigned_key = *write_object_key(parts);
-  const SecretFile one(std::string(32, 's'));
-  ASSERT_EQ(load_key_secret(one.path), "");
+  ASSERT_EQ(load_secret(std::string(32, 's')), "");
   const std::string key = *write_object_key(parts);
   ASSERT_TRUE(read_object_key(key));
   EXPECT_TRUE(read_object_key(key)->data == "data" && Reference::from_key(key));
@@ -110,8 +94,7 @@ TEST(ObjectKey, IsSignedWhereThereIsASecret) {
     EXPECT_FALSE(read_object_key(key.substr(0, i))) << i;
   }
   EXPECT_TRUE(same_key(key, std::string(key)));
-  const SecretFile other(std::string(31, 's') + "t");
-  ASSERT_EQ(load_key_secret(other.path), "");
+  ASSERT_EQ(load_secret(std::string(31, 's') + "t"), "");
   EXPECT_FALSE(read_object_key(key));
   ASSERT_EQ(load_key_secret(""), "");
   EXPECT_FALSE(read_object_key(key));
@@ -128,7 +111,7 @@ TEST(ObjectKey, SecretsThatAreNoneAreRefused) {
               {std::string(32, 's'), 0640, "chmod 600"},
               {std::string(32, 's'), 0604, "chmod 600"}};
   for (const auto& row : rows) {
-    const std::string wrong = load_key_secret(SecretFile(row.octets, row.mode).path);
+    const std::string wrong = load_secret(row.octets, row.mode);
     EXPECT_TRUE(wrong.starts_with("-ORBKeySecret") && wrong.find(row.why) != wrong.npos) << wrong;
   }
   EXPECT_NE(load_key_secret("/no/such/file").find("-ORBKeySecret: /no/such/file: No such file"),
@@ -203,10 +186,7 @@ TEST_F(References, ProfilesOfAnotherMajorVersionAreNotRead) {
 }
 
 TEST_F(References, RefusalsSayWhy) {
-  const std::string file = testing::TempDir() + "zrsv_names_" + std::to_string(getpid());
-  std::ofstream(file) << "# names\n  known # one\n\n\tother\r\n";
-  ASSERT_EQ(load_impl_repository(file), "");
-  std::remove(file.c_str());
+  ASSERT_EQ(load_impl_repository(Scratch().write("names", "# names\n  known # one\n\n\tother\r\n")), "");
   Outcome ev;
   const auto refused = [&](const char* impl, const char* intf = "", std::size_t length = 0) {
     const bool made = !!create(std::string(length, 'x'), intf, impl, ev);
@@ -219,7 +199,7 @@ TEST_F(References, RefusalsSayWhy) {
   EXPECT_EQ(refused("known", "", 65536), "BAD_PARAM");
   EXPECT_EQ(CORBA_Repository_lookup_id(nullptr, "IDL:none:1.0", ev), nullptr);
   EXPECT_EQ(ev.name(), "INTF_REPOS");
-  EXPECT_NE(load_impl_repository(file), "");
+  EXPECT_NE(load_impl_repository("/no/such/file"), "");
   EXPECT_FALSE(is_known_impl("unknown"));  // the failed load changed nothing
 }
 

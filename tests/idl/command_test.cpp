@@ -2,10 +2,9 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
+
+#include "scratch.h"
 
 namespace {
 
@@ -21,17 +20,7 @@ std::string read(const fs::path& path) {
 // Each test has a directory of its own.
 class Command : public testing::Test {
  protected:
-  Command() {
-    std::string path = (fs::temp_directory_path() / "poaidl-test-XXXXXX").string();
-    if (!mkdtemp(path.data())) throw std::runtime_error("no directory");
-    directory = path;
-  }
-  ~Command() override { fs::remove_all(directory); }
-
-  void write(const std::string& name, const std::string& text) {
-    fs::create_directories((directory / name).parent_path());
-    std::ofstream(directory / name) << text;
-  }
+  void write(const std::string& name, const std::string& text) { scratch.write(name, text); }
   int run(const std::string& arguments) {
     const std::string line =
         "cd '" + directory.string() + "' && " POAIDL " " + arguments + " >out 2>err </dev/null";
@@ -41,7 +30,8 @@ class Command : public testing::Test {
   }
   bool there(const std::string& name) const { return fs::exists(directory / name); }
 
-  fs::path directory;
+  const Scratch scratch;
+  const fs::path directory = scratch.path;
   std::string out, err;
 };
 

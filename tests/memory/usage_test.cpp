@@ -1,13 +1,12 @@
 // What connections and messages cost, and what is given back.
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <list>
 
 #include "engine_fixture.h"
 #include "failing.h"
 #include "memory.h"
+#include "scratch.h"
 #include "time_limit.h"
 
 namespace {
@@ -110,12 +109,9 @@ TEST_F(Usage, WhoHoldsTheMostIsNotReadAndThenClosed) {
 }
 
 TEST(MemoryLimit, IsTheLeastOfMachineAndGroups) {
-  namespace fs = std::filesystem;
-  const fs::path root = fs::temp_directory_path() / ("groups." + std::to_string(::getpid()));
-  const auto write = [&](const std::string& file, const std::string& text) {
-    fs::create_directories((root / file).parent_path());
-    std::ofstream(root / file) << text << '\n';
-  };
+  const Scratch scratch;
+  const std::filesystem::path root = scratch.path;
+  const auto write = [&](const char* file, const std::string& text) { scratch.write(file, text + '\n'); };
   write("memory.max", "max");
   write("a/memory.max", "3000");
   write("a/b/memory.max", "max");
@@ -136,7 +132,6 @@ TEST(MemoryLimit, IsTheLeastOfMachineAndGroups) {
     EXPECT_EQ(zrsv::memory_limit(5000, root / "self", root), wanted) << groups;
   }
   EXPECT_EQ(zrsv::memory_limit(5000, root / "none", root), 5000u);
-  fs::remove_all(root);
 }
 
 }  // namespace

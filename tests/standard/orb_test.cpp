@@ -4,10 +4,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <set>
 
+#include "scratch.h"
 #include "server.h"
 
 namespace {
@@ -81,21 +80,21 @@ TEST_F(OrbTest, OptionsAreTakenOutOfTheCommandLine) {
 }
 
 TEST_F(OrbTest, FilesHoldReferences) {
-  const std::filesystem::path path = std::filesystem::path(testing::TempDir()) / "echo.ior";
+  const Scratch scratch;
+  std::string path;
   const auto resolve = [&](const std::string& content) {
-    std::ofstream(path) << content;
-    const Object_var object = orb->string_to_object(("file://" + path.string()).c_str());
+    path = scratch.write("echo.ior", content);
+    const Object_var object = orb->string_to_object(("file://" + path).c_str());
     return object->_is_equivalent(echo);
   };
   const std::string ior = CORBA::String_var(orb->object_to_string(echo)).in();
   EXPECT_TRUE(resolve(ior));
   EXPECT_TRUE(resolve("  " + ior + "\r\n"));
   for (const std::string& content : {std::string(), std::string(" \n"), std::string("nonsense"),
-                                     "file://" + path.string(), std::string(2 << 20, 'x')})
+                                     "file://" + path, std::string(2 << 20, 'x')})
     EXPECT_EQ(raised([&] { resolve(content); }), "BAD_PARAM") << content.substr(0, 20);
   EXPECT_EQ(raised([&] { orb->string_to_object("file:///no/such/file"); }), "BAD_PARAM");
   EXPECT_EQ(raised([&] { orb->string_to_object("corbaloc:rir:/NoSuchName"); }), "BAD_PARAM");
-  std::filesystem::remove(path);
 }
 
 TEST_F(OrbTest, KeysThatPeopleWriteReachObjects) {

@@ -1,4 +1,4 @@
-// A program run by a test, and a directory for it.
+// A program run by a test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -7,17 +7,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <utility>
 
-/// A fresh directory, removed with all that is in it.
-class Scratch {
- public:
-  Scratch() { EXPECT_NE(::mkdtemp(path.data()), nullptr); }
-  ~Scratch() { std::filesystem::remove_all(path); }
-  std::string path = std::filesystem::temp_directory_path() / "tour-XXXXXX";
-};
+#include "scratch.h"
 
 /// Runs a command of the shell from construction on; killed after 30 s, told to end when it goes before that.
 class Program {

@@ -9,10 +9,10 @@
 #include <ostream>
 #include <semaphore>
 
+#include "any_echo.h"
 #include "base/corehandles.h"
 #include "base/locks.h"
 #include "dispatch/upcalls.h"
-#include "echo.h"
 #include "objects/activeobjectmap.h"
 #include "objects/servantreferences.h"
 #include "orb_fixture.h"
@@ -52,19 +52,13 @@ inline std::string text(const PortableServer::ObjectId& id) { return std::string
 /// "poa:id" of the calling thread's request as the POA Current tells it; "none" outside requests.
 std::string current_object();
 
-class TestServant : public POA_Demo::Echo {
+class TestServant : public AnyEcho {
  public:
   explicit TestServant(std::function<void()> what = [] {}) : work(std::move(what)) {}
   ~TestServant() override { gone(); }
 
-  char* echo_string(const char* s) override { return CORBA::string_dup(s); }
-  CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return a + b; }
-  Demo::Octets* echo_octets(const Demo::Octets& d) override { return new auto(d); }
-  void refuse(const char* why, CORBA::Long code) override { throw Demo::Refused(why, code); }
-  void note(const char*) override {}
   CORBA::Long notes() override { return work(), 0; }
   char* who() override { return CORBA::string_dup(current_object().c_str()); }
-  void sleep_ms(CORBA::ULong) override {}
   CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev) override {
     if (!in_invoke) return Echo::invoke(request, ev);
     in_invoke();
@@ -154,6 +148,35 @@ class Scene {
 
  private:
   PortableServer::POA* const parent_;
+};
+
+/// A test of clients that are lost, with servants whose end it can see.
+class LostClients : public AdapterTest {
+ protected:
+  class Callback : public PortableServer::POAdisconnect {
+   public:
+    CORBA::Boolean release_instance(PortableServer::POA* poa, ServantBase* servant, ObjectId& id,
+                                    CORBA::Environment&) override {
+      objects.push_back(CORBA::String_var(poa->the_name()).in() + (":" + text(id)));
+      asked.push_back(servant);
+      return answer(servant);
+    }
+    std::vector<std::string> objects;
+    std::vector<ServantBase*> asked;
+    std::function<bool(ServantBase*)> answer = [](auto*) { return true; };
+  };
+  ~LostClients() override { PortableServer::POAdisconnect::setDisconnect(nullptr, own_ev); }
+  TestServant* mortal() {
+    auto* servant = new TestServant;
+    ++alive;
+    servant->gone = [this] { --alive; };
+    return servant;
+  }
+
+  std::atomic<int> alive{0};
+  Callback callback;
+  Scene scene{top};
+  CORBA::Environment own_ev;
 };
 
 /// A test on both roads, each in a POA of its own.

@@ -36,25 +36,8 @@ class Grave {
   std::atomic<bool> buried_{false};
 };
 
-class AskedAboutClients : public POAdisconnect {
- public:
-  CORBA::Boolean release_instance(POA*, ServantBase* servant, ObjectId&, CORBA::Environment&) override {
-    asked.push_back(servant);
-    return answer(servant);
-  }
-  std::vector<ServantBase*> asked;
-  std::function<bool(ServantBase*)> answer = [](auto*) { return false; };
-};
-
-class Ownership : public AdapterTest {
+class Ownership : public LostClients {
  protected:
-  ~Ownership() override { POAdisconnect::setDisconnect(nullptr, own_ev); }
-  TestServant* mortal() {
-    auto* servant = new TestServant;
-    ++alive;
-    servant->gone = [this] { --alive; };
-    return servant;
-  }
   static void tick(int times) {
     for (int i = 0; i < times; ++i) call_poa_inst_lifespan();
   }
@@ -67,10 +50,6 @@ class Ownership : public AdapterTest {
   static void lose(CORBA::Long fd) { call_disconnect_cpp_handler(fd, host, 0); }
 
   static inline unsigned char host[] = {192, 0, 2, 7};
-  std::atomic<int> alive{0};
-  AskedAboutClients callback;
-  Scene scene{top};
-  CORBA::Environment own_ev;
 };
 
 }  // namespace
@@ -305,6 +284,7 @@ TEST_F(Ownership, AnEtherealizedServantIsActivatedAgain) {
 }
 
 TEST_F(Ownership, EachServantOfALostClientIsAskedAboutOnceAndThenForgotten) {
+  callback.answer = [](auto*) { return false; };
   POAdisconnect::setDisconnect(&callback, own_ev);
   Scene second(top);
   scene.with().activate("0", &scene.servant).activate("1", &scene.other);

@@ -9,27 +9,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-class Disconnect : public POAdisconnect {
- public:
-  CORBA::Boolean release_instance(POA* poa, ServantBase* servant, ObjectId& id,
-                                  CORBA::Environment&) override {
-    asked.push_back(CORBA::String_var(poa->the_name()).in() + (":" + text(id)));
-    return answer(servant);
-  }
-  std::vector<std::string> asked;
-  std::function<bool(ServantBase*)> answer = [](auto*) { return true; };
-};
-
-/// Servants whose end a test can see, calls from a client of another address.
-class Upcalls : public AdapterTest {
+/// Calls from a client of another address.
+class Upcalls : public LostClients {
  protected:
-  ~Upcalls() override { POAdisconnect::setDisconnect(nullptr, own_ev); }
-  TestServant* mortal() {
-    auto* servant = new TestServant;
-    ++alive;
-    servant->gone = [this] { --alive; };
-    return servant;
-  }
   /// Calls the object through a socket, so that its entry knows the client.
   std::string call(CORBA::Object* object) { return outcome(seen_from(Road::Socket, object)); }
   static long descriptor(Scene& scene) { return scene.record()->active_object_map.load()->entries[0].fd; }
@@ -37,16 +19,12 @@ class Upcalls : public AdapterTest {
     unsigned char host[] = {127, 0, 0, 1};
     call_disconnect_cpp_handler(fd, host, 0);
   }
-  std::atomic<int> alive{0};
-  Disconnect callback;
-  Scene scene{top};
-  CORBA::Environment own_ev;
 };
 
 }  // namespace
 
 TEST_F(Upcalls, RegistrationOfTheCallback) {
-  Disconnect other;
+  Callback other;
   expect_raised<CORBA::BAD_PARAM>([](auto& ev) { POAdisconnect::resetDisconnect(ev); });
   expect_raised<CORBA::BAD_PARAM>([&](auto& ev) { POAdisconnect::resetDisconnect(&other, ev); });
   POAdisconnect::setDisconnect(&callback, own_ev);
@@ -70,7 +48,7 @@ TEST_F(Upcalls, LostClients) {
               {"released", [](auto*) { return true; }, true}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    Disconnect asked;
+    Callback asked;
     asked.answer = row.answer;
     POAdisconnect::setDisconnect(row.answer ? &asked : nullptr, own_ev);
     Scene place(top);
@@ -107,7 +85,7 @@ TEST_F(Upcalls, ABrokenConnection) {
   ::shutdown(static_cast<int>(descriptor(scene)), SHUT_RDWR);
   EXPECT_EQ(client.get().substr(0, 12), "COMM_FAILURE");
   ASSERT_TRUE(asked.wait());
-  EXPECT_EQ(callback.asked, std::vector{scene.name + ":o"});
+  EXPECT_EQ(callback.objects, std::vector{scene.name + ":o"});
   call_poa_inst_lifespan();
   EXPECT_EQ(alive, 1);  // the request is still in it
   go_on.set();

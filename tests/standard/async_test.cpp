@@ -30,16 +30,6 @@ class AsyncTest : public CallsTest {
     list[0].name = "first";
     return list;
   }
-  /// The far object with that time limit for its calls.
-  Calls::Target_var limited(unsigned milliseconds) {
-    CORBA::Any value;
-    value <<= TimeBase::TimeT(milliseconds) * 10000;
-    CORBA::PolicyList list;
-    list.length(1);
-    list[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
-    const CORBA::Object_var object = there->_set_policy_overrides(list, CORBA::SET_OVERRIDE);
-    return Calls::Target::_unchecked_narrow(object);
-  }
 };
 
 TEST_F(AsyncTest, HandlersHearWhatOperationsGive) {
@@ -120,7 +110,7 @@ TEST_F(AsyncTest, BothTellWhatFailed) {
     EXPECT_EQ(ended(object->async_refuse("no", 3)), "Refused no 3");
     EXPECT_EQ(ended(object->async_fail()), "NO_PERMISSION 23");
   }
-  const Calls::Target_var quick = limited(40);
+  const Calls::Target_var quick = Calls::Target::_unchecked_narrow(limited(there, 40));
   quick->sendc_wait(hears);
   EXPECT_EQ(handler->heard(), "TIMEOUT 1");
   EXPECT_EQ(ended(quick->async_wait()), "TIMEOUT 1");

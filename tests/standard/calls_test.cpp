@@ -105,12 +105,7 @@ const Kind kinds[] = {
 class EveryKindOfCall : public CallsTest {
  protected:
   EveryKindOfCall() {
-    CORBA::PolicyList policies;
-    policies.length(2);
-    policies[0] = root->create_servant_retention_policy(PortableServer::NON_RETAIN);
-    policies[1] = root->create_request_processing_policy(PortableServer::USE_SERVANT_MANAGER);
-    const PortableServer::POAManager_var manager = root->the_POAManager();
-    poa_ = root->create_POA("forwarding", manager, policies);
+    poa_ = make_poa("forwarding", PortableServer::NON_RETAIN, PortableServer::USE_SERVANT_MANAGER);
     const PortableServer::ServantLocator_var locator = forwarding._this();
     poa_->set_servant_manager(locator);
   }
@@ -152,14 +147,8 @@ TEST_F(EveryKindOfCall, GivesTheSame) {
 }
 
 TEST_F(EveryKindOfCall, KeepsTheTimeLimitOfItsReference) {
-  CORBA::Any value;
-  value <<= TimeBase::TimeT(400000);  // 40 ms
-  CORBA::PolicyList list;
-  list.length(1);
-  list[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
   for (const Target_ptr object : {here.in(), there.in()}) {
-    const CORBA::Object_var limited = object->_set_policy_overrides(list, CORBA::SET_OVERRIDE);
-    const Calls::Target_var quick = Calls::Target::_unchecked_narrow(limited);
+    const Calls::Target_var quick = Calls::Target::_unchecked_narrow(limited(object, 40));
     for (const Kind& kind : kinds) {
       if (object == here.in() && kind.runs_here) continue;
       EXPECT_THROW(kind.waits(quick, *handler, hears), CORBA::TIMEOUT) << kind.name;

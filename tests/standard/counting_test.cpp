@@ -46,13 +46,6 @@ class Activator : public POA_PortableServer::ServantActivator {
 
 class CountingTest : public StandardTest {
  protected:
-  POA_var make_poa(const char* name, std::initializer_list<CORBA::Policy_ptr> policies) {
-    CORBA::PolicyList list;
-    list.length(static_cast<CORBA::ULong>(policies.size()));
-    CORBA::ULong at = 0;
-    for (CORBA::Policy_ptr policy : policies) list[at++] = policy;
-    return root->create_POA(name, PortableServer::POAManager::_nil(), list);
-  }
   Demo::Echo_ptr far_object(const char* key, CORBA::Object_ptr object) {
     orb->register_key(key, object);
     return Demo::Echo::_unchecked_narrow(CORBA::Object_var(orb->string_to_object(far(key).c_str())));
@@ -90,7 +83,7 @@ TEST_F(CountingTest, TheAdapterHoldsAnActiveServant) {
 }
 
 TEST_F(CountingTest, ADestroyedPOALetsGo) {
-  const POA_var poa = make_poa("counting", {});
+  const POA_var poa = make_poa("counting");
   {
     const ServantBase_var own = new Counted(going_);
     const ObjectId_var id = poa->activate_object(own);
@@ -101,9 +94,7 @@ TEST_F(CountingTest, ADestroyedPOALetsGo) {
 }
 
 TEST_F(CountingTest, ActivatorsReleaseWhatTheyMade) {
-  const POA_var poa =
-      make_poa("counting", {root->create_id_assignment_policy(PortableServer::USER_ID),
-                            root->create_request_processing_policy(PortableServer::USE_SERVANT_MANAGER)});
+  const POA_var poa = make_poa("counting", PortableServer::USER_ID, PortableServer::USE_SERVANT_MANAGER);
   Activator activator;
   poa->set_servant_manager(PortableServer::ServantActivator_var(activator._this()));
   for (const bool by_destroy : {false, true}) {
@@ -125,9 +116,7 @@ TEST_F(CountingTest, ActivatorsReleaseWhatTheyMade) {
 }
 
 TEST_F(CountingTest, DefaultServantsAndOwnCountersAreCountedToo) {
-  const POA_var poa =
-      make_poa("counting", {root->create_id_uniqueness_policy(PortableServer::MULTIPLE_ID),
-                            root->create_request_processing_policy(PortableServer::USE_DEFAULT_SERVANT)});
+  const POA_var poa = make_poa("counting", PortableServer::MULTIPLE_ID, PortableServer::USE_DEFAULT_SERVANT);
   OwnCount servant_of_own;
   poa->set_servant(&servant_of_own);
   EXPECT_EQ(servant_of_own.count, 1);
@@ -147,7 +136,7 @@ TEST_F(CountingTest, DefaultServantsAndOwnCountersAreCountedToo) {
   EXPECT_EQ(servant_of_own.count + next.count, 0);
 
   OwnCount refused;
-  const POA_var unique = make_poa("unique", {});
+  const POA_var unique = make_poa("unique");
   ObjectId_var first = unique->activate_object(&refused);
   EXPECT_THROW(unique->activate_object(&refused), PortableServer::POA::ServantAlreadyActive);
   EXPECT_EQ(refused.count, 1) << "nothing is held of what was refused";

@@ -484,13 +484,7 @@ TEST_F(InterceptorsTest, ACallThatReachesNobodyEndsByAnException) {
 }
 
 TEST_F(InterceptorsTest, ACallThatIsLateEndsByAnException) {
-  CORBA::Any value;
-  value <<= TimeBase::TimeT(50) * 10000;  // 50 ms
-  CORBA::PolicyList limit;
-  limit.length(1);
-  limit[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
-  const Object_var limited = far_echo(orb)->_set_policy_overrides(limit, CORBA::SET_OVERRIDE);
-  const Demo::Echo_var late = Demo::Echo::_unchecked_narrow(limited);
+  const Demo::Echo_var late = Demo::Echo::_unchecked_narrow(limited(far_echo(orb), 50));
   late->notes();
   log();
   EchoServant second;

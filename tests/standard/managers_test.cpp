@@ -94,20 +94,9 @@ using LocalLocator = Locator<PortableServer::ServantLocator, CORBA::LocalObject>
 
 class ManagersTest : public StandardTest {
  protected:
-  using Policies = std::initializer_list<CORBA::Policy_ptr>;
-  POA_var make_poa(const char* name, Policies policies,
-                   PortableServer::POAManager_ptr manager = PortableServer::POAManager::_nil()) {
-    CORBA::PolicyList list;
-    list.length(static_cast<CORBA::ULong>(policies.size()));
-    CORBA::ULong at = 0;
-    for (CORBA::Policy_ptr policy : policies) list[at++] = policy;
-    return root->create_POA(name, manager, list);
-  }
   /// A POA that asks a manager, and the Echo object of that id in it, over a socket.
   POA_var managed(PortableServer::ServantRetentionPolicyValue retention) {
-    return make_poa("managed", {root->create_id_assignment_policy(PortableServer::USER_ID),
-                                root->create_servant_retention_policy(retention),
-                                root->create_request_processing_policy(PortableServer::USE_SERVANT_MANAGER)});
+    return make_poa("managed", PortableServer::USER_ID, retention, PortableServer::USE_SERVANT_MANAGER);
   }
   Demo::Echo_var object(POA_ptr poa, const char* id) {
     const PortableServer::ObjectId_var oid = PortableServer::string_to_ObjectId(id);
@@ -236,8 +225,7 @@ class Nesting : public EchoServant {
 };
 
 TEST_F(ManagersTest, SingleThreadPOAsRunOneRequestAtATime) {
-  const POA_var single =
-      make_poa("single", {root->create_thread_policy(PortableServer::SINGLE_THREAD_MODEL)});
+  const POA_var single = make_poa("single", PortableServer::SINGLE_THREAD_MODEL);
   const PortableServer::Current_var current =
       PortableServer::Current::_narrow(Object_var(orb->resolve_initial_references("POACurrent")));
   Nesting nesting(current);
@@ -278,7 +266,7 @@ TEST_F(ManagersTest, EachPOAManagerHasAStateOfItsOwn) {
   EXPECT_EQ(PortableServer::POAManagerList_var(factory->list())->length(), before + 1);
   EXPECT_EQ(own->get_state(), POAManager::HOLDING);
 
-  const POA_var poa = make_poa("own", {}, own);
+  const POA_var poa = root->create_POA("own", own, CORBA::PolicyList());
   EchoServant servant_of_own;
   const PortableServer::ObjectId_var id = poa->activate_object(&servant_of_own);
   const Object_var reference = poa->id_to_reference(id);

@@ -145,6 +145,24 @@ TEST_F(OrbTest, OrbsAreIndependent) {
   EXPECT_EQ(echo->add(1, 1), 2);
 }
 
+// run() waits as long as it is open which of two ORBs will serve.
+TEST(TwoOrbs, WhoMayServeAtLastIsWoken) {
+  for (const bool by_the_others_end : {true, false}) {
+    const CORBA::ORB_var first = make_orb({}, "first"), second = make_orb({}, "second");
+    auto running = std::async(std::launch::async, [&] { second->run(); });
+    EXPECT_EQ(running.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    if (by_the_others_end) {
+      first->destroy();
+    } else {
+      EXPECT_FALSE(CORBA::is_nil(Object_var(second->resolve_initial_references("RootPOA"))));
+    }
+    second->shutdown(false);
+    EXPECT_EQ(running.wait_for(std::chrono::seconds(3)), std::future_status::ready);
+    if (!by_the_others_end) first->destroy();
+    second->destroy();
+  }
+}
+
 // ---- A loop of the program's own ----
 
 class LoopTest : public StandardTest {

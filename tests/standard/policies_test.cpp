@@ -13,15 +13,6 @@ class PoliciesTest : public StandardTest {
     set_all<CORBA::PolicyManager>("ORBPolicyManager", {});
   }
 
-  /// A list with that time limit.
-  CORBA::PolicyList limit(std::chrono::milliseconds ms) {
-    CORBA::Any value;
-    value <<= TimeBase::TimeT(ms.count()) * 10000;
-    CORBA::PolicyList list;
-    list.length(1);
-    list[0] = orb->create_policy(RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
-    return list;
-  }
   template <class Manager>
   void set_all(const char* name, const CORBA::PolicyList& list) {
     const CORBA::Object_var object = orb->resolve_initial_references(name);
@@ -47,10 +38,7 @@ TEST_F(PoliciesTest, TheNarrowestTimeLimitActs) {
     EXPECT_THROW(object->sleep_ms(0), CORBA::TIMEOUT);
     return std::chrono::steady_clock::now() - start;
   };
-  const auto limited_to = [&](long ms) {
-    const CORBA::Object_var object = far->_set_policy_overrides(limit(milliseconds(ms)), CORBA::SET_OVERRIDE);
-    return Demo::Echo::_narrow(object);
-  };
+  const auto limited_to = [&](long ms) { return Demo::Echo::_narrow(limited(far, ms)); };
   EXPECT_EQ(in_force(far), -1);
   const Demo::Echo_var quick = limited_to(60);
   EXPECT_EQ(in_force(quick), 60);
@@ -61,10 +49,10 @@ TEST_F(PoliciesTest, TheNarrowestTimeLimitActs) {
   const Demo::Echo_var duplicate = Demo::Echo::_duplicate(quick);
   EXPECT_GE(times_out(duplicate), milliseconds(60));
 
-  set_all<CORBA::PolicyManager>("ORBPolicyManager", limit(milliseconds(40)));
+  set_all<CORBA::PolicyManager>("ORBPolicyManager", time_limit_of(milliseconds(40)));
   EXPECT_EQ(in_force(far), 40);
   EXPECT_GE(times_out(far), milliseconds(40));
-  set_all<CORBA::PolicyCurrent>("PolicyCurrent", limit(milliseconds(80)));
+  set_all<CORBA::PolicyCurrent>("PolicyCurrent", time_limit_of(milliseconds(80)));
   EXPECT_EQ(in_force(far), 80);
   EXPECT_GE(times_out(far), milliseconds(80));
   EXPECT_EQ(std::async(std::launch::async, [&] { return in_force(far); }).get(), 40) << "of this thread only";
@@ -93,7 +81,7 @@ TEST_F(PoliciesTest, WrongOnesAreRefused) {
       EXPECT_EQ(e.reason, row.reason);
     }
   }
-  CORBA::PolicyList twice = limit(std::chrono::milliseconds(1));
+  CORBA::PolicyList twice = time_limit_of(std::chrono::milliseconds(1));
   twice.length(2);
   twice[1] = twice[0];
   EXPECT_THROW(echo->_set_policy_overrides(twice, CORBA::ADD_OVERRIDE), CORBA::BAD_PARAM);

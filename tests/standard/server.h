@@ -11,6 +11,7 @@
 
 #include "echo.h"
 #include "poa.h"
+#include "policy_list.h"
 
 /// Does what the interface says; tests look at what it saw.
 class EchoServant : public POA_Demo::Echo {
@@ -92,6 +93,25 @@ class StandardTest : public testing::Test {
     orb->register_key("Echo", echo);
     const CORBA::Object_var object = of->string_to_object(far("Echo").c_str());
     return Demo::Echo::_narrow(object);
+  }
+
+  /// A POA of these policies: make_poa("child", PortableServer::USER_ID, PortableServer::NON_RETAIN).
+  template <class... Policy>
+  PortableServer::POA_var make_poa(const char* name, Policy... values) {
+    return root->create_POA(name, PortableServer::POAManager::_nil(), policies(root.in(), values...));
+  }
+  /// A list with that limit for the time of a call.
+  CORBA::PolicyList time_limit_of(std::chrono::milliseconds ms) {
+    CORBA::Any value;
+    value <<= TimeBase::TimeT(ms.count()) * 10000;
+    CORBA::PolicyList list;
+    list.length(1);
+    list[0] = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, value);
+    return list;
+  }
+  CORBA::Object_var limited(CORBA::Object_ptr object, long milliseconds) {
+    return object->_set_policy_overrides(time_limit_of(std::chrono::milliseconds(milliseconds)),
+                                         CORBA::SET_OVERRIDE);
   }
 
   CORBA::ORB_var orb;

@@ -1,25 +1,13 @@
 // When requests begin to be served. Each test has a process of its own.
 #include <gtest/gtest.h>
 
-#include "echo.h"
+#include "any_echo.h"
 #include "orb_fixture.h"
 #include "policy_list.h"
 
 namespace {
 
 namespace ps = PortableServer;
-
-class Adder : public POA_Demo::Echo {
- public:
-  CORBA::Long add(CORBA::Long a, CORBA::Long b) override { return a + b; }
-  char* who() override { return nullptr; }
-  char* echo_string(const char*) override { return nullptr; }
-  Demo::Octets* echo_octets(const Demo::Octets&) override { return nullptr; }
-  void refuse(const char*, CORBA::Long) override {}
-  void note(const char*) override {}
-  CORBA::Long notes() override { return 0; }
-  void sleep_ms(CORBA::ULong) override {}
-};
 
 /// A call of this process: "held" when its time limit passed.
 std::string call(Demo::Echo* object) try {
@@ -37,7 +25,7 @@ struct Process {
   }
   ~Process() { orb->destroy(); }
   CORBA::ORB_var orb;
-  Adder adder;
+  AnyEcho adder;
 };
 
 TEST(Activation, AnActiveServantWaitsForTheManager) {

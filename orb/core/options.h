@@ -15,7 +15,7 @@ struct Options {
   std::vector<Endpoint> listen;  // -ORBListen HOST:PORT (repeatable; port 0 = any); empty: loopback, any port
   std::vector<Endpoint> publish;  // -ORBPublish HOST[:PORT] (repeatable; no port = the port listened on)
   uint32_t threads = 0;           // -ORBThreads N: requests run at once; 0: chosen from the cores, at least 4
-  uint32_t pinned_threads = 256;   // -ORBPinnedThreads N: that stay with a busy connection each
+  uint32_t pinned_threads = 256;  // -ORBPinnedThreads N: that stay with a busy connection each
   uint32_t queue = 1024;          // -ORBQueue N: requests that may wait, for a thread and while held, each
   uint32_t max_message = 16u << 20;  // -ORBMaxMessage OCTETS
   uint32_t max_memory = 0;  // -ORBMaxMemory MEBIBYTES of all that is in flight; 0 = a quarter of the machine

@@ -383,14 +383,14 @@ void Engine::run(Worker& worker, ServerRequest& request, After after) {
   Apart apart = Apart::take(&request.cdr);  // never of a call of this process
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
-  if (after == After::GiveBack) give_back_early(worker);
+  if (after == After::GiveBack && !apart && reply.size() < counted_from) give_back_early(worker);
   if (request.connection && request.head.response_expected)
     send_reply(*request.connection, &reply, std::move(apart));
   if (left_behind) report_loss(*request.connection);
   reuse(&worker.reply, &reply);
 }
 
-// The servant is done. While the thread sends, another one may run a request.
+// The servant is done, and the reply small. While the thread sends, another one may run a request.
 void Engine::give_back_early(Worker& worker) {
   worker.slot.give_back();
   if (waiting_.any()) worker.slot = slots_.take();

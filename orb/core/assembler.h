@@ -41,6 +41,10 @@ class Assembler {
   /// Whether next() has something to do before more octets come.
   bool more() const;
 
+  /// Nothing is left, of octets or of much memory: next() has nothing to do before more come.
+  bool at_rest() const {
+    return start_ == stream_.size() && needed_ <= giop::header_size && stream_.capacity() < large_from;
+  }
   /// Octets of messages that are not complete.
   std::size_t incomplete() const { return have() + unfinished_octets_; }
   bool in_fragments() const { return !unfinished_.empty(); }

@@ -305,6 +305,7 @@ void ClientConnection::take_messages() {
       log_bad_input(header, wrong);
       return fail_all(fault::bad_reply, false);
     }
+    if (assembler_.at_rest()) return;
   }
 }
 
@@ -399,18 +400,18 @@ void ClientConnection::retire() {
 
 /// Keeps SO_RCVTIMEO close to the time left; too short costs a turn of the loop, too long a late TIMEOUT.
 void ClientConnection::set_receive_limit(Deadline deadline, Clock::time_point now) {
-  microseconds wanted{0};
+  Clock::duration wanted{0};
   if (deadline != Deadline::max()) {
-    const auto left = std::chrono::ceil<microseconds>(deadline - now);
-    wanted = std::max<microseconds>(left, milliseconds(1));
-    if (limit_ >= wanted / 2 && limit_ <= wanted + limit_slack && limit_.count() != 0) return;
+    wanted = std::max<Clock::duration>(deadline - now, milliseconds(1));
+    if (limit_ >= wanted / 2 && limit_ <= wanted + limit_slack) return;
   } else if (limit_.count() == 0) {
     return;
   }
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(wanted);
+  const auto rounded = std::chrono::ceil<microseconds>(wanted);
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(rounded);
   timeval value{};
   value.tv_sec = static_cast<time_t>(seconds.count());
-  value.tv_usec = static_cast<suseconds_t>((wanted - seconds).count());
+  value.tv_usec = static_cast<suseconds_t>((rounded - seconds).count());
   if (::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &value, sizeof value) == 0) limit_ = wanted;
 }
 

@@ -159,7 +159,7 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
   std::deque<uint32_t> cancelled_ ZR_GUARDED_BY(mutex_);  // ids whose reply may still come
   Reply incoming_ ZR_GUARDED_BY(mutex_);                  // the one being taken; its memory goes round
   Assembler assembler_;
-  std::chrono::microseconds limit_{0};  // the SO_RCVTIMEO in force; 0: none
+  Clock::duration limit_{0};  // the SO_RCVTIMEO in force; 0: none
 };
 
 /// Milliseconds until the deadline for poll(): rounded up, -1 for never, 0 once it has passed.

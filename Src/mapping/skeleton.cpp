@@ -33,15 +33,14 @@ X* initial_reference(const char* name, CORBA::Environment& ev) {
 POA* root_poa(CORBA::Environment& ev) { return initial_reference<POA>("RootPOA", ev); }
 
 /// The object that this thread's request is for.
-CORBA::Object* called_object(ServantBase& servant, CORBA::Environment& ev) {
+CORBA::Object* called_object(CORBA::Environment& ev) {
   const Current_var current = initial_reference<Current>("POACurrent", ev);
   const POA_var poa = current->get_POA(ev);
   const ObjectId_var id = current->get_object_id(ev);
   try {
     return poa->id_to_reference(id, ev);
   } catch (const CORBA::UserException&) {  // served without being active: by a default servant or a locator
-    ev.clear();
-    return poa->create_reference_with_id(id, servant._primary_interface(id, poa, ev), ev);
+    return current->get_reference(ev);
   }
 }
 
@@ -67,7 +66,7 @@ POA* Skeleton::_default_POA() {
 }
 
 CORBA::Object* Skeleton::_reference(CORBA::Environment& ev) {
-  if (Upcall::of(this)) return called_object(*this, ev);
+  if (Upcall::of(this)) return called_object(ev);
   POA_var poa = _default_POA();
   if (CORBA::is_nil(poa.in())) poa = root_poa(ev);
   try {

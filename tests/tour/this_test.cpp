@@ -45,6 +45,12 @@ TEST(This, IsTheObjectThatWasCalled) {
     expect_knows_itself(CORBA::Object_var(poa->create_reference_with_id(id.in(), Demo::Echo::repository_id)));
   }
   poa->destroy(0, 1);
+
+  const ps::POA_var rows =
+      root->create_POA("rows", nullptr, policies(root, ps::MULTIPLE_ID, ps::USE_DEFAULT_SERVANT));
+  rows->set_servant(&standing_in);
+  expect_knows_itself(CORBA::Object_var(rows->create_reference(Demo::Echo::repository_id)));
+  rows->destroy(0, 1);
   orb->destroy();
 }
 

@@ -291,18 +291,16 @@ CORBA::Object* PortableServer_POA_impl::id_to_reference(const ObjectId& oid, COR
 
 void POA::set_incarnation_limit(CORBA::ULong most, CORBA::Environment& ev) {
   ev.clear();
-  const POAInfoPtr record = POAInfo::findPOAInfo(this, ev);
-  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
-  record->set_incarnation_limit(most, ev);
+  on_record(this, ev, nullptr, [&](POAInfo& record) { record.set_incarnation_limit(most, ev); });
 }
 
 CORBA::OctetSeq* POA::id(CORBA::Environment& ev) {
   ev.clear();
-  const POAInfoPtr record = POAInfo::findPOAInfo(this, ev);
-  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
-  constexpr auto size = static_cast<CORBA::ULong>(sizeof record->identity);
-  auto octets = std::make_unique<CORBA::OctetSeq>(size);
-  octets->length(size);
-  std::memcpy(octets->get_buffer(), &record->identity, size);
-  return octets.release();
+  return on_record(this, ev, nullptr, [](const POAInfo& record) {
+    constexpr auto size = static_cast<CORBA::ULong>(sizeof record.identity);
+    auto octets = std::make_unique<CORBA::OctetSeq>();
+    octets->length(size);
+    std::memcpy(octets->get_buffer(), &record.identity, size);
+    return octets.release();
+  });
 }

@@ -83,6 +83,7 @@ TEST_F(Memory, LookingAtTheTree) {
   const auto whole = [&] { EXPECT_EQ(POAList_var(top->the_children())->length(), 2u); };
   sweep([&](auto& ev) { POA_var found = top->find_POA("A", false, ev); }, whole);
   sweep([&](auto& ev) { POAList_var list = top->the_children(ev); }, whole);
+  sweep([&](auto& ev) { const CORBA::OctetSeq_var id = top->id(ev); }, whole);
 }
 
 // No servant is handed over without its id, and none is forgotten.

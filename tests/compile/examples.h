@@ -50,6 +50,7 @@ CORBA::Long amount = 0;
 CORBA::Long balance = 0;
 CORBA::Octet octets[4];
 Session* session = nullptr;
+CORBA::Any any;
 Accounts accounts;
 PortableServer::ForwardRequest forward;
 

@@ -12,6 +12,14 @@
 // Generated code adds the operators of its own types: for a struct T `any <<= value` copies, `any <<= pointer` takes
 // over what was made with new, and `any >>= pointer` (a const T*) lends. Types that C++ does not tell apart go by
 // from_... and to_..., as below.
+//
+//   Bank::Entry entry;
+//   entry.text = "rent", entry.amount = -500;
+//   any <<= entry;
+//   const Bank::Entry* found = nullptr;
+//   if (any >>= found) std::cout << found->text.in() << std::endl;  // the Any's own
+//
+// For a type that is not known when the program is compiled, type() says what is there (corba/typecode.h).
 #pragma once
 
 #include <concepts>
@@ -248,7 +256,7 @@ struct ZRSVCPP_API ValueOpsOf {
   static constexpr ValueOps ops{copy, destroy, move};
 };
 
-/// User exceptions: E has `repository_id`, and Wire<E> when it has members.
+/// User exceptions: E has `repository_id`, and Wire<E> when it has members. They travel as their id and their members.
 template <class E>
 struct ZRSVCPP_API ExceptionOpsOf {
   static bool move_members([[maybe_unused]] CDR* cdr, [[maybe_unused]] E& e) {
@@ -321,7 +329,11 @@ void any_insert_reference(Any& any, const TypeCode_var& type, X** cell) {
   delete cell;
   any_insert_owned_reference(any, type, reference);
 }
-/// Copies a user exception, for ServerRequest::set_exception.
+/// Copies a user exception, for ServerRequest::set_exception. Exceptions of generated code have an operator of their
+/// own:
+///
+///   CORBA::Any any;
+///   any <<= Bank::Overdrawn(20);
 template <class E>
 void any_insert_exception(Any& any, const TypeCode_var& type, const E& exception) {
   any.adopt(type.in(), new E(exception), ExceptionOpsOf<E>::ops);

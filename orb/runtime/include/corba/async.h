@@ -1,5 +1,9 @@
 // Asynchronous calls (CORBA Messaging, "Asynchronous Method Invocation"): what poaidl --async makes of operations stands on
-// this. A call is sent and goes on without a thread; its reply is taken by a thread of the library.
+// this. A call is sent and goes on without a thread; its reply is taken by a thread of the library. Programs name
+// Messaging::ExceptionHolder of all this, and call the functions that the generated code has:
+//
+//   std::future<CORBA::Long> later = account->async_get_balance();
+//   balance = later.get();  // waits, and throws what the call ended with
 #pragma once
 
 #include <array>
@@ -39,7 +43,8 @@ class ZRSVCPP_API ExceptionHolder : public virtual CORBA::LocalObject {
   explicit ExceptionHolder(const CORBA::idl::ExceptionList& listed) : listed_(listed) {}
   ~ExceptionHolder() override;
 
-  /// Throws it: a system exception, or a user exception of the operation.
+  /// Throws it: a system exception, or a user exception of the operation. As often as one likes; MARSHAL where it does not
+  /// decode.
   [[noreturn]] void raise_exception();
   /// The same; a user exception that the list has as an UnknownUserException. Others are UNKNOWN.
   [[noreturn]] void raise_exception_with_list(CORBA::ExceptionList* exceptions);
@@ -81,6 +86,8 @@ struct Type<exception_holder<E...>> {
   };
   using InArg = PointerArg<Holder*, Own, Holder*>;
 };
+
+// ---- For generated code from here on --------------------------------------------------------------------------
 
 /// Stands in a call for an out parameter.
 struct Nothing {};
@@ -146,6 +153,7 @@ constexpr auto result_types = [] {
   return list;
 }();
 
+/// What sendc_f does: sends, and has the reply become a call of the handler.
 template <class Class, class R, class... A, class... P>
 void sendc(Object* self, const operation<Class, R(A...)>& row, Object* handler, P&&... argument) {
   void* const slots[] = {nullptr, slot_of<A>(argument)...};
@@ -207,6 +215,7 @@ class FutureCall final : public AsyncCall {
   std::promise<Value> promise_;
 };
 
+/// What async_f does: sends, and gives the future. Never throws but std::bad_alloc.
 template <class Value, class Class, class R, class... A, class... P>
 std::future<Value> future(Object* self, const operation<Class, R(A...)>& row, P&&... argument) {
   auto call = std::make_unique<FutureCall<Value, R, A...>>(self, row);

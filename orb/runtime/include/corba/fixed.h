@@ -40,10 +40,14 @@ class ZRSVCPP_API Fixed {
   operator LongLong() const;
   /// The nearest one.
   operator LongDouble() const;
-  /// "-12.50"; the caller frees it with string_free.
+  /// "-12.50", with all digits behind the point that there are; the caller frees it with string_free.
   char* to_string() const;
 
-  /// With at most that many digits behind the point: half away from zero, or cut off.
+  /// With at most that many digits behind the point: half away from zero, or cut off. A number with fewer stays as it
+  /// is.
+  ///
+  ///   CORBA::Fixed third = CORBA::Fixed(1) / 3;
+  ///   CORBA::String_var text = third.round(2).to_string();  // "0.33"
   Fixed round(UShort scale) const;
   Fixed truncate(UShort scale) const;
 
@@ -57,6 +61,7 @@ class ZRSVCPP_API Fixed {
   /// 1.50 equals 1.5.
   std::strong_ordering compare(const Fixed& o) const;
 
+  /// As above; where they raise, this stays as it was.
   Fixed& operator+=(const Fixed& o) { return *this = plus(o); }
   Fixed& operator-=(const Fixed& o) { return *this = minus(o); }
   Fixed& operator*=(const Fixed& o) { return *this = times(o); }
@@ -70,6 +75,7 @@ class ZRSVCPP_API Fixed {
   bool operator!() const { return high_ == 0 && low_ == 0; }
 
   /// How many digits there are, and how many of them behind the point.
+  /// 12.50 has four, two of them behind the point; 0 has one.
   UShort fixed_digits() const;
   UShort fixed_scale() const { return scale_; }
   /// How many digits stand before the point; none of 0.5.
@@ -112,11 +118,14 @@ requires FixedOperands<A, B> std::strong_ordering operator<=>(const A& a, const 
 
 /// Packed decimal, by the stream's direction: digits / 2 + 1 octets, two digits each, the last half a sign (C or D).
 /// Encoding cuts off digits behind the scale; it fails, as does decoding what is no such number, where the stream
-/// becomes `unconvertible`.
+/// becomes `unconvertible`. (CORBA, "Fixed-Point Decimal Type".)
 ZRSVCPP_API bool cdr_CORBA_Fixed(CDR* cdr, Fixed& value, UShort digits, Short scale);
 
 /// An IDL type fixed<Digits, Scale>: assigning cuts off digits behind the scale, and raises DATA_CONVERSION for
-/// what has too many before it.
+/// what has too many before it. Computing gives a Fixed, with as many digits as there are; assigning it checks again.
+///
+///   CORBA::FixedType<5, 2> price = CORBA::Fixed("19.999");  // 19.99
+///   price = price + 1;
 template <UShort Digits, Short Scale>
 class FixedType : public Fixed {
  public:

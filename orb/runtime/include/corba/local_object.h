@@ -21,7 +21,9 @@ namespace CORBA {
 class ZRSVCPP_API LocalObject : public virtual Object {
  public:
   static LocalObject* _nil() { return nullptr; }
+  /// The same object, counted once more; nil for nil.
   static LocalObject* _duplicate(LocalObject* object);
+  /// The same, nil for an object that is not local.
   static LocalObject* _narrow(Object* object);
 
   /// Programs that count in a way of their own override all three.

@@ -47,9 +47,12 @@ class ZRSVCPP_API Object : public Allocated {
   /// Gives the handle back, if there is one.
   virtual ~Object();
 
+  // For the library and for stubs; programs of the mapping have no use for handles.
+
   /// Stores the handle, which the wrapper owns from then on; the one stored before is neither released nor
   /// returned.
   void set_ref(void* handle) { _ptr = handle; }
+  /// The handle, still the wrapper's; null when there is none.
   void* get_ref() const { return _ptr; }
 
   static Object* _nil() { return nullptr; }
@@ -181,7 +184,8 @@ class ObjectVar : public _var {
 
 using Object_var = ObjectVar<Object>;
 
-/// What the interface repository knows of an interface: that it exists, under which id.
+/// What the interface repository knows of an interface: that it exists, under which id. It answers what every object
+/// answers, and nothing else.
 class ZRSVCPP_API InterfaceDef : public virtual Object {
  public:
   static InterfaceDef* _nil() { return nullptr; }

@@ -11,6 +11,7 @@
 
 namespace CORBA {
 
+// One row a sequence: its name before "Seq", and the descriptor of its element (corba/idl_types.h).
 // clang-format off
 #define CORBA_EACH_SEQUENCE(DO)                                                                      \
   DO(Any, Any) DO(Boolean, Boolean) DO(Char, Char) DO(WChar, WChar) DO(Short, Short)                 \

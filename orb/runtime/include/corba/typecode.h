@@ -101,6 +101,8 @@ class ZRSVCPP_API TypeCode : public Allocated {
   /// How deep types may be nested in one another; a type that contains itself counts once.
   static constexpr ULong max_depth = 64;
 
+  // For generated code, which defines constants, and for create_named_tc.
+
   /// A member of a struct, an exception, a union, an enum (without a type) or a value.
   struct Member {
     const char* name = "";
@@ -154,12 +156,14 @@ class ZRSVCPP_API TypeCode : public Allocated {
   /// Of structs, exceptions, unions, values and enums; BadKind for others, Bounds for an index at or past the
   /// count.
   ULong member_count(CORBA_ENV) const;
+  /// "" where a peer sent no names.
   const char* member_name(ULong index, CORBA_ENV) const;
   /// Not of enums.
   TypeCode* member_type(ULong index, CORBA_ENV) const;
   /// Of unions: a value of the discriminator's type, a zero octet for the default member; the caller deletes it. A
   /// member with several labels counts once for each.
   Any* member_label(ULong index, CORBA_ENV) const;
+  /// Of unions, as the two around it.
   TypeCode* discriminator_type(CORBA_ENV) const;
   /// The index of the default member, or -1.
   Long default_index(CORBA_ENV) const;

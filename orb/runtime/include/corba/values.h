@@ -98,7 +98,11 @@ class ValueOut {
 };
 
 /// T_var of a type of fixed length (numbers, enums, and structs and arrays of these alone): the value itself, default
-/// at first. A pointer that it is made of is taken over: the value is copied, and the pointer deleted.
+/// at first. A pointer that it is made of is taken over: the value is copied, and the pointer deleted. It is never
+/// null, and out() is the value itself.
+///
+///   Bank::Point_var point = Bank::Point{1.0, 2.0};
+///   point->x = 3.0;
 template <class T>
 class FixedVar {
  public:
@@ -144,6 +148,7 @@ class ObjectOut {
  private:
   X*& place_;
 };
+// void find(CORBA::Object_out found): what an operation of the ORB gives as an Object.
 using Object_out = ObjectOut<Object>;
 
 /// A new reference of what `reference` refers to. Where this is called X need not be complete yet.
@@ -161,6 +166,7 @@ X* duplicated(X* reference) {
 template <class Tag>
 using ArraySlice = std::remove_extent_t<typename Tag::Array>;
 
+/// Element by element; those that own something copy it.
 template <class A>
 void array_copy(A& to, const A& from) {
   if constexpr (std::is_array_v<std::remove_extent_t<A>>) {
@@ -201,12 +207,20 @@ ArraySlice<Tag>* array_dup(const ArraySlice<Tag>* slice) {
   return copy;
 }
 
-/// Owns one array on the heap, null at first; copies are deep. While it is null there are no elements.
+/// Owns one array on the heap, null at first; copies are deep. While it is null there are no elements, and an index
+/// past the array's length is the program's mistake: nobody looks.
+///
+///   Bank::Row_var row = Bank::Row_alloc();      // three zeros
+///   row[0] = 7;
+///   Bank::Row_var copy = Bank::Row_dup(row.in());
+///   Bank::Row_slice* mine = row._retn();        // the caller's now
+///   Bank::Row_free(mine);
 template <class Tag>
 class ArrayVar {
  public:
   using Slice = ArraySlice<Tag>;
   ArrayVar() = default;
+  /// Takes over an array of array_alloc or array_dup.
   ArrayVar(Slice* slice) : slice_(slice) {}
   ArrayVar(const ArrayVar& o) : slice_(array_dup<Tag>(o.slice_)) {}
   ~ArrayVar() { array_free<Tag>(slice_); }
@@ -219,6 +233,7 @@ class ArrayVar {
   Slice& operator[](ULong i) { return slice_[i]; }
   const Slice& operator[](ULong i) const { return slice_[i]; }
   operator Slice*&() { return slice_; }
+  /// Lends the array: read only, and to be changed in place.
   const Slice* in() const { return slice_; }
   Slice* inout() { return slice_; }
   /// The place of a new array; of an array of fixed length the array itself, made when there is none.
@@ -231,6 +246,7 @@ class ArrayVar {
       return static_cast<Slice*&>(slice_);
     }
   }
+  /// Hands it over: the caller frees it with array_free.
   Slice* _retn() { return std::exchange(slice_, nullptr); }
 
  private:
@@ -271,6 +287,7 @@ class ArrayForany {
   Slice& operator[](ULong i) const { return slice_[i]; }
   operator Slice*() const { return slice_; }
   Slice* in() const { return slice_; }
+  /// Whether an insertion takes the array over.
   Boolean nocopy() const { return nocopy_; }
 
  private:

@@ -150,6 +150,10 @@ using POAManager_ptr = POAManager*;
 POA_VAR_CLASS(POAManager_var, CORBA::ObjectVar<POAManager>)
 
 /// Managers, as POAManagerFactory::list gives them: an element owns its reference.
+///
+///   PortableServer::POAManagerFactory_var factory = root->the_POAManagerFactory();
+///   PortableServer::POAManagerList_var all = factory->list();
+///   for (CORBA::ULong i = 0; i < all->length(); ++i) all[i]->activate();
 class POA_API POAManagerList : public CORBA::Sequence<POAManager_var> {
  public:
   using Sequence::Sequence;

@@ -61,7 +61,7 @@ class POA_API ServantBase : public CORBA::Allocated {
   virtual CORBA::Boolean invoke(CORBA::ServerRequest* request, CORBA::Environment& ev);
   /// The repository id of the object `oid`; the text lives until the process ends (a literal), for the
   /// library keeps it. `poa` may be nil: the library asks for the class of objects then. Null where there is no
-  /// skeleton: making a reference ends with BAD_PARAM.
+  /// skeleton, and no reference can be made then.
   virtual const char* _primary_interface(const ObjectId& oid, POA* poa, CORBA_ENV);
   /// The skeletons of the three operations that every object has: `request` is the ORB core's request, the other
   /// pointers are not looked at. True when the request has been served.

@@ -36,7 +36,8 @@ class ZRSVCPP_API Context : public virtual LocalObject {
   static Context* _nil() { return nullptr; }
   static Context* _duplicate(Context* p) { return idl::duplicate_local(p); }
 
-  /// Both stay the context's own; the parent is nil for one that has none.
+  /// The name that it was made with, "" for the process's own. Both stay the context's own; the parent is nil for one
+  /// that has none.
   const char* context_name() const { return name_.c_str(); }
   Context* parent() const { return parent_.in(); }
   /// A new context in this one, for the caller to release; it keeps this one alive.
@@ -47,7 +48,7 @@ class ZRSVCPP_API Context : public virtual LocalObject {
   /// All of the list, or none; flags say nothing. BAD_PARAM for a nil list, an empty name, and a value that is no
   /// string.
   void set_values(NVList* values, CORBA_ENV);
-  /// Those of this context that fit the pattern. BAD_CONTEXT when none does.
+  /// Those of this context that fit the pattern, not those around it. BAD_CONTEXT when none does.
   void delete_values(const char* pattern, CORBA_ENV);
   /// A new list of the values that fit, of this context and those around it, the nearest of each name; the caller
   /// releases it. Where `start_scope` is not empty the search begins at the first context of that name.

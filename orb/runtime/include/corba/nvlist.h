@@ -56,11 +56,12 @@ class ZRSVCPP_API NVList : public virtual LocalObject {
 
   /// How many arguments there are, in and out.
   ULong count() const { return static_cast<ULong>(items_.size()); }
-  /// Append an argument: one without a value, or with a copy of `value`. BAD_PARAM for flags other than ARG_....
+  /// Append an argument: one without a value, or with a copy of `value`. BAD_PARAM for flags other than ARG_.... A null
+  /// name is an empty one.
   NamedValue* add(Flags flags, CORBA_ENV) { return add_value("", Any(), flags, ev); }
   NamedValue* add_item(const char* name, Flags flags, CORBA_ENV) { return add_value(name, Any(), flags, ev); }
   NamedValue* add_value(const char* name, const Any& value, Flags flags, CORBA_ENV);
-  /// The same, which frees what it is given.
+  /// The same, which frees what it is given: the name with string_free, the value with delete. Also where it raises.
   NamedValue* add_item_consume(char* name, Flags flags, CORBA_ENV);
   NamedValue* add_value_consume(char* name, Any* value, Flags flags, CORBA_ENV);
   /// Bounds for an index at or past the count.

@@ -30,7 +30,8 @@ class Request;
 using PolicyType = ULong;
 /// A text that whoever gets it frees with string_free.
 using RepositoryId = char*;
-/// Whether new overrides take the place of the old ones, or come beside them.
+/// Whether new overrides take the place of the old ones, or come beside them. One of a type that is overridden already
+/// takes its place either way.
 enum SetOverrideType : ULong { SET_OVERRIDE = 0, ADD_OVERRIDE = 1 };
 
 /// An object reference as programs hold it: a wrapper that owns one handle of the ORB core. Virtual base of every
@@ -80,7 +81,7 @@ class ZRSVCPP_API Object : public Allocated {
   /// The id of the object's interface: that of the reference, or, where it has none, the object is asked. The
   /// caller frees it.
   char* _repository_id(CORBA_ENV);
-  /// The component that the object belongs to, nil when it belongs to none.
+  /// The component that the object belongs to, as a new reference, nil when it belongs to none. The object is asked.
   Object* _get_component(CORBA_ENV);
   /// True when the object can be reached under the policies in force; a failure to reach it is raised.
   /// `inconsistent` gets a new list of the policies that forbid it, which is empty.

@@ -57,6 +57,14 @@ using PolicyErrorCode = Short;
 inline constexpr PolicyErrorCode BAD_POLICY = 0, UNSUPPORTED_POLICY = 1, BAD_POLICY_TYPE = 2,
                                  BAD_POLICY_VALUE = 3, UNSUPPORTED_POLICY_VALUE = 4;
 /// What ORB::create_policy raises.
+///
+///   CORBA::Any text;
+///   text <<= "soon";
+///   try {
+///     CORBA::Policy_var policy = orb->create_policy(Messaging::RELATIVE_RT_TIMEOUT_POLICY_TYPE, text);
+///   } catch (const CORBA::PolicyError& e) {
+///     if (e.reason == CORBA::BAD_POLICY_VALUE) std::cerr << "a TimeT is wanted" << std::endl;
+///   }
 class ZRSVCPP_API PolicyError : public UserExceptionOf<PolicyError> {
  public:
   static constexpr const char* repository_id = "IDL:omg.org/CORBA/PolicyError:1.0";
@@ -87,7 +95,7 @@ class ZRSVCPP_API PolicyManager : public LocalObject {
   static PolicyManager* _duplicate(PolicyManager* p) { return idl::narrow_local<PolicyManager>(p); }
   static PolicyManager* _narrow(Object* object) { return idl::narrow_local<PolicyManager>(object); }
 
-  /// The overrides of those types, of all types for an empty list; the caller frees the list.
+  /// The overrides of those types, of all types for an empty list, as copies; the caller frees the list.
   virtual PolicyList* get_policy_overrides(const PolicyTypeSeq& types, CORBA_ENV) = 0;
   /// As Object::_set_policy_overrides, for all references, from the next call on; the policies are copied.
   /// InvalidPolicies, BAD_PARAM (OMGVMCID | 30) for two of one type; nothing changes then.
@@ -97,7 +105,12 @@ using PolicyManager_ptr = PolicyManager*;
 using PolicyManager_var = ObjectVar<PolicyManager>;
 
 /// The policies of the calls of the thread that asks (initial reference "PolicyCurrent"), of whatever ORB. One object
-/// answers all threads, each for itself.
+/// answers all threads, each for itself. They stay until the thread ends or takes them back, which an empty list does:
+///
+///   CORBA::Object_var found = orb->resolve_initial_references("PolicyCurrent");
+///   CORBA::PolicyCurrent_var mine = CORBA::PolicyCurrent::_narrow(found.in());
+///   mine->set_policy_overrides(list, CORBA::SET_OVERRIDE);                 // for the calls that follow
+///   mine->set_policy_overrides(CORBA::PolicyList(), CORBA::SET_OVERRIDE);  // as before
 class ZRSVCPP_API PolicyCurrent : public PolicyManager {
  public:
   static PolicyCurrent* _nil() { return nullptr; }

@@ -187,6 +187,19 @@ using ClientRequestInterceptor_ptr = ClientRequestInterceptor*;
 using ClientRequestInterceptor_var = CORBA::ObjectVar<ClientRequestInterceptor>;
 
 /// Sees requests for the objects of the ORB that has the server side, also those that the process makes itself.
+///
+///   class Log : public PortableInterceptor::ServerRequestInterceptor {
+///     char* name() override { return CORBA::string_dup("log"); }
+///     void destroy() override {}
+///     void receive_request_service_contexts(PortableInterceptor::ServerRequestInfo_ptr) override {}
+///     void receive_request(PortableInterceptor::ServerRequestInfo_ptr) override {}
+///     void send_reply(PortableInterceptor::ServerRequestInfo_ptr info) override {
+///       CORBA::String_var operation = info->operation();
+///       std::clog << operation.in() << " went well" << std::endl;
+///     }
+///     void send_exception(PortableInterceptor::ServerRequestInfo_ptr) override {}
+///     void send_other(PortableInterceptor::ServerRequestInfo_ptr) override {}
+///   };
 class ZRSVCPP_API ServerRequestInterceptor : public virtual Interceptor {
   CORBA_LOCAL_INTERFACE(ServerRequestInterceptor)
 
@@ -204,7 +217,12 @@ using ServerRequestInterceptor_ptr = ServerRequestInterceptor*;
 using ServerRequestInterceptor_var = CORBA::ObjectVar<ServerRequestInterceptor>;
 
 /// Values that go along with a thread's work (initial reference "PICurrent"): a client interceptor sees those of the
-/// calling thread, a servant those that server interceptors set for its request.
+/// calling thread, a servant those that server interceptors set for its request. One object answers all threads.
+///
+///   CORBA::Object_var found = orb->resolve_initial_references("PICurrent");
+///   PortableInterceptor::Current_var current = PortableInterceptor::Current::_narrow(found.in());
+///   PortableInterceptor::SlotId slot = 0;  // that ORBInitInfo::allocate_slot_id gave
+///   CORBA::Any_var value = current->get_slot(slot);
 class ZRSVCPP_API Current : public virtual CORBA::Current, public virtual CORBA::LocalObject {
   CORBA_LOCAL_INTERFACE(Current)
 

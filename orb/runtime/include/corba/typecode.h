@@ -147,6 +147,7 @@ class ZRSVCPP_API TypeCode : public Allocated {
   Boolean equivalent(const TypeCode* other, CORBA_ENV) const;
   /// The same type without the names of types and members; ids stay. BAD_TYPECODE for a type that is not
   /// complete.
+  /// Shorter on the wire, and still equivalent.
   TypeCode* get_compact_typecode(CORBA_ENV) const;
 
   /// The repository id ("IDL:Bank/Entry:1.0") and the last name in it, "" where a peer sent none; the TypeCode's own.
@@ -228,7 +229,8 @@ class ZRSVCPP_API TypeCode : public Allocated {
   bool open_ = false;       // contains a create_recursive_tc
 };
 
-/// Gives one count back; null is allowed.
+/// Gives one count back; null is allowed, and so is a constant, of which nothing is counted. The last count of a type
+/// that was created frees it, with its parts.
 ZRSVCPP_API void release(TypeCode* type);
 inline Boolean is_nil(const TypeCode* type) { return type == nullptr; }
 

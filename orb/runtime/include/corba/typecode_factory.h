@@ -13,12 +13,12 @@ namespace CORBA {
 struct StructMember {
   String_var name;
   TypeCode_var type;
-  Object_var type_def;  // of an interface repository: not used
+  Object_var type_def;  ///< of an interface repository: not used
 };
 /// A member of a union, one a label.
 struct UnionMember {
   String_var name;
-  Any label;  // a value of the discriminator's type, or a zero octet for the default member
+  Any label;  ///< a value of the discriminator's type, or a zero octet for the default member
   TypeCode_var type;
   Object_var type_def;
 };

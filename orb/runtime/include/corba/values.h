@@ -128,6 +128,8 @@ class FixedVar {
 
 /// An out parameter of interface X: the caller's pointer, nil at first. What a servant puts there is a reference that
 /// the caller releases: a plain pointer is taken over, an X_var duplicated.
+///
+///   void find(CORBA::ObjectOut<CORBA::Object> found) { found = CORBA::Object::_duplicate(object); }
 template <class X>
 class ObjectOut {
  public:

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "orb_fixture.h"
-#include "poa.h"
+#include "poa/mapping.h"
 
 namespace {
 
@@ -78,6 +78,28 @@ TEST(POALists, GrowingAndCopyingKeepValidReferences) {
   POAList& self = list;
   list = self;
   expect_valid(list);
+}
+
+TEST(Sequences, WhatALengthLeavesOutDoesNotComeBack) {
+  CORBA::StringSeq texts;
+  texts.length(2);
+  texts[0u] = "kept", texts[1] = "left out";
+  texts.length(1);
+  texts.length(2);
+  EXPECT_STREQ(texts[0u], "kept");
+  EXPECT_STREQ(texts[1], "");
+  CORBA::AnySeq values;
+  values.length(1);
+  values[0u] <<= CORBA::Long(1);
+  values.length(0);
+  values.length(1);
+  EXPECT_EQ(CORBA::TypeCode_var(values[0u].type())->kind(), CORBA::tk_null);
+
+  CORBA::String_var mine = "mine";
+  char* lent[] = {mine.inout()};
+  CORBA::StringSeq view(1, 1, lent, false);
+  view.length(0);
+  EXPECT_STREQ(lent[0], "mine") << "a lent buffer is left alone";
 }
 
 template <class Var, class Sequence>

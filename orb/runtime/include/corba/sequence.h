@@ -59,6 +59,14 @@ struct PlainElements {
         reinterpret_cast<Single*>(to)[i] = reinterpret_cast<const Single*>(from)[i];
     }
   }
+  /// Those that own something let go of it; numbers stay.
+  static void clear(T* buffer, ULong n) {
+    using Single = std::remove_all_extents_t<T>;
+    if constexpr (!std::is_trivially_copyable_v<Single>) {
+      const std::size_t count = n * (sizeof(T) / sizeof(Single));
+      for (std::size_t i = 0; i < count; ++i) reinterpret_cast<Single*>(buffer)[i] = Single();
+    }
+  }
   static T& at(T* buffer, ULong i, bool) { return buffer[i]; }
   static const T& at(const T* buffer, ULong i) { return buffer[i]; }
 };
@@ -75,6 +83,9 @@ struct OwnedElements {
   static void free(Pointer* buffer) { delete[] reinterpret_cast<Owner*>(buffer); }
   static void copy(const Pointer* from, ULong n, Pointer* to) {
     for (ULong i = 0; i < n; ++i) Element(to[i], true) = Element::constant(from[i]);
+  }
+  static void clear(Pointer* buffer, ULong n) {
+    for (ULong i = 0; i < n; ++i) Element(buffer[i], true) = static_cast<Pointer>(nullptr);
   }
   static Element at(Pointer* buffer, ULong i, bool owned) { return Element(buffer[i], owned); }
   static ConstReference at(const Pointer* buffer, ULong i) { return Element::constant(buffer[i]); }
@@ -150,9 +161,12 @@ class Sequence : public Allocated {
   ULong length() const { return _length; }
   /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and nothing
   /// changes. Who appends one by one asks for room before (the constructor with a maximum): the buffer grows to n and
-  /// no further. Shrinking keeps the buffer; elements that come back with a longer length are as they were left.
+  /// no further. Shrinking keeps the buffer; elements that are left out let go of what they own and come back empty, but
+  /// numbers, and elements of a buffer that is not owned, come back as they were. With a scratch element all do.
   void length(ULong n) {
     if (n > _maximum) adopt(n, n, copied(*this, n), true);
+    if constexpr (std::is_same_v<Scratch, NoScratch>)
+      if (n < _length && _release) Elements::clear(_buffer + n, _length - n);
     _length = n;
   }
   /// The same for who fills all n elements next: what they are until then is not defined.

@@ -14,6 +14,8 @@
 
 namespace zrsv {
 
+class Buffer;
+
 /// What a message has apart from the octets in its buffer (zrsv/cdr.h), until this goes.
 class Apart {
  public:
@@ -35,6 +37,8 @@ class Apart {
 
   explicit operator bool() const { return it_.octets != nullptr; }
   const ZR_cdr_apart& get() const { return it_; }
+  /// What nobody gives back is of this message, and takes it over; nothing of the message can be read any more then.
+  void keep(Buffer* message);
 
  private:
   ZR_cdr_apart it_{};

@@ -2,6 +2,7 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iterator>
 #include <span>
 
@@ -204,7 +205,28 @@ struct Taken {
   std::size_t capacity;
 };
 
+/// The octets at `offset` of a block, which they take along.
+unsigned char* hand_out(Buffer& block, std::size_t offset) {
+  const Taken taken{block.data(), block.capacity()};
+  unsigned char* const octets = block.release() + offset;
+  std::memcpy(octets - sizeof taken, &taken, sizeof taken);
+  return octets;
+}
+
 }  // namespace
+
+unsigned char ZR_cdr_apart_is_of_message(const CDR* cdr) {
+  const unsigned char* const at = cdr->apart.octets;
+  const std::less_equal<> in_order;  // of any two addresses
+  return at && !cdr->in_cuts && cdr->in_base && in_order(cdr->in_base + sizeof(Taken), at) &&
+         in_order(at, cdr->in_end) && cdr->apart.size <= static_cast<std::size_t>(cdr->in_end - at);
+}
+
+void zrsv::Apart::keep(Buffer* message) {
+  if (!it_.octets || it_.release) return;
+  it_.owner = hand_out(*message, static_cast<std::size_t>(it_.octets - message->data()));
+  it_.release = ZR_give_bytes;
+}
 
 void* ZR_cdr_take_bytes(CDR* cdr, uint32_t count, uint32_t align) {
   auto* const block = static_cast<Buffer*>(cdr->in_block);
@@ -216,10 +238,7 @@ void* ZR_cdr_take_bytes(CDR* cdr, uint32_t count, uint32_t align) {
     return nullptr;
   cdr->in_block = nullptr;
   cdr->in_next = at + count;
-  const Taken taken{block->data(), block->capacity()};
-  unsigned char* const handed_out = block->release() + offset;
-  std::memcpy(handed_out - sizeof taken, &taken, sizeof taken);
-  return handed_out;
+  return hand_out(*block, offset);
 }
 
 void ZR_give_bytes(void* taken) {

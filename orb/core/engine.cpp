@@ -381,6 +381,7 @@ void Engine::run(Worker& worker, ServerRequest& request, After after) {
   // Looked at before the reply goes: a client that is lost after it has left nothing behind that is not reported.
   const bool left_behind = request.connection && !request.connection->registered();
   Apart apart = Apart::take(&request.cdr);  // never of a call of this process
+  apart.keep(&request.message);
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
   if (after == After::GiveBack && !apart && reply.size() < counted_from) give_back_early(worker);

@@ -222,8 +222,9 @@ void ServerCall::encode(const OperationInfo& operation, void* const* slots) {
     cdr_->direction = CDR_ENCODE;
     cdr_->leaves_apart = 1;
     written = encode_arguments(cdr_, operation.out, slots);
-    // The servant's results go now, but for the buffer that was given to the stream.
-    if (cdr_->apart.octets && !cdr_->apart.release) written = ZR_cdr_put_together(cdr_) && written;
+    // The servant's results go now, but for a buffer that was given to the stream, or that came with the request.
+    if (cdr_->apart.octets && !cdr_->apart.release && !ZR_cdr_apart_is_of_message(cdr_))
+      written = ZR_cdr_put_together(cdr_) && written;
     cdr_->leaves_apart = 0;
   } else if (written) {
     written = encode_exception(request_, cdr_, operation, ev);

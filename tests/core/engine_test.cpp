@@ -332,6 +332,38 @@ TEST(Connections, OfOneAddressAreLimited) {
   zrsv::set_options({});
 }
 
+// What the client does not take at once stays, whoever is served meanwhile.
+TEST_F(Engine, AResultMayBeAViewOfItsRequest) {
+  constexpr std::size_t many = 8'000'000;
+  operations["view"] = [this](Upcalled& r) {
+    const unsigned char* octets = nullptr;
+    const uint32_t count = OM_cdr_remaining(r.cdr);
+    EXPECT_TRUE(OM_cdr_bytes_view(r.cdr, &octets, count));
+    r.answer(r.argument);
+    r.cdr->leaves_apart = 1;
+    EXPECT_TRUE(ZR_cdr_refer(r.cdr, octets, count) && ZR_cdr_apart_is_of_message(r.cdr));
+    r.cdr->leaves_apart = 0;
+    board_.add("viewed");
+  };
+  start({"-ORBFragmentSize", "0"});
+  const auto call_with = [&](char octet) {
+    std::string octets = call(1, "view", 7) + std::string(many, octet);
+    const auto size = static_cast<uint32_t>(octets.size() - zrsv::giop::header_size);
+    std::memcpy(octets.data() + 8, &size, sizeof size);
+    return octets;
+  };
+  Client slow(port(), 4096), other(port());
+  slow.send(call_with('a'));
+  ASSERT_TRUE(board_.wait_for(1));
+  for (const auto& [client, octet] : {std::pair(&other, 'b'), std::pair(&slow, 'a')}) {
+    if (client == &other) client->send(call_with(octet));
+    zrsv::giop::Header header;
+    std::string octets;
+    ASSERT_TRUE(client->receive(&header, &octets));
+    EXPECT_TRUE(octets.ends_with(std::string(many, octet)) && octets.size() < many + 64) << octet;
+  }
+}
+
 // Else a client of large messages looks like one that sends without waiting, and no thread is pinned to it.
 TEST(Connections, KnowThatNothingFollowsALargeMessage) {
   struct NoHost : zrsv::ConnectionHost {

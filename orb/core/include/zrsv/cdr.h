@@ -99,6 +99,8 @@ ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count
 ZRSV_API unsigned char ZR_cdr_refer(CDR* cdr, const unsigned char* octets, uint32_t count);
 /* Puts what stands apart where it belongs. False when memory is short. */
 ZRSV_API unsigned char ZR_cdr_put_together(CDR* cdr);
+/* Whether what stands apart is part of the message that the stream decodes, and so stays as long as that. */
+ZRSV_API unsigned char ZR_cdr_apart_is_of_message(const CDR* cdr);
 /* Decoding only: hands out the next `count` octets, aligned to `align`, together with the memory that the message is
  * in; null, and nothing read, when the stream cannot do that, or when they are not most of it. Once a message. The rest
  * of the window can be read as long as they are not given back, with ZR_give_bytes. */

@@ -3,7 +3,7 @@
 // Order, outermost first: poa_mutex, poa_svt_ref_counter_mutex, poa_svt_delete_mutex, poa_svt_lifespan_mutex,
 // poa_default_servant_ref_mutex, poa_svt_objref_mutex, the POA semaphore. All are re-entrant for the thread
 // that holds them. The plain mutexes of single records and tables (default servants, shared policies, live
-// managers, registration, system ids) are leaves: taken last.
+// managers, registration) are leaves: taken last.
 //
 // What each guards is said at the data by ZR_GUARDED_BY, which clang++ checks.
 #pragma once

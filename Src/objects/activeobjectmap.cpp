@@ -73,7 +73,7 @@ ActiveObjectMap::~ActiveObjectMap() {
   (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
   (_next_aom ? _next_aom->_pre_aom : last_block) = _pre_aom;
   for (const _ActiveObjectEntry& entry : entries)
-    if (entry.p_servant && !entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+    if (entry.p_servant && !entry.etherealized) ServantAccess::count_entry(*entry.p_servant, -1);
   while (ActiveObjectMap* block = next) {  // one by one: a long chain is no deep recursion
     next = std::exchange(block->next, nullptr);
     delete block;
@@ -91,23 +91,20 @@ void ActiveObjectMap::grow() {
 // ---- Searching ----------------------------------------------------------------------------------
 
 /// A search for an id.
-struct ActiveObjectMap::ById {
-  explicit ById(std::string_view id) : oid(id), key(key_of(id)) {}
+struct ActiveObjectMap::ById : SearchedId {
+  using SearchedId::SearchedId;
+  explicit ById(const SearchedId& id) : SearchedId(id) {}
   static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.oid_keys; }
   static SlotIndex& index(Chain& chain) { return chain.ids; }
   bool is(const _ActiveObjectEntry& entry) const { return entry.oid.view() == oid; }
-  static Key key_of(std::string_view oid);
-
-  const std::string_view oid;
-  const Key key;
 };
 
-/// A search for a servant.
+/// A search for a servant among the entries of the index.
 struct ActiveObjectMap::ByServant {
   explicit ByServant(const ServantBase* s) : servant(s), key(key_of(s)) {}
   static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.servant_keys; }
   static SlotIndex& index(Chain& chain) { return chain.servants; }
-  bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant; }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant && entry.indexed; }
   static Key key_of(const ServantBase* servant) {
     return static_cast<Key>(reinterpret_cast<std::uintptr_t>(servant) / alignof(ServantBase));
   }
@@ -116,14 +113,17 @@ struct ActiveObjectMap::ByServant {
   const Key key;
 };
 
-ActiveObjectMap::Key ActiveObjectMap::ById::key_of(std::string_view oid) {
+ActiveObjectMap::Key ActiveObjectMap::SearchedId::key_of(std::string_view oid) {
   constexpr std::uint64_t FACTOR = 0x9E3779B97F4A7C15;
   std::uint64_t key = oid.size();
-  for (std::uint64_t octets; oid.size() >= sizeof octets; oid.remove_prefix(sizeof octets)) {
+  const auto add = [&](auto octets) {
     std::memcpy(&octets, oid.data(), sizeof octets);
+    oid.remove_prefix(sizeof octets);
     key = (key ^ octets) * FACTOR;
-  }
-  for (char octet : oid) key = (key ^ static_cast<unsigned char>(octet)) * FACTOR;
+  };
+  while (oid.size() >= 8) add(std::uint64_t{});
+  if (oid.size() >= 4) add(std::uint32_t{});
+  while (!oid.empty()) add(std::uint8_t{});
   return static_cast<Key>(key >> 32);
 }
 
@@ -191,6 +191,40 @@ void ActiveObjectMap::leave_index(const Wanted& wanted, Position p) {
   places.move(wanted.key, p, following);
 }
 
+// Most servants are one object: such a one knows itself where its entry is. With its second entry, in any map, those
+// come into the indexes of their maps, as does the first one where it is in the same map.
+
+ActiveObjectMap::Position ActiveObjectMap::home_of(ServantBase& servant) const {
+  const Position p = ServantAccess::home(servant);
+  if (p / SLOTS >= chain.blocks.size() || p % SLOTS >= chain.blocks[p / SLOTS]->entries.size())
+    return SlotIndex::NONE;
+  const _ActiveObjectEntry& entry = chain.entry(p);
+  return entry.p_servant == &servant && !entry.indexed && !entry.etherealized ? p : SlotIndex::NONE;
+}
+
+void ActiveObjectMap::reserve_index(ServantBase& servant) {
+  chain.ids.reserve(1);
+  if (ServantAccess::active_entries(servant) != 0) chain.servants.reserve(2);
+}
+
+/// After reserve_index.
+void ActiveObjectMap::enter_servant(_ActiveObjectEntry& entry, Position p) {
+  ServantBase& servant = *entry.p_servant;
+  const ByServant by_servant(&servant);
+  if (ServantAccess::active_entries(servant) == 0) {
+    ServantAccess::home(servant) = p;
+    entry.indexed = 0;
+  } else {
+    const Position home = home_of(servant);
+    for (const Position each : {home, p}) {
+      if (each == SlotIndex::NONE) continue;
+      enter_index(by_servant, each);
+      chain.entry(each).indexed = 1;
+    }
+  }
+  ServantAccess::count_entry(servant, 1);
+}
+
 // ---- Inserting ----------------------------------------------------------------------------------
 
 int ActiveObjectMap::first_free() const {
@@ -200,8 +234,6 @@ int ActiveObjectMap::first_free() const {
 }
 
 bool ActiveObjectMap::find_room() {
-  chain.ids.reserve_one();
-  chain.servants.reserve_one();
   while (chain.room < chain.blocks.size() && chain.blocks[chain.room]->used == SLOTS) ++chain.room;
   const bool found = chain.room < chain.blocks.size();
   ActiveObjectMap& block = found ? *chain.blocks[chain.room] : *add_block();
@@ -209,7 +241,8 @@ bool ActiveObjectMap::find_room() {
   return found;
 }
 
-int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, ServantBase* p_servant, const ClientData& client) {
+int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, Key key, ServantBase* p_servant,
+                                    const ClientData& client) {
   const int slot = first_free();
   taken[slot / GROUP] |= std::uint64_t{1} << slot % GROUP;
   _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
@@ -219,25 +252,23 @@ int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, ServantBase* p_servant
   entry.serial = ++chain.last_serial;
   record_client(entry, client);
   ++used;
-  const ById by_id(entry.oid.view());
-  const ByServant by_servant(p_servant);
-  oid_keys[static_cast<std::size_t>(slot)] = by_id.key;
-  servant_keys[static_cast<std::size_t>(slot)] = by_servant.key;
-  enter_index(by_id, position_of(slot));
-  enter_index(by_servant, position_of(slot));
-  ++ServantAccess::active_entries(*p_servant);
+  oid_keys[static_cast<std::size_t>(slot)] = key;
+  servant_keys[static_cast<std::size_t>(slot)] = ByServant::key_of(p_servant);
+  enter_index(ById(SearchedId(entry.oid.view(), key)), position_of(slot));
+  enter_servant(entry, position_of(slot));
   return slot;
 }
 
-ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, std::string_view oid,
+ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, const SearchedId& id,
                                                                ServantBase* p_servant) try {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
-  StoredObjectId own(oid);
+  StoredObjectId own(id.oid);
   ClientData client;
   if (!client.become_current()) client = ClientData();
+  reserve_index(*p_servant);
   const bool found = find_room();
   ActiveObjectMap& block = *chain.blocks[chain.room];
-  const int slot = block.fill_free_slot(std::move(own), p_servant, client);
+  const int slot = block.fill_free_slot(std::move(own), id.key, p_servant, client);
   if (found) {
     POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this),
               trace_address(&block.entries[static_cast<std::size_t>(slot)].oid), trace_address(p_servant));
@@ -289,9 +320,9 @@ ActiveObjectMap::Ticket ActiveObjectMap::unused_over_limit(const Held&) {
 // ---- Finding ------------------------------------------------------------------------------------
 
 // On the road of each request.
-[[gnu::flatten]] ActiveObjectMap::Hit ActiveObjectMap::look_up(std::string_view oid) {
+[[gnu::flatten]] ActiveObjectMap::Hit ActiveObjectMap::look_up(const SearchedId& id) {
   POA_TRACE("ActiveObjectMap::findServantById called...");
-  const Position p = find(ById(oid), IN_USE);
+  const Position p = find(ById(id), IN_USE);
   if (p == SlotIndex::NONE) {
     POA_TRACE("ActiveObjectMap::findServantById end...[return NULL]");
     return {};
@@ -306,7 +337,10 @@ ActiveObjectMap::Ticket ActiveObjectMap::unused_over_limit(const Held&) {
 ActiveObjectMap::Hit ActiveObjectMap::look_up(ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::findOidByServant called...[p_servant = 0x%lx]", trace_address(p_servant));
   Position p = SlotIndex::NONE;
-  if (ServantAccess::active_entries(*p_servant) != 0) p = find(ByServant(p_servant), IN_USE);
+  if (ServantAccess::active_entries(*p_servant) != 0) {
+    p = home_of(*p_servant);
+    if (p == SlotIndex::NONE) p = find(ByServant(p_servant), IN_USE);
+  }
   if (p == SlotIndex::NONE) {
     POA_TRACE("ActiveObjectMap::findOidByServant end...[return NULL]");
     return {};
@@ -318,8 +352,8 @@ ActiveObjectMap::Hit ActiveObjectMap::look_up(ServantBase* p_servant) {
   return {&entry, p};
 }
 
-ActiveObjectMap::Ticket ActiveObjectMap::findById(const Held&, std::string_view oid) {
-  return look_up(oid).ticket();
+ActiveObjectMap::Ticket ActiveObjectMap::findById(const Held&, const SearchedId& id) {
+  return look_up(id).ticket();
 }
 
 ActiveObjectMap::Ticket ActiveObjectMap::findByServant(const Held&, ServantBase* p_servant) {
@@ -357,9 +391,10 @@ bool ActiveObjectMap::holds(const Held&, std::string_view oid, const ServantBase
 
 void ActiveObjectMap::vacate(int slot) {
   _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
-  if (!entry.etherealized) --ServantAccess::active_entries(*entry.p_servant);
+  if (!entry.etherealized) ServantAccess::count_entry(*entry.p_servant, -1);
   leave_index(ById(entry.oid.view()), position_of(slot));
-  leave_index(ByServant(entry.p_servant), position_of(slot));
+  if (entry.indexed) leave_index(ByServant(entry.p_servant), position_of(slot));
+  entry.indexed = 0;
   chain.room = std::min<std::size_t>(chain.room, index);
   if (chain.incarnated) chain.incarnated->leave(position_of(slot));
   entry.oid = StoredObjectId();
@@ -414,14 +449,15 @@ void ActiveObjectMap::remove(const Ticket& ticket) {
 template <class Work>
 void ActiveObjectMap::each_of_servant(ServantBase& servant, Work&& work) {
   const ByServant wanted(&servant);
-  const auto any = [](const auto&) { return true; };
   const auto& left = ServantAccess::active_entries(servant);
   for (ActiveObjectMap* map = _root_aom; map && left != 0; map = map->_next_aom) {
     if (map->index != 0) continue;
+    if (const Position home = map->home_of(servant); home != SlotIndex::NONE)
+      work(*map->chain.blocks[home / SLOTS], static_cast<int>(home % SLOTS));
     const bool only_one = map->chain.servants.further == 0;
-    for (Position p = map->first_of(wanted); p != SlotIndex::NONE;) {
+    for (Position p = map->find(wanted, IN_USE); p != SlotIndex::NONE;) {
       work(*map->chain.blocks[p / SLOTS], static_cast<int>(p % SLOTS));
-      p = only_one ? SlotIndex::NONE : map->scan(p + 1, wanted, any);
+      p = only_one ? SlotIndex::NONE : map->scan(p + 1, wanted, IN_USE);
     }
   }
 }
@@ -549,9 +585,9 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
       if (!entry) break;
       oid.reset(make_oid(entry->oid.view()));  // without memory for it the servant is not handed over
       servant = entry->p_servant;
+      ServantAccess::count_entry(*servant, -1);
       call.enter(servant);
       entry->etherealized = 1;
-      --ServantAccess::active_entries(*servant);
     }
     const PortableServer::LeavingServant leaving(servant);
     const AdapterActivation::NoWaiting with_the_tree_locked;
@@ -569,6 +605,6 @@ void ActiveObjectMap::let_go_of_servants() {
     if (!ServantAccess::counts(*entry->p_servant)) continue;
     leaving.leave(entry->p_servant);
     entry->etherealized = 1;
-    --ServantAccess::active_entries(*entry->p_servant);
+    ServantAccess::count_entry(*entry->p_servant, -1);
   }
 }

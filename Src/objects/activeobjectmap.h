@@ -1,6 +1,7 @@
 // The active object map of a POA: blocks of 1024 slots in order, and an index beside them.
 #pragma once
 
+#include <concepts>
 #include <memory>
 #include <string_view>
 #include <vector>
@@ -22,6 +23,7 @@ struct _ActiveObjectEntry {
   unsigned char deactivated = 0;
   unsigned char etherealized = 0;  // handed to the activator's etherealize: the servant may be gone, nothing
                                    // touches it any more
+  unsigned char indexed = 0;       // in the index of servants; else the servant knows where the entry is
   CORBA::ULong serial = 0;         // of the activation, in its map
 };
 
@@ -42,6 +44,18 @@ class ActiveObjectMap {
     CORBA::ULong serial = 0;
   };
 
+  using Key = std::uint32_t;  // equal for equal ids, and for equal servants; else hardly ever
+  /// An id to search for: a view of it, and its key, which is better made without the semaphore.
+  struct SearchedId {
+    template <std::convertible_to<std::string_view> Octets>
+    SearchedId(const Octets& octets) : SearchedId(octets, key_of(octets)) {}
+    SearchedId(std::string_view octets, Key its_key) : oid(octets), key(its_key) {}
+    static Key key_of(std::string_view oid);
+
+    std::string_view oid;
+    Key key;
+  };
+
   ActiveObjectMap();
   /// Frees the blocks behind it and the ids, and counts down the servants that are still active.
   ~ActiveObjectMap();
@@ -49,17 +63,19 @@ class ActiveObjectMap {
   ActiveObjectMap& operator=(const ActiveObjectMap&) = delete;
 
   /// Into the first free slot. NO_MEMORY, and nothing changed.
-  Ticket insertActiveObjectMap(const Held& held, std::string_view oid, PortableServer::ServantBase* p_servant)
+  Ticket insertActiveObjectMap(const Held& held, const SearchedId& id, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
   /// The same for an object that an activator made: it counts towards the limit.
   Ticket insertIncarnated(const Held& held, std::string_view oid, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
+  /// Any thread, without the semaphore: a search for that id comes soon. It will find what it reads in the cache.
+  void expect(const SearchedId& id) const { chain.ids.prefetch(id.key); }
   /// How many objects that an activator makes from now on may be active; 0: any number. NO_MEMORY.
   void limit_incarnated(const Held& held, std::size_t most) ZR_REQUIRES(poa_semaphore);
   /// When there are more, the one of them that was used longest ago, but for those that somebody is in.
   Ticket unused_over_limit(const Held& held) ZR_REQUIRES(poa_semaphore);
   /// The first entry in use that has that id, or that servant. It is recorded for the calling thread's client.
-  Ticket findById(const Held& held, std::string_view oid) ZR_REQUIRES(poa_semaphore);
+  Ticket findById(const Held& held, const SearchedId& id) ZR_REQUIRES(poa_semaphore);
   Ticket findByServant(const Held& held, PortableServer::ServantBase* p_servant) ZR_REQUIRES(poa_semaphore);
   /// The entry, if it is still the same activation and in use; else null. Good until the map changes.
   const _ActiveObjectEntry* at(const Held& held, const Ticket& ticket) const ZR_REQUIRES(poa_semaphore);
@@ -144,7 +160,6 @@ class ActiveObjectMap {
   bool find_room() ZR_REQUIRES(poa_semaphore);
 
   struct Cursor;
-  using Key = std::uint32_t;        // equal for equal ids, and for equal servants; else hardly ever
   static constexpr int GROUP = 64;  // slots to a word of `taken`, compared together
 
   struct ById;
@@ -159,8 +174,12 @@ class ActiveObjectMap {
 
     Ticket ticket() const { return {position, entry ? entry->serial : 0}; }
   };
-  Hit look_up(std::string_view oid) ZR_REQUIRES(poa_semaphore);
+  Hit look_up(const SearchedId& id) ZR_REQUIRES(poa_semaphore);
   Hit look_up(PortableServer::ServantBase* p_servant) ZR_REQUIRES(poa_semaphore);
+  /// The entry that the servant knows, if it is one of this map; else NONE. Then it has no other one here in use.
+  Position home_of(PortableServer::ServantBase& servant) const ZR_REQUIRES(poa_semaphore);
+  void reserve_index(PortableServer::ServantBase& servant) ZR_REQUIRES(poa_semaphore);
+  void enter_servant(_ActiveObjectEntry& entry, Position p) ZR_REQUIRES(poa_semaphore);
   template <class Wanted, class Match>
   void remove_first_of_each_block(const Wanted& wanted, Match&& match) ZR_REQUIRES(poa_semaphore);
   /// Of this block, from that slot on; entries.size() when there is none.
@@ -175,8 +194,8 @@ class ActiveObjectMap {
   int find_here(int from, const Wanted& wanted, Match&& match) const ZR_REQUIRES(poa_semaphore);
   int first_free() const ZR_REQUIRES(poa_semaphore);
   void grow() ZR_REQUIRES(poa_semaphore);
-  int fill_free_slot(StoredObjectId&& oid, PortableServer::ServantBase* p_servant, const ClientData& client)
-      ZR_REQUIRES(poa_semaphore);
+  int fill_free_slot(StoredObjectId&& oid, Key key, PortableServer::ServantBase* p_servant,
+                     const ClientData& client) ZR_REQUIRES(poa_semaphore);
   void vacate(int slot) ZR_REQUIRES(poa_semaphore);
   Position position_of(int slot) const { return index * SLOTS + static_cast<Position>(slot); }
   template <class Wanted>

@@ -1,16 +1,17 @@
 #include "objects/common_poa.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <new>
 
 #include "base/minor_codes.h"
 #include "base/trace.h"
-#include "zrsv/thread_safety.h"
 
 using CORBA::ULong;
 using PortableServer::ObjectId;
@@ -94,31 +95,47 @@ void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const Sy
 
 namespace {
 
-SystemIdTime system_time() {
-  using namespace std::chrono;
-  const auto since_1970 = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-  return {static_cast<ULong>(since_1970 / 1000), static_cast<ULong>(since_1970 % 1000)};
+SystemIdTime time_of(clockid_t clock) {
+  timespec now{};
+  ::clock_gettime(clock, &now);
+  return {static_cast<ULong>(now.tv_sec), static_cast<ULong>(now.tv_nsec / 1'000'000)};
 }
 
-zrsv::Mutex system_id_mutex;  // a leaf
-ULong system_id ZR_GUARDED_BY(system_id_mutex) = 0;
-SystemIdTime last_id_time ZR_GUARDED_BY(system_id_mutex);
-
-ObjectId* make_unique_id() ZR_REQUIRES(system_id_mutex) {
-  const SystemIdTime time = next_system_id_time(last_id_time, system_time());
-  char text[UNIQUE_ID_LENGTH + 1];
-  print_unique_id(text, static_cast<ULong>(getpid()), time);
-  auto* const octets = ObjectId::allocbuf(sizeof text);  // the NUL behind the id lets programs print it
-  if (!octets) throw std::bad_alloc();
-  std::memcpy(octets, text, sizeof text);
-  last_id_time = time;
-  return new ObjectId(UNIQUE_ID_LENGTH, UNIQUE_ID_LENGTH, octets, 1);
+/// The time. Where `last` is ahead of it by seconds, because so many ids were made at once, the clock that is behind by
+/// a tick of the system says enough, and costs less.
+SystemIdTime time_beside(const SystemIdTime& last) {
+  const SystemIdTime rough = time_of(CLOCK_REALTIME_COARSE);
+  return last.seconds > rough.seconds + 1 ? rough : time_of(CLOCK_REALTIME);
 }
 
-ObjectId* make_counter_id(ULong counter) {
-  char octets[4];
-  for (int i = 0; i < 4; ++i) octets[i] = static_cast<char>(counter >> (8 * i));
-  return make_oid({octets, sizeof octets});
+std::atomic<ULong> system_id{0};
+std::atomic<SystemIdTime> last_id_time{SystemIdTime{}};
+static_assert(std::atomic<SystemIdTime>::is_always_lock_free);
+
+/// One that no other id of the process has.
+SystemIdTime claim_time() {
+  SystemIdTime last = last_id_time.load(std::memory_order_relaxed), next;
+  do next = next_system_id_time(last, time_beside(last));
+  while (!last_id_time.compare_exchange_weak(last, next, std::memory_order_relaxed));
+  return next;
+}
+
+std::atomic<ULong> known_process{0};
+
+/// getpid without the system call. A child that is forked has a number of its own.
+ULong process_number() {
+  static const bool watched = ::pthread_atfork(nullptr, nullptr, [] { known_process = 0; }) == 0;
+  if (const ULong known = known_process.load(std::memory_order_relaxed)) return known;
+  const auto number = static_cast<ULong>(::getpid());
+  if (watched) known_process = number;
+  return number;
+}
+
+ObjectId* make_counter_id() {
+  std::unique_ptr<ObjectId> oid(make_oid({"\0\0\0\0", 4}));
+  const ULong counter = system_id++;
+  for (ULong i = 0; i < 4; ++i) (*oid)[i] = static_cast<CORBA::Octet>(counter >> (8 * i));
+  return oid.release();
 }
 
 /// Whether POA_UNIQUE_SYSID asks for the unique form.
@@ -129,32 +146,38 @@ bool unique_form() {
 
 }  // namespace
 
-ObjectId* genSystemId() {
+SystemId::SystemId() {
+  static_assert(sizeof text_ == UNIQUE_ID_LENGTH + 1);
   POA_TRACE("POAInfo::genSystemId called...");
-  const bool unique = unique_form();
+  if (!unique_form()) return;
+  print_unique_id(text_, process_number(), claim_time());
+  length_ = UNIQUE_ID_LENGTH;
+}
+
+ObjectId* SystemId::make() try {
   std::unique_ptr<ObjectId> oid;
-  try {
-    const zrsv::MutexLock lock(system_id_mutex);
-    oid.reset(unique ? make_unique_id() : make_counter_id(system_id));
+  if (length_ == 0) {
+    oid.reset(make_counter_id());
+  } else {
+    CORBA::Octet* const octets =
+        ObjectId::allocbuf(sizeof text_);  // the NUL behind the id lets programs print it
+    if (!octets) return nullptr;
+    oid.reset(new ObjectId(length_, length_, octets, 1));
+    std::memcpy(octets, text_, sizeof text_);
     ++system_id;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
   }
   const auto first = trace_octets(oid_view(*oid));
   POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
   POA_TRACE("POAInfo::genSystemId end...");
   return oid.release();
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
-void set_system_id(ULong first) {
-  const zrsv::MutexLock lock(system_id_mutex);
-  system_id = first;
-}
+ObjectId* genSystemId() { return SystemId().make(); }
 
-ULong next_system_id() {
-  const zrsv::MutexLock lock(system_id_mutex);
-  return system_id;
-}
+void set_system_id(ULong first) { system_id = first; }
+ULong next_system_id() { return system_id; }
 
 // ---- Text ---------------------------------------------------------------------------------------
 

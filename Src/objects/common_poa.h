@@ -75,6 +75,20 @@ std::array<unsigned, 4> trace_octets(std::string_view oid);
 
 // ---- System ids ----
 
+/// A system id in two steps: its octets, and then the id itself.
+class SystemId {
+ public:
+  SystemId();
+  /// The octets as far as they are known yet: none in the form that counts.
+  std::string_view octets() const { return {text_, length_}; }
+  /// Once. What genSystemId gives.
+  PortableServer::ObjectId* make();
+
+ private:
+  CORBA::ULong length_ = 0;
+  char text_[37];  // the unique form, with its NUL
+};
+
 /// A new id that this process has given out to nobody, owned by the caller; null without memory. Its form is
 /// chosen by POA_UNIQUE_SYSID. Any thread.
 PortableServer::ObjectId* genSystemId();

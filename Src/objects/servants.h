@@ -67,6 +67,12 @@ struct ServantAccess {
   static std::atomic<CORBA::Object*>& target(ServantBase& s) { return s._obj_ref; }
   static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
   static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }
+  /// With the POA semaphore held, under which alone it changes.
+  static void count_entry(ServantBase& s, int more) {
+    const CORBA::ULong count = s._active_entries.load(std::memory_order_relaxed);
+    s._active_entries.store(count + static_cast<CORBA::ULong>(more), std::memory_order_relaxed);
+  }
+  static CORBA::ULong& home(ServantBase& s) { return s._home; }
 
   /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the
   /// POA semaphore).

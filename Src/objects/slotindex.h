@@ -1,10 +1,13 @@
 // Where a value stands first in an active object map.
 #pragma once
 
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "objects/largepages.h"
 
 /// A hash table from 32-bit keys to positions: open addressing, linear probing. It holds one position for each
 /// value, the lowest; how many entries stand behind the first of their value is counted beside it. Takes no lock.
@@ -22,11 +25,11 @@ class SlotIndex {
       if (cells_[at].key == key && is(cells_[at].position)) return cells_[at].position;
     return NONE;
   }
-  /// Makes room for one more; std::bad_alloc, and nothing changed, without memory.
-  void reserve_one() {
-    if ((used_ + 1) * 4 > cells_.size() * 3) grow();
+  /// Makes room for so many more; std::bad_alloc, and nothing changed that can be seen, without memory.
+  void reserve(std::size_t more) {
+    while ((used_ + more) * 4 > cells_.size() * 3) grow();
   }
-  /// What find answers; where that is NONE, the position is entered. After reserve_one.
+  /// What find answers; where that is NONE, the position is entered. After reserve.
   template <class Is>
   Position find_or_insert(Key key, Position position, Is&& is) {
     std::size_t at = home(key);
@@ -49,6 +52,13 @@ class SlotIndex {
     --used_;
   }
 
+  /// Brings what a search for that key reads first into the cache. Any thread, also while another one changes the
+  /// index: it reads nothing, and takes no lock.
+  void prefetch(Key key) const {
+    const Cell* const first = expected_.first.load(std::memory_order_relaxed);
+    if (first) __builtin_prefetch(first + (scatter(key) >> expected_.shift.load(std::memory_order_relaxed)));
+  }
+
   std::size_t further = 0;  // entries that are not the first of their value
 
  private:
@@ -57,7 +67,8 @@ class SlotIndex {
     Position position = NONE;
   };
 
-  std::size_t home(Key key) const { return static_cast<std::size_t>((key * 0x9E3779B97F4A7C15u) >> shift_); }
+  static std::uint64_t scatter(Key key) { return key * 0x9E3779B97F4A7C15u; }
+  std::size_t home(Key key) const { return static_cast<std::size_t>(scatter(key) >> shift_); }
   std::size_t after(std::size_t at) const { return (at + 1) & (cells_.size() - 1); }
   std::size_t distance(std::size_t from, std::size_t to) const { return (to - from) & (cells_.size() - 1); }
   std::size_t cell_of(Key key, Position position) const {
@@ -74,9 +85,18 @@ class SlotIndex {
         larger.find_or_insert(cell.key, cell.position, [](Position) { return false; });
     cells_.swap(larger.cells_);
     shift_ = larger.shift_;
+    expected_.first.store(cells_.data(), std::memory_order_relaxed);
+    expected_.shift.store(shift_, std::memory_order_relaxed);
   }
 
-  std::vector<Cell> cells_;  // a power of two, or none; at most three quarters are used
+  /// The cells as `prefetch` sees them: perhaps those that were there just now.
+  struct Expected {
+    std::atomic<const Cell*> first{nullptr};
+    std::atomic<int> shift{63};
+  };
+
+  std::vector<Cell, LargePages<Cell>> cells_;  // a power of two, or none; at most three quarters are used
   std::size_t used_ = 0;
   int shift_ = 63;
+  Expected expected_;
 };

@@ -28,7 +28,9 @@ ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& e
   if (!policies.system_id_assigned())
     raise<POA::WrongPolicy>(ev, "user_id.. throw PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object [wrong policy.]");
-  std::unique_ptr<ObjectId> oid(genSystemId());
+  SystemId made;
+  if (const ActiveObjectMap* map = active_object_map) map->expect(made.octets());
+  std::unique_ptr<ObjectId> oid(made.make());
   if (!oid)
     raise<CORBA::BAD_PARAM>(ev, "system_id=NULL.. throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::activate_object [systemId is null.]");
@@ -46,8 +48,8 @@ namespace {
 
 /// Enters the servant under `id`, under one hold of the semaphore: nobody else activates between the checks and
 /// the entry.
-ActiveObjectMap::Ticket enter_active(POAInfo& poa, std::string_view id, ServantBase& servant,
-                                     CORBA::Environment& ev) {
+ActiveObjectMap::Ticket enter_active(POAInfo& poa, const ActiveObjectMap::SearchedId& id,
+                                     ServantBase& servant, CORBA::Environment& ev) {
   PoaSemaphoreGuard guard(__LINE__);
   if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
   if (ActiveObjectMap* map = poa.active_object_map; map && poa.policies.unique_id()) {

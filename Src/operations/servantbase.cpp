@@ -58,7 +58,7 @@ CORBA::ULong ServantBase::_refcount_value() { return 1; }
 void ServantAccess::take_count(ServantBase& s) {
   does_not_count = false;
   s._add_ref();
-  s._counts = !does_not_count;
+  if (s._counts == does_not_count) s._counts = !does_not_count;
 }
 
 const char* ServantBase::_primary_interface(const ObjectId&, POA*, CORBA::Environment&) { return _intf; }

@@ -5,6 +5,7 @@
 
 #include "base/trace.h"
 #include "objects/referencedata.h"
+#include "zrsv/of_thread.h"
 
 PortableServer::POA* POANode::root_poa = nullptr;
 std::atomic<std::uint64_t> POANode::tree_changes{1};
@@ -21,10 +22,22 @@ std::unordered_map<Identity, POANodePtr>& live_nodes() ZR_REQUIRES(poa_mutex) {
   return nodes;
 }
 
+/// The one that the thread found last.
+struct LastNode {
+  Identity identity = 0;
+  std::weak_ptr<POANode> node;
+  std::uint64_t tree = 0;  // POANode::tree_changes when it was found
+};
+
 POANodePtr live_node(Identity identity) {
+  LastNode* const last = zrsv::of_thread<LastNode>();
+  if (last && last->identity == identity && last->tree == POANode::tree_changes)
+    if (POANodePtr node = last->node.lock()) return node;
   MutexGuard guard(poa_mutex);
   const auto found = live_nodes().find(identity);
-  return found == live_nodes().end() ? nullptr : found->second;
+  if (found == live_nodes().end()) return nullptr;
+  if (last) *last = {identity, found->second, POANode::tree_changes};
+  return found->second;
 }
 
 }  // namespace

@@ -53,6 +53,14 @@ bool announce(void* boa, void* definition) {
   return core._evp->_major == CORBA_NO_EXCEPTION;
 }
 
+std::atomic<unsigned> tables{1};  // cleared ones, and this one: what was found in it stays there
+
+/// An interface that the thread found in a table, by the address of its text, which lasts as long as the process.
+struct KnownInterface {
+  const char* intf = nullptr;
+  unsigned table = 0;
+};
+
 bool same_text(const char* a, const char* b) { return a == b || std::strcmp(a, b) == 0; }
 
 }  // namespace
@@ -80,6 +88,7 @@ ZRImplementationDef* InsertImplementationDef(const char* impl_id, void* implDef)
 
 void clear_implementation_table() {
   const zrsv::RecursiveMutexLock lock(registration_mutex);
+  ++tables;
   for (ZRImplementationDef& entry : implDef_cache) entry = {};
 }
 
@@ -114,7 +123,13 @@ void POA_impl_is_ready(PortableServer::ServantBase* servant, const PortableServe
   POA_TRACE("POAInfo::POA_impl_is_ready called...");
   const char* intf = servant->_primary_interface(*oid, nullptr, ev);
   if (!intf) intf = "";
-  if (FindImplementationDef(intf)) return;
+  thread_local constinit KnownInterface known;
+  const unsigned table = tables;
+  if (known.intf == intf && known.table == table) return;
+  if (FindImplementationDef(intf)) {
+    known = {intf, table};
+    return;
+  }
   const auto name = ImplementationName::now();
   if (name.from_variable) {
     POA_TRACE("getenv(ZR_IMPLID)=%s", name.text.c_str());

@@ -144,7 +144,8 @@ class POA_API ServantBase : public CORBA::Allocated {
       0};  ///< at least its active-object-map entries; changed under the POA semaphore
   std::atomic<CORBA::Boolean> _counts{0};  ///< the class counts; learnt when the adapter takes a count
   CORBA::ULong _to_release{
-      0};  ///< counts to give back with the last request; under poa_svt_ref_counter_mutex
+      0};                  ///< counts to give back with the last request; under poa_svt_ref_counter_mutex
+  CORBA::ULong _home = 0;  ///< its first active-object-map entry, see there; under the POA semaphore
 
   friend struct ServantAccess;  // the library's own view of the fields
 };

@@ -102,6 +102,56 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
   }
 }
 
+// Servants with no entry, one, two, in either of two maps or in both; now and then all of a map are etherealized.
+TEST_F(ActiveMap, AServantIsFoundWhereItStandsFirst) {
+  struct Slot {
+    std::string id;
+    ServantBase* servant = nullptr;  // null: free
+    bool etherealized = false;
+  };
+  ActiveObjectMap second;
+  ActiveObjectMap* const maps[] = {&map, &second};
+  std::vector<Slot> models[2];
+  std::array<PlainServant, 12> servants;
+  Etherealizer activator;
+  std::mt19937 random(11);
+  const auto check = [&](int step) {
+    for (PlainServant& s : servants)
+      for (const std::size_t m : {0, 1}) {
+        const auto is_active = [&](const Slot& slot) { return slot.servant == &s && !slot.etherealized; };
+        const auto first = std::find_if(models[m].begin(), models[m].end(), is_active);
+        ASSERT_EQ(id_of(s, *maps[m]), first == models[m].end() ? "none" : first->id) << m << ' ' << step;
+      }
+  };
+  for (int step = 0; step < 4'000; ++step) {
+    const std::size_t m = random() % 2;
+    PlainServant& s = servants[random() % servants.size()];
+    std::vector<Slot>& model = models[m];
+    if (step % 400 == 399) {
+      maps[m]->etherealize(top, 1, 0, &activator, own_ev);
+      for (Slot& slot : model) slot.etherealized = slot.servant != nullptr;
+    } else if (random() % 40 == 0) {
+      if (ServantAccess::active_entries(s) == 0) continue;
+      ActiveObjectMap::forget_servant(&s);
+      for (std::vector<Slot>& each : models)
+        for (Slot& slot : each)
+          if (slot.servant == &s && !slot.etherealized) slot.servant = nullptr;
+    } else if (random() % 2) {
+      insert(std::to_string(step), s, *maps[m]);
+      const auto free =
+          std::find_if(model.begin(), model.end(), [](const Slot& slot) { return !slot.servant; });
+      (free == model.end() ? model.emplace_back() : *free) = {std::to_string(step), &s};
+    } else if (!model.empty()) {
+      Slot& slot = model[random() % model.size()];
+      if (!slot.servant || slot.etherealized) continue;
+      PoaSemaphoreGuard guard(__LINE__);
+      maps[m]->removeById(guard, slot.id);
+      slot.servant = nullptr;
+    }
+    check(step);
+  }
+}
+
 TEST_F(ActiveMap, ATicketIsForOneActivation) {
   PoaSemaphoreGuard guard(__LINE__);
   const std::string longer(StoredObjectId::IN_PLACE + 1, 'x');

@@ -1,4 +1,5 @@
 // Object ids: system ids, reference data, text.
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -78,6 +79,20 @@ TEST_F(Ids, TheVariableChoosesTheFormAndManyThreadsGetDifferentOnes) {
       EXPECT_EQ(seen.count(counter), 1u);
     }
   }
+}
+
+TEST_F(Ids, AForkedProcessHasIdsOfItsOwn) {
+  const ObjectId_var before(genSystemId());
+  const pid_t child = ::fork();
+  if (child == 0) {
+    char process[10];
+    std::snprintf(process, sizeof process, "P%08x", static_cast<unsigned>(getpid()));
+    const ObjectId_var oid(genSystemId());
+    ::_exit(text_of(oid.in()).starts_with(process) ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(Ids, GoldenReferenceDataAndEveryTruncation) {

@@ -1,7 +1,6 @@
 #include "object_key.h"
 
-#include <array>
-
+#include "crc32c.h"
 #include "key_secret.h"
 
 // Layout; numbers are unsigned and little-endian, widths in octets:
@@ -28,16 +27,6 @@ std::string_view magic() { return magics[keys_are_signed()]; }
 std::size_t check_size() { return keys_are_signed() ? signature_size : 4; }
 constexpr std::size_t own_data_limit = 8;  // a POA's objects have 16 octets at least, its own name may be any
 constexpr std::string_view interface_definition = "IDL:CORBA/InterfaceDef:1.0";  // whose data is an id
-
-constexpr std::array<uint32_t, 256> crc_table = [] {
-  std::array<uint32_t, 256> table{};
-  for (uint32_t i = 0; i < 256; ++i) {
-    uint32_t c = i;
-    for (int bit = 0; bit < 8; ++bit) c = (c & 1) ? (c >> 1) ^ 0x82F63B78u : c >> 1;
-    table[i] = c;
-  }
-  return table;
-}();
 
 void put(std::string* to, uint32_t value, int width) {
   for (int i = 0; i < width; ++i) to->push_back(static_cast<char>(value >> (8 * i)));
@@ -66,12 +55,6 @@ bool is_checked(std::string_view octets, std::string_view check) {
 
 }  // namespace
 
-uint32_t crc32c(std::string_view octets) {
-  uint32_t c = ~0u;
-  for (char octet : octets) c = crc_table[(c ^ static_cast<unsigned char>(octet)) & 0xFF] ^ (c >> 8);
-  return ~c;
-}
-
 bool names_own_object(const KeyParts& parts) {
   if (!parts.impl.starts_with("IDL:")) return false;
   return parts.data.size() <= own_data_limit || parts.impl == interface_definition;
@@ -94,16 +77,22 @@ std::optional<std::string> write_object_key(const KeyParts& parts) {
   return key;
 }
 
-std::optional<KeyParts> read_object_key(std::string_view key) {
-  const std::size_t size = check_size();
-  if (key.size() < head_size + size || !key.starts_with(magic())) return std::nullopt;
+KeyParts parts_of_written(std::string_view key) {
   const std::size_t impl = get(key, magic().size(), 2);
   const std::size_t intf = get(key, magic().size() + 2, 2);
   const std::size_t data = get(key, magic().size() + 4, 2);
-  if (key.size() != head_size + impl + intf + data + size) return std::nullopt;
+  return {key.substr(head_size, impl), key.substr(head_size + impl, intf),
+          key.substr(head_size + impl + intf, data)};
+}
+
+std::optional<KeyParts> read_object_key(std::string_view key) {
+  const std::size_t size = check_size();
+  if (key.size() < head_size + size || !key.starts_with(magic())) return std::nullopt;
+  std::size_t total = head_size + size;
+  for (std::size_t i = 0; i < 3; ++i) total += get(key, magic().size() + 2 * i, 2);
+  if (key.size() != total) return std::nullopt;
   if (!is_checked(key.substr(0, key.size() - size), key.substr(key.size() - size))) return std::nullopt;
-  const KeyParts parts{key.substr(head_size, impl), key.substr(head_size + impl, intf),
-                       key.substr(head_size + impl + intf, data)};
+  const KeyParts parts = parts_of_written(key);
   if (!is_name(parts.impl) || !is_name(parts.intf)) return std::nullopt;
   return parts;
 }

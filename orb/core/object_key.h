@@ -18,14 +18,14 @@ struct KeyParts {
 /// Nothing when a part is over 65535 octets or a name holds a NUL. Signed when there is a secret (key_secret.h).
 std::optional<std::string> write_object_key(const KeyParts& parts);
 
+/// Where the parts are in a key that write_object_key made just now: nothing is checked that it has checked.
+KeyParts parts_of_written(std::string_view key);
+
 /// The exact inverse: nothing for octets that write_object_key does not produce.
 std::optional<KeyParts> read_object_key(std::string_view key);
 
 /// Whether the key names one of the broker's own objects rather than one that a POA serves: its implementation
 /// name is an interface id, and its data is no path to a POA, which takes more octets.
 bool names_own_object(const KeyParts& parts);
-
-/// CRC-32C (Castagnoli), reflected, initial value and final inversion all ones.
-uint32_t crc32c(std::string_view octets);
 
 }  // namespace zrsv

@@ -65,32 +65,47 @@ bool is_published(const IiopProfile& profile) {
 
 }  // namespace
 
-Ref<Reference> Reference::adopt_key(std::string key, std::string type_id) {
-  Ref<Reference> made = Ref<Reference>::adopt(new Reference);
-  made->local_ = true;
-  made->key_ = std::move(key);
-  const std::optional<KeyParts> parts = read_object_key(made->key_);  // views into the key where it stays
+void Reference::become(std::string_view key, const KeyParts& parts, std::string_view type_id) {
+  local_ = true;
+  internal_ = names_own_object(parts);
+  key_ = key;
+  impl_ = parts.impl;
+  intf_ = parts.intf;
+  data_ = std::string_view(key_).substr(static_cast<std::size_t>(parts.data.data() - key.data()),
+                                        parts.data.size());
+  type_id_ = type_id.empty() ? parts.intf : type_id;
+  if (has_forward_.load(std::memory_order_relaxed)) clear_forward();
+  answered();
+}
+
+Ref<Reference> Reference::local_of(std::string_view key, std::string_view type_id) {
+  const std::optional<KeyParts> parts = read_object_key(key);
   if (!parts) return {};
-  made->impl_ = parts->impl;
-  made->internal_ = names_own_object(*parts);
-  made->intf_ = parts->intf;
-  made->data_ = parts->data;
-  made->type_id_ = type_id.empty() ? made->intf_ : std::move(type_id);
+  Ref<Reference> made = Ref<Reference>::adopt(new Reference);
+  made->become(key, *parts, type_id);
   return made;
 }
 
 Ref<Reference> Reference::make_local(std::string_view impl, std::string_view intf, std::string_view data) {
-  std::optional<std::string> key = write_object_key({impl, intf, data});
+  const std::optional<std::string> key = write_object_key({impl, intf, data});
   if (!key) return {};
-  return adopt_key(std::move(*key), {});
+  Ref<Reference> made = Ref<Reference>::adopt(new Reference);
+  made->become(*key, parts_of_written(*key), {});
+  return made;
 }
 
+// Where more objects are called than a thread remembers, the one that goes lends its memory to the one that comes.
 Ref<Reference> Reference::from_key(std::string_view key) {
   RecentKeys* recent = of_thread<RecentKeys>();
   Ref<Reference>* slot = recent ? recent->slot(key) : nullptr;
   if (slot && *slot && same_key((*slot)->key(), key)) return *slot;
-  Ref<Reference> made = adopt_key(std::string(key), {});
-  if (slot && made) *slot = made;
+  const std::optional<KeyParts> parts = read_object_key(key);
+  if (!parts) return {};
+  Ref<Reference> made;
+  if (slot && *slot && !(*slot)->is_shared()) std::swap(made, *slot);
+  if (!made) made = Ref<Reference>::adopt(new Reference);
+  made->become(key, *parts, {});
+  if (slot) *slot = made;
   return made;
 }
 
@@ -101,7 +116,7 @@ Ref<Reference> Reference::from_profiles(std::string type_id, std::vector<Tagged>
   }
   for (const IiopProfile& address : iiop) {
     if (!is_published(address)) continue;
-    if (Ref<Reference> local = adopt_key(address.key, type_id)) return local;
+    if (Ref<Reference> local = local_of(address.key, type_id)) return local;
   }
   Ref<Reference> made = Ref<Reference>::adopt(new Reference);
   made->type_id_ = std::move(type_id);
@@ -116,7 +131,7 @@ Ref<Reference> Reference::from_profiles(std::string type_id, std::vector<Tagged>
 Ref<Reference> Reference::in_scope(const Reference& of, std::shared_ptr<CallScope> scope) {
   Ref<Reference> made;
   if (of.local_) {
-    made = adopt_key(of.key_, of.type_id_);
+    made = local_of(of.key_, of.type_id_);
   } else {
     made = Ref<Reference>::adopt(new Reference);
     made->least_minor_ = of.least_minor_;

@@ -10,6 +10,7 @@
 
 #include "code_sets.h"
 #include "iiop_profile.h"
+#include "object_key.h"
 #include "ref.h"
 #include "zrsv.h"
 #include "zrsv/call_scope.h"
@@ -79,7 +80,10 @@ class Reference {
   ~Reference() = default;
   /// A local reference of that key; null when the key is not one of ours. An empty type id becomes the key's
   /// interface id.
-  static Ref<Reference> adopt_key(std::string key, std::string type_id);
+  static Ref<Reference> local_of(std::string_view key, std::string_view type_id);
+  /// Becomes the local reference of a key whose parts those are, whatever it was: it is new, or nobody has it.
+  void become(std::string_view key, const KeyParts& parts, std::string_view type_id);
+  bool is_shared() const { return count_.load(std::memory_order_acquire) != 1; }
 
   std::atomic<uint32_t> count_{1};
   bool local_ = false;

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "crc32c.h"
 #include "environment.h"
-#include "object_key.h"
 #include "repository.h"
 #include "zrsv/thread_safety.h"
 

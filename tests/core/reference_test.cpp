@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "crc32c.h"
 #include "iiop_profile.h"
 #include "key_secret.h"
 #include "object_key.h"
@@ -74,6 +75,34 @@ TEST(ObjectKey, IsTheExactInverseUpToItsLimits) {
 /// What is wrong with a secret of these octets in a file; without a word it is used from now on.
 std::string load_secret(const std::string& octets, unsigned mode = 0600) {
   return load_key_secret(Scratch().write("secret", octets, mode));
+}
+
+TEST(ObjectKey, TheChecksumIsTheSameWithTheInstructionAndWithout) {
+  EXPECT_EQ(crc32c_by_table("123456789"), 0xE3069283u);
+  std::string octets;
+  for (int length = 0; length < 70; ++length, octets += static_cast<char>(length * 37))
+    for (std::size_t from = 0; from <= octets.size(); ++from) {
+      const std::string_view part = std::string_view(octets).substr(from);
+      ASSERT_EQ(crc32c(part), crc32c_by_table(part)) << from << " of " << length;
+    }
+}
+
+// A thread remembers 64: one that goes lends its memory to another, unless somebody has it.
+TEST(ObjectKey, WhoeverHasAReferenceKeepsIt) {
+  std::vector<Handle> kept;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string data = std::string(static_cast<std::size_t>(i % 40), 'd') + std::to_string(i);
+    const std::string key = *write_object_key({"impl", "IDL:T:1.0", data});
+    Handle found = Reference::from_key(key);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->data(), data);
+    if (i % 3 == 0) kept.push_back(std::move(found));
+    EXPECT_FALSE(Reference::from_key(key + "x"));
+  }
+  for (std::size_t n = 0; n < kept.size(); ++n) {
+    EXPECT_TRUE(kept[n]->data().ends_with(std::to_string(3 * n)));
+    EXPECT_EQ(read_object_key(kept[n]->key())->data, kept[n]->data());
+  }
 }
 
 TEST(ObjectKey, IsSignedWhereThereIsASecret) {

@@ -186,8 +186,8 @@ class TargetReference {
     if (!target.has_data) return;
     const auto default_oid =
         &servant == target.poa->default_servant.get() ? target.poa->default_servant.oid() : nullptr;
-    PortableServer::keep_reference(servant, target.poa, target.object, 1,
-                                   default_oid ? oid_view(*default_oid) : target.data.object_id);
+    PortableServer::keep_target(servant, target.poa, target.object,
+                                default_oid ? oid_view(*default_oid) : target.data.object_id);
   }
   ~TargetReference() {
     if (servant_)

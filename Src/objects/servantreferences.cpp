@@ -4,10 +4,12 @@
 // which stays behind cleared. So the list is never longer than its references and one, however often objects
 // come and go.
 #include <array>
+#include <cstring>
 
 #include "base/corehandles.h"
 #include "base/locks.h"
 #include "base/trace.h"
+#include "objects/referencedata.h"
 #include "zrsv/of_thread.h"
 
 namespace PortableServer {
@@ -60,16 +62,15 @@ class RecentlySeen {
 
 /// What a node owns.
 struct Content {
-  std::unique_ptr<ObjectId> oid;
+  StoredObjectId oid;
   CORBA::Object_var object;
 };
 
 /// Takes it out of the node, which is left cleared.
 Content take(ObjectRefList& node) {
   ++removals;
-  Content content{std::unique_ptr<ObjectId>(node.get_oid()), node.get_object_ref()};
+  Content content{node.take_oid(), node.get_object_ref()};
   node.set_record(nullptr);
-  node.set_oid(nullptr);
   node.set_object_ref(nullptr);
   return content;
 }
@@ -126,19 +127,58 @@ bool recorded(ObjectRefList* list, Identity poa, std::string_view oid) ZR_REQUIR
   return true;
 }
 
-/// Adds a node, unless there is one for (POA, id): then null.
-CORBA::Object* keep(ObjectRefList*& list, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
+/// What a node keeps of an object.
+enum class Keep { itself, duplicate, nothing };
+
+/// Adds a node, unless there is one for (POA, id). Gives what is kept of the object.
+CORBA::Object* keep(ObjectRefList*& list, const ObjectHomePtr& record, CORBA::Object* ior, Keep what,
                     std::string_view oid) ZR_REQUIRES(poa_svt_objref_mutex) {
   if (recorded(list, record->identity, oid)) return nullptr;
   auto node = std::make_unique<ObjectRefList>();
-  std::unique_ptr<ObjectId> own_id(make_oid(oid));
-  CORBA::Object* object = flag == 1 ? duplicate_of(ior) : ior;
+  node->set_oid(StoredObjectId(oid));
+  CORBA::Object* object = what == Keep::nothing ? nullptr : what == Keep::duplicate ? duplicate_of(ior) : ior;
   node->set_record(record);
-  node->set_oid(own_id.release());
   node->set_object_ref(object);
   drop_dead(list);
   append(list, std::move(node));
   return object;
+}
+
+/// Whether the POA makes the same reference for the id again, so that the id alone is enough to keep.
+bool can_be_made_again(const ServantBase& s, CORBA::Object* reference, std::string_view oid) {
+  ReferenceDataView data;
+  if (!data.read(reference) || data.object_id != oid) return false;  // a default servant's
+  const char* const intf = ServantAccess::intf(s);
+  const char* const said = ZR_object_get_IntfID(reference->get_ref(), 0, nullptr);
+  return intf && said && std::strcmp(intf, said) == 0;
+}
+
+/// The reference of a node, made now where only its id was kept. Null when the POA is gone.
+CORBA::Object* object_of(ObjectRefList& node, const ServantBase& s) {
+  if (!node.get_object_ref() && node.get_oid())
+    if (const ObjectHomePtr record = node.get_record()) {
+      CORBA::Environment ev;
+      const BorrowedObjectId oid(node.get_oid()->view());
+      node.set_object_ref(record->POACreateReference(oid.get(), ServantAccess::intf(s), ev));
+    }
+  return node.get_object_ref();
+}
+
+/// The node of a reference of the POA, with the trace lines of get_ObjectReference.
+ObjectRefList* find_traced(ObjectRefList* list, POA* poa, const ObjectId* oid) {
+  POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
+  if (!poa || !oid || !list) {
+    POA_TRACE("ServantBase::get_ObjectReference end...[poa or oid or _object_ref is NULL]");
+    return nullptr;
+  }
+  ObjectRefList* const node = find_node(list, poa, oid_view(*oid));
+  if (!node) {
+    POA_TRACE("ServantBase::get_ObjectReference end...[return NULL]");
+    return nullptr;
+  }
+  POA_TRACE("ServantBase::get_ObjectReference end...[return obj_ref : obj_ref = 0x%lx]",
+            trace_address(node->get_object_ref()));
+  return node;
 }
 
 void unbind(CORBA::Object& reference) {
@@ -152,20 +192,9 @@ void unbind(CORBA::Object& reference) {
 // ---- One reference ------------------------------------------------------------------------------
 
 CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
-  POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
   MutexGuard guard(poa_svt_objref_mutex);
-  if (!poa || !oid || !_object_ref) {
-    POA_TRACE("ServantBase::get_ObjectReference end...[poa or oid or _object_ref is NULL]");
-    return nullptr;
-  }
-  const ObjectRefList* node = find_node(_object_ref, poa, oid_view(*oid));
-  if (!node) {
-    POA_TRACE("ServantBase::get_ObjectReference end...[return NULL]");
-    return nullptr;
-  }
-  POA_TRACE("ServantBase::get_ObjectReference end...[return obj_ref : obj_ref = 0x%lx]",
-            trace_address(node->get_object_ref()));
-  return node->get_object_ref();
+  ObjectRefList* const node = find_traced(_object_ref, poa, oid);
+  return node ? object_of(*node, *this) : nullptr;
 }
 
 void trace_keep_called(const POA* poa, const CORBA::Object* ior) {
@@ -181,24 +210,32 @@ bool reference_recorded(const ServantBase& s, Identity poa, std::string_view oid
 CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
                                std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
-  return keep(ServantAccess::references(s), home, ior, flag, oid);
+  return keep(ServantAccess::references(s), home, ior, flag == 1 ? Keep::duplicate : Keep::itself, oid);
 }
 
-CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& record, CORBA::Object* ior, int flag,
+CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
                               std::string_view oid) {
-  trace_keep_called(record->poa_object, ior);
+  trace_keep_called(home->poa_object, ior);
+  return enter_reference(s, home, ior, flag, oid);
+}
+
+void keep_target(ServantBase& s, const ObjectHomePtr& record, CORBA::Object* target, std::string_view oid) {
+  trace_keep_called(record->poa_object, target);
+  const auto keep_it = [&] {
+    const Keep what = can_be_made_again(s, target, oid) ? Keep::nothing : Keep::duplicate;
+    keep(ServantAccess::references(s), record, target, what, oid);
+  };
   RecentlySeen* seen = OM_TRACE_IS_ON ? nullptr : zrsv::of_thread<RecentlySeen>();
-  if (!seen) return enter_reference(s, record, ior, flag, oid);
+  if (!seen) return keep_it();
   RecentlySeen::One& one = seen->of(s);
   const std::uint64_t now = removals;
-  if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return nullptr;
+  if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return;
   one.at = 0;  // memory may run out below, but not any more when the reference is kept
   one.servant = &s;
   one.poa = record->identity;
   one.oid = oid;
-  CORBA::Object* kept = enter_reference(s, record, ior, flag, oid);
+  keep_it();
   one.at = now;
-  return kept;
 }
 
 void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
@@ -227,9 +264,9 @@ CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid
 void withdraw_reference(ServantBase& s, POA* poa, std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   const BorrowedObjectId id(oid);
-  CORBA::Object* reference = s.get_ObjectReference(poa, &id.get());
-  if (!reference) return;
-  unbind(*reference);
+  const ObjectRefList* const node = find_traced(ServantAccess::references(s), poa, &id.get());
+  if (!node) return;
+  if (CORBA::Object* const reference = node->get_object_ref()) unbind(*reference);
   s.clear_ObjectReference(poa, &id.get());
 }
 
@@ -240,7 +277,7 @@ std::vector<ServantReference> list_references(const ServantBase& s) {
   MutexGuard guard(poa_svt_objref_mutex);
   for (const ObjectRefList* node = ServantAccess::references(s); node; node = node->get_next())
     if (ObjectHomePtr record = node->get_record(); record && node->get_oid())
-      list.push_back({std::move(record), *node->get_oid()});
+      list.push_back({std::move(record), BorrowedObjectId(node->get_oid()->view()).get()});
   return list;
 }
 
@@ -258,16 +295,15 @@ std::vector<WithdrawnReference> take_all(ObjectRefList*& list) {
   taken.reserve(length_of(list));
   for (ObjectRefList* node = list; node; node = node->get_next()) {
     if (!node->get_poa() || !node->get_oid()) continue;
-    if (node->get_oid()->length() != 0) {
-      WithdrawnReference& one = taken.emplace_back(WithdrawnReference{node->get_record(), nullptr, {}});
+    if (!node->get_oid()->view().empty()) {
+      WithdrawnReference& one = taken.emplace_back(WithdrawnReference{node->get_record(), {}, {}});
       Content content = take(*node);
       one.oid = std::move(content.oid);
       one.object = content.object._retn();
       if (one.object.in()) unbind(*one.object.in());
     } else {
       ++removals;
-      delete node->get_oid();
-      node->set_oid(nullptr);
+      node->take_oid();
     }
   }
   drop_cleared(list);

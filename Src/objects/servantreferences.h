@@ -23,8 +23,17 @@ class ObjectRefList {
 
   POA* get_poa() const { return _m_poa; }
   void set_poa(POA* poa) { _m_poa = poa; }
-  ObjectId* get_oid() const { return _m_oid; }
-  void set_oid(ObjectId* oid) { _m_oid = oid; }
+  /// Null when there is none.
+  const StoredObjectId* get_oid() const { return _m_oid ? &*_m_oid : nullptr; }
+  void set_oid(StoredObjectId&& oid) { _m_oid = std::move(oid); }
+  /// Leaves none. An empty one when there was none.
+  StoredObjectId take_oid() {
+    StoredObjectId taken;
+    if (_m_oid) taken = std::move(*_m_oid);
+    _m_oid.reset();
+    return taken;
+  }
+  /// Null also of a node whose reference can be made again: it is, when somebody asks for it.
   CORBA::Object* get_object_ref() const { return _m_object_ref; }
   void set_object_ref(CORBA::Object* ref) { _m_object_ref = ref; }
   ObjectRefList* get_next() const { return next; }
@@ -35,12 +44,12 @@ class ObjectRefList {
   void set_record(const ObjectHomePtr& record);
   /// A node of that POA for that id.
   bool holds(Identity poa, std::string_view oid) const {
-    return _m_oid && _m_identity == poa && oid_view(*_m_oid) == oid;
+    return _m_oid && _m_identity == poa && _m_oid->view() == oid;
   }
 
  private:
   POA* _m_poa = nullptr;  // lives as long as _m_record does
-  ObjectId* _m_oid = nullptr;
+  std::optional<StoredObjectId> _m_oid;
   CORBA::Object* _m_object_ref = nullptr;
   ObjectRefList* next = nullptr;
   std::weak_ptr<ObjectHome> _m_record;
@@ -53,11 +62,14 @@ struct ServantReference {
   ObjectId oid;
 };
 
+/// Keeps that a request for (POA, id) came to the servant: its target, unless one is kept already. Only the id, where
+/// the POA makes the same reference again. A thread that has seen it kept just now does not look again.
+void keep_target(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* target, std::string_view oid);
 /// Keeps `ior` (with flag 1 a duplicate) as the servant's reference for (POA, id); gives the object kept, or null
-/// when there is one already. With RecentlySeen, a thread that has seen it kept just now does not look again.
+/// when there is one already.
 CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
                               std::string_view oid);
-/// The same without its trace line and without a look at what the thread has seen.
+/// The same without its trace line.
 CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
                                std::string_view oid);
 /// Whether one is kept for (POA, id), traced.
@@ -74,7 +86,7 @@ void withdraw_reference(ServantBase& s, POA* poa, std::string_view oid);
 /// What a servant's reference was for.
 struct WithdrawnReference {
   ObjectHomePtr home;  // null when the POA is gone
-  std::unique_ptr<ObjectId> oid;
+  StoredObjectId oid;
   CORBA::Object_var object;
 };
 /// Takes all references out of both, or none of them (std::bad_alloc). None when the servant never had one.

@@ -71,13 +71,16 @@ namespace PortableServer {
 
 // ---- Who is in a servant ------------------------------------------------------------------------
 
-void ServantAccess::release(ServantBase& s) {
+void ServantAccess::release_looking(ServantBase& s) {
   CORBA::ULong counts = 0;
   {
     MutexGuard guard(poa_svt_ref_counter_mutex);
     const bool marked = s._to_be_deleted;  // an unmarked servant that nobody is in is the program's at once
     counts = s._to_release;
-    if (--s._counter != 0) return;
+    CORBA::ULong before = s._counter, after = 0;
+    do after = before == (ServantBase::_last_looks | 1) ? 0 : before - 1;
+    while (!s._counter.compare_exchange_weak(before, after));
+    if (after != 0) return;
     if (counts != 0) s._to_release = 0;
     if (marked) {
       POA_TRACE("  servant is added in delete list...");
@@ -92,7 +95,7 @@ void ServantAccess::give_count_back(ServantBase& s) {
   {
     MutexGuard guard(poa_svt_ref_counter_mutex);
     if (s._to_be_deleted || s._deleted) return;
-    if (s._counter != 0) {
+    if (tell_last(s)) {
       ++s._to_release;
       return;
     }

@@ -64,6 +64,7 @@ struct ServantAccess {
   static ObjectRefList*& references(ServantBase& s) ZR_REQUIRES(poa_svt_objref_mutex) {
     return s._object_ref;
   }
+  static const char* intf(const ServantBase& s) { return s._intf; }
   static std::atomic<CORBA::Object*>& target(ServantBase& s) { return s._obj_ref; }
   static CORBA::ULong default_count(const ServantBase& s) { return s._default_servant; }
   static std::atomic<CORBA::ULong>& active_entries(ServantBase& s) { return s._active_entries; }
@@ -77,8 +78,19 @@ struct ServantAccess {
   /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the
   /// POA semaphore).
   static void hold(ServantBase& s) { ++s._counter; }
-  /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list.
-  static void release(ServantBase& s);
+  /// One request less; a servant marked for deletion that nobody holds any more goes onto the delete list. Of another
+  /// one nothing is touched afterwards: it is the program's.
+  static void release(ServantBase& s) {
+    CORBA::ULong count = s._counter.load(std::memory_order_relaxed);
+    while (!(count & ServantBase::_last_looks))
+      if (s._counter.compare_exchange_weak(count, count - 1)) return;
+    release_looking(s);
+  }
+  /// Has the last request that leaves look at the marks; false when nobody is in the servant. With
+  /// poa_svt_ref_counter_mutex held.
+  static bool tell_last(ServantBase& s) {
+    return (s._counter.fetch_or(ServantBase::_last_looks) & ~ServantBase::_last_looks) != 0;
+  }
 
   /// Takes one count of a servant, for an object that it is to be.
   static void take_count(ServantBase& s);
@@ -86,6 +98,9 @@ struct ServantAccess {
   /// Gives one back, now or with the end of the last request in the servant: only of a servant that counts, and
   /// without a servant mutex or the POA semaphore. One that the library is to delete is not counted any more.
   static void give_count_back(ServantBase& s);
+
+ private:
+  [[gnu::cold]] static void release_looking(ServantBase& s);
 };
 
 /// One count of a servant that becomes an object: given back at the end of the scope unless it did.

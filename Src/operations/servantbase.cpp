@@ -107,7 +107,7 @@ void ServantBase::servant_delete() {
   if (_default_servant > 0) return;
   MutexGuard guard(poa_svt_ref_counter_mutex);
   _to_be_deleted = 1;
-  if (_counter != 0) {
+  if (ServantAccess::tell_last(*this)) {
     POA_TRACE("ServantBase::servant_delete [Servant is to be deleted...]");
   } else {
     add_delete_list();
@@ -197,8 +197,8 @@ void ServantBase::deactivate_ObjectReference() {
     ActiveObjectMap* map = reference.home ? reference.home->active_object_map.load() : nullptr;
     if (!map) continue;
     PoaSemaphoreGuard guard(__LINE__);
-    map->deactivateByOid(guard, oid_view(*reference.oid));
-    map->removeById(guard, oid_view(*reference.oid), this);
+    map->deactivateByOid(guard, oid_view(reference.oid));
+    map->removeById(guard, oid_view(reference.oid), this);
   }
   POA_TRACE("ServantBase::deactivate_ObjectReference end...[ior is not found in _object_ref]");
 }

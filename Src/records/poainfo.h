@@ -26,7 +26,7 @@ class POAInfo : public POANode {
   /// A record for a new POA, not yet in the tree and without a POA object.
   POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& list,
           CORBA::Environment& ev);
-  ~POAInfo();
+  ~POAInfo() override;
 
   // ---- The record (poainfo.cpp) ----
   /// Makes the record's POA object.
@@ -53,7 +53,7 @@ class POAInfo : public POANode {
 
   // ---- References (poainfo_references.cpp) ----
   CORBA::Object* POACreateReference(const PortableServer::ObjectId& oid, const char* intf,
-                                    CORBA::Environment& ev);
+                                    CORBA::Environment& ev) override;
   CORBA::Object* create_reference(const char* intf, CORBA::Environment& ev);
   CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf,
                                           CORBA::Environment& ev);

@@ -56,7 +56,7 @@ class POANode : public ObjectHome, public std::enable_shared_from_this<POANode> 
 
  protected:
   POANode() = default;
-  ~POANode();
+  ~POANode() override;
 
  private:
   static bool is_below(const POANode* parent, const POANode* target) ZR_REQUIRES(poa_mutex);

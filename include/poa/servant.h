@@ -81,13 +81,16 @@ class POA_API ServantBase : public CORBA::Allocated {
   /// deletion. Any thread, while the servant is sure to be there.
   void add_ref_counter();
   void remove_ref_counter();
-  CORBA::ULong get_ref_counter() const { return _counter; }
+  CORBA::ULong get_ref_counter() const { return _counter & ~_last_looks; }
 
   /// Deletion: marked while requests are in progress, then listed, then deleted on a lifespan tick (one a second).
   /// A marked servant serves no new requests: for its clients the object is not active. These are the marks themselves;
   /// use servant_delete.
   CORBA::Boolean get_to_be_deleted() const { return _to_be_deleted; }
-  void set_to_be_deleted(CORBA::Boolean flag) { _to_be_deleted = flag; }
+  void set_to_be_deleted(CORBA::Boolean flag) {
+    _to_be_deleted = flag;
+    if (flag) _counter |= _last_looks;
+  }
   CORBA::Boolean get_deleted() const { return _deleted; }
   void set_deleted(CORBA::Boolean flag) { _deleted = flag; }
   void add_delete_list();
@@ -133,9 +136,10 @@ class POA_API ServantBase : public CORBA::Allocated {
       nullptr};  ///< target of a request being served, the last one begun; for the library
   ObjectRefList* _object_ref = nullptr;  ///< head of the reference list; guarded by poa_svt_objref_mutex
   const char* _intf = nullptr;           ///< the servant's repository id, a literal; skeleton classes set it
-  /// Requests in progress. Lowered under poa_svt_ref_counter_mutex; raised under it, or under the POA
-  /// semaphore by a map lookup.
+  /// Requests in progress. Raised under poa_svt_ref_counter_mutex, or under the POA semaphore by a map lookup. With
+  /// _last_looks, the last one that leaves has something to do, and it is lowered under the mutex.
   std::atomic<CORBA::ULong> _counter{0};
+  static constexpr CORBA::ULong _last_looks = 0x80000000;
   std::atomic<CORBA::Boolean> _to_be_deleted{0};
   std::atomic<CORBA::Boolean> _deleted{0};
   std::atomic<CORBA::ULong> _timer{0};            ///< changed under poa_svt_lifespan_mutex

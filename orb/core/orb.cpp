@@ -12,6 +12,7 @@
 #include "queue_group.h"
 #include "repository.h"
 #include "upcall.h"
+#include "zrsv/of_thread.h"
 
 void* (*_cpp_poa_init)(void* orb, void* boa) = nullptr;
 void (*_call_cpp_)(void* target, void* request, CORBA_Environment* ev) = nullptr;
@@ -183,6 +184,7 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
     throw;
   }
   engine_ = engine;
+  ++engines_;
   listener_ = std::move(*listener);
   state_ = State::Serving;
   return true;
@@ -248,6 +250,7 @@ void Orb::close() {
   engine.reset();
   const MutexLock lock(mutex_);
   engine_.reset();
+  ++engines_;
   still_running_ = std::move(still_running);
   state_ = State::Closed;
   ++ends_;
@@ -278,7 +281,15 @@ const char* Orb::published(uint32_t index) {
 }
 
 std::shared_ptr<Engine> Orb::engine() {
+  struct Last {
+    std::weak_ptr<Engine> engine;
+    uint64_t number = 0;  // engines_ when it was seen
+  };
+  Last* const last = of_thread<Last>();
+  if (last && last->number == engines_.load(std::memory_order_acquire))
+    if (std::shared_ptr<Engine> engine = last->engine.lock()) return engine;
   const MutexLock lock(mutex_);
+  if (last) *last = {engine_, engines_};
   return engine_;
 }
 

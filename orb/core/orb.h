@@ -1,6 +1,7 @@
 // The ORB of the process: one start after another, each with an engine, end points and a tick of its own.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
@@ -64,6 +65,7 @@ class Orb {
   std::map<std::string, Ref<Reference>> initial_ ZR_GUARDED_BY(mutex_);
   std::vector<std::string> published_ ZR_GUARDED_BY(mutex_), still_running_ ZR_GUARDED_BY(mutex_);
   std::shared_ptr<Engine> engine_ ZR_GUARDED_BY(mutex_);
+  std::atomic<uint64_t> engines_{1};  // counts the changes of engine_, under mutex_
   std::unique_ptr<Listener> listener_ ZR_GUARDED_BY(mutex_);
   Ticker ticker_;  // of who starts, and of who closes
   std::thread closer_ ZR_GUARDED_BY(mutex_);

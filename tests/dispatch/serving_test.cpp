@@ -155,7 +155,10 @@ TEST_P(Serving, AServantKeepsTheReferenceOfEachObjectThatItIs) {
     scene.activate("o", &scene.servant);
     for (int call = 0; call < 2; ++call) {
       EXPECT_EQ(outcome(seen(scene.reference("o"))), "done");
-      EXPECT_NE(scene.servant.get_ObjectReference(scene.poa, &o), nullptr);
+      CORBA::Object* const kept = scene.servant.get_ObjectReference(scene.poa, &o);
+      ASSERT_NE(kept, nullptr);
+      EXPECT_TRUE(kept->_is_equivalent(scene.reference("o")));
+      EXPECT_EQ(scene.servant.get_ObjectReference(scene.poa, &o), kept);
     }
     scene.poa->deactivate_object(o);
     EXPECT_EQ(scene.servant.get_ObjectReference(scene.poa, &o), nullptr);

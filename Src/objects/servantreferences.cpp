@@ -222,6 +222,8 @@ CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::
 void keep_target(ServantBase& s, const ObjectHomePtr& record, CORBA::Object* target, std::string_view oid) {
   trace_keep_called(record->poa_object, target);
   const auto keep_it = [&] {
+    MutexGuard guard(poa_svt_objref_mutex);
+    if (recorded(ServantAccess::references(s), record->identity, oid)) return;
     const Keep what = can_be_made_again(s, target, oid) ? Keep::nothing : Keep::duplicate;
     keep(ServantAccess::references(s), record, target, what, oid);
   };

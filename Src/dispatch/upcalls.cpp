@@ -117,9 +117,14 @@ bool wants_release(PortableServer::POAdisconnect& callback, LostClient::Found& f
   return false;
 }
 
-void release_servant(const ServantUse& servant) {
-  servant->servant_delete();
-  POA_TRACE("  servant is deleted by POAdisconnect...");
+/// As servant_delete of somebody who is not in the servant: it is listed at once, unless others are.
+void end_in_deletion(ServantUse use) {
+  MutexGuard guard(poa_svt_ref_counter_mutex);
+  ServantBase& servant = *use;
+  use.forget();
+  servant.remove_ref_counter();
+  servant.servant_delete();
+  if (!servant.get_to_be_deleted()) use = ServantUse(&servant);  // a default servant: it is left alone
 }
 
 void ask_about_servants(PortableServer::POAdisconnect& callback, LostClient client) {
@@ -128,7 +133,10 @@ void ask_about_servants(PortableServer::POAdisconnect& callback, LostClient clie
     if (!client.next(found)) return;
     contained("releasing a servant", [&] {
       if (!wants_release(callback, found)) return;
-      if (const ServantUse servant = client.withdraw(found)) release_servant(servant);
+      if (ServantUse servant = client.withdraw(found)) {
+        end_in_deletion(std::move(servant));
+        POA_TRACE("  servant is deleted by POAdisconnect...");
+      }
     });
   }
 }
@@ -170,10 +178,10 @@ std::vector<ServantUse> take_expired() {
   return expired;
 }
 
-void end_lifespan(const ServantUse& servant) {
+void end_lifespan(ServantUse servant) {
   contained("ending a servant's lifespan", [&] {
     servant->deactivate_ObjectReference();
-    servant->servant_delete();
+    end_in_deletion(std::move(servant));
   });
 }
 
@@ -193,6 +201,6 @@ void call_poa_inst_lifespan() {
   POA_TRACE("call_poa_inst_lifespan called...");
   for (POA_ServantList* list = take_delete_list(); list;) delete_servant(POA_ServantList::pop(list));
   POA_TRACE("  Servant is deleted...");
-  for (const ServantUse& servant : take_expired()) end_lifespan(servant);
+  for (ServantUse& servant : take_expired()) end_lifespan(std::move(servant));
   POA_TRACE("call_poa_inst_lifespan end...");
 }

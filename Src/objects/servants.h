@@ -162,6 +162,8 @@ class ServantUse {
   }
 
   ServantBase* get() const { return servant_; }
+  /// Of none from now on; the servant's counter stays raised.
+  void forget() { servant_ = nullptr; }
   ServantBase& operator*() const { return *servant_; }
   ServantBase* operator->() const { return servant_; }
   explicit operator bool() const { return servant_ != nullptr; }

@@ -9,6 +9,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// Of a servant that nobody is in.
+const std::initializer_list<std::string_view> LISTED = {
+    "ServantBase::servant_delete called...", "ServantBase::add_delete_list [Servant is added on DeleteList]",
+    "ServantBase::servant_delete [ServantBase::add_delete_list invoke]",
+    "ServantBase::servant_delete end..."};
+
 /// Calls from a client of another address.
 class Upcalls : public LostClients {
  protected:
@@ -59,6 +65,7 @@ TEST_F(Upcalls, LostClients) {
     EXPECT_EQ(call(object), "done");
     TraceRecorder trace;
     lose(descriptor(place) + row.other_client);
+    EXPECT_EQ(trace.in_order(LISTED), row.released);
     EXPECT_EQ(trace.has("  servant is deleted by POAdisconnect..."), row.released);
     EXPECT_EQ(asked.asked.size(), row.answer && row.other_client == 0 ? 1u : 0u);
     EXPECT_EQ(call(object), row.released ? "UNKNOWN 0x0 NO" : "done");
@@ -104,7 +111,12 @@ TEST_F(Upcalls, ALifespanEndsInTwoTicks) {
   EXPECT_EQ(call(object), "done");
   ASSERT_EQ(made.size(), 1u);
   servant->expire();
-  call_poa_inst_lifespan();
+  {
+    TraceRecorder trace;
+    call_poa_inst_lifespan();
+    EXPECT_TRUE(trace.in_order(LISTED));
+    EXPECT_EQ(trace.count("ServantBase::add_delete_list called..."), 1u);
+  }
   EXPECT_TRUE(servant->get_deleted() && servant->get_to_be_deleted());
   EXPECT_EQ(call(object), "done");  // by a new one
   EXPECT_EQ(alive, 2);

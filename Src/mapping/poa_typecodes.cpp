@@ -3,7 +3,7 @@
 namespace PortableServer::typecodes {
 
 CORBA::TypeCode* build(const Description& description) {
-  // Lent: the octets are only read.
+  // Borrowed: the octets are only read.
   const CORBA_sequence_octet octets{description._maximum, description._length,
                                     const_cast<unsigned char*>(description._buffer)};
   CORBA::Environment ev;

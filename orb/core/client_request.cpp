@@ -366,7 +366,7 @@ Fault await(ClientRequest* request) {
 
 // ---- The steps of a call --------------------------------------------------------------------------------
 
-bool runs_in_process(const Reference& target) {
+bool runs_directly(const Reference& target) {
   return target.is_local() && target.is_internal() && has_table(target.intf_name());
 }
 
@@ -389,7 +389,7 @@ bool create(Reference* object, const char* operation, bool response_expected,
   request->call.minor = version_for(*request);
 
   const Reference& target = request->target();
-  request->kind = runs_in_process(target) ? ZR_REQUEST_IN_PROCESS : ZR_REQUEST_IIOP;
+  request->kind = runs_directly(target) ? ZR_REQUEST_DIRECT : ZR_REQUEST_IIOP;
   if (request->kind == ZR_REQUEST_IIOP) {
     if (!target.can_be_called()) return fail(no_way);
     request->key = key_for(target, 0);
@@ -528,17 +528,17 @@ unsigned char OM_req_lib_initiator_request_create(void* object, const char* oper
   });
 }
 
-unsigned char ZR_runs_in_process(void* handle) {
+unsigned char ZR_runs_directly(void* handle) {
   if (!handle || !is_usable()) return 0;
   const Reference* const object = as_reference(handle);
   const Ref<Reference> forward = object->forward();
-  return runs_in_process(forward ? *forward : *object);
+  return runs_directly(forward ? *forward : *object);
 }
 
 unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method) {
   if (!request || !method) return fail(bad_argument);
   const ClientRequest* r = as_request(request);
-  if (r->kind != ZR_REQUEST_IN_PROCESS) return fail(wrong_order);
+  if (r->kind != ZR_REQUEST_DIRECT) return fail(wrong_order);
   *method = find_direct(r->target().intf_name(), r->operation);
   return *method != nullptr || fail(no_operation);
 }

@@ -63,13 +63,13 @@ bool has_table(std::string_view intf) {
 
 void CORBA_BOA_set_impl_methods(void* /*boa*/, CORBA_Environment* ev, void* intf_def,
                                 const char* const* names, const ZR_skeleton* skeletons,
-                                const ZR_method* in_process) {
+                                const ZR_method* direct) {
   using namespace zrsv;
   const std::string_view intf = described_interface(intf_def);
-  if (intf.empty() || !names || !skeletons || !in_process) return raise_standard(ev, "BAD_PARAM");
+  if (intf.empty() || !names || !skeletons || !direct) return raise_standard(ev, "BAD_PARAM");
   guarded(ev, [&] {
     Table table;
-    for (std::size_t i = 0; names[i]; ++i) table[names[i]] = {skeletons[i], in_process[i]};
+    for (std::size_t i = 0; names[i]; ++i) table[names[i]] = {skeletons[i], direct[i]};
     Tables& all = tables();
     const SharedMutexLock lock(all.mutex);
     all.of.insert_or_assign(std::string(intf), std::move(table));

@@ -203,7 +203,7 @@ void execute(ServerRequest& request, SlotLender* slot_of, uint32_t max_message, 
   reply->lend(&request.cdr);
   request.cdr.may_leave_apart = static_cast<bool>(request.connection);
   request.info.request = as_handle(request);
-  request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_IN_PROCESS;
+  request.info.request_type = request.connection ? ZR_REQUEST_IIOP : ZR_REQUEST_DIRECT;
   request.info.sequence = request.head.id;
   request.info.operation = request.head.operation;
   request.info.response_expected = request.head.response_expected;

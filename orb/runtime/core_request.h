@@ -14,8 +14,8 @@ class CoreRequest {
       idl::fail_request(CORBA_COMPLETED_NO, ev);
   }
   ~CoreRequest() {
-    (kind_ == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
-                                    : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
+    (kind_ == ZR_REQUEST_DIRECT ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
+                                : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
   }
   CoreRequest(const CoreRequest&) = delete;
   CoreRequest& operator=(const CoreRequest&) = delete;

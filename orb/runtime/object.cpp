@@ -40,7 +40,7 @@ bool move_reference(CDR* cdr, X*& object) {
 
 /// True when calls of `object` go straight to an operation table of this process. Those tables hold the
 /// operations of the interface only; what every object answers is then answered here.
-bool has_local_table(const Object* object) { return ZR_runs_in_process(object->get_ref()); }
+bool has_local_table(const Object* object) { return ZR_runs_directly(object->get_ref()); }
 
 bool is_one_of(std::string_view id, std::initializer_list<std::string_view> ids) {
   return std::ranges::find(ids, id) != ids.end();

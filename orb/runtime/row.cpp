@@ -71,8 +71,8 @@ class Request {
     if (!OM_req_lib_initiator_request_create(self->get_ref(), operation.name, !operation.oneway, &request_,
                                              &kind))
       fail_request(CORBA_COMPLETED_NO, ev);
-    complete_ = kind == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
-                                              : OM_req_lib_UNO_IIOP_initiator_request_complete;
+    complete_ = kind == ZR_REQUEST_DIRECT ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
+                                          : OM_req_lib_UNO_IIOP_initiator_request_complete;
   }
   ~Request() { complete_(request_); }
   Request(const Request&) = delete;
@@ -311,13 +311,13 @@ OwnRequest::OwnRequest(Object* self, const OperationInfo& operation, Environment
 }
 
 OwnRequest::~OwnRequest() {
-  (kind_ == ZR_REQUEST_IN_PROCESS ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
-                                  : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
+  (kind_ == ZR_REQUEST_DIRECT ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
+                              : OM_req_lib_UNO_IIOP_initiator_request_complete)(request_);
 }
 
 ZR_method OwnRequest::method(Environment& ev) const {
   ZR_method found = nullptr;
-  if (kind_ == ZR_REQUEST_IN_PROCESS && !OM_req_lib_INTRA_PROCESS_get_method(request_, &found))
+  if (kind_ == ZR_REQUEST_DIRECT && !OM_req_lib_INTRA_PROCESS_get_method(request_, &found))
     fail_request(CORBA_COMPLETED_NO, ev);
   return found;
 }

@@ -91,7 +91,7 @@ typedef void (*ZR_method)(void);
  * answered OBJECT_NOT_EXIST. `boa`: the handle, or null. */
 ZRSV_API void CORBA_BOA_set_impl_methods(void* boa, CORBA_Environment* ev, void* intf_def,
                                          const char* const* names, const ZR_skeleton* skeletons,
-                                         const ZR_method* in_process);
+                                         const ZR_method* direct);
 
 /* ---- Queue groups ---- */
 

@@ -60,19 +60,19 @@ ZRSV_API unsigned char OM_req_lib_UNO_IIOP_encode_user_excep_hdr(void* request, 
  *
  * A request belongs to one thread at a time. */
 
-enum { ZR_REQUEST_IIOP = 2, ZR_REQUEST_IN_PROCESS = 3 };
+enum { ZR_REQUEST_IIOP = 2, ZR_REQUEST_DIRECT = 3 };
 
 /* Each returns true on success. On false the reason is kept for the calling thread, for SetStdExReqLib. */
 /* A new request for `operation` (copied) on `object` (a handle that outlives the request). *kind says which
- * road to take: IN_PROCESS when the object is of this process and its interface has an operation table, else
- * IIOP. Null object: INV_OBJREF. BAD_INV_ORDER once the ORB is destroyed, and in a child that was forked from a
+ * road to take: DIRECT, a call of a function in the operation table of its interface, when there is one and the
+ * object is of this process, else IIOP. Null object: INV_OBJREF. BAD_INV_ORDER once the ORB is destroyed, and in a child that was forked from a
  * process whose ORB was in use. */
 ZRSV_API unsigned char OM_req_lib_initiator_request_create(void* object, const char* operation,
                                                            unsigned char response_expected, void** request,
                                                            uint32_t* kind);
-/* True when requests on `object` are IN_PROCESS ones. False for a null object, and for one that no request can be made
+/* True when requests on `object` are DIRECT ones. False for a null object, and for one that no request can be made
  * on. */
-ZRSV_API unsigned char ZR_runs_in_process(void* object);
+ZRSV_API unsigned char ZR_runs_directly(void* object);
 /* The direct skeleton of the operation; false with BAD_OPERATION when the table has none. */
 ZRSV_API unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method);
 ZRSV_API void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request);

@@ -188,7 +188,7 @@ class ZRSVCPP_API TypeCode : public Allocated {
   /// result is a type that contains itself there, while the part that was given stays as it was.
   static TypeCode* create_named_tc(TCKind kind, const Parameters& parameters, CORBA_ENV);
 
-  struct NamedType {  // lent
+  struct NamedType {  // borrowed
     const char* name;
     TypeCode* type;
   };

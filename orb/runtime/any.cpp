@@ -1,5 +1,7 @@
 #include "corba/any.h"
 
+#include <array>
+
 #include "encoded_stream.h"
 #include "raise.h"
 #include "typecode_details.h"
@@ -93,49 +95,44 @@ TypeCode* exception_typecode(const SystemException& e) {
                                        {{"minor", _tc_ulong}, {"completed", status.in()}});
 }
 
-/// How values of a type are held when nobody says; null for types whose C++ form only their own code knows.
+/// How values of a kind are held when nobody says; others have a C++ form that only their own code knows.
+struct UsualOps {
+  TCKind kind;
+  const ValueOps& ops;
+};
+constexpr UsualOps usual_rows[] = {
+    {tk_short, ValueOpsOf<Short>::ops},
+    {tk_ushort, ValueOpsOf<UShort>::ops},
+    {tk_long, ValueOpsOf<Long>::ops},
+    {tk_enum, ValueOpsOf<ULong>::ops},
+    {tk_ulong, ValueOpsOf<ULong>::ops},
+    {tk_longlong, ValueOpsOf<LongLong>::ops},
+    {tk_ulonglong, ValueOpsOf<ULongLong>::ops},
+    {tk_float, ValueOpsOf<Float>::ops},
+    {tk_double, ValueOpsOf<Double>::ops},
+    {tk_longdouble, ValueOpsOf<LongDouble>::ops},
+    {tk_boolean, ValueOpsOf<Boolean>::ops},
+    {tk_wchar, ValueOpsOf<WChar>::ops},
+    {tk_char, ValueOpsOf<Char>::ops},
+    {tk_octet, OctetOps::ops},
+    {tk_any, ValueOpsOf<Any>::ops},
+    {tk_TypeCode, TypeCodeOps::ops},
+    {tk_objref, ReferenceOps::ops},
+    {tk_string, StringOps::ops},
+    {tk_wstring, WideStringOps::ops},
+};
+
+/// By kind.
+constexpr auto usual_of_kind = [] {
+  std::array<const ValueOps*, tk_local_interface + 1> of_kind{};
+  for (const UsualOps& row : usual_rows) of_kind[row.kind] = &row.ops;
+  return of_kind;
+}();
+
+/// Null for types of another form.
 const ValueOps* usual_ops(const TypeCode* type) {
-  switch (unalias(type)->kind()) {
-    case tk_short:
-      return &ValueOpsOf<Short>::ops;
-    case tk_ushort:
-      return &ValueOpsOf<UShort>::ops;
-    case tk_long:
-      return &ValueOpsOf<Long>::ops;
-    case tk_enum:
-    case tk_ulong:
-      return &ValueOpsOf<ULong>::ops;
-    case tk_longlong:
-      return &ValueOpsOf<LongLong>::ops;
-    case tk_ulonglong:
-      return &ValueOpsOf<ULongLong>::ops;
-    case tk_float:
-      return &ValueOpsOf<Float>::ops;
-    case tk_double:
-      return &ValueOpsOf<Double>::ops;
-    case tk_longdouble:
-      return &ValueOpsOf<LongDouble>::ops;
-    case tk_boolean:
-      return &ValueOpsOf<Boolean>::ops;
-    case tk_wchar:
-      return &ValueOpsOf<WChar>::ops;
-    case tk_char:
-      return &ValueOpsOf<Char>::ops;
-    case tk_octet:
-      return &OctetOps::ops;
-    case tk_any:
-      return &ValueOpsOf<Any>::ops;
-    case tk_TypeCode:
-      return &TypeCodeOps::ops;
-    case tk_objref:
-      return &ReferenceOps::ops;
-    case tk_string:
-      return &StringOps::ops;
-    case tk_wstring:
-      return &WideStringOps::ops;
-    default:
-      return nullptr;
-  }
+  const TCKind kind = unalias(type)->kind();
+  return kind < usual_of_kind.size() ? usual_of_kind[kind] : nullptr;
 }
 
 /// The value of an Any of that type, held in the usual way.

@@ -1,7 +1,6 @@
 // Values of module PortableServer: object ids, policy values and type ids.
 #pragma once
 
-#include <concepts>
 #include <cstdint>
 
 #include "corba.h"
@@ -45,20 +44,9 @@ class ObjectId : public CORBA::OctetSeq {
   operator unsigned char*() { return get_buffer(); }
   /// With an index of any integral type, which would else fit the buffer as well; a negative one is past the
   /// length.
-  template <std::integral Index>
-  CORBA::Octet& operator[](Index i) {
-    return Sequence::operator[](position(i));
-  }
-  template <std::integral Index>
-  const CORBA::Octet& operator[](Index i) const {
-    return Sequence::operator[](position(i));
-  }
-
- private:
-  template <class Index>
-  static CORBA::ULong position(Index i) {
-    constexpr CORBA::ULong past = 0xFFFFFFFF;  // no sequence is so long that this is an element
-    return i < 0 || static_cast<std::uint64_t>(i) > past ? past : static_cast<CORBA::ULong>(i);
+  CORBA::Octet& operator[](CORBA::Index auto i) { return Sequence::operator[](CORBA::sequence_index(i)); }
+  const CORBA::Octet& operator[](CORBA::Index auto i) const {
+    return Sequence::operator[](CORBA::sequence_index(i));
   }
 };
 /// Owns an id that was made with new, as all are that operations return; a fresh one holds a new empty id. `in()`

@@ -125,4 +125,23 @@ TEST(Vars, OwnOneSequence) {
   expect_var_behaviour<POAList_var>(list_of(2));
 }
 
+enum Place { first_place, second_place };
+
+/// Each converts to a pointer as well, which takes an index of its own.
+template <class... Indexes, class Var>
+void expect_second(Var& var) {
+  for (const auto* second : {&var[static_cast<Indexes>(1)]...}) EXPECT_EQ(second, &var[second_place]);
+}
+
+TEST(Vars, TakeIndexesOfAnyType) {
+  const auto all = [](auto&& var) {
+    expect_second<short, unsigned short, int, unsigned, long, unsigned long>(var);
+  };
+  ObjectId_var id(new ObjectId(make_id("ab")));
+  all(id);
+  all(CORBA::String_var(CORBA::string_dup("ab")));
+  all(POAList_var(new POAList(list_of(2))));
+  EXPECT_NE(&id[-1L], id->get_buffer() - 1) << "past the length";
+}
+
 }  // namespace

@@ -98,6 +98,14 @@ using TextElements = OwnedElements<C*, TextVar<C, true>, TextElement<C>>;
 /// For sequences that refuse an index at or past the length.
 struct NoScratch {};
 
+/// A negative one is past the length of any sequence, as is one of more than 32 bits.
+template <Index I>
+constexpr ULong sequence_index(I i) {
+  constexpr ULong past = 0xFFFFFFFF;
+  const auto wide = static_cast<long long>(i);
+  return wide < 0 || wide > past ? past : static_cast<ULong>(wide);
+}
+
 // ---- Sequences --------------------------------------------------------------------------------------------
 
 /// A sequence. What `Elements` say is how its elements are kept and copied. An index at or past the length gives the
@@ -312,8 +320,10 @@ class SequenceVar {
     return this == &o ? *this : *this = (o._ptr ? new S(*o._ptr) : nullptr);
   }
 
-  typename S::Element& operator[](ULong i) { return _ptr ? (*_ptr)[i] : wkrtn; }
-  const typename S::Element& operator[](ULong i) const { return _ptr ? (*_ptr)[i] : wkrtn; }
+  typename S::Element& operator[](Index auto i) { return _ptr ? (*_ptr)[sequence_index(i)] : wkrtn; }
+  const typename S::Element& operator[](Index auto i) const {
+    return _ptr ? std::as_const(*_ptr)[sequence_index(i)] : wkrtn;
+  }
   /// Still owned; null when there is none.
   S* operator->() const { return _ptr; }
   operator S*() const { return _ptr; }

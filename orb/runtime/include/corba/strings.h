@@ -47,8 +47,8 @@ class TextOwner {
   operator C*&() { return self().filled(); }
   // A reference too: else g++ -Wconversion warns at every use.
   operator const C* const&() const { return self().text(); }
-  C& operator[](ULong i) { return self().filled()[i]; }
-  C operator[](ULong i) const { return self().text()[i]; }
+  C& operator[](Index auto i) { return self().filled()[i]; }
+  C operator[](Index auto i) const { return self().text()[i]; }
 
  protected:
   TextOwner() = default;

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 #define ZRSVCPP_API __attribute__((visibility("default")))
@@ -32,6 +33,11 @@ using LongLong = std::int64_t;
 using ULongLong = std::uint64_t;
 using Float = float;
 using Double = double;
+
+/// What indexes of classes that convert to pointers are: with one type only, an index of any other would fit the pointer
+/// as well.
+template <class T>
+concept Index = std::is_integral_v<T> ||(std::is_enum_v<T>&& std::is_convertible_v<T, ULong>);
 
 // Out parameters of them: what `out long n` is in the signature of an operation.
 using Boolean_out = Boolean&;

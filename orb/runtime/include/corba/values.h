@@ -232,8 +232,8 @@ class ArrayVar {
   }
   ArrayVar& operator=(const ArrayVar& o) { return this == &o ? *this : *this = array_dup<Tag>(o.slice_); }
 
-  Slice& operator[](ULong i) { return slice_[i]; }
-  const Slice& operator[](ULong i) const { return slice_[i]; }
+  Slice& operator[](Index auto i) { return slice_[i]; }
+  const Slice& operator[](Index auto i) const { return slice_[i]; }
   operator Slice*&() { return slice_; }
   /// Lends the array: read only, and to be changed in place.
   const Slice* in() const { return slice_; }
@@ -271,7 +271,7 @@ class ArrayOut {
   ArrayOut& operator=(const ArrayOut& o) { return *this = o.place_; }
   operator Slice*&() { return place_; }
   Slice*& ptr() { return place_; }
-  Slice& operator[](ULong i) { return place_[i]; }
+  Slice& operator[](Index auto i) { return place_[i]; }
 
  private:
   Slice*& place_;
@@ -286,7 +286,7 @@ class ArrayForany {
   ArrayForany() = default;
   /// `nocopy`: an insertion takes over the array.
   ArrayForany(Slice* slice, Boolean nocopy = false) : slice_(slice), nocopy_(nocopy) {}
-  Slice& operator[](ULong i) const { return slice_[i]; }
+  Slice& operator[](Index auto i) const { return slice_[i]; }
   operator Slice*() const { return slice_; }
   Slice* in() const { return slice_; }
   /// Whether an insertion takes the array over.

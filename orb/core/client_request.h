@@ -6,11 +6,44 @@
 #include <string_view>
 
 #include "client_pool.h"
-#include "deferral.h"
+#include "reply_threads.h"
 #include "request_base.h"
+#include "zrsv/deferred.h"
 #include "zrsv/request_watch.h"
 
 namespace zrsv {
+
+struct ClientRequest;
+struct LocalCall;
+
+/// What a call has beside itself that no thread waits for (deferral.cpp), a part of its request. Finishing it follows
+/// forwards and sends again what a server did not take.
+class Deferral final : public Deferred {
+ public:
+  Deferral(ClientRequest& request, ReplyListener* listener) : request_(request), listener_(listener) {}
+
+  /// Sends the request. A fault: nobody is told.
+  Fault send();
+  /// An attempt to send begins: within the process by that call.
+  void attempt(std::shared_ptr<LocalCall> local = nullptr);
+  /// The request is completed: nothing comes any more.
+  void end();
+
+ private:
+  void give_up(Fault why) noexcept override;
+  void finish() noexcept override;
+  bool may_block() const override;
+  void let_go();
+  Fault take_outcome();
+  Fault take_local_outcome();
+  bool follow();
+  bool send_again(Fault* why);
+
+  ClientRequest& request_;
+  ReplyListener* const listener_;
+  std::shared_ptr<LocalCall> local_;  // null: it went over a connection
+  Fault given_up_;
+};
 
 /// What comes with a call that somebody looks at.
 struct Watched {
@@ -72,21 +105,9 @@ struct ClientRequest : RequestBase {
   Reference& target() const { return forward ? *forward : *object; }
 };
 
-/// The time limit runs from the moment that the request is ready to go; that of a bare one when it has to wait.
-void start_clock(ClientRequest& request);
-/// The whole message, out of the request's stream; of a bare one it is made now. Empty without memory.
-Buffer take_message(ClientRequest& request);
-
-// Steps of a call, for those that are deferred. On false the reason is kept for the thread.
-/// Makes the message whole, and starts the clock.
-bool finish_message(ClientRequest* request);
-/// Sends to where the object was forwarded, and to the object itself when nobody is there any more.
-Fault dispatch(ClientRequest* request);
-/// Why no connection came about: the time limit when it has passed meanwhile.
-Fault or_time_limit(const ClientRequest& request, Fault why);
-/// Calls made from now on start at the object itself again, which may know a better place.
-void drop_forward(ClientRequest* request);
-/// The request goes to that forward of its object next. False when it would have to be encoded anew for it.
-bool redirect(ClientRequest* request);
+/// What such a handle is.
+inline ClientRequest* client_request(void* handle) {
+  return static_cast<ClientRequest*>(static_cast<RequestBase*>(handle));
+}
 
 }  // namespace zrsv

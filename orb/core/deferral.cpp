@@ -1,24 +1,19 @@
-#include "deferral.h"
-
+// Calls that no thread waits for.
 #include <optional>
 #include <span>
 
-#include "client_request.h"
+#include "client_calls.h"
 #include "in_process.h"
 #include "options.h"
-#include "request_watch.h"
 #include "server_request.h"
 #include "upcall.h"
+#include "watched_requests.h"
 
 namespace zrsv {
 namespace {
 
 constexpr Fault no_thread{"NO_RESOURCES", 1};
 constexpr uint32_t forward_for_good = 4;
-
-ClientRequest& as_request(void* handle) {
-  return static_cast<ClientRequest&>(*static_cast<RequestBase*>(handle));
-}
 
 bool fail(Fault why) {
   set_last_failure(why.name, why.minor);
@@ -160,7 +155,7 @@ bool Deferral::send_again(Fault* why) {
 using namespace zrsv;
 
 bool zrsv::send_deferred(void* request, ReplyListener* listener) {
-  ClientRequest& r = as_request(request);
+  ClientRequest& r = *client_request(request);
   try {
     if (begin(r, listener)) return true;
     if (!r.watched || !end_sending(&r, false)) return false;
@@ -173,7 +168,7 @@ bool zrsv::send_deferred(void* request, ReplyListener* listener) {
 }
 
 bool zrsv::has_reply(void* request) {
-  const ClientRequest& r = as_request(request);
+  const ClientRequest& r = *client_request(request);
   return !r.deferral || reply_threads().is_over(*r.deferral);
 }
 
@@ -183,7 +178,7 @@ void zrsv::await_any_reply(void* const* requests, std::size_t count) {
   std::vector<const Deferred*> calls;
   std::optional<SlotLoan> loan;
   for (void* request : std::span(requests, count)) {
-    const ClientRequest& r = as_request(request);
+    const ClientRequest& r = *client_request(request);
     if (r.nested && !loan) loan.emplace();
     if (r.deferral) calls.push_back(r.deferral.get());
   }
@@ -195,6 +190,6 @@ bool zrsv::is_here(void* object) {
 }
 
 bool zrsv::send_elsewhere(void* request) {
-  as_request(request).elsewhere = true;
+  client_request(request)->elsewhere = true;
   return OM_req_lib_UNO_IIOP_send_request(request);
 }

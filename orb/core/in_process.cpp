@@ -4,6 +4,7 @@
 #include "engine.h"
 #include "gates.h"
 #include "orb.h"
+#include "request_message.h"
 #include "upcall.h"
 
 namespace zrsv {

@@ -9,7 +9,7 @@
 #include "method_table.h"
 #include "options.h"
 #include "reply_threads.h"
-#include "request_watch.h"
+#include "watched_requests.h"
 
 namespace zrsv {
 

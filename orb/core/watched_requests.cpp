@@ -1,4 +1,4 @@
-#include "request_watch.h"
+#include "watched_requests.h"
 
 #include <algorithm>
 

@@ -1,11 +1,10 @@
-#include "client_request.h"
+#include "client_calls.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <optional>
 
-#include "call_chain.h"
 #include "call_scope.h"
 #include "cdr_chain.h"
 #include "environment.h"
@@ -13,9 +12,10 @@
 #include "method_table.h"
 #include "options.h"
 #include "process_life.h"
-#include "request_watch.h"
+#include "request_message.h"
 #include "server_request.h"
 #include "upcall.h"
+#include "watched_requests.h"
 #include "zrsv/of_thread.h"
 
 namespace zrsv {
@@ -56,10 +56,6 @@ constexpr Fault too_many_forwards{"TRANSIENT", 5};
 
 bool is(Fault why, const char* name) { return why && std::strcmp(why.name, name) == 0; }
 
-ClientRequest* as_request(void* handle) {
-  return static_cast<ClientRequest*>(static_cast<RequestBase*>(handle));
-}
-
 // ---- Requests that a thread keeps -----------------------------------------------------------------------
 
 struct Kept {
@@ -87,135 +83,6 @@ void keep_for_later(std::unique_ptr<ClientRequest> request) {
   request->call.reply.message.shrink(max_kept_octets);
   Kept* kept = of_thread<Kept>();
   if (kept && kept->free.size() < max_kept) kept->free.push_back(std::move(request));
-}
-
-// ---- The request message --------------------------------------------------------------------------------
-
-/// The key in messages to that address of the target.
-std::string_view key_for(const Reference& target, std::size_t address) {
-  return target.iiop().empty() ? target.key() : target.iiop()[address].key;
-}
-
-/// The lowest version of all places that the call may go to, so that the same body fits them all.
-uint8_t version_for(const ClientRequest& request) {
-  uint32_t minor = std::min<uint32_t>(options().giop_minor, request.object->least_minor());
-  if (request.forward) minor = std::min<uint32_t>(minor, request.forward->least_minor());
-  return static_cast<uint8_t>(minor);
-}
-
-/// What the texts of a call to `target` are in. Within the process nothing needs to be said.
-CodeSets code_sets_for(const ClientRequest& request, const Reference& target) {
-  if (target.is_local() && options().in_process) return {ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, false};
-  return request.call.minor == 0 ? unsaid_code_sets : target.code_sets();
-}
-
-std::size_t encoded(const CDR& cdr) { return static_cast<std::size_t>(cdr.out_next - cdr.out_base); }
-
-std::span<const ServiceContext> contexts_of(const ClientRequest& request) {
-  return request.watched ? request.watched->contexts : std::span<const ServiceContext>();
-}
-
-bool begin_head(ClientRequest* request, CDR* cdr) {
-  const ClientCall& call = request->call;
-  ClientRequest::Head& head = request->head;
-  head.whole = false;
-  const std::string chain = request->nested ? chain_of_call() : std::string();
-  if (!giop::begin_request(cdr, call.minor, call.id, request->response_expected, request->key,
-                           request->operation, request->code_sets, chain, contexts_of(*request))) {
-    return false;
-  }
-  head.end = encoded(*cdr);
-  if (!giop::align_body(cdr, call.minor)) return false;
-  head.body = encoded(*cdr);
-  head.key = request->key;
-  head.operation = request->operation;
-  head.minor = call.minor;
-  head.response_expected = request->response_expected;
-  head.code_sets = request->code_sets;
-  head.whole = !request->one_off;
-  return true;
-}
-
-/// The header of the last message, which still stands there, but for the id: the same call on the same
-/// object.
-bool has_head(const ClientRequest& request) {
-  const ClientRequest::Head& head = request.head;
-  return head.whole && request.cdr.out_base && !request.one_off && head.minor == request.call.minor &&
-         head.response_expected == request.response_expected && head.operation == request.operation &&
-         head.key == request.key && head.code_sets == request.code_sets;
-}
-
-/// Starts the message in the memory of the last one, or else of the last reply.
-bool begin_message(ClientRequest* request) {
-  CDR* cdr = &request->cdr;
-  const bool as_before = has_head(*request);
-  if (!cdr->out_base) request->call.reply.message.lend(cdr);
-  cdr->out_next = cdr->out_base;
-  cdr->direction = CDR_ENCODE;
-  cdr->minor_version = request->call.minor;
-  cdr->no_outcome = cdr->unconvertible = 0;
-  cdr->may_leave_apart = !request->bare;
-  cdr->leaves_apart = 0;
-  cdr->apart = {};
-  cdr->narrow = request->code_sets.narrow;
-  cdr->wide = request->code_sets.wide;
-  cdr->in_base = cdr->in_next = cdr->in_end = nullptr;
-  if (request->bare) {
-    request->head.whole = false;
-    request->head.end = request->head.body = 0;
-    return true;
-  }
-  if (!as_before) return begin_head(request, cdr);
-  giop::set_request_id(cdr->out_base, request->call.minor, request->code_sets.said, request->call.id);
-  cdr->out_next += request->head.body;
-  return true;
-}
-
-void end_message(ClientRequest* request) {
-  CDR* cdr = &request->cdr;
-  if (request->bare) return;
-  // No body, no padding in front of it.
-  if (encoded(*cdr) == request->head.body) cdr->out_next = cdr->out_base + request->head.end;
-  giop::end_message(cdr);
-}
-
-/// Lets the body of a message before 1.2 stand as it stood in the message that it comes from.
-bool align_as_before(ClientRequest* request, CDR* cdr, std::size_t old_start) {
-  ClientRequest::Head& head = request->head;
-  const auto pad = static_cast<uint32_t>((old_start - head.body) & 7);
-  if (pad == 0) return true;
-  head.whole = false;  // for this message only
-  if (!giop::pad_request_1_1(cdr, pad)) return false;
-  head.end = head.body = encoded(*cdr);
-  return true;
-}
-
-/// Puts a header with that key in front of the body, in the place of the one that is there.
-bool put_head(ClientRequest* request, std::string_view key) {
-  const std::size_t old_start = request->head.body;
-  CDR old = request->cdr;
-  CDR fresh{};
-  fresh.minor_version = request->call.minor;
-  request->key = key;
-  bool ok = begin_head(request, &fresh);
-  if (ok && request->call.minor < 2) ok = align_as_before(request, &fresh, old_start);
-  if (ok && encoded(old) > old_start) {
-    ok = put_octets(&fresh, as_view(old.out_base + old_start, encoded(old) - old_start));
-  }
-  request->cdr.apart.at += static_cast<uint32_t>(request->head.body - old_start);
-  std::swap(fresh.out_base, request->cdr.out_base);
-  std::swap(fresh.out_next, request->cdr.out_next);
-  std::swap(fresh.out_limit, request->cdr.out_limit);
-  OM_cdr_close(&fresh);
-  request->bare = false;
-  if (ok) end_message(request);
-  return ok;
-}
-
-/// The same call under another object key.
-bool address_anew(ClientRequest* request, std::string_view key) {
-  const bool same_octets = request->key.data() == key.data() && request->key.size() == key.size();
-  return same_octets || request->key == key || put_head(request, key);
 }
 
 // ---- The way to the object ------------------------------------------------------------------------------
@@ -406,11 +273,6 @@ bool create(Reference* object, const char* operation, bool response_expected,
   return true;
 }
 
-/// Octets of the message behind GIOP's header.
-std::size_t body_size(const ClientRequest& request) {
-  return encoded(request.cdr) + request.cdr.apart.size - (request.bare ? 0 : giop::header_size);
-}
-
 [[gnu::cold]] bool fail_too_long(const ClientRequest& request) {
   OM_log("request %s not sent: %zu octets, over -ORBMaxMessage %u", request.operation.c_str(),
          body_size(request), options().max_message);
@@ -478,21 +340,6 @@ unsigned char step(Step&& body) {
 
 }  // namespace
 
-void start_clock(ClientRequest& request) {
-  std::chrono::nanoseconds limit = std::chrono::milliseconds(options().timeout_ms);
-  if (call_scopes_used.load(std::memory_order_relaxed)) [[unlikely]] {
-    if (const int64_t said = said_limit(*request.object); said != limit_unsaid)
-      limit = std::chrono::nanoseconds(said);
-  }
-  request.call.now = Clock::now();
-  request.deadline = limit.count() ? request.call.now + limit : Deadline::max();
-}
-
-Buffer take_message(ClientRequest& request) {
-  if (request.bare && !put_head(&request, request.key)) return {};
-  return Buffer::take(&request.cdr);
-}
-
 bool finish_message(ClientRequest* request) {
   if (!prepare(request)) return false;
   if (request->bare) start_clock(*request);
@@ -537,7 +384,7 @@ unsigned char ZR_runs_directly(void* handle) {
 
 unsigned char OM_req_lib_INTRA_PROCESS_get_method(void* request, ZR_method* method) {
   if (!request || !method) return fail(bad_argument);
-  const ClientRequest* r = as_request(request);
+  const ClientRequest* r = client_request(request);
   if (r->kind != ZR_REQUEST_DIRECT) return fail(wrong_order);
   *method = find_direct(r->target().intf_name(), r->operation);
   return *method != nullptr || fail(no_operation);
@@ -550,7 +397,7 @@ void OM_req_lib_INTRA_PROCESS_initiator_request_complete(void* request) {
 unsigned char OM_req_lib_UNO_IIOP_send_request(void* request) {
   if (!request) return fail(bad_argument);
   return step([&] {
-    ClientRequest* const r = as_request(request);
+    ClientRequest* const r = client_request(request);
     const bool sent = send(r);
     return r->watched ? end_sending(r, sent) : sent;
   });
@@ -559,14 +406,14 @@ unsigned char OM_req_lib_UNO_IIOP_send_request(void* request) {
 unsigned char OM_req_lib_UNO_IIOP_recv_reply(void* request) {
   if (!request) return fail(bad_argument);
   return step([&] {
-    ClientRequest* const r = as_request(request);
+    ClientRequest* const r = client_request(request);
     return receive(r) || (r->watched && end_receiving(r));
   });
 }
 
 unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* status) {
   if (!request || !status) return fail(bad_argument);
-  ClientRequest* r = as_request(request);
+  ClientRequest* r = client_request(request);
   if (r->phase != Phase::Answered) return fail(wrong_order);
   constexpr uint32_t forward_for_good = 4, needs_addressing_mode = 5;
   *status = r->call.reply.head.status;
@@ -582,7 +429,7 @@ unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, uint32_t* s
 
 unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* ev) {
   if (!request || !ev) return fail(bad_argument);
-  Reader in(&as_request(request)->cdr);
+  Reader in(&client_request(request)->cdr);
   const std::string_view id = in.text();
   if (in.ok()) {
     ZR_set_user_exception(ev, id.data());
@@ -594,14 +441,14 @@ unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Env
 
 unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* ev) {
   if (!request || !ev) return fail(bad_argument);
-  Reader in(&as_request(request)->cdr);
+  Reader in(&client_request(request)->cdr);
   const std::string_view id = in.text();
   const uint32_t minor = in.u32();
   const uint32_t completed = in.u32();
   if (in.ok()) {
     const std::string_view name = internal_id(id);
     for (const char* elsewhere : {"TRANSIENT", "COMM_FAILURE", "OBJECT_NOT_EXIST"}) {
-      if (name == internal_id(elsewhere)) drop_forward(as_request(request));
+      if (name == internal_id(elsewhere)) drop_forward(client_request(request));
     }
     CORBA_BOA_set_standard_exception(ev, id.data(), minor,
                                      std::min<uint32_t>(completed, CORBA_COMPLETED_MAYBE));
@@ -613,7 +460,7 @@ unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Env
 
 void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
   if (!request || in_forked_child()) return;  // a child's copy is left alone with what it holds
-  std::unique_ptr<ClientRequest> r(as_request(request));
+  std::unique_ptr<ClientRequest> r(client_request(request));
   if (r->deferral) [[unlikely]]
     end_deferral(r.get());
   if (r->watched) end_watch(r.get());

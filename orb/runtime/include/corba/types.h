@@ -37,7 +37,8 @@ using Double = double;
 /// What indexes of classes that convert to pointers are: with one type only, an index of any other would fit the pointer
 /// as well.
 template <class T>
-concept Index = std::is_integral_v<T> ||(std::is_enum_v<T>&& std::is_convertible_v<T, ULong>);
+concept Index =
+    std::disjunction_v<std::is_integral<T>, std::conjunction<std::is_enum<T>, std::is_convertible<T, ULong>>>;
 
 // Out parameters of them: what `out long n` is in the signature of an operation.
 using Boolean_out = Boolean&;

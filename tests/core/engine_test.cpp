@@ -439,6 +439,17 @@ TEST_F(Engine, CallsWhileAThreadEnds) {
   }).join();
 }
 
+TEST_F(Engine, TheSlotOfACallOfThisProcessGoesToWhoWaits) {
+  start({"-ORBThreads", "1"});
+  std::thread here([] { EXPECT_EQ(own_call(key(), "block", 1), "1"); });
+  EXPECT_TRUE(barrier_.wait_for(1));
+  Client client(port());
+  EXPECT_EQ(client.ask(call(1, "echo", 2) + look_), "here");
+  barrier_.open(1);
+  EXPECT_EQ(client.answer(), "2");
+  here.join();
+}
+
 TEST_F(Engine, CallsOfThisProcessTakeTheSameRoad) {
   const std::chrono::milliseconds soon(1);
   start({"-ORBThreads", "1"});

@@ -21,8 +21,8 @@ std::atomic<long> until{0};  // calls that still succeed; below 0 they fail
 std::atomic<long> last{0};
 std::atomic<What> kind{What::allocation};
 std::atomic<bool> armed{false}, failed{false};
-std::atomic<long> hours{0};  // that the clock has leapt
-thread_local std::function<void()> at_full_socket;
+std::atomic<long> hours{0};                  // that the clock has leapt
+thread_local std::function<void()> acts[2];  // by Moment
 thread_local bool counted = true;
 [[maybe_unused]] const bool main_counts = counted = false;  // the thread that runs the tests
 std::atomic<long> allocated{0};
@@ -47,6 +47,10 @@ int broken(int error) {
   if (!lost && !fails(What::interrupted)) return 0;
   errno = lost ? error : EINTR;
   return -1;
+}
+
+void came(failing::Moment moment) {
+  if (const auto& act = acts[static_cast<int>(moment)]) act();
 }
 
 /// For those who count: tests measure themselves by the true time.
@@ -74,7 +78,7 @@ bool end() {
   return failed;
 }
 
-void when_a_socket_is_full(std::function<void()> act) { at_full_socket = std::move(act); }
+void at(Moment moment, std::function<void()> act) { acts[static_cast<int>(moment)] = std::move(act); }
 
 long live() { return allocated; }
 
@@ -130,8 +134,8 @@ ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
   if (broken(EPIPE)) return -1;
   if (fails(What::shortened)) return __real_send(fd, message->msg_iov->iov_base, 1, flags);
   const ssize_t sent = __real_sendmsg(fd, message, flags);
-  if (sent < 0 && errno == EAGAIN && at_full_socket) {
-    at_full_socket();
+  if (sent < 0 && errno == EAGAIN) {
+    came(failing::Moment::told_full);
     errno = EAGAIN;
   }
   return sent;
@@ -140,6 +144,7 @@ int __wrap_accept4(int fd, sockaddr* from, socklen_t* length, int flags) {
   return broken(ECONNABORTED) ? -1 : __real_accept4(fd, from, length, flags);
 }
 int __wrap_connect(int fd, const sockaddr* to, socklen_t length) {
+  came(failing::Moment::connecting);
   return fails(What::socket) ? (errno = ECONNREFUSED, -1) : __real_connect(fd, to, length);
 }
 int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {

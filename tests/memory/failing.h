@@ -19,8 +19,13 @@ void begin(What what, long n, long more = 0);
 /// None fails any more. Whether one did.
 bool end();
 
-/// From now on `act` runs when this thread is about to be told that a socket takes no more; none: nothing.
-void when_a_socket_is_full(std::function<void()> act);
+/// A step of the calling thread at which a test has others do something.
+enum class Moment {
+  told_full,  // the system has found that a socket takes no more, and the library does not know yet
+  connecting
+};
+/// From now on `act` runs at each such moment of this thread; null: nothing does.
+void at(Moment moment, std::function<void()> act);
 
 /// Octets that are allocated.
 long live();

@@ -26,13 +26,13 @@ TEST(Output, LosesNoWordOfRoom) {
   EXPECT_EQ(queue.send(&message, 0), OutputQueue::Sent::Rest);
   take_all();
   int words = 0;
-  failing::when_a_socket_is_full([&] {
+  failing::at(failing::Moment::told_full, [&] {
     take_all();
     ++words;
     EXPECT_EQ(queue.flush(), OutputQueue::Sent::All) << "who sends goes on";
   });
   EXPECT_EQ(queue.flush(), OutputQueue::Sent::All);
-  failing::when_a_socket_is_full({});
+  failing::at(failing::Moment::told_full, nullptr);
   take_all();
   EXPECT_GT(words, 0);
   EXPECT_EQ(taken, octets.size());

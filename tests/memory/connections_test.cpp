@@ -1,0 +1,71 @@
+// What a client's connections do at moments that are otherwise hard to meet.
+#include <future>
+
+#include "client_call.h"
+#include "failing.h"
+#include "options.h"
+
+namespace {
+
+using failing::Counted;
+using std::chrono::milliseconds;
+
+Result echoed(const zrsv::Ref<zrsv::Reference>& target, uint64_t argument) {
+  const Counted this_thread;
+  return Call(target, argument).run();
+}
+
+class Connections : public testing::Test {
+ protected:
+  ~Connections() override {
+    zrsv::close_client_connections();
+    CORBA_ORB_destroy(orb_, ev_);
+  }
+
+ private:
+  int argc_ = 0;
+  Outcome ev_;
+  void* const orb_ = CORBA_ORB_init(&argc_, nullptr, "", ev_);
+};
+
+// The server closed it while nobody looked: the next call is made over another one.
+TEST_F(Connections, AreLookedAtBeforeTheyAreUsed) {
+  std::promise<void> gone;
+  ScriptedServer server({[&](Peer& peer) {
+                           peer.echo(peer.read());
+                           peer.close();
+                           gone.set_value();
+                         },
+                         [](Peer& peer) { peer.echo_all(); }});
+  const auto target = reference_to({{server.port()}});
+  EXPECT_EQ(echoed(target, 1), "1");
+  ASSERT_EQ(gone.get_future().wait_for(milliseconds(3000)), std::future_status::ready);
+  failing::begin(failing::What::clock, 1);
+  EXPECT_EQ(echoed(target, 2), "2");
+  EXPECT_TRUE(failing::end());
+}
+
+TEST_F(Connections, AreMadeByOneThreadForAllThatWait) {
+  zrsv::Options one;
+  one.client_connections = 1;
+  one.timeout_ms = 5000;
+  zrsv::set_options(one);
+  ScriptedServer server({[](Peer& peer) { peer.echo_all(); }});
+  const auto target = reference_to({{server.port()}});
+  std::future<Result> second;
+  auto first = std::async(std::launch::async, [&] {
+    failing::at(failing::Moment::connecting, [&] {
+      const Counted not_this(false);
+      second = std::async(std::launch::async, [&] { return echoed(target, 2); });
+      EXPECT_EQ(second.wait_for(milliseconds(20)), std::future_status::timeout);
+    });
+    return echoed(target, 1);
+  });
+  EXPECT_EQ(first.get(), "1");
+  EXPECT_EQ(second.wait_for(milliseconds(3000)), std::future_status::ready);
+  zrsv::close_client_connections();
+  EXPECT_EQ(second.get(), "2");
+  EXPECT_EQ(server.accepted, 1);
+}
+
+}  // namespace

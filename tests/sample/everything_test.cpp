@@ -81,7 +81,7 @@ TEST_P(Everything, BasesAttributesAndExceptions) {
   std::future<std::string> hinted = servant.hinted.get_future();
   ASSERT_EQ(hinted.wait_for(std::chrono::seconds(10)), std::future_status::ready);
   EXPECT_EQ(hinted.get(), "later");
-  store->nothing();
+  EXPECT_THROW(store->nothing(), CORBA::UNKNOWN);
 }
 
 Octets pattern(CORBA::ULong length, CORBA::ULong seed) {
@@ -190,6 +190,15 @@ TEST(Stubs, TakeAnUnlistedUserExceptionForUnknown) {
 }
 
 // ---- TypeCodes -------------------------------------------------------------------------------------
+
+TEST(Unions, ChangeTheirLabelOnlyWithinTheirMember) {
+  Shape shape;
+  shape.radius(2);
+  EXPECT_THROW(shape._d(green), CORBA::BAD_PARAM);
+  EXPECT_THROW(shape.text(), CORBA::BAD_PARAM);
+  shape._d(red);
+  EXPECT_EQ(shape.radius(), 2);
+}
 
 TEST(TypeCodes, SayWhatTheIdlSays) {
   EXPECT_EQ(_tc_Entry->kind(), CORBA::tk_struct);

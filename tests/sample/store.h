@@ -28,7 +28,7 @@ class StoreServant : public POA_Sample::Store {
     return CORBA::string_dup((prefix + a).c_str());
   }
   char* codes(const char* a, char*& b, CORBA::String_out c) override { return strings(a, b, c); }
-  void nothing() override {}
+  void nothing() override { throw Sample::Refused("not in its list", 1); }
 
   Sample::Octets data;
   std::string prefix;  // of what strings() gives back

@@ -203,6 +203,15 @@ TEST(AnyTest, ExceptionsTravel) {
   const CORBA::MARSHAL* other = nullptr;
   EXPECT_TRUE((arrived >>= exact) && exact == found);
   EXPECT_FALSE((arrived >>= other) || other);
+
+  const std::string id = "IDL:omg.org/CORBA/TRANSIENT:2.3";  // of another version
+  const TypeCode_var type(TypeCode::create_exception_tc(
+      id.c_str(), "TRANSIENT", {{"minor", CORBA::_tc_ulong}, {"completed", CORBA::_tc_ulong}}));
+  Any later;
+  later.replace(type.in(), nullptr, 0);
+  Decoding in(hex("20000000") + id + hex("00 01000000 01000000"), /*little=*/true);
+  ASSERT_TRUE(later.decode_value(in));
+  EXPECT_FALSE(later >>= found);
 }
 
 TEST(AnyTest, OwnersAreArgumentsOfAllKinds) {

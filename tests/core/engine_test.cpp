@@ -364,12 +364,38 @@ TEST_F(Engine, AResultMayBeAViewOfItsRequest) {
   }
 }
 
+struct NoHost : zrsv::ConnectionHost {
+  void resume_reading(zrsv::Connection&) override {}
+  void watch_output(zrsv::Connection&) override {}
+};
+
+TEST(Connections, AreAsNewWhereARecordIsUsedAgain) {
+  NoHost host;
+  zrsv::ConnectionPool pool(host);
+  const auto taken = [&] {
+    int pair[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    ::close(pair[0]);
+    return pool.take(pair[1], {});
+  };
+  zrsv::Connection* const first = taken();
+  first->minor = 2;
+  first->served = true;
+  first->in_line = true;
+  first->code_sets = {ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, true};
+  first->unregister();
+  first->drop();
+  zrsv::Connection* const second = taken();
+  EXPECT_EQ(second, first);
+  EXPECT_TRUE(second->minor == 0 && !second->served && !second->in_line);
+  EXPECT_TRUE(second->code_sets == zrsv::unsaid_code_sets);
+  second->unregister();
+  second->drop();
+}
+
 // Else a client of large messages looks like one that sends without waiting, and no thread is pinned to it.
 TEST(Connections, KnowThatNothingFollowsALargeMessage) {
-  struct NoHost : zrsv::ConnectionHost {
-    void resume_reading(zrsv::Connection&) override {}
-    void watch_output(zrsv::Connection&) override {}
-  } host;
+  NoHost host;
   zrsv::ConnectionPool pool(host);
   int pair[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);

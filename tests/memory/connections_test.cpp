@@ -45,6 +45,23 @@ TEST_F(Connections, AreLookedAtBeforeTheyAreUsed) {
   EXPECT_TRUE(failing::end());
 }
 
+TEST_F(Connections, GoOnAfterASignal) {
+  ScriptedServer server({[](Peer& peer) {
+    const Counted not_this(false);
+    peer.echo_all();
+  }});
+  const auto target = reference_to({{server.port()}});
+  EXPECT_EQ(echoed(target, 0), "0");
+  bool interrupted = true;
+  for (uint64_t n = 1; interrupted; ++n) {
+    ASSERT_LT(n, 100u);
+    failing::begin(failing::What::interrupted, static_cast<long>(n));
+    EXPECT_EQ(echoed(target, n), std::to_string(n));
+    interrupted = failing::end();
+  }
+  EXPECT_EQ(server.accepted, 1);
+}
+
 TEST_F(Connections, AreMadeByOneThreadForAllThatWait) {
   zrsv::Options one;
   one.client_connections = 1;

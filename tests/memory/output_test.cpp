@@ -8,7 +8,7 @@ namespace {
 using zrsv::OutputQueue;
 
 // A word that there is room again comes while the one who sends is being told that there is none.
-TEST(Output, LosesNoWordOfRoom) {
+TEST(Output, LosesNoWordOfRoomAndMindsNoSignal) {
   int pair[2];
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
   const Socket peer(pair[0]);
@@ -24,6 +24,13 @@ TEST(Output, LosesNoWordOfRoom) {
   zrsv::Buffer message;
   ASSERT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
   EXPECT_EQ(queue.send(&message, 0), OutputQueue::Sent::Rest);
+  take_all();
+  {
+    const failing::Counted this_thread;
+    failing::begin(failing::What::interrupted, 1);
+    EXPECT_EQ(queue.flush(), OutputQueue::Sent::Rest) << "a signal is no failure";
+    EXPECT_TRUE(failing::end());
+  }
   take_all();
   int words = 0;
   failing::at(failing::Moment::told_full, [&] {

@@ -25,7 +25,7 @@ def blob(e): e.octets(BLOB)
 
 class KillTest(unittest.TestCase):
     def setUp(self):
-        self.server = Server()
+        self.server = Server("-ORBPinnedThreads", "1")  # the number of threads is then what it will be
         self.addCleanup(self.server.stop)
         self.control = giop.Connection(self.server.address)
         self.addCleanup(self.control.close)

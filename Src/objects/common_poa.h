@@ -97,8 +97,8 @@ PortableServer::ObjectId* genSystemId();
 void set_system_id(CORBA::ULong first);
 CORBA::ULong next_system_id();
 
-/// When an id was made, as its unique form prints it.
-struct SystemIdTime {
+/// When an id was made, as its unique form prints it. Aligned, so that every compiler exchanges it whole in place.
+struct alignas(8) SystemIdTime {
   CORBA::ULong seconds = 0;  // since 1970
   CORBA::ULong millisecond = 0;
 };

@@ -39,7 +39,7 @@ void each(Writer& out, const Spelling& spell, const Scope& scope) {
   const std::vector<const Member*> all = members_of(scope);
   const std::string type = spell.qualified(scope);
   out.line("template <class V>");
-  out.open("static bool each(V" + std::string(all.empty() ? "" : " _v") + ", " + type + "&" +
+  out.open("static constexpr bool each(V" + std::string(all.empty() ? "" : " _v") + ", " + type + "&" +
            (all.empty() ? "" : " _e") + ") {");
   out.line("return " +
            (all.empty() ? std::string("true")

@@ -20,15 +20,15 @@ bool move_length(CDR* cdr, ULong& length, ULong bound) {
 namespace {
 
 template <class Bits>
-void reverse(Bits* values, ULong count) {
-  for (ULong i = 0; i < count; ++i) values[i] = zrsv::reversed(values[i]);
+void reverse(Bits* values, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) values[i] = zrsv::reversed(values[i]);
 }
 
 /// Moves over the padding before the first value; with no value there is none.
 template <class Bits>
-bool move_numbers(CDR* cdr, Bits* values, ULong count) {
+bool move_numbers(CDR* cdr, Bits* values, std::size_t count) {
   if (!zrsv::move_value(cdr, values)) return false;
-  const ULong rest = count - 1;
+  const std::size_t rest = count - 1;
   if (rest == 0) return true;
   const std::uint64_t octets = std::uint64_t{rest} * sizeof(Bits);
   if (octets > UINT32_MAX) return false;
@@ -46,7 +46,7 @@ bool move_numbers(CDR* cdr, Bits* values, ULong count) {
 
 }  // namespace
 
-void* view_flat(CDR* cdr, ULong count, std::size_t size) {
+void* view_flat(CDR* cdr, std::size_t count, std::size_t size) {
   if (!cdr->in_place || count == 0 || cdr->in_cuts || (cdr->swap && size > 1)) return nullptr;
   const unsigned char* at =
       cdr->in_next + ((cdr->in_base - cdr->in_next) & static_cast<std::ptrdiff_t>(size - 1));
@@ -57,13 +57,13 @@ void* view_flat(CDR* cdr, ULong count, std::size_t size) {
   return const_cast<unsigned char*>(at);
 }
 
-void* take_flat(CDR* cdr, ULong count, std::size_t size) {
+void* take_flat(CDR* cdr, std::size_t count, std::size_t size) {
   const std::uint64_t octets = std::uint64_t{count} * size;
   if (!cdr->in_block || (cdr->swap && size > 1) || octets > UINT32_MAX) return nullptr;
   return ZR_cdr_take_bytes(cdr, static_cast<ULong>(octets), static_cast<ULong>(size));
 }
 
-bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size) {
+bool move_flat(CDR* cdr, void* values, std::size_t count, std::size_t size) {
   if (count == 0) return true;
   switch (size) {
     case 1:
@@ -75,6 +75,25 @@ bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size) {
     default:
       return move_numbers(cdr, static_cast<std::uint64_t*>(values), count);
   }
+}
+
+unsigned char* claim_octets(CDR* cdr, std::uint64_t octets, std::size_t align) {
+  const std::size_t pad =
+      static_cast<std::size_t>(cdr->out_base - cdr->out_next) & static_cast<std::size_t>(align - 1);
+  if (octets > UINT32_MAX || !zrsv::has_room(cdr, pad + octets)) return nullptr;
+  unsigned char* at = cdr->out_next;
+  if (pad != 0) std::memset(at, 0, pad);
+  cdr->out_next = at + pad + octets;
+  return at + pad;
+}
+
+const unsigned char* take_octets(CDR* cdr, std::uint64_t octets, std::size_t align) {
+  const std::size_t pad =
+      static_cast<std::size_t>(cdr->in_base - cdr->in_next) & static_cast<std::size_t>(align - 1);
+  if (cdr->in_cuts || zrsv::octets_left(cdr) < pad + octets) return nullptr;
+  const unsigned char* at = cdr->in_next + pad;
+  cdr->in_next = at + octets;
+  return at;
 }
 
 }  // namespace CORBA::idl

@@ -14,6 +14,7 @@
 #pragma once
 
 #include "corba/any.h"
+#include "corba/flat.h"
 #include "corba/local_object.h"
 #include "corba/typecode_place.h"
 #include "corba/values.h"
@@ -433,22 +434,7 @@ using sequence = typename SequenceClass<V>::type;
 template <class V, ULong Bound>
 using bounded_sequence = BoundedSequence<sequence<V>, Bound>;
 
-/// Types whose octets on the wire are those in memory, but for the byte order.
-template <class V>
-concept Flat = Number<V> || OneOf<V, Octet, Char>;
-/// Whether values travel so in this stream: characters only where they need no conversion.
-template <Flat V>
-bool is_flat(const CDR* cdr) {
-  return !std::same_as<V, Char> || cdr->narrow == ZR_TEXT_NATIVE;
-}
-
 ZRSVCPP_API bool move_length(CDR* cdr, ULong& length, ULong bound);
-ZRSVCPP_API bool move_flat(CDR* cdr, void* values, ULong count, std::size_t size);
-/// So many values where they are in the stream's window, which is read past them; null, and nothing read, where they
-/// cannot stay: not allowed, the other byte order, not aligned, in fragments.
-ZRSVCPP_API void* view_flat(CDR* cdr, ULong count, std::size_t size);
-/// Many values together with the memory of the message that they came in, for Sequence::adopt_message; null as above.
-ZRSVCPP_API void* take_flat(CDR* cdr, ULong count, std::size_t size);
 
 /// Elements one after the other.
 template <class D, class Stored>
@@ -467,24 +453,41 @@ void grow(CDR* cdr, S& sequence, ULong length) {
   sequence.length(length < believable ? length : static_cast<ULong>(believable));
 }
 
+/// Elements whose octets are those in memory: where they are in the message, or copied in one piece.
+template <class S, Flat D>
+bool move_flat_elements(CDR* cdr, S& sequence, ULong length) {
+  constexpr std::size_t unit = unit_of<D>();
+  const std::size_t units = std::size_t{length} * (sizeof(D) / unit);
+  if (cdr->direction == CDR_DECODE) {
+    if (length > OM_cdr_remaining(cdr) / sizeof(D)) return false;
+    if constexpr (requires(ValueOf<D> * values) { sequence.replace(length, length, values, false); }) {
+      if (void* values = view_flat(cdr, units, unit))
+        return sequence.replace(length, length, static_cast<ValueOf<D>*>(values), false), true;
+      if (void* values = take_flat(cdr, units, unit))
+        return sequence.adopt_message(length, static_cast<ValueOf<D>*>(values)), true;
+    }
+    sequence.length_to_fill(length);
+  }
+  return move_flat(cdr, sequence.get_buffer(), units, unit);
+}
+
+/// Structs of numbers with octets between them.
+template <class S, FlatStruct D>
+bool move_padded_elements(CDR* cdr, S& sequence, ULong length) {
+  if (cdr->direction == CDR_ENCODE) return write_padded(cdr, sequence.get_buffer(), length);
+  if (octets_of<D>(length) > OM_cdr_remaining(cdr)) return false;
+  sequence.length_to_fill(length);
+  return read_padded(cdr, sequence.get_buffer(), length);
+}
+
 template <class S, class D, ULong Bound>
 bool move_sequence(CDR* cdr, S& sequence) {
   ULong length = sequence.length();
   if (!move_length(cdr, length, Bound)) return false;
   if constexpr (Flat<D>) {
-    if (is_flat<D>(cdr)) {
-      if (cdr->direction == CDR_DECODE) {
-        if (length > OM_cdr_remaining(cdr) / sizeof(D)) return false;
-        if constexpr (requires(ValueOf<D> * values) { sequence.replace(length, length, values, false); }) {
-          if (void* values = view_flat(cdr, length, sizeof(D)))
-            return sequence.replace(length, length, static_cast<ValueOf<D>*>(values), false), true;
-          if (void* values = take_flat(cdr, length, sizeof(D)))
-            return sequence.adopt_message(length, static_cast<ValueOf<D>*>(values)), true;
-        }
-        sequence.length_to_fill(length);
-      }
-      return move_flat(cdr, sequence.get_buffer(), length, sizeof(D));
-    }
+    if (is_flat<D>(cdr)) return move_flat_elements<S, D>(cdr, sequence, length);
+  } else if constexpr (FlatStruct<D>) {
+    if (length != 0 && moves_padded(cdr)) return move_padded_elements<S, D>(cdr, sequence, length);
   }
   if (cdr->direction == CDR_DECODE) sequence.length(0);
   for (ULong i = 0; i < length; ++i) {
@@ -510,7 +513,8 @@ struct Type<Tag> {
     auto* elements = reinterpret_cast<Element*>(&value);
     constexpr ULong count = sizeof(Value) / sizeof(Element);
     if constexpr (Flat<Element>)
-      if (is_flat<Element>(cdr)) return move_flat(cdr, elements, count, sizeof(Element));
+      if (is_flat<Element>(cdr))
+        return move_flat(cdr, elements, count * (sizeof(Element) / unit_of<Element>()), unit_of<Element>());
     for (ULong i = 0; i < count; ++i)
       if (!Type<typename Tag::Element>::move(cdr, elements[i])) return false;
     return true;

@@ -12,10 +12,10 @@ using namespace ListBench;
 
 class Servant : public POA_ListBench::Lists {
  public:
-  Points* points(const Points& data) override { return new Points(data); }
-  Texts* texts(const Texts& data) override { return new Texts(data); }
-  Octets* octets(const Octets& data) override { return new Octets(data); }
-  char* text(const char* data) override { return CORBA::string_dup(data); }
+  Points* echo_points(const Points& data) override { return new Points(data); }
+  Texts* echo_texts(const Texts& data) override { return new Texts(data); }
+  Octets* echo_octets(const Octets& data) override { return new Octets(data); }
+  char* echo_text(const char* data) override { return CORBA::string_dup(data); }
 };
 
 Points some(CORBA::ULong count, Points*) {
@@ -47,7 +47,8 @@ void echo(benchmark::State& state, Lists_ptr object, S* (Lists::*operation)(cons
 }
 
 void text(benchmark::State& state, Lists_ptr object) {
-  for (auto _ : state) benchmark::DoNotOptimize(CORBA::String_var(object->text("sixteen letters.")).in());
+  for (auto _ : state)
+    benchmark::DoNotOptimize(CORBA::String_var(object->echo_text("sixteen letters.")).in());
 }
 
 void register_benchmarks(const std::string& where, Lists_ptr object) {
@@ -56,10 +57,12 @@ void register_benchmarks(const std::string& where, Lists_ptr object) {
       run(state, object);
     })->UseRealTime();
   };
-  add("10000_structs", [](auto& state, Lists_ptr to) { echo<Points>(state, to, &Lists::points, 10'000); });
-  add("10000_strings", [](auto& state, Lists_ptr to) { echo<Texts>(state, to, &Lists::texts, 10'000); });
-  add("16_octets", [](auto& state, Lists_ptr to) { echo<Octets>(state, to, &Lists::octets, 16); });
-  add("100000_octets", [](auto& state, Lists_ptr to) { echo<Octets>(state, to, &Lists::octets, 100'000); });
+  add("10000_structs",
+      [](auto& state, Lists_ptr to) { echo<Points>(state, to, &Lists::echo_points, 10'000); });
+  add("10000_strings", [](auto& state, Lists_ptr to) { echo<Texts>(state, to, &Lists::echo_texts, 10'000); });
+  add("16_octets", [](auto& state, Lists_ptr to) { echo<Octets>(state, to, &Lists::echo_octets, 16); });
+  add("100000_octets",
+      [](auto& state, Lists_ptr to) { echo<Octets>(state, to, &Lists::echo_octets, 100'000); });
   add("a_string", text);
 }
 

@@ -21,7 +21,8 @@ constexpr Way way() {
   return CORBA::idl::FlatStruct<T> ? Way::padded : Way::single;
 }
 static_assert(way<Evens>() == Way::dense && way<Denses>() == Way::dense && way<FewEvens>() == Way::dense);
-static_assert(way<Taileds>() == Way::padded && way<Gappeds>() == Way::padded && way<Nesteds>() == Way::padded);
+static_assert(way<Taileds>() == Way::padded && way<Gappeds>() == Way::padded &&
+              way<Nesteds>() == Way::padded);
 static_assert(way<Lates>() == Way::single && way<Shifteds>() == Way::single);
 static_assert(way<Checkeds>() == Way::single && way<Lettereds>() == Way::single);
 
@@ -78,7 +79,8 @@ std::string octets_of(bool (*move)(CDR*, S&), const S& all, unsigned start) {
 
 template <class S>
 class Structs : public testing::Test {};
-using Kinds = testing::Types<Evens, FewEvens, Denses, Taileds, Gappeds, Nesteds, Lates, Shifteds, Checkeds, Lettereds>;
+using Kinds =
+    testing::Types<Evens, FewEvens, Denses, Taileds, Gappeds, Nesteds, Lates, Shifteds, Checkeds, Lettereds>;
 TYPED_TEST_SUITE(Structs, Kinds);
 
 /// How a stream is to be decoded.
@@ -105,7 +107,8 @@ void expect_same(std::string octets, unsigned start, const Reading& how) {
       ZR_cdr_enter_part(cdr);
     }
     const bool right = move(cdr, all);
-    const std::string read = octets_of(move_each<S>, all, 0);  // before the stream is gone that it may be a view of
+    const std::string read =
+        octets_of(move_each<S>, all, 0);  // before the stream is gone that it may be a view of
     return std::tuple(right, right ? in.left() : 0, right ? read : "");
   };
   EXPECT_EQ(decode(move_whole<S>, whole), decode(move_each<S>, each))
@@ -125,7 +128,8 @@ TYPED_TEST(Structs, MoveAsTheirElementsDo) {
             expect_same<TypeParam>(octets, start, {swapped, in_place, cut});
         }
       for (std::size_t end = start; end < octets.size(); ++end) {
-        Decoding in(std::string_view(octets).substr(0, end), std::endian::native == std::endian::little, start);
+        Decoding in(std::string_view(octets).substr(0, end), std::endian::native == std::endian::little,
+                    start);
         TypeParam cut;
         EXPECT_FALSE(move_whole<TypeParam>(in, cut)) << end << " of " << octets.size();
       }

@@ -30,7 +30,9 @@ struct MeasureMembers;
 /// A type with a list of members that copies as its octets do: a struct of fixed length.
 template <class T>
 concept PlainStruct = std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T> &&
-                      requires(const MeasureMembers& measure, T& value) { Type<T>::each(measure, value); };
+    requires(const MeasureMembers& measure, T& value) {
+  Type<T>::each(measure, value);
+};
 
 /// Called once a member. A typedef says nothing that the C++ type of its member does not.
 struct MeasureMembers {
@@ -74,10 +76,12 @@ consteval Layout layout_of() {
 }
 
 template <class T>
-concept FlatStruct = PlainStruct<T> && layout_of<T>().same;
+concept FlatStruct = PlainStruct<T> && layout_of<T>()
+.same;
 /// With no octet between its numbers or behind them.
 template <class T>
-concept DenseStruct = FlatStruct<T> && layout_of<T>().numbers == sizeof(T);
+concept DenseStruct = FlatStruct<T> && layout_of<T>()
+.numbers == sizeof(T);
 
 // ---- Many values ------------------------------------------------------------------------------------------
 

@@ -10,6 +10,7 @@
 // Numbers are 0 in new elements, strings "", references nil, and structs what their members are.
 #pragma once
 
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <type_traits>
@@ -43,9 +44,11 @@ struct PlainElements {
       return new (std::nothrow) T[n]();
     }
   }
-  /// For elements that are assigned next: numbers are left as the memory is.
+  /// For elements that are assigned next: numbers, and structs of them, are left as the memory is.
   static T* make_for_copy(ULong n) {
-    if constexpr (std::is_trivially_default_constructible_v<T>) return new (std::nothrow) T[n];
+    if constexpr (std::is_trivially_copyable_v<T>)
+      return n <= SIZE_MAX / sizeof(T) ? static_cast<T*>(::operator new[](n * sizeof(T), std::nothrow))
+                                       : nullptr;
     return make(n);
   }
   static void free(T* buffer) { delete[] buffer; }

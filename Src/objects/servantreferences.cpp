@@ -153,19 +153,19 @@ bool can_be_made_again(const ServantBase& s, CORBA::Object* reference, std::stri
   return intf && said && std::strcmp(intf, said) == 0;
 }
 
-/// The reference of a node, made now where only its id was kept. Null when the POA is gone.
-CORBA::Object* object_of(ObjectRefList& node, const ServantBase& s) {
-  if (!node.get_object_ref() && node.get_oid())
-    if (const ObjectHomePtr record = node.get_record()) {
-      CORBA::Environment ev;
-      const BorrowedObjectId oid(node.get_oid()->view());
-      node.set_object_ref(record->POACreateReference(oid.get(), ServantAccess::intf(s), ev));
-    }
-  return node.get_object_ref();
+/// Makes the reference of a node where only its id was kept. None when the POA is gone.
+void make_object(ObjectRefList& node, const ServantBase& s) {
+  if (node.get_object_ref() || !node.get_oid()) return;
+  const ObjectHomePtr record = node.get_record();
+  if (!record) return;
+  CORBA::Environment ev;
+  const BorrowedObjectId oid(node.get_oid()->view());
+  node.set_object_ref(record->POACreateReference(oid.get(), ServantAccess::intf(s), ev));
 }
 
-/// The node of a reference of the POA, with the trace lines of get_ObjectReference.
-ObjectRefList* find_traced(ObjectRefList* list, POA* poa, const ObjectId* oid) {
+/// The node of a reference of the POA, with the trace lines of get_ObjectReference. `maker`: the servant whose reference
+/// is wanted, made where only its id was kept; null: none is.
+ObjectRefList* find_traced(ObjectRefList* list, POA* poa, const ObjectId* oid, const ServantBase* maker) {
   POA_TRACE("ServantBase::get_ObjectReference called...[poa = 0x%lx]", trace_address(poa));
   if (!poa || !oid || !list) {
     POA_TRACE("ServantBase::get_ObjectReference end...[poa or oid or _object_ref is NULL]");
@@ -176,6 +176,7 @@ ObjectRefList* find_traced(ObjectRefList* list, POA* poa, const ObjectId* oid) {
     POA_TRACE("ServantBase::get_ObjectReference end...[return NULL]");
     return nullptr;
   }
+  if (maker) make_object(*node, *maker);
   POA_TRACE("ServantBase::get_ObjectReference end...[return obj_ref : obj_ref = 0x%lx]",
             trace_address(node->get_object_ref()));
   return node;
@@ -193,8 +194,8 @@ void unbind(CORBA::Object& reference) {
 
 CORBA::Object* ServantBase::get_ObjectReference(POA* poa, const ObjectId* oid) {
   MutexGuard guard(poa_svt_objref_mutex);
-  ObjectRefList* const node = find_traced(_object_ref, poa, oid);
-  return node ? object_of(*node, *this) : nullptr;
+  const ObjectRefList* const node = find_traced(_object_ref, poa, oid, this);
+  return node ? node->get_object_ref() : nullptr;
 }
 
 void trace_keep_called(const POA* poa, const CORBA::Object* ior) {
@@ -266,7 +267,7 @@ CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid
 void withdraw_reference(ServantBase& s, POA* poa, std::string_view oid) {
   MutexGuard guard(poa_svt_objref_mutex);
   const BorrowedObjectId id(oid);
-  const ObjectRefList* const node = find_traced(ServantAccess::references(s), poa, &id.get());
+  const ObjectRefList* const node = find_traced(ServantAccess::references(s), poa, &id.get(), nullptr);
   if (!node) return;
   if (CORBA::Object* const reference = node->get_object_ref()) unbind(*reference);
   s.clear_ObjectReference(poa, &id.get());

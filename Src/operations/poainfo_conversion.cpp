@@ -74,23 +74,28 @@ struct ImplicitTexts {
   const char* no_id;
   void (*inserting)(const ActiveObjectMap* map, const ServantBase& servant, const POAInfo& poa);
   const char* registering;
+  bool looks_before_entering;  // whatever the look-up of UNIQUE_ID has told
 };
 constexpr ImplicitTexts TO_ID = {
-    [](const ObjectId*) {}, "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
+    [](const ObjectId*) {},
+    "system_id create failed. throw CORBA::StExcep::BAD_PARAM",
     "POAInfo::servant_to_id [systemId is null.]",
     [](const ActiveObjectMap*, const ServantBase& servant, const POAInfo& poa) {
       POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [insert servant = 0x%lx ,this = 0x%lx]",
                 trace_address(&servant), trace_address(&poa));
     },
-    "  POA_impl_is_ready call"};
+    "  POA_impl_is_ready call",
+    true};
 constexpr ImplicitTexts TO_REFERENCE = {
     [](const ObjectId* found) { POA_TRACE("oid = 0x%lx", trace_address(found)); },
-    "oid create failed. throw CORBA::StExcep::BAD_PARAM", "POAInfo::servant_to_reference [systemId is null.]",
+    "oid create failed. throw CORBA::StExcep::BAD_PARAM",
+    "POAInfo::servant_to_reference [systemId is null.]",
     [](const ActiveObjectMap* map, const ServantBase& servant, const POAInfo& poa) {
       POA_TRACE("  ActiveObjectMap::insertActiveObjectMap call [aom = 0x%lx, serv = 0x%lx, this = 0x%lx]",
                 trace_address(map), trace_address(&servant), trace_address(&poa));
     },
-    nullptr};
+    nullptr,
+    false};
 
 /// The servant's one activation under UNIQUE_ID.
 Active find_active(const POAInfo& poa, ServantBase& servant, const ImplicitTexts& texts,
@@ -108,6 +113,9 @@ Active find_active(const POAInfo& poa, ServantBase& servant, const ImplicitTexts
 /// Enters the servant under a new system id.
 Active enter_implicitly(POAInfo& poa, ServantBase& servant, const ImplicitTexts& texts,
                         const PoaSemaphoreGuard& held, CORBA::Environment& ev) ZR_REQUIRES(poa_semaphore) {
+  // Where there was one look-up already, another one finds nothing, either.
+  ActiveObjectMap* const before = texts.looks_before_entering ? poa.active_object_map.load() : nullptr;
+  if (before && (!poa.policies.unique_id() || OM_TRACE_IS_ON)) before->findByServant(held, &servant);
   Active active;
   active.oid.reset(genSystemId());
   if (!active.oid) raise<CORBA::BAD_PARAM>(ev, texts.no_id_reason, texts.no_id);
@@ -163,6 +171,7 @@ ObjectId* id_of_servant(POAInfo& poa, ServantBase& servant, CORBA::Environment& 
     POA_TRACE("POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]");
   } else if (active.oid) {
     POA_TRACE("POAInfo::servant_to_id end...[return oid : UNIQUE_ID]");
+    trace_oid_duplicate();
   }
   if (active.oid) return active.oid.release();
   if (poa.policies.uses_default_servant()) return default_servant_id(poa, ev);
@@ -289,7 +298,7 @@ ObjectId* id_of_reference(CORBA::Object* reference, CORBA::Environment& ev) {
                              "POAInfo::reference_to_id [wrong adapter.]");
   ObjectId* oid = nullptr;
   GetOid(data.get(), oid, ev);
-  if (!oid) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+  if (!oid) throw std::bad_alloc();
   POA_TRACE("POAInfo::reference_to_id end...[return oid]");
   return oid;
 }

@@ -118,14 +118,30 @@ TEST_F(Conversion, ABindingThatIsRefusedEndsTheConversion) {
 }
 
 TEST_F(Conversion, ImplicitActivationIsTracedStepByStep) {
-  const POAInfoPtr poa = make(IMPLICIT_ACTIVATION);
-  TraceRecorder trace;
-  ObjectId_var(poa->servant_to_id(&servant, own_ev));
-  EXPECT_TRUE(trace.in_order({"POAInfo::genSystemId end...",
-                              "ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[0]]",
-                              "  POA_impl_is_ready call", "POAInfo::POA_impl_is_ready called...",
-                              "POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]"}));
-  poa->deactivate_object(ObjectId_var(poa->servant_to_id(&servant, own_ev)).in(), own_ev);
+  constexpr const char* looked = "ActiveObjectMap::findOidByServant called...[p_servant = 0x";
+  for (const auto& [poa, looks] :
+       {std::pair(make(IMPLICIT_ACTIVATION), 2u), std::pair(make(IMPLICIT_ACTIVATION, MULTIPLE_ID), 1u)}) {
+    poa->activate_object_with_id(a, &other, own_ev);
+    TraceRecorder trace;
+    const ObjectId_var made(poa->servant_to_id(&servant, own_ev));
+    EXPECT_EQ(trace.count_starting(looked), looks);
+    EXPECT_TRUE(trace.in_order({"ActiveObjectMap::findOidByServant end...[return NULL]",
+                                "POAInfo::genSystemId called...", "POAInfo::genSystemId end...",
+                                "ActiveObjectMap::insertActiveObjectMap end...[insert ActiveObjectMap[1]]",
+                                "  POA_impl_is_ready call", "POAInfo::POA_impl_is_ready called...",
+                                "POAInfo::servant_to_id end...[return oid : MULTIPLE_ID or make oid]"}));
+    trace.clear();
+    const ObjectId_var again(poa->servant_to_id(&servant, own_ev));
+    EXPECT_EQ(trace.count_starting(looked), 1u);
+    EXPECT_EQ(trace.in_order({"ActiveObjectMap::findOidByServant end...[return oid]",
+                              "POAInfo::servant_to_id end...[return oid : UNIQUE_ID]",
+                              "POAInfo::PortableServer_ObjectId_duplicate called..."}),
+              looks == 2);
+    trace.clear();
+    CORBA::Object_var(poa->servant_to_reference(&servant, own_ev));
+    EXPECT_EQ(trace.count_starting(looked), looks - 1)
+        << "a reference is not looked for where it is made anew";
+  }
 }
 
 TEST_F(Conversion, OneServantAndIdYieldOneBoundReference) {

@@ -141,9 +141,9 @@ void ask_about_servants(PortableServer::POAdisconnect& callback, LostClient clie
   }
 }
 
-POA_ServantList* take_delete_list() {
+POA_ServantList take_delete_list() {
   MutexGuard guard(poa_svt_delete_mutex);
-  return std::exchange(servant_delete_list, nullptr);
+  return std::exchange(servant_delete_list, {});
 }
 
 /// Deletes a listed servant, unless a request got into it before it left the maps, or a call of the program
@@ -157,7 +157,7 @@ void delete_servant(ServantBase* servant) {
     MutexGuard count_guard(poa_svt_ref_counter_mutex);
     if (!withdrawn || servant->get_ref_counter() != 0 || PortableServer::ServantInCall::has(servant)) {
       MutexGuard list_guard(poa_svt_delete_mutex);
-      POA_ServantList::add_servant(servant_delete_list, servant);
+      servant_delete_list.add(servant);
       return;
     }
   }
@@ -199,7 +199,7 @@ void call_disconnect_cpp_handler(long fd, void* host_addr, unsigned char is_ipv6
 
 void call_poa_inst_lifespan() {
   POA_TRACE("call_poa_inst_lifespan called...");
-  for (POA_ServantList* list = take_delete_list(); list;) delete_servant(POA_ServantList::pop(list));
+  for (POA_ServantList list = take_delete_list(); !list.empty();) delete_servant(list.pop());
   POA_TRACE("  Servant is deleted...");
   for (ServantUse& servant : take_expired()) end_lifespan(std::move(servant));
   POA_TRACE("call_poa_inst_lifespan end...");

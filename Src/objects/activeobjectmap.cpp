@@ -260,7 +260,7 @@ int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, Key key, ServantBase* 
 }
 
 ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, const SearchedId& id,
-                                                               ServantBase* p_servant) try {
+                                                               ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
   StoredObjectId own(id.oid);
   ClientData client;
@@ -277,27 +277,21 @@ ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, cons
     POA_TRACE("ActiveObjectMap::insertActiveObjectMap end...[allocate new ActiveObjectMap]");
   }
   return {block.position_of(slot), chain.last_serial};
-} catch (const std::bad_alloc&) {
-  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
 }
 
 ActiveObjectMap::Ticket ActiveObjectMap::insertIncarnated(const Held& held, std::string_view oid,
-                                                          ServantBase* p_servant) try {
+                                                          ServantBase* p_servant) {
   if (!chain.incarnated) return insertActiveObjectMap(held, oid, p_servant);
   chain.incarnated->reserve(static_cast<Position>(chain.blocks.size() + 1) * SLOTS);
   const Ticket ticket = insertActiveObjectMap(held, oid, p_servant);
   chain.incarnated->enter(ticket.position);
   return ticket;
-} catch (const std::bad_alloc&) {
-  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
 }
 
 // ---- Objects that an activator made ----------------------------------------------------------------
 
-void ActiveObjectMap::limit_incarnated(const Held&, std::size_t most) try {
+void ActiveObjectMap::limit_incarnated(const Held&, std::size_t most) {
   chain.incarnated = most == 0 ? nullptr : std::make_unique<UseOrder>(most);
-} catch (const std::bad_alloc&) {
-  throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
 }
 
 ActiveObjectMap::Ticket ActiveObjectMap::unused_over_limit(const Held&) {
@@ -492,20 +486,6 @@ ServantBase* trace_client_search(ServantBase* found, bool is_ipv6) {
 }
 
 }  // namespace
-
-ServantBase* ActiveObjectMap::searchServantByClientData(CORBA::Long fd, const void* host_addr,
-                                                        unsigned char is_ipv6) {
-  POA_TRACE("ActiveObjectMap::searchServantByClient called...");
-  const ClientData client = ClientData::at(fd, host_addr, is_ipv6);
-  client.trace();
-  PoaSemaphoreGuard guard(__LINE__);
-  ServantBase* found = nullptr;
-  for (ActiveObjectMap* block = this; block && !found; block = block->next) {
-    const auto slot = static_cast<std::size_t>(block->find_client(client, 0));
-    if (slot < block->entries.size()) found = block->entries[slot].p_servant;
-  }
-  return trace_client_search(found, is_ipv6);
-}
 
 ServantBase* ActiveObjectMap::next_of_client(const Held&, Place& at, const ClientData& client) {
   for (ActiveObjectMap* block = _root_aom; block; block = block->_next_aom) {

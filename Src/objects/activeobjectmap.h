@@ -62,7 +62,7 @@ class ActiveObjectMap {
   ActiveObjectMap(const ActiveObjectMap&) = delete;
   ActiveObjectMap& operator=(const ActiveObjectMap&) = delete;
 
-  /// Into the first free slot. NO_MEMORY, and nothing changed.
+  /// Into the first free slot. std::bad_alloc, and nothing changed.
   Ticket insertActiveObjectMap(const Held& held, const SearchedId& id, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
   /// The same for an object that an activator made: it counts towards the limit.
@@ -70,7 +70,7 @@ class ActiveObjectMap {
       ZR_REQUIRES(poa_semaphore);
   /// Any thread, without the semaphore: a search for that id comes soon. It will find what it reads in the cache.
   void expect(const SearchedId& id) const { chain.ids.prefetch(id.key); }
-  /// How many objects that an activator makes from now on may be active; 0: any number. NO_MEMORY.
+  /// How many objects that an activator makes from now on may be active; 0: any number. std::bad_alloc.
   void limit_incarnated(const Held& held, std::size_t most) ZR_REQUIRES(poa_semaphore);
   /// When there are more, the one of them that was used longest ago, but for those that somebody is in.
   Ticket unused_over_limit(const Held& held) ZR_REQUIRES(poa_semaphore);
@@ -100,8 +100,6 @@ class ActiveObjectMap {
   /// Exactly that one. Nothing when it is gone.
   void remove(const Ticket& ticket);
 
-  PortableServer::ServantBase* searchServantByClientData(CORBA::Long fd, const void* host_addr,
-                                                         unsigned char is_ipv6);
   /// Withdraws each servant's reference, one at a time under poa_svt_objref_mutex and the POA semaphore: a
   /// servant that another thread has deactivated is not touched.
   void clear_servants(PortableServer::POA* poa);
@@ -156,7 +154,7 @@ class ActiveObjectMap {
   };
   explicit ActiveObjectMap(Chain& of);
   ActiveObjectMap* add_block() ZR_REQUIRES(poa_semaphore);
-  /// Makes chain.room the first block with a free slot; false when that is a new one. NO_MEMORY.
+  /// Makes chain.room the first block with a free slot; false when that is a new one. std::bad_alloc.
   bool find_room() ZR_REQUIRES(poa_semaphore);
 
   struct Cursor;

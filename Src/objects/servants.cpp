@@ -1,52 +1,34 @@
 #include "objects/servants.h"
 
 #include <array>
+#include <cstddef>
 #include <memory>
+#include <new>
 
 #include "base/locks.h"
 #include "base/trace.h"
 
-POA_ServantList* servant_delete_list = nullptr;
+using PortableServer::ServantAccess;
+
+POA_ServantList servant_delete_list;
 
 // ---- Lists --------------------------------------------------------------------------------------
 
-void POA_ServantList::add_servant(POA_ServantList*& list, PortableServer::ServantBase* svt) {
-  auto* node = new POA_ServantList;
-  node->_svt = svt;
-  if (!list) {
-    list = node;
-    return;
-  }
-  list->_last->_next = node;
-  list->_last = node;
+void POA_ServantList::add(PortableServer::ServantBase* servant) {
+  (first_ ? ServantAccess::next_deleted(*last_) : first_) = servant;
+  last_ = servant;
 }
 
-void POA_ServantList::unlink(POA_ServantList*& list, POA_ServantList* previous, POA_ServantList* node) {
-  if (previous) {
-    previous->_next = node->_next;
-    if (list->_last == node) list->_last = previous;
-  } else {
-    list = node->_next;
-    if (list) list->_last = node->_last;
-  }
-  delete node;
-}
-
-void POA_ServantList::remove_servant(POA_ServantList*& list, PortableServer::ServantBase* svt) {
-  if (!svt) return;
-  POA_ServantList* previous = nullptr;
-  for (POA_ServantList* node = list; node; previous = node, node = node->_next)
-    if (node->_svt == svt) return unlink(list, previous, node);
-}
-
-PortableServer::ServantBase* POA_ServantList::pop(POA_ServantList*& list) {
-  PortableServer::ServantBase* first = list->_svt;
-  unlink(list, nullptr, list);
+PortableServer::ServantBase* POA_ServantList::pop() {
+  PortableServer::ServantBase* const first = first_;
+  first_ = std::exchange(ServantAccess::next_deleted(*first), nullptr);
   return first;
 }
 
 POA_LifespanList& servant_lifespan_list() {
-  static auto& one = *new POA_LifespanList;  // servants may be destroyed until the process ends
+  // Servants may be destroyed until the process ends, and without memory.
+  alignas(POA_LifespanList) static std::byte place[sizeof(POA_LifespanList)];
+  static auto& one = *new (place) POA_LifespanList;
   return one;
 }
 

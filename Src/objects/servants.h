@@ -8,22 +8,19 @@
 #include "base/locks.h"
 #include "poa/servant.h"
 
-/// A list of servants, handled through its head pointer. Takes no lock; its users do.
+/// Servants in order. Each has the place for the one behind it, so adding one needs no memory, and it is on one list at
+/// a time, once. Takes no lock; its users do.
 class POA_ServantList {
  public:
-  static void add_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
-  static void remove_servant(POA_ServantList*& list, PortableServer::ServantBase* svt);
+  bool empty() const { return !first_; }
+  /// Behind the others.
+  void add(PortableServer::ServantBase* servant);
   /// Takes the first servant off a list that is not empty.
-  static PortableServer::ServantBase* pop(POA_ServantList*& list);
-  POA_ServantList* get_next() const { return _next; }
-  PortableServer::ServantBase* get_servant() const { return _svt; }
+  PortableServer::ServantBase* pop();
 
  private:
-  static void unlink(POA_ServantList*& list, POA_ServantList* previous, POA_ServantList* node);
-
-  PortableServer::ServantBase* _svt = nullptr;
-  POA_ServantList* _next = nullptr;
-  POA_ServantList* _last = this;  // of the list; good in its first node only
+  PortableServer::ServantBase* first_ = nullptr;
+  PortableServer::ServantBase* last_ = nullptr;  // while there is a first one
 };
 
 /// The servants with a lifespan, in the order in which they got one. Each is found at once.
@@ -51,7 +48,7 @@ class POA_LifespanList {
   std::unordered_map<PortableServer::ServantBase*, Order::iterator> at_;
 };
 
-extern POA_ServantList* servant_delete_list ZR_GUARDED_BY(poa_svt_delete_mutex);
+extern POA_ServantList servant_delete_list ZR_GUARDED_BY(poa_svt_delete_mutex);
 POA_LifespanList& servant_lifespan_list() ZR_REQUIRES(poa_svt_lifespan_mutex);
 
 namespace PortableServer {
@@ -74,6 +71,7 @@ struct ServantAccess {
     s._active_entries.store(count + static_cast<CORBA::ULong>(more), std::memory_order_relaxed);
   }
   static CORBA::ULong& home(ServantBase& s) { return s._home; }
+  static ServantBase*& next_deleted(ServantBase& s) { return s._next_deleted; }
 
   /// One more request in the servant, for a caller that may not take poa_svt_ref_counter_mutex (it holds the
   /// POA semaphore).

@@ -150,6 +150,7 @@ class POA_API ServantBase : public CORBA::Allocated {
   CORBA::ULong _to_release{
       0};                  ///< counts to give back with the last request; under poa_svt_ref_counter_mutex
   CORBA::ULong _home = 0;  ///< its first active-object-map entry, see there; under the POA semaphore
+  ServantBase* _next_deleted = nullptr;  ///< behind it on the delete list; under poa_svt_delete_mutex
 
   friend struct ServantAccess;  // the library's own view of the fields
 };

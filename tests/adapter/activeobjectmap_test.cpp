@@ -172,22 +172,6 @@ TEST_F(ActiveMap, ATicketIsForOneActivation) {
   }
 }
 
-TEST_F(ActiveMap, AListOfServantsKnowsItsEnd) {
-  std::array<PlainServant, 4> servants;
-  POA_ServantList* list = nullptr;
-  const auto add = [&](int i) { POA_ServantList::add_servant(list, &servants[static_cast<std::size_t>(i)]); };
-  const auto remove = [&](int i) {
-    POA_ServantList::remove_servant(list, &servants[static_cast<std::size_t>(i)]);
-  };
-  add(0), add(1), remove(1), add(2);             // the last one went
-  add(3), remove(0), add(1), remove(3), add(0);  // the first one, one between
-  for (int i : {2, 1, 0}) {
-    ASSERT_NE(list, nullptr);
-    EXPECT_EQ(POA_ServantList::pop(list), &servants[static_cast<std::size_t>(i)]);
-  }
-  EXPECT_EQ(list, nullptr);
-}
-
 TEST_F(ActiveMap, ServantsOfAClient) {
   unsigned char v4[16] = {192, 0, 2, 1, 9, 9}, v6[16] = {0x20, 1, 0xd, 0xb8}, zero[16] = {};
   insert("free", one);
@@ -197,10 +181,15 @@ TEST_F(ActiveMap, ServantsOfAClient) {
   std::memcpy(&map.entries[1].host_ipv4, v4, 4);  // the octets behind it do not count
   std::memcpy(map.entries[2].host_ipv6, v6, 16);
   remove("free");
-  EXPECT_EQ(map.searchServantByClientData(5, v4, 0), &one);
-  EXPECT_EQ(map.searchServantByClientData(5, v6, 1), &two);
-  EXPECT_EQ(map.searchServantByClientData(5, v4, 1), nullptr);
-  EXPECT_EQ(map.searchServantByClientData(0, zero, 0), nullptr) << "no free slot is taken for a client";
+  const auto first_of = [&](CORBA::Long fd, const void* address, unsigned char is_ipv6) {
+    const PoaSemaphoreGuard guard(__LINE__);
+    ActiveObjectMap::Place at{map.number, -1};
+    return ActiveObjectMap::next_of_client(guard, at, ClientData::at(fd, address, is_ipv6));
+  };
+  EXPECT_EQ(first_of(5, v4, 0), &one);
+  EXPECT_EQ(first_of(5, v6, 1), &two);
+  EXPECT_EQ(first_of(5, v4, 1), nullptr);
+  EXPECT_EQ(first_of(0, zero, 0), nullptr) << "no free slot is taken for a client";
 }
 
 TEST_F(ActiveMap, AForgottenServantIsInNoMap) {

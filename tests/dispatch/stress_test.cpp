@@ -242,7 +242,7 @@ TEST_F(Stress, EverythingComesAndGoes) {
   for (auto& place : places_) place->end();
   for (int i = 0; i < 2; ++i) call_poa_inst_lifespan();
   for (auto& place : places_) EXPECT_EQ(place->alive, 0);
-  EXPECT_EQ(servant_delete_list, nullptr);
+  EXPECT_TRUE(servant_delete_list.empty());
   EXPECT_EQ(ZR_bound_objects(), bound);
   EXPECT_EQ(count_blocks(), blocks);
   EXPECT_EQ(root_poa_info->the_first_child()->the_first_child(), nullptr);

@@ -122,7 +122,7 @@ TEST_F(Upcalls, ALifespanEndsInTwoTicks) {
   EXPECT_EQ(alive, 2);
   call_poa_inst_lifespan();
   EXPECT_EQ(alive, 1);
-  EXPECT_EQ(servant_delete_list, nullptr);
+  EXPECT_TRUE(servant_delete_list.empty());
   EXPECT_EQ(scene.poa->id_to_servant(oid("o")), made.at(1));
   scene.poa->destroy(false, false);
   delete made.at(1);

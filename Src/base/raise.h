@@ -2,6 +2,7 @@
 // environment, throw a copy.
 #pragma once
 
+#include <memory>
 #include <new>
 #include <type_traits>
 
@@ -15,10 +16,10 @@
 template <class E>
 [[noreturn]] void raise(CORBA::Environment& ev, const char* trace, CORBA::ULong minor = MINOR_BAD_PARAM) {
   if (trace) POA_TRACE("%s", trace);
-  auto* exception = new E;
+  auto exception = std::make_unique<E>();
   if constexpr (std::is_base_of_v<CORBA::SystemException, E>) exception->minor(minor);
   E copy(*exception);
-  ev.exception(exception);
+  ev.exception(exception.release());
   throw copy;
 }
 
@@ -43,5 +44,15 @@ auto replacing(CORBA::Environment& ev, const char* first, const char* last, Work
   } catch (const std::bad_alloc&) {
     if (first) POA_TRACE("%s", first);
     raise<E>(ev, last);
+  }
+}
+
+/// Runs `work`; memory that cannot be had is NO_MEMORY.
+template <class Work>
+auto with_memory(CORBA::Environment& ev, Work&& work) -> decltype(work()) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    raise<CORBA::NO_MEMORY>(ev, nullptr);
   }
 }

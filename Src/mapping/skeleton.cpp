@@ -1,5 +1,6 @@
 #include "poa/skeleton.h"
 
+#include "base/raise.h"
 #include "corba/orb.h"
 #include "corba/server_request.h"
 
@@ -77,5 +78,7 @@ CORBA::Object* Skeleton::_reference(CORBA::Environment& ev) {
     return poa->id_to_reference(id, ev);
   }
 }
+
+void Skeleton::_no_memory(CORBA::Environment& ev) { raise<CORBA::NO_MEMORY>(ev, nullptr); }
 
 }  // namespace PortableServer

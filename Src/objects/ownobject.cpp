@@ -21,6 +21,11 @@ void* create_reference_handle(const CORBA_sequence_octet* reference_data, const 
   return core->_major == CORBA_NO_EXCEPTION ? handle : nullptr;
 }
 
+bool is_no_memory(const CORBA_Environment& core) {
+  const char* const id = CORBA_exception_id(&core);
+  return id && std::strcmp(id, CORBA::NO_MEMORY::repository_id.value) == 0;
+}
+
 DataRead read_reference_data(CORBA::Object* object, void* octets, std::uint32_t count,
                              CORBA_Environment* core) {
   void* handle = object ? object->get_ref() : nullptr;

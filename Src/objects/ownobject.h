@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "corba.h"
 
@@ -32,14 +33,18 @@ struct ValueReferenceData {
 void* create_reference_handle(const CORBA_sequence_octet* reference_data, const char* impl_name,
                               const char* intf_name, CORBA_Environment* core);
 
+/// Whether the ORB core had no memory for what it was asked.
+bool is_no_memory(const CORBA_Environment& core);
+
 /// A new Impl with a reference of that value and repository id; the caller owns it. Null when the ORB core
-/// makes no reference.
+/// makes no reference; std::bad_alloc without memory.
 template <class Impl, class Value>
 Impl* own_object(Value value, const char* repository_id) {
   ValueReferenceData<Value> data(value);
-  CORBA_Environment core{};
+  CORBA::Environment core;
   auto object = std::make_unique<Impl>();
-  void* handle = create_reference_handle(&data.sequence, repository_id, repository_id, &core);
+  void* handle = create_reference_handle(&data.sequence, repository_id, repository_id, core._evp);
+  if (!handle && is_no_memory(*core._evp)) throw std::bad_alloc();
   if (!handle) return nullptr;
   object->set_ref(handle);
   return object.release();

@@ -92,11 +92,7 @@ void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant
 }
 
 ActiveObjectMap* POAInfo::map_for_insert(const PoaSemaphoreGuard&) {
-  if (!active_object_map) {
-    auto* map = new (std::nothrow) ActiveObjectMap;
-    if (!map) throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
-    active_object_map = map;
-  }
+  if (!active_object_map) active_object_map = new ActiveObjectMap;
   return active_object_map;
 }
 

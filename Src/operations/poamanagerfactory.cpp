@@ -16,26 +16,20 @@ class Factory : public POAManagerFactory {
   POAManager* create_POAManager(const char* id, const CORBA::PolicyList&, CORBA::Environment& ev) override {
     ev.clear();
     if (!id) raise<CORBA::BAD_PARAM>(ev, nullptr);
-    MutexGuard guard(poa_mutex);
-    if (!*id || made_.contains(id)) raise<ManagerAlreadyExists>(ev, nullptr);
-    default_poa_manager_info->hold_at_gate(ev);
-    auto record = std::make_unique<POAManagerInfo>(ev);
-    record->id = id;
-    record->hold_at_gate(ev);
-    POAManagerInfo* const kept = record.release();  // like the root POA's, until the process ends
-    made_.emplace(kept->id, kept);
-    return POAManager::_duplicate(kept->poamanager_object);
+    return with_memory(ev, [&] { return make(id, ev); });
   }
 
   POAManagerList* list(CORBA::Environment& ev) override {
     ev.clear();
-    MutexGuard guard(poa_mutex);
-    auto all = std::make_unique<POAManagerList>();
-    all->length(static_cast<CORBA::ULong>(made_.size() + 1));
-    CORBA::ULong at = 0;
-    (*all)[at++] = POAManager::_duplicate(default_poa_manager_info->poamanager_object);
-    for (const auto& [id, record] : made_) (*all)[at++] = POAManager::_duplicate(record->poamanager_object);
-    return all.release();
+    return with_memory(ev, [&] {
+      MutexGuard guard(poa_mutex);
+      auto all = std::make_unique<POAManagerList>();
+      all->length(static_cast<CORBA::ULong>(made_.size() + 1));
+      CORBA::ULong at = 0;
+      (*all)[at++] = POAManager::_duplicate(default_poa_manager_info->poamanager_object);
+      for (const auto& [id, record] : made_) (*all)[at++] = POAManager::_duplicate(record->poamanager_object);
+      return all.release();
+    });
   }
 
   POAManager* find(const char* id, CORBA::Environment& ev) override {
@@ -46,10 +40,24 @@ class Factory : public POAManagerFactory {
     const POAManagerInfo* const record = !*id                   ? default_poa_manager_info
                                          : found == made_.end() ? nullptr
                                                                 : found->second;
-    return record ? POAManager::_duplicate(record->poamanager_object) : nullptr;
+    return with_memory(ev,
+                       [&] { return record ? POAManager::_duplicate(record->poamanager_object) : nullptr; });
   }
 
  private:
+  POAManager* make(const char* id, CORBA::Environment& ev) {
+    MutexGuard guard(poa_mutex);
+    if (!*id || made_.contains(id)) raise<ManagerAlreadyExists>(ev, nullptr);
+    default_poa_manager_info->hold_at_gate(ev);
+    auto record = std::make_unique<POAManagerInfo>(ev);
+    record->id = id;
+    record->hold_at_gate(ev);
+    POAManager_var for_caller = POAManager::_duplicate(record->poamanager_object);
+    const auto at = made_.emplace(id, nullptr).first;  // from here on nothing fails
+    at->second = record.release();                     // like the root POA's, until the process ends
+    return for_caller._retn();
+  }
+
   std::map<std::string, POAManagerInfo*, std::less<>> made_ ZR_GUARDED_BY(poa_mutex);
 };
 
@@ -58,15 +66,10 @@ class Factory : public POAManagerFactory {
 POAManagerFactory* POA::the_POAManagerFactory(CORBA::Environment& ev) {
   ev.clear();
   if (!POANode::find_live(this)) raise<CORBA::BAD_PARAM>(ev, nullptr);
-  static Factory* const one = new Factory;  // references to it may be let go until the process ends
-  return POAManagerFactory::_duplicate(one);
-}
-
-char* POAManager::get_id(CORBA::Environment& ev) {
-  ev.clear();
-  const POAManagerInfo* const record = POAManagerInfo::findPOAManagerInfo(this, ev);
-  if (!record) raise<CORBA::BAD_PARAM>(ev, nullptr);
-  return CORBA::string_dup(record->id.c_str());
+  return with_memory(ev, [] {
+    static Factory* const one = new Factory;  // references to it may be let go until the process ends
+    return POAManagerFactory::_duplicate(one);
+  });
 }
 
 }  // namespace PortableServer

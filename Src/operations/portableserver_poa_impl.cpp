@@ -13,13 +13,11 @@ using namespace PortableServer;
 /// there is none. Memory that cannot be had is NO_MEMORY.
 template <class Work>
 auto on_record(POA* self, CORBA::Environment& ev, const char* no_record, Work&& work) {
-  try {
+  return with_memory(ev, [&] {
     const POAInfoPtr record = POAInfo::findPOAInfo(self, ev);
     if (!record) raise<CORBA::BAD_PARAM>(ev, no_record);
     return work(*record);
-  } catch (const std::bad_alloc&) {
-    raise<CORBA::NO_MEMORY>(ev, nullptr);
-  }
+  });
 }
 
 /// A result that must not be null.

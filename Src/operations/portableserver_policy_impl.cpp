@@ -1,4 +1,5 @@
 // The seven policy classes: instances of one template.
+#include "base/raise.h"
 #include "objects/ownobject.h"
 #include "records/policyset.h"
 
@@ -7,7 +8,12 @@
 template <class Kind, class Value, CORBA::PolicyType Type, CORBA::Text Name>
 Kind* PortableServer::PolicyOf<Kind, Value, Type, Name>::_duplicate(Kind* p) {
   if (!p) return nullptr;
-  CORBA::Policy_var copy = p->copy();
+  CORBA::Policy_var copy;
+  try {
+    copy = p->copy();
+  } catch (const CORBA::NO_MEMORY&) {  // as that of every interface
+    throw std::bad_alloc();
+  }
   if (!copy.in()) return nullptr;
   auto* duplicate = static_cast<Kind*>(copy->_cast(repository_id.value));
   if (duplicate) copy._retn();
@@ -47,15 +53,17 @@ typename Kind::value_type PortableServer_Policy_impl<Kind>::value(CORBA::Environ
 
 template <class Kind>
 CORBA::Policy* PortableServer_Policy_impl<Kind>::copy(CORBA::Environment& ev) {
-  auto made = std::make_unique<PortableServer_Policy_impl>();
-  made->__policy_type = this->__policy_type;
-  made->__value = __value;
-  if (this->get_ref()) {
-    void* duplicate = server_CORBA_object_duplicate(this->get_ref(), ev._evp);
-    if (!duplicate) return nullptr;
-    made->set_ref(duplicate);
-  }
-  return made.release();
+  return with_memory(ev, [&]() -> CORBA::Policy* {
+    auto made = std::make_unique<PortableServer_Policy_impl>();
+    made->__policy_type = this->__policy_type;
+    made->__value = __value;
+    if (this->get_ref()) {
+      void* duplicate = server_CORBA_object_duplicate(this->get_ref(), ev._evp);
+      if (!duplicate) return nullptr;
+      made->set_ref(duplicate);
+    }
+    return made.release();
+  });
 }
 
 template <class Kind>

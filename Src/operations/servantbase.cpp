@@ -28,7 +28,7 @@ ServantBase& ServantBase::operator=(const ServantBase&) { return *this; }
 
 POA* ServantBase::_default_POA() { return nullptr; }
 
-CORBA::InterfaceDef* ServantBase::_get_interface(CORBA::Environment&) {
+CORBA::InterfaceDef* ServantBase::_get_interface(CORBA::Environment& ev) {
   CORBA::Environment core;
   void* handle = CORBA_Repository_lookup_id(core_handles.interface_repository, _intf ? _intf : "", core._evp);
   const bool raised =
@@ -36,9 +36,11 @@ CORBA::InterfaceDef* ServantBase::_get_interface(CORBA::Environment&) {
   if (raised)
     report_core_exception("Src/servantbase", __LINE__, *core._evp, static_cast<int>(core._evp->_minor));
   if (core._evp->_major != CORBA_NO_EXCEPTION || !handle) return CORBA::InterfaceDef::_nil();
-  auto* definition = new CORBA::InterfaceDef;
-  definition->set_ref(handle);
-  return definition;
+  return with_memory(ev, [&] {
+    auto* definition = new CORBA::InterfaceDef;
+    definition->set_ref(handle);
+    return definition;
+  });
 }
 
 CORBA::Boolean ServantBase::_is_a(const char* logical_type_id, CORBA::Environment&) {
@@ -94,7 +96,7 @@ void ServantBase::add_delete_list() {
     if (_deleted == 1) {
       POA_TRACE("ServantBase::add_delete_list [Servant is already added DeleteList]");
     } else {
-      POA_ServantList::add_servant(servant_delete_list, this);
+      servant_delete_list.add(this);
       _deleted = 1;
       POA_TRACE("ServantBase::add_delete_list [Servant is added on DeleteList]");
     }
@@ -142,7 +144,8 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& ev) {
     MutexGuard guard(poa_svt_lifespan_mutex);
     const bool listed = servant_lifespan_list().holds(this);
     if (seconds > 0) {
-      if (!listed) servant_lifespan_list().add(this);
+      if (!listed)
+        with_memory(ev, [this]() ZR_REQUIRES(poa_svt_lifespan_mutex) { servant_lifespan_list().add(this); });
       _timer = seconds_since_1970() + static_cast<CORBA::ULong>(seconds);
       if (listed) {
         POA_TRACE("ServantBase::set_timer [timer is changed .. timer = %d]", static_cast<int>(_timer));

@@ -70,7 +70,7 @@ CORBA::Object* PortableServer::Current::get_reference(CORBA::Environment& ev) {
   ev.clear();
   const CurrentContext* context = CurrentContext::innermost();
   if (!context || !context->target) raise<NoContext>(ev, nullptr);
-  return CORBA::Object::_duplicate(context->target);
+  return with_memory(ev, [&] { return CORBA::Object::_duplicate(context->target); });
 }
 
 PortableServer::ServantBase* PortableServer::Current::get_servant(CORBA::Environment& ev) {

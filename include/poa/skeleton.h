@@ -2,6 +2,8 @@
 // generated class POA_M::I derives from this, or from the skeletons of its base interfaces.
 #pragma once
 
+#include <new>
+
 #include "corba/row.h"
 #include "poa/servant.h"
 
@@ -41,10 +43,14 @@ class POA_API Skeleton : public virtual ServantBase {
   CORBA::Object* _reference(CORBA::Environment& ev);
   /// The same as interface X.
   template <class X>
-  X* _this_as(CORBA::Environment& ev) {
+  X* _this_as(CORBA::Environment& ev) try {
     const CORBA::Object_var object = _reference(ev);
     return CORBA::idl::unchecked_narrow<X>(object.in());
+  } catch (const std::bad_alloc&) {
+    _no_memory(ev);
   }
+  /// Raises NO_MEMORY.
+  [[noreturn]] static void _no_memory(CORBA::Environment& ev);
 };
 
 /// Base of the tie POA_M::I_tie<T>: a servant of Skeleton whose operations are those of a T, which need not derive

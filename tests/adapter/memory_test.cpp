@@ -1,7 +1,10 @@
 // What operations leave behind when memory runs out in the middle of them.
 #include <cstdlib>
 
+#include "any_echo.h"
+#include "dispatch/upcalls.h"
 #include "objects.h"
+#include "records/currentinfo.h"
 
 using namespace PortableServer;
 
@@ -23,32 +26,33 @@ void* allocate_or_throw(std::size_t octets) {
 
 class Memory : public ObjectTest {
  protected:
-  /// Runs the operation with its n-th allocation failing, for every n, until it works. `check` looks at what a
+  /// Runs the operation with its n-th allocation failing, for every n, until it works: else it raises NO_MEMORY, or
+  /// one of `instead`, where it has an exception for all failures, and reports the same in `ev`. `check` looks at what a
   /// failure left behind.
   template <class Operation, class Check>
-  void sweep(Operation&& operation, Check&& check) {
-    for (int n = 0; n < 1000; ++n) {
+  void sweep(Operation&& operation, Check&& check, std::string_view instead = "BAD_PARAM") {
+    for (int n = 0; n < 1000 && !HasFailure(); ++n) {
       SCOPED_TRACE(n);
-      bool failed = true;
       CORBA::Environment ev;
+      std::string raised;
       allocations_left = n;
       try {
         operation(ev);
-        failed = false;
-      } catch (const CORBA::SystemException& e) {
-        const std::string_view name(e._name());
-        EXPECT_TRUE(name == "NO_MEMORY" || name == "BAD_PARAM") << e.id();
+        if (allocations_left >= 0) n = 1000;  // none has failed
+        allocations_left = -1;
+        continue;
+      } catch (const CORBA::Exception& e) {
+        EXPECT_LT(std::exchange(allocations_left, -1), 0) << "it has raised, and no allocation had failed";
+        raised = e._name();
       } catch (...) {
         allocations_left = -1;
-        ADD_FAILURE() << "raised something else";
+        raised = "something else";
       }
-      const bool none_failed = !failed && allocations_left >= 0;
-      allocations_left = -1;
-      if (failed) check();
-      if (none_failed) return;
-      if (HasFailure()) return;
+      EXPECT_TRUE(raised == "NO_MEMORY" || instead.find(raised) != instead.npos) << raised;
+      EXPECT_STREQ(ev.exception() ? ev.exception()->_name() : "nothing", raised.c_str());
+      check();
     }
-    FAIL() << "no end of it";
+    EXPECT_LT(allocations_left, 0);
   }
 };
 
@@ -98,6 +102,162 @@ TEST_F(Memory, ATeardownThatStopsGoesOn) {
   sweep([&](auto& ev) { poa->destroy(true, false, ev); }, [] {});
   for (const auto& call : etherealizer.calls) handed_over += std::get<0>(call);
   EXPECT_EQ(handed_over, "ab");
+}
+
+// The last request that leaves has nobody to tell that there is no memory.
+TEST_F(Memory, AServantIsListedForDeletionWithoutMemory) {
+  struct Doomed : PlainServant {
+    explicit Doomed(std::atomic<int>& count) : left(count) {}
+    ~Doomed() override { --left; }
+    std::atomic<int>& left;
+  };
+  std::atomic<int> left{3};
+  auto *first = new Doomed(left), *second = new Doomed(left), *third = new Doomed(left);
+  const MutexGuard no_other_tick(poa_svt_delete_mutex);
+  {
+    const ServantUse request(second);
+    allocations_left = 0;
+    for (ServantBase* each : {first, second, third}) each->servant_delete();
+  }
+  EXPECT_EQ(std::exchange(allocations_left, -1), 0) << "it asked for memory";
+  call_poa_inst_lifespan();
+  EXPECT_EQ(left, 0);
+}
+
+// ---- Every operation ----
+
+/// A row: the operation, and what it raises whatever has failed.
+struct Operation {
+  const char* name;
+  std::function<void(CORBA::Environment&)> run;
+  const char* instead = "";
+};
+
+class MemoryOfEach : public Memory {
+ protected:
+  void sweep_all(const std::vector<Operation>& operations) {
+    for (const Operation& each : operations) {
+      SCOPED_TRACE(each.name);
+      sweep(
+          each.run, [] {}, each.instead);
+    }
+  }
+
+  POA_var by_name = child(top, "by name", policies(root, USER_ID));
+  POA_var implicit = child(top, "implicit", policies(root, IMPLICIT_ACTIVATION));
+  POA_var managed = child(top, "managed", policies(root, USER_ID, USE_SERVANT_MANAGER));
+  POA_var by_default = child(top, "by default", policies(root, MULTIPLE_ID, USE_DEFAULT_SERVANT));
+  POA_var found;
+  CORBA::Object_var reference;
+  ObjectId_var oid;
+  PlainServant another;
+};
+
+TEST_F(MemoryOfEach, OfTheTreeAndItsPolicies) {
+  PortableServer_AdapterActivator_impl activator;
+  CORBA::Policy_var policy;
+  CORBA::String_var text;
+  POAList_var children;
+  POAManager_var manager;
+  sweep_all({
+      {"the_name", [&](auto& ev) { text = top->the_name(ev); }, "BAD_PARAM"},
+      {"the_parent", [&](auto& ev) { found = by_name->the_parent(ev); }},
+      {"the_children", [&](auto& ev) { children = top->the_children(ev); }},
+      {"the_POAManager", [&](auto& ev) { manager = top->the_POAManager(ev); }},
+      {"the_activator", [&](auto& ev) { top->the_activator(&activator, ev); }},
+      {"the_activator, asked", [&](auto& ev) { AdapterActivator_var(top->the_activator(ev)); }},
+      {"find_POA", [&](auto& ev) { found = top->find_POA("managed", false, ev); }},
+      {"id", [&](auto& ev) { CORBA::OctetSeq_var(top->id(ev)); }},
+      {"create_thread_policy", [&](auto& ev) { policy = top->create_thread_policy(ORB_CTRL_MODEL, ev); }},
+      {"create_lifespan_policy", [&](auto& ev) { policy = top->create_lifespan_policy(PERSISTENT, ev); }},
+      {"create_id_uniqueness_policy",
+       [&](auto& ev) { policy = top->create_id_uniqueness_policy(UNIQUE_ID, ev); }},
+      {"create_id_assignment_policy",
+       [&](auto& ev) { policy = top->create_id_assignment_policy(USER_ID, ev); }},
+      {"create_implicit_activation_policy",
+       [&](auto& ev) { policy = top->create_implicit_activation_policy(IMPLICIT_ACTIVATION, ev); }},
+      {"create_servant_retention_policy",
+       [&](auto& ev) { policy = top->create_servant_retention_policy(RETAIN, ev); }},
+      {"create_request_processing_policy",
+       [&](auto& ev) { policy = top->create_request_processing_policy(USE_SERVANT_MANAGER, ev); }},
+      {"a policy's copy", [&](auto& ev) { CORBA::Policy_var(policy->copy(ev)); }},
+  });
+}
+
+TEST_F(MemoryOfEach, OfObjectsAndTheirServants) {
+  Etherealizer etherealizer;
+  by_name->activate_object_with_id(b, &other);
+  sweep_all({
+      {"set_servant_manager", [&](auto& ev) { managed->set_servant_manager(&etherealizer, ev); }},
+      {"get_servant_manager", [&](auto& ev) { managed->get_servant_manager(ev); }},
+      {"set_incarnation_limit", [&](auto& ev) { managed->set_incarnation_limit(5, ev); }},
+      {"set_servant", [&](auto& ev) { by_default->set_servant(&another, ev); }, "BAD_PARAM"},
+      {"get_servant", [&](auto& ev) { by_default->get_servant(ev); }},
+      {"activate_object", [&](auto& ev) { oid = top->activate_object(&servant, ev); },
+       "BAD_PARAM ServantAlreadyActive"},
+      {"activate_object_with_id", [&](auto& ev) { by_name->activate_object_with_id(a, &servant, ev); },
+       "ServantAlreadyActive"},
+      {"create_reference", [&](auto& ev) { reference = top->create_reference("IDL:x:1.0", ev); },
+       "BAD_PARAM"},
+      {"create_reference_with_id",
+       [&](auto& ev) { reference = by_name->create_reference_with_id(a, "IDL:x:1.0", ev); }, "BAD_PARAM"},
+      {"reference_to_servant", [&](auto& ev) { by_name->reference_to_servant(reference, ev); },
+       "ObjectNotActive WrongAdapter"},
+      {"reference_to_id", [&](auto& ev) { oid = by_name->reference_to_id(reference, ev); }, "WrongAdapter"},
+      {"id_to_servant", [&](auto& ev) { by_name->id_to_servant(a, ev); }, "ObjectNotActive"},
+      {"id_to_reference", [&](auto& ev) { reference = by_name->id_to_reference(a, ev); }, "ObjectNotActive"},
+      {"servant_to_id", [&](auto& ev) { oid = implicit->servant_to_id(&servant, ev); }, "ServantNotActive"},
+      {"servant_to_id, of the default servant",
+       [&](auto& ev) { oid = by_default->servant_to_id(&servant, ev); }, "ServantNotActive"},
+      {"servant_to_reference", [&](auto& ev) { reference = implicit->servant_to_reference(&other, ev); },
+       "ServantNotActive"},
+      {"deactivate_object", [&](auto& ev) { by_name->deactivate_object(a, ev); }},
+      {"set_servant, of none", [&](auto& ev) { by_default->set_servant(nullptr, ev); }},
+  });
+  EXPECT_EQ(entries_of(*record_of(by_name), servant) + entries_of(*record_of(by_name), other), 1);
+}
+
+TEST_F(MemoryOfEach, OfManagersAndTheCurrent) {
+  const std::string id = unique_name("manager");
+  const CurrentContext context(top, "served", true, top, &servant);
+  POAManagerFactory_var factory;
+  POAManager_var manager;
+  POAManagerList_var all;
+  CORBA::String_var text;
+  sweep_all({
+      {"the_POAManagerFactory", [&](auto& ev) { factory = top->the_POAManagerFactory(ev); }},
+      {"create_POAManager", [&](auto& ev) { manager = factory->create_POAManager(id.c_str(), {}, ev); },
+       "BAD_PARAM"},
+      {"list", [&](auto& ev) { all = factory->list(ev); }},
+      {"find", [&](auto& ev) { manager = factory->find(id.c_str(), ev); }},
+      {"get_id", [&](auto& ev) { text = manager->get_id(ev); }},
+      {"get_state", [&](auto& ev) { manager->get_state(ev); }},
+      {"activate", [&](auto& ev) { manager->activate(ev); }, "AdapterInactive BAD_PARAM"},
+      {"hold_requests", [&](auto& ev) { manager->hold_requests(false, ev); }, "AdapterInactive"},
+      {"discard_requests", [&](auto& ev) { manager->discard_requests(false, ev); }, "AdapterInactive"},
+      {"get_POA", [&](auto& ev) { found = poa_current->get_POA(ev); }},
+      {"get_object_id", [&](auto& ev) { oid = poa_current->get_object_id(ev); }},
+      {"get_reference", [&](auto& ev) { reference = poa_current->get_reference(ev); }},
+      {"Current::get_servant", [&](auto& ev) { poa_current->get_servant(ev); }},
+  });
+  EXPECT_STREQ(text.in(), id.c_str());
+  EXPECT_EQ(text_of(oid), "served");
+}
+
+TEST_F(MemoryOfEach, OfServants) {
+  struct Echo : AnyEcho {
+    explicit Echo(POA* its_poa) : poa(its_poa) {}
+    POA* _default_POA() override { return POA::_duplicate(poa); }
+    POA* const poa;
+  } echo(implicit);
+  Demo::Echo_var object;
+  sweep_all({
+      {"_this", [&](auto& ev) { object = echo._this(ev); }, "ServantNotActive"},
+      {"set_timer", [&](auto& ev) { servant.set_timer(1000, ev); }},
+      {"set_timer, cleared", [&](auto& ev) { servant.set_timer(0, ev); }},
+      {"_get_interface", [&](auto& ev) { CORBA::InterfaceDef_var(servant._get_interface(ev)); }},
+  });
+  EXPECT_TRUE(object->_is_a("IDL:Demo/Echo:1.0"));
 }
 
 TEST_F(Memory, AnIdOfATextIsNullWithoutMemory) {

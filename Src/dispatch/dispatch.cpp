@@ -266,7 +266,7 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
     raise<PortableServer::POA::AdapterNonExistent>(ev, "dsi_routine_cpp_poa [poa_info is null.]");
   }
   check_manager_state(*target.poa, request, ev);
-  const Turn turn(target.poa->turnstile, request.request_handle());
+  const Turn turn(target.poa->one_at_a_time, request.request_handle());
   const char* operation = request.operation();
   trace_request(request.get_ref(), operation);
   Located found = locate_servant(target, operation, ev);

@@ -5,14 +5,14 @@ thread_local Turn* innermost = nullptr;
 }
 
 // A servant that calls an object of its own POA has the turn already.
-void Turn::begin(const std::shared_ptr<zrsv::Gate>& turnstile, void* request) {
+void Turn::begin(const std::shared_ptr<zrsv::Gate>& gate, void* request) {
   for (const Turn* turn = innermost; turn; turn = turn->outer_) {
-    if (turn->turnstile_ != turnstile.get()) continue;
-    turnstile_ = nullptr;
+    if (turn->gate_ != gate.get()) continue;
+    gate_ = nullptr;
     return;
   }
-  if (!turnstile->enter(request)) {
-    zrsv::wait_at(turnstile, request);
+  if (!gate->enter(request)) {
+    zrsv::wait_at(gate, request);
     throw RequestWaits{};
   }
   outer_ = innermost;
@@ -21,5 +21,5 @@ void Turn::begin(const std::shared_ptr<zrsv::Gate>& turnstile, void* request) {
 
 void Turn::end() {
   innermost = outer_;
-  turnstile_->leave();
+  gate_->leave();
 }

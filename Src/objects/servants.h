@@ -53,7 +53,7 @@ POA_LifespanList& servant_lifespan_list() ZR_REQUIRES(poa_svt_lifespan_mutex);
 
 namespace PortableServer {
 
-/// What the library may see and do of a servant beyond its public face.
+/// What the library may see and do of a servant beyond its public members.
 struct ServantAccess {
   static ObjectRefList* references(const ServantBase& s) ZR_REQUIRES(poa_svt_objref_mutex) {
     return s._object_ref;

@@ -30,7 +30,7 @@ POAInfo::POAInfo(const char* _adapter_name, PortableServer::POAManager* a_POAMan
   POA_TRACE("POAInfo::POAInfo(...) called...");
   policies = PolicySet::read(list, ev);
   if (policies.thread == threadPolicy_SINGLE_THREAD_MODEL_tag)
-    turnstile = std::make_shared<zrsv::Gate>(zrsv::Gate::Kind::turnstile);
+    one_at_a_time = std::make_shared<zrsv::Gate>(zrsv::Gate::Kind::mutex);
   CORBA::String_var name(copy_name(_adapter_name));
   if (!name.in()) {
     raise<CORBA::BAD_PARAM>(ev, "NULL name.. throw CORBA::StExcep::BAD_PARAM.",

@@ -86,8 +86,8 @@ class POAInfo : public POANode {
   CORBA::Object* id_to_reference(const PortableServer::ObjectId& oid, CORBA::Environment& ev);
 
   // ---- Fields ----
-  std::shared_ptr<zrsv::Gate> turnstile;  // of a POA that runs one request at a time
-  std::unique_ptr<Queue> requestCache;    // never made by the library
+  std::shared_ptr<zrsv::Gate> one_at_a_time;  // of a POA that runs one request at a time
+  std::unique_ptr<Queue> requestCache;        // never made by the library
   POAManagerInfo* poa_managerInfo_ptr = nullptr;
   PolicySet policies;
   DefaultServant default_servant;

@@ -45,7 +45,7 @@ void control_queue(int code, const char* trace, CORBA::Environment& ev) {
 
 void POAManagerInfo::hold_at_gate(CORBA::Environment& ev) {
   if (gated) return;
-  own_gate = std::make_shared<zrsv::Gate>(zrsv::Gate::Kind::door);
+  own_gate = std::make_shared<zrsv::Gate>(zrsv::Gate::Kind::barrier);
   if (state == PortableServer::POAManager::HOLDING) own_gate->close();
   gated = true;
   if (POA_impl_name && this == default_poa_manager_info)

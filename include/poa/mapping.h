@@ -1,5 +1,5 @@
 // What the C++ mapping of an IDL file includes: the headers that poaidl generates start with it, so programs
-// include those and nothing else. It brings the whole public face of the libraries: module CORBA with its types,
+// include those and nothing else. It brings the whole public interface of the libraries: module CORBA with its types,
 // Any and TypeCode, and module PortableServer with the skeletons' base.
 #pragma once
 

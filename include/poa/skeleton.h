@@ -64,7 +64,7 @@ class POA_API Skeleton : public virtual ServantBase {
 template <class T, class Skeleton>
 class Tie : public Skeleton {
  public:
-  /// Lent: `tied` must outlive this. With a POA, which is duplicated, `_this` activates there.
+  /// Borrowed: `tied` must outlive this. With a POA, which is duplicated, `_this` activates there.
   explicit Tie(T& tied) : tied_(&tied) {}
   Tie(T& tied, POA* poa) : tied_(&tied), poa_(POA::_duplicate(poa)) {}
   /// Owned when `release`: deleted with the tie, or when another object takes its place. Null is not allowed once
@@ -80,7 +80,7 @@ class Tie : public Skeleton {
 
   /// The object, which stays whose it is.
   T* _tied_object() { return tied_; }
-  /// Another one, lent.
+  /// Another one, borrowed.
   void _tied_object(T& tied) { _tied_object(&tied, false); }
   /// The old one is deleted when it was owned.
   void _tied_object(T* tied, CORBA::Boolean release = true) {

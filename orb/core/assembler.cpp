@@ -193,8 +193,8 @@ void Assembler::reset() {
 // last
 Fragments::Fragments(unsigned char* message, std::size_t length, uint32_t limit, const ZR_cdr_apart& apart) {
   if (apart.octets) {
-    const Pieces pieces = pieces_of(message, length, apart);
-    parts_.assign(pieces.begin(), pieces.end());
+    const IoVectors vectors = io_vectors_of(message, length, apart);
+    parts_.assign(vectors.begin(), vectors.end());
     return;
   }
   if (!must_fragment(message, length, limit)) {

@@ -44,9 +44,9 @@ class Apart {
   ZR_cdr_apart it_{};
 };
 
-/// The pieces in which a message goes out.
-using Pieces = std::array<iovec, 3>;
-inline Pieces pieces_of(unsigned char* message, std::size_t size, const ZR_cdr_apart& apart) {
+/// What a message goes out from.
+using IoVectors = std::array<iovec, 3>;
+inline IoVectors io_vectors_of(unsigned char* message, std::size_t size, const ZR_cdr_apart& apart) {
   const std::size_t at = apart.octets ? apart.at : size;
   return {{{message, at}, {const_cast<unsigned char*>(apart.octets), apart.size}, {message + at, size - at}}};
 }

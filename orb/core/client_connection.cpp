@@ -78,7 +78,7 @@ Written write_parts(int fd, std::span<iovec> parts, Deadline deadline, Clock::ti
 class Outgoing {
  public:
   Outgoing(unsigned char* message, std::size_t size, const ZR_cdr_apart& apart)
-      : message_(message), whole_(pieces_of(message, size, apart)) {
+      : message_(message), whole_(io_vectors_of(message, size, apart)) {
     const uint32_t limit = options().fragment_size;
     if (!must_fragment(message, size, limit)) return;
     std::memcpy(header_, message, sizeof header_);
@@ -97,7 +97,7 @@ class Outgoing {
 
  private:
   unsigned char* message_;
-  Pieces whole_;
+  IoVectors whole_;
   unsigned char header_[giop::header_size];
   std::optional<Fragments> fragments_;
 };

@@ -13,10 +13,10 @@ std::vector<GatedRequests*>& all_gates() ZR_REQUIRES(gates_mutex) {
   return all;
 }
 
-/// Those that may go now: all of a door, the next one of a turnstile, which stays shut for it.
+/// Those that may go now: all of a barrier, the next one of a mutex, which stays shut for it.
 Requests take_next(GatedRequests& at) ZR_REQUIRES(gates_mutex) {
   at.shut = false;
-  if (at.kind == Gate::Kind::door) return std::move(at.requests);
+  if (at.kind == Gate::Kind::barrier) return std::move(at.requests);
   Requests next;
   if (auto request = at.requests.pop_front()) {
     at.shut = request->waits.granted = true;

@@ -25,10 +25,10 @@ std::size_t size_of(std::span<const iovec> parts) {
   return octets;
 }
 
-ssize_t send_pieces(int fd, Pieces pieces) {
+ssize_t send_vectors(int fd, IoVectors vectors) {
   msghdr message{};
-  message.msg_iov = pieces.data();
-  message.msg_iovlen = pieces.size();
+  message.msg_iov = vectors.data();
+  message.msg_iovlen = vectors.size();
   return ::sendmsg(fd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
@@ -66,7 +66,7 @@ OutputQueue::Sent OutputQueue::send(Buffer* message, uint32_t fragment, Apart ap
   }
   const ssize_t n = send_unlocked([&, fd = fd_] {
     if (apart) [[unlikely]]
-      return send_pieces(fd, pieces_of(message->data(), message->size(), apart.get()));
+      return send_vectors(fd, io_vectors_of(message->data(), message->size(), apart.get()));
     return ::send(fd, message->data(), message->size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   });
   if (n < 0 && !would_block() && errno != EINTR) return Sent::Failed;

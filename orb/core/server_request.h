@@ -47,7 +47,7 @@ struct LocalCall {
 struct AtGate {
   std::shared_ptr<Gate> gate;
   bool wanted = false;   // it is to wait there
-  bool granted = false;  // it has waited, and the turnstile is shut for it
+  bool granted = false;  // it has waited, and the mutex is shut for it
 
   AtGate() = default;
   AtGate(AtGate&& o) noexcept

@@ -10,7 +10,7 @@ namespace zrsv {
 
 struct GatedRequests;
 
-/// Any thread may use it. Whoever waits is let go when the gate goes. As a turnstile, in an upcall:
+/// Any thread may use it. Whoever waits is let go when the gate goes. As a mutex, in an upcall:
 ///
 ///   if (!gate->enter(request)) return zrsv::wait_at(gate, request);  // the upcall is made again
 ///   ... serve ...
@@ -18,19 +18,19 @@ struct GatedRequests;
 class ZRSV_API Gate {
  public:
   enum class Kind : unsigned char {
-    door,      // open or closed; opening it lets everybody go, in their order
-    turnstile  // lets one request through at a time
+    barrier,  // open or closed; opening it lets everybody go, in their order
+    mutex     // lets one request through at a time
   };
   explicit Gate(Kind kind);
   ~Gate();
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
 
-  /// Of a door, which is open at first. Opening it lets those go that wait, before any that come later.
+  /// Of a barrier, which is open at first. Opening it lets those go that wait, before any that come later.
   void close();
   void open();
 
-  /// Of a turnstile. True: `request` (the handle of the request that this thread runs) goes through, and nobody else
+  /// Of a mutex. True: `request` (the handle of the request that this thread runs) goes through, and nobody else
   /// does until leave(), which each true is followed by. Requests that wait come first.
   bool enter(void* request);
   void leave();

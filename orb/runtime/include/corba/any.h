@@ -112,7 +112,7 @@ class ZRSVCPP_API Any : public Allocated {
     to_wchar(WChar& v) : value(v) {}
     WChar& value;
   };
-  /// A string of that bound, lent.
+  /// A string of that bound, borrowed.
   template <class C>
   struct to_text {
     to_text(const C*& text, ULong the_bound) : value(text), bound(the_bound) {}
@@ -377,14 +377,14 @@ ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_boolean to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_octet to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_char to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_wchar to);
-// Lent. A bound has to be the same: a text that was put in with a bound of 8 comes out with one of 8.
+// Borrowed. A bound has to be the same: a text that was put in with a bound of 8 comes out with one of 8.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_string to);
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_wstring to);
 /// Of exactly those digits and that scale.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_fixed to);
 /// Of any interface; a new reference, which the caller releases.
 ZRSVCPP_API Boolean operator>>=(const Any& any, Any::to_object to);
-/// Lent, all four: nothing is to be freed or released.
+/// Borrowed, all four: nothing is to be freed or released.
 ZRSVCPP_API Boolean operator>>=(const Any& any, const char*& text);
 ZRSVCPP_API Boolean operator>>=(const Any& any, const WChar*& text);
 ZRSVCPP_API Boolean operator>>=(const Any& any, const Any*& value);

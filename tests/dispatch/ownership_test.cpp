@@ -133,10 +133,18 @@ TEST_F(Ownership, TheTickPassesOverServantsInACallOfTheProgram) {
          call_poa_inst_lifespan();
        },
        deactivated},
+      {"deleted, then its client is lost", false,
+       [](Scene& s, TestServant& servant) {
+         CORBA::release(s.poa->id_to_reference(oid("o")));
+         recorded_for(s, 0, 77);
+         servant.servant_delete();
+       },
+       [](Scene&) { lose(77); }},
       {"a locator's, deleted in its operation", true,
        [](Scene&, TestServant& s) { s.work = [&s] { s.servant_delete(); }; },
        [](Scene& s) { EXPECT_EQ(outcome(s.reference("o")), "done"); }},
   };
+  POAdisconnect::setDisconnect(&callback, own_ev);
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     Scene place(top);
@@ -149,6 +157,7 @@ TEST_F(Ownership, TheTickPassesOverServantsInACallOfTheProgram) {
       EXPECT_EQ(has, servant);
     };
     place.activator.on_etherealize = [&](auto, ServantBase* s, bool, bool) { during(s); };
+    callback.answer = [&](ServantBase* s) { return during(s), false; };
     place.locator.on_preinvoke = [&](auto, auto&) { return servant; };
     place.locator.on_postinvoke = [&](auto, auto, ServantBase* s) { during(s); };
     row.by_locator ? place.with_locator() : place.with_activator().activate("o", servant);
@@ -313,4 +322,13 @@ TEST_F(Ownership, EachServantOfALostClientIsAskedAboutOnceAndThenForgotten) {
   ServantAccess::release(scene.servant);
   for (int i = 0; i < 2; ++i) lose(77);
   EXPECT_THAT(callback.asked, testing::ElementsAre(&scene.servant, &scene.servant));
+
+  callback.asked.clear();  // and once, however many objects it is
+  for (int slot : {0, 1}) recorded_for(second, slot, 77);
+  {
+    const ServantUse request(&second.servant);
+    lose(77);
+  }
+  EXPECT_EQ(callback.asked.size(), 2u);
+  lose(77);
 }

@@ -3,6 +3,8 @@
 #include "base/raise.h"
 #include "corba/orb.h"
 #include "corba/server_request.h"
+#include "zrsv/initial_references.h"
+#include "zrsv/of_thread.h"
 
 namespace PortableServer {
 namespace {
@@ -31,7 +33,23 @@ X* initial_reference(const char* name, CORBA::Environment& ev) {
   return X::_narrow(object);
 }
 
-POA* root_poa(CORBA::Environment& ev) { return initial_reference<POA>("RootPOA", ev); }
+/// The root POA that a thread resolved last.
+struct KnownRoot {
+  POA_var poa;
+  std::uint64_t changes = 0;  // of initial references, before that
+};
+
+POA* root_poa(CORBA::Environment& ev) {
+  KnownRoot* const known = zrsv::of_thread<KnownRoot>();
+  const std::uint64_t changes = zrsv::initial_reference_changes();
+  if (!known || known->changes != changes) {
+    POA_var found = initial_reference<POA>("RootPOA", ev);
+    if (!known) return found._retn();
+    known->changes = changes;
+    known->poa = found;
+  }
+  return POA::_duplicate(known->poa.in());
+}
 
 /// The object that this thread's request is for.
 CORBA::Object* called_object(CORBA::Environment& ev) {

@@ -12,6 +12,7 @@
 #include "queue_group.h"
 #include "repository.h"
 #include "upcall.h"
+#include "zrsv/initial_references.h"
 #include "zrsv/of_thread.h"
 
 void* (*_cpp_poa_init)(void* orb, void* boa) = nullptr;
@@ -22,6 +23,8 @@ void (*_call_poa_inst_lifespan_)(void) = nullptr;
 namespace zrsv {
 
 namespace {
+
+std::atomic<uint64_t> initial_changes{1};
 
 // What the untyped service handles point to.
 char boa, interface_repository, implementation_repository;
@@ -42,6 +45,9 @@ Orb& orb() {
   static Orb* const one = new Orb;
   return *one;
 }
+
+uint64_t initial_reference_changes() { return initial_changes.load(std::memory_order_acquire); }
+void count_initial_reference_change() { initial_changes.fetch_add(1, std::memory_order_acq_rel); }
 
 // ---- Uses ----
 
@@ -77,6 +83,7 @@ void Orb::destroy(CORBA_Environment* ev) {
   std::map<std::string, Ref<Reference>> dropped;
   const MutexLock lock(mutex_);
   dropped.swap(initial_);
+  count_initial_reference_change();
   published_.clear();
   load_key_secret("");
   state_ = State::Idle;
@@ -99,6 +106,7 @@ Ref<Reference> Orb::resolve(const std::string& name, CORBA_Environment* ev) {
 void Orb::set_initial(const std::string& name, Ref<Reference> object) {
   const MutexLock lock(mutex_);
   initial_[name] = std::move(object);
+  count_initial_reference_change();
 }
 
 Ref<Reference> Orb::start(CORBA_Environment* ev) {
@@ -187,6 +195,7 @@ bool Orb::serve(std::unique_ptr<Listener>* listener, const std::shared_ptr<Engin
   ++engines_;
   listener_ = std::move(*listener);
   state_ = State::Serving;
+  count_initial_reference_change();
   return true;
 }
 
@@ -218,6 +227,7 @@ bool Orb::shutdown(bool wait, CORBA_Environment* ev) try {
       closer_ = std::thread([this] { close(); });
       state_ = State::Closing;
       initial_.erase("RootPOA");
+      count_initial_reference_change();
     } else if (state_ == State::Idle) {
       state_ = State::Closed;
       ++ends_;

@@ -7,6 +7,7 @@
 #include "interceptors.h"
 #include "orb_state.h"
 #include "raise.h"
+#include "zrsv/initial_references.h"
 #include "zrsv/thread_safety.h"
 
 namespace CORBA {
@@ -137,6 +138,7 @@ void ORB::register_initial_reference(const char* name, Object* object, Environme
   const bool taken = orb->registered.contains(name) || std::ranges::find(own, name) != own.end();
   if (taken) raise<InvalidName>(ev);
   orb->registered[name] = Object::_duplicate(object);
+  zrsv::count_initial_reference_change();
 }
 
 ORB::ObjectIdList* ORB::list_initial_services(Environment& ev) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "raise.h"
+#include "zrsv/initial_references.h"
 
 namespace CORBA {
 
@@ -33,6 +34,7 @@ OrbPointer Orbs::enter(const OrbOptions& options, bool* made) {
   const zrsv::MutexLock lock(orb->mutex);
   for (const auto& [name, url] : options.configured) orb->configured[name] = url;
   if (!options.default_url.empty()) orb->default_url = options.default_url;
+  zrsv::count_initial_reference_change();
   return orb;
 }
 
@@ -58,6 +60,7 @@ bool Orbs::leave(const OrbPointer& orb) {
   orb->closed = true;
   refresh_default();
   changed_.notify_all();
+  zrsv::count_initial_reference_change();
   return true;
 }
 
@@ -75,7 +78,7 @@ bool Orbs::own_server(const OrbPointer& orb) {
   const zrsv::MutexLock lock(mutex_);
   if (owner_ && owner_ != orb) return false;
   if (!find(orb)) return false;
-  owner_ = orb;
+  if (std::exchange(owner_, orb) != orb) zrsv::count_initial_reference_change();
   refresh_default();
   changed_.notify_all();
   return true;

@@ -145,6 +145,21 @@ TEST_F(OrbTest, OrbsAreIndependent) {
   EXPECT_EQ(echo->add(1, 1), 2);
 }
 
+// A thread remembers the root POA for `_this`, as long as it is that of an ORB that serves.
+TEST(TwoOrbs, ThisLeadsToTheRootPoaThatServes) {
+  EchoServant servant;
+  for (const char* id : {"first", "second"}) {
+    const CORBA::ORB_var orb = make_orb({}, id);
+    for (int start = 0; start < 2; ++start) {
+      for (int i = 0; i < 3; ++i) EXPECT_FALSE(CORBA::is_nil(Demo::Echo_var(servant._this()).in()));
+      EXPECT_GE(orb->work_descriptor(), 0) << "it serves";
+      orb->shutdown(true);
+    }
+    orb->destroy();
+    EXPECT_EQ(raised([&] { Demo::Echo_var(servant._this()); }), "BAD_INV_ORDER");
+  }
+}
+
 // run() waits as long as it is open which of two ORBs will serve.
 TEST(TwoOrbs, WhoMayServeAtLastIsWoken) {
   for (const bool by_the_others_end : {true, false}) {

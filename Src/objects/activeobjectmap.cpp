@@ -27,22 +27,23 @@ std::uint64_t last_number ZR_GUARDED_BY(poa_semaphore) = 0;          // of a blo
 /// An etherealized servant may be gone: its entry answers nothing any more.
 constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
 
-void record_client(_ActiveObjectEntry& entry, const ClientData& client) {
-  entry.fd = client.fd;
-  entry.host_ipv4 = client.host_ipv4();
-  std::memset(entry.host_ipv6, 0, sizeof entry.host_ipv6);
-  if (client.is_ipv6) std::memcpy(entry.host_ipv6, client.host, sizeof client.host);
-}
-
 /// For an entry that was found: outside requests it keeps the client that it has.
-void refresh_client(_ActiveObjectEntry& entry) {
-  if (ClientData client; client.become_current()) record_client(entry, client);
+void refresh_client(_ActiveObjectEntry& entry) ZR_REQUIRES(poa_semaphore) {
+  ClientData client;
+  if (!client.become_current() || known_clients[entry.client] == client) return;
+  try {
+    entry.record_client(known_clients.enter(client));
+  } catch (const std::bad_alloc&) {
+    throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
+  }
 }
 
-bool is_of(const ClientData& client, const _ActiveObjectEntry& entry) {
-  if (entry.fd != client.fd) return false;
-  return client.is_ipv6 ? std::memcmp(entry.host_ipv6, client.host, sizeof client.host) == 0
-                        : entry.host_ipv4 == client.host_ipv4();
+bool is_of(const ClientData& client, const _ActiveObjectEntry& entry) ZR_REQUIRES(poa_semaphore) {
+  constexpr unsigned char none[16] = {};
+  const ClientData& own = known_clients[entry.client];
+  if (own.fd != client.fd) return false;
+  return client.is_ipv6 ? std::memcmp(own.is_ipv6 ? own.host : none, client.host, sizeof client.host) == 0
+                        : own.host_ipv4() == client.host_ipv4();
 }
 
 }  // namespace
@@ -72,8 +73,10 @@ ActiveObjectMap::~ActiveObjectMap() {
   PoaSemaphoreGuard guard(__LINE__);
   (_pre_aom ? _pre_aom->_next_aom : _root_aom) = _next_aom;
   (_next_aom ? _next_aom->_pre_aom : last_block) = _pre_aom;
-  for (const _ActiveObjectEntry& entry : entries)
+  for (const _ActiveObjectEntry& entry : entries) {
     if (entry.p_servant && !entry.etherealized) ServantAccess::count_entry(*entry.p_servant, -1);
+    known_clients.leave(entry.client);
+  }
   while (ActiveObjectMap* block = next) {  // one by one: a long chain is no deep recursion
     next = std::exchange(block->next, nullptr);
     delete block;
@@ -82,64 +85,43 @@ ActiveObjectMap::~ActiveObjectMap() {
 
 /// A map's later blocks fill up, most likely; its first one starts small.
 void ActiveObjectMap::grow() {
-  const std::size_t size = index > 0 ? SLOTS : std::clamp<std::size_t>(entries.size() * 2, 4, SLOTS);
-  oid_keys.resize(size);
-  servant_keys.resize(size);
-  entries.resize(size);
+  if (entries.size() == entries.capacity())
+    entries.reserve(index > 0 ? SLOTS : std::clamp<std::size_t>(entries.size() * 2, 4, SLOTS));
+  entries.emplace_back();
 }
 
 // ---- Searching ----------------------------------------------------------------------------------
 
 /// A search for an id.
 struct ActiveObjectMap::ById : SearchedId {
-  using SearchedId::SearchedId;
   explicit ById(const SearchedId& id) : SearchedId(id) {}
-  static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.oid_keys; }
   static SlotIndex& index(Chain& chain) { return chain.ids; }
-  bool is(const _ActiveObjectEntry& entry) const { return entry.oid.view() == oid; }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.oid.is(*this); }
 };
 
 /// A search for a servant among the entries of the index.
 struct ActiveObjectMap::ByServant {
   explicit ByServant(const ServantBase* s) : servant(s), key(key_of(s)) {}
-  static const std::vector<Key>& keys(const ActiveObjectMap& block) { return block.servant_keys; }
   static SlotIndex& index(Chain& chain) { return chain.servants; }
   bool is(const _ActiveObjectEntry& entry) const { return entry.p_servant == servant && entry.indexed; }
-  static Key key_of(const ServantBase* servant) {
-    return static_cast<Key>(reinterpret_cast<std::uintptr_t>(servant) / alignof(ServantBase));
+  static SlotIndex::Key key_of(const ServantBase* servant) {
+    return static_cast<SlotIndex::Key>(reinterpret_cast<std::uintptr_t>(servant) / alignof(ServantBase));
   }
 
   const ServantBase* const servant;
-  const Key key;
+  const SlotIndex::Key key;
 };
-
-ActiveObjectMap::Key ActiveObjectMap::SearchedId::key_of(std::string_view oid) {
-  constexpr std::uint64_t FACTOR = 0x9E3779B97F4A7C15;
-  std::uint64_t key = oid.size();
-  const auto add = [&](auto octets) {
-    std::memcpy(&octets, oid.data(), sizeof octets);
-    oid.remove_prefix(sizeof octets);
-    key = (key ^ octets) * FACTOR;
-  };
-  while (oid.size() >= 8) add(std::uint64_t{});
-  if (oid.size() >= 4) add(std::uint32_t{});
-  while (!oid.empty()) add(std::uint8_t{});
-  return static_cast<Key>(key >> 32);
-}
 
 template <class Wanted, class Match>
 int ActiveObjectMap::find_here(int from, const Wanted& wanted, Match&& match) const {
-  const std::vector<Key>& keys = Wanted::keys(*this);
   const int size = static_cast<int>(entries.size());
   for (int first = from / GROUP * GROUP; first < size; first += GROUP) {
-    if (taken[first / GROUP] == 0) continue;
-    const int end = std::min(first + GROUP, size);
-    const Key* const key = keys.data();
-    Key same = 0;
-    for (int i = first; i < end; ++i) same += key[i] == wanted.key;  // compilers make vectors of sums
-    for (int slot = std::max(first, from); same != 0 && slot < end; ++slot) {
+    std::uint64_t left = taken[first / GROUP];
+    if (from > first) left &= ~std::uint64_t{0} << (from - first);
+    for (; left != 0; left &= left - 1) {
+      const int slot = first + std::countr_zero(left);
       const _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
-      if (key[slot] == wanted.key && entry.p_servant && wanted.is(entry) && match(entry)) return slot;
+      if (wanted.is(entry) && match(entry)) return slot;
     }
   }
   return -1;
@@ -227,10 +209,9 @@ void ActiveObjectMap::enter_servant(_ActiveObjectEntry& entry, Position p) {
 
 // ---- Inserting ----------------------------------------------------------------------------------
 
-int ActiveObjectMap::first_free() const {
-  int word = 0;
-  while (~taken[word] == 0) ++word;
-  return word * GROUP + std::countr_one(taken[word]);
+int ActiveObjectMap::first_free() {
+  while (~taken[first_room] == 0) ++first_room;
+  return first_room * GROUP + std::countr_one(taken[first_room]);
 }
 
 bool ActiveObjectMap::find_room() {
@@ -241,8 +222,8 @@ bool ActiveObjectMap::find_room() {
   return found;
 }
 
-int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, Key key, ServantBase* p_servant,
-                                    const ClientData& client) {
+int ActiveObjectMap::fill_free_slot(PackedObjectId&& oid, const SearchedId& id, ServantBase* p_servant,
+                                    KnownClients::Number client) {
   const int slot = first_free();
   taken[slot / GROUP] |= std::uint64_t{1} << slot % GROUP;
   _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
@@ -250,11 +231,9 @@ int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, Key key, ServantBase* 
   entry.p_servant = p_servant;
   entry.deactivated = 0;
   entry.serial = ++chain.last_serial;
-  record_client(entry, client);
+  entry.record_client(client);
   ++used;
-  oid_keys[static_cast<std::size_t>(slot)] = key;
-  servant_keys[static_cast<std::size_t>(slot)] = ByServant::key_of(p_servant);
-  enter_index(ById(SearchedId(entry.oid.view(), key)), position_of(slot));
+  enter_index(ById(id), position_of(slot));
   enter_servant(entry, position_of(slot));
   return slot;
 }
@@ -262,13 +241,13 @@ int ActiveObjectMap::fill_free_slot(StoredObjectId&& oid, Key key, ServantBase* 
 ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, const SearchedId& id,
                                                                ServantBase* p_servant) {
   POA_TRACE("ActiveObjectMap::insertActiveObjectMap called...");
-  StoredObjectId own(id.oid);
-  ClientData client;
-  if (!client.become_current()) client = ClientData();
+  PackedObjectId own(id);
   reserve_index(*p_servant);
   const bool found = find_room();
   ActiveObjectMap& block = *chain.blocks[chain.room];
-  const int slot = block.fill_free_slot(std::move(own), id.key, p_servant, client);
+  ClientData client;
+  const auto counted = client.become_current() ? known_clients.enter(client) : KnownClients::NONE;
+  const int slot = block.fill_free_slot(std::move(own), id, p_servant, counted);
   if (found) {
     POA_TRACE("  insert aom = 0x%lx oid = 0x%lx servant = 0x%lx", trace_address(this),
               trace_address(&block.entries[static_cast<std::size_t>(slot)].oid), trace_address(p_servant));
@@ -279,11 +258,11 @@ ActiveObjectMap::Ticket ActiveObjectMap::insertActiveObjectMap(const Held&, cons
   return {block.position_of(slot), chain.last_serial};
 }
 
-ActiveObjectMap::Ticket ActiveObjectMap::insertIncarnated(const Held& held, std::string_view oid,
+ActiveObjectMap::Ticket ActiveObjectMap::insertIncarnated(const Held& held, const SearchedId& id,
                                                           ServantBase* p_servant) {
-  if (!chain.incarnated) return insertActiveObjectMap(held, oid, p_servant);
+  if (!chain.incarnated) return insertActiveObjectMap(held, id, p_servant);
   chain.incarnated->reserve(static_cast<Position>(chain.blocks.size() + 1) * SLOTS);
-  const Ticket ticket = insertActiveObjectMap(held, oid, p_servant);
+  const Ticket ticket = insertActiveObjectMap(held, id, p_servant);
   chain.incarnated->enter(ticket.position);
   return ticket;
 }
@@ -360,24 +339,24 @@ const _ActiveObjectEntry* ActiveObjectMap::at(const Held&, const Ticket& ticket)
   return entry.p_servant && entry.serial == ticket.serial && IN_USE(entry) ? &entry : nullptr;
 }
 
-ServantUse ActiveObjectMap::useServantById(const Held&, std::string_view oid) {
-  const Hit hit = look_up(oid);
+ServantUse ActiveObjectMap::useServantById(const Held&, const SearchedId& id) {
+  const Hit hit = look_up(id);
   return hit.entry ? ServantUse(hit.entry->p_servant) : ServantUse();
 }
 
-ServantUse ActiveObjectMap::useServantById(std::string_view oid) {
+ServantUse ActiveObjectMap::useServantById(const SearchedId& id) {
   PoaSemaphoreGuard guard(__LINE__);
-  return useServantById(guard, oid);
+  return useServantById(guard, id);
 }
 
-ServantBase* ActiveObjectMap::findServantById(std::string_view oid) {
+ServantBase* ActiveObjectMap::findServantById(const SearchedId& id) {
   PoaSemaphoreGuard guard(__LINE__);
-  const Hit hit = look_up(oid);
+  const Hit hit = look_up(id);
   return hit.entry ? hit.entry->p_servant : nullptr;
 }
 
-bool ActiveObjectMap::holds(const Held&, std::string_view oid, const ServantBase* p_servant) {
-  return find(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) !=
+bool ActiveObjectMap::holds(const Held&, const SearchedId& id, const ServantBase* p_servant) {
+  return find(ById(id), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) !=
          SlotIndex::NONE;
 }
 
@@ -386,22 +365,23 @@ bool ActiveObjectMap::holds(const Held&, std::string_view oid, const ServantBase
 void ActiveObjectMap::vacate(int slot) {
   _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
   if (!entry.etherealized) ServantAccess::count_entry(*entry.p_servant, -1);
-  leave_index(ById(entry.oid.view()), position_of(slot));
+  leave_index(ById(entry.oid.searched(entry.oid.octets())), position_of(slot));
   if (entry.indexed) leave_index(ByServant(entry.p_servant), position_of(slot));
   entry.indexed = 0;
   chain.room = std::min<std::size_t>(chain.room, index);
+  first_room = std::min(first_room, slot / GROUP);
   if (chain.incarnated) chain.incarnated->leave(position_of(slot));
-  entry.oid = StoredObjectId();
+  entry.oid = PackedObjectId();
   entry.p_servant = nullptr;
   entry.etherealized = 0;
-  record_client(entry, ClientData());
+  entry.record_client(KnownClients::NONE);
   taken[slot / GROUP] &= ~(std::uint64_t{1} << slot % GROUP);
   --used;
 }
 
-void ActiveObjectMap::deactivateByOid(const Held&, std::string_view oid) {
+void ActiveObjectMap::deactivateByOid(const Held&, const SearchedId& id) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
-  const Position p = find(ById(oid), IN_USE);
+  const Position p = find(ById(id), IN_USE);
   if (p == SlotIndex::NONE) {
     POA_TRACE("ActiveObjectMap::deactivateByOid end...");
     return;
@@ -422,12 +402,12 @@ void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& m
   POA_TRACE("ActiveObjectMap::removeByOid end...");
 }
 
-void ActiveObjectMap::removeById(const Held&, std::string_view oid) {
-  remove_first_of_each_block(ById(oid), IN_USE);
+void ActiveObjectMap::removeById(const Held&, const SearchedId& id) {
+  remove_first_of_each_block(ById(id), IN_USE);
 }
 
-void ActiveObjectMap::removeById(const Held&, std::string_view oid, const ServantBase* p_servant) {
-  remove_first_of_each_block(ById(oid), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
+void ActiveObjectMap::removeById(const Held&, const SearchedId& id, const ServantBase* p_servant) {
+  remove_first_of_each_block(ById(id), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
 }
 
 void ActiveObjectMap::remove(const Ticket& ticket) {
@@ -466,7 +446,8 @@ void ActiveObjectMap::forget_servant(ServantBase* servant) {
 
 int ActiveObjectMap::find_client(const ClientData& client, int from) const {
   const int size = static_cast<int>(entries.size());
-  const auto matches = [&](const _ActiveObjectEntry& e) { return e.p_servant && is_of(client, e); };
+  const auto matches = [&](const _ActiveObjectEntry& e)
+                           ZR_REQUIRES(poa_semaphore) { return e.p_servant && is_of(client, e); };
   int slot = from;
   while (slot < size && !matches(entries[static_cast<std::size_t>(slot)])) ++slot;
   return slot;
@@ -507,7 +488,7 @@ ServantBase* ActiveObjectMap::next_of_client(const Held&, Place& at, const Clien
 void ActiveObjectMap::forget_client(const Held&, ServantBase& servant, const ClientData& client) {
   each_of_servant(servant, [&](ActiveObjectMap& block, int slot) ZR_REQUIRES(poa_semaphore) {
     _ActiveObjectEntry& entry = block.entries[static_cast<std::size_t>(slot)];
-    if (is_of(client, entry)) record_client(entry, ClientData());
+    if (is_of(client, entry)) entry.record_client(KnownClients::NONE);
   });
 }
 
@@ -543,7 +524,7 @@ void ActiveObjectMap::clear_servants(POA* poa) {
     PoaSemaphoreGuard guard(__LINE__);
     const _ActiveObjectEntry* entry = next_active(at);
     if (!entry) break;
-    withdraw_reference(*entry->p_servant, poa, entry->oid.view());
+    withdraw_reference(*entry->p_servant, poa, entry->oid.octets());
   }
   POA_TRACE("ActiveObjectMap::clear_servants end...");
 }
@@ -563,7 +544,7 @@ void ActiveObjectMap::etherealize(POA* poa_ptr, CORBA::Boolean etherealize_objec
       PoaSemaphoreGuard guard(__LINE__);
       _ActiveObjectEntry* entry = next_active(at);
       if (!entry) break;
-      oid.reset(make_oid(entry->oid.view()));  // without memory for it the servant is not handed over
+      oid.reset(make_oid(entry->oid.octets()));  // without memory for it the servant is not handed over
       servant = entry->p_servant;
       ServantAccess::count_entry(*servant, -1);
       call.enter(servant);

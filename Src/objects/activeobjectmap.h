@@ -1,38 +1,42 @@
 // The active object map of a POA: blocks of 1024 slots in order, and an index beside them.
 #pragma once
 
-#include <concepts>
 #include <memory>
-#include <string_view>
 #include <vector>
 
 #include "base/locks.h"
 #include "objects/clientdata.h"
-#include "objects/common_poa.h"
+#include "objects/packedoid.h"
 #include "objects/servants.h"
 #include "objects/slotindex.h"
 #include "objects/useorder.h"
 #include "poa.h"
 
-struct _ActiveObjectEntry {
-  StoredObjectId oid;
+/// A slot: two of them to a line of the processor's cache.
+struct alignas(32) _ActiveObjectEntry {
+  PackedObjectId oid;
   PortableServer::ServantBase* p_servant = nullptr;  // the program's; null marks a free slot
-  CORBA::Long fd = 0;                                // descriptor of the client's connection, 0 when none
-  CORBA::Long host_ipv4 = 0;                         // as the ORB core delivers it; 0 for IPv6
-  unsigned char host_ipv6[16] = {};                  // zero for IPv4
-  unsigned char deactivated = 0;
-  unsigned char etherealized = 0;  // handed to the activator's etherealize: the servant may be gone, nothing
-                                   // touches it any more
-  unsigned char indexed = 0;       // in the index of servants; else the servant knows where the entry is
-  CORBA::ULong serial = 0;         // of the activation, in its map
+  CORBA::ULong serial = 0;                           // of the activation, in its map
+  CORBA::ULong client : KnownClients::BITS = KnownClients::NONE;
+  CORBA::ULong deactivated : 1 = 0;
+  CORBA::ULong etherealized : 1 =
+      0;                         // handed to the activator's etherealize: the servant may be gone, nothing
+                                 // touches it any more
+  CORBA::ULong indexed : 1 = 0;  // in the index of servants; else the servant knows where the entry is
+
+  /// `counted` has been counted for the entry; the one before is counted no more.
+  void record_client(KnownClients::Number counted) ZR_REQUIRES(poa_semaphore) {
+    known_clients.leave(client);
+    client = counted & ((CORBA::ULong{1} << KnownClients::BITS) - 1);
+  }
 };
+static_assert(sizeof(_ActiveObjectEntry) == 32);
 
 /// One block; a POA's map is the chain that starts at its active_object_map. Every block of the process is
 /// also in the list that starts at _root_aom. All operations are called on a map's first block and take the
-/// POA semaphore, or show that the caller has it. Entries change through them only: beside each slot stand two
-/// keys, of its id and of its servant, which a search reads instead of the entries; and the map's first block
-/// has an index that knows where each id and each servant stands first. What is found by it is what a search
-/// from front to back finds. Slots that no object was in yet take no memory.
+/// POA semaphore, or show that the caller has it. Entries change through them only: the map's first block has an
+/// index that knows where each id and each servant stands first. What is found by it is what a search from front to
+/// back finds. Slots that no object was in yet are not touched.
 class ActiveObjectMap {
  public:
   static constexpr int SLOTS = 1024;
@@ -42,18 +46,6 @@ class ActiveObjectMap {
   struct Ticket {
     SlotIndex::Position position = SlotIndex::NONE;
     CORBA::ULong serial = 0;
-  };
-
-  using Key = std::uint32_t;  // equal for equal ids, and for equal servants; else hardly ever
-  /// An id to search for: a view of it, and its key, which is better made without the semaphore.
-  struct SearchedId {
-    template <std::convertible_to<std::string_view> Octets>
-    SearchedId(const Octets& octets) : SearchedId(octets, key_of(octets)) {}
-    SearchedId(std::string_view octets, Key its_key) : oid(octets), key(its_key) {}
-    static Key key_of(std::string_view oid);
-
-    std::string_view oid;
-    Key key;
   };
 
   ActiveObjectMap();
@@ -66,7 +58,7 @@ class ActiveObjectMap {
   Ticket insertActiveObjectMap(const Held& held, const SearchedId& id, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
   /// The same for an object that an activator made: it counts towards the limit.
-  Ticket insertIncarnated(const Held& held, std::string_view oid, PortableServer::ServantBase* p_servant)
+  Ticket insertIncarnated(const Held& held, const SearchedId& id, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
   /// Any thread, without the semaphore: a search for that id comes soon. It will find what it reads in the cache.
   void expect(const SearchedId& id) const { chain.ids.prefetch(id.key); }
@@ -81,21 +73,21 @@ class ActiveObjectMap {
   const _ActiveObjectEntry* at(const Held& held, const Ticket& ticket) const ZR_REQUIRES(poa_semaphore);
 
   /// The servant is the program's, which may delete it once the semaphore is free.
-  PortableServer::ServantBase* findServantById(std::string_view oid);
+  PortableServer::ServantBase* findServantById(const SearchedId& id);
   /// The same, in use before the semaphore is free. One that was etherealized cannot be had: none.
-  PortableServer::ServantUse useServantById(std::string_view oid);
-  PortableServer::ServantUse useServantById(const Held& held, std::string_view oid)
+  PortableServer::ServantUse useServantById(const SearchedId& id);
+  PortableServer::ServantUse useServantById(const Held& held, const SearchedId& id)
       ZR_REQUIRES(poa_semaphore);
   /// Whether the servant is active under that id.
-  bool holds(const Held& held, std::string_view oid, const PortableServer::ServantBase* p_servant)
+  bool holds(const Held& held, const SearchedId& id, const PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
 
   /// Of entries in use only, as the look-ups: one whose servant was etherealized stays as it is.
-  void deactivateByOid(const Held& held, std::string_view oid) ZR_REQUIRES(poa_semaphore);
+  void deactivateByOid(const Held& held, const SearchedId& id) ZR_REQUIRES(poa_semaphore);
   /// In each block the first one.
-  void removeById(const Held& held, std::string_view oid) ZR_REQUIRES(poa_semaphore);
+  void removeById(const Held& held, const SearchedId& id) ZR_REQUIRES(poa_semaphore);
   /// Only the entries of that servant; an id that went over to another servant stays.
-  void removeById(const Held& held, std::string_view oid, const PortableServer::ServantBase* p_servant)
+  void removeById(const Held& held, const SearchedId& id, const PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
   /// Exactly that one. Nothing when it is gone.
   void remove(const Ticket& ticket);
@@ -158,7 +150,7 @@ class ActiveObjectMap {
   bool find_room() ZR_REQUIRES(poa_semaphore);
 
   struct Cursor;
-  static constexpr int GROUP = 64;  // slots to a word of `taken`, compared together
+  static constexpr int GROUP = 64;  // slots to a word of `taken`
 
   struct ById;
   struct ByServant;
@@ -190,10 +182,10 @@ class ActiveObjectMap {
   /// The first slot from `from` on that is `wanted` and matches, or -1.
   template <class Wanted, class Match>
   int find_here(int from, const Wanted& wanted, Match&& match) const ZR_REQUIRES(poa_semaphore);
-  int first_free() const ZR_REQUIRES(poa_semaphore);
+  int first_free() ZR_REQUIRES(poa_semaphore);
   void grow() ZR_REQUIRES(poa_semaphore);
-  int fill_free_slot(StoredObjectId&& oid, Key key, PortableServer::ServantBase* p_servant,
-                     const ClientData& client) ZR_REQUIRES(poa_semaphore);
+  int fill_free_slot(PackedObjectId&& oid, const SearchedId& id, PortableServer::ServantBase* p_servant,
+                     KnownClients::Number client) ZR_REQUIRES(poa_semaphore);
   void vacate(int slot) ZR_REQUIRES(poa_semaphore);
   Position position_of(int slot) const { return index * SLOTS + static_cast<Position>(slot); }
   template <class Wanted>
@@ -211,8 +203,7 @@ class ActiveObjectMap {
   Position index = 0;                                                    // of this block in the map
   int used ZR_GUARDED_BY(poa_semaphore) = 0;                             // slots taken in this block
   std::uint64_t taken[SLOTS / GROUP] ZR_GUARDED_BY(poa_semaphore) = {};  // a bit a slot
-  std::vector<Key> oid_keys ZR_GUARDED_BY(poa_semaphore), servant_keys
-      ZR_GUARDED_BY(poa_semaphore);  // one an entry; those of free slots mean nothing
+  int first_room ZR_GUARDED_BY(poa_semaphore) = 0;                       // no word before it has a free slot
 };
 
 extern ActiveObjectMap* _root_aom ZR_GUARDED_BY(poa_semaphore);

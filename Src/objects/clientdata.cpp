@@ -1,6 +1,7 @@
 #include "objects/clientdata.h"
 
 #include <cstring>
+#include <new>
 
 #include "base/trace.h"
 #include "zrsocket.h"
@@ -31,6 +32,11 @@ CORBA::Long ClientData::host_ipv4() const {
   return address;
 }
 
+bool ClientData::operator==(const ClientData& other) const {
+  return fd == other.fd && is_ipv6 == other.is_ipv6 &&
+         std::memcmp(host, other.host, is_ipv6 ? sizeof host : 4) == 0;
+}
+
 void ClientData::trace() const {
   if (!OM_TRACE_IS_ON) return;
   char text[65];
@@ -42,4 +48,47 @@ void ClientData::trace() const {
   } else {
     POA_TRACE("  fd = %d, host_ipv4 = %s", fd, printed);
   }
+}
+
+// ---- Numbers ------------------------------------------------------------------------------------
+
+KnownClients& known_clients = *new KnownClients;  // objects may be active until the process ends
+
+namespace {
+
+SlotIndex::Key key_of(const ClientData& client) {
+  std::uint32_t key = static_cast<std::uint32_t>(client.fd), word = 0;
+  for (std::size_t at = 0; at < (client.is_ipv6 ? sizeof client.host : 4); at += sizeof word) {
+    std::memcpy(&word, client.host + at, sizeof word);
+    key = key * 0x9E3779B1 + word;
+  }
+  return key;
+}
+
+}  // namespace
+
+KnownClients::Number KnownClients::enter(const ClientData& client) {
+  const SlotIndex::Key key = key_of(client);
+  Number number = numbers_.find(key, [&](Number n) { return all_[n].data == client; });
+  if (number == SlotIndex::NONE) {
+    numbers_.reserve(1);
+    if (free_.empty()) {
+      if (all_.size() >> BITS != 0) throw std::bad_alloc();
+      free_.reserve(all_.size() + 1);
+      all_.emplace_back();
+      free_.push_back(static_cast<Number>(all_.size() - 1));
+    }
+    number = free_.back();
+    free_.pop_back();
+    all_[number].data = client;
+    numbers_.find_or_insert(key, number, [](Number) { return false; });
+  }
+  ++all_[number].count;
+  return number;
+}
+
+void KnownClients::leave_one(Number number) {
+  if (--all_[number].count != 0) return;
+  numbers_.erase(key_of(all_[number].data), number);
+  free_.push_back(number);
 }

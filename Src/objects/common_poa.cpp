@@ -34,6 +34,12 @@ std::array<unsigned, 4> trace_octets(std::string_view oid) {
   return octets;
 }
 
+void trace_oid(std::string_view oid) {
+  if (!OM_TRACE_IS_ON) return;
+  const auto first = trace_octets(oid);
+  POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+}
+
 StoredObjectId::StoredObjectId(std::string_view octets) {
   char* at = place_;
   if (octets.size() > IN_PLACE) {
@@ -95,6 +101,35 @@ void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const Sy
 
 namespace {
 
+/// Eight hexadecimal digits, the way print_unique_id prints them; `wrong` has bits where one is none.
+std::uint32_t read_digits(const char* digits, std::uint64_t& wrong) {
+  constexpr std::uint64_t EACH = 0x0101010101010101;
+  std::uint64_t text = 0;
+  for (int i = 0; i < 8; ++i) text = text << 8 | static_cast<unsigned char>(digits[i]);
+  const std::uint64_t letters = text >> 6 & EACH;
+  std::uint64_t values = (text & 0x0F * EACH) + 9 * letters;
+  const std::uint64_t over_nine = (values + 6 * EACH) >> 4 & EACH;
+  wrong |= (values + 0x30 * EACH + 0x27 * letters) ^ text;
+  wrong |= (over_nine ^ letters) | (values & 0xF0 * EACH);
+  values = (values | values >> 4) & 0x00FF00FF00FF00FF;
+  values = (values | values >> 8) & 0x0000FFFF0000FFFF;
+  return static_cast<std::uint32_t>(values | values >> 16);
+}
+
+}  // namespace
+
+bool read_unique_id(std::string_view id, std::array<std::uint32_t, 3>& numbers) {
+  if (id.size() != UNIQUE_ID_LENGTH) return false;
+  const char* const text = id.data();
+  if (text[0] != 'P' || text[9] != 'T' || text[18] != '.' || std::memcmp(text + 27, "C01234567", 9) != 0)
+    return false;
+  std::uint64_t wrong = 0;
+  for (std::size_t i = 0; i < numbers.size(); ++i) numbers[i] = read_digits(text + 9 * i + 1, wrong);
+  return wrong == 0;
+}
+
+namespace {
+
 SystemIdTime time_of(clockid_t clock) {
   timespec now{};
   ::clock_gettime(clock, &now);
@@ -138,19 +173,46 @@ ObjectId* make_counter_id() {
   return oid.release();
 }
 
-/// Whether POA_UNIQUE_SYSID asks for the unique form.
+/// An environment that has no POA_UNIQUE_SYSID, as the thread saw it: the strings are not compared again before one of
+/// them is another.
+class SeenEnvironment {
+ public:
+  bool is_the_same() const {
+    return environ && environ == list_ && std::memcmp(strings_.data(), environ, octets_) == 0;
+  }
+  void keep() {
+    list_ = nullptr;
+    std::size_t count = 0;
+    while (environ && environ[count] && count < strings_.size()) ++count;
+    if (!environ || count == strings_.size()) return;  // asked each time
+    octets_ = (count + 1) * sizeof *environ;
+    std::memcpy(strings_.data(), environ, octets_);
+    list_ = environ;
+  }
+
+ private:
+  char** list_ = nullptr;
+  std::size_t octets_ = 0;
+  std::array<char*, 128> strings_{};  // with the null behind them
+};
+
+/// Whether POA_UNIQUE_SYSID asks for the unique form. It is looked at each time.
 bool unique_form() {
-  const char* choice = std::getenv("POA_UNIQUE_SYSID");
-  return !choice || std::strcmp(choice, "TRUE") == 0;
+  thread_local constinit SeenEnvironment seen;
+  if (seen.is_the_same()) return true;
+  if (const char* choice = std::getenv("POA_UNIQUE_SYSID")) return std::strcmp(choice, "TRUE") == 0;
+  seen.keep();
+  return true;
 }
 
 }  // namespace
 
 SystemId::SystemId() {
-  static_assert(sizeof text_ == UNIQUE_ID_LENGTH + 1);
   POA_TRACE("POAInfo::genSystemId called...");
   if (!unique_form()) return;
-  print_unique_id(text_, process_number(), claim_time());
+  process_ = process_number();
+  time_ = claim_time();
+  print_unique_id(text_, process_, time_);
   length_ = UNIQUE_ID_LENGTH;
 }
 
@@ -166,8 +228,7 @@ ObjectId* SystemId::make() try {
     std::memcpy(octets, text_, sizeof text_);
     ++system_id;
   }
-  const auto first = trace_octets(oid_view(*oid));
-  POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+  trace_oid(oid_view(*oid));
   POA_TRACE("POAInfo::genSystemId end...");
   return oid.release();
 } catch (const std::bad_alloc&) {

@@ -72,22 +72,10 @@ inline std::string_view oid_view(const StoredObjectId& oid) { return oid.view();
 
 /// The first four octets of an id as trace lines print them; 0 for those it lacks.
 std::array<unsigned, 4> trace_octets(std::string_view oid);
+/// The line with them alone.
+void trace_oid(std::string_view oid);
 
 // ---- System ids ----
-
-/// A system id in two steps: its octets, and then the id itself.
-class SystemId {
- public:
-  SystemId();
-  /// The octets as far as they are known yet: none in the form that counts.
-  std::string_view octets() const { return {text_, length_}; }
-  /// Once. What genSystemId gives.
-  PortableServer::ObjectId* make();
-
- private:
-  CORBA::ULong length_ = 0;
-  char text_[37];  // the unique form, with its NUL
-};
 
 /// A new id that this process has given out to nobody, owned by the caller; null without memory. Its form is
 /// chosen by POA_UNIQUE_SYSID. Any thread.
@@ -108,3 +96,24 @@ SystemIdTime next_system_id_time(const SystemIdTime& last, const SystemIdTime& n
 inline constexpr CORBA::ULong UNIQUE_ID_LENGTH = 36;
 /// "P%08xT%08x.%08xC%08x" of process, time and a constant, with its NUL.
 void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], CORBA::ULong process, const SystemIdTime& time);
+/// The three numbers of an id that is exactly what print_unique_id prints; false, and nothing said of them, for any
+/// other.
+bool read_unique_id(std::string_view id, std::array<std::uint32_t, 3>& numbers);
+
+/// A system id in two steps: its octets, and then the id itself.
+class SystemId {
+ public:
+  SystemId();
+  /// Of the unique form, whose octets are known at once; the others are in the id only.
+  bool is_unique() const { return length_ != 0; }
+  std::string_view octets() const { return {text_, length_}; }
+  CORBA::ULong process() const { return process_; }
+  const SystemIdTime& time() const { return time_; }
+  /// Once. What genSystemId gives.
+  PortableServer::ObjectId* make();
+
+ private:
+  CORBA::ULong length_ = 0, process_ = 0;
+  SystemIdTime time_;
+  char text_[UNIQUE_ID_LENGTH + 1];
+};

@@ -1,5 +1,6 @@
 // Activating and deactivating objects, servant manager and default servant.
 #include <new>
+#include <optional>
 
 #include "base/locks.h"
 #include "base/raise.h"
@@ -29,17 +30,20 @@ ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& e
     raise<POA::WrongPolicy>(ev, "user_id.. throw PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object [wrong policy.]");
   SystemId made;
-  if (const ActiveObjectMap* map = active_object_map) map->expect(made.octets());
+  std::optional<SearchedId> id;
+  if (made.is_unique()) {
+    id.emplace(made.octets(), PackedOctets(made.process(), made.time()));
+    if (const ActiveObjectMap* map = active_object_map) map->expect(*id);
+  }
   std::unique_ptr<ObjectId> oid(made.make());
   if (!oid)
     raise<CORBA::BAD_PARAM>(ev, "system_id=NULL.. throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::activate_object [systemId is null.]");
-  const auto first = trace_octets(oid_view(*oid));
-  POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+  trace_oid(oid_view(*oid));
   POA_TRACE("  POAInfo::activate_object_with_id call");
   replacing<POA::ServantAlreadyActive, POA::WrongPolicy>(
       ev, "throw PortableServer::POA::ServantAlreadyActive", "POAInfo::activate_object [already activate.]",
-      [&] { activate_object_with_id(*oid, p_servant, ev); });
+      [&] { activate_under(*oid, id ? *id : SearchedId(oid_view(*oid)), p_servant, ev); });
   POA_TRACE("POAInfo::activate_object end...");
   return oid.release();
 }
@@ -48,8 +52,8 @@ namespace {
 
 /// Enters the servant under `id`, under one hold of the semaphore: nobody else activates between the checks and
 /// the entry.
-ActiveObjectMap::Ticket enter_active(POAInfo& poa, const ActiveObjectMap::SearchedId& id,
-                                     ServantBase& servant, CORBA::Environment& ev) {
+ActiveObjectMap::Ticket enter_active(POAInfo& poa, const SearchedId& id, ServantBase& servant,
+                                     CORBA::Environment& ev) {
   PoaSemaphoreGuard guard(__LINE__);
   if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
   if (ActiveObjectMap* map = poa.active_object_map; map && poa.policies.unique_id()) {
@@ -69,6 +73,11 @@ ActiveObjectMap::Ticket enter_active(POAInfo& poa, const ActiveObjectMap::Search
 }  // namespace
 
 void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant, CORBA::Environment& ev) {
+  activate_under(id, oid_view(id), p_servant, ev);
+}
+
+void POAInfo::activate_under(const ObjectId& id, const SearchedId& searched, ServantBase* p_servant,
+                             CORBA::Environment& ev) {
   POA_TRACE("POAInfo::activate_object_with_id called...");
   if (id.length() < 1)
     raise<CORBA::BAD_PARAM>(ev, "id.length()<1 throw CORBA::StExcep::BAD_PARAM",
@@ -83,7 +92,7 @@ void POAInfo::activate_object_with_id(const ObjectId& id, ServantBase* p_servant
       ev, "other ex. throw PortableServer::POA::ServantAlreadyActive",
       "POAInfo::activate_object_with_id [already activate.]", [&] {
         PortableServer::ServantCount count(p_servant);
-        const ActiveObjectMap::Ticket entry = enter_active(*this, oid_view(id), *p_servant, ev);
+        const ActiveObjectMap::Ticket entry = enter_active(*this, searched, *p_servant, ev);
         POA_TRACE("  POA_impl_is_ready call");
         register_active(id, *p_servant, entry, ev);
         count.keep();
@@ -197,7 +206,7 @@ ServantUse take_unused(ActiveObjectMap* map, std::unique_ptr<ObjectId>& oid, Ser
   const ActiveObjectMap::Ticket ticket = map ? map->unused_over_limit(guard) : ActiveObjectMap::Ticket();
   const _ActiveObjectEntry* const entry = map ? map->at(guard, ticket) : nullptr;
   if (!entry) return {};
-  oid.reset(make_oid(entry->oid.view()));
+  oid.reset(make_oid(entry->oid.octets()));
   ServantUse servant(entry->p_servant);
   call.enter(servant.get());
   map->remove(ticket);

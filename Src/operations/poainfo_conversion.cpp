@@ -105,7 +105,7 @@ Active find_active(const POAInfo& poa, ServantBase& servant, const ImplicitTexts
   if (!map || !poa.policies.retains() || !poa.policies.unique_id()) return active;
   active.entry = map->findByServant(held, &servant);
   if (const _ActiveObjectEntry* entry = map->at(held, active.entry))
-    active.oid.reset(make_oid(entry->oid.view()));
+    active.oid.reset(make_oid(entry->oid.octets()));
   texts.searched(active.oid.get());
   return active;
 }

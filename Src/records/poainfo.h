@@ -107,6 +107,9 @@ class POAInfo : public POANode {
   void etherealize_destroyed(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion_,
                              CORBA::Environment& ev);
 
+  /// activate_object_with_id, for who has the id as one to search for, too.
+  void activate_under(const PortableServer::ObjectId& id, const SearchedId& searched,
+                      PortableServer::ServantBase* p_servant, CORBA::Environment& ev);
   /// Of a servant that was taken out of the map, in use: withdraws its reference, and gives it to the activator.
   void hand_back(const PortableServer::ObjectId& oid, PortableServer::ServantUse use, CORBA::Environment& ev);
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <random>
+#include <set>
 
 #include "objects.h"
 
@@ -20,7 +21,7 @@ class ActiveMap : public ObjectTest {
   std::string id_of(ServantBase& s, ActiveObjectMap& in) {
     PoaSemaphoreGuard guard(__LINE__);
     const _ActiveObjectEntry* entry = in.at(guard, in.findByServant(guard, &s));
-    return entry ? std::string(entry->oid.view()) : "none";
+    return entry ? std::string(std::string_view(entry->oid.octets())) : "none";
   }
   template <class... Servant>
   void remove(std::string_view oid, Servant*... only) {
@@ -28,6 +29,11 @@ class ActiveMap : public ObjectTest {
     map.removeById(guard, oid, only...);
   }
   ServantBase* find(std::string_view oid) { return map.findServantById(oid); }
+  static std::string system_id(CORBA::ULong process, const SystemIdTime& time) {
+    char text[UNIQUE_ID_LENGTH + 1];
+    print_unique_id(text, process, time);
+    return text;
+  }
 
   ActiveObjectMap map;
   PlainServant &one = servant, &two = other;
@@ -63,7 +69,11 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
   };
   const auto is_free = [](const Slot& s) { return !s.second; };
   for (int step = 0; step < 20'000; ++step) {
-    const std::string id(1 + random() % 9, static_cast<char>('a' + random() % (step % 2 ? 2 : 26)));
+    const auto below = [&](CORBA::ULong end) { return static_cast<CORBA::ULong>(random() % end); };
+    const CORBA::ULong length = 1 + below(9), letter = below(step % 2 ? 2 : 26);
+    const std::string id = letter % 3 == 0   ? std::string(length, static_cast<char>('a' + letter))
+                           : letter % 3 == 1 ? system_id(letter, {1000, length})
+                                             : std::string(length + 20, static_cast<char>('a' + letter));
     ServantBase& s = *servants[random() % (step % 5 ? 2 : 3)];
     const auto same_id = [&](const Slot& slot) { return slot.first == id; };
     const auto by_id = first(model.begin(), same_id);
@@ -152,16 +162,54 @@ TEST_F(ActiveMap, AServantIsFoundWhereItStandsFirst) {
   }
 }
 
+// Ids that are kept in different ways, and such as could be taken for one another.
+TEST_F(ActiveMap, AnIdIsFoundByItsOctetsAlone) {
+  const std::string made = system_id(0x9abcdef0, {0xfedcba98, 999});
+  std::vector<std::string> ids{"a",
+                               std::string("a\0", 2),
+                               std::string(12, 'x'),
+                               std::string(13, 'x'),
+                               std::string(300, 'x'),
+                               made,
+                               made + '\0',
+                               made.substr(1),
+                               system_id(0x9abcdef0, {0xfedcba99, 0}),
+                               system_id(0, {0, 0})};
+  for (std::size_t at = 0; at < made.size(); ++at)
+    for (const char c : {'0', '9', ':', '@', 'A', 'F', '`', 'a', 'f', 'g', '\0', '\xb0', 'P', 'C'}) {
+      std::string near = made;
+      near[at] = c;
+      if (std::find(ids.begin(), ids.end(), near) == ids.end()) ids.push_back(near);
+    }
+  std::vector<PlainServant> servants(ids.size());
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    EXPECT_EQ(find(ids[i]), nullptr) << ids[i];
+    insert(ids[i], servants[i]);
+  }
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    EXPECT_EQ(find(ids[i]), &servants[i]) << ids[i];
+    EXPECT_EQ(id_of(servants[i], map), ids[i]);
+    const PackedObjectId packed{SearchedId(ids[i])};
+    for (std::size_t j = 0; j < ids.size(); ++j)
+      ASSERT_EQ(packed.is(ids[j]), i == j) << ids[i] << ' ' << ids[j];
+  }
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    remove(ids[i]);
+    EXPECT_EQ(find(ids[i]), nullptr) << ids[i];
+    EXPECT_EQ(find(ids.back()), i + 1 < ids.size() ? &servants.back() : nullptr);
+  }
+}
+
 TEST_F(ActiveMap, ATicketIsForOneActivation) {
   PoaSemaphoreGuard guard(__LINE__);
-  const std::string longer(StoredObjectId::IN_PLACE + 1, 'x');
+  const std::string longer(PackedOctets::IN_PLACE + 1, 'x');
   for (const std::string& oid : {std::string("short"), longer}) {
     const auto first = map.insertActiveObjectMap(guard, oid, &one);
     for (int i = 0; i < 100; ++i)  // moves the slots
       map.insertActiveObjectMap(guard, oid + std::to_string(i), &two);
     const _ActiveObjectEntry* entry = map.at(guard, first);
     ASSERT_NE(entry, nullptr);
-    EXPECT_EQ(entry->oid.view(), oid);
+    EXPECT_EQ(std::string_view(entry->oid.octets()), oid);
     map.removeById(guard, oid);
     EXPECT_EQ(map.at(guard, first), nullptr);
     map.insertActiveObjectMap(guard, oid, &one);  // the same id and servant in the same slot
@@ -177,9 +225,12 @@ TEST_F(ActiveMap, ServantsOfAClient) {
   insert("free", one);
   insert("v4", one);
   insert("v6", two);
-  map.entries[1].fd = map.entries[2].fd = 5;
-  std::memcpy(&map.entries[1].host_ipv4, v4, 4);  // the octets behind it do not count
-  std::memcpy(map.entries[2].host_ipv6, v6, 16);
+  {
+    PoaSemaphoreGuard guard(__LINE__);
+    map.entries[1].record_client(
+        known_clients.enter(ClientData::at(5, v4, 0)));  // what is behind it does not count
+    map.entries[2].record_client(known_clients.enter(ClientData::at(5, v6, 1)));
+  }
   remove("free");
   const auto first_of = [&](CORBA::Long fd, const void* address, unsigned char is_ipv6) {
     const PoaSemaphoreGuard guard(__LINE__);
@@ -190,6 +241,33 @@ TEST_F(ActiveMap, ServantsOfAClient) {
   EXPECT_EQ(first_of(5, v6, 1), &two);
   EXPECT_EQ(first_of(5, v4, 1), nullptr);
   EXPECT_EQ(first_of(0, zero, 0), nullptr) << "no free slot is taken for a client";
+}
+
+TEST_F(ActiveMap, AClientHasANumberWhileSomebodyCountsIt) {
+  KnownClients clients;
+  const unsigned char v4[16] = {192, 0, 2, 1}, other_v4[16] = {192, 0, 2, 2}, v6[16] = {192, 0, 2, 1};
+  const ClientData all[] = {ClientData::at(5, v4, 0), ClientData::at(6, v4, 0),
+                            ClientData::at(5, other_v4, 0), ClientData::at(5, v6, 1)};
+  std::set<KnownClients::Number> numbers;
+  for (const ClientData& each : all) {
+    const KnownClients::Number number = clients.enter(each);
+    EXPECT_EQ(clients.enter(each), number);
+    EXPECT_EQ(clients[number], each);
+    numbers.insert(number);
+  }
+  EXPECT_EQ(numbers.size(), std::size(all));
+  EXPECT_EQ(numbers.count(KnownClients::NONE), 0u);
+  const KnownClients::Number first = clients.enter(all[0]);
+  for (int i = 0; i < 2; ++i) clients.leave(first);
+  EXPECT_EQ(clients.enter(all[0]), first) << "one was left";
+  for (int i = 0; i < 2; ++i) clients.leave(first);
+  for (int fd = 100; fd < 1000; ++fd) {  // as many as come and go
+    const KnownClients::Number number = clients.enter(ClientData::at(fd, v4, 0));
+    EXPECT_EQ(number, first);
+    clients.leave(number);
+  }
+  const KnownClients::Number again = clients.enter(ClientData::at(999, v4, 0));
+  EXPECT_NE(clients.enter(all[0]), again);
 }
 
 TEST_F(ActiveMap, AForgottenServantIsInNoMap) {

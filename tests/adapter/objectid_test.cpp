@@ -81,6 +81,33 @@ TEST_F(Ids, TheVariableChoosesTheFormAndManyThreadsGetDifferentOnes) {
   }
 }
 
+// A thread looks at the environment each time, however it was changed.
+TEST_F(Ids, TheVariableMayChangeAtAnyTime) {
+  const auto length = [] { return ObjectId_var(genSystemId())->length(); };
+  EXPECT_EQ(length(), 36u);
+  EXPECT_EQ(length(), 36u);
+  ::setenv("POA_UNIQUE_SYSID", "no", 1);
+  EXPECT_EQ(length(), 4u);
+  ::setenv("POA_UNIQUE_SYSID", "TRUE", 1);
+  EXPECT_EQ(length(), 36u);
+  static char own[] = "POA_UNIQUE_SYSID=TRUE";  // the environment has the text itself
+  ::putenv(own);
+  EXPECT_EQ(length(), 36u);
+  own[sizeof own - 2] = 'X';
+  EXPECT_EQ(length(), 4u);
+  ::unsetenv("POA_UNIQUE_SYSID");
+  EXPECT_EQ(length(), 36u);
+  char** const all = environ;
+  char* none_but[] = {own, nullptr};
+  environ = none_but;
+  const CORBA::ULong elsewhere = length();
+  environ = nullptr;
+  const CORBA::ULong without = length();
+  environ = all;
+  EXPECT_EQ(elsewhere, 4u);
+  EXPECT_EQ(without, 36u);
+}
+
 TEST_F(Ids, AForkedProcessHasIdsOfItsOwn) {
   const ObjectId_var before(genSystemId());
   const pid_t child = ::fork();

@@ -44,8 +44,8 @@ class Ownership : public LostClients {
   /// The object's entry looks as if that client had called it last.
   static void recorded_for(Scene& place, int slot, CORBA::Long fd) {
     auto& entry = place.record()->active_object_map.load()->entries[slot];
-    entry.fd = fd;
-    std::memcpy(&entry.host_ipv4, host, sizeof entry.host_ipv4);
+    const PoaSemaphoreGuard guard(__LINE__);
+    entry.record_client(known_clients.enter(ClientData::at(fd, host, 0)));
   }
   static void lose(CORBA::Long fd) { call_disconnect_cpp_handler(fd, host, 0); }
 

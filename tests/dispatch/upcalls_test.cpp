@@ -20,7 +20,10 @@ class Upcalls : public LostClients {
  protected:
   /// Calls the object through a socket, so that its entry knows the client.
   std::string call(CORBA::Object* object) { return outcome(seen_from(Road::Socket, object)); }
-  static long descriptor(Scene& scene) { return scene.record()->active_object_map.load()->entries[0].fd; }
+  static long descriptor(Scene& scene) {
+    const PoaSemaphoreGuard guard(__LINE__);
+    return known_clients[scene.record()->active_object_map.load()->entries[0].client].fd;
+  }
   static void lose(long fd) {
     unsigned char host[] = {127, 0, 0, 1};
     call_disconnect_cpp_handler(fd, host, 0);

@@ -40,7 +40,9 @@ bool ReplyThreads::begin(Deferred& call, Deadline deadline) {
 
 void ReplyThreads::attempt(Deferred& call) {
   const MutexLock lock(mutex_);
-  call.state_ = Deferred::State::Sending;
+  using State = Deferred::State;
+  const bool again = call.state_ == State::Finishing || call.state_ == State::SendingAgain;
+  call.state_ = again ? State::SendingAgain : State::Sending;
   call.early_ = false;
 }
 
@@ -57,8 +59,9 @@ bool ReplyThreads::arm(Deferred& call) {
 
 void ReplyThreads::settled(Deferred& call) {
   const MutexLock lock(mutex_);
-  if (call.state_ == Deferred::State::Sending) call.early_ = true;
-  if (call.state_ != Deferred::State::Sent) return;
+  using State = Deferred::State;
+  if (call.state_ == State::Sending || call.state_ == State::SendingAgain) call.early_ = true;
+  if (call.state_ != State::Sent) return;
   leave_deadlines(call);
   line_up(call);
 }
@@ -82,8 +85,12 @@ void ReplyThreads::wait_for_any(const std::vector<const Deferred*>& calls) {
 
 void ReplyThreads::withdraw(Deferred& call) {
   using State = Deferred::State;
+  const auto is_in_use = [&] {
+    return call.state_ == State::GivingUp || call.state_ == State::Finishing ||
+           call.state_ == State::SendingAgain;
+  };
   const MutexLock lock(mutex_);
-  while (call.state_ == State::GivingUp || call.state_ == State::Finishing) over_.wait(mutex_);
+  while (is_in_use()) over_.wait(mutex_);
   if (call.state_ == State::Sent) leave_deadlines(call);
   if (call.state_ == State::Settled) leave_line(call);
   call.state_ = State::Over;
@@ -188,11 +195,11 @@ void ReplyThreads::finish_first() {
   call->finish();
 }
 
-/// This thread may not come back soon.
+/// This thread may not come back soon. Where a thread is idle, one is on its way to watch: it went idle while another
+/// watched, who has left that for a call that lined up since, and each that lines up wakes one.
 void ReplyThreads::hand_over() {
   if (watching_) return first_ ? wake_watcher() : void();
-  if (idle_) return work_.notify_one();
-  if (!quit_ && threads_.size() < most_threads) start_thread();
+  if (!idle_ && !quit_ && threads_.size() < most_threads) start_thread();
 }
 
 void ReplyThreads::watch_input() {

@@ -34,7 +34,7 @@ class Deferred {
   /// Whether finish() may wait for something.
   virtual bool may_block() const = 0;
 
-  enum class State : uint8_t { Sending, Sent, GivingUp, Settled, Finishing, Over };
+  enum class State : uint8_t { Sending, Sent, GivingUp, Settled, Finishing, SendingAgain, Over };
   using Deadlines = std::set<std::pair<Deadline, Deferred*>>;
 
   // Guarded by the mutex of ReplyThreads.

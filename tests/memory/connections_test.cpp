@@ -85,4 +85,30 @@ TEST_F(Connections, AreMadeByOneThreadForAllThatWait) {
   EXPECT_EQ(server.accepted, 1);
 }
 
+// Two wait for their turn to write, behind one whose server takes no more, when the connection breaks: all send over
+// the next one.
+TEST_F(Connections, WakeAllThatWaitToWriteWhenTheyBreak) {
+  zrsv::Options one;
+  one.client_connections = 1;
+  one.timeout_ms = 10'000;
+  zrsv::set_options(one);
+  std::promise<void> begun, waiting;
+  ScriptedServer server({[&](Peer& peer) {
+                           char octet = 0;
+                           EXPECT_EQ(::recv(peer.fd(), &octet, 1, MSG_PEEK), 1);
+                           begun.set_value();
+                           waiting.get_future().wait();
+                         },
+                         [](Peer& peer) { peer.echo_all(); }});
+  const auto target = reference_to({{server.port()}});
+  auto large = std::async(std::launch::async, [&] { return Call(target, 1, true, 15'000'000).run(); });
+  ASSERT_EQ(begun.get_future().wait_for(milliseconds(3000)), std::future_status::ready);
+  std::vector<std::future<Result>> others;
+  for (const uint64_t n : {2u, 3u})
+    others.push_back(std::async(std::launch::async, [&target, n] { return echoed(target, n); }));
+  EXPECT_TRUE(failing::wait_for_asleep(2));
+  waiting.set_value();
+  EXPECT_EQ(large.get() + ", " + others[0].get() + ", " + others[1].get(), "1, 2, 3");
+}
+
 }  // namespace

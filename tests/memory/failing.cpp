@@ -5,12 +5,16 @@
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <ctime>
+#include <mutex>
 #include <new>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -26,6 +30,31 @@ thread_local std::function<void()> acts[2];  // by Moment
 thread_local bool counted = true;
 [[maybe_unused]] const bool main_counts = counted = false;  // the thread that runs the tests
 std::atomic<long> allocated{0};
+std::mutex act_mutex;
+std::function<void()> act_before_send;
+std::atomic<bool> acts_before_send{false};
+std::atomic<long> sleepers{0};
+
+/// While one lives, this thread sleeps, unless it does not count.
+class Asleep {
+ public:
+  explicit Asleep(bool sleeps_long) : counts_(sleeps_long && counted) { sleepers += counts_; }
+  ~Asleep() { sleepers -= counts_; }
+  Asleep(const Asleep&) = delete;
+  Asleep& operator=(const Asleep&) = delete;
+
+ private:
+  const bool counts_;
+};
+
+void about_to_send() {
+  if (!counted || !acts_before_send.exchange(false)) return;
+  std::unique_lock lock(act_mutex);
+  const auto act = std::move(act_before_send);
+  lock.unlock();
+  const failing::Counted not_this(false);
+  act();
+}
 
 long size_of(void* block) { return static_cast<long>(::malloc_usable_size(block)); }
 void* taken(void* block) {
@@ -80,6 +109,18 @@ bool end() {
 
 void at(Moment moment, std::function<void()> act) { acts[static_cast<int>(moment)] = std::move(act); }
 
+void before_send(std::function<void()> act) {
+  const std::lock_guard lock(act_mutex);
+  act_before_send = std::move(act);
+  acts_before_send = true;
+}
+
+bool wait_for_asleep(long threads) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (sleepers != threads && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  return sleepers == threads;
+}
+
 long live() { return allocated; }
 
 Counted::Counted(bool now) : before_(std::exchange(counted, now)) {}
@@ -127,10 +168,12 @@ ssize_t __wrap_recv(int fd, void* at, std::size_t octets, int flags) {
   return __real_recv(fd, at, octets, flags);  // takes all that is there, so it is never short of that
 }
 ssize_t __wrap_send(int fd, const void* at, std::size_t octets, int flags) {
+  about_to_send();
   if (broken(EPIPE)) return -1;
   return __real_send(fd, at, octets > 1 && fails(What::shortened) ? 1 : octets, flags);
 }
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
+  about_to_send();
   if (broken(EPIPE)) return -1;
   if (fails(What::shortened)) return __real_send(fd, message->msg_iov->iov_base, 1, flags);
   const ssize_t sent = __real_sendmsg(fd, message, flags);
@@ -151,10 +194,31 @@ int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {
   return fails(What::socket) ? (errno = ENOMEM, -1) : __real_epoll_ctl(set, operation, fd, event);
 }
 int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
-  return broken(EINTR) ? -1 : __real_epoll_wait(set, events, most, milliseconds);
+  if (broken(EINTR)) return -1;
+  const Asleep this_thread(milliseconds < 0);
+  return __real_epoll_wait(set, events, most, milliseconds);
 }
 int __wrap_poll(pollfd* all, nfds_t count, int milliseconds) {
   return broken(EINTR) ? -1 : __real_poll(all, count, milliseconds);
+}
+
+// ---- Conditions ----
+
+int __real_pthread_cond_clockwait(pthread_cond_t* event, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* until);
+int __wrap_pthread_cond_clockwait(pthread_cond_t* event, pthread_mutex_t* mutex, clockid_t clock,
+                                  const timespec* until) {
+  const Asleep this_thread(true);
+  timespec real = *until;  // the system's clock has not leapt
+  if (counted) real.tv_sec = std::max<time_t>(real.tv_sec - hours * 3600, 0);
+  return __real_pthread_cond_clockwait(event, mutex, clock, &real);
+}
+void __real__ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE(std::condition_variable* event,
+                                                                      std::unique_lock<std::mutex>& lock);
+void __wrap__ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE(std::condition_variable* event,
+                                                                      std::unique_lock<std::mutex>& lock) {
+  const Asleep this_thread(true);
+  __real__ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE(event, lock);
 }
 
 // ---- The clock ----

@@ -27,6 +27,13 @@ enum class Moment {
 /// From now on `act` runs at each such moment of this thread; null: nothing does.
 void at(Moment moment, std::function<void()> act);
 
+/// The next thread that counts and sends on a socket runs `act` before.
+void before_send(std::function<void()> act);
+
+/// Waits until so many threads that count wait for a condition, or for events without a limit; false when that takes too
+/// long. They find all that is done from then on only when they are woken.
+bool wait_for_asleep(long threads);
+
 /// Octets that are allocated.
 long live();
 

@@ -206,6 +206,12 @@ void log_line(int level, const char* format, va_list arguments) {
 }
 
 }  // namespace
+
+void forget_log_rate() {
+  const MutexLock lock(the_log().mutex);
+  the_log().rate = {};
+}
+
 }  // namespace zrsv
 
 void OM_log(const char* format, ...) {

@@ -29,6 +29,9 @@ class LogRate {
   std::array<Kind, 64> kinds_;
 };
 
+/// Each kind may have its lines of this second anew: a test counts none of those before it.
+void forget_log_rate();
+
 /// Copies text into `to`, which ends with NUL then, with control characters as \xNN; what does not fit is cut. Gives
 /// the length.
 std::size_t escape_controls(const char* text, char* to, std::size_t room);

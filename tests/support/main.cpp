@@ -3,14 +3,21 @@
 #include "no_leftovers.h"
 #include "time_limit.h"
 
-extern "C" [[gnu::weak]] ZR_Leftovers ZR_leftovers(void);  // not every program has the library
+// Not every program has the library, or its inside.
+extern "C" [[gnu::weak]] ZR_Leftovers ZR_leftovers(void);
+namespace zrsv {
+[[gnu::weak]] void forget_log_rate();
+}
 
 namespace {
 
 /// Holds each test to its time limit. What a lost wake-up or a wait for the wrong thing costs is mostly a time-out of
-/// some seconds, after which the answers are right again.
+/// some seconds, after which the answers are right again. What earlier tests have logged keeps no line from a test.
 class Clock : public testing::EmptyTestEventListener {
-  void OnTestStart(const testing::TestInfo&) override { time_limit() = default_time_limit; }
+  void OnTestStart(const testing::TestInfo&) override {
+    time_limit() = default_time_limit;
+    if (zrsv::forget_log_rate) zrsv::forget_log_rate();
+  }
   void OnTestEnd(const testing::TestInfo& test) override {
     const auto taken = std::chrono::milliseconds(test.result()->elapsed_time());
     const auto limit = time_limit() * slowness();

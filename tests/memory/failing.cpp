@@ -14,6 +14,7 @@
 #include <ctime>
 #include <mutex>
 #include <new>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -68,6 +69,13 @@ bool fails(What what = What::allocation) {
   const long left = until.fetch_sub(1);
   if (left > 0 || left < last.load()) return false;
   return failed = true;
+}
+
+/// For what needs more of the system: -1 where there is none, or the call fails otherwise.
+int refused(int error, int shortage) {
+  if (!fails(What::shortage)) return fails(What::socket) ? (errno = error, -1) : 0;
+  errno = shortage;
+  return -1;
 }
 
 /// -1 where the call fails now, with that error or as one that a signal ended.
@@ -184,14 +192,18 @@ ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
   return sent;
 }
 int __wrap_accept4(int fd, sockaddr* from, socklen_t* length, int flags) {
-  return broken(ECONNABORTED) ? -1 : __real_accept4(fd, from, length, flags);
+  if (fails(What::interrupted)) return errno = EINTR, -1;
+  if (refused(ECONNABORTED, EMFILE) < 0) return -1;
+  return __real_accept4(fd, from, length, flags);
 }
 int __wrap_connect(int fd, const sockaddr* to, socklen_t length) {
   came(failing::Moment::connecting);
   return fails(What::socket) ? (errno = ECONNREFUSED, -1) : __real_connect(fd, to, length);
 }
 int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {
-  return fails(What::socket) ? (errno = ENOMEM, -1) : __real_epoll_ctl(set, operation, fd, event);
+  return operation != EPOLL_CTL_DEL && refused(ENOMEM, ENOSPC) < 0
+             ? -1
+             : __real_epoll_ctl(set, operation, fd, event);
 }
 int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
   if (broken(EINTR)) return -1;
@@ -202,7 +214,16 @@ int __wrap_poll(pollfd* all, nfds_t count, int milliseconds) {
   return broken(EINTR) ? -1 : __real_poll(all, count, milliseconds);
 }
 
-// ---- Conditions ----
+// ---- Threads, and conditions ----
+
+void __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+    void* thread, void* state, void (*depend)());
+void __wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(
+    void* thread, void* state, void (*depend)()) {
+  if (fails(What::shortage)) throw std::system_error(EAGAIN, std::generic_category());
+  __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(thread, state,
+                                                                                               depend);
+}
 
 int __real_pthread_cond_clockwait(pthread_cond_t* event, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* until);

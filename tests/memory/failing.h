@@ -11,7 +11,8 @@ enum class What {
   socket,       // the connection is lost, or the system lacks what it needs
   interrupted,  // a signal came: nothing was done
   shortened,    // one octet is sent, however many were wanted
-  clock         // an hour has passed
+  clock,        // an hour has passed
+  shortage      // there is no descriptor, no watch and no thread left
 };
 
 /// From now on the n-th of threads that count fails, and `more` after it.

@@ -12,7 +12,7 @@ namespace zrsv {
 class Connection;
 struct ServerRequest;
 
-/// Requests in their order. Owns them.
+/// Requests in their order. Owns them. Its members are in server_request.cpp, where a request is known.
 class Requests {
  public:
   Requests() = default;

@@ -9,9 +9,37 @@
 #include "method_table.h"
 #include "options.h"
 #include "reply_threads.h"
-#include "watched_requests.h"
 
 namespace zrsv {
+
+// ---- Requests in a row (requests.h) ----
+
+Requests::~Requests() {
+  while (pop_front()) continue;
+}
+
+void Requests::push_back(std::unique_ptr<ServerRequest> request) {
+  ServerRequest* const last = request.release();
+  (first_ ? last_->next : first_) = last;
+  last_ = last;
+  ++count_;
+}
+
+std::unique_ptr<ServerRequest> Requests::pop_front() {
+  std::unique_ptr<ServerRequest> request(first_);
+  if (!request) return request;
+  first_ = std::exchange(request->next, nullptr);
+  --count_;
+  return request;
+}
+
+void Requests::append(Requests more) {
+  while (std::unique_ptr<ServerRequest> request = more.pop_front()) push_back(std::move(request));
+}
+
+// ---- What every object answers, and whose the rest is ----
+
+std::atomic<RunWatched> run_watched{nullptr};
 
 namespace {
 
@@ -63,8 +91,8 @@ void call_adapter(ServerRequest& request) {
 /// An object of the program.
 void call_object(ServerRequest& request) {
   if (!_call_cpp_) return answer_exception(request, "OBJ_ADAPTER");
-  if (requests_watched.load(std::memory_order_relaxed)) [[unlikely]]
-    return run_watched(request, call_adapter);
+  if (const RunWatched watched = run_watched.load(std::memory_order_relaxed)) [[unlikely]]
+    return watched(request, call_adapter);
   call_adapter(request);
 }
 

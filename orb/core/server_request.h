@@ -1,6 +1,7 @@
 // One request to an object of this process: read, run, answered.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 
@@ -124,6 +125,9 @@ class SlotLoan {
 /// for it, or when it has to wait (`waits.wanted`). `reply` lends the memory for it; a body
 /// over `max_message` octets becomes IMP_LIMIT.
 void execute(ServerRequest& request, SlotLender* slot_of, uint32_t max_message, Buffer* reply) noexcept;
+/// What has the object adapter run a request (`run`) with its watch around it; null as long as none is watched.
+using RunWatched = void (*)(ServerRequest& request, void (*run)(ServerRequest&));
+extern std::atomic<RunWatched> run_watched;
 /// Makes a system exception, by its short name, the reply.
 [[gnu::cold]] void answer_exception(ServerRequest& request, const char* name,
                                     uint32_t completed = CORBA_COMPLETED_NO, uint32_t minor = 0);

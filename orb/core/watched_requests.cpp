@@ -4,6 +4,7 @@
 
 #include "cdr_chain.h"
 #include "environment.h"
+#include "server_request.h"
 
 namespace zrsv {
 
@@ -85,12 +86,6 @@ bool forward_target(ClientRequest* request, const RequestOutcome& outcome) {
 }
 
 }  // namespace
-
-void watch_requests(WatchOutgoing outgoing, WatchIncoming incoming) {
-  if (outgoing) watch_outgoing = outgoing;
-  if (incoming) watch_incoming = incoming;
-  requests_watched = true;
-}
 
 Start start_watch(ClientRequest* request) {
   const WatchOutgoing make = watch_outgoing.load();
@@ -234,9 +229,8 @@ void ends(ServerRequest& request) {
   add_contexts(request, contexts);
 }
 
-}  // namespace
-
-void run_watched(ServerRequest& request, void (*run)(ServerRequest&)) {
+/// Has the object adapter run the request, with its watch around it.
+[[gnu::cold]] void run_with_watch(ServerRequest& request, void (*run)(ServerRequest&)) {
   const WatchIncoming make = watch_incoming.load();
   if (!request.watch && make && !request.bare) {  // else it comes back from where it waited, or was under way
     request.watch = make();
@@ -244,6 +238,15 @@ void run_watched(ServerRequest& request, void (*run)(ServerRequest&)) {
   }
   run(request);
   if (request.watch && !request.waits.wanted) ends(request);
+}
+
+}  // namespace
+
+void watch_requests(WatchOutgoing outgoing, WatchIncoming incoming) {
+  if (outgoing) watch_outgoing = outgoing;
+  if (incoming) watch_incoming = incoming;
+  requests_watched = true;
+  run_watched = run_with_watch;
 }
 
 bool servant_is_ready(void* handle, const ServantView& servant) {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "client_request.h"
-#include "server_request.h"
 #include "zrsv/request_watch.h"
 
 namespace zrsv {
@@ -21,8 +20,5 @@ enum class Start : uint8_t { Goes, Failed, Forwarded };
 [[gnu::cold]] bool end_answered(ClientRequest* request, uint32_t* status) noexcept;
 /// The request is over: the last chance to have an end.
 [[gnu::cold]] void end_watch(ClientRequest* request) noexcept;
-
-/// Has the object adapter run the request (`run`), with its watch around it.
-[[gnu::cold]] void run_watched(ServerRequest& request, void (*run)(ServerRequest&));
 
 }  // namespace zrsv

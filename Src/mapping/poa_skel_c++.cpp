@@ -28,10 +28,25 @@ X* lasting(X* reference) {
   return kept.all.emplace_back(X::_duplicate(reference)).in();
 }
 
+/// A servant as a result, which cannot travel: the count for the caller stays here.
+ServantBase* uncounted(ServantBase* servant) {
+  servant->_remove_ref();
+  return servant;
+}
+
 /// A POA as requests reach it: references that it keeps must outlive the request, and those that it lends out
 /// must be the request's own.
 class ServedPOA : public PortableServer_POA_impl {
  public:
+  ServantBase* get_servant(CORBA::Environment& ev) override {
+    return uncounted(PortableServer_POA_impl::get_servant(ev));
+  }
+  ServantBase* reference_to_servant(CORBA::Object* reference, CORBA::Environment& ev) override {
+    return uncounted(PortableServer_POA_impl::reference_to_servant(reference, ev));
+  }
+  ServantBase* id_to_servant(const ObjectId& oid, CORBA::Environment& ev) override {
+    return uncounted(PortableServer_POA_impl::id_to_servant(oid, ev));
+  }
   using PortableServer_POA_impl::the_activator;
   void the_activator(AdapterActivator* activator, CORBA::Environment& ev) override {
     PortableServer_POA_impl::the_activator(lasting(activator), ev);
@@ -40,7 +55,12 @@ class ServedPOA : public PortableServer_POA_impl {
     PortableServer_POA_impl::set_servant_manager(lasting(manager), ev);
   }
   ServantManager* get_servant_manager(CORBA::Environment& ev) override {
-    return ServantManager::_duplicate(PortableServer_POA_impl::get_servant_manager(ev));
+    ServantManager* const manager = PortableServer_POA_impl::get_servant_manager(ev);
+    if (CORBA::Object* const counted = manager->_share_reference()) {  // as it was just now: once is enough
+      CORBA::release(counted);
+      return manager;
+    }
+    return ServantManager::_duplicate(manager);
   }
 };
 

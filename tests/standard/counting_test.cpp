@@ -1,5 +1,7 @@
 // Servants that count, and what the adapter holds of them.
 
+#include "poa/remote.h"
+#include "poa/stubs.h"
 #include "server.h"
 
 namespace {
@@ -57,6 +59,42 @@ class CountingTest : public StandardTest {
   std::promise<void> going_;
   std::future<void> gone_ = going_.get_future();
 };
+
+/// Asked for by another process, a servant and a local manager are none; they are not counted up, either.
+TEST_F(CountingTest, WhatCannotTravelKeepsItsCount) {
+  using namespace PortableServer;
+  struct Local : ServantActivator, CORBA::LocalObject {
+    explicit Local(std::promise<void>& gone) : gone_(gone) {}
+    ~Local() override { gone_.set_value(); }
+    std::promise<void>& gone_;
+  };
+  register_for_remote_use();
+  const POA_var poa = make_poa("counting", USER_ID, MULTIPLE_ID, USE_DEFAULT_SERVANT);
+  const POA_var managed = make_poa("managed", USE_SERVANT_MANAGER);
+  std::promise<void> unused;
+  Servant_var<Counted> own = new Counted(unused);
+  poa->set_servant(own);
+  managed->set_servant_manager(ServantManager_var(new Local(going_)));
+  const ObjectId_var id = string_to_ObjectId("id");
+  const CORBA::Object_var reference = poa->create_reference_with_id(id, Demo::Echo::repository_id);
+  const auto served = [&](const char* key, const POA_var& of) {
+    orb->register_key(key, of);
+    const CORBA::Object_var object = orb->string_to_object(far(key).c_str());
+    auto stub = std::make_unique<_st_PortableServer_POA>();
+    stub->set_ref(CORBA_object_duplicate(object->get_ref(), nullptr));
+    return stub;
+  };
+  const auto remote = served("counting", poa);
+  EXPECT_THROW(remote->get_servant(), CORBA::SystemException);
+  EXPECT_THROW(remote->id_to_servant(id), CORBA::SystemException);
+  EXPECT_THROW(remote->reference_to_servant(reference), CORBA::SystemException);
+  EXPECT_EQ(own->_refcount_value(), 2u);
+  const ServantManager_var none = served("managed", managed)->get_servant_manager();
+  EXPECT_EQ(none.in(), nullptr);
+  managed->destroy(false, false);
+  EXPECT_TRUE(is_gone(std::chrono::seconds(3)));
+  poa->destroy(false, false);
+}
 
 TEST_F(CountingTest, TheAdapterHoldsAnActiveServant) {
   PortableServer::Servant_var<Counted> own = new Counted(going_);

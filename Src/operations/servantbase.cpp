@@ -140,12 +140,11 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& ev) {
     raise<CORBA::BAD_PARAM>(ev, "ServantBase::set_timer",
                             "ServantBase::set_timer [timer is wrong .. throw BAD_PARAM]");
   }
-  {
+  with_memory(ev, [&] {
     MutexGuard guard(poa_svt_lifespan_mutex);
     const bool listed = servant_lifespan_list().holds(this);
     if (seconds > 0) {
-      if (!listed)
-        with_memory(ev, [this]() ZR_REQUIRES(poa_svt_lifespan_mutex) { servant_lifespan_list().add(this); });
+      if (!listed) servant_lifespan_list().add(this);
       _timer = seconds_since_1970() + static_cast<CORBA::ULong>(seconds);
       if (listed) {
         POA_TRACE("ServantBase::set_timer [timer is changed .. timer = %d]", static_cast<int>(_timer));
@@ -157,7 +156,7 @@ void ServantBase::set_timer(int seconds, CORBA::Environment& ev) {
       _timer = 0;
       POA_TRACE("ServantBase::set_timer [timer is cleared .. timer = %d]", static_cast<int>(_timer));
     }
-  }
+  });
   POA_TRACE("ServantBase::set_timer end...");
 }
 

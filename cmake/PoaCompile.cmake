@@ -17,10 +17,13 @@ add_library(poa_headers INTERFACE)
 target_include_directories(poa_headers INTERFACE ${POA_PUBLIC_INCLUDE_DIRS})
 
 # For our libraries only. Nobody replaces one of their functions from outside, so calls within a library need no
-# detour; calls between them go through one load instead of a stub; thread-local data takes no function call.
+# detour; calls between them go through one load instead of a stub; thread-local data stands at a known
+# distance from where the thread's own begins (tests/program opens the libraries in a program that runs already). Records
+# of a few hundred octets are cleared by stores: "rep stos" takes longer to start than they take.
 include(CheckCXXCompilerFlag)
 add_library(poa_optimise INTERFACE)
-foreach(flag -fno-semantic-interposition -fno-plt -mtls-dialect=gnu2)
+foreach(flag -fno-semantic-interposition -fno-plt -ftls-model=initial-exec
+             -mmemset-strategy=vector_loop:1024:noalign,libcall:-1:noalign)
   string(MAKE_C_IDENTIFIER "POA_HAS${flag}" has)
   check_cxx_compiler_flag(${flag} ${has})
   if(${has} AND NOT POA_SANITIZE)

@@ -21,22 +21,28 @@ using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
 using PortableServer::ServantUse;
 
-/// The ORB core's raw handles as mapping objects, for the length of an upcall. The handles stay the core's.
+/// The ORB core's raw handles as mapping objects, for the length of an upcall. The handles stay the core's, so that
+/// only what a dynamic servant said is to be let go of: the objects just end.
 class UpcallObjects {
  public:
-  UpcallObjects(void* raw_target, void* raw_request) {
+  UpcallObjects(void* raw_target, void* raw_request) : target(), request() {
     target.set_ref(raw_target);
     request.set_ref(raw_request);
   }
   ~UpcallObjects() {
-    target.set_ref(nullptr);
+    if (!request.dynamic()) return;
     request.set_ref(nullptr);
+    request.~ServerRequest();
   }
   UpcallObjects(const UpcallObjects&) = delete;
   UpcallObjects& operator=(const UpcallObjects&) = delete;
 
-  CORBA::Object target;
-  CORBA::ServerRequest request;
+  union {
+    CORBA::Object target;
+  };
+  union {
+    CORBA::ServerRequest request;
+  };
 };
 
 /// The request's target, entered in the servant meanwhile.
@@ -186,7 +192,7 @@ class TargetReference {
     if (!target.has_data) return;
     const auto default_oid =
         &servant == target.poa->default_servant.get() ? target.poa->default_servant.oid() : nullptr;
-    PortableServer::keep_target(servant, target.poa, target.object,
+    PortableServer::keep_target(servant, *target.poa, target.object,
                                 default_oid ? oid_view(*default_oid) : target.data.object_id);
   }
   ~TargetReference() {

@@ -14,6 +14,26 @@
 
 namespace PortableServer {
 
+namespace {
+
+/// Memory of a node, or none.
+struct SpareNode {
+  void* block = nullptr;
+  ~SpareNode() { ::operator delete(block); }
+};
+
+}  // namespace
+
+void* ObjectRefList::operator new(std::size_t size) {
+  SpareNode* const spare = zrsv::of_thread<SpareNode>();
+  return spare && spare->block ? std::exchange(spare->block, nullptr) : ::operator new(size);
+}
+
+void ObjectRefList::operator delete(void* block) {
+  SpareNode* const spare = zrsv::of_thread<SpareNode>();
+  ::operator delete(spare ? std::exchange(spare->block, block) : block);
+}
+
 ObjectRefList::~ObjectRefList() {
   while (ObjectRefList* node = next) {  // one by one: a long chain is no deep recursion
     next = std::exchange(node->next, nullptr);
@@ -220,22 +240,22 @@ CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::
   return enter_reference(s, home, ior, flag, oid);
 }
 
-void keep_target(ServantBase& s, const ObjectHomePtr& record, CORBA::Object* target, std::string_view oid) {
-  trace_keep_called(record->poa_object, target);
+void keep_target(ServantBase& s, ObjectHome& home, CORBA::Object* target, std::string_view oid) {
+  trace_keep_called(home.poa_object, target);
   const auto keep_it = [&] {
     MutexGuard guard(poa_svt_objref_mutex);
-    if (recorded(ServantAccess::references(s), record->identity, oid)) return;
+    if (recorded(ServantAccess::references(s), home.identity, oid)) return;
     const Keep what = can_be_made_again(s, target, oid) ? Keep::nothing : Keep::duplicate;
-    keep(ServantAccess::references(s), record, target, what, oid);
+    keep(ServantAccess::references(s), home.share(), target, what, oid);
   };
   RecentlySeen* seen = OM_TRACE_IS_ON ? nullptr : zrsv::of_thread<RecentlySeen>();
   if (!seen) return keep_it();
   RecentlySeen::One& one = seen->of(s);
   const std::uint64_t now = removals;
-  if (one.at == now && one.servant == &s && one.poa == record->identity && one.oid == oid) return;
+  if (one.at == now && one.servant == &s && one.poa == home.identity && one.oid == oid) return;
   one.at = 0;  // memory may run out below, but not any more when the reference is kept
   one.servant = &s;
-  one.poa = record->identity;
+  one.poa = home.identity;
   one.oid = oid;
   keep_it();
   one.at = now;

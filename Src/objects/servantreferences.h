@@ -20,6 +20,9 @@ class ObjectRefList {
   ~ObjectRefList();
   ObjectRefList(const ObjectRefList&) = delete;
   ObjectRefList& operator=(const ObjectRefList&) = delete;
+  /// A thread keeps the memory of one that it freed: the servant of a locator has one for the length of a request.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* block);
 
   POA* get_poa() const { return _m_poa; }
   void set_poa(POA* poa) { _m_poa = poa; }
@@ -64,7 +67,7 @@ struct ServantReference {
 
 /// Keeps that a request for (POA, id) came to the servant: its target, unless one is kept already. Only the id, where
 /// the POA makes the same reference again. A thread that has seen it kept just now does not look again.
-void keep_target(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* target, std::string_view oid);
+void keep_target(ServantBase& s, ObjectHome& home, CORBA::Object* target, std::string_view oid);
 /// Keeps `ior` (with flag 1 a duplicate) as the servant's reference for (POA, id); gives the object kept, or null
 /// when there is one already.
 CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,

@@ -18,6 +18,7 @@ class POANode : public ObjectHome, public std::enable_shared_from_this<POANode> 
  public:
   POANode(const POANode&) = delete;
   POANode& operator=(const POANode&) = delete;
+  ObjectHomePtr share() override { return shared_from_this(); }
 
   // ---- Those that are alive ----
   /// That of a POA object, or null. Never raises.

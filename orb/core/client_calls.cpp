@@ -1,6 +1,7 @@
 #include "client_calls.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <optional>
@@ -42,10 +43,14 @@ constexpr Fault no_operation{"BAD_OPERATION", 1};
 constexpr Fault malformed{"MARSHAL", 1};
 constexpr Fault too_many_forwards{"TRANSIENT", 5};
 
-[[gnu::cold]] bool fail(Fault why) {
+}  // namespace
+
+bool fail(Fault why) {
   set_last_failure(why.name, why.minor);
   return false;
 }
+
+namespace {
 
 /// Why this process can make no calls.
 [[gnu::cold]] bool fail_unusable() {
@@ -59,37 +64,42 @@ bool is(Fault why, const char* name) { return why && std::strcmp(why.name, name)
 // ---- Requests that a thread keeps -----------------------------------------------------------------------
 
 struct Kept {
-  Kept() { free.reserve(max_kept); }
-  std::vector<std::unique_ptr<ClientRequest>> free;
+  std::array<std::unique_ptr<ClientRequest>, max_kept> free;
+  std::size_t count = 0;
 };
 
+}  // namespace
+
 std::unique_ptr<ClientRequest> take_kept() {
-  Kept* kept = of_thread<Kept>();
-  if (!kept || kept->free.empty()) return std::make_unique<ClientRequest>();
-  std::unique_ptr<ClientRequest> request = std::move(kept->free.back());
-  kept->free.pop_back();
-  return request;
+  Kept* const kept = of_thread<Kept>();
+  if (!kept || kept->count == 0) return std::make_unique<ClientRequest>();
+  return std::move(kept->free[--kept->count]);
 }
 
-void keep_for_later(std::unique_ptr<ClientRequest> request) {
-  request->connection.reset();
-  request->forward = {};
-  if (request->cdr.out_limit - request->cdr.out_base > static_cast<std::ptrdiff_t>(max_kept_octets)) {
-    OM_cdr_close(&request->cdr);
+void keep_for_later(ClientRequest* done) {
+  if (done->connection) done->connection.reset();
+  if (done->forward) done->forward = {};
+  if (done->cdr.out_limit - done->cdr.out_base > static_cast<std::ptrdiff_t>(max_kept_octets))
+    OM_cdr_close(&done->cdr);
+  done->cdr.apart = {};
+  done->cdr.in_block = nullptr;
+  done->call.reply.message.clear();
+  done->call.reply.message.shrink(max_kept_octets);
+  Kept* const kept = of_thread<Kept>();
+  if (kept && kept->count < max_kept) {
+    kept->free[kept->count++].reset(done);
+  } else {
+    delete done;
   }
-  request->cdr.apart = {};
-  request->cdr.in_block = nullptr;
-  request->call.reply.message.clear();
-  request->call.reply.message.shrink(max_kept_octets);
-  Kept* kept = of_thread<Kept>();
-  if (kept && kept->free.size() < max_kept) kept->free.push_back(std::move(request));
 }
+
+namespace {
 
 // ---- The way to the object ------------------------------------------------------------------------------
 
 /// Runs the call in this process. A time limit that passes is told by recv: the call may be running.
 Fault run_here(ClientRequest* request, Reference& target) {
-  const Fault why = call_in_process(*request, target);
+  const Fault why = call_in_process(*request, target, request->operation.c_str());
   const bool late = is(why, "TIMEOUT");
   request->call.fault = late ? why : fault::none;
   return late && request->response_expected ? fault::none : why;
@@ -237,31 +247,46 @@ bool runs_directly(const Reference& target) {
   return target.is_local() && target.is_internal() && has_table(target.intf_name());
 }
 
-/// Nothing is made, and true returned, when who watches it sent it elsewhere: it is to be made anew.
-bool create(Reference* object, const char* operation, bool response_expected,
-            std::unique_ptr<ClientRequest>* made) {
-  static std::atomic<uint32_t> next_id{0};
-  std::unique_ptr<ClientRequest> request = take_kept();
+/// Taken in lots: the counter is one for all threads.
+uint32_t new_id(ClientRequest& request) {
+  static std::atomic<uint32_t> next_lot{0};
+  constexpr uint32_t lot = 16;
+  if (request.id_in_lot == 0) request.next_id = next_lot.fetch_add(lot, std::memory_order_relaxed);
+  request.id_in_lot = (request.id_in_lot + 1) % lot;
+  return request.next_id++;
+}
+
+}  // namespace
+
+void begin_call(ClientRequest* request, Reference* object, bool response_expected) {
   request->object = object;
   request->forward = object->forward();
-  request->operation = operation;
   request->response_expected = response_expected;
   request->sent_again = false;
   request->nested = request->one_off = Upcall::request() != nullptr;
   request->deadline = Deadline::max();
   request->phase = Phase::Created;
   request->elsewhere = false;
-  request->call.state = ClientCall::State::Idle;
-  request->call.id = next_id.fetch_add(1, std::memory_order_relaxed);
+  request->call.state.store(ClientCall::State::Idle, std::memory_order_relaxed);  // nobody else knows it
+  request->call.id = new_id(*request);
   request->call.minor = version_for(*request);
-
   const Reference& target = request->target();
   request->kind = runs_directly(target) ? ZR_REQUEST_DIRECT : ZR_REQUEST_IIOP;
+  request->key = key_for(target, 0);
+  request->code_sets = code_sets_for(*request, target);
+  request->bare = target.is_local() && options().in_process;
+}
+
+namespace {
+
+/// Nothing is made, and true returned, when who watches it sent it elsewhere: it is to be made anew.
+bool create(Reference* object, const char* operation, bool response_expected,
+            std::unique_ptr<ClientRequest>* made) {
+  std::unique_ptr<ClientRequest> request = take_kept();
+  begin_call(request.get(), object, response_expected);
+  request->operation = operation;
   if (request->kind == ZR_REQUEST_IIOP) {
-    if (!target.can_be_called()) return fail(no_way);
-    request->key = key_for(target, 0);
-    request->code_sets = code_sets_for(*request, target);
-    request->bare = target.is_local() && options().in_process;
+    if (!request->target().can_be_called()) return fail(no_way);
     if (requests_watched.load(std::memory_order_relaxed)) [[unlikely]] {
       request->bare = false;  // contexts need a message
       const Start start = start_watch(request.get());
@@ -315,7 +340,8 @@ bool receive(ClientRequest* request) {
   request->deferral.reset();
 }
 
-/// Makes the reply's body the decoding side of the request's stream.
+}  // namespace
+
 void show_reply(ClientRequest* request) {
   const CDR& body = request->call.reply.body;
   request->cdr.direction = CDR_DECODE;
@@ -327,6 +353,8 @@ void show_reply(ClientRequest* request) {
   request->cdr.in_cuts = body.in_cuts;
   request->cdr.in_block = &request->call.reply.message;
 }
+
+namespace {
 
 /// Memory that runs out anywhere in a step is that step's failure.
 template <class Step>
@@ -460,12 +488,12 @@ unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Env
 
 void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request) {
   if (!request || in_forked_child()) return;  // a child's copy is left alone with what it holds
-  std::unique_ptr<ClientRequest> r(client_request(request));
+  ClientRequest* const r = client_request(request);
   if (r->deferral) [[unlikely]]
-    end_deferral(r.get());
-  if (r->watched) end_watch(r.get());
+    end_deferral(r);
+  if (r->watched) end_watch(r);
   if (r->connection && r->phase != Phase::Answered) r->connection->forget(&r->call);
-  step([&] { return keep_for_later(std::move(r)), true; });
+  step([&] { return keep_for_later(r), true; });
 }
 
 unsigned char OM_req_lib_set_locate_object(void* object, void* forward) {

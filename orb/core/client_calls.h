@@ -5,6 +5,16 @@
 
 namespace zrsv {
 
+/// One of the requests that the thread keeps, or a new one; and back, when its call has its end.
+std::unique_ptr<ClientRequest> take_kept();
+void keep_for_later(ClientRequest* done);
+/// Makes it that of a new call, but for the operation and the message.
+void begin_call(ClientRequest* request, Reference* object, bool response_expected);
+/// Makes the reply's body the decoding side of the request's stream.
+void show_reply(ClientRequest* request);
+/// Keeps the reason for the thread. False.
+[[gnu::cold]] bool fail(Fault why);
+
 // Steps of a call, for those that are deferred. On false the reason is kept for the thread.
 /// Makes the message whole, and starts the clock.
 bool finish_message(ClientRequest* request);

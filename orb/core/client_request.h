@@ -81,6 +81,9 @@ struct ClientRequest : RequestBase {
   bool elsewhere = false;               // an object of this process runs it on a thread of the engine
   std::unique_ptr<Deferral> deferral;   // of a call that no thread waits for
 
+  uint32_t next_id = 0;    // of the lot that it was given
+  uint32_t id_in_lot = 0;  // 0: it has used up its lot, or was given none
+
   std::string_view key;  // in the request's header
   CodeSets code_sets;    // what its texts are in
 

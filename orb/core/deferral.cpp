@@ -15,11 +15,6 @@ namespace {
 constexpr Fault no_thread{"NO_RESOURCES", 1};
 constexpr uint32_t forward_for_good = 4;
 
-bool fail(Fault why) {
-  set_last_failure(why.name, why.minor);
-  return false;
-}
-
 bool is_forward(const Reply& reply) {
   return reply.head.status == ZR_REPLY_LOCATION_FORWARD || reply.head.status == forward_for_good;
 }

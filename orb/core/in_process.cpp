@@ -1,29 +1,36 @@
 #include "in_process.h"
 
 #include "call_chain.h"
+#include "call_scope.h"
+#include "client_calls.h"
 #include "engine.h"
 #include "gates.h"
+#include "options.h"
 #include "orb.h"
+#include "process_life.h"
 #include "request_message.h"
 #include "upcall.h"
+#include "zrsv/request_watch.h"
 
 namespace zrsv {
 
 namespace {
 
-/// The request as it stands in the caller's memory.
-void lay_bare(ServerRequest& request, const ClientRequest& call, std::string_view chain) {
+/// The request as it stands in the caller's memory. Its stream is a new one.
+void lay_bare(ServerRequest& request, const ClientRequest& call, const char* operation,
+              std::string_view chain) {
   request.bare = true;
   request.minor = call.call.minor;
   request.head.id = call.call.id;
   request.head.response_expected = call.response_expected;
   request.head.key = call.key;
-  request.head.operation = call.operation.c_str();
+  request.head.operation = operation;
   request.head.chain = chain;
   request.head.code_sets = call.code_sets;
   CDR& cdr = request.cdr;
-  OM_cdr_open_decode(&cdr, call.cdr.out_base, static_cast<uint32_t>(call.cdr.out_next - call.cdr.out_base),
-                     0);
+  cdr.direction = CDR_DECODE;
+  cdr.in_base = cdr.in_next = call.cdr.out_base;
+  cdr.in_end = call.cdr.out_next;
   cdr.minor_version = call.call.minor;
   cdr.narrow = call.code_sets.narrow;
   cdr.wide = call.code_sets.wide;
@@ -46,14 +53,14 @@ Fault open_reply(Reply* reply) {
   return whole ? fault::none : fault::bad_reply;
 }
 
-Fault call_in_process(ClientRequest& call, Reference& target) {
+Fault call_in_process(ClientRequest& call, Reference& target, const char* operation) {
   const std::shared_ptr<Engine> engine = orb().engine();
   if (!engine) return fault::not_serving;
   const std::string chain = call.nested ? chain_of_call() : std::string();
   ServerRequest request;
   request.target.borrow(&target);
   if (call.bare) {
-    lay_bare(request, call, chain);
+    lay_bare(request, call, operation, chain);
   } else if (!request.own(take_message(call))) {
     return fault::no_memory;
   }
@@ -119,6 +126,7 @@ Fault Engine::call_local(ServerRequest& request, ClientRequest& call) {
 // What waits may outlive the caller's memory, and its time limit begins to count.
 bool Engine::make_lasting(ServerRequest& request, ClientRequest& call) {
   if (!request.bare) return true;
+  call.operation = request.head.operation;
   start_clock(call);
   return request.own(take_message(call));
 }
@@ -152,4 +160,72 @@ Fault Engine::await(LocalCall& call, Clock::time_point deadline, Buffer* reply) 
   return fault::none;
 }
 
+// ---- A call in one step ---------------------------------------------------------------------------------
+
+namespace {
+
+/// One that the thread keeps, for the length of a scope.
+class KeptRequest {
+ public:
+  KeptRequest() : request_(take_kept().release()) {}
+  ~KeptRequest() {
+    if (request_) keep_for_later(request_);
+  }
+  KeptRequest(const KeptRequest&) = delete;
+  KeptRequest& operator=(const KeptRequest&) = delete;
+  ClientRequest& operator*() const { return *request_; }
+  ClientRequest* operator->() const { return request_; }
+  ClientRequest* release() { return std::exchange(request_, nullptr); }
+
+ private:
+  ClientRequest* request_;
+};
+
+/// A call of it goes nowhere else, and nobody looks at it.
+bool is_at_hand(const Reference& object) {
+  return is_usable() && object.is_local() && !object.is_internal() && !object.is_forwarded() &&
+         !(call_scopes_used.load(std::memory_order_relaxed) && is_closed(object)) && options().in_process &&
+         !requests_watched.load(std::memory_order_relaxed);
+}
+
+/// Runs a call whose arguments are encoded. Done, or with something for the steps of every call to tell.
+int run_at_hand(KeptRequest& call, Reference& object, const char* operation) {
+  using Phase = ClientRequest::Phase;
+  const Fault why = call_in_process(*call, object, operation);
+  const bool late = why && why.name == fault::time_limit.name && call->response_expected;
+  if (why && !late) return fail(or_time_limit(*call, why)), ZR_CALL_FAILED;
+  if (!why && !call->response_expected) return ZR_CALL_DONE;
+  if (!why && call->call.reply.head.status == ZR_REPLY_NO_EXCEPTION) {
+    object.answered();
+    show_reply(&*call);
+    return ZR_CALL_DONE;
+  }
+  call->call.fault = why;
+  call->phase = Phase::Sent;
+  return ZR_CALL_SENT;
+}
+
+}  // namespace
+
 }  // namespace zrsv
+
+using namespace zrsv;
+
+int ZR_call_at_hand(void* object, const char* operation, unsigned char response_expected,
+                    const ZR_call_moves* moves, void* of, void** request) {
+  if (!object || !is_at_hand(*as_reference(object))) return ZR_CALL_NOT_AT_HAND;
+  Reference& target = *as_reference(object);
+  try {
+    KeptRequest call;
+    begin_call(&*call, &target, response_expected != 0);
+    if (!begin_message(&*call) || !moves->arguments(&call->cdr, of) ||
+        encoded(call->cdr) > options().max_message)
+      return ZR_CALL_NOT_AT_HAND;  // the steps of every call tell what is wrong
+    const int outcome = run_at_hand(call, target, operation);
+    if (outcome == ZR_CALL_DONE && response_expected) moves->results(&call->cdr, of);
+    if (outcome == ZR_CALL_SENT) *request = static_cast<RequestBase*>(call.release());
+    return outcome;
+  } catch (const std::bad_alloc&) {
+    return fail(fault::no_memory), ZR_CALL_FAILED;
+  }
+}

@@ -132,16 +132,19 @@ std::string take_option(std::string_view name, const char* value, Options* to) {
   return {};
 }
 
-Options& in_force() {
-  static auto& one = *new Options;
-  return one;
-}
+/// There from the start, and never destroyed: threads may outlive main.
+union Kept {
+  constexpr Kept() : options() {}
+  ~Kept() {}
+  Options options;
+};
+constinit Kept in_force;
 
 }  // namespace
 
-const Options& options() { return in_force(); }
+const Options& options() { return in_force.options; }
 
-void set_options(Options options) { in_force() = std::move(options); }
+void set_options(Options options) { in_force.options = std::move(options); }
 
 std::string parse_options(int* argc, char** argv, Options* options) {
   if (!argc || !argv) return {};

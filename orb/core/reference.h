@@ -63,6 +63,7 @@ class Reference {
   /// Null as a rule.
   const std::shared_ptr<CallScope>& scope() const { return scope_; }
 
+  bool is_forwarded() const { return has_forward_.load(std::memory_order_acquire); }
   /// The forward now in force, or null.
   Ref<Reference> forward() const;
   /// Counts forwards without an answer between; false when there were too many. One that cannot be called is

@@ -65,7 +65,7 @@ bool has_head(const ClientRequest& request) {
 
 bool begin_message(ClientRequest* request) {
   CDR* cdr = &request->cdr;
-  const bool as_before = has_head(*request);
+  const bool as_before = !request->bare && has_head(*request);
   if (!cdr->out_base) request->call.reply.message.lend(cdr);
   cdr->out_next = cdr->out_base;
   cdr->direction = CDR_ENCODE;

@@ -85,7 +85,7 @@ void call_adapter(ServerRequest& request) {
   ZR_ServerRequest record{&request.info};
   CORBA_Environment ev{};
   _call_cpp_(request.target.get(), &record, &ev);
-  CORBA_exception_free(&ev);
+  if (ev._owned) CORBA_exception_free(&ev);
 }
 
 /// An object of the program.

@@ -74,6 +74,8 @@ class Request {
     complete_ = kind == ZR_REQUEST_DIRECT ? OM_req_lib_INTRA_PROCESS_initiator_request_complete
                                           : OM_req_lib_UNO_IIOP_initiator_request_complete;
   }
+  /// One that was sent already.
+  explicit Request(void* sent) : request_(sent), complete_(OM_req_lib_UNO_IIOP_initiator_request_complete) {}
   ~Request() { complete_(request_); }
   Request(const Request&) = delete;
   Request& operator=(const Request&) = delete;
@@ -116,17 +118,16 @@ void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operatio
   raise_environment(ev);
 }
 
-/// Sends a request and takes its reply. False: it was forwarded.
-[[gnu::always_inline]] inline bool exchange(Object* self, void* request, bool response_expected,
-                                            const OperationInfo& operation, void* const* slots,
-                                            Unlisted unlisted, Environment& ev) {
+CDR* stream_of(void* request, Environment& ev) {
   CDR* cdr = nullptr;
   if (!OM_req_lib_UNO_IIOP_get_cdr(request, &cdr)) fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
-  cdr->direction = CDR_ENCODE;
-  cdr->leaves_apart = 1;  // the arguments stay until the call returns
-  if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
-  if (!OM_req_lib_UNO_IIOP_send_request(request)) fail_request(CORBA_COMPLETED_NO, ev);
-  if (!response_expected) return true;
+  return cdr;
+}
+
+/// Takes the reply of a request that was sent. False: it was forwarded.
+[[gnu::always_inline]] inline bool take_reply(Object* self, void* request, CDR* cdr,
+                                              const OperationInfo& operation, void* const* slots,
+                                              Unlisted unlisted, Environment& ev) {
   std::uint32_t status = 0;
   if (!OM_req_lib_UNO_IIOP_recv_reply(request) || !OM_req_lib_UNO_IIOP_decode_reply_header(request, &status))
     fail_request(CORBA_COMPLETED_MAYBE, ev);
@@ -146,7 +147,50 @@ void throw_user_exception(void* request, CDR* cdr, const OperationInfo& operatio
   }
 }
 
+/// Sends a request and takes its reply. False: it was forwarded.
+[[gnu::always_inline]] inline bool exchange(Object* self, void* request, bool response_expected,
+                                            const OperationInfo& operation, void* const* slots,
+                                            Unlisted unlisted, Environment& ev) {
+  CDR* const cdr = stream_of(request, ev);
+  cdr->direction = CDR_ENCODE;
+  cdr->leaves_apart = 1;  // the arguments stay until the call returns
+  if (!encode_arguments(cdr, operation.in, slots)) fail_marshal(cdr, CORBA_COMPLETED_NO, ev);
+  if (!OM_req_lib_UNO_IIOP_send_request(request)) fail_request(CORBA_COMPLETED_NO, ev);
+  return !response_expected || take_reply(self, request, cdr, operation, slots, unlisted, ev);
+}
+
+/// What a call moves, for the ORB core.
+struct Moved {
+  const OperationInfo& operation;
+  void* const* slots;
+  Environment& ev;
+
+  static unsigned char arguments(CDR* cdr, void* of) {
+    const Moved& moved = *static_cast<Moved*>(of);
+    return encode_arguments(cdr, moved.operation.in, moved.slots);
+  }
+  static void results(CDR* cdr, void* of) {
+    const Moved& moved = *static_cast<Moved*>(of);
+    read_results(cdr, moved.operation, moved.slots, moved.ev);
+  }
+};
+constexpr ZR_call_moves moves{Moved::arguments, Moved::results};
+
 bool call_once(Object* self, const OperationInfo& operation, void* const* slots, Environment& ev) {
+  Moved moved{operation, slots, ev};
+  void* sent = nullptr;
+  switch (ZR_call_at_hand(self->get_ref(), operation.name, !operation.oneway, &moves, &moved, &sent)) {
+    case ZR_CALL_DONE:
+      return true;
+    case ZR_CALL_SENT: {
+      const Request request(sent);
+      return take_reply(self, sent, stream_of(sent, ev), operation, slots, Unlisted::thrown_as_unknown, ev);
+    }
+    case ZR_CALL_FAILED:
+      fail_request(CORBA_COMPLETED_NO, ev);
+    default:
+      break;
+  }
   const Request request(self, operation, ev);
   return exchange(self, request.get(), !operation.oneway, operation, slots, Unlisted::thrown_as_unknown, ev);
 }
@@ -259,6 +303,7 @@ namespace {
     const unsigned short row = table.index[at & table.mask];
     if (row == 0) return nullptr;
     const OperationInfo* found = table.rows[row - 1];
+    if (found->name == name.text) return found;  // of a call within the process
     if (found->name_length == name.length && std::memcmp(found->name, name.text, name.length) == 0)
       return found;
   }

@@ -88,6 +88,21 @@ ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_reply_header(void* request, ui
  * internal form). */
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_user_excep_hdr(void* request, CORBA_Environment* ev);
 ZRSV_API unsigned char OM_req_lib_UNO_IIOP_decode_standard_excep(void* request, CORBA_Environment* ev);
+/* What moves the arguments and the results of a call between its stream and the caller's memory: true on success. */
+typedef struct ZR_call_moves {
+  unsigned char (*arguments)(CDR* cdr, void* of); /* may be asked again where the call is not at hand */
+  void (*results)(CDR* cdr, void* of);
+} ZR_call_moves;
+enum {
+  ZR_CALL_NOT_AT_HAND = 0, /* nothing was done: take the steps above */
+  ZR_CALL_DONE = 1,        /* the results were moved */
+  ZR_CALL_SENT = 2,        /* *request was sent: go on with recv_reply */
+  ZR_CALL_FAILED = 3       /* as when sending failed */
+};
+/* All steps of a call in one, where the object is of this process and nothing stands between: no interceptor, and
+ * no forward. `operation` need last for the call only. What `results` throws passes. */
+ZRSV_API int ZR_call_at_hand(void* object, const char* operation, unsigned char response_expected,
+                             const ZR_call_moves* moves, void* of, void** request);
 /* Frees the request, whatever became of it; a reply that comes later is dropped. */
 ZRSV_API void OM_req_lib_UNO_IIOP_initiator_request_complete(void* request);
 /* From now on calls on `object` go to where `forward` points, until that fails. After `ZR_FORWARD_LIMIT`

@@ -132,19 +132,14 @@ std::string take_option(std::string_view name, const char* value, Options* to) {
   return {};
 }
 
-/// There from the start, and never destroyed: threads may outlive main.
-union Kept {
-  constexpr Kept() : options() {}
-  ~Kept() {}
-  Options options;
-};
-constinit Kept in_force;
+// Never destroyed: threads may outlive main. Made when the library is loaded, so that who asks needs no guard.
+Options& in_force = *new Options;
 
 }  // namespace
 
-const Options& options() { return in_force.options; }
+const Options& options() { return in_force; }
 
-void set_options(Options options) { in_force.options = std::move(options); }
+void set_options(Options options) { in_force = std::move(options); }
 
 std::string parse_options(int* argc, char** argv, Options* options) {
   if (!argc || !argv) return {};

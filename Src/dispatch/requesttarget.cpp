@@ -36,17 +36,21 @@ POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
 
 /// The POA that the last request on the thread went to: the next one often goes there, too.
 struct LastPoa {
-  std::string path;
+  std::string name_part;
   std::weak_ptr<POAInfo> poa;
   std::uint64_t tree = 0;  // POANode::tree_changes when it was found
 };
 
-/// The warm road: all POAs of the path are there. Null when one is missing.
-POAInfoPtr find_existing(std::string_view path) {
-  LastPoa* last = zrsv::of_thread<LastPoa>();
-  if (last && last->tree == POANode::tree_changes && last->path == path) {
-    if (POAInfoPtr poa = last->poa.lock()) return poa;
-  }
+/// It, when that is the name part of its references and the tree is what it was. Null without it.
+POAInfoPtr find_last(std::string_view name_part) {
+  const LastPoa* const last = zrsv::of_thread<LastPoa>();
+  const bool same = last && last->tree == POANode::tree_changes && last->name_part == name_part;
+  return same ? last->poa.lock() : nullptr;
+}
+
+/// All POAs of the path are there, as a rule. Null when one is missing.
+POAInfoPtr find_existing(std::string_view path, std::string_view name_part) {
+  if (POAInfoPtr found = find_last(name_part)) return found;
   MutexGuard guard(poa_mutex);
   POANode* poa = root_poa_info;
   for (PathNames names(path); const auto name = names.next();) {
@@ -54,8 +58,8 @@ POAInfoPtr find_existing(std::string_view path) {
     if (!poa) return nullptr;
   }
   POAInfoPtr found = record_of(poa->shared_from_this());
-  if (last) {
-    last->path = path;
+  if (LastPoa* const last = zrsv::of_thread<LastPoa>()) {
+    last->name_part = name_part;
     last->poa = found;
     last->tree = POANode::tree_changes;
   }
@@ -64,10 +68,10 @@ POAInfoPtr find_existing(std::string_view path) {
 
 /// POA by POA: missing ones are asked of adapter activators, and those that one is still filling are waited
 /// for.
-POAInfoPtr walk(std::string_view path, CORBA::Environment& ev) {
+POAInfoPtr walk(std::string_view path, std::string_view name_part, CORBA::Environment& ev) {
   if (path.empty()) return record_of(root_poa_info->shared_from_this());
   if (!OM_TRACE_IS_ON) {
-    if (POAInfoPtr found = find_existing(path); found && !AdapterActivation::any()) return found;
+    if (POAInfoPtr found = find_existing(path, name_part); found && !AdapterActivation::any()) return found;
   }
   POAInfoPtr poa = record_of(root_poa_info->shared_from_this());
   for (PathNames names(path); const auto name = names.next();)
@@ -108,6 +112,13 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
   }
   // No name part, parts that pass the end, and a path too long to have been made here are all refused alike.
   const bool whole = target.data.parse(octets, length) && !target.data.name_part.empty();
+  if (whole && !OM_TRACE_IS_ON) {
+    target.poa = find_last(target.data.name_part);
+    if (target.poa && !AdapterActivation::any()) [[likely]] {
+      target.has_data = true;
+      return target;
+    }
+  }
   const std::string_view path = whole ? target.data.path() : "";
   if (!whole || path.size() >= NAME_PART_MAXIMUM) {
     POA_TRACE("bad reference data. throw CORBA::StExcep::BAD_PARAM.");
@@ -115,7 +126,7 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
   }
   target.has_data = true;
   trace_names(path);
-  target.poa = walk(path, ev);
+  target.poa = walk(path, target.data.name_part, ev);
   return target;
 }
 

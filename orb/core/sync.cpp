@@ -20,14 +20,49 @@ LockStore& lock_store() {
   return one;
 }
 
-/// Holds the POA semaphore of the process.
-struct PoaSemaphore {
-  zrsv::RecursiveMutex mutex;
-  std::atomic<uint32_t> line{0};  // where it was taken last, for a debugger
+/// The POA semaphore of the process, which each request takes: a word to take it, and who has it, as its holder may take
+/// it again.
+class PoaSemaphore {
+ public:
+  void lock(uint32_t line) {
+    static thread_local char self;
+    if (holder_.load(std::memory_order_relaxed) == &self) {
+      ++again_;
+      return;
+    }
+    uint32_t state = free;
+    if (!state_.compare_exchange_strong(state, taken, std::memory_order_acquire)) [[unlikely]]
+      wait();
+    holder_.store(&self, std::memory_order_relaxed);
+    line_.store(line, std::memory_order_relaxed);
+  }
+  /// By its holder.
+  void unlock() {
+    if (again_ > 0) {
+      --again_;
+      return;
+    }
+    holder_.store(nullptr, std::memory_order_relaxed);
+    if (state_.exchange(free, std::memory_order_release) == waited_for) [[unlikely]]
+      state_.notify_one();
+  }
+
+ private:
+  static constexpr uint32_t free = 0, taken = 1, waited_for = 2;
+
+  // Who has waited does not know whether others do, so it leaves the word as it found it.
+  [[gnu::cold]] void wait() {
+    while (state_.exchange(waited_for, std::memory_order_acquire) != free) state_.wait(waited_for);
+  }
+
+  std::atomic<uint32_t> state_{free};
+  std::atomic<const char*> holder_{nullptr};
+  uint32_t again_ = 0;             // the holder's
+  std::atomic<uint32_t> line_{0};  // where it was taken last, for a debugger
 };
 
 PoaSemaphore& poa_semaphore() {
-  static PoaSemaphore& one = *new PoaSemaphore;
+  static constinit PoaSemaphore one;
   return one;
 }
 
@@ -69,12 +104,6 @@ unsigned char OM_thread_synch_sem_release(OM_sem* sem) {
   return 1;
 }
 
-void ZR_poa_sem_reserve(uint32_t /*reserved*/, uint32_t line) ZR_NOT_CHECKED {
-  PoaSemaphore& semaphore = poa_semaphore();
-  semaphore.mutex.lock();
-  semaphore.line.store(line, std::memory_order_relaxed);
-}
+void ZR_poa_sem_reserve(uint32_t /*reserved*/, uint32_t line) { poa_semaphore().lock(line); }
 
-void ZR_poa_sem_release(uint32_t /*reserved*/, uint32_t /*line*/) ZR_NOT_CHECKED {
-  poa_semaphore().mutex.unlock();
-}
+void ZR_poa_sem_release(uint32_t /*reserved*/, uint32_t /*line*/) { poa_semaphore().unlock(); }

@@ -156,7 +156,6 @@ TEST_F(Activation, OneOfManyThreadsActivatesDeactivatesAndSetsTheManager) {
   }
 }
 
-// The map is searched linearly, so the objects come in POAs of 100.
 TEST_F(Activation, AHundredThousandObjectsComeAndGo) {
   constexpr std::size_t PER_POA = 100, ROUNDS = 1000;
   std::vector<PlainServant> servants(PER_POA);

@@ -74,6 +74,13 @@ inline std::string request(uint32_t id, const std::string& operation, int32_t ar
   zrsv::giop::end_message(out);
   return out.octets();
 }
+/// A message with so many octets more at its end.
+inline std::string with_more(std::string message, std::size_t octets, char octet = 'x') {
+  message.append(octets, octet);
+  const auto size = static_cast<uint32_t>(message.size() - zrsv::giop::header_size);
+  std::memcpy(message.data() + 8, &size, sizeof size);
+  return message;
+}
 inline std::string cancel(uint32_t id, uint8_t minor = 2) {
   return message(
       Type::CancelRequest, [&](zrsv::Writer& out) { out.u32(id); }, minor);

@@ -136,17 +136,6 @@ std::string one_of(const Texts& answers) {
   return all;
 }
 
-TEST_F(Exhaustion, AConnectionAndARequest) {
-  start({"-ORBThreads", "1"});
-  std::list<Client> clients;  // all stay, so that each connection is a new one
-  sweep("here 7", [&](const Arm& arm) {
-    arm();
-    Client& client = clients.emplace_back(port());
-    const std::string here = client.ask(look_);
-    return one_of({here, client.ask(request(1, "echo", 7, fresh_key()))});
-  });
-}
-
 TEST_F(Exhaustion, ARequestThatWaits) {
   start({"-ORBThreads", "1"});
   std::size_t rounds = 0;
@@ -192,10 +181,7 @@ TEST_F(Exhaustion, AClientThatLeaves) {
 
 TEST_F(Exhaustion, BigMessages) {
   start({"-ORBThreads", "2", "-ORBFragmentSize", "65536"});
-  std::string octets = request(8, "much", 8, key());
-  octets.append(600'000, 'x');
-  const auto size = static_cast<uint32_t>(octets.size() - 12);
-  std::memcpy(octets.data() + 8, &size, sizeof size);
+  const std::string octets = with_more(request(8, "much", 8, key()), 600'000);
   sweep("8", [&](const Arm& arm) {
     Client client(port(), 4096);
     arm();
@@ -208,11 +194,12 @@ TEST_F(Exhaustion, BigMessages) {
 // ---- What fails on the road of one client's call costs the others nothing ----
 
 TEST_F(Exhaustion, OthersWhileAClientComesAndCalls) {
-  start({"-ORBThreads", "2"});
+  start({"-ORBThreads", "1"});
+  std::list<Client> clients;  // all stay, so that each connection is a new one
   sweep("here 7", [&](const Arm& arm) {
     call_of_other();
     arm();
-    Client client(port());
+    Client& client = clients.emplace_back(port());
     call_of_other();
     const std::string here = client.ask(look_);
     call_of_other();

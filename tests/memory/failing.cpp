@@ -18,6 +18,8 @@
 #include <thread>
 #include <utility>
 
+#include "comes_true.h"
+
 namespace {
 
 using failing::What;
@@ -124,9 +126,7 @@ void before_send(std::function<void()> act) {
 }
 
 bool wait_for_asleep(long threads) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (sleepers != threads && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-  return sleepers == threads;
+  return comes_true([=] { return sleepers == threads; });
 }
 
 long live() { return allocated; }

@@ -13,13 +13,6 @@ namespace {
 
 using namespace engine_test;
 
-bool within_bound(const std::function<bool()>& true_at_last) {
-  const auto end = std::chrono::steady_clock::now() + bound;
-  while (!true_at_last())
-    if (std::chrono::steady_clock::now() > end) return false;
-  return true;
-}
-
 class Usage : public Engine {
  protected:
   void SetUp() override {
@@ -28,11 +21,7 @@ class Usage : public Engine {
   }
   /// A request with so many octets behind its argument.
   static std::string large(uint32_t id, const char* operation, std::size_t octets) {
-    std::string message = call(id, operation, 7);
-    message.append(octets, 'x');
-    const auto size = static_cast<uint32_t>(message.size() - 12);
-    std::memcpy(message.data() + 8, &size, sizeof size);
-    return message;
+    return with_more(call(id, operation, 7), octets);
   }
 };
 
@@ -49,7 +38,7 @@ TEST_F(Usage, AnIdleConnectionKeepsLittle) {
   const long before = failing::live();
   for (std::size_t i = 0; i < count; ++i) connect();
   const long own = static_cast<long>(count * (sizeof(Client) + 32));  // the test's ends
-  EXPECT_TRUE(within_bound([&] { return failing::live() - before - own < static_cast<long>(count) * 4096; }))
+  EXPECT_TRUE(comes_true([&] { return failing::live() - before - own < static_cast<long>(count) * 4096; }))
       << (failing::live() - before - own) / static_cast<long>(count);
 }
 
@@ -75,7 +64,7 @@ TEST_F(Usage, ABurstGoesBackToTheSystem) {
     EXPECT_GE(resident() - before, 50'000'000);
     barrier_.open(1);
     for (Client& client : clients) EXPECT_EQ(client.answers(messages), Texts(messages, "7"));
-    EXPECT_TRUE(within_bound([&] { return resident() - before < 25'000'000; })) << resident() - before;
+    EXPECT_TRUE(comes_true([&] { return resident() - before < 25'000'000; })) << resident() - before;
     CORBA_ORB_destroy(orb_, env_);
     orb_ = nullptr;
   }
@@ -92,11 +81,11 @@ TEST_F(Usage, WhoHoldsTheMostIsNotReadAndThenClosed) {
   std::vector<std::thread> threads;
   for (int i = 0; i < 6; ++i)
     threads.emplace_back([&some, client = &greedy.emplace_back(port())] { client->send(some); });
-  ASSERT_TRUE(within_bound([] { return zrsv::over_memory(); }));
+  ASSERT_TRUE(comes_true([] { return zrsv::over_memory(); }));
   EXPECT_EQ(good.ask(large(3, "echo", 20'000)), "TRANSIENT 1");  // would have to wait
   ASSERT_TRUE(good.send(call(4, "echo", 4)));                    // that one may
   std::size_t most = 0;
-  EXPECT_TRUE(within_bound([&] {
+  EXPECT_TRUE(comes_true([&] {
     most = std::max(most, zrsv::memory_used());
     return !zrsv::over_memory();
   }));

@@ -3,10 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <string>
-#include <thread>
 
+#include "comes_true.h"
 #include "zrsv.h"
 
 inline std::string leftovers() {
@@ -24,8 +23,7 @@ inline std::string leftovers() {
 
 /// A servant that was left to itself may be on its way out still.
 inline std::string leftovers_at_last() {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!leftovers().empty() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  comes_true([] { return leftovers().empty(); }, std::chrono::seconds(10));
   return leftovers();
 }
 inline void expect_no_leftovers() { EXPECT_EQ(leftovers_at_last(), ""); }

@@ -75,6 +75,16 @@ TEST_F(Wakeups, AServantHearsThatItsCallIsHeldNoMore) {
   EXPECT_EQ(board_.lines(), Texts{"5"});
 }
 
+TEST_F(Wakeups, TheEndComesWithTheLastRequest) {
+  start({"-ORBThreads", "1"});
+  Client client(port());
+  ASSERT_TRUE(client.send(call(1, "block", 5)) && barrier_.wait_for(1));
+  CORBA_ORB_shutdown(orb_, 0, env_);
+  ASSERT_TRUE(wait_for_asleep(idle));  // who closes instead of the thread in the servant
+  barrier_.open(1);
+  EXPECT_EQ(client.answers(2), (Texts{"5", "CloseConnection"}));
+}
+
 // The slot is free before the reply leaves.
 TEST_F(Wakeups, AReplyOnItsWayIsWaitedForAtTheEnd) {
   start({"-ORBThreads", "1"});

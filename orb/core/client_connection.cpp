@@ -31,12 +31,21 @@ constexpr auto trusted_idle = std::chrono::seconds(1);
 constexpr std::size_t max_cancelled = 1024;
 // How far SO_RCVTIMEO may be over the time that is left, so that it is not set anew for each call.
 constexpr auto limit_slack = milliseconds(10);
+// Requests of up to so many octets are left for another thread that writes, up to so many octets together; a thread
+// sends so often for others, and looks so often, in milliseconds, who else could.
+constexpr std::size_t small_request = 4096, most_left = 64 << 10;
+constexpr unsigned turns_for_others = 4;
+constexpr int moment_ms = 1;
 
 /// The time of the last tick of the system's clock, some milliseconds old at most: a third of the price.
 Clock::time_point coarse_now() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
   return Clock::time_point(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+}
+
+std::size_t size_of(const CDR& message) {
+  return static_cast<std::size_t>(message.out_next - message.out_base);
 }
 
 bool would_block(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
@@ -87,6 +96,9 @@ class Outgoing {
   ~Outgoing() {
     if (fragments_) std::memcpy(message_, header_, sizeof header_);
   }
+  bool is_small() const {
+    return !fragments_ && whole_[1].iov_len == 0 && whole_[0].iov_len <= small_request;
+  }
   Outgoing(const Outgoing&) = delete;
   Outgoing& operator=(const Outgoing&) = delete;
 
@@ -116,6 +128,25 @@ Deadline half_way(Deadline deadline) {
   return now + std::max(deadline - now, Clock::duration::zero()) / 2;
 }
 
+/// Holds the mutex, and wakes those for whom something was done meanwhile when it is free.
+class ZR_SCOPED_CAPABILITY ClientConnection::Hold {
+ public:
+  explicit Hold(ClientConnection& of) ZR_ACQUIRE(of.mutex_) : of_(of) { of_.mutex_.lock(); }
+  ~Hold() ZR_RELEASE() {
+    ClientCall* next = std::exchange(of_.first_woken_, nullptr);
+    of_.mutex_.unlock();
+    while (ClientCall* const call = next) {
+      next = call->next_woken;
+      call->wake.post();  // the last that is done to it
+    }
+  }
+  Hold(const Hold&) = delete;
+  Hold& operator=(const Hold&) = delete;
+
+ private:
+  ClientConnection& of_;
+};
+
 const char* Reply::open(const giop::Header& header) {
   giop::open_message(&body, header, message.data());
   return giop::read_reply(&body, header.minor, &head) ? nullptr : "malformed reply header";
@@ -132,10 +163,9 @@ ClientConnection::~ClientConnection() {
 bool ClientConnection::alive(Clock::time_point now) {
   if (!usable_.load(std::memory_order_relaxed)) return false;
   if (now - last_used() <= trusted_idle) return true;
-  const MutexLock lock(mutex_);
+  const Hold hold(*this);
   if (usable_ && !reading_.exchange(true)) {
     take_input(receive_some(MSG_DONTWAIT));
-    reading_ = false;
     pass_reading_on();
   }
   return usable_;
@@ -145,95 +175,213 @@ ClientConnection::Sent ClientConnection::send(CDR* message, ClientCall* call, bo
                                               Deadline deadline) {
   Outgoing outgoing(message->out_base, static_cast<std::size_t>(message->out_next - message->out_base),
                     message->apart);
+  call->left_to = 0;
   {
-    const MutexLock lock(mutex_);
-    while (usable_ && writing_) {
-      ++write_waiters_;
-      const bool in_time = !writing_ || write_free_.wait_until(mutex_, deadline);
-      --write_waiters_;
-      call->now = Clock::now();
-      // Late, but free: the wake-up may have been this thread's, so it takes the turn.
-      if (!in_time && writing_) return Sent::Late;
-    }
-    if (!usable_) return Sent::Dead;
+    const Hold hold(*this);
+    const bool waits = reply_expected && !call->deferred;
+    if (waits && outgoing.is_small() && leave(*message, call, deadline)) return Sent::Yes;
+    if (const Sent turn = take_turn(call, deadline); turn != Sent::Yes) return turn;
     // Waiting from before the first octet is out: the reply may be read by another thread.
-    if (reply_expected) {
-      if (call->deferred && !known_) {
-        reply_threads().know(*this);
-        known_ = true;
-      }
-      waiting_.push_back(call);
-      deferred_ += call->deferred != nullptr;
-      call->state.store(ClientCall::State::Waiting, std::memory_order_relaxed);
-    }
+    if (reply_expected) enlist(call);
     writing_.store(true, std::memory_order_relaxed);
   }
   const Written written = outgoing.write(fd_, deadline, &call->now);
   last_used_.store(call->now, std::memory_order_relaxed);
-  end_writing();
-  if (written == Written::All) return Sent::Yes;
+  if (written == Written::All) return end_writing(deadline, &call->now), Sent::Yes;
 
-  const MutexLock lock(mutex_);
-  // Other calls are not failed here: their replies may have arrived before the break, and their threads see.
+  const Hold hold(*this);
+  // Before anybody writes behind a part of a message. Other calls are not failed here: their replies may have arrived
+  // before the break, and their threads see.
   if (written != Written::Nothing) retire();
+  writing_ = false;
+  pass_writing_on(deadline, &call->now);
   if (call->state == ClientCall::State::Answered) return Sent::Yes;
   if (unlink(call)) call->state = ClientCall::State::Idle;
   return written == Written::Dead ? Sent::Dead : Sent::Late;
 }
 
-void ClientConnection::end_writing() {
+/// Waits until this thread may write. Yes: it may.
+ClientConnection::Sent ClientConnection::take_turn(ClientCall* call, Deadline deadline) {
+  while (usable_ && (writing_ || is_cut())) {
+    if (!writing_) {
+      send_left(deadline, &call->now);
+      if (is_cut() && call->now >= deadline) return Sent::Late;
+      continue;
+    }
+    ++write_waiters_;
+    const bool in_time = !writing_ || write_free_.wait_until(mutex_, deadline);
+    --write_waiters_;
+    call->now = Clock::now();
+    // Late, but free: the wake-up may have been this thread's, so it takes the turn.
+    if (!in_time && writing_) return Sent::Late;
+  }
+  return usable_ ? Sent::Yes : Sent::Dead;
+}
+
+void ClientConnection::enlist(ClientCall* call) {
+  if (call->deferred && !known_) {
+    reply_threads().know(*this);
+    known_ = true;
+  }
+  waiting_.push_back(call);
+  deferred_ += call->deferred != nullptr;
+  call->state.store(ClientCall::State::Waiting, std::memory_order_relaxed);
+}
+
+/// While another thread writes a small request is left for that one, and this thread waits for the reply only. False: it
+/// is to send itself.
+bool ClientConnection::leave(const CDR& message, ClientCall* call, Deadline deadline) {
+  const std::size_t size = size_of(message);
+  if (!usable_ || !(writing_ || any_left_) || left_.size() > most_left || !left_.reserve(size)) return false;
+  waiting_.reserve(waiting_.size() + 1);
+  ++write_waiters_;  // who ends writing from now on looks
+  if (!writing_ && left_.size() == 0) return --write_waiters_, false;
+  if (std::exchange(any_left_, true)) --write_waiters_;
+  left_.append(message.out_base, size);
+  octets_left_ += size;
+  call->left_to = octets_left_;
+  enlist(call);
+  send_left(deadline, &call->now);
+  return true;
+}
+
+/// Sends what was left, unless another thread writes. Who does that for others does it a few times only, and hands it on
+/// to one of those then.
+void ClientConnection::send_left(Deadline deadline, Clock::time_point* now) {
+  for (unsigned turns = 0; usable_ && !writing_ && left_.size() > 0; ++turns) {
+    if (turns >= turns_for_others && wake_writer()) return;
+    if (turns > 0 && *now >= deadline) return;
+    write_left(now);
+  }
+}
+
+/// One send; where there is no room it waits for a moment.
+void ClientConnection::write_left(Clock::time_point* now) {
+  writing_ = true;
+  std::swap(going_, left_);
+  ssize_t n = 0;
+  bool dead = false;
+  {
+    const Unlocked unlocked(mutex_);
+    n = ::send(fd_, going_.data(), going_.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    const bool full = n < 0 && would_block(errno);
+    dead = n < 0 && !full && errno != EINTR;
+    if (full) {
+      pollfd poll_fd{fd_, POLLOUT, 0};
+      ::poll(&poll_fd, 1, moment_ms);
+      *now = Clock::now();
+    }
+  }
+  writing_ = false;
+  write_free_.notify_one();
+  if (dead) retire();
+  took(static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+}
+
+/// Of what is going so many octets went; the rest comes before what others have left meanwhile.
+void ClientConnection::took(std::size_t octets) {
+  octets_sent_ += octets;
+  going_.consume(octets);
+  if (going_.size() > 0) {
+    cut_to_ = octets_sent_ + going_.size();
+    if (!going_.append(left_.data(), left_.size())) retire();
+    std::swap(going_, left_);
+  }
+  going_.clear();
+  if (left_.size() == 0 && std::exchange(any_left_, false)) --write_waiters_;
+  // Those whose requests were left did not read before these were sent.
+  if (!reading_.exchange(true)) pass_reading_on();
+}
+
+/// Has one of those whose requests are left send. False: none of them sleeps.
+bool ClientConnection::wake_writer() {
+  const auto next =
+      std::find_if(waiting_.begin(), waiting_.end(),
+                   [this](const ClientCall* c) ZR_REQUIRES(mutex_) { return c->asleep && is_left(*c); });
+  if (next == waiting_.end()) return false;
+  wake(*next, false);
+  return true;
+}
+
+void ClientConnection::end_writing(Deadline deadline, Clock::time_point* now) {
   writing_ = false;
   if (write_waiters_ == 0) return;  // who counts itself from now on sees that the turn is free
-  const MutexLock lock(mutex_);
+  const Hold hold(*this);
+  pass_writing_on(deadline, now);
+}
+
+void ClientConnection::pass_writing_on(Deadline deadline, Clock::time_point* now) {
+  send_left(deadline, now);
+  if (usable_ && !writing_ && left_.size() > 0) wake_writer();
   write_free_.notify_one();
 }
 
 bool ClientConnection::receive(ClientCall* call, Deadline deadline) {
   // The program may have done something else since it sent the request.
   if (deadline != Deadline::max()) call->now = std::max(call->now, coarse_now());
-  if (!reading_.exchange(true)) lead(call, deadline);
-  if (call->state != ClientCall::State::Waiting) return true;
-  const MutexLock lock(mutex_);
-  while (call->state == ClientCall::State::Waiting && call->now < deadline) {
-    if (!reading_.exchange(true)) {
-      const Unlocked unlocked(mutex_);
-      lead(call, deadline);
-      continue;
-    }
-    call->asleep = true;
-    call->wake.wait_until(mutex_, deadline);
-    call->asleep = false;
-    call->now = Clock::now();
+  bool reads = call->left_to == 0 && !reading_.exchange(true);
+  for (;;) {
+    if (reads) lead(call, deadline);
+    if (call->state != ClientCall::State::Waiting) return true;
+    if (call->now >= deadline) break;
+    reads = sleep(call, deadline);
   }
-  // Always: this thread may have been the one asked to read, and leave for another reason.
-  if (!reading_) pass_reading_on();
-  if (call->state != ClientCall::State::Waiting) return true;
-  give_up(call);
-  return false;
+  forget(call);
+  return call->state != ClientCall::State::Idle;
+}
+
+/// Sleeps while another thread reads, until the call is settled or its time is up. True: this thread is to read now.
+bool ClientConnection::sleep(ClientCall* call, Deadline deadline) {
+  {
+    const Hold hold(*this);
+    if (is_left(*call)) send_left(deadline, &call->now);
+    if (!is_left(*call) && !reading_.exchange(true)) return true;
+    if (call->state != ClientCall::State::Waiting || call->now >= deadline) return false;
+    call->asleep = true;
+  }
+  const bool woken = call->wake.wait_until(deadline);
+  if (woken && !call->reads) return false;
+  call->now = Clock::now();
+  if (woken) return true;
+  {
+    const Hold hold(*this);
+    if (std::exchange(call->asleep, false)) return false;
+  }
+  call->wake.wait();  // the post was on its way
+  return call->reads;
+}
+
+/// Wakes its thread, which sleeps, once the mutex is free: it would only wait for that.
+void ClientConnection::wake(ClientCall* call, bool to_read) {
+  call->asleep = false;
+  call->reads.store(to_read, std::memory_order_release);
+  call->next_woken = nullptr;
+  (first_woken_ ? last_woken_->next_woken : first_woken_) = call;
+  last_woken_ = call;
 }
 
 void ClientConnection::attend() {
-  const MutexLock lock(mutex_);
-  if (!reading_) pass_reading_on();
+  const Hold hold(*this);
+  if (!reading_.exchange(true)) pass_reading_on();
 }
 
 void ClientConnection::take_replies() {
-  const MutexLock lock(mutex_);
+  const Hold hold(*this);
   watched_ = false;
   if (reading_.exchange(true)) return;  // who reads has it watched again, where need be
   take_input(receive_some(MSG_DONTWAIT));
   last_used_.store(Clock::now(), std::memory_order_relaxed);
-  reading_.store(false, std::memory_order_release);
   pass_reading_on();
 }
 
 void ClientConnection::forget(ClientCall* call) {
-  const MutexLock lock(mutex_);
+  const Hold hold(*this);
   if (call->state == ClientCall::State::Waiting) give_up(call);
+  if (usable_ && !writing_ && left_.size() > 0) wake_writer();  // that may have been this thread's
 }
 
 void ClientConnection::close(Fault why) {
-  const MutexLock lock(mutex_);
+  const Hold hold(*this);
   fail_all(why, false);
 }
 
@@ -243,7 +391,7 @@ void ClientConnection::lead(ClientCall* own, Deadline deadline) {
   while (own->state == ClientCall::State::Waiting) {
     set_receive_limit(deadline, own->now);
     const Got got = receive_some(0);
-    const MutexLock lock(mutex_);
+    const Hold hold(*this);
     take_input(got);
     if (own->state == ClientCall::State::Waiting) {
       own->now = Clock::now();
@@ -251,20 +399,24 @@ void ClientConnection::lead(ClientCall* own, Deadline deadline) {
     }
     return stop_leading(*own);
   }
-  const MutexLock lock(mutex_);
+  const Hold hold(*this);
   stop_leading(*own);
 }
 
 void ClientConnection::stop_leading(const ClientCall& own) {
   last_used_.store(own.now, std::memory_order_relaxed);
-  reading_.store(false, std::memory_order_release);
   pass_reading_on();
 }
 
+/// The reading is this thread's. The one that sent last gets it: the replies of the others come before its own, so it
+/// reads for them all.
 void ClientConnection::pass_reading_on() {
-  const auto next =
-      std::find_if(waiting_.begin(), waiting_.end(), [](const ClientCall* c) { return c->asleep; });
-  if (next != waiting_.end()) return (*next)->wake.notify_one();
+  ClientCall* next = nullptr;
+  for (ClientCall* call : waiting_)
+    if (call->asleep && !is_left(*call) && (!next || static_cast<int32_t>(call->id - next->id) > 0))
+      next = call;
+  if (next) return wake(next, true);
+  reading_.store(false, std::memory_order_release);
   if (deferred_ > 0 && !watched_) [[unlikely]] {
     watched_ = true;
     reply_threads().watch(*this);
@@ -344,7 +496,7 @@ const char* ClientConnection::take_message(const giop::Header& header) {
 void ClientConnection::settle(ClientCall* call, ClientCall::State state) {
   unlink(call);
   // Before it is settled: its owner is not there any more afterwards.
-  if (call->asleep) call->wake.notify_one();
+  if (call->asleep) wake(call, false);
   Deferred* const deferred = call->deferred;
   call->state.store(state, std::memory_order_release);
   if (deferred) [[unlikely]]
@@ -365,7 +517,8 @@ void ClientConnection::fail_all(Fault why, bool may_send_again) {
   while (!waiting_.empty()) {
     ClientCall* call = waiting_.back();
     call->fault = why;
-    settle(call, may_send_again ? ClientCall::State::Unheard : ClientCall::State::Failed);
+    settle(call, may_send_again || call->left_to > octets_sent_ ? ClientCall::State::Unheard
+                                                                : ClientCall::State::Failed);
   }
 }
 
@@ -383,7 +536,7 @@ void ClientConnection::give_up(ClientCall* call) {
 
 /// Tells the server, when that costs no waiting: it is a hint, no more.
 void ClientConnection::cancel(const ClientCall& call) {
-  if (writing_ || !usable_) return;
+  if (writing_ || !usable_ || left_.size() > 0) return;
   unsigned char message[giop::cancel_size];
   giop::write_cancel(message, call.minor, call.id);
   const ssize_t n = ::send(fd_, message, sizeof message, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -396,6 +549,8 @@ void ClientConnection::retire() {
   usable_ = false;
   ::shutdown(fd_, SHUT_RDWR);
   write_free_.notify_all();
+  // Those whose requests were left sleep, and nobody need be reading. They are to see the end.
+  if (any_left_ && !reading_.exchange(true)) pass_reading_on();
 }
 
 /// Keeps SO_RCVTIMEO close to the time left; too short costs a turn of the loop, too long a late TIMEOUT.

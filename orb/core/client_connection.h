@@ -13,6 +13,7 @@
 #include "assembler.h"
 #include "counting.h"
 #include "reference.h"
+#include "thread_semaphore.h"
 #include "zrsv/thread_safety.h"
 
 namespace zrsv {
@@ -70,13 +71,16 @@ struct ClientCall {
   uint8_t minor = 2;  // GIOP version of its request
   std::atomic<State> state{State::Idle};
   Deferred* deferred = nullptr;  // told when it is settled; null: a thread waits
-  bool asleep = false;           // its thread sleeps on `wake`, and may be asked to read
+  bool asleep = false;           // its thread sleeps on `wake`, which will be posted once for that
+  uint64_t left_to = 0;  // where its request ends among those left for another thread to send; 0: it was not
   /// The time, as its thread last read the clock. The library has not waited for anything since, so this is
   /// still good for time limits; reading the clock at every step would cost more than the steps.
   Clock::time_point now;
   Fault fault;
   Reply reply;
-  Condition wake;
+  Semaphore wake;
+  std::atomic<bool> reads{false};    // its thread was woken to read for all
+  ClientCall* next_woken = nullptr;  // to be woken after it
 };
 
 class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
@@ -118,7 +122,22 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
  private:
   enum class Got { Octets, Nothing, End };
-  void end_writing();
+  class Hold;
+  bool sleep(ClientCall* call, Deadline deadline);
+  void wake(ClientCall* call, bool to_read) ZR_REQUIRES(mutex_);
+  Sent take_turn(ClientCall* call, Deadline deadline) ZR_REQUIRES(mutex_);
+  void enlist(ClientCall* call) ZR_REQUIRES(mutex_);
+  bool leave(const CDR& message, ClientCall* call, Deadline deadline) ZR_REQUIRES(mutex_);
+  bool is_left(const ClientCall& call) const ZR_REQUIRES(mutex_) {
+    return usable_ && call.left_to > octets_sent_;
+  }
+  bool is_cut() const ZR_REQUIRES(mutex_) { return cut_to_ > octets_sent_; }
+  void send_left(Deadline deadline, Clock::time_point* now) ZR_REQUIRES(mutex_);
+  void write_left(Clock::time_point* now) ZR_REQUIRES(mutex_);
+  void took(std::size_t octets) ZR_REQUIRES(mutex_);
+  bool wake_writer() ZR_REQUIRES(mutex_);
+  void pass_writing_on(Deadline deadline, Clock::time_point* now) ZR_REQUIRES(mutex_);
+  void end_writing(Deadline deadline, Clock::time_point* now);
   void lead(ClientCall* own, Deadline deadline);
   void set_receive_limit(Deadline deadline, Clock::time_point now);
   Got receive_some(int flags);  // the reader's
@@ -143,7 +162,8 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
   // Set by the thread that writes a message, one at a time, and cleared by it without the mutex.
   std::atomic<bool> writing_{false};
-  std::atomic<uint32_t> write_waiters_{0};  // threads that saw it set, or are about to look
+  // Threads that saw it set, or are about to look; and one more while requests are left to be sent.
+  std::atomic<uint32_t> write_waiters_{0};
   // Set by the thread that reads for all, with or without the mutex, and cleared with it, so that those who
   // sleep miss no turn. The assembler and limit_ are that thread's own.
   std::atomic<bool> reading_{false};
@@ -151,6 +171,16 @@ class ClientConnection : public std::enable_shared_from_this<ClientConnection> {
 
   Mutex mutex_;
   Condition write_free_;
+  // Small requests that came while another thread wrote, for whoever writes next; how many octets were left so and how
+  // many of these were sent; and how many must be before anything else is, as a request among them may have begun to go.
+  Buffer left_ ZR_GUARDED_BY(mutex_);
+  bool any_left_ ZR_GUARDED_BY(mutex_) = false;  // counted in write_waiters_
+  uint64_t octets_left_ ZR_GUARDED_BY(mutex_) = 0, octets_sent_ ZR_GUARDED_BY(mutex_) = 0;
+  uint64_t cut_to_ ZR_GUARDED_BY(mutex_) = 0;
+  Buffer going_;  // of the thread that writes
+  // Whom to wake when the mutex is free, in turn.
+  ClientCall* first_woken_ ZR_GUARDED_BY(mutex_) = nullptr;
+  ClientCall* last_woken_ ZR_GUARDED_BY(mutex_) = nullptr;
   std::atomic<bool> usable_{true};  // written with mutex_ held
   std::vector<ClientCall*> waiting_ ZR_GUARDED_BY(mutex_);
   uint32_t deferred_ ZR_GUARDED_BY(mutex_) = 0;           // of these, calls that no thread waits for

@@ -27,6 +27,7 @@ constexpr std::size_t keep = large_from;  // memory that a thread keeps in each 
 constexpr unsigned turns_in_a_row = 64;   // messages and reads of one connection before others are looked at
 constexpr unsigned ready_in_a_row = 16;   // connections from the ready list before new events are looked at
 
+constexpr unsigned turns_while_looking = 2;  // of these, as others count on a thread that looks
 constexpr unsigned turns_without_call = 16;  // reads that bring no call, before a thread is unpinned
 
 // Nobody cancels the threads of the engine. The system, once told, leaves its book-keeping of that out of
@@ -138,6 +139,8 @@ void Engine::work() {
 }
 
 void Engine::round(Worker& worker) {
+  worker.roams = true;
+  look(worker);
   if (!worker.slot && waiting_.any()) worker.slot = slots_.take();
   if (worker.slot) run_waiting(worker);
   const bool ready = ready_count_.load() > 0;
@@ -148,10 +151,12 @@ void Engine::round(Worker& worker) {
 // One event at a time: a second one would have to wait until the first request has run.
 void Engine::wait_for_event(Worker& worker, bool block) {
   idle_.fetch_add(1);
+  look_away(worker);
   if (ready_count_.load() > 0 || (waiting_.any() && slots_.any_free())) block = false;
   epoll_event event{};
   const int n = ::epoll_wait(epoll_, &event, 1, block ? -1 : 0);
   idle_.fetch_sub(1);
+  look(worker);
   if (n <= 0) return;
   if (!event.data.ptr) {
     wake_pending_.store(false);
@@ -166,6 +171,7 @@ void Engine::wait_for_event(Worker& worker, bool block) {
 }
 
 void Engine::take_event(Worker& worker, const Ref<Connection>& connection, uint32_t events) {
+  if (connection->has_output()) look_away(worker);
   if (events & EPOLLOUT) connection->flush();
   if ((events & ~EPOLLOUT) == 0) return;
   const bool hung_up = (events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
@@ -181,6 +187,8 @@ void Engine::pin_to(Worker& worker, const Ref<Connection>& connection) {
   if (worker.slot) run_waiting(worker);
   Pins::Pin* const pin = pins_.take(*connection);
   if (!pin) return;
+  worker.roams = false;
+  look_away(worker);
   if (connection->begin_read(false)) {
     if (has_threads(threads_to_pin_, pins_.taken())) {
       watch_input(*connection, false);
@@ -256,6 +264,8 @@ void Engine::serve(Worker& worker, const Ref<Connection>& connection) {
 
 void Engine::read(Worker& worker, const Ref<Connection>& connection) {
   for (unsigned turns = 0; turns < turns_in_a_row; ++turns) {
+    if (worker.looks && (turns == turns_while_looking || connection->assembler().incomplete() >= large_from))
+      look_away(worker);
     if (over_memory()) [[unlikely]]
       connection->note_input();
     if (connection->over_share() && connection->pause()) return;
@@ -353,6 +363,7 @@ Engine::Next Engine::admit(Worker& worker, ServerRequest& request) {
   }
   if (Slot slot = slot_to_run_now(request)) {
     worker.slot = std::move(slot);
+    look_away(worker);
     give_reading_back(worker, *request.connection);
     run(worker, request, After::GiveBack);
     return Next::Leave;
@@ -374,6 +385,7 @@ void Engine::run(Worker& worker, ServerRequest& request, After after) {
   if (request.connection && !request.connection->served.load(std::memory_order_relaxed))
     request.connection->served = true;
   if (request.orphaned()) return;
+  look_away(worker);
   execute(request, this, pool_.options().max_message, &worker.reply);
   if (in_forked_child()) end_forked_child();
   if (request.waits.wanted) [[unlikely]]
@@ -384,7 +396,9 @@ void Engine::run(Worker& worker, ServerRequest& request, After after) {
   apart.keep(&request.message);
   Buffer reply = Buffer::take(&request.cdr);
   if (request.waiter) return request.waiter->finish(std::move(reply));
-  if (after == After::GiveBack && !apart && reply.size() < counted_from) give_back_early(worker);
+  const bool small = !apart && reply.size() < counted_from;
+  if (small && worker.roams) look(worker);
+  if (after == After::GiveBack && small) give_back_early(worker);
   if (request.connection && request.head.response_expected)
     send_reply(*request.connection, &reply, std::move(apart));
   if (left_behind) report_loss(*request.connection);
@@ -480,9 +494,20 @@ Ref<Connection> Engine::pop_ready() {
 
 // One wake-up at a time is on its way; the thread that it wakes wakes the next one where there is more to do.
 void Engine::wake() {
-  if (idle_.load() == 0 || wake_pending_.exchange(true)) return;
+  if (looking_.load() > 0 || idle_.load() == 0 || wake_pending_.exchange(true)) return;
   const uint64_t one = 1;
   if (::write(wake_, &one, sizeof one) < 0) wake_pending_.store(false);
+}
+
+// Between two requests a thread will look for more to do in a moment. Before it goes anywhere else it looks away, and sees
+// then what has been left to it.
+void Engine::look(Worker& worker) {
+  if (!std::exchange(worker.looks, true)) looking_.fetch_add(1);
+}
+
+void Engine::look_away(Worker& worker) {
+  if (!std::exchange(worker.looks, false) || looking_.fetch_sub(1) > 1) return;
+  if (ready_count_.load() > 0 || (waiting_.any() && slots_.any_free())) wake();
 }
 
 // ---- Slots and jobs ----
@@ -534,7 +559,7 @@ void Engine::run_waiting(Worker& worker) {
       const Waiting::Turn turn = waiting_.next();
       if (ready_count_.load() > 0 || (waiting_.any() && slots_.any_free())) wake();
       if (turn.request) run(worker, *turn.request);
-      if (turn.lost) tell_of_loss(*turn.lost);
+      if (turn.lost) tell_of_loss(worker, *turn.lost);
     }
     worker.slot.give_back();
     if (waiting_.any()) worker.slot = slots_.take();
@@ -621,7 +646,7 @@ void Engine::perform_work() {
   if (!hosted_waiting_.any() && ::read(hosted_work_, &count, sizeof count) > 0) tell_of_work();
   Worker worker;
   if (turn.request) run(worker, *turn.request);
-  if (turn.lost) tell_of_loss(*turn.lost);
+  if (turn.lost) tell_of_loss(worker, *turn.lost);
 }
 
 // ---- Refusals ----
@@ -667,7 +692,8 @@ void Engine::report_loss(Connection& connection) {
   tell_of_work();
 }
 
-void Engine::tell_of_loss(Connection& connection) {
+void Engine::tell_of_loss(Worker& worker, Connection& connection) {
+  look_away(worker);
   const Upcall upcall;
   PeerAddress peer = connection.peer();
   try {

@@ -73,6 +73,8 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
     /// What the key names, there until the next call; null when this process never minted such a key.
     Reference* find_target(std::string_view key);
     Slot slot;
+    bool roams = false;          // it serves whatever comes, and is not pinned
+    bool looks = false;          // it is one of looking_
     bool may_pin = false;        // the connection just served is one to be pinned to
     Pins::Pin* pin = nullptr;    // while it is pinned to the connection that it serves
     unsigned turns_left = 0;     // that may bring no call, while it is pinned
@@ -112,6 +114,8 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   void watch_output(Connection& connection) override;
   Ref<Connection> pop_ready();
   void wake();
+  void look(Worker& worker);
+  void look_away(Worker& worker);
 
   // Slots, and what waits for one.
   bool has_threads(std::atomic<uint32_t>& more, uint32_t wanted);
@@ -135,7 +139,7 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   [[gnu::cold]] void reject(uint8_t minor, const Ref<Connection>& connection, const char* what);
   [[gnu::cold]] void lose(const Ref<Connection>& connection);
   [[gnu::cold]] void report_loss(Connection& connection);
-  void tell_of_loss(Connection& connection);
+  void tell_of_loss(Worker& worker, Connection& connection);
   bool has_room(const PeerAddress& peer);
 
   void relieve(Clock::time_point now);
@@ -163,6 +167,9 @@ class Engine : public std::enable_shared_from_this<Engine>, public SlotLender, p
   // A thread that found nothing to do counts itself idle before it looks a last time, and who adds something
   // looks for idle threads afterwards: one of the two sees the other.
   std::atomic<uint32_t> idle_{0};
+  // Threads that will soon look for more to do, whatever comes: neither idle, nor in a servant, nor busy with much input
+  // or output. While there is one nobody has to be woken; who ceases to be one looks afterwards.
+  std::atomic<uint32_t> looking_{0};
   std::atomic<bool> wake_pending_{false};
   // Beside the first ones; written with end_mutex_ held.
   std::atomic<uint32_t> threads_to_lend_{0}, threads_to_pin_{0};

@@ -35,6 +35,24 @@ class Client : public testing::Test {
   }
 };
 
+constexpr std::size_t more_than_fits = 3'000'000;  // into a socket at once
+
+/// A call whose request is still on its way out.
+class LongCall {
+ public:
+  LongCall(const Ref<Reference>& object, std::future<void> begun, Result expected)
+      : thread_([=] { EXPECT_EQ(Call(object, 42, true, 2 * more_than_fits).run(), expected); }) {
+    EXPECT_EQ(begun.wait_for(bound), std::future_status::ready);
+  }
+  ~LongCall() { end(); }
+  void end() {
+    if (thread_.joinable()) thread_.join();
+  }
+
+ private:
+  std::thread thread_;
+};
+
 std::string number(uint32_t value) {
   return encoded([&](Writer& out) { out.u32(value); });
 }
@@ -89,7 +107,7 @@ TEST_F(Client, ReadsABigEndianReplyOctetByOctet) {
 
 TEST_F(Client, SendsLongMessagesInFragments) {
   set(&Options::fragment_size, 1000u);
-  constexpr std::size_t filler = 3'000'000;  // more than the socket takes at once
+  constexpr std::size_t filler = more_than_fits;
   for (uint8_t minor = 0; minor <= 2; ++minor) {
     ScriptedServer server({[&](Peer& peer) {
       const Got got = peer.read();
@@ -221,6 +239,58 @@ TEST_F(Client, TheReaderHandsItsRoleOn) {
   waits.join();
   EXPECT_EQ(call(object, 5), "5");  // over the same connection, behind the late reply
   EXPECT_EQ(server.accepted, 1);
+}
+
+TEST_F(Client, ShortRequestsAreLeftForTheThreadThatWrites) {
+  set(&Options::client_connections, 1u);
+  std::promise<void> begun, go_on;
+  ScriptedServer server({[&](Peer& peer) {
+    peer.await_input();
+    begun.set_value();
+    go_on.get_future().wait_for(bound);
+    const Got first = peer.read(), late = peer.read(), last = peer.read();
+    EXPECT_EQ(late.argument, 1u);
+    for (const Got& got : {last, late, first}) peer.echo(got);
+    peer.echo_all();
+  }});
+  const auto object = reference_to({{server.port()}});
+  LongCall writes(object, begun.get_future(), "42");
+  set(&Options::timeout_ms, 50u);
+  Call late(object, 1);
+  EXPECT_TRUE(late.send());
+  EXPECT_EQ(late.result(), "TIMEOUT 1");
+  set(&Options::timeout_ms, 10'000u);
+  Call last(object, 2);
+  EXPECT_TRUE(last.send());
+  go_on.set_value();
+  EXPECT_EQ(last.result(), "2");
+  writes.end();
+  EXPECT_EQ(call(object, 3), "3");
+  EXPECT_EQ(server.accepted, 1);
+}
+
+// A request that did not get out in time ends its connection. What others left behind it goes over another one.
+TEST_F(Client, NothingIsSentBehindAPartOfARequest) {
+  set(&Options::client_connections, 1u);
+  set(&Options::fragment_size, 0u);
+  std::promise<void> begun, cut;
+  ScriptedServer server({[&](Peer& peer) {
+                           peer.await_input();
+                           begun.set_value();
+                           cut.get_future().wait_for(bound);
+                           EXPECT_TRUE(peer.rest().ends_with("ZZZZ"));
+                         },
+                         [](Peer& peer) { peer.echo_all(); }});
+  const auto object = reference_to({{server.port()}});
+  set(&Options::timeout_ms, 200u);
+  LongCall writes(object, begun.get_future(), "TIMEOUT 1");
+  set(&Options::timeout_ms, 10'000u);
+  Call left(object, 5);
+  EXPECT_TRUE(left.send());
+  writes.end();
+  cut.set_value();
+  EXPECT_EQ(left.result(), "5");
+  EXPECT_EQ(server.accepted, 2);
 }
 
 TEST_F(Client, SendsAgainOnlyWhatTheServerDidNotTake) {

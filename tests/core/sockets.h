@@ -95,6 +95,19 @@ class Socket {
     octets->assign(reinterpret_cast<const char*>(message.data()), message.size());
     return true;
   }
+  /// Until something has come, which stays there.
+  void await_input() {
+    char first = 0;
+    EXPECT_EQ(::recv(fd_, &first, 1, MSG_PEEK), 1);
+  }
+  /// All that comes until the connection's end.
+  std::string rest() {
+    std::string all;
+    char some[1 << 16];
+    for (ssize_t n; (n = ::recv(fd_, some, sizeof some, 0)) > 0;)
+      all.append(some, static_cast<std::size_t>(n));
+    return all;
+  }
   int fd() const { return fd_; }
   /// Gives back what reading took.
   void forget() { in_.reset(); }

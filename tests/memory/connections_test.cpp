@@ -62,6 +62,41 @@ TEST_F(Connections, GoOnAfterASignal) {
   EXPECT_EQ(server.accepted, 1);
 }
 
+// Short requests are left for the thread of a long one.
+TEST_F(Connections, SendWhatWasLeftWhateverASendComesTo) {
+  zrsv::Options one;
+  one.client_connections = 1;
+  one.timeout_ms = 2000;
+  zrsv::set_options(one);
+  for (const auto what : {failing::What::full, failing::What::shortened, failing::What::interrupted}) {
+    bool failed = true;
+    for (long n = 1; failed; ++n) {
+      ASSERT_LT(n, 200);
+      std::promise<void> begun, go_on;
+      ScriptedServer server({[&](Peer& peer) {
+        const Counted not_this(false);
+        peer.await_input();
+        begun.set_value();
+        go_on.get_future().wait_for(bound);
+        peer.echo_all();
+      }});
+      const auto target = reference_to({{server.port()}});
+      auto first = std::async(std::launch::async, [&] { return Call(target, 1, true, 6'000'000).run(); });
+      begun.get_future().wait_for(bound);
+      const Counted this_thread;
+      Call left(target, 2), too(target, 3);
+      EXPECT_TRUE(left.send() && too.send());
+      auto second = std::async(std::launch::async, [&] { return left.result(); });
+      auto third = std::async(std::launch::async, [&] { return too.result(); });
+      failing::begin(what, n, 6);
+      go_on.set_value();
+      EXPECT_EQ(first.get() + second.get() + third.get(), "123");
+      failed = failing::end();
+      EXPECT_EQ(server.accepted, 1);
+    }
+  }
+}
+
 TEST_F(Connections, AreMadeByOneThreadForAllThatWait) {
   zrsv::Options one;
   one.client_connections = 1;

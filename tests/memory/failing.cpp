@@ -178,6 +178,7 @@ ssize_t __wrap_recv(int fd, void* at, std::size_t octets, int flags) {
 ssize_t __wrap_send(int fd, const void* at, std::size_t octets, int flags) {
   about_to_send();
   if (broken(EPIPE)) return -1;
+  if (fails(What::full)) return errno = EAGAIN, -1;
   return __real_send(fd, at, octets > 1 && fails(What::shortened) ? 1 : octets, flags);
 }
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {

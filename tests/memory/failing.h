@@ -12,6 +12,7 @@ enum class What {
   interrupted,  // a signal came: nothing was done
   shortened,    // one octet is sent, however many were wanted
   clock,        // an hour has passed
+  full,         // nothing is sent, as if the socket took no more
   shortage      // there is no descriptor, no watch and no thread left
 };
 

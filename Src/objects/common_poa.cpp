@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 
 #include "base/minor_codes.h"
 #include "base/trace.h"
+#include "zrsv/of_thread.h"
 
 using CORBA::ULong;
 using PortableServer::ObjectId;
@@ -198,10 +200,10 @@ class SeenEnvironment {
 
 /// Whether POA_UNIQUE_SYSID asks for the unique form. It is looked at each time.
 bool unique_form() {
-  thread_local constinit SeenEnvironment seen;
-  if (seen.is_the_same()) return true;
+  SeenEnvironment* const seen = zrsv::of_thread<SeenEnvironment>();
+  if (seen && seen->is_the_same()) return true;
   if (const char* choice = std::getenv("POA_UNIQUE_SYSID")) return std::strcmp(choice, "TRUE") == 0;
-  seen.keep();
+  if (seen) seen->keep();
   return true;
 }
 

@@ -112,7 +112,7 @@ class Exhaustion : public Engine {
 
   static constexpr std::chrono::seconds soon_{3};
   static constexpr const char* names[] = {"allocation", "call to a socket", "interrupted call", "short call",
-                                          "leap",       "shortage"};
+                                          "leap",       "full socket",      "shortage"};
   std::vector<std::pair<What, long>> faults{{What::allocation, 0},  {What::allocation, 3}, {What::socket, 0},
                                             {What::interrupted, 0}, {What::shortened, 0},  {What::clock, 0},
                                             {What::shortage, 0}};

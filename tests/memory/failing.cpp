@@ -2,6 +2,7 @@
 
 #include <malloc.h>
 #include <poll.h>
+#include <semaphore.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -49,6 +50,12 @@ class Asleep {
  private:
   const bool counts_;
 };
+
+/// The system's clock has not leapt.
+timespec as_if_none_had_passed(timespec deadline) {
+  if (counted) deadline.tv_sec = std::max<time_t>(deadline.tv_sec - hours * 3600, 0);
+  return deadline;
+}
 
 void about_to_send() {
   if (!counted || !acts_before_send.exchange(false)) return;
@@ -231,9 +238,19 @@ int __real_pthread_cond_clockwait(pthread_cond_t* event, pthread_mutex_t* mutex,
 int __wrap_pthread_cond_clockwait(pthread_cond_t* event, pthread_mutex_t* mutex, clockid_t clock,
                                   const timespec* until) {
   const Asleep this_thread(true);
-  timespec real = *until;  // the system's clock has not leapt
-  if (counted) real.tv_sec = std::max<time_t>(real.tv_sec - hours * 3600, 0);
+  const timespec real = as_if_none_had_passed(*until);
   return __real_pthread_cond_clockwait(event, mutex, clock, &real);
+}
+int __real_sem_wait(sem_t* semaphore);
+int __wrap_sem_wait(sem_t* semaphore) {
+  const Asleep this_thread(true);
+  return __real_sem_wait(semaphore);
+}
+int __real_sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until);
+int __wrap_sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* until) {
+  const Asleep this_thread(true);
+  const timespec real = as_if_none_had_passed(*until);
+  return __real_sem_clockwait(semaphore, clock, &real);
 }
 void __real__ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE(std::condition_variable* event,
                                                                       std::unique_lock<std::mutex>& lock);

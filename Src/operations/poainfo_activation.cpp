@@ -255,13 +255,13 @@ void POAInfo::set_servant_manager(ServantManager* imgr, CORBA::Environment& ev) 
                             policies.retains() ? "retain. throw CORBA::StExcep::BAD_PARAM"
                                                : "non_retain. throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::set_servant_manager [BAD_PARAM.]");
+  const CORBA::Object_var count(imgr ? imgr->_share_reference() : nullptr);
   ServantManager* none = nullptr;
+  MutexGuard guard(poa_mutex);
+  counted.reserve(counted.size() + 1);
   if (!servantManager_ptr.compare_exchange_strong(none, imgr))  // by another thread, just now
     raise<CORBA::BAD_INV_ORDER>(ev, set_already, MINOR_MANAGER_SET);
-  if (CORBA::Object* const count = imgr ? imgr->_share_reference() : nullptr) {
-    MutexGuard guard(poa_mutex);
-    counted.emplace_back(count);
-  }
+  if (count.in()) counted.push_back(count);
   POA_TRACE("POAInfo::set_servant_manager end...");
 }
 

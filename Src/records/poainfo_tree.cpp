@@ -182,9 +182,9 @@ PortableServer::AdapterActivator* POAInfo::the_activator(CORBA::Environment&) {
 
 void POAInfo::the_activator(PortableServer::AdapterActivator* adapterActivator_ptr, CORBA::Environment&) {
   POA_TRACE("POAInfo::the_activator[set] called...");
+  const CORBA::Object_var count(adapterActivator_ptr ? adapterActivator_ptr->_share_reference() : nullptr);
   MutexGuard guard(poa_mutex);
-  CORBA::Object* const count = adapterActivator_ptr ? adapterActivator_ptr->_share_reference() : nullptr;
-  if (count) counted.emplace_back(count);  // also one that is replaced: a thread may be in it
+  if (count.in()) counted.push_back(count);  // also one that is replaced: a thread may be in it
   adapter_activator = adapterActivator_ptr;
 }
 

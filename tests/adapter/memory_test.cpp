@@ -252,6 +252,27 @@ TEST_F(MemoryOfEach, OfManagersAndTheCurrent) {
   EXPECT_EQ(text_of(oid), "served");
 }
 
+// A count that was taken is given back, and a manager that could not be counted is not set.
+TEST_F(MemoryOfEach, OfManagersThatCount) {
+  struct Counting : ServantActivator, AdapterActivator, CORBA::LocalObject {
+    explicit Counting(int& count) : left(count) { ++left; }
+    ~Counting() override { --left; }
+    int& left;
+  };
+  int left = 0;
+  ServantManager_var manager = new Counting(left);
+  AdapterActivator_var activator = new Counting(left);
+  sweep_all({
+      {"set_servant_manager", [&](auto& ev) { managed->set_servant_manager(manager, ev); }},
+      {"the_activator", [&](auto& ev) { managed->the_activator(activator, ev); }},
+  });
+  EXPECT_EQ(left, 2);
+  manager = nullptr;
+  activator = nullptr;
+  managed->destroy(false, false);
+  EXPECT_EQ(left, 0);
+}
+
 TEST_F(MemoryOfEach, OfServants) {
   struct Echo : AnyEcho {
     explicit Echo(POA* its_poa) : poa(its_poa) {}

@@ -1,6 +1,7 @@
 #include "dispatch/servantmanagers.h"
 
 #include <memory>
+#include <new>
 
 #include "base/locks.h"
 #include "base/raise.h"
@@ -142,6 +143,9 @@ ServantUse incarnate(const RequestTarget& target, CORBA::Environment& ev) {
   } catch (const CORBA::Exception&) {
     // The POA went while the servant was made: nobody but the activator can take it back.
     if (poa.destroyed) activator.etherealize(oid.get(), poa.poa_object, servant, 1, 0, ev);
+    throw;
+  } catch (const std::bad_alloc&) {  // it cannot be entered
+    activator.etherealize(oid.get(), poa.poa_object, servant, 0, 0, ev);
     throw;
   }
   // Another request for the id was first: its servant serves, this one goes back to the activator.

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "base/raise.h"
 #include "objects/servants.h"
 #include "records/poainfo.h"
 #include "records/poamanagerinfo.h"
@@ -50,6 +51,7 @@ void ServantActivator::etherealize(const ObjectId& oid, POA* adapter, ServantBas
 ServantBase* ServantLocator::preinvoke(const ObjectId& oid, POA* adapter, const char* operation,
                                        Cookie& the_cookie, CORBA::Environment&) {
   void* cookie = nullptr;
+  cookies.reserve(cookies.size() + 1);  // what it gives needs its postinvoke, whatever fails from then on
   ServantBase* const servant = asked([&] { return preinvoke(oid, adapter, operation, cookie); });
   if (!servant) return nullptr;
   the_cookie = static_cast<Cookie>(cookies.size());
@@ -133,17 +135,17 @@ namespace POA_PortableServer {
 
 PortableServer::ServantActivator* ServantActivator::_this(CORBA::Environment& ev) {
   ev.clear();
-  return new PortableServer::ToActivator(*this);
+  return with_memory(ev, [this] { return new PortableServer::ToActivator(*this); });
 }
 
 PortableServer::ServantLocator* ServantLocator::_this(CORBA::Environment& ev) {
   ev.clear();
-  return new PortableServer::ToLocator(*this);
+  return with_memory(ev, [this] { return new PortableServer::ToLocator(*this); });
 }
 
 PortableServer::AdapterActivator* AdapterActivator::_this(CORBA::Environment& ev) {
   ev.clear();
-  return new PortableServer::ToAdapterActivator(*this);
+  return with_memory(ev, [this] { return new PortableServer::ToAdapterActivator(*this); });
 }
 
 }  // namespace POA_PortableServer

@@ -252,6 +252,24 @@ TEST_F(MemoryOfEach, OfManagersAndTheCurrent) {
   EXPECT_EQ(text_of(oid), "served");
 }
 
+/// Lends one servant out, and knows whether it has it back.
+template <class Base>
+struct Lender : Base {
+  AnyEcho echo;
+  int out = 0;
+};
+struct LendingActivator : Lender<PortableServer_ServantActivator_impl> {
+  ServantBase* incarnate(const ObjectId&, POA*, CORBA::Environment&) override { return ++out, &echo; }
+  void etherealize(const ObjectId&, POA*, ServantBase*, CORBA::Boolean, CORBA::Boolean,
+                   CORBA::Environment&) override {
+    --out;
+  }
+};
+struct LendingLocator : Lender<POA_PortableServer::ServantLocator> {  // whose postinvoke is always called
+  ServantBase* preinvoke(const ObjectId&, POA*, const char*, void*&) override { return ++out, &echo; }
+  void postinvoke(const ObjectId&, POA*, const char*, void*, ServantBase*) override { --out; }
+};
+
 // A count that was taken is given back, and a manager that could not be counted is not set.
 TEST_F(MemoryOfEach, OfManagersThatCount) {
   struct Counting : ServantActivator, AdapterActivator, CORBA::LocalObject {
@@ -262,7 +280,9 @@ TEST_F(MemoryOfEach, OfManagersThatCount) {
   int left = 0;
   ServantManager_var manager = new Counting(left);
   AdapterActivator_var activator = new Counting(left);
+  LendingLocator locator;
   sweep_all({
+      {"a manager's _this", [&](auto& ev) { ServantLocator_var(locator._this(ev)); }},
       {"set_servant_manager", [&](auto& ev) { managed->set_servant_manager(manager, ev); }},
       {"the_activator", [&](auto& ev) { managed->the_activator(activator, ev); }},
   });
@@ -271,6 +291,56 @@ TEST_F(MemoryOfEach, OfManagersThatCount) {
   activator = nullptr;
   managed->destroy(false, false);
   EXPECT_EQ(left, 0);
+}
+
+// A request that has no memory is refused, leaves nobody in the servant, and what an activator or a locator has lent
+// goes back to it.
+TEST_F(MemoryOfEach, OfRequests) {
+  POAManager_var(root->the_POAManager())->activate();
+  AnyEcho echo;
+  LendingActivator activator;
+  LendingLocator locator;
+  POA_var located = child(top, "located", policies(root, USER_ID, NON_RETAIN, USE_SERVANT_MANAGER));
+  managed->set_servant_manager(&activator);
+  located->set_servant_manager(ServantLocator_var(locator._this()));
+  by_default->set_servant(&echo);
+  by_name->activate_object_with_id(a, &echo);
+  const struct {
+    const char* name;
+    POA* poa;
+    ServantBase& servant;
+    std::function<bool()> kept;
+  } scenes[] = {
+      {"active", by_name, echo, [] { return true; }},
+      {"default", by_default, echo, [] { return true; }},
+      {"activator's", managed, activator.echo, [&] { return activator.out <= 1; }},
+      {"locator's", located, locator.echo, [&] { return locator.out == 0; }},
+  };
+  for (const auto& scene : scenes) {
+    SCOPED_TRACE(scene.name);
+    const bool by_system = scene.poa == by_default.in();
+    const CORBA::Object_var object = by_system
+                                         ? scene.poa->create_reference(Demo::Echo::repository_id)
+                                         : scene.poa->create_reference_with_id(a, Demo::Echo::repository_id);
+    const Demo::Echo_var target = Demo::Echo::_narrow(object);
+    for (int round = 0; round < 2000 && !HasFailure(); ++round) {
+      SCOPED_TRACE(round / 2);
+      std::string raised = "nothing";
+      allocations_left = round / 2;
+      try {
+        target->add(1, 2);
+      } catch (const CORBA::Exception& e) {
+        allocations_left = -1;
+        raised = e._name();
+      }
+      if (std::exchange(allocations_left, -1) >= 0) round = 2000;
+      EXPECT_TRUE(raised == "NO_MEMORY" || raised == "nothing") << raised;
+      EXPECT_EQ(scene.servant.get_ref_counter(), 0u);
+      EXPECT_TRUE(scene.kept());
+    }
+  }
+  managed->destroy(true, false);
+  EXPECT_EQ(activator.out, 0);
 }
 
 TEST_F(MemoryOfEach, OfServants) {

@@ -223,10 +223,11 @@ ObjectId* SystemId::make() try {
   if (length_ == 0) {
     oid.reset(make_counter_id());
   } else {
+    oid = std::make_unique<ObjectId>();
     CORBA::Octet* const octets =
         ObjectId::allocbuf(sizeof text_);  // the NUL behind the id lets programs print it
     if (!octets) return nullptr;
-    oid.reset(new ObjectId(length_, length_, octets, 1));
+    *oid = ObjectId(length_, length_, octets, 1);
     std::memcpy(octets, text_, sizeof text_);
     ++system_id;
   }

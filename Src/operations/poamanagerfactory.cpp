@@ -50,11 +50,13 @@ class Factory : public POAManagerFactory {
     if (!*id || made_.contains(id)) raise<ManagerAlreadyExists>(ev, nullptr);
     default_poa_manager_info->hold_at_gate(ev);
     auto record = std::make_unique<POAManagerInfo>(ev);
+    POAManager_var own = record->poamanager_object;  // goes with it
     record->id = id;
     record->hold_at_gate(ev);
     POAManager_var for_caller = POAManager::_duplicate(record->poamanager_object);
     const auto at = made_.emplace(id, nullptr).first;  // from here on nothing fails
-    at->second = record.release();                     // like the root POA's, until the process ends
+    own._retn();
+    at->second = record.release();  // like the root POA's, until the process ends
     return for_caller._retn();
   }
 

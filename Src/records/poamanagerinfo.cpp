@@ -45,14 +45,23 @@ POAManagerInfo::POAManagerInfo(State initial) : identity(new_identity()), state(
   POA_TRACE("POAManagerInfo::POAManagerInfo this=0x%lx", trace_address(this));
   CORBA::Environment ev;
   createObject(ev);
-  live_managers().enter(this);
+  enter();
 }
 
 POAManagerInfo::POAManagerInfo(CORBA::Environment& ev)
     : identity(new_identity()), state(PortableServer::POAManager::HOLDING) {
   POA_TRACE("POAManagerInfo::POAManagerInfo(_ev) this=0x%lx", trace_address(this));
   createObject(ev);
-  live_managers().enter(this);
+  enter();
+}
+
+void POAManagerInfo::enter() {
+  try {
+    live_managers().enter(this);
+  } catch (...) {
+    CORBA::release(poamanager_object);
+    throw;
+  }
 }
 
 POAManagerInfo::~POAManagerInfo() { live_managers().leave(this); }

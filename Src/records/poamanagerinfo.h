@@ -47,6 +47,8 @@ class POAManagerInfo {
   PortableServer::POAManager* poamanager_object = nullptr;
 
  private:
+  /// Into the table of those that live; else its object goes.
+  void enter();
   struct Move;
   /// The one place where the state changes. False when it is the move's already; AdapterInactive, and the state
   /// as before, once the manager is INACTIVE or when the request queues refuse.

@@ -184,6 +184,7 @@ TEST_F(MemoryOfEach, OfTheTreeAndItsPolicies) {
        [&](auto& ev) { policy = top->create_request_processing_policy(USE_SERVANT_MANAGER, ev); }},
       {"a policy's copy", [&](auto& ev) { CORBA::Policy_var(policy->copy(ev)); }},
   });
+  top->destroy(false, false);
 }
 
 TEST_F(MemoryOfEach, OfObjectsAndTheirServants) {
@@ -223,6 +224,7 @@ TEST_F(MemoryOfEach, OfObjectsAndTheirServants) {
       {"set_servant, of none", [&](auto& ev) { by_default->set_servant(nullptr, ev); }},
   });
   EXPECT_EQ(entries_of(*record_of(by_name), servant) + entries_of(*record_of(by_name), other), 1);
+  top->destroy(false, false);
 }
 
 TEST_F(MemoryOfEach, OfManagersAndTheCurrent) {
@@ -339,7 +341,7 @@ TEST_F(MemoryOfEach, OfRequests) {
       EXPECT_TRUE(scene.kept());
     }
   }
-  managed->destroy(true, false);
+  top->destroy(true, false);
   EXPECT_EQ(activator.out, 0);
 }
 

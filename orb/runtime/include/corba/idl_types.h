@@ -353,12 +353,15 @@ struct Type<ref<X>> {
   }
 };
 
-/// Takes over `handle`. CORBA::Object and the client classes of interfaces.
+/// Takes over `handle`, also when it throws. CORBA::Object and the client classes of interfaces.
 template <class X>
-X* make_reference(void* handle) {
+X* make_reference(void* handle) try {
   X* const made = new X;
   made->Object::set_ref(handle);
   return made;
+} catch (...) {
+  CORBA_object_release(handle);
+  throw;
 }
 
 /// What the static members of a client class do.

@@ -151,7 +151,7 @@ TEST(Withdrawal, EndsWhenTheCallIsSentAgain) {
     bool first = true;
     Scripted call(threads, [&] {
       if (!std::exchange(first, false)) return threads.over(*again);  // where it was not withdrawn
-      if (begun) threads.attempt(*again);
+      for (int address = 0; begun && address < 2; ++address) threads.attempt(*again);
       auto withdrawn = begin([&] { threads.withdraw(*again); });
       EXPECT_TRUE(wait_for_asleep(2));  // the other one watches
       if (!begun) threads.attempt(*again);

@@ -34,9 +34,29 @@ thread_local std::function<void()> acts[2];  // by Moment
 thread_local bool counted = true;
 [[maybe_unused]] const bool main_counts = counted = false;  // the thread that runs the tests
 std::atomic<long> allocated{0};
-std::mutex act_mutex;
-std::function<void()> act_before_send;
-std::atomic<bool> acts_before_send{false};
+/// What the next thread that counts does at some point.
+class Once {
+ public:
+  void set(std::function<void()> act) {
+    const std::lock_guard lock(mutex_);
+    act_ = std::move(act);
+    is_set_ = true;
+  }
+  void run() {
+    if (!counted || !is_set_.exchange(false)) return;
+    std::unique_lock lock(mutex_);
+    const auto act = std::move(act_);
+    lock.unlock();
+    const failing::Counted not_this(false);
+    act();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::function<void()> act_;
+  std::atomic<bool> is_set_{false};
+};
+Once act_before_send, act_after_wake;
 std::atomic<long> sleepers{0};
 
 /// While one lives, this thread sleeps, unless it does not count.
@@ -55,15 +75,6 @@ class Asleep {
 timespec as_if_none_had_passed(timespec deadline) {
   if (counted) deadline.tv_sec = std::max<time_t>(deadline.tv_sec - hours * 3600, 0);
   return deadline;
-}
-
-void about_to_send() {
-  if (!counted || !acts_before_send.exchange(false)) return;
-  std::unique_lock lock(act_mutex);
-  const auto act = std::move(act_before_send);
-  lock.unlock();
-  const failing::Counted not_this(false);
-  act();
 }
 
 long size_of(void* block) { return static_cast<long>(::malloc_usable_size(block)); }
@@ -126,11 +137,8 @@ bool end() {
 
 void at(Moment moment, std::function<void()> act) { acts[static_cast<int>(moment)] = std::move(act); }
 
-void before_send(std::function<void()> act) {
-  const std::lock_guard lock(act_mutex);
-  act_before_send = std::move(act);
-  acts_before_send = true;
-}
+void before_send(std::function<void()> act) { act_before_send.set(std::move(act)); }
+void after_wake(std::function<void()> act) { act_after_wake.set(std::move(act)); }
 
 bool wait_for_asleep(long threads) {
   return comes_true([=] { return sleepers == threads; });
@@ -183,13 +191,13 @@ ssize_t __wrap_recv(int fd, void* at, std::size_t octets, int flags) {
   return __real_recv(fd, at, octets, flags);  // takes all that is there, so it is never short of that
 }
 ssize_t __wrap_send(int fd, const void* at, std::size_t octets, int flags) {
-  about_to_send();
+  act_before_send.run();
   if (broken(EPIPE)) return -1;
   if (fails(What::full)) return errno = EAGAIN, -1;
   return __real_send(fd, at, octets > 1 && fails(What::shortened) ? 1 : octets, flags);
 }
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
-  about_to_send();
+  act_before_send.run();
   if (broken(EPIPE)) return -1;
   if (fails(What::shortened)) return __real_send(fd, message->msg_iov->iov_base, 1, flags);
   const ssize_t sent = __real_sendmsg(fd, message, flags);
@@ -216,7 +224,9 @@ int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {
 int __wrap_epoll_wait(int set, epoll_event* events, int most, int milliseconds) {
   if (broken(EINTR)) return -1;
   const Asleep this_thread(milliseconds < 0);
-  return __real_epoll_wait(set, events, most, milliseconds);
+  const int count = __real_epoll_wait(set, events, most, milliseconds);
+  if (count == 1 && !events->data.ptr) act_after_wake.run();
+  return count;
 }
 int __wrap_poll(pollfd* all, nfds_t count, int milliseconds) {
   return broken(EINTR) ? -1 : __real_poll(all, count, milliseconds);

@@ -29,8 +29,10 @@ enum class Moment {
 /// From now on `act` runs at each such moment of this thread; null: nothing does.
 void at(Moment moment, std::function<void()> act);
 
-/// The next thread that counts and sends on a socket runs `act` before.
+/// The next thread that counts and sends on a socket runs `act` before it does.
 void before_send(std::function<void()> act);
+/// The next that waits for events and is woken for another reason runs it before it knows.
+void after_wake(std::function<void()> act);
 
 /// Waits until so many threads that count wait for a condition, or for events without a limit; false when that takes too
 /// long. They find all that is done from then on only when they are woken.

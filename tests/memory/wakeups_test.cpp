@@ -54,7 +54,22 @@ TEST_F(Wakeups, WhatFollowsARequestIsReadWhileItRuns) {
   auto here = std::async(std::launch::async, [&] { return client.answer(); });
   EXPECT_TRUE(comes(here));
   barrier_.open(1);
-  EXPECT_EQ(here.get() + client.answer(), "here5");
+  EXPECT_EQ(here.get(), "here");
+  EXPECT_EQ(client.answer(), "5");
+}
+
+// Two connections are left to be read while one thread is on its way: it takes one of them, and stays with it.
+TEST_F(Wakeups, WhoTakesOneOfTwoConnectionsWakesAnother) {
+  start({"-ORBThreads", "3"});
+  ASSERT_TRUE(wait_for_asleep(idle + 2));
+  Client first(port()), second(port());
+  failing::after_wake([&] { EXPECT_TRUE(second.send(call(3, "block", 3) + look_) && barrier_.wait_for(2)); });
+  ASSERT_TRUE(first.send(call(1, "block", 1) + call(2, "block", 2)) && barrier_.wait_for(3));
+  auto here = std::async(std::launch::async, [&] { return second.answer(); });
+  EXPECT_TRUE(comes(here));
+  barrier_.open(3);
+  EXPECT_EQ(here.get(), "here");
+  EXPECT_EQ(second.answer(), "3");
 }
 
 TEST_F(Wakeups, AServantHearsThatItsCallIsHeldNoMore) {

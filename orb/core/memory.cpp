@@ -70,10 +70,12 @@ void set_memory_budget(uint32_t mebibytes) {
 void MemoryReturn::look(bool freed) {
   const std::size_t used = memory_used();
   const std::size_t peak = detail::memory_peak.exchange(used);
+  most_ = std::max(most_, peak);
   if (freed || (peak > used && peak - used >= worth_returning)) {
     owed_ = true;  // unless the next burst comes at once, when it would only be fetched again
-  } else if (std::exchange(owed_, false)) {
+  } else if (std::exchange(owed_, false) || (most_ > used && most_ - used >= worth_returning)) {
     ::malloc_trim(0);
+    most_ = used;
   }
 }
 

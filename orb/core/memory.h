@@ -44,6 +44,7 @@ class MemoryReturn {
 
  private:
   bool owed_ = false;
+  std::size_t most_ = 0;  // in flight since memory was given back last
 };
 
 }  // namespace zrsv

@@ -33,7 +33,7 @@ std::atomic<long> hours{0};                  // that the clock has leapt
 thread_local std::function<void()> acts[2];  // by Moment
 thread_local bool counted = true;
 [[maybe_unused]] const bool main_counts = counted = false;  // the thread that runs the tests
-std::atomic<long> allocated{0};
+std::atomic<long> allocated{0}, trimmed{0};
 /// What the next thread that counts does at some point.
 class Once {
  public:
@@ -145,6 +145,7 @@ bool wait_for_asleep(long threads) {
 }
 
 long live() { return allocated; }
+long trims() { return trimmed; }
 
 Counted::Counted(bool now) : before_(std::exchange(counted, now)) {}
 Counted::~Counted() { counted = before_; }
@@ -167,6 +168,8 @@ void* __wrap_realloc(void* block, std::size_t size) {
   if (changed) allocated.fetch_sub(before, std::memory_order_relaxed);
   return taken(changed);
 }
+int __real_malloc_trim(std::size_t keep);
+int __wrap_malloc_trim(std::size_t keep) { return ++trimmed, __real_malloc_trim(keep); }
 void __wrap_free(void* block) {
   allocated.fetch_sub(size_of(block), std::memory_order_relaxed);
   __real_free(block);

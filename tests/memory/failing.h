@@ -40,6 +40,8 @@ bool wait_for_asleep(long threads);
 
 /// Octets that are allocated.
 long live();
+/// How often memory was given back to the system.
+long trims();
 
 /// What this thread does counts (not), while it lives. Threads of the library count, the one that runs the tests does
 /// not.

@@ -97,6 +97,27 @@ TEST_F(Usage, WhoHoldsTheMostIsNotReadAndThenClosed) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// Bursts of 64 MiB that end in steps between two looks: those that end slowly go back, too, and none again and again.
+TEST(MemoryReturn, FollowsBurstsThatEndAtOnceAndSlowly) {
+  constexpr std::size_t burst = 64 << 20;
+  for (const std::size_t step : {burst, burst / 4, burst / 16, burst / 64}) {
+    zrsv::MemoryReturn memory;
+    memory.look(false);
+    const long before = failing::trims();
+    zrsv::count_memory(0, burst);
+    for (std::size_t left = burst; left > 0; left -= step) {
+      memory.look(false);
+      zrsv::count_memory(left, left - step);
+    }
+    for (int i = 0; i < 3; ++i) memory.look(false);
+    EXPECT_GE(failing::trims() - before, 1) << step;
+    EXPECT_LE(failing::trims() - before, 8) << step;
+    const long at_rest = failing::trims();
+    memory.look(false);
+    EXPECT_EQ(failing::trims(), at_rest) << step;
+  }
+}
+
 TEST(MemoryLimit, IsTheLeastOfMachineAndGroups) {
   const Scratch scratch;
   const std::filesystem::path root = scratch.path;

@@ -93,10 +93,13 @@ void ActiveObjectMap::grow() {
 // ---- Searching ----------------------------------------------------------------------------------
 
 /// A search for an id.
-struct ActiveObjectMap::ById : SearchedId {
-  explicit ById(const SearchedId& id) : SearchedId(id) {}
+struct ActiveObjectMap::ById {
+  explicit ById(const SearchedId& of) : id(of), key(of.key) {}
   static SlotIndex& index(Chain& chain) { return chain.ids; }
-  bool is(const _ActiveObjectEntry& entry) const { return entry.oid.is(*this); }
+  bool is(const _ActiveObjectEntry& entry) const { return entry.oid.is(id); }
+
+  const SearchedId& id;
+  const SlotIndex::Key key;
 };
 
 /// A search for a servant among the entries of the index.

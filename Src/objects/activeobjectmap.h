@@ -46,6 +46,9 @@ class ActiveObjectMap {
   struct Ticket {
     SlotIndex::Position position = SlotIndex::NONE;
     CORBA::ULong serial = 0;
+
+    /// Of an activation that was found. Whether it is still there says `at`.
+    explicit operator bool() const { return position != SlotIndex::NONE; }
   };
 
   ActiveObjectMap();
@@ -60,8 +63,9 @@ class ActiveObjectMap {
   /// The same for an object that an activator made: it counts towards the limit.
   Ticket insertIncarnated(const Held& held, const SearchedId& id, PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
-  /// Any thread, without the semaphore: a search for that id comes soon. It will find what it reads in the cache.
-  void expect(const SearchedId& id) const { chain.ids.prefetch(id.key); }
+  /// Any thread, without the semaphore: a search for that id, or for those of that key, comes soon. It will find what it
+  /// reads in the cache.
+  void expect(SearchedId::Key key) const { chain.ids.prefetch(key); }
   /// How many objects that an activator makes from now on may be active; 0: any number. std::bad_alloc.
   void limit_incarnated(const Held& held, std::size_t most) ZR_REQUIRES(poa_semaphore);
   /// When there are more, the one of them that was used longest ago, but for those that somebody is in.

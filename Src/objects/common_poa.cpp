@@ -5,6 +5,7 @@
 
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -36,8 +37,7 @@ std::array<unsigned, 4> trace_octets(std::string_view oid) {
   return octets;
 }
 
-void trace_oid(std::string_view oid) {
-  if (!OM_TRACE_IS_ON) return;
+void trace_oid_line(std::string_view oid) {
   const auto first = trace_octets(oid);
   POA_TRACE("  oid = 0x%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
 }
@@ -103,19 +103,35 @@ void print_unique_id(char (&text)[UNIQUE_ID_LENGTH + 1], ULong process, const Sy
 
 namespace {
 
-/// Eight hexadecimal digits, the way print_unique_id prints them; `wrong` has bits where one is none.
-std::uint32_t read_digits(const char* digits, std::uint64_t& wrong) {
-  constexpr std::uint64_t EACH = 0x0101010101010101;
-  std::uint64_t text = 0;
-  for (int i = 0; i < 8; ++i) text = text << 8 | static_cast<unsigned char>(digits[i]);
-  const std::uint64_t letters = text >> 6 & EACH;
-  std::uint64_t values = (text & 0x0F * EACH) + 9 * letters;
-  const std::uint64_t over_nine = (values + 6 * EACH) >> 4 & EACH;
-  wrong |= (values + 0x30 * EACH + 0x27 * letters) ^ text;
-  wrong |= (over_nine ^ letters) | (values & 0xF0 * EACH);
-  values = (values | values >> 4) & 0x00FF00FF00FF00FF;
-  values = (values | values >> 8) & 0x0000FFFF0000FFFF;
-  return static_cast<std::uint32_t>(values | values >> 16);
+std::uint64_t load_eight(const char* octets) {
+  std::uint64_t word;
+  std::memcpy(&word, octets, sizeof word);
+  return word;
+}
+
+// A vector of the processor's, or what the compiler makes of it where there is none.
+using Octets16 [[gnu::vector_size(16)]] = std::uint8_t;
+using Octets8 [[gnu::vector_size(8)]] = std::uint8_t;
+using Pairs [[gnu::vector_size(16)]] = std::uint16_t;
+
+/// Two numbers of eight hexadecimal digits each, the way print_unique_id prints them, the first one in the upper half;
+/// what is no digit has its bits set in `wrong`.
+std::uint64_t read_digits(const char* one, const char* other, Octets16& wrong) {
+  const std::uint64_t both[] = {load_eight(one), load_eight(other)};
+  Octets16 text;
+  std::memcpy(&text, both, sizeof text);
+  const Octets16 from_0 = text - '0', from_a = text - 'a';
+  const auto digits = reinterpret_cast<Octets16>(from_0 < 10),
+             letters = reinterpret_cast<Octets16>(from_a < 6);
+  const Octets16 values = (from_0 & digits) | ((from_a + 10) & letters);
+  wrong |= ~(digits | letters);
+  const auto pairs = reinterpret_cast<Pairs>(values);
+  constexpr bool little = std::endian::native == std::endian::little;
+  const Pairs joined = little ? pairs << 4 | pairs >> 8 : pairs >> 4 | pairs;
+  const auto octets = __builtin_convertvector(joined & 0xFF, Octets8);
+  std::uint64_t numbers;
+  std::memcpy(&numbers, &octets, sizeof numbers);
+  return little ? __builtin_bswap64(numbers) : numbers;
 }
 
 }  // namespace
@@ -123,11 +139,17 @@ std::uint32_t read_digits(const char* digits, std::uint64_t& wrong) {
 bool read_unique_id(std::string_view id, std::array<std::uint32_t, 3>& numbers) {
   if (id.size() != UNIQUE_ID_LENGTH) return false;
   const char* const text = id.data();
-  if (text[0] != 'P' || text[9] != 'T' || text[18] != '.' || std::memcmp(text + 27, "C01234567", 9) != 0)
+  if (text[0] != 'P' || text[9] != 'T' || text[18] != '.' || text[35] != '7' ||
+      load_eight(text + 27) != load_eight("C0123456"))
     return false;
-  std::uint64_t wrong = 0;
-  for (std::size_t i = 0; i < numbers.size(); ++i) numbers[i] = read_digits(text + 9 * i + 1, wrong);
-  return wrong == 0;
+  Octets16 wrong{};
+  const std::uint64_t process_and_seconds = read_digits(text + 1, text + 10, wrong);
+  const std::uint64_t milliseconds = read_digits(text + 19, text + 19, wrong);
+  numbers = {static_cast<std::uint32_t>(process_and_seconds >> 32),
+             static_cast<std::uint32_t>(process_and_seconds), static_cast<std::uint32_t>(milliseconds)};
+  std::uint64_t bits[2];
+  std::memcpy(bits, &wrong, sizeof bits);
+  return (bits[0] | bits[1]) == 0;
 }
 
 namespace {

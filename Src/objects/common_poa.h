@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "poa/types.h"
+#include "zrsv.h"
 
 /// The octets of an id, in place.
 inline std::string_view oid_view(const PortableServer::ObjectId& oid) {
@@ -72,8 +73,11 @@ inline std::string_view oid_view(const StoredObjectId& oid) { return oid.view();
 
 /// The first four octets of an id as trace lines print them; 0 for those it lacks.
 std::array<unsigned, 4> trace_octets(std::string_view oid);
-/// The line with them alone.
-void trace_oid(std::string_view oid);
+/// The line with them alone, with tracing on.
+void trace_oid_line(std::string_view oid);
+inline void trace_oid(std::string_view oid) {
+  if (OM_TRACE_IS_ON) trace_oid_line(oid);
+}
 
 // ---- System ids ----
 

@@ -1,5 +1,6 @@
 #include "objects/packedoid.h"
 
+#include <array>
 #include <cstring>
 
 namespace {
@@ -7,6 +8,13 @@ namespace {
 constexpr std::uint64_t FACTOR = 0x9E3779B97F4A7C15;
 
 std::uint32_t mixed(std::uint64_t value) { return static_cast<std::uint32_t>(value * FACTOR >> 32); }
+
+template <class Word>
+Word load(const char* from) {
+  Word word;
+  std::memcpy(&word, from, sizeof word);
+  return word;
+}
 
 std::uint32_t key_of_octets(std::string_view oid) {
   std::uint64_t key = oid.size();
@@ -23,54 +31,58 @@ std::uint32_t key_of_octets(std::string_view oid) {
 
 }  // namespace
 
-PackedOctets::PackedOctets(std::string_view octets) {
-  if (octets.size() <= IN_PLACE) {
-    if (!octets.empty()) std::memcpy(words.data(), octets.data(), octets.size());
-    form = static_cast<std::uint32_t>(octets.size());
-  } else {
-    form = read_unique_id(octets, words) ? UNIQUE : ELSEWHERE;
+PackedOctets PackedOctets::of(std::string_view octets) {
+  if (octets.size() > IN_PLACE) {
+    std::array<std::uint32_t, 3> numbers;
+    if (read_unique_id(octets, numbers)) return of_unique(numbers[0], numbers[1], numbers[2]);
+    return {0, std::uint64_t{ELSEWHERE} << 32};
   }
+  // The last four octets overlap the first ones, where there are fewer than twelve.
+  const std::uint64_t form = std::uint64_t{octets.size()} << 32;
+  const char* const end = octets.data() + octets.size();
+  if (octets.size() >= 8) return {load<std::uint64_t>(octets.data()), form | load<std::uint32_t>(end - 4)};
+  if (octets.size() >= 4) return {load<std::uint32_t>(octets.data()), form | load<std::uint32_t>(end - 4)};
+  std::uint64_t few = 0;
+  for (const char octet : octets) few = few << 8 | static_cast<unsigned char>(octet);
+  return {few, form};
 }
 
-/// System ids that were made one after the other have keys one after the other, eight at a time: they stand together in
-/// the index, too.
 SearchedId::Key SearchedId::key_of(std::string_view oid, const PackedOctets& packed) {
-  const auto& [first, second, third] = packed.words;
-  if (packed.form == PackedOctets::ELSEWHERE) return key_of_octets(oid);
-  if (packed.form == PackedOctets::UNIQUE) {
-    const std::uint64_t moment = std::uint64_t{second} * 1000 + third;
-    return (mixed(moment >> 2 ^ std::uint64_t{first} << 40) & ~Key{3}) | (moment & 3);
-  }
-  const std::uint64_t front = (first ^ std::uint64_t{second} << 32) + packed.form;
-  return mixed((front * FACTOR >> 29) ^ third);
+  const auto low = static_cast<std::uint32_t>(packed.second),
+             process = static_cast<std::uint32_t>(packed.first);
+  if (packed.form() == PackedOctets::ELSEWHERE) return key_of_octets(oid);
+  if (packed.form() != PackedOctets::UNIQUE) return mixed(packed.first * FACTOR >> 29 ^ packed.second * 3);
+  const std::uint64_t moment = (packed.first >> 32) * 1000 + low;
+  const auto place = static_cast<Key>(moment % TOGETHER);
+  return mixed(moment / TOGETHER ^ std::uint64_t{process} << 40) / TOGETHER * TOGETHER + place;
 }
 
-PackedObjectId::PackedObjectId(const SearchedId& id) : packed_(id.packed) {
-  if (packed_.form != PackedOctets::ELSEWHERE) return;
-  packed_.form = 0;  // nothing to free yet
-  char* const octets = new char[id.oid.size()];
-  std::memcpy(octets, id.oid.data(), id.oid.size());
-  static_assert(sizeof octets <= 2 * sizeof packed_.words[0]);
-  std::memcpy(packed_.words.data(), &octets, sizeof octets);
-  packed_.words[2] = static_cast<std::uint32_t>(id.oid.size());
-  packed_.form = PackedOctets::ELSEWHERE;
+PackedOctets PackedObjectId::put_elsewhere(std::string_view octets) {
+  char* const at = new char[octets.size()];
+  std::memcpy(at, octets.data(), octets.size());
+  return {reinterpret_cast<std::uintptr_t>(at), octets.size() | std::uint64_t{PackedOctets::ELSEWHERE} << 32};
 }
 
 std::string_view PackedObjectId::elsewhere() const {
-  const char* octets;
-  std::memcpy(&octets, packed_.words.data(), sizeof octets);
-  return {octets, packed_.words[2]};
+  const char* const octets = reinterpret_cast<const char*>(static_cast<std::uintptr_t>(packed_.first));
+  return {octets, static_cast<std::uint32_t>(packed_.second)};
 }
 
 PackedObjectId::Octets::Octets(const PackedObjectId& id) {
-  const auto& [words, form] = id.packed_;
+  const std::uint64_t first = id.packed_.first;
+  const std::uint32_t low = static_cast<std::uint32_t>(id.packed_.second), form = id.packed_.form();
+  view_ = {unpacked_, form};
   if (form == PackedOctets::ELSEWHERE) {
     view_ = id.elsewhere();
   } else if (form == PackedOctets::UNIQUE) {
-    print_unique_id(unpacked_, words[0], {words[1], words[2]});
+    const auto seconds = static_cast<std::uint32_t>(first >> 32);
+    print_unique_id(unpacked_, static_cast<std::uint32_t>(first), {seconds, low});
     view_ = {unpacked_, UNIQUE_ID_LENGTH};
+  } else if (form >= 4) {
+    const auto front = static_cast<std::uint32_t>(first);
+    form >= 8 ? std::memcpy(unpacked_, &first, 8) : std::memcpy(unpacked_, &front, 4);
+    std::memcpy(unpacked_ + form - 4, &low, 4);
   } else {
-    std::memcpy(unpacked_, words.data(), form);
-    view_ = {unpacked_, form};
+    for (std::uint32_t i = 0; i < form; ++i) unpacked_[i] = static_cast<char>(first >> 8 * (form - 1 - i));
   }
 }

@@ -1,36 +1,40 @@
 // The id of an active object as its map keeps it, and looks for it.
 #pragma once
 
-#include <array>
 #include <concepts>
 #include <cstdint>
 #include <string_view>
 #include <utility>
 
 #include "objects/common_poa.h"
+#include "objects/slotindex.h"
 
 /// What of an id takes twelve octets: all of a short one, and the three numbers of a system id's unique form, of which
-/// the rest is the same in all.
+/// the rest is the same in all. Two words, so that it is handed over in registers.
 struct PackedOctets {
   static constexpr std::size_t IN_PLACE = 12;
   static constexpr std::uint32_t UNIQUE = IN_PLACE + 1, ELSEWHERE = UNIQUE + 1;
 
-  explicit PackedOctets(std::string_view octets);
-  PackedOctets(CORBA::ULong process, const SystemIdTime& time)
-      : words{process, time.seconds, time.millisecond}, form(UNIQUE) {}
-  PackedOctets() = default;
-  bool operator==(const PackedOctets&) const = default;
+  [[gnu::noinline]] static PackedOctets of(std::string_view octets);
+  static PackedOctets of_unique(std::uint32_t process, std::uint32_t seconds, std::uint32_t millisecond) {
+    return {process | std::uint64_t{seconds} << 32, millisecond | std::uint64_t{UNIQUE} << 32};
+  }
+  /// The length of a short one, UNIQUE, or ELSEWHERE: nothing is packed.
+  std::uint32_t form() const { return static_cast<std::uint32_t>(second >> 32); }
+  bool operator==(const PackedOctets& other) const { return first == other.first && second == other.second; }
 
-  std::array<std::uint32_t, 3> words{};
-  std::uint32_t form = 0;  // the length of a short one, UNIQUE, or ELSEWHERE: nothing is packed
+  std::uint64_t first = 0, second = 0;
 };
 
 /// An id to search for: a view of it, and what is compared first, which is better made without a lock.
 struct SearchedId {
   using Key = std::uint32_t;  // equal for equal ids; else hardly ever
+  /// So many system ids that were made one after the other have keys that differ in the lowest bits only: they stand
+  /// together in the index, too.
+  static constexpr std::uint32_t TOGETHER = SlotIndex::RUN;
 
   template <std::convertible_to<std::string_view> Octets>
-  SearchedId(const Octets& octets) : oid(octets), packed(oid), key(key_of(oid, packed)) {}
+  SearchedId(const Octets& octets) : oid(octets), packed(PackedOctets::of(oid)), key(key_of(oid, packed)) {}
   /// Of octets that pack as that.
   SearchedId(std::string_view octets, const PackedOctets& as)
       : oid(octets), packed(as), key(key_of(oid, packed)) {}
@@ -61,25 +65,27 @@ class PackedObjectId {
 
   PackedObjectId() = default;
   /// std::bad_alloc without memory.
-  explicit PackedObjectId(const SearchedId& id);
+  explicit PackedObjectId(const SearchedId& id)
+      : packed_(id.packed.form() == PackedOctets::ELSEWHERE ? put_elsewhere(id.oid) : id.packed) {}
   PackedObjectId(PackedObjectId&& other) noexcept : packed_(std::exchange(other.packed_, PackedOctets())) {}
   PackedObjectId& operator=(PackedObjectId&& other) noexcept {
     std::swap(packed_, other.packed_);
     return *this;
   }
   ~PackedObjectId() {
-    if (packed_.form == PackedOctets::ELSEWHERE) delete[] elsewhere().data();
+    if (packed_.form() == PackedOctets::ELSEWHERE) delete[] elsewhere().data();
   }
 
   Octets octets() const { return Octets(*this); }
   bool is(const SearchedId& id) const {
-    if (packed_.form != PackedOctets::ELSEWHERE) return packed_ == id.packed;
+    if (packed_.form() != PackedOctets::ELSEWHERE) return packed_ == id.packed;
     return elsewhere() == id.oid;
   }
   /// As one to search for, with octets() of it.
   SearchedId searched(std::string_view octets) const { return {octets, packed_}; }
 
  private:
+  [[gnu::noinline]] static PackedOctets put_elsewhere(std::string_view octets);
   std::string_view elsewhere() const;
 
   PackedOctets packed_;  // of one elsewhere its address and length

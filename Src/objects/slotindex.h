@@ -10,13 +10,14 @@
 #include "objects/largepages.h"
 
 /// A hash table from 32-bit keys to positions: open addressing, linear probing. It holds one position for each
-/// value, the lowest; how many entries stand behind the first of their value is counted beside it. Eight keys that
-/// differ in the lowest three bits only have a line of the processor's cache together. Takes no lock.
+/// value, the lowest; how many entries stand behind the first of their value is counted beside it. Keys that differ in
+/// the lowest bits only, a run of four, have half a line of the processor's cache together. Takes no lock.
 class SlotIndex {
  public:
   using Key = std::uint32_t;
   using Position = std::uint32_t;
   static constexpr Position NONE = ~Position{0};
+  static constexpr std::uint32_t RUN = 4;
 
   /// The position under that key for which `is` answers true, or NONE.
   template <class Is>
@@ -57,7 +58,7 @@ class SlotIndex {
   /// index: it reads nothing, and takes no lock.
   void prefetch(Key key) const {
     const Cell* const first = expected_.first.load(std::memory_order_relaxed);
-    if (first) __builtin_prefetch(first + place(key, expected_.lines.load(std::memory_order_relaxed)));
+    if (first) __builtin_prefetch(first + place(key, expected_.runs.load(std::memory_order_relaxed)));
   }
 
   std::size_t further = 0;  // entries that are not the first of their value
@@ -68,13 +69,11 @@ class SlotIndex {
     Position position = NONE;
   };
 
-  static constexpr std::size_t LINE = 4;
-
-  static std::size_t place(Key key, std::size_t lines) {
-    const std::uint64_t scattered = (key / LINE * 0x9E3779B97F4A7C15u) >> 32;
-    return (scattered * lines >> 32) * LINE + key % LINE;
+  static std::size_t place(Key key, std::size_t runs) {
+    const std::uint64_t scattered = (key / RUN * 0x9E3779B97F4A7C15u) >> 32;
+    return (scattered * runs >> 32) * RUN + key % RUN;
   }
-  std::size_t home(Key key) const { return place(key, cells_.size() / LINE); }
+  std::size_t home(Key key) const { return place(key, cells_.size() / RUN); }
   std::size_t after(std::size_t at) const { return at + 1 == cells_.size() ? 0 : at + 1; }
   std::size_t distance(std::size_t from, std::size_t to) const {
     return to >= from ? to - from : to + cells_.size() - from;
@@ -85,24 +84,23 @@ class SlotIndex {
     return at;
   }
   void grow() {
-    const std::size_t lines = cells_.size() / LINE;
     SlotIndex larger;
-    larger.cells_.resize(std::max<std::size_t>(lines * 2, 1) * LINE);
+    larger.cells_.resize(std::max<std::size_t>(cells_.size() * 2, RUN));
     for (const Cell& cell : cells_)
       if (cell.position != NONE)
         larger.find_or_insert(cell.key, cell.position, [](Position) { return false; });
     cells_.swap(larger.cells_);
-    expected_.lines.store(cells_.size() / LINE, std::memory_order_relaxed);
+    expected_.runs.store(cells_.size() / RUN, std::memory_order_relaxed);
     expected_.first.store(cells_.data(), std::memory_order_relaxed);
   }
 
   /// The cells as `prefetch` sees them: perhaps those that were there just now.
   struct Expected {
     std::atomic<const Cell*> first{nullptr};
-    std::atomic<std::size_t> lines{0};
+    std::atomic<std::size_t> runs{0};
   };
 
-  std::vector<Cell, LargePages<Cell>> cells_;  // whole lines, or none; at most five eighths are used
+  std::vector<Cell, LargePages<Cell>> cells_;  // whole runs, or none; at most five eighths are used
   std::size_t used_ = 0;
   Expected expected_;
 };

@@ -1,6 +1,5 @@
 // Activating and deactivating objects, servant manager and default servant.
 #include <new>
-#include <optional>
 
 #include "base/locks.h"
 #include "base/raise.h"
@@ -18,6 +17,16 @@ using PortableServer::ServantUse;
 
 // ---- activate_object ----------------------------------------------------------------------------
 
+namespace {
+
+/// A system id of the unique form, or, for its key alone, the one that is made after so many more at once.
+SearchedId searched(const SystemId& made, CORBA::ULong more) {
+  const auto& [seconds, millisecond] = made.time();
+  return {made.octets(), PackedOctets::of_unique(made.process(), seconds, millisecond + more)};
+}
+
+}  // namespace
+
 ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::activate_object called...");
   if (!p_servant)
@@ -30,20 +39,21 @@ ObjectId* POAInfo::activate_object(ServantBase* p_servant, CORBA::Environment& e
     raise<POA::WrongPolicy>(ev, "user_id.. throw PortableServer::POA::WrongPolicy",
                             "POAInfo::activate_object [wrong policy.]");
   SystemId made;
-  std::optional<SearchedId> id;
-  if (made.is_unique()) {
-    id.emplace(made.octets(), PackedOctets(made.process(), made.time()));
-    if (const ActiveObjectMap* map = active_object_map) map->expect(*id);
+  SearchedId id = searched(made, 0);
+  if (const ActiveObjectMap* map = active_object_map) {
+    map->expect(id.key);
+    map->expect(searched(made, SearchedId::TOGETHER).key);  // who makes many objects soon comes to that one
   }
   std::unique_ptr<ObjectId> oid(made.make());
   if (!oid)
     raise<CORBA::BAD_PARAM>(ev, "system_id=NULL.. throw CORBA::StExcep::BAD_PARAM",
                             "POAInfo::activate_object [systemId is null.]");
+  if (!made.is_unique()) id = SearchedId(oid_view(*oid));
   trace_oid(oid_view(*oid));
   POA_TRACE("  POAInfo::activate_object_with_id call");
   replacing<POA::ServantAlreadyActive, POA::WrongPolicy>(
       ev, "throw PortableServer::POA::ServantAlreadyActive", "POAInfo::activate_object [already activate.]",
-      [&] { activate_under(*oid, id ? *id : SearchedId(oid_view(*oid)), p_servant, ev); });
+      [&] { activate_under(*oid, id, p_servant, ev); });
   POA_TRACE("POAInfo::activate_object end...");
   return oid.release();
 }
@@ -57,9 +67,9 @@ ActiveObjectMap::Ticket enter_active(POAInfo& poa, const SearchedId& id, Servant
   PoaSemaphoreGuard guard(__LINE__);
   if (poa.destroyed) raise<CORBA::BAD_PARAM>(ev, "POAInfo::activate_object_with_id [POA is destroyed.]");
   if (ActiveObjectMap* map = poa.active_object_map; map && poa.policies.unique_id()) {
-    if (map->at(guard, map->findByServant(guard, &servant)))
+    if (map->findByServant(guard, &servant))
       raise<POA::ServantAlreadyActive>(ev, "POAInfo::activate_object_with_id [already activate.]");
-    if (map->at(guard, map->findById(guard, id)))
+    if (map->findById(guard, id))
       raise<POA::ObjectAlreadyActive>(ev, "already activated. throw PortableServer::POA::ObjectAlreadyActive",
                                       "POAInfo::activate_object_with_id [already activate.]");
   }
@@ -142,14 +152,15 @@ PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
 /// Takes the object out of the map, under one hold of the semaphore: of two that deactivate it one is told
 /// that it is not active. Gives the servant, in use and entered in `call`, or none.
 ServantUse take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
+  const SearchedId id(oid_view(oid));
   PoaSemaphoreGuard guard(__LINE__);
-  ServantUse servant = map.useServantById(guard, oid_view(oid));
+  ServantUse servant = map.useServantById(guard, id);
   if (!servant) return servant;
   call.enter(servant.get());
   POA_TRACE("  ActiveObjectMap::deactivateByOid call");
-  map.deactivateByOid(guard, oid_view(oid));
+  map.deactivateByOid(guard, id);
   POA_TRACE("  ActiveObjectMap::removeById call");
-  map.removeById(guard, oid_view(oid), servant.get());
+  map.removeById(guard, id, servant.get());
   return servant;
 }
 

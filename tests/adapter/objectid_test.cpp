@@ -108,6 +108,18 @@ TEST_F(Ids, TheVariableMayChangeAtAnyTime) {
   EXPECT_EQ(without, 36u);
 }
 
+TEST_F(Ids, AnObjectIsFoundUnderAnIdOfEitherForm) {
+  const POAInfoPtr record = make();
+  for (const CORBA::ULong length : {36u, 4u}) {
+    if (length == 4) ::setenv("POA_UNIQUE_SYSID", "no", 1);
+    const ObjectId_var id(record->activate_object(&servant, own_ev));
+    ::unsetenv("POA_UNIQUE_SYSID");
+    EXPECT_EQ(id->length(), length);
+    EXPECT_EQ(ServantBase_var(record->id_to_servant(id.in(), own_ev)).in(), &servant);
+    record->deactivate_object(id.in(), own_ev);
+  }
+}
+
 TEST_F(Ids, AForkedProcessHasIdsOfItsOwn) {
   const ObjectId_var before(genSystemId());
   const pid_t child = ::fork();

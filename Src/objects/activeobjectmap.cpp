@@ -6,7 +6,6 @@
 #include <iterator>
 #include <new>
 
-#include "base/minor_codes.h"
 #include "base/trace.h"
 #include "objects/adapteractivation.h"
 #include "objects/servantreferences.h"
@@ -27,15 +26,11 @@ std::uint64_t last_number ZR_GUARDED_BY(poa_semaphore) = 0;          // of a blo
 /// An etherealized servant may be gone: its entry answers nothing any more.
 constexpr auto IN_USE = [](const _ActiveObjectEntry& e) { return !e.etherealized; };
 
-/// For an entry that was found: outside requests it keeps the client that it has.
+/// For an entry that was found: outside requests it keeps the client that it has. std::bad_alloc, and nothing changed.
 void refresh_client(_ActiveObjectEntry& entry) ZR_REQUIRES(poa_semaphore) {
   ClientData client;
   if (!client.become_current() || known_clients[entry.client] == client) return;
-  try {
-    entry.record_client(known_clients.enter(client));
-  } catch (const std::bad_alloc&) {
-    throw CORBA::NO_MEMORY(MINOR_BAD_PARAM);
-  }
+  entry.record_client(known_clients.enter(client));
 }
 
 bool is_of(const ClientData& client, const _ActiveObjectEntry& entry) ZR_REQUIRES(poa_semaphore) {

@@ -74,7 +74,7 @@ KnownClients::Number KnownClients::enter(const ClientData& client) {
     numbers_.reserve(1);
     if (free_.empty()) {
       if (all_.size() >> BITS != 0) throw std::bad_alloc();
-      free_.reserve(all_.size() + 1);
+      if (free_.capacity() <= all_.size()) free_.reserve(all_.size() * 2);
       all_.emplace_back();
       free_.push_back(static_cast<Number>(all_.size() - 1));
     }

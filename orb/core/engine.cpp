@@ -131,6 +131,7 @@ void Engine::work() {
       OM_log("a thread of the ORB goes on after: %s", e.what());
     }
   }
+  look_away(worker);
   const uint64_t one = 1;
   if (::write(wake_, &one, sizeof one) < 0) OM_log("a thread cannot be woken");  // the next one leaves
   const MutexLock lock(end_mutex_);

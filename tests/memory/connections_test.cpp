@@ -120,30 +120,37 @@ TEST_F(Connections, AreMadeByOneThreadForAllThatWait) {
   EXPECT_EQ(server.accepted, 1);
 }
 
-// Two wait for their turn to write, behind one whose server takes no more, when the connection breaks: all send over
-// the next one.
-TEST_F(Connections, WakeAllThatWaitToWriteWhenTheyBreak) {
+// Two wait for their turn to write, behind one whose server takes no more: each gets it when that one is through. When the
+// connection breaks instead, all send over the next one.
+TEST_F(Connections, WakeThoseThatWaitToWrite) {
   zrsv::Options one;
   one.client_connections = 1;
   one.timeout_ms = 10'000;
   zrsv::set_options(one);
-  std::promise<void> begun, waiting;
-  ScriptedServer server({[&](Peer& peer) {
-                           char octet = 0;
-                           EXPECT_EQ(::recv(peer.fd(), &octet, 1, MSG_PEEK), 1);
-                           begun.set_value();
-                           waiting.get_future().wait();
-                         },
-                         [](Peer& peer) { peer.echo_all(); }});
-  const auto target = reference_to({{server.port()}});
-  auto large = std::async(std::launch::async, [&] { return Call(target, 1, true, 15'000'000).run(); });
-  ASSERT_EQ(begun.get_future().wait_for(milliseconds(3000)), std::future_status::ready);
-  std::vector<std::future<Result>> others;
-  for (const uint64_t n : {2u, 3u})
-    others.push_back(std::async(std::launch::async, [&target, n] { return echoed(target, n); }));
-  EXPECT_TRUE(failing::wait_for_asleep(2));
-  waiting.set_value();
-  EXPECT_EQ(large.get() + ", " + others[0].get() + ", " + others[1].get(), "1, 2, 3");
+  for (const bool breaks : {false, true}) {
+    std::promise<void> begun, waiting;
+    const Script echo = [](Peer& peer) { peer.echo_all(); };
+    std::vector<Script> scripts{[&](Peer& peer) {
+      const Counted not_this(false);
+      peer.await_input();
+      begun.set_value();
+      waiting.get_future().wait();
+      if (!breaks) echo(peer);
+    }};
+    if (breaks) scripts.push_back(echo);
+    ScriptedServer server(scripts);
+    const auto target = reference_to({{server.port()}});
+    const auto call = [&target](uint64_t n, std::size_t octets) {
+      return std::async(std::launch::async, [=, &target] { return Call(target, n, true, octets).run(); });
+    };
+    auto large = call(1, 15'000'000);
+    ASSERT_EQ(begun.get_future().wait_for(milliseconds(3000)), std::future_status::ready);
+    auto second = call(2, 5000), third = call(3, 5000);  // too long to be left to another thread
+    EXPECT_TRUE(failing::wait_for_asleep(2));
+    waiting.set_value();
+    EXPECT_EQ(large.get() + ", " + second.get() + ", " + third.get(), "1, 2, 3");
+    EXPECT_EQ(server.accepted, breaks ? 2 : 1);
+  }
 }
 
 }  // namespace

@@ -21,14 +21,23 @@ std::string called(Demo::Echo* echo) {
 
 }  // namespace
 
-void* operator new(std::size_t octets) {
+void* operator new(std::size_t octets, const std::nothrow_t&) noexcept {
   ++allocations;
-  if (void* const block = std::malloc(octets ? octets : 1)) return block;
+  return std::malloc(octets ? octets : 1);
+}
+void* operator new(std::size_t octets) {
+  if (void* const block = operator new(octets, std::nothrow)) return block;
   throw std::bad_alloc();
+}
+void* operator new[](std::size_t octets) { return operator new(octets); }
+void* operator new[](std::size_t octets, const std::nothrow_t& nothrow) noexcept {
+  return operator new(octets, nothrow);
 }
 // Not inlined: the compiler would see free() on what came from operator new.
 [[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
 [[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 TEST_P(StubCalls, EndAsTheServantWants) {
   Scene scene(top);

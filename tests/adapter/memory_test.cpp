@@ -203,7 +203,7 @@ TEST_F(MemoryOfEach, OfObjectsAndTheirServants) {
          top->deactivate_object(oid);
          allocations_left = left;
        },
-       "BAD_PARAM"},
+       "BAD_PARAM ServantAlreadyActive"},
       {"activate_object_with_id", [&](auto& ev) { by_name->activate_object_with_id(a, &servant, ev); },
        "ServantAlreadyActive"},
       {"create_reference", [&](auto& ev) { reference = top->create_reference("IDL:x:1.0", ev); },

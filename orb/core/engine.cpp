@@ -163,8 +163,6 @@ void Engine::wait_for_event(Worker& worker, bool block) {
     wake_pending_.store(false);
     return;
   }
-  // This thread may have taken the wake-up that was meant for those, and stays away for a while now.
-  if (ready_count_.load() > 0) wake();
   auto* connection = static_cast<Connection*>(event.data.ptr);
   if (!connection->try_add_ref()) return;
   const Ref<Connection> counted = Ref<Connection>::adopt(connection);

@@ -148,6 +148,8 @@ TEST_F(Connections, WakeThoseThatWaitToWrite) {
     auto second = call(2, 5000), third = call(3, 5000);  // too long to be left to another thread
     EXPECT_TRUE(failing::wait_for_asleep(2));
     waiting.set_value();
+    for (const auto& call_that_waits : {&second, &third})
+      EXPECT_EQ(call_that_waits->wait_for(milliseconds(5000)), std::future_status::ready);
     EXPECT_EQ(large.get() + ", " + second.get() + ", " + third.get(), "1, 2, 3");
     EXPECT_EQ(server.accepted, breaks ? 2 : 1);
   }

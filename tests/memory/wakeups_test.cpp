@@ -97,7 +97,9 @@ TEST_F(Wakeups, TheEndComesWithTheLastRequest) {
   CORBA_ORB_shutdown(orb_, 0, env_);
   ASSERT_TRUE(wait_for_asleep(idle));  // who closes instead of the thread in the servant
   barrier_.open(1);
-  EXPECT_EQ(client.answers(2), (Texts{"5", "CloseConnection"}));
+  auto last = std::async(std::launch::async, [&] { return client.answers(2); });
+  EXPECT_TRUE(comes(last));
+  EXPECT_EQ(last.get(), (Texts{"5", "CloseConnection"}));
 }
 
 // The slot is free before the reply leaves.
@@ -120,20 +122,22 @@ TEST_F(Wakeups, AReplyOnItsWayIsWaitedForAtTheEnd) {
 
 TEST_F(Wakeups, TicksEndAtOnce) {
   const auto stop = [](zrsv::Ticker& ticker) {
-    ticker.stop(std::chrono::steady_clock::now() + std::chrono::seconds(10));
+    return std::async(std::launch::async, [&ticker] {
+      ticker.stop(std::chrono::steady_clock::now() + std::chrono::seconds(10));
+    });
   };
   zrsv::Ticker between, during;
   between.start(std::chrono::seconds(10));
   ASSERT_TRUE(wait_for_asleep(1));
-  stop(between);
+  EXPECT_TRUE(comes(stop(between)));
 
   tick = [&] { barrier_.pass(); };
   during.start(milliseconds(1));
   ASSERT_TRUE(barrier_.wait_for(1));
-  auto stopped = std::async(std::launch::async, [&] { stop(during); });
+  const auto stopped = stop(during);
   EXPECT_TRUE(wait_for_asleep(1));
   barrier_.open(1);
-  stopped.get();
+  EXPECT_TRUE(comes(stopped));
 }
 
 /// A call that nobody waits for, made of what is to be done with it.

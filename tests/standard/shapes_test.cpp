@@ -48,7 +48,8 @@ S counted(ULong length) {
   S all;
   all.length(length);
   unsigned char next = 1;
-  std::memset(static_cast<void*>(all.get_buffer()), 0xFF, length * sizeof(typename S::Element));
+  if (length != 0)
+    std::memset(static_cast<void*>(all.get_buffer()), 0xFF, length * sizeof(typename S::Element));
   for (ULong i = 0; i < length; ++i) CORBA::idl::Type<typename S::Element>::each(Count{next}, all[i]);
   return all;
 }

@@ -21,13 +21,12 @@ struct LargePages {
 
   T* allocate(std::size_t count) {
     const std::size_t octets = count * sizeof(T);
-    void* const at = ::operator new(octets, LINE);
+    char* const at = static_cast<char*>(::operator new(octets, LINE));
     // The whole pages in it. Refused: the usual pages do.
-    const std::uintptr_t begin = reinterpret_cast<std::uintptr_t>(at),
-                         first = (begin + PAGE - 1) / PAGE * PAGE;
-    const std::uintptr_t last = (begin + octets) / PAGE * PAGE;
-    if (first < last) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-    return static_cast<T*>(at);
+    const std::size_t before = (PAGE - reinterpret_cast<std::uintptr_t>(at) % PAGE) % PAGE;
+    const std::size_t whole = octets > before ? (octets - before) / PAGE * PAGE : 0;
+    if (whole != 0) ::madvise(at + before, whole, MADV_HUGEPAGE);
+    return reinterpret_cast<T*>(at);
   }
   void deallocate(T* at, std::size_t) { ::operator delete(at, LINE); }
   bool operator==(const LargePages&) const { return true; }

@@ -60,11 +60,14 @@ SearchedId::Key SearchedId::key_of(std::string_view oid, const PackedOctets& pac
 PackedOctets PackedObjectId::put_elsewhere(std::string_view octets) {
   char* const at = new char[octets.size()];
   std::memcpy(at, octets.data(), octets.size());
-  return {reinterpret_cast<std::uintptr_t>(at), octets.size() | std::uint64_t{PackedOctets::ELSEWHERE} << 32};
+  std::uint64_t where = 0;
+  std::memcpy(&where, &at, sizeof at);
+  return {where, octets.size() | std::uint64_t{PackedOctets::ELSEWHERE} << 32};
 }
 
 std::string_view PackedObjectId::elsewhere() const {
-  const char* const octets = reinterpret_cast<const char*>(static_cast<std::uintptr_t>(packed_.first));
+  const char* octets = nullptr;
+  std::memcpy(&octets, &packed_.first, sizeof octets);
   return {octets, static_cast<std::uint32_t>(packed_.second)};
 }
 

@@ -33,11 +33,7 @@ class Row:
     idle: int = 0
     objects: int = 1
     local: bool = False
-    many: bool = False        # what objects cost: a new server each round, and at most five
-    placed: bool = False      # where memory happens to lie counts: new programs each round, and three times as many
-
-    def rounds(self, wanted):
-        return min(wanted, 5) if self.many else wanted * 3 if self.placed else wanted
+    restart: bool = False     # a new server each round, and what its objects cost
 
 
 def all_rows():
@@ -46,8 +42,8 @@ def all_rows():
         Row("L1 add", "two numbers, one core", operation="add"),
         Row("T4", "4 threads, a connection each, two cores", "calls/s", threads=4, cores=2),
         Row("T4 shared", "4 threads, one reference, two cores", "calls/s", threads=4, cores=2, shared=True),
-        Row("BIG", "echo of 1 MiB, one core", "MB/s", octets=LARGE, placed=True),
-        Row("BIG 2", "echo of 1 MiB, two cores", "MB/s", octets=LARGE, cores=2, placed=True),
+        Row("BIG", "echo of 1 MiB, one core", "MB/s", octets=LARGE),
+        Row("BIG 2", "echo of 1 MiB, two cores", "MB/s", octets=LARGE, cores=2),
         Row("C500", "L1 beside 500 idle connections", idle=500),
         Row("C10K", "L1 beside 10,000 idle connections", idle=10000),
     ]
@@ -56,7 +52,7 @@ def all_rows():
             rows.append(Row(f"CONC {threads}" + (" shared" if shared else ""), f"{threads} threads, two cores", "calls/s",
                             threads=threads, cores=2, shared=shared))
     rows += [Row(f"DISPATCH {op}", f"{op} within the process", "ns", operation=op, local=True) for op in ("add", "echo")]
-    rows += [Row(f"MANY {n:,}", f"L1, {n:,} objects", objects=n, many=True) for n in (1, 10**3, 10**5, 10**6)]
+    rows += [Row(f"MANY {n:,}", f"L1, {n:,} objects", objects=n, restart=True) for n in (1, 10**3, 10**5, 10**6)]
     return rows
 
 
@@ -154,7 +150,7 @@ class Contest:
         meter = Process(next(iter(self.bench.programs.values())), ["call", 0, "own"], self.cores)
         playing = list(self.bench.programs)
         try:
-            for number in range(self.row.rounds(self.bench.rounds)):
+            for number in range(min(self.bench.rounds, 5) if self.row.restart else self.bench.rounds):
                 self.spins.append(float(meter.ask("spin")[0]))
                 first = number % len(playing)
                 playing = [name for name in playing[first:] + playing[:first] if self.turn(name)]
@@ -174,7 +170,7 @@ class Contest:
             value, tail = self.pairs[name].measure(self.bench.seconds)
             self.figures[name].append(value)
             self.tails[name].append(tail)
-            if self.row.many or self.row.placed:
+            if self.row.restart:
                 self.pairs.pop(name).end()
             return True
         except (RuntimeError, OSError) as why:
@@ -234,7 +230,7 @@ def lines_of(contest):
     lines = [line(row.name, row.unit, contest.figures) + [f"{noise:.0%}"]]
     if row.threads > 1:
         lines.append(line("", "p99 us", contest.tails) + [""])
-    if row.many:
+    if row.restart:
         for part, unit in ((0, "ns an activation"), (1, "octets an object")):
             figures = {n: [a[part] for a in contest.activations[n]] for n in names}
             lines.append(line("", unit, figures) + [""])
@@ -251,7 +247,7 @@ def print_table(contests, bench):
         if number == 0:
             print("|" + "|".join("-" * (width + 2) for width in widths) + "|")
     print(f"""
-Medians of {bench.rounds} rounds of {bench.seconds:g} s (MANY: at most 5, each with a new server; BIG: three times as many, each with new programs). In brackets: of the first peer with a figure, half of what the
+Medians of {bench.rounds} rounds of {bench.seconds:g} s (MANY: at most 5, each with a new server). In brackets: of the first peer with a figure, half of what the
 middle half of its rounds spans; of the others, the ratio to it within a round, median and middle half. Times: lower is better; calls/s and MB/s
 (octets one way): higher. In shared rows raw sockets have a connection a thread. Noise: by how much the longest of the row's runs of a fixed piece of work was longer than the shortest.
 Cores {bench.cores} of {os.cpu_count()}; load of the machine {os.getloadavg()[0]:.1f}, which includes this run.""")

@@ -1,28 +1,15 @@
 // What operations leave behind when memory runs out in the middle of them.
-#include <cstdlib>
-
 #include "any_echo.h"
 #include "dispatch/upcalls.h"
 #include "objects.h"
 #include "records/currentinfo.h"
+#include "replaced_new.h"
 
 using namespace PortableServer;
 
 namespace {
 
 thread_local int allocations_left = -1;  // of the calling thread; below 0: any number
-
-void* allocate(std::size_t octets) {
-  if (allocations_left == 0) return nullptr;
-  if (allocations_left > 0) --allocations_left;
-  return std::malloc(octets ? octets : 1);
-}
-
-void* allocate_or_throw(std::size_t octets) {
-  if (void* block = allocate(octets)) return block;
-  allocations_left = -1;  // one fails; whoever reports it has memory
-  throw std::bad_alloc();
-}
 
 class Memory : public ObjectTest {
  protected:
@@ -60,21 +47,14 @@ class Memory : public ObjectTest {
 
 }  // namespace
 
-void* operator new(std::size_t octets) { return allocate_or_throw(octets); }
-void* operator new[](std::size_t octets) { return allocate_or_throw(octets); }
-void* operator new(std::size_t octets, const std::nothrow_t&) noexcept {
-  void* block = allocate(octets);
-  if (!block) allocations_left = -1;
-  return block;
+void* allocate_for_new(std::size_t octets) noexcept {
+  if (allocations_left == 0) {
+    allocations_left = -1;  // one fails; whoever reports it has memory
+    return nullptr;
+  }
+  if (allocations_left > 0) --allocations_left;
+  return std::malloc(octets ? octets : 1);
 }
-void* operator new[](std::size_t octets, const std::nothrow_t& nothrow) noexcept {
-  return operator new(octets, nothrow);
-}
-// Not inlined: the compiler would see free() on what came from operator new.
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 TEST_F(Memory, APoaIsMadeWholeOrNotAtAll) {
   POA_var made;

@@ -1,9 +1,7 @@
 // Calls that stubs make, of objects at hand and over a socket: the same comes of them, and what is at hand takes no
 // memory.
-#include <cstdlib>
-#include <new>
-
 #include "dispatch_fixture.h"
+#include "replaced_new.h"
 
 using namespace PortableServer;
 
@@ -21,23 +19,10 @@ std::string called(Demo::Echo* echo) {
 
 }  // namespace
 
-void* operator new(std::size_t octets, const std::nothrow_t&) noexcept {
+void* allocate_for_new(std::size_t octets) noexcept {
   ++allocations;
   return std::malloc(octets ? octets : 1);
 }
-void* operator new(std::size_t octets) {
-  if (void* const block = operator new(octets, std::nothrow)) return block;
-  throw std::bad_alloc();
-}
-void* operator new[](std::size_t octets) { return operator new(octets); }
-void* operator new[](std::size_t octets, const std::nothrow_t& nothrow) noexcept {
-  return operator new(octets, nothrow);
-}
-// Not inlined: the compiler would see free() on what came from operator new.
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete[](void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
 
 TEST_P(StubCalls, EndAsTheServantWants) {
   Scene scene(top);

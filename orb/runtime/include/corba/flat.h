@@ -98,13 +98,17 @@ consteval std::size_t unit_of() {
     return layout_of<V>().unit;
 }
 
+/// Whether numbers of several sizes travel so in this stream: in this machine's byte order, and in one piece.
+inline bool is_native(const CDR* cdr) {
+  return cdr->direction == CDR_ENCODE || (!cdr->swap && !cdr->in_cuts);
+}
 /// Whether values travel so in this stream: characters only where they need no conversion, structs of numbers of
-/// several sizes only in this machine's byte order and in one piece.
+/// several sizes only where is_native.
 template <Flat V>
 bool is_flat(const CDR* cdr) {
   if constexpr (std::same_as<V, Char>) return cdr->narrow == ZR_TEXT_NATIVE;
   if constexpr (DenseStruct<V>)
-    if (!layout_of<V>().uniform) return cdr->direction == CDR_ENCODE || (!cdr->swap && !cdr->in_cuts);
+    if (!layout_of<V>().uniform) return is_native(cdr);
   return true;
 }
 
@@ -157,10 +161,6 @@ bool read_padded(CDR* cdr, T* values, ULong count) {
   const unsigned char* from = take_octets(cdr, octets_of<T>(count), layout_of<T>().unit);
   if (from) std::memcpy(static_cast<void*>(values), from, octets_of<T>(count));
   return from != nullptr;
-}
-/// Whether these travel so in this stream.
-inline bool moves_padded(const CDR* cdr) {
-  return cdr->direction == CDR_ENCODE || (cdr->direction == CDR_DECODE && !cdr->swap && !cdr->in_cuts);
 }
 
 }  // namespace CORBA::idl

@@ -490,7 +490,7 @@ bool move_sequence(CDR* cdr, S& sequence) {
   if constexpr (Flat<D>) {
     if (is_flat<D>(cdr)) return move_flat_elements<S, D>(cdr, sequence, length);
   } else if constexpr (FlatStruct<D>) {
-    if (length != 0 && moves_padded(cdr)) return move_padded_elements<S, D>(cdr, sequence, length);
+    if (length != 0 && is_native(cdr)) return move_padded_elements<S, D>(cdr, sequence, length);
   }
   if (cdr->direction == CDR_DECODE) sequence.length(0);
   for (ULong i = 0; i < length; ++i) {

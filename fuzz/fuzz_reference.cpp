@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "reference.h"
+#include "references/reference.h"
 
 using namespace zrsv;
 

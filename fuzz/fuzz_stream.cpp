@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "assembler.h"
-#include "giop.h"
-#include "reference.h"
+#include "connections/assembler.h"
+#include "references/reference.h"
+#include "wire/giop.h"
 
 using namespace zrsv;
 

@@ -1,20 +1,29 @@
-"""Folders of Src include those below them only."""
+"""Folders of the adapter and of the ORB core include those below them only."""
 import pathlib
 import re
 import sys
 
-FLOORS = ["base", "objects", "records", "dispatch", "operations"]
-ALLOWED = {floor: set(FLOORS[: i + 1]) for i, floor in enumerate(FLOORS)}
-ALLOWED["mapping"] = {"base", "mapping"}
+ADAPTER = ["base", "objects", "records", "dispatch", "operations"]
+CORE = ["base", "wire", "references", "connections", "requests", "serving", "calls"]
+
+
+def downward(floors):
+    return {floor: set(floors[: i + 1]) for i, floor in enumerate(floors)}
+
+
+def wrong_includes(folder, allowed):
+    files = [file for floor in allowed for file in (folder / floor).iterdir() if file.suffix in (".h", ".cpp")]
+    assert len(files) > 50, f"the sources of {folder} are somewhere else"
+    for file in files:
+        for name in re.findall(r'#include "([^"]+)"', file.read_text()):
+            floor = name.split("/")[0]
+            if floor in allowed and floor not in allowed[file.parent.name]:
+                yield f"{file} includes {name}"
+
 
 root = pathlib.Path(sys.argv[1])
-files = [file for file in root.rglob("*") if file.suffix in (".h", ".cpp")]
 wrong = [
-    f"{file.relative_to(root)} includes {name}"
-    for file in files
-    for name in re.findall(r'#include "([^"]+)"', file.read_text())
-    if name.split("/")[0] in ALLOWED
-    and name.split("/")[0] not in ALLOWED.get(file.relative_to(root).parts[0], set())
+    *wrong_includes(root / "Src", downward(ADAPTER) | {"mapping": {"base", "mapping"}}),
+    *wrong_includes(root / "orb/core", downward(CORE)),
 ]
-assert len(files) > 50, "the sources are somewhere else"
 sys.exit("\n".join(wrong) or 0)

@@ -2,9 +2,9 @@
 
 #include <thread>
 
-#include "cdr_chain.h"
-#include "environment.h"
 #include "octets.h"
+#include "references/environment.h"
+#include "wire/cdr_chain.h"
 
 namespace {
 

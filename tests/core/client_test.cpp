@@ -1,7 +1,7 @@
 #include <future>
 
+#include "base/options.h"
 #include "client_call.h"
-#include "options.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
-#include "code_sets.h"
+#include "wire/code_sets.h"
 
 #include <gtest/gtest.h>
 
-#include "giop.h"
-#include "iiop_profile.h"
 #include "octets.h"
+#include "wire/giop.h"
+#include "wire/iiop_profile.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // The record of an accepted connection, and its line among those that wait, without an engine.
-#include "connection.h"
+#include "connections/connection.h"
 
 #include <list>
 
+#include "requests/waiting.h"
 #include "sockets.h"
-#include "waiting.h"
 
 namespace {
 
@@ -121,8 +121,8 @@ TEST_F(ConnectionRecords, TakeTurnsWhereTheirRequestsWait) {
 
   EXPECT_TRUE(add(a, 11) && add(b, 22));
   waiting.add_loss(*b);
-  EXPECT_EQ(numbers(waiting.expired(Waiting::Clock::time_point())), "");
-  EXPECT_EQ(numbers(waiting.expired(Waiting::Clock::time_point::max())), "11 22 ");
+  EXPECT_EQ(numbers(waiting.expired(Clock::time_point())), "");
+  EXPECT_EQ(numbers(waiting.expired(Clock::time_point::max())), "11 22 ");
   EXPECT_EQ(all(), "lost ");
   EXPECT_TRUE(add(a, 12));
   waiting.close();

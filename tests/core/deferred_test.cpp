@@ -3,8 +3,8 @@
 
 #include <future>
 
+#include "base/options.h"
 #include "client_call.h"
-#include "options.h"
 #include "zrsv/leftovers.h"
 
 namespace {

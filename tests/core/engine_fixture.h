@@ -7,10 +7,10 @@
 #include <mutex>
 #include <semaphore>
 
-#include "in_process.h"
+#include "calls/in_process.h"
 #include "no_leftovers.h"
-#include "queue_group.h"
-#include "reference.h"
+#include "references/reference.h"
+#include "requests/queue_group.h"
 #include "sockets.h"
 
 namespace engine_test {

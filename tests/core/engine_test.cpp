@@ -1,4 +1,4 @@
-#include "engine.h"
+#include "serving/engine.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "engine_fixture.h"
-#include "listener.h"
 #include "scratch.h"
+#include "serving/listener.h"
 #include "time_limit.h"
 
 namespace {
@@ -105,7 +105,7 @@ TEST(Output, WhoTakesItTooSlowlyIsTold) {
     const std::string octets(row.waiting, 'x');
     ASSERT_TRUE(message.append(reinterpret_cast<const unsigned char*>(octets.data()), octets.size()));
     EXPECT_EQ(queue.send(&message, 0), OutputQueue::Sent::Rest);
-    OutputQueue::Clock::time_point now;
+    zrsv::Clock::time_point now;
     std::string told;
     for (int second = 0; second <= 12 && told.empty(); ++second, now += std::chrono::seconds(1)) {
       if (const char* slow = queue.too_slow(now, pace)) told = slow;

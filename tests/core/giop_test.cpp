@@ -1,4 +1,4 @@
-#include "giop.h"
+#include "wire/giop.h"
 
 #include <gtest/gtest.h>
 

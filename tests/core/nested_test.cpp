@@ -2,8 +2,8 @@
 // have theirs.
 #include <thread>
 
-#include "call_chain.h"
 #include "engine_fixture.h"
+#include "requests/call_chain.h"
 #include "time_limit.h"
 
 namespace {

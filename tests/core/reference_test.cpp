@@ -1,14 +1,14 @@
-#include "reference.h"
+#include "references/reference.h"
 
 #include <gtest/gtest.h>
 
-#include "crc32c.h"
-#include "iiop_profile.h"
-#include "key_secret.h"
-#include "object_key.h"
 #include "octets.h"
-#include "repository.h"
+#include "references/repository.h"
 #include "scratch.h"
+#include "wire/crc32c.h"
+#include "wire/iiop_profile.h"
+#include "wire/key_secret.h"
+#include "wire/object_key.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <atomic>
 #include <thread>
 
-#include "client_pool.h"
-#include "iiop_profile.h"
-#include "reference.h"
+#include "connections/client_pool.h"
+#include "references/reference.h"
 #include "sockets.h"
+#include "wire/iiop_profile.h"
 
 /// A message that a client sent, its fragments joined.
 struct Got {

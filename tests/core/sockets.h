@@ -15,10 +15,10 @@
 #include <utility>
 #include <vector>
 
-#include "assembler.h"
-#include "cdr_chain.h"
-#include "giop.h"
+#include "connections/assembler.h"
 #include "octets.h"
+#include "wire/cdr_chain.h"
+#include "wire/giop.h"
 
 inline constexpr auto bound = std::chrono::seconds(20);  // for all that is to come in time
 

@@ -1,9 +1,9 @@
 // What a client's connections do at moments that are otherwise hard to meet.
 #include <future>
 
+#include "base/options.h"
 #include "client_call.h"
 #include "failing.h"
-#include "options.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <thread>
 
-#include "client_pool.h"
+#include "connections/client_pool.h"
 #include "engine_fixture.h"
 #include "failing.h"
 #include "time_limit.h"

@@ -1,6 +1,6 @@
 // What two threads do at once that send on one connection, one step at a time.
+#include "connections/output_queue.h"
 #include "failing.h"
-#include "output_queue.h"
 #include "sockets.h"
 
 namespace {

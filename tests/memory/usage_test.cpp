@@ -3,9 +3,9 @@
 
 #include <list>
 
+#include "base/memory.h"
 #include "engine_fixture.h"
 #include "failing.h"
-#include "memory.h"
 #include "scratch.h"
 #include "time_limit.h"
 

@@ -2,11 +2,11 @@
 #include <future>
 #include <list>
 
+#include "base/options.h"
+#include "connections/reply_threads.h"
 #include "engine_fixture.h"
 #include "failing.h"
-#include "listener.h"
-#include "options.h"
-#include "reply_threads.h"
+#include "serving/listener.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 //   Servant            cannot travel: always fails
 #pragma once
 
-#include "corba/wire.h"
+#include "corba/detail/wire.h"
 #include "poa.h"
 
 namespace PortableServer {

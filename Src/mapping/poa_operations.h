@@ -2,7 +2,7 @@
 // exceptions, the result and the parameters. CDR skeletons, direct skeletons and stubs all come from these rows.
 #pragma once
 
-#include "corba/own_row.h"
+#include "corba/detail/own_row.h"
 #include "mapping/poa_types.h"
 
 namespace PortableServer::operations {

@@ -2,8 +2,8 @@
 // Nothing registers itself.
 #pragma once
 
+#include "corba/detail/stubs.h"
 #include "corba/orb.h"
-#include "corba/stubs.h"
 #include "mapping/poa_operations.h"
 
 namespace PortableServer::skeletons {

@@ -1,7 +1,7 @@
-// What the rows of module PortableServer know of its types (corba/idl_types.h), by their forms in poa_cdr.h.
+// What the rows of module PortableServer know of its types (corba/detail/idl_types.h), by their forms in poa_cdr.h.
 #pragma once
 
-#include "corba/describe.h"
+#include "corba/detail/describe.h"
 #include "mapping/poa_cdr.h"
 
 namespace CORBA::idl {

@@ -8,7 +8,7 @@
 #include "base/corehandles.h"
 #include "base/locks.h"
 #include "base/raise.h"
-#include "corba/row.h"
+#include "corba/detail/row.h"
 #include "dispatch/serverrequest.h"
 #include "objects/activeobjectmap.h"
 #include "objects/referencedata.h"

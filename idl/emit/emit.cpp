@@ -163,7 +163,7 @@ std::vector<std::string> extra_headers(Compilation& compilation) {
     }
     if (abstract) headers.insert("corba/abstract_base.h");
     const auto* operation = as<Operation>(&one);
-    if (operation && !operation->contexts.empty()) headers.insert("corba/context.h");
+    if (operation && !operation->contexts.empty()) headers.insert("corba/detail/context_row.h");
   });
   return {headers.begin(), headers.end()};
 }

@@ -9,6 +9,7 @@
 #pragma once
 
 #include "corba/async.h"
+#include "corba/detail/async_row.h"
 #include "poa/skeleton.h"
 
 namespace Messaging {

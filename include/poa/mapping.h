@@ -4,9 +4,9 @@
 #pragma once
 
 #include "corba.h"
-#include "corba/any_operators.h"
-#include "corba/describe.h"
+#include "corba/detail/any_operators.h"
+#include "corba/detail/describe.h"
+#include "corba/detail/union.h"
 #include "corba/standard_sequences.h"
-#include "corba/union.h"
 #include "poa.h"
 #include "poa/skeleton.h"

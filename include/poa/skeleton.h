@@ -4,7 +4,7 @@
 
 #include <new>
 
-#include "corba/row.h"
+#include "corba/detail/row.h"
 #include "poa/servant.h"
 
 namespace PortableServer {

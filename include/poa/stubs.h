@@ -23,7 +23,7 @@
 // A stub belongs to one thread at a time.
 #pragma once
 
-#include "corba/stubs.h"
+#include "corba/detail/stubs.h"
 #include "poa/interfaces.h"
 
 /// An operation, and its IIOP part.

@@ -1,5 +1,6 @@
 #include "corba/async.h"
 
+#include "corba/detail/async_row.h"
 #include "corba/request.h"
 #include "core_request.h"
 #include "encoded_stream.h"

@@ -1,6 +1,7 @@
 #include "corba/context.h"
 
-#include "corba/any_operators.h"
+#include "corba/detail/any_operators.h"
+#include "corba/detail/context_row.h"
 #include "corba/orb.h"
 #include "raise.h"
 

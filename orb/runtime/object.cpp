@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "call_failures.h"
-#include "corba/row.h"
+#include "corba/detail/row.h"
 #include "raise.h"
 
 namespace CORBA {

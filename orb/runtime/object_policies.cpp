@@ -1,5 +1,5 @@
 // What a reference says of itself and of its calls.
-#include "corba/row.h"
+#include "corba/detail/row.h"
 #include "orb_state.h"
 #include "raise.h"
 

@@ -1,8 +1,8 @@
 #include "corba/policy.h"
 
+#include "corba/detail/own_row.h"
+#include "corba/detail/stubs.h"
 #include "corba/orb.h"
-#include "corba/own_row.h"
-#include "corba/stubs.h"
 #include "raise.h"
 
 using CORBA::Environment;

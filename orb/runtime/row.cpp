@@ -1,9 +1,9 @@
-#include "corba/row.h"
+#include "corba/detail/row.h"
 
 #include <new>
 
 #include "call_failures.h"
-#include "corba/own_row.h"
+#include "corba/detail/own_row.h"
 #include "raise.h"
 #include "row_steps.h"
 

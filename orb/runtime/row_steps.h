@@ -1,7 +1,7 @@
 // The steps of a stub that other forms of calls take, too.
 #pragma once
 
-#include "corba/row.h"
+#include "corba/detail/row.h"
 
 namespace CORBA::idl {
 

@@ -1,6 +1,6 @@
 #include "corba/sequence.h"
 
-#include "corba/idl_types.h"
+#include "corba/detail/idl_types.h"
 
 namespace CORBA {
 

@@ -1,8 +1,8 @@
 #include <cwchar>
 #include <new>
 
+#include "corba/detail/wire_values.h"
 #include "corba/object.h"
-#include "corba/wire_values.h"
 
 namespace CORBA {
 

@@ -1,4 +1,4 @@
-#include "corba/typecode_place.h"
+#include "corba/detail/typecode_place.h"
 
 #include <vector>
 

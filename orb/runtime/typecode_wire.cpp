@@ -18,7 +18,7 @@
 #include <algorithm>
 #include <unordered_map>
 
-#include "corba/wire.h"
+#include "corba/detail/wire.h"
 #include "typecode_details.h"
 #include "typecode_reading.h"
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "corba/any_operators.h"
+#include "corba/detail/any_operators.h"
 #include "corba/standard_sequences.h"
 #include "wire.h"
 

@@ -6,7 +6,8 @@
 #include <iterator>
 
 #include "corba/abstract_base.h"
-#include "corba/any_operators.h"
+#include "corba/detail/any_operators.h"
+#include "corba/detail/context_row.h"
 #include "running_orb.h"
 #include "wire.h"
 

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "corba.h"
-#include "corba/stubs.h"
+#include "corba/detail/stubs.h"
 #include "running_orb.h"
 #include "wire.h"
 

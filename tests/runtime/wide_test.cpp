@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "corba/wire_values.h"
+#include "corba/detail/wire_values.h"
 #include "wire.h"
 
 namespace {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "corba/any.h"
+#include "corba/detail/wire.h"
 #include "corba/exception.h"
 #include "corba/local_object.h"
 #include "corba/messaging.h"
@@ -14,4 +15,3 @@
 #include "corba/server_request.h"
 #include "corba/strings.h"
 #include "corba/types.h"
-#include "corba/wire.h"

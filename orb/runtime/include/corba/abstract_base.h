@@ -2,7 +2,7 @@
 // what such an interface stands for is always a reference.
 #pragma once
 
-#include "corba/idl_types.h"
+#include "corba/detail/idl_types.h"
 
 namespace CORBA {
 

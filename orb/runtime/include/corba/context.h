@@ -6,7 +6,6 @@
 
 #include <map>
 
-#include "corba/idl_types.h"
 #include "corba/nvlist.h"
 #include "zrsv/thread_safety.h"
 
@@ -68,29 +67,4 @@ using Context_ptr = Context*;
 using Context_var = ObjectVar<Context>;
 using Context_out = ObjectOut<Context>;
 
-namespace idl {
-
-/// The context of an operation whose clause lists `Patterns`, an array of texts.
-template <const auto& Patterns>
-struct context {};
-
-/// What of a context fits the patterns, as names and values in turn; null has nothing.
-ZRSVCPP_API bool write_context(CDR* cdr, const Context* context, const char* const* patterns,
-                               std::size_t count);
-/// A new context of what was sent. False when it does not decode.
-ZRSVCPP_API bool read_context(CDR* cdr, Context*& context);
-
-template <const auto& Patterns>
-struct Type<context<Patterns>> {
-  struct Own {
-    static void free(Context* context) { release(context); }
-    static bool move(CDR* cdr, Context*& context) {
-      return cdr->direction == CDR_ENCODE ? write_context(cdr, context, Patterns, std::size(Patterns))
-                                          : read_context(cdr, context);
-    }
-  };
-  using InArg = PointerArg<Context*, Own, Context*>;
-};
-
-}  // namespace idl
 }  // namespace CORBA

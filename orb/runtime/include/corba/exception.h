@@ -16,6 +16,7 @@
 #include <exception>
 #include <iosfwd>
 
+#include "corba/detail/literal.h"
 #include "corba/strings.h"
 #include "zrsv.h"
 

@@ -5,7 +5,7 @@
 #include <concepts>
 #include <utility>
 
-#include "corba/wire_values.h"
+#include "corba/detail/wire_values.h"
 
 namespace CORBA {
 

@@ -10,12 +10,7 @@
 // Numbers are 0 in new elements, strings "", references nil, and structs what their members are.
 #pragma once
 
-#include <cstdint>
-#include <cstring>
-#include <new>
-#include <type_traits>
-
-#include "corba/strings.h"
+#include "corba/detail/sequence_elements.h"
 
 namespace CORBA {
 
@@ -25,82 +20,6 @@ namespace CORBA {
 /// Gives back a message that a sequence adopted. Of the library.
 ZRSVCPP_API void free_message(void* buffer) noexcept;
 
-// ---- Elements: what stands in a sequence's buffer, and what operator[] gives of it ------------------------
-
-// For who writes a sequence class: generated code has written them all.
-
-/// Elements that copy as C++ values do, and arrays of them.
-template <class T>
-struct PlainElements {
-  using Stored = T;
-  using Reference = T&;
-  using ConstReference = const T&;
-  static T* make(ULong n) {
-    if constexpr (std::is_trivially_default_constructible_v<T>) {  // a compiler may make a loop of T[n]()
-      T* zeroed = new (std::nothrow) T[n];
-      if (zeroed) std::memset(static_cast<void*>(zeroed), 0, n * sizeof(T));
-      return zeroed;
-    } else {
-      return new (std::nothrow) T[n]();
-    }
-  }
-  /// For elements that are assigned next: numbers, and structs of them, are left as the memory is.
-  static T* make_for_copy(ULong n) {
-    if constexpr (std::is_trivially_copyable_v<T>)
-      return n <= SIZE_MAX / sizeof(T) ? static_cast<T*>(::operator new[](n * sizeof(T), std::nothrow))
-                                       : nullptr;
-    return make(n);
-  }
-  static void free(T* buffer) { delete[] buffer; }
-  static void copy(const T* from, ULong n, T* to) {
-    using Single = std::remove_all_extents_t<T>;
-    const std::size_t count = n * (sizeof(T) / sizeof(Single));
-    if constexpr (std::is_trivially_copyable_v<Single>) {
-      if (count != 0) std::memcpy(to, from, count * sizeof(Single));
-    } else {
-      for (std::size_t i = 0; i < count; ++i)
-        reinterpret_cast<Single*>(to)[i] = reinterpret_cast<const Single*>(from)[i];
-    }
-  }
-  /// Those that own something let go of it; numbers stay.
-  static void clear(T* buffer, ULong n) {
-    using Single = std::remove_all_extents_t<T>;
-    if constexpr (!std::is_trivially_copyable_v<Single>) {
-      const std::size_t count = n * (sizeof(T) / sizeof(Single));
-      for (std::size_t i = 0; i < count; ++i) reinterpret_cast<Single*>(buffer)[i] = Single();
-    }
-  }
-  static T& at(T* buffer, ULong i, bool) { return buffer[i]; }
-  static const T& at(const T* buffer, ULong i) { return buffer[i]; }
-};
-
-/// Elements that are plain pointers in the buffer and owned through Owner, which holds one such pointer.
-template <class Pointer, class Owner, class Element>
-struct OwnedElements {
-  using Stored = Pointer;
-  using Reference = Element;
-  using ConstReference = typename Element::Const;
-  static_assert(sizeof(Owner) == sizeof(Pointer));
-  static Pointer* make(ULong n) { return reinterpret_cast<Pointer*>(new (std::nothrow) Owner[n]()); }
-  static Pointer* make_for_copy(ULong n) { return make(n); }
-  static void free(Pointer* buffer) { delete[] reinterpret_cast<Owner*>(buffer); }
-  static void copy(const Pointer* from, ULong n, Pointer* to) {
-    for (ULong i = 0; i < n; ++i) Element(to[i], true) = Element::constant(from[i]);
-  }
-  static void clear(Pointer* buffer, ULong n) {
-    for (ULong i = 0; i < n; ++i) Element(buffer[i], true) = static_cast<Pointer>(nullptr);
-  }
-  static Element at(Pointer* buffer, ULong i, bool owned) { return Element(buffer[i], owned); }
-  static ConstReference at(const Pointer* buffer, ULong i) { return Element::constant(buffer[i]); }
-};
-
-/// Strings.
-template <class C>
-using TextElements = OwnedElements<C*, TextVar<C, true>, TextElement<C>>;
-
-/// For sequences that refuse an index at or past the length.
-struct NoScratch {};
-
 /// A negative one is past the length of any sequence, as is one of more than 32 bits.
 template <Index I>
 constexpr ULong sequence_index(I i) {
@@ -108,8 +27,6 @@ constexpr ULong sequence_index(I i) {
   const auto wide = static_cast<long long>(i);
   return wide < 0 || wide > past ? past : static_cast<ULong>(wide);
 }
-
-// ---- Sequences --------------------------------------------------------------------------------------------
 
 /// A sequence. What `Elements` say is how its elements are kept and copied. An index at or past the length gives the
 /// scratch element `wkrtn`, which is no part of the sequence, or with NoScratch BAD_PARAM: sequences of generated

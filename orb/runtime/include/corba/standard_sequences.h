@@ -7,11 +7,11 @@
 //   names[0] = "Ann";  // copied
 #pragma once
 
-#include "corba/describe.h"
+#include "corba/detail/describe.h"
 
 namespace CORBA {
 
-// One row a sequence: its name before "Seq", and the descriptor of its element (corba/idl_types.h).
+// One row a sequence: its name before "Seq", and the descriptor of its element (corba/detail/idl_types.h).
 // clang-format off
 #define CORBA_EACH_SEQUENCE(DO)                                                                      \
   DO(Any, Any) DO(Boolean, Boolean) DO(Char, Char) DO(WChar, WChar) DO(Short, Short)                 \

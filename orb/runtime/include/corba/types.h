@@ -33,6 +33,7 @@ using LongLong = std::int64_t;
 using ULongLong = std::uint64_t;
 using Float = float;
 using Double = double;
+using LongDouble = long double;
 
 /// What indexes of classes that convert to pointers are: with one type only, an index of any other would fit the pointer
 /// as well.
@@ -53,6 +54,7 @@ using LongLong_out = LongLong&;
 using ULongLong_out = ULongLong&;
 using Float_out = Float&;
 using Double_out = Double&;
+using LongDouble_out = LongDouble&;
 
 /// Memory of the mapping's objects; they back the operator new and delete of its classes. om_new never gives null: it
 /// throws std::bad_alloc. om_delete gives back what
@@ -85,28 +87,6 @@ ZRSVCPP_API void string_free(char* text);
 ZRSVCPP_API WChar* wstring_alloc(Long length);
 ZRSVCPP_API WChar* wstring_dup(const WChar* text);
 ZRSVCPP_API void wstring_free(WChar* text);
-
-/// A literal as a template argument: names and repository ids of rows. Visible, as what is made of a hidden
-/// type is hidden, too.
-template <std::size_t N>
-struct ZRSVCPP_API Text {
-  char value[N]{};
-  constexpr Text(const char (&text)[N]) {
-    for (std::size_t i = 0; i < N; ++i) value[i] = text[i];
-  }
-};
-
-/// Three literals as one text, made by the compiler: `value` ends with a NUL.
-template <std::size_t A, std::size_t B, std::size_t C>
-struct JoinedText {
-  char value[A + B + C - 2]{};
-  constexpr JoinedText(const char (&a)[A], const char (&b)[B], const char (&c)[C]) {
-    std::size_t n = 0;
-    for (std::size_t i = 0; i + 1 < A; ++i) value[n++] = a[i];
-    for (std::size_t i = 0; i + 1 < B; ++i) value[n++] = b[i];
-    for (std::size_t i = 0; i < C; ++i) value[n++] = c[i];
-  }
-};
 
 }  // namespace CORBA
 

@@ -2,8 +2,8 @@
 // numbers where every member of a struct that stands behind another one is at the same place in both.
 #pragma once
 
-#include "corba/typecode_place.h"
-#include "corba/wire.h"
+#include "corba/detail/typecode_place.h"
+#include "corba/detail/wire.h"
 
 namespace CORBA::idl {
 

@@ -3,7 +3,7 @@
 
 #include <tuple>
 
-#include "corba/describe.h"
+#include "corba/detail/describe.h"
 
 namespace CORBA {
 

@@ -3,7 +3,7 @@
 // TypeCode and Any operators come from that.
 #pragma once
 
-#include "corba/idl_types.h"
+#include "corba/detail/idl_types.h"
 
 namespace CORBA::idl {
 

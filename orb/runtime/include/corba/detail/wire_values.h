@@ -1,14 +1,7 @@
 // Wide characters, wide strings and long doubles as they travel.
 #pragma once
 
-#include "corba/wire.h"
-
-namespace CORBA {
-
-using LongDouble = long double;
-using LongDouble_out = LongDouble&;
-
-}  // namespace CORBA
+#include "corba/detail/wire.h"
 
 /// A wide string of CORBA::wstring_alloc, one Unicode scalar value a character; null encodes as the empty string.
 /// By the stream's direction; decoding hands out a new one. Fails in GIOP 1.0, and makes the stream `unconvertible`

@@ -3,7 +3,7 @@
 // its own.
 #pragma once
 
-#include "corba/row.h"
+#include "corba/detail/row.h"
 
 namespace CORBA::idl {
 

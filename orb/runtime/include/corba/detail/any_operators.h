@@ -4,7 +4,7 @@
 // give what stays the Any's; false, and the target alone, when the Any holds another type.
 #pragma once
 
-#include "corba/describe.h"
+#include "corba/detail/describe.h"
 
 namespace CORBA {
 

@@ -14,9 +14,9 @@
 #pragma once
 
 #include "corba/any.h"
-#include "corba/flat.h"
+#include "corba/detail/flat.h"
+#include "corba/detail/typecode_place.h"
 #include "corba/local_object.h"
-#include "corba/typecode_place.h"
 #include "corba/values.h"
 
 namespace CORBA {

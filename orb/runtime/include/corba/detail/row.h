@@ -15,7 +15,7 @@
 #include <array>
 #include <bit>
 
-#include "corba/describe.h"
+#include "corba/detail/describe.h"
 
 namespace CORBA::idl {
 

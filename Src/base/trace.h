@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 
 #include "zrsv.h"
 
@@ -16,6 +17,16 @@
   do {                                         \
     if (OM_TRACE_IS_ON) OM_trace(__VA_ARGS__); \
   } while (false)
+
+/// Runs something for its trace lines alone, while tracing is on: what it finds out is known by then.
+template <class Work>
+void trace_of(Work&& work) {
+  if (!OM_TRACE_IS_ON) return;
+  try {
+    work();
+  } catch (const std::exception&) {  // it has its lines
+  }
+}
 
 /// A pointer as trace lines print it: hexadecimal digits, whole, after a "0x" in the text ("0x%lx").
 inline unsigned long trace_address(const void* p) { return reinterpret_cast<std::uintptr_t>(p); }

@@ -121,17 +121,34 @@ void trace_no_activator(const POAInfo& poa) {
   POA_TRACE("POAInfo::incarnate [wrong policy.]");
 }
 
+/// The trace lines of `reference_to_servant` before it looks into the map: of what the target knows.
+[[gnu::cold]] void trace_reference_to_servant(const RequestTarget& target, const ActiveObjectMap* map) {
+  POA_TRACE("POAInfo::reference_to_servant");
+  trace_of([&] {
+    CORBA::Environment ev;
+    findPOAInfoByReference(target.object, ev);
+  });
+  POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(target.poa.get()),
+            trace_address(map));
+  if (!target.poa->policies.retains()) return;
+  checkEmptyReferenceData(target.object);
+  if (map) target.trace_reference_to_id();
+}
+
 /// The active servant or the default servant; none when there is neither.
 ServantUse search(const RequestTarget& target) {
-  const POAInfo& poa = *target.poa;
-  POA_TRACE("POAInfo::reference_to_servant");
+  POAInfo& poa = *target.poa;
   ActiveObjectMap* map = poa.active_object_map;
-  POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(&poa),
-            trace_address(map));
+  if (OM_TRACE_IS_ON) trace_reference_to_servant(target, map);
   if (poa.policies.retains() && target.has_data && map) {
     if (ServantUse found = map->useServantById(target.data.object_id)) return found;
   }
-  return poa.policies.uses_default_servant() ? poa.default_servant.use() : ServantUse();
+  if (!poa.policies.uses_default_servant()) return {};
+  trace_of([&poa] {
+    CORBA::Environment ev;
+    const PortableServer::ServantBase_var found = poa.get_servant(ev);
+  });
+  return poa.default_servant.use();
 }
 
 /// The servant in the map or the default servant; none when there is none that may serve. What
@@ -196,9 +213,7 @@ class TargetReference {
                                 default_oid ? oid_view(*default_oid) : target.data.object_id);
   }
   ~TargetReference() {
-    if (servant_)
-      servant_->clear_ObjectReference(target_.poa->poa_object,
-                                      &BorrowedObjectId(target_.data.object_id).get());
+    if (servant_) PortableServer::forget_reference(*servant_, *target_.poa, target_.data.object_id);
   }
   TargetReference(const TargetReference&) = delete;
   TargetReference& operator=(const TargetReference&) = delete;
@@ -260,7 +275,6 @@ void invoke_servant(const RequestTarget& target, ServantUse use, bool by_locator
   if (!servant.invoke(&request, ev))
     raise<CORBA::BAD_OPERATION>(ev, "servant invoke faild.  throw BAD_OPERATION.", MINOR_NO_OPERATION);
   complete_dynamic(servant, request);
-  if (ev.exception()) POA_TRACE("exception-id %s", ev.exception()->id());
 }
 
 void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, CORBA::Environment& ev) {
@@ -281,6 +295,7 @@ void dsi_routine_cpp_poa(CORBA::Object& object, CORBA::ServerRequest& request, C
   const PortableServer::ServantInCall call(found.by_locator ? servant : nullptr);
   try {
     invoke_servant(target, std::move(found.use), found.by_locator, request, ev);
+    if (ev.exception()) POA_TRACE("exception-id %s", ev.exception()->id());
     if (found.by_locator) {
       found.always_postinvoke = false;  // it follows now, and not again when it throws
       POA_TRACE("  POAInfo::postinvoke call");

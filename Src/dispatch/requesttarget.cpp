@@ -84,8 +84,8 @@ void trace_names(std::string_view path) {
   if (!OM_TRACE_IS_ON) return;
   POA_TRACE("  reference_name = %.*s", static_cast<int>(path.size()), path.data());
   std::string qualified;
-  for (PathNames names(path); const auto name = names.next();)
-    qualified.append(qualified.empty() ? "" : poa_seperator).append(*name);
+  for (PathNames names(path); const auto name = names.next();) qualified.append(*name).append(poa_seperator);
+  qualified.pop_back();
   POA_TRACE("  qualified_name=%s", qualified.c_str());
 }
 

@@ -1,6 +1,7 @@
 // What a request is addressed to, read once and handed down the road of the request.
 #pragma once
 
+#include "base/trace.h"
 #include "objects/referencedata.h"
 #include "records/poainfo.h"
 
@@ -15,6 +16,13 @@ struct RequestTarget {
   /// Reads the data and walks the POA path, asking adapter activators for missing POAs. BAD_PARAM for a nil
   /// target or bad data; what findChildByName raises. The views live as long as the reference.
   static RequestTarget find(CORBA::Object* reference, CORBA::Environment& ev);
+  /// The trace lines of learning the id once more, which is known.
+  void trace_reference_to_id() const {
+    trace_of([this] {
+      CORBA::Environment ev;
+      if (has_data) delete poa->reference_to_id(object, ev);
+    });
+  }
 };
 
 /// The POA that made a reference; missing POAs on its path are asked of adapter activators. Null when the ORB

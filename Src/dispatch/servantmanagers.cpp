@@ -22,6 +22,7 @@ using PortableServer::ServantUse;
 /// The target's id: a view of the reference data, or what reference_to_id raises when there is none.
 std::string_view object_id_of(const RequestTarget& target, CORBA::Environment& ev) {
   POA_TRACE("  POAInfo::reference_to_id call");
+  target.trace_reference_to_id();
   if (!target.has_data) delete target.poa->reference_to_id(target.object, ev);
   return target.data.object_id;
 }
@@ -92,13 +93,14 @@ ServantUse enter_incarnated(POAInfo& poa, const ObjectId& oid, ServantBase& serv
   if (poa.destroyed)
     raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [POA is destroyed.]", MINOR_NO_MANAGER);
   if (ActiveObjectMap* map = poa.active_object_map) {
-    ServantUse active = map->useServantById(guard, oid_view(oid));
+    ServantUse active;
+    if (map->has(guard, oid_view(oid))) active = map->useServantById(guard, oid_view(oid));
     if (active && !active->get_to_be_deleted() && !active->get_deleted()) return active;
     if (active) {  // its entry must not stand in front of the new one
       dying = std::move(active);
       map->removeById(guard, oid_view(oid), dying.get());
     }
-    if (poa.policies.unique_id() && map->at(guard, map->findByServant(guard, &servant))) {
+    if (map->findByServant(guard, &servant) && poa.policies.unique_id()) {
       POA_TRACE("unique_id,throw CORBA::StExcep::OBJ_ADAPTER");
       raise<CORBA::OBJ_ADAPTER>(ev, "POAInfo::incarnate [oid is nil.]", MINOR_NO_MANAGER);
     }

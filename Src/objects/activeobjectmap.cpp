@@ -353,6 +353,10 @@ ServantBase* ActiveObjectMap::findServantById(const SearchedId& id) {
   return hit.entry ? hit.entry->p_servant : nullptr;
 }
 
+bool ActiveObjectMap::has(const Held&, const SearchedId& id) const {
+  return find(ById(id), IN_USE) != SlotIndex::NONE;
+}
+
 bool ActiveObjectMap::holds(const Held&, const SearchedId& id, const ServantBase* p_servant) {
   return find(ById(id), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); }) !=
          SlotIndex::NONE;

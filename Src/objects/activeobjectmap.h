@@ -82,6 +82,8 @@ class ActiveObjectMap {
   PortableServer::ServantUse useServantById(const SearchedId& id);
   PortableServer::ServantUse useServantById(const Held& held, const SearchedId& id)
       ZR_REQUIRES(poa_semaphore);
+  /// Whether an object of that id is active. No look-up: it has no trace line, and records no client.
+  bool has(const Held& held, const SearchedId& id) const ZR_REQUIRES(poa_semaphore);
   /// Whether the servant is active under that id.
   bool holds(const Held& held, const SearchedId& id, const PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);

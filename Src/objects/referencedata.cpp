@@ -84,6 +84,16 @@ std::optional<std::string_view> PathNames::next() {
   return name;
 }
 
+namespace {
+
+void trace_got(std::string_view oid) {
+  const auto first = trace_octets(oid);
+  POA_TRACE("GetOid oid=%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
+  POA_TRACE("POAInfo::GetOid end...");
+}
+
+}  // namespace
+
 void GetOid(const CORBA_sequence_octet* data, ObjectId*& oid, CORBA::Environment& ev) {
   POA_TRACE("POAInfo::GetOid called...");
   ReferenceDataView view;
@@ -94,9 +104,12 @@ void GetOid(const CORBA_sequence_octet* data, ObjectId*& oid, CORBA::Environment
   } catch (const std::bad_alloc&) {
     oid = nullptr;
   }
-  const auto first = trace_octets(view.object_id);
-  POA_TRACE("GetOid oid=%02x%02x%02x%02x", first[0], first[1], first[2], first[3]);
-  POA_TRACE("POAInfo::GetOid end...");
+  trace_got(view.object_id);
+}
+
+void trace_get_oid(std::string_view oid) {
+  POA_TRACE("POAInfo::GetOid called...");
+  trace_got(oid);
 }
 
 int checkEmptyReferenceData(CORBA::Object* reference) {

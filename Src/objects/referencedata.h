@@ -70,5 +70,8 @@ class PathNames {
 /// Stores a new id through `oid`, null without memory; BAD_PARAM when the data ends before what it claims.
 void GetOid(const CORBA_sequence_octet* data, PortableServer::ObjectId*& oid, CORBA::Environment& ev);
 
+/// Its trace lines, where the id is known.
+void trace_get_oid(std::string_view oid);
+
 /// 1 when the reference carries no reference data.
 int checkEmptyReferenceData(CORBA::Object* reference);

@@ -234,21 +234,34 @@ CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA:
   return keep(ServantAccess::references(s), home, ior, flag == 1 ? Keep::duplicate : Keep::itself, oid);
 }
 
+namespace {
+
+/// With the lines of reading the id in the reference, which is not done: that of a default servant is told.
+[[gnu::cold]] void trace_keep(const ServantBase& s, const ObjectHome& home, const CORBA::Object* ior,
+                              std::string_view oid) {
+  trace_keep_called(home.poa_object, ior);
+  if (ServantAccess::default_count(s) == 0) trace_get_oid(oid);
+}
+
+}  // namespace
+
 CORBA::Object* keep_reference(ServantBase& s, const ObjectHomePtr& home, CORBA::Object* ior, int flag,
                               std::string_view oid) {
-  trace_keep_called(home->poa_object, ior);
+  if (OM_TRACE_IS_ON) trace_keep(s, *home, ior, oid);
   return enter_reference(s, home, ior, flag, oid);
 }
 
 void keep_target(ServantBase& s, ObjectHome& home, CORBA::Object* target, std::string_view oid) {
-  trace_keep_called(home.poa_object, target);
+  const bool traced = OM_TRACE_IS_ON;
   const auto keep_it = [&] {
     MutexGuard guard(poa_svt_objref_mutex);
     if (recorded(ServantAccess::references(s), home.identity, oid)) return;
-    const Keep what = can_be_made_again(s, target, oid) ? Keep::nothing : Keep::duplicate;
+    // Making it again has trace lines where nobody expects them.
+    const Keep what = !traced && can_be_made_again(s, target, oid) ? Keep::nothing : Keep::duplicate;
     keep(ServantAccess::references(s), home.share(), target, what, oid);
   };
-  RecentlySeen* seen = OM_TRACE_IS_ON ? nullptr : zrsv::of_thread<RecentlySeen>();
+  if (traced) trace_keep(s, home, target, oid);
+  RecentlySeen* seen = traced ? nullptr : zrsv::of_thread<RecentlySeen>();
   if (!seen) return keep_it();
   RecentlySeen::One& one = seen->of(s);
   const std::uint64_t now = removals;
@@ -277,6 +290,17 @@ void ServantBase::clear_ObjectReference(POA* poa, const ObjectId* oid) {
   content = take(*node);
   drop_cleared(_object_ref);
   POA_TRACE("ServantBase::clear_ObjectReference end...[poa_info is cleard and obj_ref is deleted]");
+}
+
+void forget_reference(ServantBase& s, const ObjectHome& home, std::string_view oid) {
+  Content content;  // freed after the lock
+  MutexGuard guard(poa_svt_objref_mutex);
+  ObjectRefList*& list = ServantAccess::references(s);
+  ObjectRefList* const node = find_node(list, home.identity, oid);
+  if (!node) return;
+  content = take(*node);
+  drop_cleared(list);
+  if (content.object.in()) unbind(*content.object.in());
 }
 
 CORBA::Object* duplicate_reference(ServantBase& s, POA* poa, const ObjectId& oid) {

@@ -78,6 +78,8 @@ CORBA::Object* enter_reference(ServantBase& s, const ObjectHomePtr& home, CORBA:
 /// Whether one is kept for (POA, id), traced.
 bool reference_recorded(const ServantBase& s, Identity poa, std::string_view oid);
 void trace_keep_called(const POA* poa, const CORBA::Object* ior);
+/// As withdraw_reference, without a trace line.
+void forget_reference(ServantBase& s, const ObjectHome& home, std::string_view oid);
 
 /// The references of live POAs, as they are now.
 std::vector<ServantReference> list_references(const ServantBase& s);

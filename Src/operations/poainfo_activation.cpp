@@ -297,7 +297,10 @@ void POAInfo::exchange_default(ServantBase* servant, DefaultServant::Oid oid,
   // Under poa_default_servant_ref_mutex: once somebody else has taken the old one away, it is not touched here.
   ServantBase* old = default_servant.exchange(servant, oid);
   if (!old) return;
-  if (oid) withdraw_reference(*old, poa_object, oid_view(*oid));
+  if (oid) {  // only a teardown has trace lines for it
+    destroyed ? withdraw_reference(*old, poa_object, oid_view(*oid))
+              : forget_reference(*old, *this, oid_view(*oid));
+  }
   old->rem_default_servant_ref();
   leaving.leave(old);
 }

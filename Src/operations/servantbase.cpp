@@ -183,6 +183,7 @@ CORBA::Object* ServantBase::set_ObjectReference(POA* poa, CORBA::Object* ior, in
   }
   const auto id = recorded_id(_default_servant > 0, oid, ior);
   if (!id) return nullptr;
+  if (_default_servant == 0) trace_of([&] { trace_get_oid(*id); });
   if (reference_recorded(*this, read_identity(poa), *id)) return nullptr;
   const POANodePtr record = POANode::find_live(poa);
   return record ? enter_reference(*this, record, ior, flag, *id) : nullptr;

@@ -386,6 +386,7 @@ TEST_F(Client, CallsInARowSayWhatEachOfThemIs) {
         if (got.response_expected) peer.echo(got);
     }});
     const auto one = reference_to({{server.port(), "k", minor}});
+    const auto like_it = reference_to({{server.port(), "j", minor}});
     const auto other = reference_to({{server.port(), "another key", minor}});
     const struct {
       const Ref<Reference>& object;
@@ -394,7 +395,10 @@ TEST_F(Client, CallsInARowSayWhatEachOfThemIs) {
       std::size_t filler;
     } rows[] = {{one, "k", true, 0},
                 {one, "k", true, 0},
+                {like_it, "j", true, 0},
+                {one, "k", true, 0},
                 {one, "k", false, 0},
+                {like_it, "j", false, 0},
                 {other, "another key", false, 0},
                 {other, "another key", true, 2500},
                 {other, "another key", true, 0},

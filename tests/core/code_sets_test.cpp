@@ -101,7 +101,7 @@ TEST(CodeSets, ACallUsesWhatTheServerTakes) {
 }
 
 TEST(CodeSets, RequestsSayThem) {
-  for (const uint8_t minor : {uint8_t{1}, uint8_t{2}}) {
+  for (const uint8_t minor : {uint8_t{0}, uint8_t{1}, uint8_t{2}}) {
     for (const auto& [said, read] :
          {std::pair{CodeSets{ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, true},
                     CodeSets{ZR_TEXT_NATIVE, ZR_TEXT_NATIVE, true}},
@@ -110,10 +110,11 @@ TEST(CodeSets, RequestsSayThem) {
       Encoding out(minor);
       ASSERT_TRUE(giop::begin_request(out, minor, 7, true, "key", "op", said));
       giop::set_request_id(static_cast<CDR*>(out)->out_base, minor, said.said, 9);
+      giop::set_request_key(static_cast<CDR*>(out)->out_base, minor, said.said, "yek");
       giop::RequestHead head;
       Decoding in(out.octets(), std::endian::native == std::endian::little, giop::header_size, minor);
       ASSERT_TRUE(giop::read_request(in, minor, &head));
-      EXPECT_TRUE(head.id == 9 && head.key == "key" && head.operation == std::string("op"));
+      EXPECT_TRUE(head.id == 9 && head.key == "yek" && head.operation == std::string("op"));
       EXPECT_TRUE(head.code_sets == read);
     }
   }

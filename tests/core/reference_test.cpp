@@ -116,6 +116,36 @@ TEST(ObjectKey, WhoeverHasAReferenceKeepsIt) {
   }
 }
 
+/// Objects of POAs and types whose names differ a little, one after the other: each is found with all its parts, and none
+/// under a damaged key.
+void expect_all_found() {
+  constexpr std::pair<const char*, const char*> names[] = {
+      {"impl", "IDL:T:1.0"}, {"imql", "IDL:T:1.0"}, {"impl", "IDL:U:1.0"}, {"imp", "lIDL:T:1.0"}};
+  for (int i = 0; i < 2000; ++i) {
+    const auto& [impl, intf] = names[i % 7 == 0 ? i % 4 : i / 500];
+    const std::string data = std::to_string(100'000 + i);
+    const std::string key = *write_object_key({impl, intf, data});
+    for (const std::size_t at : {key.size() - 1, key.find(data) + 5, std::size_t{13}}) {
+      std::string damaged = key;
+      damaged[at] ^= 1;
+      EXPECT_FALSE(Reference::from_key(damaged)) << at;
+    }
+    const Handle found = Reference::from_key(key);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->key(), key);
+    EXPECT_EQ(found->data(), data);
+    EXPECT_TRUE(found->impl_name() == impl && found->intf_name() == intf && found->type_id() == intf) << key;
+  }
+}
+
+TEST(ObjectKey, AThreadKnowsMoreThanOnePoa) {
+  expect_all_found();
+  ASSERT_EQ(load_secret(std::string(32, 's')), "");
+  expect_all_found();
+  ASSERT_EQ(load_key_secret(""), "");
+  expect_all_found();
+}
+
 TEST(ObjectKey, IsSignedWhereThereIsASecret) {
   const KeyParts parts{"i", "ID", "data"};
   const std::string unsigned_key = *write_object_key(parts);

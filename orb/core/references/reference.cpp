@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "wire/iiop_profile.h"
 #include "wire/key_secret.h"
@@ -74,6 +75,18 @@ void Reference::become(std::string_view key, const KeyParts& parts, std::string_
   data_ = std::string_view(key_).substr(static_cast<std::size_t>(parts.data.data() - key.data()),
                                         parts.data.size());
   type_id_ = type_id.empty() ? parts.intf : type_id;
+  forget_forward();
+}
+
+bool Reference::become_sibling(std::string_view key) {
+  const auto data = static_cast<std::size_t>(data_.data() - key_.data());
+  if (!is_sibling(key, key_, data)) return false;
+  std::memcpy(key_.data() + data, key.data() + data, key.size() - data);
+  forget_forward();
+  return true;
+}
+
+void Reference::forget_forward() {
   if (has_forward_.load(std::memory_order_relaxed)) clear_forward();
   answered();
 }
@@ -94,11 +107,15 @@ Ref<Reference> Reference::make_local(std::string_view impl, std::string_view int
   return made;
 }
 
-// Where more objects are called than a thread remembers, the one that goes lends its memory to the one that comes.
+// Where more objects are called than a thread remembers, the one that goes lends its memory to the one that comes, and
+// where both are of one POA, as most are, all that it knows but the data.
 Ref<Reference> Reference::from_key(std::string_view key) {
   RecentKeys* recent = of_thread<RecentKeys>();
   Ref<Reference>* slot = recent ? recent->slot(key) : nullptr;
-  if (slot && *slot && same_key((*slot)->key(), key)) return *slot;
+  if (slot && *slot) {
+    Reference& known = **slot;
+    if (same_key(known.key(), key) || (!known.is_shared() && known.become_sibling(key))) return *slot;
+  }
   const std::optional<KeyParts> parts = read_object_key(key);
   if (!parts) return {};
   Ref<Reference> made;

@@ -84,6 +84,9 @@ class Reference {
   static Ref<Reference> local_of(std::string_view key, std::string_view type_id);
   /// Becomes the local reference of a key whose parts those are, whatever it was: it is new, or nobody has it.
   void become(std::string_view key, const KeyParts& parts, std::string_view type_id);
+  /// The same for a key that differs from its own in the data alone, which is as long. False when it is none.
+  bool become_sibling(std::string_view key);
+  void forget_forward();
   bool is_shared() const { return count_.load(std::memory_order_acquire) != 1; }
 
   std::atomic<uint32_t> count_{1};

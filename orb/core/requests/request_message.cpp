@@ -52,13 +52,13 @@ bool begin_head(ClientRequest* request, CDR* cdr) {
   return true;
 }
 
-/// The header of the last message, which still stands there, but for the id: the same call on the same
-/// object.
+/// The header of the last message, which still stands there, but for the id and what the key is: the same call, on an
+/// object whose key is as long.
 bool has_head(const ClientRequest& request) {
   const ClientRequest::Head& head = request.head;
   return head.whole && request.cdr.out_base && !request.one_off && head.minor == request.call.minor &&
          head.response_expected == request.response_expected && head.operation == request.operation &&
-         head.key == request.key && head.code_sets == request.code_sets;
+         head.key.size() == request.key.size() && head.code_sets == request.code_sets;
 }
 
 }  // namespace
@@ -83,7 +83,13 @@ bool begin_message(ClientRequest* request) {
     return true;
   }
   if (!as_before) return begin_head(request, cdr);
-  giop::set_request_id(cdr->out_base, request->call.minor, request->code_sets.said, request->call.id);
+  const uint8_t minor = request->call.minor;
+  const bool said = request->code_sets.said;
+  giop::set_request_id(cdr->out_base, minor, said, request->call.id);
+  if (request->head.key != request->key) {
+    giop::set_request_key(cdr->out_base, minor, said, request->key);
+    request->head.key = request->key;
+  }
   cdr->out_next += request->head.body;
   return true;
 }

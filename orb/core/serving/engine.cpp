@@ -115,7 +115,10 @@ void Engine::add(int fd, const PeerAddress& peer) try {
 
 Reference* Engine::Worker::find_target(std::string_view key) {
   // What a name led to has a key of its own, which may be a name as well.
-  if (!target || !target->is_local() || !same_key(target->key(), key)) target = Reference::from_key(key);
+  if (!target || !target->is_local() || !same_key(target->key(), key)) {
+    target = {};  // nobody else's, as a rule: its memory goes to the one that comes
+    target = Reference::from_key(key);
+  }
   if (!target) target = named_object(key);
   return target.get();
 }

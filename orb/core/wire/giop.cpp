@@ -367,10 +367,23 @@ void end_message(CDR* cdr) {
   std::memcpy(cdr->out_base + size_offset, &size, sizeof size);
 }
 
-void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t id) {
+namespace {
+
+/// Where the id stands in a request that has no contexts but that one.
+std::size_t id_at(uint8_t minor, bool said) {
   constexpr std::size_t none = 4, with_code_sets = 24;
-  const std::size_t contexts = minor >= 2 ? 0 : said ? with_code_sets : none;
-  std::memcpy(message + header_size + contexts, &id, sizeof id);
+  return header_size + (minor >= 2 ? 0 : said ? with_code_sets : none);
+}
+
+}  // namespace
+
+void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t id) {
+  std::memcpy(message + id_at(minor, said), &id, sizeof id);
+}
+
+void set_request_key(unsigned char* message, uint8_t minor, bool said, std::string_view key) {
+  const std::size_t behind_id = minor >= 2 ? 16 : 12;
+  std::memcpy(message + id_at(minor, said) + behind_id, key.data(), key.size());
 }
 
 void write_empty(unsigned char* octets, uint8_t minor, Type type) {

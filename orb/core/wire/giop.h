@@ -116,6 +116,8 @@ bool pad_request_1_1(CDR* cdr, uint32_t octets);
 void end_message(CDR* cdr);
 /// Makes a request that was begun, with or without code sets said and without a chain, that of another id.
 void set_request_id(unsigned char* message, uint8_t minor, bool said, uint32_t id);
+/// The same for another key of as many octets.
+void set_request_key(unsigned char* message, uint8_t minor, bool said, std::string_view key);
 
 /// The whole of a message without a body (CloseConnection, MessageError): 12 octets.
 void write_empty(unsigned char* octets, uint8_t minor, Type type);

@@ -32,10 +32,10 @@ void put(std::string* to, uint32_t value, int width) {
   for (int i = 0; i < width; ++i) to->push_back(static_cast<char>(value >> (8 * i)));
 }
 
-uint32_t get(std::string_view from, std::size_t at, std::size_t width) {
-  uint32_t value = 0;
-  for (std::size_t i = 0; i < width; ++i)
-    value |= uint32_t{static_cast<unsigned char>(from[at + i])} << (8 * i);
+template <int width>
+uint32_t get(std::string_view from, std::size_t at) {
+  uint32_t value = static_cast<unsigned char>(from[at]);
+  if constexpr (width > 1) value |= get<width - 1>(from, at + 1) << 8;
   return value;
 }
 
@@ -47,8 +47,11 @@ void put_check(std::string* key) {
   key->append(reinterpret_cast<const char*>(signature.data()), signature.size());
 }
 
-bool is_checked(std::string_view octets, std::string_view check) {
-  if (!keys_are_signed()) return crc32c(octets) == get(check, 0, check.size());
+/// Whether the end of the key is the check of what stands before it.
+bool is_checked(std::string_view key) {
+  const std::size_t end = key.size() - check_size();
+  const std::string_view octets = key.substr(0, end), check = key.substr(end);
+  if (!keys_are_signed()) return crc32c(octets) == get<4>(check, 0);
   const Signature signature = sign_key(octets);
   return equal_signatures({reinterpret_cast<const char*>(signature.data()), signature.size()}, check);
 }
@@ -78,9 +81,9 @@ std::optional<std::string> write_object_key(const KeyParts& parts) {
 }
 
 KeyParts parts_of_written(std::string_view key) {
-  const std::size_t impl = get(key, magic().size(), 2);
-  const std::size_t intf = get(key, magic().size() + 2, 2);
-  const std::size_t data = get(key, magic().size() + 4, 2);
+  const std::size_t impl = get<2>(key, magic().size());
+  const std::size_t intf = get<2>(key, magic().size() + 2);
+  const std::size_t data = get<2>(key, magic().size() + 4);
   return {key.substr(head_size, impl), key.substr(head_size + impl, intf),
           key.substr(head_size + impl + intf, data)};
 }
@@ -89,12 +92,17 @@ std::optional<KeyParts> read_object_key(std::string_view key) {
   const std::size_t size = check_size();
   if (key.size() < head_size + size || !key.starts_with(magic())) return std::nullopt;
   std::size_t total = head_size + size;
-  for (std::size_t i = 0; i < 3; ++i) total += get(key, magic().size() + 2 * i, 2);
+  for (std::size_t i = 0; i < 3; ++i) total += get<2>(key, magic().size() + 2 * i);
   if (key.size() != total) return std::nullopt;
-  if (!is_checked(key.substr(0, key.size() - size), key.substr(key.size() - size))) return std::nullopt;
+  if (!is_checked(key)) return std::nullopt;
   const KeyParts parts = parts_of_written(key);
   if (!is_name(parts.impl) || !is_name(parts.intf)) return std::nullopt;
   return parts;
+}
+
+bool is_sibling(std::string_view key, std::string_view known, std::size_t data) {
+  return key.size() == known.size() && key.size() >= data + check_size() &&
+         key.substr(0, data) == known.substr(0, data) && is_checked(key);
 }
 
 }  // namespace zrsv

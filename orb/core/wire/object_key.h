@@ -24,6 +24,10 @@ KeyParts parts_of_written(std::string_view key);
 /// The exact inverse: nothing for octets that write_object_key does not produce.
 std::optional<KeyParts> read_object_key(std::string_view key);
 
+/// Whether the key is one, and that of `known`, which is one whose data begins at `data`, but for what the data is: it has
+/// as many octets, and the same names before it.
+bool is_sibling(std::string_view key, std::string_view known, std::size_t data);
+
 /// Whether the key names one of the broker's own objects rather than one that a POA serves: its implementation
 /// name is an interface id, and its data is no path to a POA, which takes more octets.
 bool names_own_object(const KeyParts& parts);

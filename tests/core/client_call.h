@@ -1,7 +1,161 @@
-// Calls of the ORB core, step by step, to a scripted server.
+// Calls of the ORB core, step by step, to a server that a test plays.
 #pragma once
 
-#include "scripted_server.h"
+#include <atomic>
+#include <list>
+#include <thread>
+
+#include "connections/client_pool.h"
+#include "memory_network.h"
+#include "references/reference.h"
+#include "sockets.h"
+#include "wire/iiop_profile.h"
+
+/// A message that a client sent, its fragments joined.
+struct Got {
+  zrsv::giop::Header header;
+  uint32_t id = 0;
+  std::string key, octets;
+  uint64_t argument = 0;  // each request of these tests has one, after a long
+  bool response_expected = true;
+};
+
+/// A reply; its body starts on a multiple of 8 in every version.
+inline std::string reply(const Got& to, uint32_t status, std::string_view body) {
+  Encoding message;
+  zrsv::giop::begin_reply(message, to.header.minor, to.id, status);
+  zrsv::Writer(message).raw(body);
+  zrsv::giop::end_message(message);
+  return message.octets();
+}
+
+inline std::string encoded(const std::function<void(zrsv::Writer&)>& write) {
+  Encoding stream;
+  zrsv::Writer out(stream);
+  write(out);
+  return stream.octets();
+}
+
+/// One end of a connection that a script plays.
+class Peer : public Socket {
+ public:
+  using Socket::Socket;
+
+  /// False at the connection's end, and where no whole message is there and it does not wait for one.
+  bool next(Got* got, bool waits = true) {
+    if (!receive(&got->header, &got->octets, waits)) return false;
+    Decoding in(got->octets, got->header.little, zrsv::giop::header_size, got->header.minor);
+    zrsv::giop::RequestHead head;
+    int32_t filler = 0;
+    if (got->header.type == zrsv::giop::Type::CancelRequest) return OM_cdr_unsigned_long(in, &got->id);
+    EXPECT_TRUE(zrsv::giop::read_request(in, got->header.minor, &head) && OM_cdr_long(in, &filler) &&
+                OM_cdr_unsigned_long_long(in, &got->argument));
+    got->id = head.id;
+    got->key = head.key;
+    got->response_expected = head.response_expected;
+    return true;
+  }
+  Got read() {
+    Got got;
+    EXPECT_TRUE(next(&got));
+    return got;
+  }
+  /// Answers with the argument, plus `more`.
+  void echo(const Got& to, uint32_t more = 0) {
+    const auto value = static_cast<uint32_t>(to.argument) + more;
+    send(reply(to, ZR_REPLY_NO_EXCEPTION, encoded([&](auto& out) { out.u32(value); })));
+  }
+  /// Answers all requests until the client goes.
+  void echo_all() {
+    for (Got got; next(&got);) echo(got);
+  }
+  /// Answers what is there.
+  void answer_all(const std::function<bool(Peer&, const Got&)>& answer) {
+    for (Got got; fd_ >= 0 && next(&got, false);)
+      if (!answer(*this, got)) close();
+  }
+};
+
+using Script = std::function<void(Peer&)>;
+/// False ends the connection.
+using Answer = std::function<bool(Peer&, const Got&)>;
+inline bool answer_nothing(Peer&, const Got&) { return true; }
+inline bool echo_each(Peer& peer, const Got& got) { return peer.echo(got), true; }
+
+/// What a server does on one connection: it answers each message on the thread that has sent it, or goes through a script
+/// on a thread of its own.
+struct Play {
+  template <class Act>
+  Play(Act act) {
+    if constexpr (std::is_invocable_v<Act, Peer&, const Got&>)
+      answer = std::move(act);
+    else
+      script = std::move(act);
+  }
+  Answer answer;
+  Script script;
+};
+
+/// A server of the network in memory. It plays each of these for one connection, in the order in which connections come,
+/// and refuses those after the last.
+class Server {
+ public:
+  explicit Server(std::vector<Play> plays) : plays_(std::move(plays)) {}
+  /// Closes the client's connections, for scripts that go on until then.
+  ~Server() {
+    zrsv::close_client_connections();
+    join();
+    EXPECT_EQ(accepted, plays_.size());
+  }
+  /// Waits for the scripts' ends.
+  void join() {
+    for (std::thread& one : threads_)
+      if (one.joinable()) one.join();
+  }
+  uint16_t port() const { return port_.number(); }
+
+  std::atomic<std::size_t> accepted{0};
+
+ private:
+  bool arrive(int fd, memory_network::Heard* heard) {
+    if (accepted == plays_.size()) return false;
+    const Play& play = plays_[accepted++];
+    Peer& peer = peers_.emplace_back(fd);
+    if (play.answer)
+      *heard = [&] { peer.answer_all(play.answer); };
+    else
+      threads_.emplace_back([&] { play.script(peer), peer.close(); });
+    return true;
+  }
+
+  const std::vector<Play> plays_;
+  std::list<Peer> peers_;
+  std::list<std::thread> threads_;
+  const memory_network::Port port_{[this](int fd, auto* heard) { return arrive(fd, heard); }};
+};
+
+/// One address of a reference.
+struct Address {
+  uint16_t port;
+  std::string key = "k";
+  uint8_t minor = 2;
+};
+
+inline std::string ior(const std::vector<Address>& addresses) {
+  return encoded([&](zrsv::Writer& out) {
+    out.text("IDL:test/Thing:1.0").u32(static_cast<uint32_t>(addresses.size()));
+    for (const Address& a : addresses) {
+      const zrsv::Endpoint endpoint{memory_network::host, a.port};
+      zrsv::write_iiop_profile(&out, a.minor, {&endpoint, 1}, a.key);
+    }
+  });
+}
+
+inline zrsv::Ref<zrsv::Reference> reference_to(const std::vector<Address>& addresses) {
+  zrsv::Ref<zrsv::Reference> made;
+  EXPECT_TRUE(zrsv::read_reference(Decoding(ior(addresses)), &made));
+  return made;
+}
 
 /// What became of a call, as text: "42", "no value", "forward", or "NAME minor" of a failure.
 using Result = std::string;

@@ -51,29 +51,25 @@ class DeferredCalls : public testing::Test {
   }
 };
 
-/// A script for a server, and what the call ends with.
+/// What a server does, and what the call ends with.
 struct Row {
   const char* what;
-  std::vector<Script> scripts;
+  std::vector<Play> plays;
   Result expected;
   uint32_t time_limit = 0;
 };
 
 TEST_F(DeferredCalls, EndAsOthersDo) {
-  const auto answer = [](Peer& peer) { peer.echo(peer.read()); };
-  const auto close = [](Peer& peer) {
-    peer.read();
-    peer.send(message(Type::CloseConnection));
-  };
-  const auto break_off = [](Peer& peer) { peer.read(); };
+  const auto close = [](Peer& peer, const Got&) { return peer.send(message(Type::CloseConnection)), false; };
+  const auto break_off = [](Peer&, const Got&) { return false; };
   const auto be_silent = [](Peer& peer) {
     const uint32_t id = peer.read().id;
     const Got cancel = peer.read();
     EXPECT_EQ(cancel.header.type, Type::CancelRequest);
     EXPECT_EQ(cancel.id, id);
   };
-  const Row rows[] = {{"answered", {answer}, "42"},
-                      {"not taken, sent again", {close, answer}, "42"},
+  const Row rows[] = {{"answered", {echo_each}, "42"},
+                      {"not taken, sent again", {close, echo_each}, "42"},
                       {"not taken twice", {close, close}, "TRANSIENT 3"},
                       {"broken off", {break_off}, "COMM_FAILURE 1"},
                       {"no answer in time", {be_silent}, "TIMEOUT 1", 50}};
@@ -83,7 +79,7 @@ TEST_F(DeferredCalls, EndAsOthersDo) {
     if (row.time_limit) wanted.timeout_ms = row.time_limit;
     set_options(wanted);
     for (const bool listens : {true, false}) {
-      ScriptedServer server(row.scripts);
+      Server server(row.plays);
       const auto object = reference_to({{server.port()}});
       Listening listening(object);
       EXPECT_EQ(listens ? (listening.send() ? listening.result() : failure()) : later(object), row.expected);
@@ -93,11 +89,12 @@ TEST_F(DeferredCalls, EndAsOthersDo) {
 }
 
 TEST_F(DeferredCalls, FollowForwards) {
-  ScriptedServer there({[](Peer& peer) { peer.echo_all(); }});
-  ScriptedServer here({[&](Peer& peer) {
-    peer.send(reply(peer.read(), ZR_REPLY_LOCATION_FORWARD, ior({{there.port(), "another key"}})));
-    // A server of an older version would have to get it in another form.
-    peer.send(reply(peer.read(), ZR_REPLY_LOCATION_FORWARD, ior({{there.port(), "k", 0}})));
+  Server there({echo_each});
+  // A server of an older version would have to get the second in another form.
+  Server here({[&, forwards = std::list<Address>{{there.port(), "another key"}, {there.port(), "k", 0}}](
+                   Peer& peer, const Got& got) mutable {
+    peer.send(reply(got, ZR_REPLY_LOCATION_FORWARD, ior({forwards.front()})));
+    return forwards.pop_front(), true;
   }});
   Listening first(reference_to({{here.port()}})), second(reference_to({{here.port()}}));
   EXPECT_TRUE(first.send());
@@ -110,7 +107,7 @@ TEST_F(DeferredCalls, FollowForwards) {
 TEST_F(DeferredCalls, ShareTheConnectionWithThoseThatWait) {
   std::vector<std::unique_ptr<Listening>> calls;
   std::promise<void> answered;
-  ScriptedServer server({[&](Peer& peer) {
+  Server server({[&](Peer& peer) {
     std::vector<Got> deferred;
     for (int i = 0; i < 100; ++i) deferred.push_back(peer.read());
     const Got waiting = peer.read();
@@ -132,7 +129,7 @@ TEST_F(DeferredCalls, ShareTheConnectionWithThoseThatWait) {
 
 TEST_F(DeferredCalls, MayBeGivenUp) {
   std::promise<void> gone;
-  ScriptedServer server({[&](Peer& peer) {
+  Server server({[&](Peer& peer) {
     const Got first = peer.read();
     gone.get_future().wait();
     peer.echo(first);  // nobody wants it any more
@@ -151,7 +148,7 @@ TEST_F(DeferredCalls, MayBeGivenUp) {
 
 TEST_F(DeferredCalls, EndWithTheOrb) {
   std::promise<void> taken;
-  ScriptedServer server({[&](Peer& peer) {
+  Server server({[&](Peer& peer) {
     peer.read();
     taken.set_value();
     peer.echo_all();
@@ -161,7 +158,7 @@ TEST_F(DeferredCalls, EndWithTheOrb) {
   taken.get_future().wait();
   close_client_connections();
   EXPECT_EQ(listening.result(), "COMM_FAILURE 3");
-  ScriptedServer again({[](Peer& peer) { peer.echo_all(); }});
+  Server again({echo_each});
   EXPECT_EQ(later(reference_to({{again.port()}})), "42") << "the threads start again";
 }
 

@@ -2,8 +2,8 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 
+#include "client_call.h"
 #include "engine_fixture.h"
-#include "scripted_server.h"
 
 namespace {
 
@@ -45,9 +45,7 @@ std::string in_child(const std::function<std::string()>& body) {
 
 TEST_F(Engine, AForkedChildIsRefusedAndLeavesItsParentAlone) {
   start({"-ORBInProcess", "0"});
-  ScriptedServer server({[](Peer& peer) {
-    for (Got got; peer.next(&got);) peer.send(reply(got, 0, ""));
-  }});
+  Server server({[](Peer& peer, const Got& got) { return peer.send(reply(got, 0, "")); }});
   const auto remote = reference_to({{server.port()}});
   const auto own = zrsv::Reference::make_local(impl_name, "IDL:Test:1.0", "object");
   const auto send = [&] {
@@ -89,7 +87,7 @@ TEST_F(Engine, AForkedChildIsRefusedAndLeavesItsParentAlone) {
   under_way = send();
   EXPECT_TRUE(OM_req_lib_UNO_IIOP_recv_reply(under_way));
   OM_req_lib_UNO_IIOP_initiator_request_complete(under_way);
-  EXPECT_EQ(server.accepted, 1);
+  EXPECT_EQ(server.accepted, 1u);
   EXPECT_EQ(client.ask(call(2, "echo", 43)), "43");
 }
 

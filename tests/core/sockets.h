@@ -77,16 +77,16 @@ class Socket {
     return ::send(fd_, octets.data(), octets.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(octets.size());
   }
   /// The next message, its fragments joined; false at the connection's end. That nothing comes in time is a failure of
-  /// the test, as it is neither.
-  bool receive(zrsv::giop::Header* header, std::string* octets) {
+  /// the test, as it is neither, unless it is not to wait.
+  bool receive(zrsv::giop::Header* header, std::string* octets, bool waits = true) {
     using Result = zrsv::Assembler::Result;
     zrsv::Buffer message;
     for (Result result; (result = in_.next(header, &message)) != Result::Message;) {
       std::size_t room = 0;
       unsigned char* to = in_.room(&room);
       EXPECT_EQ(result, Result::NeedMore) << in_.error();
-      const ssize_t n = result == Result::NeedMore ? ::recv(fd_, to, room, 0) : 0;
-      if (n < 0 && errno != ECONNRESET)
+      const ssize_t n = result == Result::NeedMore ? ::recv(fd_, to, room, waits ? 0 : MSG_DONTWAIT) : 0;
+      if (n < 0 && errno != ECONNRESET && (waits || errno != EAGAIN))
         ADD_FAILURE() << "neither a message nor the end: " << std::strerror(errno);
       if (n <= 0) return false;
       in_.received(static_cast<std::size_t>(n));

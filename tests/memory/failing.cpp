@@ -197,12 +197,16 @@ ssize_t __wrap_send(int fd, const void* at, std::size_t octets, int flags) {
   act_before_send.run();
   if (broken(EPIPE)) return -1;
   if (fails(What::full)) return errno = EAGAIN, -1;
-  return __real_send(fd, at, octets > 1 && fails(What::shortened) ? 1 : octets, flags);
+  const std::size_t some = octets > 1 && fails(What::shortened) ? 1 : octets;
+  const failing::Counted not_what_a_server_does(false);
+  return __real_send(fd, at, some, flags);
 }
 ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags) {
   act_before_send.run();
   if (broken(EPIPE)) return -1;
-  if (fails(What::shortened)) return __real_send(fd, message->msg_iov->iov_base, 1, flags);
+  const bool one = fails(What::shortened);
+  const failing::Counted not_what_a_server_does(false);
+  if (one) return __real_send(fd, message->msg_iov->iov_base, 1, flags);
   const ssize_t sent = __real_sendmsg(fd, message, flags);
   if (sent < 0 && errno == EAGAIN) {
     came(failing::Moment::told_full);
@@ -217,7 +221,9 @@ int __wrap_accept4(int fd, sockaddr* from, socklen_t* length, int flags) {
 }
 int __wrap_connect(int fd, const sockaddr* to, socklen_t length) {
   came(failing::Moment::connecting);
-  return fails(What::socket) ? (errno = ECONNREFUSED, -1) : __real_connect(fd, to, length);
+  if (fails(What::socket)) return errno = ECONNREFUSED, -1;
+  const failing::Counted not_what_a_server_does(false);
+  return __real_connect(fd, to, length);
 }
 int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {
   return operation != EPOLL_CTL_DEL && refused(ENOMEM, ENOSPC) < 0

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "raised.h"
-#include "scripted_peer.h"
+#include "replies.h"
 #include "server_process.h"
 
 namespace {
@@ -29,9 +29,9 @@ std::string encoded(const std::string& text, std::size_t alignment = 4) {
 
 TEST(Stubs, GiveResultsAndOutArguments) {
   const std::string nil = hex("01000000 00000000 00000000");
-  ScriptedPeer peer({{ZR_REPLY_NO_EXCEPTION, encoded("child")},
-                     {ZR_REPLY_NO_EXCEPTION, hex("02000000") + nil + nil},
-                     {ZR_REPLY_NO_EXCEPTION, ""}});
+  Replies peer({{ZR_REPLY_NO_EXCEPTION, encoded("child")},
+                {ZR_REPLY_NO_EXCEPTION, hex("02000000") + nil + nil},
+                {ZR_REPLY_NO_EXCEPTION, ""}});
   RemotePOA poa(peer.handle());
   CORBA::Environment own_ev;
   own_ev.exception(new CORBA::BAD_PARAM);  // of an earlier call
@@ -42,18 +42,18 @@ TEST(Stubs, GiveResultsAndOutArguments) {
 }
 
 TEST(Stubs, FollowForwards) {
-  ScriptedPeer there({{ZR_REPLY_NO_EXCEPTION, encoded("there")}, {ZR_REPLY_NO_EXCEPTION, encoded("again")}});
+  Replies there({{ZR_REPLY_NO_EXCEPTION, encoded("there")}, {ZR_REPLY_NO_EXCEPTION, encoded("again")}});
   const RemotePOA forward(there.handle());
-  ScriptedPeer here({{ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
+  Replies here({{ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
   RemotePOA poa(here.handle());
   for (const char* name : {"there", "again"}) EXPECT_STREQ(CORBA::String_var(poa.the_name()).in(), name);
-  EXPECT_EQ(here.requests(), 1) << "the new place is remembered";
+  EXPECT_EQ(here.requests(), 1u) << "the new place is remembered";
 }
 
 TEST(Stubs, UserExceptions) {
   const std::string invalid = encoded(POA::InvalidPolicy::repository_id, 2);
   RemotePOA adapter(test_root_poa());
-  ScriptedPeer peer(
+  Replies peer(
       {{ZR_REPLY_USER_EXCEPTION, encoded(POA::AdapterNonExistent::repository_id)},
        {ZR_REPLY_USER_EXCEPTION, encoded(POA::WrongPolicy::repository_id)},  // not find_POA's
        {ZR_REPLY_USER_EXCEPTION, invalid + hex("0300")},
@@ -100,20 +100,20 @@ TEST(Stubs, FailuresSayWhatBecameOfTheCall) {
     EXPECT_EQ(stored->completed(), completed) << name;
   };
   for (const auto& [reply, name, completed] : rows) {
-    ScriptedPeer peer({reply, {ZR_REPLY_NO_EXCEPTION, ""}});  // the second is never asked for
+    Replies peer({reply, {ZR_REPLY_NO_EXCEPTION, ""}});  // the second is never asked for
     RemotePOA poa(peer.handle());
     failed("MARSHAL", CORBA::COMPLETED_NO, [&](auto& ev) { poa.set_servant(nullptr, ev); });
     failed(name, completed, [&](auto& ev) { poa.create_POA("x", nullptr, {}, ev); });
-    EXPECT_EQ(peer.requests(), 1) << "what does not marshal is not sent";
+    EXPECT_EQ(peer.requests(), 1u) << "what does not marshal is not sent";
   }
   failed("INV_OBJREF", CORBA::COMPLETED_NO,
          [](auto& ev) { RemotePOA(static_cast<void*>(nullptr)).the_name(ev); });
 }
 
 TEST(Stubs, TheIIOPPartLeavesTheForwardToItsCaller) {
-  ScriptedPeer there({});
+  Replies there({});
   const RemotePOA forward(there.handle());
-  ScriptedPeer peer({{ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
+  Replies peer({{ZR_REPLY_LOCATION_FORWARD, encoded(forward.get_ref())}});
   RemotePOA poa(peer.handle());
   CORBA::Environment own_ev;
   void* request = nullptr;

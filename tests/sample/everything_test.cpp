@@ -2,8 +2,8 @@
 // hold. Values of every type go every way in the classic program of everything.
 #include <gtest/gtest.h>
 
-#include "../program/scripted_peer.h"
 #include "orb_fixture.h"
+#include "replies.h"
 #include "store.h"
 
 namespace {
@@ -176,8 +176,8 @@ TEST(Stubs, TakeAnUnlistedUserExceptionForUnknown) {
     EXPECT_TRUE(OM_cdr_string(out, &text));
     return out.octets();
   };
-  ScriptedPeer peer({{ZR_REPLY_USER_EXCEPTION, exception(Refused::repository_id)},
-                     {ZR_REPLY_USER_EXCEPTION, exception(Closed::repository_id)}});
+  Replies peer({{ZR_REPLY_USER_EXCEPTION, exception(Refused::repository_id)},
+                {ZR_REPLY_USER_EXCEPTION, exception(Closed::repository_id)}});
   Reader reader;
   reader.set_ref(peer.handle());
   try {

@@ -2,6 +2,8 @@
 
 #include <thread>
 
+#include "base/copying.h"
+#include "base/large_blocks.h"
 #include "octets.h"
 #include "references/environment.h"
 #include "wire/cdr_chain.h"
@@ -85,6 +87,51 @@ TEST(Cdr, StringsAreCheckedAndFailuresMoveNothing) {
     EXPECT_EQ(in.left(), text ? 0u : hex(octets).size());
     CORBA_free(read);
   }
+}
+
+// A large piece is sent from where it is, but for places from which the system would be slow to take it.
+TEST(Cdr, WhatIsSentSlowlyIsCopied) {
+  constexpr uint32_t count = 2 * large_from;
+  const LargeBlock block = take_large_block(count + page_size);
+  ASSERT_NE(block.octets, nullptr);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block.octets) % page_size, 0u);
+  EXPECT_GE(block.capacity, count + page_size);
+  std::memset(block.octets, 'x', block.capacity);
+  const struct {
+    unsigned head, place;  // octets before it in the message, and in its page
+    bool apart;
+  } rows[] = {{28, 0, true},  {28, 12, true}, {28, 13, false}, {28, 16, false},  {28, 27, false},
+              {28, 28, true}, {28, 64, true}, {172, 16, true}, {4, 4092, false}, {4097, 0, false}};
+  for (const auto& [head, place, apart] : rows) {
+    CDR cdr;
+    OM_cdr_open_encode(&cdr);
+    cdr.direction = CDR_ENCODE;
+    cdr.may_leave_apart = cdr.leaves_apart = 1;
+    EXPECT_TRUE(put_octets(&cdr, std::string(head, 'h')) && ZR_cdr_refer(&cdr, block.octets + place, count));
+    EXPECT_EQ(cdr.apart.octets != nullptr, apart) << head << ' ' << place;
+    EXPECT_TRUE(ZR_cdr_put_together(&cdr));
+    EXPECT_EQ(as_view(cdr.out_base, static_cast<std::size_t>(cdr.out_next - cdr.out_base)),
+              std::string(head, 'h') + std::string(count, 'x'));
+    OM_cdr_close(&cdr);
+  }
+  give_large_block(block.octets, block.capacity);
+  EXPECT_EQ(take_large_block(SIZE_MAX).octets, nullptr);
+}
+
+TEST(Cdr, ManyOctetsAreCopiedWhereverTheyStand) {
+  std::string from(80'000, '\0');
+  for (std::size_t i = 0; i < from.size(); ++i) from[i] = static_cast<char>(i * 7 + i / 251);
+  std::string to(from.size() + 2 * page_size, '.');
+  for (const std::size_t count : {0u, 1u, 2048u, 2049u, 4096u, 70'001u})
+    for (const std::size_t ahead : {0u, 1u, 12u, 15u, 16u, 4095u}) {
+      const auto distance =
+          reinterpret_cast<std::uintptr_t>(from.data()) - reinterpret_cast<std::uintptr_t>(to.data());
+      const std::size_t at = (distance + ahead) % page_size;
+      to.assign(to.size(), '.');
+      copy_octets(to.data() + at, from.data(), count);
+      EXPECT_EQ(to, std::string(at, '.') + from.substr(0, count) + std::string(to.size() - at - count, '.'))
+          << count << ' ' << ahead;
+    }
 }
 
 TEST(Environment, TheLastFailureIsKeptByThread) {

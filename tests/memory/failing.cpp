@@ -154,10 +154,14 @@ Counted::~Counted() { counted = before_; }
 
 extern "C" {
 void* __real_malloc(std::size_t size);
+void* __real_aligned_alloc(std::size_t alignment, std::size_t size);
 void* __real_calloc(std::size_t count, std::size_t size);
 void* __real_realloc(void* block, std::size_t size);
 void __real_free(void* block);
 void* __wrap_malloc(std::size_t size) { return fails() ? nullptr : taken(__real_malloc(size)); }
+void* __wrap_aligned_alloc(std::size_t alignment, std::size_t size) {
+  return fails() ? nullptr : taken(__real_aligned_alloc(alignment, size));
+}
 void* __wrap_calloc(std::size_t count, std::size_t size) {
   return fails() ? nullptr : taken(__real_calloc(count, size));
 }

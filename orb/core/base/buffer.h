@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "base/copying.h"
 #include "base/large_blocks.h"
 #include "base/memory.h"
 #include "zrsv.h"
@@ -86,7 +87,7 @@ class Buffer {
   bool append(const unsigned char* octets, std::size_t n) {
     if (n == 0) return true;
     if (!reserve(n)) return false;
-    std::memcpy(end(), octets, n);
+    copy_octets(end(), octets, n);
     grow(n);
     return true;
   }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "base/copying.h"
 #include "base/memory.h"
 #include "zrsv/thread_safety.h"
 
@@ -13,6 +14,13 @@ namespace {
 
 constexpr std::size_t most_blocks = 16;
 constexpr std::size_t most_octets = 64 << 20;  // and no more than an eighth of the budget
+
+LargeBlock new_block(std::size_t wanted) {
+  if (wanted > SIZE_MAX - page_size) return {};
+  const std::size_t whole = (wanted + page_size - 1) / page_size * page_size;
+  auto* const octets = static_cast<unsigned char*>(std::aligned_alloc(page_size, whole));
+  return {octets, octets ? whole : 0};
+}
 
 class LargeBlocks {
  public:
@@ -71,11 +79,8 @@ LargeBlocks& large_blocks() {
 LargeBlock take_kept_block(std::size_t wanted) { return large_blocks().take(wanted); }
 
 LargeBlock take_large_block(std::size_t wanted) {
-  LargeBlock block = take_kept_block(wanted);
-  if (block.octets) return block;
-  block.octets = static_cast<unsigned char*>(std::malloc(wanted));
-  block.capacity = block.octets ? wanted : 0;
-  return block;
+  const LargeBlock kept = take_kept_block(wanted);
+  return kept.octets ? kept : new_block(wanted);
 }
 
 void give_large_block(unsigned char* octets, std::size_t capacity) {

@@ -10,8 +10,8 @@ namespace zrsv {
 /// What a connection, a thread or a request may keep for itself; blocks above are large.
 inline constexpr std::size_t large_from = 64 << 10;
 
-/// A block of malloc for at least so many octets, and how many it has; null without memory. Octets undefined. What is
-/// kept is handed out when it has no more than four times what is wanted.
+/// A block that free() takes, for at least so many octets, and how many it has; null without memory. New ones begin a
+/// page, as what a message stands in between send and recv does as a rule (copying.h). Octets undefined. What is kept is handed out when it has no more than four times what is wanted.
 struct LargeBlock {
   unsigned char* octets = nullptr;
   std::size_t capacity = 0;

@@ -171,15 +171,27 @@ unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count) {
   if (cdr->direction == CDR_ENCODE) return put_octets(cdr, as_view(octets, count));
   const unsigned char* found = nullptr;
   if (!OM_cdr_bytes_view(cdr, &found, count)) return 0;
-  if (count != 0) std::memcpy(octets, found, count);
+  if (count != 0) copy_octets(octets, found, count);
   return 1;
 }
 
+// Less than many_octets at a time is moved by other instructions.
+void ZR_copy_octets(void* to, const void* from, size_t count) {
+  constexpr std::size_t step = many_octets / 2;
+  auto* at = static_cast<unsigned char*>(to);
+  const auto* source = static_cast<const unsigned char*>(from);
+  if (is_copied_slowly(reinterpret_cast<std::uintptr_t>(to), from))
+    for (; count > step; at += step, source += step, count -= step) std::memcpy(at, source, step);
+  if (count != 0) std::memcpy(at, source, count);
+}
+
 unsigned char ZR_cdr_refer(CDR* cdr, const unsigned char* octets, uint32_t count) {
-  const bool copies = !cdr->may_leave_apart || !cdr->leaves_apart || cdr->apart.octets || count < large_from;
+  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
+  const bool copies = !cdr->may_leave_apart || !cdr->leaves_apart || cdr->apart.octets ||
+                      count < large_from ||
+                      is_copied_slowly(used, octets);  // by the system, to where a page begins
   if (copies) return put_octets(cdr, as_view(octets, count));
   const uint32_t apart = count & ~7u;
-  const auto used = static_cast<std::size_t>(cdr->out_next - cdr->out_base);
   if (count > UINT32_MAX - used || !put_octets(cdr, as_view(octets + apart, count - apart))) return 0;
   cdr->apart = {octets, apart, static_cast<uint32_t>(used), nullptr, nullptr};
   return 1;
@@ -192,7 +204,7 @@ unsigned char ZR_cdr_put_together(CDR* cdr) {
   if (!has_room(cdr, apart.size)) return 0;
   unsigned char* const to = cdr->out_base + apart.at;
   std::memmove(to + apart.size, to, static_cast<std::size_t>(cdr->out_next - to));
-  std::memcpy(to, apart.octets, apart.size);
+  copy_octets(to, apart.octets, apart.size);
   cdr->out_next += apart.size;
   return 1;
 }

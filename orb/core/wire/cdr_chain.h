@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/copying.h"
 #include "zrsv.h"
 #include "zrsv/cdr_value.h"
 
@@ -24,7 +25,7 @@ bool open_encapsulation(std::string_view octets, CDR* inner);
 inline bool put_octets(CDR* cdr, std::string_view octets) {
   if (octets.empty()) return true;
   if (!has_room(cdr, octets.size())) return false;
-  std::memcpy(cdr->out_next, octets.data(), octets.size());
+  copy_octets(cdr->out_next, octets.data(), octets.size());
   cdr->out_next += octets.size();
   return true;
 }

@@ -6,6 +6,7 @@ namespace CORBA {
 
 void refuse_index() { throw BAD_PARAM(0, COMPLETED_NO); }
 void free_message(void* buffer) noexcept { ZR_give_bytes(buffer); }
+void copy_many(void* to, const void* from, std::size_t octets) noexcept { ZR_copy_octets(to, from, octets); }
 void refuse_bound() { throw BAD_PARAM(0, COMPLETED_NO); }
 
 }  // namespace CORBA
@@ -39,7 +40,7 @@ bool move_numbers(CDR* cdr, Bits* values, std::size_t count) {
   }
   const unsigned char* view = nullptr;
   if (!OM_cdr_bytes_view(cdr, &view, static_cast<ULong>(octets))) return false;
-  std::memcpy(values + 1, view, octets);
+  ZR_copy_octets(values + 1, view, octets);
   if (cdr->swap) reverse(values + 1, rest);
   return true;
 }

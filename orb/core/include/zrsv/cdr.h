@@ -95,6 +95,8 @@ ZRSV_API unsigned char OM_cdr_long_double(CDR* cdr, long double* value);
 /* `count` raw octets, not aligned. */
 ZRSV_API unsigned char cdr_bytes(CDR* cdr, unsigned char* octets, uint32_t count);
 
+/* As memcpy, at full speed wherever the two are. */
+ZRSV_API void ZR_copy_octets(void* to, const void* from, size_t count);
 /* Encoding only: as cdr_bytes, but many octets are left apart where the stream allows it. */
 ZRSV_API unsigned char ZR_cdr_refer(CDR* cdr, const unsigned char* octets, uint32_t count);
 /* Puts what stands apart where it belongs. False when memory is short. */

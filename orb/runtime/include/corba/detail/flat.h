@@ -159,7 +159,7 @@ bool write_padded(CDR* cdr, T* values, ULong count) {
 template <FlatStruct T>
 bool read_padded(CDR* cdr, T* values, ULong count) {
   const unsigned char* from = take_octets(cdr, octets_of<T>(count), layout_of<T>().unit);
-  if (from) std::memcpy(static_cast<void*>(values), from, octets_of<T>(count));
+  if (from) ZR_copy_octets(values, from, octets_of<T>(count));
   return from != nullptr;
 }
 

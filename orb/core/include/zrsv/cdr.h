@@ -71,6 +71,7 @@ typedef struct CDR {
   unsigned char no_outcome;   /* what is decoded forwards the call: how it ended is not known */
   unsigned char may_leave_apart; /* encoding: who sends the stream can send octets from elsewhere */
   unsigned char leaves_apart;    /* and who encodes sees to it that they stay */
+  uint16_t levels;               /* sequences around what is moved now */
   ZR_cdr_apart apart;
   void* in_block; /* decoding: the message in a block that ZR_cdr_take_bytes may hand out; null as a rule */
 } CDR;

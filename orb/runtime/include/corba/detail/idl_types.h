@@ -448,13 +448,33 @@ bool move_element(CDR* cdr, Stored& element) {
     return Type<D>::ResultArg::move(cdr, &element);
 }
 
-/// Makes room for more elements: as many as `length` says, but no more than the octets that are left may
-/// hold.
+/// Makes room for more elements: all that `length` says where they take no more memory than a few times the octets that
+/// are left, else twice as many as have come. So an empty promise costs no memory.
 template <class S>
 void grow(CDR* cdr, S& sequence, ULong length) {
-  const std::uint64_t believable = std::uint64_t{sequence.length()} + OM_cdr_remaining(cdr) + 1;
-  sequence.length(length < believable ? length : static_cast<ULong>(believable));
+  const ULong come = sequence.length();
+  const std::uint64_t first =
+      (std::uint64_t{OM_cdr_remaining(cdr)} * 4 + 4096) / sizeof(*sequence.get_buffer()) + 1;
+  const std::uint64_t more = come == 0 ? first : std::uint64_t{come} * 2;
+  S before;
+  if (come != 0) std::swap(before, sequence);
+  sequence.length(more < length ? static_cast<ULong>(more) : length);
+  for (ULong i = 0; i < come; ++i) std::swap(sequence.get_buffer()[i], before.get_buffer()[i]);
 }
+
+/// Sequences stand in each other as deep as the sender says where a type contains itself; each level takes some stack.
+class Level {
+ public:
+  explicit Level(CDR* cdr) : cdr_(cdr) { ++cdr->levels; }
+  Level(const Level&) = delete;
+  Level& operator=(const Level&) = delete;
+  ~Level() { --cdr_->levels; }
+  bool too_deep() const { return cdr_->levels > most; }
+
+ private:
+  static constexpr unsigned most = 1000;
+  CDR* cdr_;
+};
 
 /// Elements whose octets are those in memory: where they are in the message, or copied in one piece.
 template <class S, Flat D>
@@ -492,6 +512,8 @@ bool move_sequence(CDR* cdr, S& sequence) {
   } else if constexpr (FlatStruct<D>) {
     if (length != 0 && is_native(cdr)) return move_padded_elements<S, D>(cdr, sequence, length);
   }
+  const Level level(cdr);
+  if (level.too_deep()) return false;
   if (cdr->direction == CDR_DECODE) sequence.length(0);
   for (ULong i = 0; i < length; ++i) {
     if (cdr->direction == CDR_DECODE && i == sequence.length()) grow(cdr, sequence, length);

@@ -49,7 +49,7 @@ class OneOf {
  private:
   static constexpr std::size_t largest = [] {
     std::size_t most = 0;
-    ((most = sizeof(V) > most ? sizeof(V) : most), ...);
+    for (std::size_t one : {sizeof(V)...}) most = one > most ? one : most;  // clang++ folds over 256 at most
     return most;
   }();
   struct Alternative {

@@ -102,6 +102,22 @@ TEST(Sequences, WhatALengthLeavesOutDoesNotComeBack) {
   EXPECT_STREQ(lent[0], "mine") << "a lent buffer is left alone";
 }
 
+TEST(Sequences, GrowingMovesWhatIsOwned) {
+  CORBA::StringSeq texts;
+  texts.length(1);
+  texts[0u] = "text";
+  const char* const owned = texts[0u].in();
+  texts.length(9);
+  EXPECT_EQ(texts[0u].in(), owned);
+  EXPECT_STREQ(texts[8u], "");
+
+  char* lent[] = {texts[0u].inout()};
+  CORBA::StringSeq view(1, 1, lent, false);
+  view.length(2);
+  EXPECT_STREQ(view[0u], "text");
+  EXPECT_NE(view[0u].in(), owned) << "a lent text is copied";
+}
+
 template <class Var, class Sequence>
 void expect_var_behaviour(const Sequence& two_elements) {
   Var fresh;

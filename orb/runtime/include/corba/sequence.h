@@ -92,7 +92,7 @@ class Sequence : public Allocated {
   /// no further. Shrinking keeps the buffer; elements that are left out let go of what they own and come back empty, but
   /// numbers, and elements of a buffer that is not owned, come back as they were. With a scratch element all do.
   void length(ULong n) {
-    if (n > _maximum) adopt(n, n, copied(*this, n), true);
+    if (n > _maximum) grow(n);
     if constexpr (std::is_same_v<Scratch, NoScratch>)
       if (n < _length && _release) Elements::clear(_buffer + n, _length - n);
     _length = n;
@@ -170,6 +170,14 @@ class Sequence : public Allocated {
     if (!fresh.at) throw std::bad_alloc();
     Elements::copy(o._buffer, o._length, fresh.at);
     return std::exchange(fresh.at, nullptr);
+  }
+  /// To a buffer of `max`, which is more than the maximum. Elements that are owned move over.
+  void grow(ULong max) {
+    if (!_release || _in_message) return adopt(max, max, copied(*this, max), true);
+    Buffer fresh{Elements::make(max)};
+    if (!fresh.at) throw std::bad_alloc();
+    Elements::move(_buffer, _length, fresh.at);
+    adopt(max, max, std::exchange(fresh.at, nullptr), true);
   }
   void adopt(ULong max, ULong len, T* buffer, Boolean rel) {
     T* old = std::exchange(_buffer, buffer);

@@ -456,10 +456,7 @@ void grow(CDR* cdr, S& sequence, ULong length) {
   const std::uint64_t first =
       (std::uint64_t{OM_cdr_remaining(cdr)} * 4 + 4096) / sizeof(*sequence.get_buffer()) + 1;
   const std::uint64_t more = come == 0 ? first : std::uint64_t{come} * 2;
-  S before;
-  if (come != 0) std::swap(before, sequence);
   sequence.length(more < length ? static_cast<ULong>(more) : length);
-  for (ULong i = 0; i < come; ++i) std::swap(sequence.get_buffer()[i], before.get_buffer()[i]);
 }
 
 /// Sequences stand in each other as deep as the sender says where a type contains itself; each level takes some stack.

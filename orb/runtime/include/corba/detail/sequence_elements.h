@@ -3,6 +3,7 @@
 // corba/detail/idl_types.h).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -52,6 +53,13 @@ struct PlainElements {
         reinterpret_cast<Single*>(to)[i] = reinterpret_cast<const Single*>(from)[i];
     }
   }
+  /// From a buffer that is freed next.
+  static void move(T* from, ULong n, T* to) {
+    if constexpr (std::is_trivially_copyable_v<T> || !std::is_nothrow_swappable_v<T>)
+      copy(from, n, to);
+    else
+      std::swap_ranges(from, from + n, to);
+  }
   /// Those that own something let go of it; numbers stay.
   static void clear(T* buffer, ULong n) {
     using Single = std::remove_all_extents_t<T>;
@@ -77,6 +85,7 @@ struct OwnedElements {
   static void copy(const Pointer* from, ULong n, Pointer* to) {
     for (ULong i = 0; i < n; ++i) Element(to[i], true) = Element::constant(from[i]);
   }
+  static void move(Pointer* from, ULong n, Pointer* to) { std::swap_ranges(from, from + n, to); }
   static void clear(Pointer* buffer, ULong n) {
     for (ULong i = 0; i < n; ++i) Element(buffer[i], true) = static_cast<Pointer>(nullptr);
   }

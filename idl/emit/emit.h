@@ -60,8 +60,8 @@ class TypeEmitter {
   void unnamed_types(const Member& member);
   void choice(const Union& choice, Inside inside);
   std::string inner_types(const Union& choice, const std::vector<const Member*>& all);
-  void array_accessors(const std::string& name, const std::string& at, const std::string& label,
-                       const std::string& type, const std::string& descriptor);
+  void array_accessors(const std::string& name, const std::string& index, const std::string& label,
+                       const std::string& descriptor);
   void accessors(const Union& choice, const Member& member, std::size_t index);
   void owners(const std::string& name, const Type* type, bool fixed);
   void typecode(const std::string& name, const std::string& descriptor, Inside inside);

@@ -352,16 +352,17 @@ void TypeEmitter::choice(const Union& choice, Inside inside) {
   out_.blank();
 }
 
-void TypeEmitter::array_accessors(const std::string& name, const std::string& at, const std::string& label,
-                                  const std::string& type, const std::string& descriptor) {
+void TypeEmitter::array_accessors(const std::string& name, const std::string& index, const std::string& label,
+                                  const std::string& descriptor) {
   const std::string slice = "CORBA::ArraySlice<" + descriptor + ">*";
-  out_.line("void " + name + "(const " + slice + " _value) { CORBA::array_copy_slice<" + descriptor +
-            ">(static_cast<" + type + "*>(_select(" + label + "))[0], _value); }");
-  out_.line(slice + " " + name + "() const { return _get" + at + "(); }");
+  out_.line("void " + name + "(const " + slice + " _value) { _set_array<" + index + ", " + descriptor + ">(" +
+            label + ", _value); }");
+  out_.line(slice + " " + name + "() const { return _get<" + index + ">(); }");
 }
 
 void TypeEmitter::accessors(const Union& choice, const Member& member, std::size_t index) {
-  const std::string name = cpp_name(member.name.text), at = "<" + std::to_string(index) + ">";
+  const std::string name = cpp_name(member.name.text), number = std::to_string(index),
+                    at = "<" + number + ">";
   const bool only_default = member.labels.size() == 1 && !member.labels[0];
   const Value& first = member.labels[0] || only_default ? member.label_values[0] : member.label_values[1];
   const std::string label = spell_.literal(only_default ? choice.free_value : first, *choice.discriminator);
@@ -372,8 +373,7 @@ void TypeEmitter::accessors(const Union& choice, const Member& member, std::size
     out_.line(type + " " + name + "()" + is_const + " { return _get" + at + "()" + suffix + "; }");
   };
   const Type& type = *member.type;
-  if (has_dimensions(member))
-    return array_accessors(name, at, label, member_type(spell_, member), member_descriptor(spell_, member));
+  if (has_dimensions(member)) return array_accessors(name, number, label, member_descriptor(spell_, member));
   const std::string value = spell_.value(type);
   switch (spell_.form(type)) {
     case Form::Number:
@@ -382,10 +382,10 @@ void TypeEmitter::accessors(const Union& choice, const Member& member, std::size
     case Form::String:
     case Form::WString: {
       const bool wide = spell_.form(type) == Form::WString;
-      const std::string letter = wide ? "CORBA::WChar" : "char",
-                        owner = wide ? "CORBA::WString_var" : "CORBA::String_var";
-      for (const std::string& form : {letter + "*", "const " + letter + "*", "const " + owner + "&"})
-        set(form, "_value");
+      const std::string letter = wide ? "CORBA::WChar" : "char";
+      for (const std::string& form : {letter + "*", "const " + letter + "*"}) set(form, "_value");
+      out_.line("template <class _owner>");  // a _var, and also a member or an element
+      set("const CORBA::TextOwner<_owner, " + letter + ">&", "_value.in()");
       return get("const " + letter + "*", ".in()", " const");
     }
     case Form::Reference:
@@ -393,7 +393,7 @@ void TypeEmitter::accessors(const Union& choice, const Member& member, std::size
       return get(value + "*", ".in()", " const");
     case Form::FixedArray:
     case Form::Array:
-      return array_accessors(name, at, label, value, spell_.descriptor(type));
+      return array_accessors(name, number, label, spell_.descriptor(type));
     default:
       set("const " + value + "&", "_value");
       get("const " + value + "&", "", " const");

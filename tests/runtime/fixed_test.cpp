@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "wire.h"
 
 namespace {
@@ -86,6 +88,32 @@ TEST(FixedTest, ConvertsAndCompares) {
   EXPECT_EQ(text(CORBA::FixedType<5, 2>(Fixed("123.456"))), "123.45");
   EXPECT_EQ(text(CORBA::FixedType<2, 2>(0)), "0");
   EXPECT_THROW((CORBA::FixedType<5, 2>(1000)), CORBA::DATA_CONVERSION);
+}
+
+TEST(FixedTest, IsReadAndWrittenByStreams) {
+  CORBA::FixedType<5, 2> price = Fixed("7");
+  Fixed any;
+  std::stringstream words("-12.50 1000 x 3");
+  words >> price >> any;
+  EXPECT_TRUE(words && price == Fixed("-12.50") && any == 1000);
+  words >> any;
+  EXPECT_TRUE(words.fail() && any == 1000);
+  std::stringstream large("1000");
+  EXPECT_FALSE(large >> price);
+  words.str("");
+  words.clear();
+  words << price << ' ' << Fixed("0.05");
+  EXPECT_EQ(words.str(), "-12.50 0.05");
+}
+
+TEST(FixedTest, KeepsToTheDigitsOfItsType) {
+  CORBA::FixedType<5, 2> price = Fixed("999.99");
+  EXPECT_THROW(price += 1, CORBA::DATA_CONVERSION);
+  EXPECT_THROW(++price, CORBA::DATA_CONVERSION);
+  EXPECT_THROW(price *= 2, CORBA::DATA_CONVERSION);
+  EXPECT_EQ(text(price--), "999.99");
+  EXPECT_EQ(text(price /= 7), "142.71");
+  EXPECT_EQ(text(price -= Fixed("0.001")), "142.70");
 }
 
 TEST(FixedTest, TravelsPacked) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iostream>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -215,6 +216,20 @@ char* Fixed::to_string() const {
   if (negative_) text += '-';
   std::ranges::reverse(text);
   return string_dup(text.c_str());
+}
+
+std::ostream& operator<<(std::ostream& to, const Fixed& value) {
+  return to << String_var(value.to_string()).in();
+}
+
+std::istream& read_fixed(std::istream& from, void* value, void (*assign)(void*, const Fixed&)) {
+  std::string word;
+  if (from >> word) try {
+      assign(value, Fixed(word.c_str()));
+    } catch (const DATA_CONVERSION&) {
+      from.setstate(std::ios::failbit);
+    }
+  return from;
 }
 
 Fixed Fixed::round(UShort scale) const {

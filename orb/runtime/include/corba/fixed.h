@@ -3,6 +3,7 @@
 
 #include <compare>
 #include <concepts>
+#include <iosfwd>
 #include <utility>
 
 #include "corba/detail/wire_values.h"
@@ -116,6 +117,14 @@ requires FixedOperands<A, B> std::strong_ordering operator<=>(const A& a, const 
   return Fixed(a).compare(b);
 }
 
+/// As to_string. Reading takes one word; failbit, and the value stays, where it is no number or does not fit its type.
+ZRSVCPP_API std::ostream& operator<<(std::ostream& to, const Fixed& value);
+ZRSVCPP_API std::istream& read_fixed(std::istream& from, void* value, void (*assign)(void*, const Fixed&));
+template <std::derived_from<Fixed> F>
+std::istream& operator>>(std::istream& from, F& value) {
+  return read_fixed(from, &value, [](void* to, const Fixed& read) { *static_cast<F*>(to) = read; });
+}
+
 /// Packed decimal, by the stream's direction: digits / 2 + 1 octets, two digits each, the last half a sign (C or D).
 /// Encoding cuts off digits behind the scale; it fails, as does decoding what is no such number, where the stream
 /// becomes `unconvertible`. (CORBA, "Fixed-Point Decimal Type".)
@@ -132,6 +141,16 @@ class FixedType : public Fixed {
   FixedType() = default;
   template <class T>
   requires std::convertible_to<T, Fixed> FixedType(const T& value) : Fixed(checked(Fixed(value))) {}
+
+  // As those of Fixed, whose result is assigned.
+  FixedType& operator+=(const Fixed& o) { return *this = plus(o); }
+  FixedType& operator-=(const Fixed& o) { return *this = minus(o); }
+  FixedType& operator*=(const Fixed& o) { return *this = times(o); }
+  FixedType& operator/=(const Fixed& o) { return *this = over(o); }
+  FixedType& operator++() { return *this += 1; }
+  FixedType& operator--() { return *this -= 1; }
+  FixedType operator++(int) { return std::exchange(*this, plus(1)); }
+  FixedType operator--(int) { return std::exchange(*this, minus(1)); }
 
  private:
   static Fixed checked(const Fixed& value) {

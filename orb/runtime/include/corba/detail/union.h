@@ -111,6 +111,15 @@ class Union {
     members_.template get<I>() = std::move(fresh);
     discriminator_ = label;
   }
+  /// The same of an array, which may be another member's.
+  template <unsigned I, class Tag>
+  void _set_array(D label, const ArraySlice<Tag>* value) {
+    OneOf<V...> fresh;
+    fresh.select(I);
+    array_copy_slice<Tag>(fresh.template get<I>(), value);
+    members_ = std::move(fresh);
+    discriminator_ = label;
+  }
   template <unsigned I>
   typename OneOf<V...>::template At<I>& _get() const {
     if (idl::Type<Self>::member_of(discriminator_) != I) refuse_bound();

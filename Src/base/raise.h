@@ -47,12 +47,23 @@ auto replacing(CORBA::Environment& ev, const char* first, const char* last, Work
   }
 }
 
+/// NO_MEMORY, which the environment has no copy of where there is no memory at all.
+[[noreturn]] inline void raise_no_memory(CORBA::Environment& ev) {
+  const CORBA::NO_MEMORY exception(MINOR_BAD_PARAM);
+  try {
+    ev.exception(exception._clone());
+  } catch (const std::bad_alloc&) {
+    ev.clear();
+  }
+  throw exception;
+}
+
 /// Runs `work`; memory that cannot be had is NO_MEMORY.
 template <class Work>
 auto with_memory(CORBA::Environment& ev, Work&& work) -> decltype(work()) {
   try {
     return work();
   } catch (const std::bad_alloc&) {
-    raise<CORBA::NO_MEMORY>(ev, nullptr);
+    raise_no_memory(ev);
   }
 }

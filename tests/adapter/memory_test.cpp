@@ -10,6 +10,7 @@ using namespace PortableServer;
 namespace {
 
 thread_local int allocations_left = -1;  // of the calling thread; below 0: any number
+thread_local bool none_from_then_on = false;
 
 class Memory : public ObjectTest {
  protected:
@@ -49,7 +50,7 @@ class Memory : public ObjectTest {
 
 void* allocate_for_new(std::size_t octets) noexcept {
   if (allocations_left == 0) {
-    allocations_left = -1;  // one fails; whoever reports it has memory
+    if (!none_from_then_on) allocations_left = -1;  // one fails; whoever reports it has memory
     return nullptr;
   }
   if (allocations_left > 0) --allocations_left;
@@ -61,6 +62,42 @@ TEST_F(Memory, APoaIsMadeWholeOrNotAtAll) {
   sweep([&](auto& ev) { made = top->create_POA("new", nullptr, {}, ev); },
         [&] { EXPECT_EQ(POAList_var(top->the_children())->length(), 0u); });
   EXPECT_TRUE(made.in());
+}
+
+// Where not even the exception's copy for the environment can be had, it is thrown all the same.
+TEST_F(Memory, WithoutAnyItIsNoMemory) {
+  child(top, "A");
+  const std::function<void(CORBA::Environment&)> operations[] = {
+      [&](auto& ev) { POA_var made = top->create_POA("B", nullptr, {}, ev); },
+      [&](auto& ev) { POAList_var list = top->the_children(ev); },
+      [&](auto& ev) { POA_var found = top->find_POA("A", false, ev); },
+      [&](auto& ev) { ObjectId_var id = top->activate_object(&servant, ev); },
+      [&](auto& ev) { CORBA::Object_var made = top->create_reference("IDL:test/Plain:1.0", ev); },
+      [&](auto& ev) { servant.set_timer(9, ev); }};
+  for (const auto& operation : operations) {
+    std::string raised;
+    for (int n = 0; n < 100 && raised != "nothing"; ++n) {
+      SCOPED_TRACE(testing::Message() << &operation - operations << ", " << n);
+      CORBA::Environment ev;
+      raised = "nothing";
+      allocations_left = n;
+      none_from_then_on = true;
+      try {
+        operation(ev);
+        allocations_left = -1;
+      } catch (const CORBA::Exception& e) {
+        allocations_left = -1;
+        raised = e._name();
+      } catch (...) {
+        allocations_left = -1;
+        raised = "something else";
+      }
+      none_from_then_on = false;
+      EXPECT_TRUE(raised == "NO_MEMORY" || (n > 0 && raised == "nothing")) << raised;
+      EXPECT_EQ(ev.exception(), nullptr);
+    }
+    EXPECT_EQ(raised, "nothing");
+  }
 }
 
 TEST_F(Memory, LookingAtTheTree) {

@@ -100,19 +100,20 @@ void raise_environment(Environment& ev) {
 UserException::~UserException() = default;
 SystemException::~SystemException() = default;
 
-Exception::Exception(const Exception& o)
-    : std::exception(o), length_(o.length_), rep_id_(o.rep_id_), name_(o.name_) {
-  if (!o.texts_) return;
-  texts_ = static_cast<char*>(om_new(length_));
-  std::memcpy(texts_, o.texts_, length_);
+Exception::Exception(const Exception& o) : std::exception(o), of_(o.of_), owned_(o.owned_) {
+  if (owned_ == 0) return;
+  char* const made = static_cast<char*>(om_new(owned_));
+  of_.texts = static_cast<const char*>(std::memcpy(made, o.of_.texts, owned_));
 }
 Exception& Exception::operator=(const Exception& o) {
   Exception copy(o);
-  std::swap(texts_, copy.texts_);
-  length_ = o.length_, rep_id_ = o.rep_id_, name_ = o.name_;
+  std::swap(of_, copy.of_);
+  std::swap(owned_, copy.owned_);
   return *this;
 }
-Exception::~Exception() { om_delete(texts_); }
+Exception::~Exception() {
+  if (owned_ != 0) om_delete(const_cast<char*>(of_.texts));
+}
 
 void Exception::id(const char* text) {
   std::string texts = text ? text : "";
@@ -132,10 +133,9 @@ void Exception::id(const char* text) {
 
   char* const made = static_cast<char*>(om_new(texts.size() + 1));
   std::memcpy(made, texts.c_str(), texts.size() + 1);
-  om_delete(std::exchange(texts_, made));
-  length_ = static_cast<ULong>(texts.size() + 1);
-  rep_id_ = static_cast<ULong>(rep_id);
-  name_ = static_cast<ULong>(name_at);
+  if (owned_ != 0) om_delete(const_cast<char*>(of_.texts));
+  of_ = {made, static_cast<ULong>(rep_id), static_cast<ULong>(name_at)};
+  owned_ = static_cast<ULong>(texts.size() + 1);
 }
 
 std::ostream& operator<<(std::ostream& to, const Exception& exception) {

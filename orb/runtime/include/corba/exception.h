@@ -22,25 +22,31 @@
 
 namespace CORBA {
 
+/// What an exception says of its type: the id, NUL, the public form where that is another, NUL, the name, NUL.
+struct ExceptionTexts {
+  const char* texts = nullptr;  // null: the id is empty
+  ULong rep_id = 0, name = 0;   // where they start
+};
+
 /// Root of all exceptions. A value: copying copies the repository id and, in derived classes, the members; a
 /// copy of the base class alone keeps the id of what it was copied from.
 class ZRSVCPP_API Exception : public Allocated, public std::exception {
  public:
   Exception() = default;
-  /// Copies of the texts; std::bad_alloc without memory.
+  /// Copies of the texts, but of a standard exception's, which last; std::bad_alloc without memory.
   Exception(const Exception& o);
   Exception& operator=(const Exception& o);
   ~Exception() override;
 
   /// Repository id in this library's own form ("IDL:CORBA/StExcep/TRANSIENT:1.0"); "" before one is set. All
   /// texts belong to the exception.
-  const char* id() const { return texts_ ? texts_ : ""; }
+  const char* id() const { return of_.texts ? of_.texts : ""; }
   /// Sets it, in either form; null is "".
   void id(const char* text);
   /// The id as the standard writes it and as it travels ("IDL:omg.org/CORBA/TRANSIENT:1.0").
-  const char* _rep_id() const { return id() + rep_id_; }
+  const char* _rep_id() const { return id() + of_.rep_id; }
   /// The id's last name, without version ("TRANSIENT").
-  const char* _name() const { return id() + name_; }
+  const char* _name() const { return id() + of_.name; }
   /// As _rep_id.
   const char* what() const noexcept override { return _rep_id(); }
 
@@ -49,10 +55,13 @@ class ZRSVCPP_API Exception : public Allocated, public std::exception {
   /// Throws a copy of the exception's own type: to throw what an Environment holds, or what was kept for later.
   [[noreturn]] virtual void _raise() const;
 
+ protected:
+  /// Over texts that last as long as the process: neither this nor a copy needs memory for them.
+  explicit Exception(const ExceptionTexts& lasting) : of_(lasting) {}
+
  private:
-  // The id, NUL, the public form where that is another, NUL, the name, NUL; null: the id is empty.
-  char* texts_ = nullptr;
-  ULong length_ = 0, rep_id_ = 0, name_ = 0;  // of all texts; where they start
+  ExceptionTexts of_;
+  ULong owned_ = 0;  // octets of the texts where they are its own; 0: they last
 };
 
 /// "IDL:omg.org/CORBA/TRANSIENT:1.0", and of a system exception " (minor code 0x4f4d0001, completed NO)".
@@ -110,6 +119,10 @@ class ZRSVCPP_API SystemException : public Exception {
   static SystemException* _downcast(Exception* e) { return _narrow(e); }
   static const SystemException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
 
+ protected:
+  SystemException(const ExceptionTexts& lasting, ULong minor_code, CompletionStatus status)
+      : Exception(lasting), minor_(minor_code), completed_(status) {}
+
  private:
   ULong minor_ = 0;
   CompletionStatus completed_ = COMPLETED_NO;
@@ -125,16 +138,19 @@ class ZRSVCPP_API StandardException : public SystemException {
   static constexpr JoinedText repository_id{"IDL:CORBA/StExcep/", Name.value, ":1.0"};
 
   /// Minor code 0, COMPLETED_NO.
-  StandardException() { id(repository_id.value); }
+  StandardException() : StandardException(0) {}
   explicit StandardException(ULong minor_code, CompletionStatus status = COMPLETED_NO)
-      : SystemException(minor_code, status) {
-    id(repository_id.value);
-  }
+      : SystemException({texts.value, sizeof repository_id.value, sizeof ids.value}, minor_code, status) {}
   Exception* _clone() const override { return new StandardException(*this); }
   [[noreturn]] void _raise() const override { throw StandardException(*this); }
   static StandardException* _narrow(Exception* e) { return dynamic_cast<StandardException*>(e); }
   static StandardException* _downcast(Exception* e) { return _narrow(e); }
   static const StandardException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
+
+ private:
+  static constexpr JoinedText public_id{"IDL:omg.org/CORBA/", Name.value, ":1.0"};
+  static constexpr JoinedText ids{repository_id.value, "\0", public_id.value};
+  static constexpr JoinedText texts{ids.value, "\0", Name.value};
 };
 
 // g++ hides what is made from a literal as a template argument, unless the literal is first named where

@@ -31,6 +31,7 @@ void POAdisconnect::resetDisconnect(CORBA::Environment& ev) { resetDisconnect(nu
 
 namespace {
 
+using PortableServer::ServantAccess;
 using PortableServer::ServantBase;
 using PortableServer::ServantUse;
 
@@ -146,8 +147,14 @@ POA_ServantList take_delete_list() {
   return std::exchange(servant_delete_list, {});
 }
 
-/// Deletes a listed servant, unless a request got into it before it left the maps, or a call of the program
-/// has it: then the next tick tries again.
+/// Whether somebody can still come upon a servant that has left the maps.
+bool is_held(const ServantBase& servant) {
+  return servant.get_ref_counter() != 0 || ServantAccess::default_count(servant) != 0 ||
+         PortableServer::ServantInCall::has(&servant);
+}
+
+/// Deletes a listed servant, unless a request got into it before it left the maps, a call of the program has it, or it
+/// was made a default servant meanwhile: then the next tick tries again.
 void delete_servant(ServantBase* servant) {
   const bool withdrawn = contained("withdrawing a servant", [&] {
     servant->deactivate_ObjectReference();
@@ -155,7 +162,7 @@ void delete_servant(ServantBase* servant) {
   });
   {
     MutexGuard count_guard(poa_svt_ref_counter_mutex);
-    if (!withdrawn || servant->get_ref_counter() != 0 || PortableServer::ServantInCall::has(servant)) {
+    if (!withdrawn || is_held(*servant)) {
       MutexGuard list_guard(poa_svt_delete_mutex);
       servant_delete_list.add(servant);
       return;

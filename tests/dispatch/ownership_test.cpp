@@ -181,6 +181,20 @@ TEST_F(Ownership, TheDefaultServantOfADestroyedPoaCanBeDeleted) {
   EXPECT_EQ(alive, 0);
 }
 
+// A program that makes a servant its default servant, and forgot that it is to go, loses nothing but its requests.
+TEST_F(Ownership, AServantThatIsToGoStaysWhileItIsADefaultServant) {
+  TestServant* const servant = mortal();
+  scene.with(USE_DEFAULT_SERVANT, MULTIPLE_ID);
+  servant->servant_delete();
+  scene.poa->set_servant(servant);
+  tick(2);
+  EXPECT_EQ(alive, 1);
+  EXPECT_EQ(outcome(scene.reference("any")), "UNKNOWN 0x0 NO");
+  scene.poa->set_servant(nullptr);
+  tick(1);
+  EXPECT_EQ(alive, 0);
+}
+
 TEST_F(Ownership, ServantsMadeForOneRequestEachNestAndAreNotLost) {
   scene.locator.on_preinvoke = [&](std::string call, auto&) {
     std::unique_ptr<TestServant> servant(mortal());

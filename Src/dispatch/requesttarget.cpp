@@ -36,21 +36,40 @@ POAInfoPtr find_by_ids(CORBA::Object* reference, CORBA::Environment& ev) {
 
 /// The POA that the last request on the thread went to: the next one often goes there, too.
 struct LastPoa {
-  std::string name_part;
+  std::string front;  // of the data of its references: what stands before the object id and its length
+  CORBA::ULong name_length = 0, id_assignment = 0;  // as they stand there
   std::weak_ptr<POAInfo> poa;
   std::uint64_t tree = 0;  // POANode::tree_changes when it was found
 };
 
-/// It, when that is the name part of its references and the tree is what it was. Null without it.
-POAInfoPtr find_last(std::string_view name_part) {
+/// Under the tree's lock.
+void remember(const ReferenceDataView& data, const POAInfoPtr& poa) {
+  LastPoa* const last = zrsv::of_thread<LastPoa>();
+  if (!last) return;
+  const char* const start = data.name_part.data() - 4;
+  last->tree = 0;  // until all is there
+  last->front = {start, static_cast<std::size_t>(data.object_id.data() - 4 - start)};
+  last->name_length = static_cast<CORBA::ULong>(data.name_part.size());
+  last->id_assignment = data.id_assignment;
+  last->poa = poa;
+  last->tree = POANode::tree_changes;
+}
+
+/// Reads the data of one of its objects, and finds it, while the tree is what it was: one comparison says what was read
+/// of it then. False when all is to be read.
+bool read_as_last(const unsigned char* octets, uint32_t length, RequestTarget& target) {
   const LastPoa* const last = zrsv::of_thread<LastPoa>();
-  const bool same = last && last->tree == POANode::tree_changes && last->name_part == name_part;
-  return same ? last->poa.lock() : nullptr;
+  if (!last || last->tree != POANode::tree_changes) return false;
+  const std::string_view data(reinterpret_cast<const char*>(octets), length), front = last->front;
+  if (!data.starts_with(front) || !target.data.parse_id(data.substr(front.size()))) return false;
+  target.data.name_part = data.substr(4, last->name_length);
+  target.data.id_assignment = last->id_assignment;
+  target.poa = last->poa.lock();
+  return target.poa && !AdapterActivation::any();
 }
 
 /// All POAs of the path are there, as a rule. Null when one is missing.
-POAInfoPtr find_existing(std::string_view path, std::string_view name_part) {
-  if (POAInfoPtr found = find_last(name_part)) return found;
+POAInfoPtr find_existing(std::string_view path, const ReferenceDataView& data) {
   MutexGuard guard(poa_mutex);
   POANode* poa = root_poa_info;
   for (PathNames names(path); const auto name = names.next();) {
@@ -58,20 +77,16 @@ POAInfoPtr find_existing(std::string_view path, std::string_view name_part) {
     if (!poa) return nullptr;
   }
   POAInfoPtr found = record_of(poa->shared_from_this());
-  if (LastPoa* const last = zrsv::of_thread<LastPoa>()) {
-    last->name_part = name_part;
-    last->poa = found;
-    last->tree = POANode::tree_changes;
-  }
+  remember(data, found);
   return found;
 }
 
 /// POA by POA: missing ones are asked of adapter activators, and those that one is still filling are waited
 /// for.
-POAInfoPtr walk(std::string_view path, std::string_view name_part, CORBA::Environment& ev) {
+POAInfoPtr walk(std::string_view path, const ReferenceDataView& data, CORBA::Environment& ev) {
   if (path.empty()) return record_of(root_poa_info->shared_from_this());
   if (!OM_TRACE_IS_ON) {
-    if (POAInfoPtr found = find_existing(path, name_part); found && !AdapterActivation::any()) return found;
+    if (POAInfoPtr found = find_existing(path, data); found && !AdapterActivation::any()) return found;
   }
   POAInfoPtr poa = record_of(root_poa_info->shared_from_this());
   for (PathNames names(path); const auto name = names.next();)
@@ -110,15 +125,12 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
     POA_TRACE("reference_data is_nil!. throw CORBA::StExcep::BAD_PARAM.");
     raise<CORBA::BAD_PARAM>(ev, "findPOAInfoByReference [reference_data length is 0.]");
   }
+  if (!OM_TRACE_IS_ON && read_as_last(octets, length, target)) [[likely]] {
+    target.has_data = true;
+    return target;
+  }
   // No name part, parts that pass the end, and a path too long to have been made here are all refused alike.
   const bool whole = target.data.parse(octets, length) && !target.data.name_part.empty();
-  if (whole && !OM_TRACE_IS_ON) {
-    target.poa = find_last(target.data.name_part);
-    if (target.poa && !AdapterActivation::any()) [[likely]] {
-      target.has_data = true;
-      return target;
-    }
-  }
   const std::string_view path = whole ? target.data.path() : "";
   if (!whole || path.size() >= NAME_PART_MAXIMUM) {
     POA_TRACE("bad reference data. throw CORBA::StExcep::BAD_PARAM.");
@@ -126,7 +138,7 @@ RequestTarget RequestTarget::find(CORBA::Object* reference, CORBA::Environment& 
   }
   target.has_data = true;
   trace_names(path);
-  target.poa = walk(path, target.data.name_part, ev);
+  target.poa = walk(path, target.data, ev);
   return target;
 }
 

@@ -48,9 +48,8 @@ bool createPOAReferenceData(CORBA_sequence_octet* data, const CORBA_sequence_oct
 namespace {
 
 ULong get_ulong(const unsigned char* at) {
-  ULong value = 0;
-  for (int i = 0; i < 4; ++i) value |= static_cast<ULong>(at[i]) << (8 * i);
-  return value;
+  return at[0] | static_cast<ULong>(at[1]) << 8 | static_cast<ULong>(at[2]) << 16 |
+         static_cast<ULong>(at[3]) << 24;
 }
 
 }  // namespace
@@ -61,11 +60,17 @@ bool ReferenceDataView::parse(const unsigned char* data, ULong length) {
   const std::uint64_t name_length = get_ulong(data);
   const std::uint64_t policy_at = (4 + name_length + 3) / 4 * 4;
   if (policy_at + 8 > length) return false;
-  const std::uint64_t oid_length = get_ulong(data + policy_at + 4);
-  if (policy_at + 8 + oid_length > length) return false;
+  if (!parse_id({octets + policy_at + 4, static_cast<std::size_t>(length - policy_at - 4)})) return false;
   name_part = {octets + 4, static_cast<std::size_t>(name_length)};
   id_assignment = get_ulong(data + policy_at);
-  object_id = {octets + policy_at + 8, static_cast<std::size_t>(oid_length)};
+  return true;
+}
+
+bool ReferenceDataView::parse_id(std::string_view rest) {
+  if (rest.size() < 4) return false;
+  const ULong length = get_ulong(reinterpret_cast<const unsigned char*>(rest.data()));
+  if (length > rest.size() - 4) return false;
+  object_id = rest.substr(4, length);
   return true;
 }
 

@@ -51,6 +51,8 @@ struct ReferenceDataView {
   std::string_view path() const { return name_part.substr(0, name_part.find('\0')); }
   /// False, and nothing to be read from the views, when the data ends before what it claims.
   bool parse(const unsigned char* data, CORBA::ULong length);
+  /// Of a part of such data, from the length of the object id on: reads that alone.
+  bool parse_id(std::string_view rest);
   /// The data of a reference, which it then is a view of; false also when the reference has none or is not of
   /// this process.
   bool read(CORBA::Object* reference);

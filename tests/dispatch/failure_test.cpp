@@ -120,6 +120,36 @@ TEST_P(Failures, OfProgramCode) {
   }
 }
 
+// A thread knows the data of the POA that it was in last by sight, all but the id and its length.
+TEST_P(Failures, OfAnObjectOfThePoaOfTheLastRequest) {
+  Scene s(top);
+  s.with(USE_DEFAULT_SERVANT, MULTIPLE_ID).poa->set_servant(&s.servant);
+  std::string served;
+  s.servant.work = [&] { served = current_object(); };
+  const auto call = [&](const CORBA::Object_var& object) {
+    served = "nobody";
+    return outcome(seen(object));
+  };
+  const auto serves = [&](const std::string& id) {
+    EXPECT_EQ(call(s.reference(id)), "done");
+    EXPECT_EQ(served, s.name + ":" + id);
+  };
+  for (const char* id : {"longer", "o", "other", "o"}) serves(id);
+  const CORBA::Object_var good = s.reference("longer");
+  const unsigned char* octets = nullptr;
+  uint32_t length = 0;
+  ASSERT_TRUE(ZR_object_peek_id(good->get_ref(), &octets, &length));
+  const std::string data(octets, octets + length);
+  for (std::size_t cut = 4; cut < data.size(); ++cut) {
+    serves("o");
+    EXPECT_EQ(call(with_data(data.substr(0, cut))), "BAD_PARAM 0x4b510007 NO") << cut;
+    EXPECT_EQ(served, "nobody");
+  }
+  serves("o");
+  EXPECT_EQ(call(with_data(data + "behind it")), "done");
+  EXPECT_EQ(served, s.name + ":longer");
+}
+
 // Without reference data in a reference of this process its ids name the POA.
 TEST_P(Failures, ByIdsInsteadOfReferenceData) {
   const std::string impl = unique_name("impl"), intf = Demo::Echo::repository_id;

@@ -80,6 +80,8 @@ ActiveObjectMap::~ActiveObjectMap() {
 
 /// A map's later blocks fill up, most likely; its first one starts small.
 void ActiveObjectMap::grow() {
+  if (index >= SHARING && entries.empty())
+    entries = Entries(GivenMemory<_ActiveObjectEntry>{chain.pages.next()});
   if (entries.size() == entries.capacity())
     entries.reserve(index > 0 ? SLOTS : std::clamp<std::size_t>(entries.size() * 2, 4, SLOTS));
   entries.emplace_back();

@@ -6,6 +6,7 @@
 
 #include "base/locks.h"
 #include "objects/clientdata.h"
+#include "objects/largepages.h"
 #include "objects/packedoid.h"
 #include "objects/servants.h"
 #include "objects/slotindex.h"
@@ -131,8 +132,8 @@ class ActiveObjectMap {
   ActiveObjectMap* _next_aom ZR_GUARDED_BY(poa_semaphore) = nullptr;  // process-wide list
   ActiveObjectMap* _pre_aom ZR_GUARDED_BY(poa_semaphore) = nullptr;
   std::uint64_t number;  // rises along that list
-  std::vector<_ActiveObjectEntry> entries
-      ZR_GUARDED_BY(poa_semaphore);                              // those that were ever in use; at most SLOTS
+  using Entries = std::vector<_ActiveObjectEntry, GivenMemory<_ActiveObjectEntry>>;
+  Entries entries ZR_GUARDED_BY(poa_semaphore);                  // those that were ever in use; at most SLOTS
   ActiveObjectMap* next ZR_GUARDED_BY(poa_semaphore) = nullptr;  // next block of the same map
 
  private:
@@ -140,7 +141,8 @@ class ActiveObjectMap {
   /// Of a whole map.
   struct Chain {
     std::vector<ActiveObjectMap*> blocks;
-    std::size_t room = 0;  // no block before this one has a free slot
+    std::size_t room = 0;                          // no block before this one has a free slot
+    SharedPages<_ActiveObjectEntry, SLOTS> pages;  // of the blocks from SHARING on
     CORBA::ULong last_serial = 0;
     SlotIndex ids, servants;
     std::unique_ptr<UseOrder> incarnated;  // of objects that an activator made, where they are limited
@@ -157,6 +159,8 @@ class ActiveObjectMap {
 
   struct Cursor;
   static constexpr int GROUP = 64;  // slots to a word of `taken`
+  /// From this block on a map takes memory for many at once: what of that is not used is little beside the rest.
+  static constexpr Position SHARING = 256;
 
   struct ById;
   struct ByServant;

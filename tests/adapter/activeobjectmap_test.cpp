@@ -56,6 +56,29 @@ TEST_F(ActiveMap, GrowsByBlocksAndUsesTheFirstFreeSlot) {
   for (const char* oid : {"again7", "again700", "next"}) EXPECT_EQ(find(oid), &two);
 }
 
+// The slots of blocks from the 257th on stand in pages of 2 MiB, 64 blocks in each.
+TEST_F(ActiveMap, LateBlocksShareLargePages) {
+  constexpr int slots = ActiveObjectMap::SLOTS, own = 256, blocks = own + 65;
+  for (int i = 0; i < blocks * slots; ++i) insert(std::to_string(i), one);
+  std::vector<const _ActiveObjectEntry*> starts;
+  for (const ActiveObjectMap* block = &map; block; block = block->next) {
+    ASSERT_EQ(block->entries.size(), std::size_t{slots});
+    starts.push_back(block->entries.data());
+  }
+  ASSERT_EQ(starts.size(), std::size_t{blocks});
+  constexpr std::size_t page = std::size_t{2} << 20;
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(starts[own]) % page, 0u);
+  for (std::size_t i = own + 1; i < own + 64; ++i) EXPECT_EQ(starts[i], starts[i - 1] + slots) << i;
+  EXPECT_EQ(std::set(starts.begin(), starts.end()).size(), starts.size());
+  const std::string in_page = std::to_string((own + 3) * slots + 7);
+  for (const std::string& id : {std::string("0"), in_page, std::to_string(blocks * slots - 1)})
+    EXPECT_EQ(find(id), &one);
+  remove(in_page);
+  EXPECT_EQ(find(in_page), nullptr);
+  insert("again", two);
+  EXPECT_EQ(starts[own + 3][7].p_servant, &two);
+}
+
 // Against a plain list of slots: equal ids and servants in many of them, over three blocks.
 TEST_F(ActiveMap, TheFirstSlotCounts) {
   using Slot = std::pair<std::string, ServantBase*>;  // free: no servant

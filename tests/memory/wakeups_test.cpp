@@ -185,6 +185,31 @@ TEST(Withdrawal, EndsWhenTheCallIsSentAgain) {
   }
 }
 
+// Two calls are settled while one thread is on its way: it takes the first, and leaves the other to who watches.
+TEST(Replies, AreFinishedWhileAnotherFinishBlocks) {
+  for (int round = 0; round < 10; ++round) {
+    zrsv::ReplyThreads threads;
+    std::promise<void> last_begun;
+    Scripted* all[3];
+    Scripted alone(threads, [&] { threads.over(*all[0]); });
+    Scripted blocks(threads, [&] {
+      EXPECT_TRUE(comes(last_begun.get_future()));
+      threads.over(*all[1]);
+    });
+    Scripted last(threads, [&] {
+      last_begun.set_value();
+      threads.over(*all[2]);
+    });
+    all[0] = &alone, all[1] = &blocks, all[2] = &last;
+    for (Scripted* call : all) call->send();
+    threads.settled(alone);
+    ASSERT_TRUE(wait_for_asleep(2));  // another thread watches since that one
+    for (Scripted* call : {&blocks, &last}) threads.settled(*call);
+    for (const Scripted* call : all) threads.wait_for_any({call});
+    threads.stop(zrsv::fault::shut_down);
+  }
+}
+
 // Who withdraws a call while it is given up need not wait for those before it, though they have all the threads.
 TEST(Withdrawal, EndsWhenTheCallIsGivenUp) {
   zrsv::ReplyThreads threads;

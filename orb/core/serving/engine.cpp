@@ -481,16 +481,13 @@ void Engine::push_ready(Ref<Connection> connection) {
   wake();
 }
 
+// What is left was told of when it came, or is when the last one who looks looks away.
 Ref<Connection> Engine::pop_ready() {
-  Ref<Connection> first;
-  {
-    const MutexLock lock(ready_mutex_);
-    if (!ready_head_) return first;
-    first = Ref<Connection>::adopt(ready_head_);
-    ready_head_ = ready_head_->next_ready;
-    ready_count_.fetch_sub(1);
-  }
-  if (ready_count_.load() > 0) wake();
+  const MutexLock lock(ready_mutex_);
+  if (!ready_head_) return {};
+  Ref<Connection> first = Ref<Connection>::adopt(ready_head_);
+  ready_head_ = ready_head_->next_ready;
+  ready_count_.fetch_sub(1);
   return first;
 }
 

@@ -3,6 +3,7 @@
 
 #include <list>
 
+#include "connections/socket_setup.h"
 #include "requests/waiting.h"
 #include "sockets.h"
 
@@ -128,6 +129,33 @@ TEST_F(ConnectionRecords, TakeTurnsWhereTheirRequestsWait) {
   waiting.close();
   EXPECT_FALSE(add(a, 14));
   EXPECT_EQ(numbers(waiting.withdraw(nullptr, nullptr)), "12 ");
+}
+
+TEST(SocketSetup, KnowsWhatStaysWithinTheMachine) {
+  const auto address = [](bool ipv6, std::string_view octets) {
+    PeerAddress made;
+    made.ipv6 = ipv6;
+    octets.copy(reinterpret_cast<char*>(made.octets), sizeof made.octets);
+    return made;
+  };
+  const std::string loopback6 = std::string(15, '\0') + '\1', other6 = '\xfd' + loopback6.substr(1);
+  const PeerAddress loopback = address(false, {"\x7f\0\0\1", 4}), second = address(false, {"\x7f\0\0\2", 4}),
+                    host = address(false, "\xc0\2\1\7"), neighbour = address(false, "\xc0\2\1\x8"),
+                    padded = address(true, "\xc0\2\1\7");
+  const struct {
+    PeerAddress own, peer;
+    bool within;
+  } rows[] = {{loopback, second, true},
+              {host, host, true},
+              {host, neighbour, false},
+              {host, padded, false},
+              {address(true, loopback6), address(true, loopback6), true},
+              {address(true, other6), address(true, other6), true},
+              {address(true, other6), padded, false}};
+  for (const auto& row : rows)
+    EXPECT_EQ(stays_within_machine(row.own, row.peer), row.within)
+        << row.own.text().c_str() << ' ' << row.peer.text().c_str();
+  EXPECT_FALSE(set_up_socket(-1));
 }
 
 }  // namespace

@@ -242,6 +242,13 @@ int option_of(int fd, int level, int option) {
   return value;
 }
 
+std::string congestion_control_of(int fd) {
+  char name[16] = {};
+  socklen_t length = sizeof name;
+  ::getsockopt(fd, IPPROTO_TCP, TCP_CONGESTION, name, &length);
+  return name;
+}
+
 TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
   operations["who"] = [&](Upcalled& r) {
     int32_t fd = -1;
@@ -261,6 +268,7 @@ TEST_F(Engine, TellsWhoTheClientIsAndWhenItIsGone) {
       const int descriptor = std::stoi(fd) % (1 << 20);
       EXPECT_EQ(option_of(descriptor, SOL_SOCKET, SO_KEEPALIVE), 1);
       EXPECT_EQ(option_of(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT), 60'000);
+      EXPECT_EQ(congestion_control_of(descriptor), "reno");
     }
     client.close();
     if (calls > 0) wanted.push_back(fd);

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,6 +16,7 @@
 #include "base/options.h"
 #include "base/process_life.h"
 #include "connections/reply_threads.h"
+#include "connections/socket_setup.h"
 
 namespace zrsv {
 namespace {
@@ -47,11 +47,7 @@ int connect_address(const addrinfo& address, Deadline deadline) {
   if (fd < 0) return -1;
   bool connected = ::connect(fd, address.ai_addr, address.ai_addrlen) == 0;
   if (!connected && (errno == EINPROGRESS || errno == EINTR)) connected = finish_connect(fd, deadline);
-  const int on = 1;
-  if (connected && !is_own_peer(fd) && ::fcntl(fd, F_SETFL, 0) == 0 &&
-      ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) == 0) {
-    return fd;
-  }
+  if (connected && !is_own_peer(fd) && ::fcntl(fd, F_SETFL, 0) == 0 && set_up_socket(fd)) return fd;
   ::close(fd);
   return -1;
 }

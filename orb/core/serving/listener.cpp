@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "connections/socket_setup.h"
 #include "requests/upcall.h"
 
 namespace zrsv {
@@ -207,8 +208,7 @@ void Listener::accept_some(Acceptor& acceptor) {
     if (fd < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return;
     if (fd < 0 && is_lost_client(errno)) continue;
     if (fd < 0) return close_for_a_while(acceptor, errno);
-    const int on = 1;
-    ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    set_up_socket(fd);
     engine_->add(fd, PeerAddress::of(from));
   }
 }

@@ -144,12 +144,13 @@ void say(const std::string& line) {
   std::fflush(stdout);
 }
 
-void serve_orb(CORBA::ORB_ptr orb) {
+void serve_orb(CORBA::ORB_ptr orb, bool views) {
   const CORBA::Object_var resolved = orb->resolve_initial_references("RootPOA");
   const PortableServer::POA_var root = PortableServer::POA::_narrow(resolved.in());
   const PortableServer::POAManager_var manager = root->the_POAManager();
   manager->activate();
   bench::Servant adder;
+  adder.views = views;
   const Demo::Echo_var object = adder._this();
   const CORBA::String_var text = orb->object_to_string(object.in());
   say(text.in());
@@ -182,7 +183,9 @@ void serve_raw(const Sizes& sizes) {
 
 class OrbCalls {
  public:
-  OrbCalls(CORBA::ORB_ptr orb, CORBA::ULong octets) {
+  OrbCalls(CORBA::ORB_ptr orb, CORBA::ULong octets, bool views)
+      : server_(views ? std::vector<std::string>{"--role", "orb", "--view"}
+                      : std::vector<std::string>{"--role", "orb"}) {
     data_.length(octets);
     const CORBA::Object_var object = orb->string_to_object(server_.line().c_str());
     echo_ = Demo::Echo::_narrow(object.in());
@@ -220,7 +223,7 @@ class OrbCalls {
     return sum;
   }
 
-  Child server_{{"--role", "orb"}};
+  Child server_;
   Demo::Echo_var echo_;
   Demo::Octets data_;
 };
@@ -275,34 +278,46 @@ void print(const char* what, const Times& times) {
 }
 
 struct Comparison {
+  int starts = 1;
   int rounds = 30;
   int calls = 5000;
   CORBA::ULong octets = 0;
+  bool views = false;
   bool free = false;
 };
 
-void compare(CORBA::ORB_ptr orb, const Comparison& how) {
-  const auto [rounds, calls, octets, free] = how;
-  const std::string where = free ? "free" : "on core " + std::to_string(pin_to_one_core());
-  OrbCalls orb_calls(orb, octets);
-  const Sizes sizes = orb_calls.measure();
-  RawCalls raw_calls(sizes);
-  Times orb_times, raw_times, ratios;
-  time_calls(calls, orb_calls);  // warm up
-  time_calls(calls, raw_calls);
-  for (int round = 0; round < rounds; ++round) {
-    const Times of_orb = time_calls(calls, orb_calls), of_raw = time_calls(calls, raw_calls);
-    ratios.push_back(quantile(of_orb, 0.5) / quantile(of_raw, 0.5));
-    append(orb_times, of_orb);
-    append(raw_times, of_raw);
+struct Measured {
+  Sizes sizes;
+  Times orb, raw, ratios;
+};
+
+/// The rounds of one start of both servers.
+void run_rounds(CORBA::ORB_ptr orb, const Comparison& how, Measured& all) {
+  OrbCalls orb_calls(orb, how.octets, how.views);
+  all.sizes = orb_calls.measure();
+  RawCalls raw_calls(all.sizes);
+  time_calls(how.calls, orb_calls);  // warm up
+  time_calls(how.calls, raw_calls);
+  for (int round = 0; round < how.rounds; ++round) {
+    const Times of_orb = time_calls(how.calls, orb_calls), of_raw = time_calls(how.calls, raw_calls);
+    all.ratios.push_back(quantile(of_orb, 0.5) / quantile(of_raw, 0.5));
+    append(all.orb, of_orb);
+    append(all.raw, of_raw);
   }
-  std::printf("one connection over loopback, both processes %s; %d rounds of %d calls each\n", where.c_str(),
-              rounds, calls);
-  std::printf("request %zu octets, reply %zu octets (counted on the connection)\n\n", sizes.request,
-              sizes.reply);
+}
+
+void compare(CORBA::ORB_ptr orb, const Comparison& how) {
+  const std::string where = how.free ? "free" : "on core " + std::to_string(pin_to_one_core());
+  Measured all;
+  for (int start = 0; start < how.starts; ++start) run_rounds(orb, how, all);
+  const Times& ratios = all.ratios;
+  std::printf("one connection over loopback, both processes %s; %d starts, each %d rounds of %d calls\n",
+              where.c_str(), how.starts, how.rounds, how.calls);
+  std::printf("request %zu octets, reply %zu octets (counted on the connection)\n\n", all.sizes.request,
+              all.sizes.reply);
   std::printf("%-22s %11s %11s\n", "", "median", "p99");
-  print(octets == 0 ? "add" : "echo", orb_times);
-  print("raw TCP ping-pong", raw_times);
+  print(how.octets == 0 ? "add" : "echo", all.orb);
+  print("raw TCP ping-pong", all.raw);
   std::printf(
       "\nratio of the medians: %.2f (median of the rounds; middle half %.2f to %.2f, all %.2f to %.2f)\n",
       quantile(ratios, 0.5), quantile(ratios, 0.25), quantile(ratios, 0.75), quantile(ratios, 0),
@@ -316,9 +331,12 @@ int run(int argc, char** argv) {
   bool smoke = false;
   std::string role;
   Sizes sizes;
+  app.add_option("--starts", how.starts, "how often the servers are started anew")
+      ->check(CLI::PositiveNumber);
   app.add_option("--rounds", how.rounds, "how often the two take turns")->check(CLI::PositiveNumber);
   app.add_option("--calls", how.calls, "calls of each in a round")->check(CLI::PositiveNumber);
   app.add_option("--octets", how.octets, "echo so many octets instead of adding two numbers");
+  app.add_flag("--view", how.views, "the servant answers a view of its argument, not a copy");
   app.add_flag("--free", how.free, "leave the processes to the scheduler instead of one core");
   app.add_flag("--smoke", smoke, "once and short, to see that it works");
   app.add_option("--role", role)->group("");  // of the server processes; not shown
@@ -326,7 +344,7 @@ int run(int argc, char** argv) {
   app.add_option("--reply", sizes.reply)->group("");
   CLI11_PARSE(app, argc, argv);
   if (role == "orb") {
-    serve_orb(orb.in());
+    serve_orb(orb.in(), how.views);
   } else if (role == "raw") {
     serve_raw(sizes);
   } else {

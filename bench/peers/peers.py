@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """This library beside raw sockets and other RPC libraries: `peers.py [--quick | --smoke] [--peers A,B] [--rows X,Y] DIRECTORY`.
 
-DIRECTORY has the programs peer_NAME; a peer without one is left out. In each row the peers' servers and clients are started once and then take
-turns, round by round, in an order that moves on by one; a ratio is that of two peers within one round. Prints a table at the end.
+DIRECTORY has the programs peer_NAME; a peer without one is left out. In each row the peers' servers and clients are started and then take
+turns, round by round, in an order that moves on by one; a ratio is that of two peers within one round. Rows whose figures hang on how programs
+and connections happen to begin (BIG) start them anew each round. Prints a table at the end.
 """
 import argparse
 import dataclasses
@@ -33,7 +34,8 @@ class Row:
     idle: int = 0
     objects: int = 1
     local: bool = False
-    restart: bool = False     # a new server each round, and what its objects cost
+    restart: bool = False     # new programs each round
+    costs: bool = False       # and what the server's objects cost
 
 
 def all_rows():
@@ -42,8 +44,8 @@ def all_rows():
         Row("L1 add", "two numbers, one core", operation="add"),
         Row("T4", "4 threads, a connection each, two cores", "calls/s", threads=4, cores=2),
         Row("T4 shared", "4 threads, one reference, two cores", "calls/s", threads=4, cores=2, shared=True),
-        Row("BIG", "echo of 1 MiB, one core", "MB/s", octets=LARGE),
-        Row("BIG 2", "echo of 1 MiB, two cores", "MB/s", octets=LARGE, cores=2),
+        Row("BIG", "echo of 1 MiB, one core", "MB/s", octets=LARGE, restart=True),
+        Row("BIG 2", "echo of 1 MiB, two cores", "MB/s", octets=LARGE, cores=2, restart=True),
         Row("C500", "L1 beside 500 idle connections", idle=500),
         Row("C10K", "L1 beside 10,000 idle connections", idle=10000),
     ]
@@ -52,7 +54,7 @@ def all_rows():
             rows.append(Row(f"CONC {threads}" + (" shared" if shared else ""), f"{threads} threads, two cores", "calls/s",
                             threads=threads, cores=2, shared=shared))
     rows += [Row(f"DISPATCH {op}", f"{op} within the process", "ns", operation=op, local=True) for op in ("add", "echo")]
-    rows += [Row(f"MANY {n:,}", f"L1, {n:,} objects", objects=n, restart=True) for n in (1, 10**3, 10**5, 10**6)]
+    rows += [Row(f"MANY {n:,}", f"L1, {n:,} objects", objects=n, restart=True, costs=True) for n in (1, 10**3, 10**5, 10**6)]
     return rows
 
 
@@ -150,7 +152,7 @@ class Contest:
         meter = Process(next(iter(self.bench.programs.values())), ["call", 0, "own"], self.cores)
         playing = list(self.bench.programs)
         try:
-            for number in range(min(self.bench.rounds, 5) if self.row.restart else self.bench.rounds):
+            for number in range(min(self.bench.rounds, 5) if self.row.costs else self.bench.rounds):
                 self.spins.append(float(meter.ask("spin")[0]))
                 first = number % len(playing)
                 playing = [name for name in playing[first:] + playing[:first] if self.turn(name)]
@@ -230,7 +232,7 @@ def lines_of(contest):
     lines = [line(row.name, row.unit, contest.figures) + [f"{noise:.0%}"]]
     if row.threads > 1:
         lines.append(line("", "p99 us", contest.tails) + [""])
-    if row.restart:
+    if row.costs:
         for part, unit in ((0, "ns an activation"), (1, "octets an object")):
             figures = {n: [a[part] for a in contest.activations[n]] for n in names}
             lines.append(line("", unit, figures) + [""])
@@ -247,7 +249,7 @@ def print_table(contests, bench):
         if number == 0:
             print("|" + "|".join("-" * (width + 2) for width in widths) + "|")
     print(f"""
-Medians of {bench.rounds} rounds of {bench.seconds:g} s (MANY: at most 5, each with a new server). In brackets: of the first peer with a figure, half of what the
+Medians of {bench.rounds} rounds of {bench.seconds:g} s (BIG and MANY start the programs anew for each; MANY has at most 5). In brackets: of the first peer with a figure, half of what the
 middle half of its rounds spans; of the others, the ratio to it within a round, median and middle half. Times: lower is better; calls/s and MB/s
 (octets one way): higher. In shared rows raw sockets have a connection a thread. Noise: by how much the longest of the row's runs of a fixed piece of work was longer than the shortest.
 Cores {bench.cores} of {os.cpu_count()}; load of the machine {os.getloadavg()[0]:.1f}, which includes this run.""")

@@ -198,10 +198,10 @@ static void keep_invoke(Writer& out, const std::vector<Method>& methods) {
 static void declare_tie(Writer& out, const Spelling& spell, const Interface& interface,
                         const EmitOptions& options) {
   const std::string name = (interface.scope->scope ? "" : "POA_") + cpp_name(interface.name.text);
-  out.line("template <class T>");
-  out.open("class " + name + "_tie : public PortableServer::Tie<T, " + name + "> {");
+  out.line("template <class _tied>");
+  out.open("class " + name + "_tie : public PortableServer::Tie<_tied, " + name + "> {");
   out.label("public:");
-  out.line("using PortableServer::Tie<T, " + name + ">::Tie;");
+  out.line("using PortableServer::Tie<_tied, " + name + ">::Tie;");
   out.blank();
   std::vector<const Interface*> all = bases_first(interface);
   all.push_back(&interface);

@@ -56,6 +56,8 @@ constexpr ListedException listed_exceptions[] = {listed_exception<E>...};
 /// The user exceptions that an operation raises.
 template <class... E>
 constexpr ExceptionList raises{listed_exceptions<E...>, sizeof...(E)};
+template <>
+inline constexpr ExceptionList raises<>{};
 
 class ServerCall;
 

@@ -224,6 +224,22 @@ void report(const std::string& complaints, const FileNames& names, Sources& sour
   }
 }
 
+// The preprocessor takes a null character for the end of the line or of the file, and says nothing.
+void refuse_null_characters(const std::vector<std::string>& files, Sources& sources,
+                            Diagnostics& diagnostics) {
+  for (const std::string& file : files) {
+    std::ifstream in(file);
+    std::uint32_t number = 1;
+    for (std::string line; std::getline(in, line); ++number) {
+      const std::size_t found = line.find('\0');
+      if (found == std::string::npos) continue;
+      diagnostics.error({sources.number(file), number, static_cast<std::uint32_t>(found + 1), 1},
+                        "a null character");
+      break;
+    }
+  }
+}
+
 // The #include lines of the file that led to one of the files that were read.
 std::vector<Include> includes_of(const std::string& file, const std::vector<std::string>& read) {
   static const std::regex form("^\\s*#\\s*include\\s*([<\"])([^>\"]+)[>\"].*");
@@ -281,6 +297,7 @@ Preprocessed preprocess(const std::string& file, const PreprocessOptions& option
   result.text = rename_files(output.text, names, result.files);
   for (const std::string& read : result.files)
     if (read == orb_idl_name) sources.supply(sources.number(read), orb_idl);
+  refuse_null_characters(result.files, sources, diagnostics);
   report(output.complaints, names, sources, diagnostics);
   if (!output.complete) diagnostics.error({0, 1, 1, 1}, "the preprocessor cannot cope with this file");
   result.includes = includes_of(file, result.files);

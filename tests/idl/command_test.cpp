@@ -89,6 +89,17 @@ TEST_F(Command, PreprocessorErrorsSayWhere) {
   }
 }
 
+// The preprocessor would leave out what stands behind them.
+TEST_F(Command, NullCharactersAreErrors) {
+  using namespace std::string_literals;
+  write("a.idl", "#include \"b.idl\"\ntypedef long T;\n\0\ninterface Left {};\n"s);
+  write("b.idl", "typedef long U; \0 interface Out {};\n// and\0here\n"s);
+  EXPECT_EQ(run("a.idl"), 1);
+  for (const char* message :
+       {"a.idl:3:1: error: a null character\n", "b.idl:1:17: error: a null character\n"})
+    EXPECT_NE(err.find(message), std::string::npos) << err;
+}
+
 TEST_F(Command, ErrorsInIncludedFilesHaveTheirPlace) {
   write("a.idl", "#include \"sub/b.idl\"\n");
   write("sub/b.idl", "\n\n   typedef Nothing T;\n");

@@ -124,10 +124,7 @@ void trace_no_activator(const POAInfo& poa) {
 /// The trace lines of `reference_to_servant` before it looks into the map: of what the target knows.
 [[gnu::cold]] void trace_reference_to_servant(const RequestTarget& target, const ActiveObjectMap* map) {
   POA_TRACE("POAInfo::reference_to_servant");
-  trace_of([&] {
-    CORBA::Environment ev;
-    findPOAInfoByReference(target.object, ev);
-  });
+  target.trace_look_up();
   POA_TRACE("POAInfo::reference_to_servant poa_info=0x%lx aom=0x%lx", trace_address(target.poa.get()),
             trace_address(map));
   if (!target.poa->policies.retains()) return;
@@ -144,10 +141,8 @@ ServantUse search(const RequestTarget& target) {
     if (ServantUse found = map->useServantById(target.data.object_id)) return found;
   }
   if (!poa.policies.uses_default_servant()) return {};
-  trace_of([&poa] {
-    CORBA::Environment ev;
-    const PortableServer::ServantBase_var found = poa.get_servant(ev);
-  });
+  trace_of(
+      [&poa] { const PortableServer::ServantBase_var found = poa.get_servant(CORBA::Environment().self()); });
   return poa.default_servant.use();
 }
 

@@ -16,11 +16,16 @@ struct RequestTarget {
   /// Reads the data and walks the POA path, asking adapter activators for missing POAs. BAD_PARAM for a nil
   /// target or bad data; what findChildByName raises. The views live as long as the reference.
   static RequestTarget find(CORBA::Object* reference, CORBA::Environment& ev);
-  /// The trace lines of learning the id once more, which is known.
+  /// The trace lines of looking the POA up once more, and the id, which are known. None of a POA that is gone: an
+  /// adapter activator would be asked for another one.
+  void trace_look_up() const {
+    trace_of([this] {
+      if (!poa->destroyed) find(object, CORBA::Environment().self());
+    });
+  }
   void trace_reference_to_id() const {
     trace_of([this] {
-      CORBA::Environment ev;
-      if (has_data) delete poa->reference_to_id(object, ev);
+      if (has_data && !poa->destroyed) delete poa->reference_to_id(object, CORBA::Environment().self());
     });
   }
 };

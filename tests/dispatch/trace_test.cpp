@@ -120,6 +120,20 @@ TEST_F(RequestTrace, OfADefaultServantThatIsReplaced) {
   scene.poa->set_servant(nullptr);
 }
 
+// Tracing changes nothing: a POA that went in its own operation is not looked for, which would ask for another one.
+TEST_F(RequestTrace, AsksForNoPoaThatIsGone) {
+  struct : PortableServer_AdapterActivator_impl {
+    CORBA::Boolean unknown_adapter(POA*, const char*, CORBA::Environment&) override { return ++asked, false; }
+    int asked = 0;
+  } adapter;
+  top->the_activator(&adapter);
+  scene.with_locator().locator.on_preinvoke = [&](auto, auto&) { return &scene.servant; };
+  scene.servant.work = [&] { scene.poa->destroy(false, false); };
+  traced_request(scene.reference("any"));
+  EXPECT_EQ(adapter.asked, 0);
+  top->the_activator(nullptr);
+}
+
 // The servant is let go of before what it left in the environment is told.
 TEST_F(RequestTrace, OfAMarkedServantThatRaises) {
   class Raising : public TestServant {

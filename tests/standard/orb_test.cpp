@@ -110,9 +110,13 @@ TEST_F(OrbTest, KeysThatPeopleWriteReachObjects) {
   EXPECT_EQ(there->add(4, 5), 9);
 
   orb->register_key("Echo", nullptr);
-  EXPECT_EQ(
-      raised([&] { Object_var(orb->string_to_object(StandardTest::far("Echo").c_str()))->_non_existent(); }),
-      "OBJECT_NOT_EXIST");
+  const Object_var gone = orb->string_to_object(StandardTest::far("Echo").c_str());
+  EXPECT_EQ(raised([&] { gone->_is_a("IDL:test/Other:1.0"); }), "OBJECT_NOT_EXIST");
+  CORBA::Environment ev;
+  EXPECT_TRUE(gone->_non_existent(ev)) << "the same, as an answer";
+  EXPECT_EQ(ev.exception(), nullptr);
+  CORBA::PolicyList_var inconsistent;
+  EXPECT_TRUE(gone->_validate_connection(inconsistent.out())) << "its server answers";
   EXPECT_EQ(raised([&] { orb->register_key("", echo); }), "BAD_PARAM");
 }
 

@@ -76,7 +76,12 @@ Boolean Object::_is_a(const char* repository_id, Environment& ev) {
 Boolean Object::_non_existent(Environment& ev) {
   ev.clear();
   if (has_local_table(this)) return 0;
-  return non_existent(this, ev);
+  try {
+    return non_existent(this, ev);
+  } catch (const OBJECT_NOT_EXIST&) {  // the answer of servers that ask nobody further
+    ev.clear();
+    return 1;
+  }
 }
 
 InterfaceDef* Object::_get_interface(Environment& ev) {

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "corba/any.h"
+#include "corba/detail/any_values.h"
 #include "corba/orb.h"
 #include "mapping/poa_cdr.h"
 

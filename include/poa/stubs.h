@@ -10,12 +10,14 @@
 // Each operation marshals, waits for the reply and follows location forwards. Beside the exceptions of the
 // interface it raises the ORB core's system exceptions (INV_OBJREF without a handle, TRANSIENT, COMM_FAILURE,
 // TIMEOUT, MARSHAL, ...). A user exception that the operation does not list is left in the environment and
-// not thrown. Operations that send or return a servant raise MARSHAL: servants cannot travel. References that
+// not thrown. Operations that send or return a servant raise MARSHAL: servants cannot travel. What sends one fails before
+// it is sent (completed NO); what returns one has been carried out at the other end (completed YES). References that
 // operations return are objects of this process's own classes and drive nothing elsewhere: give their handle
 // to a stub.
 //
 // UNO_IIOP_<operation> is the IIOP part alone, for a request that the caller created and completes
-// (zrsv/request.h). A location forward is then in the environment (_major 3), and the caller calls again.
+// (zrsv/request.h). A location forward is then in the environment (_major 3), and the caller calls again. Programs call
+// the operation itself; this part is for who counts or times what goes over the wire.
 //
 // Policies, managers and the other references that a stub takes may be of this process or of the other one: they
 // travel as references.
@@ -26,7 +28,7 @@
 #include "corba/detail/stubs.h"
 #include "poa/interfaces.h"
 
-/// An operation, and its IIOP part.
+/// An operation, as its interface declares it, and its IIOP part.
 #define POA_STUB(Result, operation, ...)                                                                 \
   Result operation(__VA_ARGS__ __VA_OPT__(, ) CORBA_ENV) override;                                       \
   Result UNO_IIOP_##operation(void* request, unsigned char response_expected __VA_OPT__(, ) __VA_ARGS__, \
@@ -41,16 +43,21 @@
 ///   CORBA::String_var name = remote.the_name();
 class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
  public:
+  // What it is, and its place in the tree.
   POA_STUB(char*, the_name)
   POA_STUB(PortableServer::POA*, the_parent)
   POA_STUB(PortableServer::POAList*, the_children)
   POA_STUB(PortableServer::POAManager*, the_POAManager)
+  // What makes missing children. An activator that is set from afar is kept and given back, but what stands in for it at
+  // the other end makes none.
   POA_STUB(void, the_activator, PortableServer::AdapterActivator* activator)
   POA_STUB(PortableServer::AdapterActivator*, the_activator)
+  // Children, and the end of the POA. What create_POA and find_POA give is for a stub, too: its handle, not itself.
   POA_STUB(PortableServer::POA*, create_POA, const char* adapter_name,
            PortableServer::POAManager* a_POAManager, const CORBA::PolicyList& policies)
   POA_STUB(PortableServer::POA*, find_POA, const char* adapter_name, CORBA::Boolean activate_it)
   POA_STUB(void, destroy, CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion)
+  // Policies of the other process, for its create_POA.
   POA_STUB(PortableServer::ThreadPolicy*, create_thread_policy, PortableServer::ThreadPolicyValue value)
   POA_STUB(PortableServer::LifespanPolicy*, create_lifespan_policy, PortableServer::LifespanPolicyValue value)
   POA_STUB(PortableServer::IdUniquenessPolicy*, create_id_uniqueness_policy,
@@ -63,14 +70,17 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
            PortableServer::ServantRetentionPolicyValue value)
   POA_STUB(PortableServer::RequestProcessingPolicy*, create_request_processing_policy,
            PortableServer::RequestProcessingPolicyValue value)
+  // Servant managers travel as references; the default servant does not.
   POA_STUB(PortableServer::ServantManager*, get_servant_manager)
   POA_STUB(void, set_servant_manager, PortableServer::ServantManager* imgr)
   POA_STUB(PortableServer::ServantBase*, get_servant)
   POA_STUB(void, set_servant, PortableServer::ServantBase* p_servant)
+  // Activation is for the process of the servant: MARSHAL. Deactivation is for anybody.
   POA_STUB(PortableServer::ObjectId*, activate_object, PortableServer::ServantBase* p_servant)
   POA_STUB(void, activate_object_with_id, const PortableServer::ObjectId& id,
            PortableServer::ServantBase* p_servant)
   POA_STUB(void, deactivate_object, const PortableServer::ObjectId& oid)
+  // References and ids: those that name no servant work from afar.
   POA_STUB(CORBA::Object*, create_reference, const char* intf)
   POA_STUB(CORBA::Object*, create_reference_with_id, const PortableServer::ObjectId& oid, const char* intf)
   POA_STUB(PortableServer::ObjectId*, servant_to_id, PortableServer::ServantBase* p_servant)
@@ -81,7 +91,8 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(CORBA::Object*, id_to_reference, const PortableServer::ObjectId& oid)
 };
 
-/// Drives a POA manager of another process: holds, discards and serves its requests, or ends it.
+/// Drives a POA manager of another process: holds, discards and serves its requests, or ends it. What its POAs' state is
+/// for their clients is told at PortableServer::POAManager.
 ///
 ///   _st_PortableServer_POAManager remote;
 ///   remote.set_ref(CORBA_object_duplicate(object->get_ref(), nullptr));
@@ -97,6 +108,10 @@ class POA_API _st_PortableServer_POAManager : public virtual PortableServer::POA
 
 /// Asks a policy of another process for its value. CORBA::Policy's own operations are there as well. One instance a
 /// kind, by the names below.
+///
+///   _st_PortableServer_ThreadPolicy remote;
+///   remote.set_ref(CORBA_object_duplicate(object->get_ref(), nullptr));
+///   PortableServer::ThreadPolicyValue value = remote.value();
 template <class Kind>
 class POA_API _st_PortableServer_Policy : public virtual Kind, public virtual _st_CORBA_Policy {
  public:
@@ -118,8 +133,8 @@ using _st_PortableServer_ServantRetentionPolicy =
 using _st_PortableServer_RequestProcessingPolicy =
     _st_PortableServer_Policy<PortableServer::RequestProcessingPolicy>;
 
-/// Asks an adapter activator of another process. It makes the child in that process, or wherever it likes. Locks that
-/// the calling thread holds here are not held there.
+/// Asks an adapter activator of another process: true when it says that it has made the child, in that process or
+/// wherever it likes. Locks that the calling thread holds here are not held there.
 class POA_API _st_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {
  public:
   POA_STUB(CORBA::Boolean, unknown_adapter, PortableServer::POA* parent, const char* name)
@@ -129,6 +144,7 @@ class POA_API _st_PortableServer_AdapterActivator : public virtual PortableServe
 /// servants cannot travel.
 class POA_API _st_PortableServer_ServantManager : public virtual PortableServer::ServantManager {};
 
+/// incarnate is carried out at the other end, and its servant stays there (completed YES); etherealize is not sent.
 class POA_API _st_PortableServer_ServantActivator : public virtual PortableServer::ServantActivator {
  public:
   POA_STUB(PortableServer::ServantBase*, incarnate, const PortableServer::ObjectId& oid,
@@ -138,6 +154,7 @@ class POA_API _st_PortableServer_ServantActivator : public virtual PortableServe
            CORBA::Boolean remaining_activations)
 };
 
+/// Likewise: preinvoke is carried out, postinvoke is not sent.
 class POA_API _st_PortableServer_ServantLocator : public virtual PortableServer::ServantLocator {
  public:
   POA_STUB(PortableServer::ServantBase*, preinvoke, const PortableServer::ObjectId& oid,

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "corba/detail/any_operators.h"
+#include "corba/detail/any_values.h"
 #include "corba/standard_sequences.h"
 #include "wire.h"
 

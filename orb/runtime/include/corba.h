@@ -2,6 +2,7 @@
 #pragma once
 
 #include "corba/any.h"
+#include "corba/detail/any_values.h"
 #include "corba/detail/wire.h"
 #include "corba/exception.h"
 #include "corba/local_object.h"

@@ -4,6 +4,7 @@
 
 #include "base/encoded_stream.h"
 #include "base/raise.h"
+#include "corba/detail/any_values.h"
 #include "typecodes/typecode_details.h"
 
 namespace CORBA {

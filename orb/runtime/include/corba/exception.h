@@ -1,6 +1,7 @@
 // Exceptions and the environment (OMG IDL to C++, "Mapping for Exception Types").
 //
-// Operations fail by throwing: a user exception that their IDL lists, or one of the standard's system exceptions.
+// Operations fail by throwing: a user exception that their IDL lists, or one of the standard's system exceptions; without
+// memory in this process also std::bad_alloc, from what copies. All derive from CORBA::Exception, and from std::exception.
 // Catch by reference to constant; what is caught is a copy, and the catcher's for as long as it is caught.
 //
 //   try {
@@ -29,9 +30,16 @@ struct ExceptionTexts {
 };
 
 /// Root of all exceptions. A value: copying copies the repository id and, in derived classes, the members; a
-/// copy of the base class alone keeps the id of what it was copied from.
+/// copy of the base class alone keeps the id of what it was copied from. Belongs to one thread at a time.
+///
+///   try {
+///     account->balance();
+///   } catch (const CORBA::Exception& e) {           // whatever it ended with
+///     std::cerr << e._name() << std::endl;          // "TRANSIENT", "Overdrawn"
+///   }
 class ZRSVCPP_API Exception : public Allocated, public std::exception {
  public:
+  /// Without an id.
   Exception() = default;
   /// Copies of the texts, but of a standard exception's, which last; std::bad_alloc without memory.
   Exception(const Exception& o);
@@ -41,7 +49,7 @@ class ZRSVCPP_API Exception : public Allocated, public std::exception {
   /// Repository id in this library's own form ("IDL:CORBA/StExcep/TRANSIENT:1.0"); "" before one is set. All
   /// texts belong to the exception.
   const char* id() const { return of_.texts ? of_.texts : ""; }
-  /// Sets it, in either form; null is "".
+  /// Sets it, in either form; null is "". Texts that were got before are good no more.
   void id(const char* text);
   /// The id as the standard writes it and as it travels ("IDL:omg.org/CORBA/TRANSIENT:1.0").
   const char* _rep_id() const { return id() + of_.rep_id; }
@@ -76,6 +84,7 @@ ZRSVCPP_API std::ostream& operator<<(std::ostream& to, const Exception& exceptio
 class ZRSVCPP_API UserException : public Exception {
  public:
   ~UserException() override;
+  /// Without an id; generated classes set theirs.
   UserException() = default;
   UserException(const UserException&) = default;
   UserException& operator=(const UserException&) = default;
@@ -89,7 +98,7 @@ class ZRSVCPP_API UserException : public Exception {
 };
 
 /// The upper 20 bits of the minor codes that the standard gives out; the lower 12 number the reasons of one
-/// exception.
+/// exception: `e.minor() == (CORBA::OMGVMCID | 14)`.
 inline constexpr ULong OMGVMCID = 0x4F4D0000;
 
 /// Whether the operation has run at the other end: YES, to its end; NO, it did not begin, so the call may be made again
@@ -97,15 +106,24 @@ inline constexpr ULong OMGVMCID = 0x4F4D0000;
 enum CompletionStatus : ULong { COMPLETED_YES = 0, COMPLETED_NO = 1, COMPLETED_MAYBE = 2 };
 
 /// A system exception: minor code and completion status beside the id. What a minor code means is told by its upper 20
-/// bits: OMGVMCID is the standard's, 0x4B510000 is this library's (docs/wire.md, docs/orb.md), 0 says nothing.
+/// bits: OMGVMCID is the standard's, 0x4B510000 is this library's (docs/wire.md, docs/orb.md), 0 says nothing. One that
+/// is of the other end arrives with the code and the status that it was thrown with there.
+///
+///   try {
+///     account->balance();
+///   } catch (const CORBA::SystemException& e) {
+///     if (e.completed() == CORBA::COMPLETED_NO) balance = account->balance();  // it did not run: once more
+///   }
 class ZRSVCPP_API SystemException : public Exception {
  public:
+  /// Minor code 0, COMPLETED_NO, and no id: programs make the classes below.
   SystemException() = default;
   SystemException(ULong minor_code, CompletionStatus status) : minor_(minor_code), completed_(status) {}
   SystemException(const SystemException&) = default;
   SystemException& operator=(const SystemException&) = default;
   ~SystemException() override;
 
+  /// Which of the exception's reasons it is; 0 where nobody says.
   ULong minor() const { return minor_; }
   void minor(ULong code) { minor_ = code; }
   /// What is known of the call when this is thrown.
@@ -129,7 +147,8 @@ class ZRSVCPP_API SystemException : public Exception {
 };
 
 /// A standard system exception; `Name` is its name in module CORBA. Servants throw them as well: clients get the
-/// minor code and the completion status that they are made with.
+/// minor code and the completion status that they are made with. What a servant throws of other kinds (a std::exception, a
+/// user exception that the operation does not list) is UNKNOWN there.
 ///
 ///   if (amount < 0) throw CORBA::BAD_PARAM(0, CORBA::COMPLETED_NO);
 template <Text Name>
@@ -139,10 +158,15 @@ class ZRSVCPP_API StandardException : public SystemException {
 
   /// Minor code 0, COMPLETED_NO.
   StandardException() : StandardException(0) {}
+  /// `status` says whether the operation has run, as far as the one who throws knows.
   explicit StandardException(ULong minor_code, CompletionStatus status = COMPLETED_NO)
       : SystemException({texts.value, sizeof repository_id.value, sizeof ids.value}, minor_code, status) {}
   Exception* _clone() const override { return new StandardException(*this); }
   [[noreturn]] void _raise() const override { throw StandardException(*this); }
+  /// `e` itself when it is of this class, else null, also for null. Nothing changes hands.
+  ///
+  ///   CORBA::Environment ev;
+  ///   if (CORBA::TIMEOUT::_downcast(ev.exception())) std::cerr << "too late" << std::endl;
   static StandardException* _narrow(Exception* e) { return dynamic_cast<StandardException*>(e); }
   static StandardException* _downcast(Exception* e) { return _narrow(e); }
   static const StandardException* _downcast(const Exception* e) { return _narrow(const_cast<Exception*>(e)); }
@@ -236,7 +260,14 @@ using THREAD_CANCELLED = StandardException<"THREAD_CANCELLED">;
 #pragma GCC visibility pop
 using namespace StExcep;
 
-/// A user exception without members, of that repository id. Two of one id are one type.
+/// A user exception without members, of that repository id. Two of one id are one type. Exceptions of the module's own
+/// interfaces are such: CORBA::ORB::InvalidName, PortableServer::POA::WrongPolicy.
+///
+///   try {
+///     poa->activate_object_with_id(id, &servant);
+///   } catch (const PortableServer::POA::ServantAlreadyActive&) {
+///     std::cerr << "active already" << std::endl;
+///   }
 template <Text Id>
 class ZRSVCPP_API PlainUserException : public UserException {
  public:
@@ -256,7 +287,8 @@ class ZRSVCPP_API PlainUserException : public UserException {
   }
 };
 
-/// Base of a user exception with members: E has `repository_id` and is copyable. For generated code.
+/// Base of a user exception with members: E has `repository_id` and is copyable. For generated code. What is told of
+/// UserException and PlainUserException holds for E, too: `E::_downcast(e)` is the exception as E, or null.
 template <class E>
 class ZRSVCPP_API UserExceptionOf : public UserException {
  public:
@@ -276,6 +308,7 @@ class ZRSVCPP_API UserExceptionOf : public UserException {
 template <class T>
 class ExceptionMember {
  public:
+  /// A default value: 0.
   ExceptionMember() = default;
   ExceptionMember(T value) : value_(value) {}
   operator T() const { return value_; }
@@ -287,8 +320,8 @@ class ExceptionMember {
 };
 
 /// Owns one exception that was made with new: a fresh one holds a new exception, never null; copies are deep, of null
-/// null. A pointer that is assigned is taken over, an exception copied. Null only where null was assigned, or after
-/// `_retn()`, which hands the exception over.
+/// null. A pointer that is assigned is taken over, an exception copied; what was held is deleted. Null only where null was
+/// assigned, or after `_retn()`, which hands the exception over. std::bad_alloc without memory. One thread at a time.
 ///
 ///   PortableServer::POA::InvalidPolicy_var kept;
 ///   try {
@@ -299,8 +332,11 @@ class ExceptionMember {
 template <class E>
 class ExceptionVar {
  public:
+  /// A new exception.
   ExceptionVar() : _ptr(new E) {}
+  /// Takes over one made with new; null is none.
   ExceptionVar(E* e) : _ptr(e) {}
+  /// A copy, of null null.
   ExceptionVar(const E& e) : _ptr(new E(e)) {}
   ExceptionVar(const ExceptionVar& o) : _ptr(o._ptr ? new E(*o._ptr) : nullptr) {}
   ~ExceptionVar() { delete _ptr; }
@@ -312,9 +348,11 @@ class ExceptionVar {
   ExceptionVar& operator=(const ExceptionVar& o) {
     return this == &o ? *this : *this = (o._ptr ? new E(*o._ptr) : nullptr);
   }
+  /// The exception, still owned; null when there is none, and then nobody looks.
   E* operator->() const { return _ptr; }
   E& operator*() const { return *_ptr; }
   operator E*() const { return _ptr; }
+  /// Hands it over: the caller deletes it.
   E* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:
@@ -322,7 +360,8 @@ class ExceptionVar {
 };
 
 /// How an operation reports a failure beside throwing it: every operation takes one last, by default a fresh
-/// one that nobody looks at. After a call it holds what that has thrown, or nothing. Belongs to one thread at a time.
+/// one that nobody looks at. After a call it holds what that has thrown, or nothing. Belongs to one thread at a time, and
+/// may be used for one call after the other: each begins by emptying it.
 ///
 ///   CORBA::Environment ev;
 ///   try {

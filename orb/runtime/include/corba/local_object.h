@@ -1,4 +1,6 @@
-// Objects that live in this process only (OMG IDL to C++, "Mapping of Local Interface").
+// Objects that live in this process only (OMG IDL to C++, "Mapping of Local Interface"): those of IDL's local interfaces,
+// and of the library's own such as lists, requests and interceptors. They are named by X_ptr and X_var as references are,
+// and a call is a plain call of C++.
 #pragma once
 
 #include <atomic>
@@ -8,8 +10,9 @@
 namespace CORBA {
 
 /// Base of every local interface and of what programs implement for one. Counted: a new one has the count 1, which is
-/// the creator's; _duplicate counts up, release counts down, and the last one deletes it, so it is made with new. Any
-/// thread. It has no handle, cannot be turned into text, and cannot travel (MARSHAL).
+/// the creator's; _duplicate counts up, release counts down, and the last one deletes it, so it is made with new, and its
+/// destructor runs on whatever thread gives the last count back. Counting is for any thread; the rest is the class's own
+/// affair. It has no handle, cannot be turned into text, and cannot travel (MARSHAL).
 ///
 ///   class Here : public PortableServer::ServantActivator, public CORBA::LocalObject {
 ///     PortableServer::Servant incarnate(const PortableServer::ObjectId& id, PortableServer::POA_ptr) override {
@@ -20,22 +23,26 @@ namespace CORBA {
 ///   poa->set_servant_manager(manager);                      // the POA has one of its own
 class ZRSVCPP_API LocalObject : public virtual Object {
  public:
+  /// The nil reference: null.
   static LocalObject* _nil() { return nullptr; }
   /// The same object, counted once more; nil for nil.
   static LocalObject* _duplicate(LocalObject* object);
-  /// The same, nil for an object that is not local.
+  /// As an object of this class: the same, counted once more, nil for an object that is not local. Nothing is asked, and nothing raised.
   static LocalObject* _narrow(Object* object);
 
-  /// Programs that count in a way of their own override all three.
+  /// One count more and one less; how many there are, which another thread may change meanwhile. Programs that count in a
+  /// way of their own override all three; an object that is not to be deleted overrides the first two with nothing.
   virtual void _add_ref() { ++count_; }
   virtual void _remove_ref() {
     if (--count_ == 0) delete this;
   }
   virtual ULong _refcount_value() const { return count_; }
+  /// What _duplicate and release of a plain Object_ptr do with it.
   Object* _share_reference() override { return _add_ref(), this; }
   void _release_reference() override { _remove_ref(); }
 
  protected:
+  /// The count is 1, the creator's. Only derived classes are made.
   LocalObject() = default;
 
  private:

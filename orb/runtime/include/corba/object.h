@@ -66,30 +66,34 @@ class ZRSVCPP_API Object : public Allocated {
 
   /// Ask the object itself, by a call; the first compares the reference's type id before it calls. Whether it is of
   /// that interface or of one that inherits from it (BAD_PARAM for null); whether it is sure that there is no such
-  /// object.
+  /// object, which an answer of OBJECT_NOT_EXIST says as well. False does not say that it is there for good; a server that
+  /// cannot be reached is an exception.
   Boolean _is_a(const char* repository_id, CORBA_ENV);
   Boolean _non_existent(CORBA_ENV);
-  /// The interface definition, nil when its server knows none. The caller releases it.
+  /// The interface definition, by a call, nil when its server knows none. The caller releases it.
   InterfaceDef* _get_interface(CORBA_ENV);
   /// Without a call: same object by key and end point. False does not say that they are two objects.
   Boolean _is_equivalent(Object* other, CORBA_ENV);
-  /// A number from 0 to `maximum`, the same for equivalent references: for hash tables of references.
+  /// A number from 0 to `maximum`, the same for equivalent references in this process: for hash tables of references.
+  /// Without a call.
   ULong _hash(ULong maximum, CORBA_ENV);
 
-  /// The ORB that the reference came from, as a new reference.
+  /// The ORB that the reference came from, as a new reference that the caller releases. BAD_INV_ORDER (OMGVMCID | 4) when
+  /// that one is destroyed.
   ORB* _get_orb(CORBA_ENV);
   /// The id of the object's interface: that of the reference, or, where it has none, the object is asked. The
   /// caller frees it.
   char* _repository_id(CORBA_ENV);
   /// The component that the object belongs to, as a new reference, nil when it belongs to none. The object is asked.
   Object* _get_component(CORBA_ENV);
-  /// True when the object can be reached under the policies in force; a failure to reach it is raised.
-  /// `inconsistent` gets a new list of the policies that forbid it, which is empty.
+  /// Opens the connection to the object's server where there is none: true when it answers under the policies in force,
+  /// whether it has such an object or not; a failure to reach it is raised. `inconsistent` gets a new list, the caller's, of
+  /// the policies that forbid it, which is empty.
   Boolean _validate_connection(PolicyList*& inconsistent, CORBA_ENV);
 
   /// A new reference to the same object whose calls are made under these policies; this one stays as it is.
-  /// Only policies of clients count (Messaging::RelativeRoundtripTimeoutPolicy). InvalidPolicies for others,
-  /// BAD_PARAM for two of one type.
+  /// Only policies of clients count (Messaging::RelativeRoundtripTimeoutPolicy). InvalidPolicies for others and for nil,
+  /// BAD_PARAM (OMGVMCID | 30) for two of one type.
   Object* _set_policy_overrides(const PolicyList& policies, SetOverrideType how, CORBA_ENV);
   /// The overrides of this reference of those types, of all types for an empty list. The caller frees the list, which
   /// is empty where there are none.
@@ -99,7 +103,8 @@ class ZRSVCPP_API Object : public Allocated {
   Policy* _get_policy(PolicyType type, CORBA_ENV);
   Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, ev); }
 
-  /// A new dynamic call of the object (corba/request.h); the caller releases it. BAD_PARAM without an operation.
+  /// A new dynamic call of the object (corba/request.h), which is not made yet; the caller releases it. BAD_PARAM for a null
+  /// or empty operation.
   Request* _request(const char* operation, CORBA_ENV);
   /// The same with arguments and a result of the program's, each null or counted once more and used in place. There
   /// are no contexts (null), and no flags that change anything.
@@ -127,7 +132,7 @@ inline void release(Object* object) {
   if (object) object->_release_reference();
 }
 
-/// Base of the interface _var types, as the standard has it.
+/// Base of the interface _var types, as the standard has it: a class that a template can ask for.
 class _var {};
 
 /// Owns one reference of interface X, nil at first. A plain pointer that is assigned is taken over, another X_var
@@ -139,8 +144,11 @@ class _var {};
 template <class X>
 class ObjectVar : public _var {
  public:
+  /// Nil.
   ObjectVar() = default;
+  /// Takes over a reference that is the caller's, such as the result of an operation; nil is allowed.
   ObjectVar(X* p) : _ptr(p) {}
+  /// A duplicate: for references over the wire no call, and std::bad_alloc without memory.
   ObjectVar(const ObjectVar& o) : _ptr(X::_duplicate(o._ptr)) {}
   ObjectVar(ObjectVar&& o) noexcept : _ptr(o._retn()) {}
   ~ObjectVar() { _free(); }
@@ -162,13 +170,14 @@ class ObjectVar : public _var {
     _free();
     _ptr = p;
   }
+  /// Releases it, and holds nil.
   void _free() { release(std::exchange(_ptr, nullptr)); }
 
   operator X* const&() const { return _ptr; }  // a reference too: else g++ -Wconversion warns at every use
   operator X*&() { return _ptr; }
   /// A nil reference has no operations: the program looks before it calls.
   X* operator->() const { return _ptr; }
-  /// Lends the reference.
+  /// Lends the reference, good until this changes or ends; to be exchanged by an operation that releases the old one.
   X* in() const { return _ptr; }
   X*& inout() { return _ptr; }
   /// Releases it; the place for another one, which is taken over.

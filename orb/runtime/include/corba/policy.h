@@ -1,4 +1,5 @@
-// CORBA::Policy, CORBA::Current and their implementation bases.
+// CORBA::Policy, CORBA::Current and their implementation bases (CORBA, "Policy Object"). What kinds of policies there are
+// for POAs stands in poa/types.h, for calls in corba/messaging.h.
 #pragma once
 
 #include "corba/local_object.h"
@@ -36,8 +37,8 @@ class ZRSVCPP_API Policy : public virtual Object {
 using Policy_ptr = Policy*;
 using Policy_var = ObjectVar<Policy>;
 
-/// Policies, in any order. An element owns its reference: what is assigned as a plain pointer is taken over. Nil
-/// elements say nothing.
+/// Policies, in any order. An element owns its reference: what is assigned as a plain pointer is taken over. For create_POA
+/// nil elements say nothing; for calls they are InvalidPolicies.
 class PolicyList : public Sequence<Policy_var> {
  public:
   using Sequence::Sequence;
@@ -74,6 +75,12 @@ class ZRSVCPP_API PolicyError : public UserExceptionOf<PolicyError> {
   PolicyErrorCode reason = BAD_POLICY;
 };
 /// Overrides that cannot be: their places in the list, from 0. Of nil, and of policies that calls know nothing of.
+///
+///   try {
+///     CORBA::Object_var other = object->_set_policy_overrides(list, CORBA::ADD_OVERRIDE);
+///   } catch (const CORBA::InvalidPolicies& e) {
+///     for (CORBA::ULong i = 0; i < e.indices.length(); ++i) std::cerr << e.indices[i] << std::endl;
+///   }
 class ZRSVCPP_API InvalidPolicies : public UserExceptionOf<InvalidPolicies> {
  public:
   static constexpr const char* repository_id = "IDL:omg.org/CORBA/InvalidPolicies:1.0";

@@ -29,7 +29,7 @@ class ZRSVCPP_API UnknownUserException : public UserExceptionOf<UnknownUserExcep
 };
 
 /// The types of the user exceptions that a request may end with. One that is not listed ends it with UNKNOWN. Counted
-/// as local objects are; belongs to one thread at a time.
+/// as local objects are; belongs to one thread at a time. System exceptions need no list.
 ///
 ///   request->exceptions()->add(Bank::_tc_Overdrawn);
 class ZRSVCPP_API ExceptionList : public virtual LocalObject {
@@ -38,13 +38,14 @@ class ZRSVCPP_API ExceptionList : public virtual LocalObject {
   static ExceptionList* _nil() { return nullptr; }
   static ExceptionList* _duplicate(ExceptionList* p) { return idl::duplicate_local(p); }
 
+  /// How many types there are.
   ULong count() const { return static_cast<ULong>(types_.size()); }
-  /// Counts the type once more; add_consume takes it over.
+  /// Counts the type once more; add_consume takes it over. Not nil; one that is no exception's lists nothing.
   void add(TypeCode* type) { types_.emplace_back(TypeCode::_duplicate(type)); }
   void add_consume(TypeCode* type) { types_.emplace_back(type); }
   /// A new reference. Bounds for an index at or past the count.
   TypeCode* item(ULong index, CORBA_ENV) const;
-  /// Those behind it move up; the type is released.
+  /// Those behind it move up; the type is released. Bounds as above.
   void remove(ULong index, CORBA_ENV);
 
  private:
@@ -74,7 +75,8 @@ class ZRSVCPP_API Request : public virtual LocalObject {
   static Request* _nil() { return nullptr; }
   static Request* _duplicate(Request* p) { return idl::duplicate_local(p); }
 
-  /// All are the request's own.
+  /// All are the request's own, and good as long as it is. What the call ended with is in env(), empty where it went
+  /// well; the list and the result may be filled before the call and are read after it.
   Object* target() const { return target_.in(); }
   const char* operation() const { return operation_.in(); }
   NVList* arguments() const { return arguments_.in(); }
@@ -87,20 +89,25 @@ class ZRSVCPP_API Request : public virtual LocalObject {
   Any& add_in_arg(const char* name = "") { return *arguments_->add_item(name, ARG_IN)->value(); }
   Any& add_inout_arg(const char* name = "") { return *arguments_->add_item(name, ARG_INOUT)->value(); }
   Any& add_out_arg(const char* name = "") { return *arguments_->add_item(name, ARG_OUT)->value(); }
-  /// void unless it is said. The type is counted once more. BAD_TYPECODE for nil.
+  /// The type of the result, which is void unless it is said. The type is counted once more. BAD_TYPECODE for nil.
   void set_return_type(TypeCode* type) { return_value().replace(type, nullptr); }
-  /// What the call gave, after its end.
+  /// What the call gave, after its end, still the request's.
   Any& return_value() const { return *result_->value(); }
 
-  /// Sends the call and waits for its end. MARSHAL for an argument that has a type and no value, and for results that
-  /// do not fit the types that were said.
+  /// Sends the call and waits for its end. MARSHAL for an argument that has a type and no value (completed NO), and for
+  /// results that do not fit the types that were said (completed YES). A user exception that is not listed is UNKNOWN
+  /// (OMGVMCID | 1). BAD_INV_ORDER (OMGVMCID | 10) while the request is under way.
   void invoke();
-  /// Sends it, and nobody will hear of its end. What keeps it from being sent is thrown.
+  /// Sends it, and nobody will hear of its end, nor of results. What keeps it from being sent is thrown.
   void send_oneway();
   /// Sends it and returns. It goes on without a thread of the program; its time limit runs. BAD_INV_ORDER while it is
-  /// under way, as for the two above.
+  /// under way, as for the two above. The request has to live until its reply was taken; one that ends before drops it.
+  ///
+  ///   request->send_deferred();
+  ///   balance = account->balance();  // meanwhile
+  ///   request->get_response();       // waits
   void send_deferred();
-  /// Whether get_response would not wait. Both: BAD_INV_ORDER when the call was not sent by send_deferred.
+  /// Whether get_response would not wait. Both: BAD_INV_ORDER (OMGVMCID | 11) when the call was not sent by send_deferred.
   Boolean poll_response();
   /// Waits for its end, and ends as invoke() does. Again: the same.
   void get_response();
@@ -128,7 +135,16 @@ class ZRSVCPP_API Request : public virtual LocalObject {
 using Request_ptr = Request*;
 using Request_var = ObjectVar<Request>;
 
-/// Requests for ORB::send_multiple_requests_oneway and _deferred: an element owns its reference.
+/// Requests for ORB::send_multiple_requests_oneway and _deferred: an element owns its reference, and a plain pointer that
+/// is assigned is taken over.
+///
+///   CORBA::RequestSeq several;
+///   several.length(2);
+///   several[0] = account->_request("_get_balance");
+///   several[1] = account->_request("_get_balance");
+///   orb->send_multiple_requests_deferred(several);
+///   CORBA::Request_var first;
+///   orb->get_next_response(first.out());  // whichever has its reply first
 class RequestSeq : public Sequence<Request_var> {
  public:
   using Sequence::Sequence;

@@ -7,20 +7,27 @@
 //   numbers.length(3);                     // three zeros
 //   for (CORBA::ULong i = 0; i < numbers.length(); ++i) numbers[i] = 10 * i;
 //
-// Numbers are 0 in new elements, strings "", references nil, and structs what their members are.
+// Numbers are 0 in new elements, strings "", references nil, and structs what their members are. A sequence may stand in
+// a struct, an Any or another sequence, and copies with it; `typedef sequence<T, 8> Ts` refuses more than eight.
+//
+// In an operation a sequence is an in argument of the caller's (`const Ts&`), an inout one that is changed in place, and
+// as an out argument or a result a new one that the caller deletes (`Ts*`; null there is MARSHAL for the client). Numbers,
+// and structs of them, travel in one piece and need no call an element.
 #pragma once
 
 #include "corba/detail/sequence_elements.h"
 
 namespace CORBA {
 
-/// Ways out of a sequence: BAD_PARAM for an index at or past the length and for a length over the bound.
+/// Ways out of a sequence: BAD_PARAM (minor code 0, completed NO) for an index at or past the length and for a length
+/// over the bound. Of the library.
 [[noreturn]] ZRSVCPP_API void refuse_index();
 [[noreturn]] ZRSVCPP_API void refuse_bound();
 /// Gives back a message that a sequence adopted. Of the library.
 ZRSVCPP_API void free_message(void* buffer) noexcept;
 
-/// A negative one is past the length of any sequence, as is one of more than 32 bits.
+/// An index of any integral type as a sequence's: a negative one is past the length of any sequence, as is one of more
+/// than 32 bits.
 template <Index I>
 constexpr ULong sequence_index(I i) {
   constexpr ULong past = 0xFFFFFFFF;
@@ -41,31 +48,44 @@ constexpr ULong sequence_index(I i) {
 ///   data.length(4);
 ///   std::memcpy(data.get_buffer(), octets, 4);      // elements stand one behind the other
 ///   CORBA::OctetSeq lent(4, 4, octets);             // reads `octets`, and leaves it alone at its end
+///   CORBA::OctetSeq mine = lent;                    // a copy of the four, in a buffer of its own
+///
+/// An argument of a servant may be lent in this way: numbers stay where the request has them, release() is false, and
+/// the elements are gone after the call. Who wants to keep them copies the sequence.
+///
+/// `T` is what an element is, or for strings and references the pointer in the buffer; `Reference` is what operator[]
+/// gives of it: T& of numbers and structs, else an object to assign by (CORBA::TextElement of strings).
 template <class T, class Elements = PlainElements<T>, class Scratch = T>
 class Sequence : public Allocated {
  public:
+  // What stands in the buffer, and what operator[] gives of it, changing and reading.
   using Element = T;
   using Reference = typename Elements::Reference;
   using ConstReference = typename Elements::ConstReference;
 
   /// n default elements; null for 0 or without memory. Freed with freebuf, or by a sequence that is given them to own:
-  /// nothing else fits.
+  /// nothing else fits. Texts that are put into such a buffer are of string_dup, as the buffer frees them.
+  ///
+  ///   char** names = CORBA::StringSeq::allocbuf(1);
+  ///   names[0] = CORBA::string_dup("Ann");
+  ///   CORBA::StringSeq made(1, 1, names, true);  // the sequence's now
   static T* allocbuf(ULong n) { return n == 0 ? nullptr : Elements::make(n); }
   /// Frees what allocbuf gave, with the elements; null is allowed.
   static void freebuf(T* buffer) { Elements::free(buffer); }
 
   /// Empty, without a buffer.
   Sequence() = default;
-  /// Empty, with room for `max`; with room for none where there is no memory.
+  /// Empty, with room for `max`, so that lengths up to it cost nothing; with room for none where there is no memory.
   explicit Sequence(ULong max) : _buffer(allocbuf(max)), _release(true) { _maximum = _buffer ? max : 0; }
-  /// Takes `data` as its buffer, and owns it when `rel`: then it is of allocbuf, and not the caller's any more. Else it
-  /// stays the caller's, and outlives this. A length over the maximum is cut to it; null is an empty sequence.
+  /// Takes `data`, room for `max` elements, as its buffer, and owns it when `rel`: then it is of allocbuf, and not the
+  /// caller's any more. Else it stays the caller's, and outlives this; elements that are assigned to are changed there, and
+  /// strings and references that are replaced are not freed. A length over the maximum is cut to it; null is an empty sequence.
   Sequence(ULong max, ULong len, T* data, Boolean rel = false)
       : _maximum(data ? max : 0), _length(len < _maximum ? len : _maximum), _buffer(data), _release(rel) {}
-  /// A deep copy with the same maximum; std::bad_alloc without memory.
+  /// A deep copy with the same maximum, in a buffer of its own, also of a lent one; std::bad_alloc without memory.
   Sequence(const Sequence& o)
       : _maximum(o._maximum), _length(o._length), _buffer(copied(o, o._maximum)), _release(true) {}
-  /// Takes over the buffer, and leaves the other one empty.
+  /// Takes over the buffer, owned or lent, and leaves the other one empty.
   Sequence(Sequence&& o) noexcept { swap(o); }
   /// What is assigned may be a part of this sequence. Without memory std::bad_alloc, and nothing changes.
   Sequence& operator=(const Sequence& o) {
@@ -75,16 +95,18 @@ class Sequence : public Allocated {
     adopt(max, len, buffer, true);
     return *this;
   }
+  /// As the constructor; what was here is freed.
   Sequence& operator=(Sequence&& o) noexcept {
     Sequence taken(std::move(o));
     swap(taken);
     return *this;
   }
+  /// Frees a buffer that it owns, with the strings and references in it.
   ~Sequence() {
     if (_release) drop(_buffer, _in_message);
   }
 
-  /// For how many elements there is room, and how many there are.
+  /// For how many elements there is room, and how many there are. The first is the second at least.
   ULong maximum() const { return _maximum; }
   ULong length() const { return _length; }
   /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and nothing
@@ -97,14 +119,17 @@ class Sequence : public Allocated {
       if (n < _length && _release) Elements::clear(_buffer + n, _length - n);
     _length = n;
   }
-  /// The same for who fills all n elements next: what they are until then is not defined.
+  /// The same for who fills all n elements next: what they are until then is not defined where a new buffer is needed,
+  /// and what was there before may be gone. Beyond the standard; for large sequences of numbers, which are else zeroed.
   void length_to_fill(ULong n) {
     if (n <= _maximum) return length(n);
     T* fresh = Elements::make_for_copy(n);
     if (!fresh) throw std::bad_alloc();
     adopt(n, n, fresh, true);
   }
-  /// The element; of a sequence of strings or references, what it can be assigned by.
+  /// The element, to be read and changed; of a sequence of strings or references, what it can be assigned by: a plain
+  /// pointer is taken over then, a constant one or a _var copied. What is held is freed. Good until the length changes or
+  /// the sequence ends. At or past the length: BAD_PARAM, or the scratch element.
   Reference operator[](ULong i) {
     if (i < _length) return Elements::at(_buffer, i, _release);
     if constexpr (std::is_same_v<Scratch, NoScratch>)
@@ -112,6 +137,7 @@ class Sequence : public Allocated {
     else
       return wkrtn;
   }
+  /// The element, to be read; of strings a `const char*`, which stays the sequence's.
   ConstReference operator[](ULong i) const {
     if (i < _length) return Elements::at(static_cast<const T*>(_buffer), i);
     if constexpr (std::is_same_v<Scratch, NoScratch>)
@@ -120,11 +146,12 @@ class Sequence : public Allocated {
       return wkrtn;
   }
 
-  /// The elements, one behind the other, still the sequence's; null when there is no buffer.
+  /// The elements, one behind the other, still the sequence's; null when there is no buffer. Strings and references are
+  /// plain pointers there, and a null pointer among strings is "".
   const T* get_buffer() const { return _buffer; }
-  /// The same, to be written to. With `orphan` it is the caller's from then on
-  /// (freebuf), and the sequence empty; null when the sequence does not own its buffer. A result that stayed in the
-  /// message that it came in is copied out then: std::bad_alloc without memory, and nothing changes.
+  /// The same, to be written to; a pointer that is replaced there is freed by the one who does. With `orphan` it is the
+  /// caller's from then on (freebuf), and the sequence empty; null when the sequence does not own its buffer. A result
+  /// that stayed in the message that it came in is copied out then: std::bad_alloc without memory, and nothing changes.
   T* get_buffer(Boolean orphan = false) {
     if (!orphan) return _buffer;
     if (!_release) return nullptr;
@@ -133,9 +160,10 @@ class Sequence : public Allocated {
     _release = false;
     return std::exchange(_buffer, nullptr);
   }
-  /// Whether the buffer is the sequence's own.
+  /// Whether the buffer is the sequence's own. One without a buffer may say either.
   Boolean release() const { return _release; }
-  /// As the constructor with the same parameters.
+  /// As the constructor with the same parameters: what was here is freed. `data` may be the buffer that get_buffer()
+  /// lent, with another length or owner.
   void replace(ULong max, ULong len, T* data, Boolean rel = false) {
     const bool same = data == _buffer, in_message = same && _in_message && rel;
     if (same) _release = false;  // given back what get_buffer lent
@@ -143,7 +171,8 @@ class Sequence : public Allocated {
     _in_message = in_message;
   }
 
-  // Of the library: elements in the memory of the message that they came in, which the sequence owns from then on.
+  // Of the library: elements in the memory of the message that they came in, which the sequence owns from then on. To a
+  // program it is a sequence that owns its buffer, as any other.
   void adopt_message(ULong len, T* data) requires std::is_trivially_copyable_v<T> {
     adopt(len, len, data, true);
     _in_message = true;
@@ -154,6 +183,7 @@ class Sequence : public Allocated {
   ULong _maximum = 0;
   ULong _length = 0;
   T* _buffer = nullptr;
+  // What an index past the length gives, where there is such an element: it can be written to, and nobody reads it.
   [[no_unique_address]] Scratch wkrtn{};
   Boolean _release = false;
   Boolean _in_message = false;  // the buffer is a part of a message, and not freebuf's
@@ -179,6 +209,7 @@ class Sequence : public Allocated {
     Elements::move(_buffer, _length, fresh.at);
     adopt(max, max, std::exchange(fresh.at, nullptr), true);
   }
+  /// What it has from now on; what it had is freed then, when it was owned.
   void adopt(ULong max, ULong len, T* buffer, Boolean rel) {
     T* old = std::exchange(_buffer, buffer);
     const bool owned = std::exchange(_release, rel), in_message = std::exchange(_in_message, false);
@@ -202,19 +233,26 @@ class Sequence : public Allocated {
 };
 
 /// A sequence of at most Bound elements (IDL's sequence<T, Bound>); its maximum is the bound, whatever it has room for.
-/// BAD_PARAM for a length over the bound, and nothing changes; one that comes in over the wire is MARSHAL.
+/// BAD_PARAM for a length over the bound, and nothing changes; one that comes in over the wire is MARSHAL. `Of` is the
+/// sequence without a bound, and the rest is as there.
+///
+///   CORBA::BoundedSequence<CORBA::LongSeq, 8> few;
+///   few.length(8);  // few.length(9) raises BAD_PARAM
 template <class Of, ULong Bound>
 class BoundedSequence : public Of {
  public:
+  /// Empty, without a buffer.
   BoundedSequence() = default;
   /// As Sequence's, with the bound as maximum: `data` has room for so many.
   BoundedSequence(ULong len, typename Of::Element* data, Boolean rel = false) : Of(Bound, len, data, rel) {}
+  /// The bound.
   ULong maximum() const { return Bound; }
   using Of::length;
   void length(ULong n) {
     if (n > Bound) refuse_bound();
     Of::length(n);
   }
+  /// As Sequence's, with the bound as maximum.
   void replace(ULong len, typename Of::Element* data, Boolean rel = false) {
     Of::replace(Bound, len, data, rel);
   }
@@ -224,7 +262,9 @@ class BoundedSequence : public Of {
 
 /// Owns one sequence that was made with new, never null: a fresh one holds a new empty sequence; copies are deep.
 /// Null only after `_retn()`, `out()`, or where null was assigned: then the element of any index is a scratch one,
-/// and in() is not to be called. A pointer that is assigned is taken over, a sequence copied.
+/// and in() is not to be called. A pointer that is assigned is taken over, a sequence copied; std::bad_alloc without
+/// memory, and what was held stays. It belongs to one thread at a time. The Ts_var of generated sequences is
+/// CORBA::ValueVar, null at first; this one is of OctetSeq, ObjectId and PolicyList.
 ///
 ///   PortableServer::ObjectId_var id = poa->servant_to_id(&servant);  // taken over
 ///   std::cout << id->length() << " octets" << std::endl;
@@ -232,13 +272,15 @@ class BoundedSequence : public Of {
 template <class S>
 class SequenceVar {
  public:
+  /// A new empty sequence.
   SequenceVar() : _ptr(new S) {}
-  /// Takes over one made with new.
+  /// Takes over one made with new; null is none.
   SequenceVar(S* s) : _ptr(s) {}
-  /// A copy.
+  /// A copy, of null null.
   SequenceVar(const S& s) : _ptr(new S(s)) {}
   SequenceVar(const SequenceVar& o) : _ptr(o._ptr ? new S(*o._ptr) : nullptr) {}
   ~SequenceVar() { delete _ptr; }
+  /// As the constructors; what was held is deleted, unless it is the same.
   SequenceVar& operator=(S* s) {
     if (s != _ptr) delete std::exchange(_ptr, s);
     return *this;
@@ -248,6 +290,7 @@ class SequenceVar {
     return this == &o ? *this : *this = (o._ptr ? new S(*o._ptr) : nullptr);
   }
 
+  /// An element, by an index of any integral type; a scratch one past the length, and for a negative index.
   typename S::Element& operator[](Index auto i) { return _ptr ? (*_ptr)[sequence_index(i)] : wkrtn; }
   const typename S::Element& operator[](Index auto i) const {
     return _ptr ? std::as_const(*_ptr)[sequence_index(i)] : wkrtn;
@@ -257,6 +300,7 @@ class SequenceVar {
   operator S*() const { return _ptr; }
   /// What an in parameter takes; for one that is not null.
   operator const S&() const { return *_ptr; }
+  /// Lends the sequence: read only, and to be changed in place.
   const S& in() const { return *_ptr; }
   S& inout() { return *_ptr; }
   /// Frees what is held; the place to put a new sequence at.
@@ -264,7 +308,7 @@ class SequenceVar {
     delete std::exchange(_ptr, nullptr);
     return _ptr;
   }
-  /// Hands it over: the caller deletes it.
+  /// Hands it over: the caller deletes it, and nothing is held. What a servant's operation returns.
   S* _retn() { return std::exchange(_ptr, nullptr); }
 
  private:
@@ -272,7 +316,12 @@ class SequenceVar {
   typename S::Element wkrtn{};
 };
 
-/// Octets: binary data, object ids. On the wire and in a servant's in argument they stay where the message has them.
+/// Octets: binary data, object ids. They travel in one piece, and stay where the message has them in a servant's in
+/// argument.
+///
+///   CORBA::OctetSeq_var text = new CORBA::OctetSeq;
+///   text->length(5);
+///   std::memcpy(text->get_buffer(), "hello", 5);
 using OctetSeq = Sequence<Octet>;
 using OctetSeq_var = SequenceVar<OctetSeq>;
 

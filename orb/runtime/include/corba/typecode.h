@@ -7,6 +7,19 @@
 //   CORBA::TypeCode_var type = any.type();
 //   if (type->kind() == CORBA::tk_struct)
 //     for (CORBA::ULong i = 0; i < type->member_count(); ++i) std::cout << type->member_name(i) << std::endl;
+//
+// What each kind answers, beside kind() and what compares:
+//
+//   struct, exception         id, name, member_count, member_name, member_type
+//   union                     the same, member_label, discriminator_type, default_index
+//   enum                      id, name, member_count, member_name
+//   alias, boxed value        id, name, content_type
+//   interface, native         id, name
+//   value                     id, name, members, member_visibility, type_modifier, concrete_base_type
+//   sequence, array           length, content_type
+//   string, wide string       length
+//   fixed                     fixed_digits, fixed_scale
+//   the rest                  nothing
 #pragma once
 
 #include <span>
@@ -58,7 +71,8 @@ enum TCKind : ULong {
   tk_recursive = 0xffffffff
 };
 
-// Of members of values, and of values. Values do not travel here, but their descriptions do.
+// Of members of values (public or private), and of values: of what sort they are. Values do not travel here, but their
+// descriptions do.
 using Visibility = Short;
 inline constexpr Visibility PRIVATE_MEMBER = 0;
 inline constexpr Visibility PUBLIC_MEMBER = 1;
@@ -73,7 +87,12 @@ class TypeCode;
 using TypeCode_ptr = TypeCode*;
 
 /// An immutable description of a type. May be used by several threads at once. TypeCodes that an operation
-/// returns are the caller's, who releases them; texts live as long as the TypeCode.
+/// returns are the caller's, who releases them (a TypeCode_var does); texts live as long as the TypeCode. Questions end with
+/// Bounds or BadKind and ask nobody: everything is here.
+///
+///   CORBA::TypeCode_var element = Bank::_tc_Entries->content_type();  // sequence<Entry>, behind the typedef's name
+///   while (element->kind() == CORBA::tk_alias) element = element->content_type();
+///   std::cout << element->length() << std::endl;  // its bound: 0, there is none
 ///
 /// A TypeCode is counted when it was created or decoded, and a constant otherwise: then it is one static object,
 /// and counting does nothing. Generated code defines its `_tc_` constants so:
@@ -94,11 +113,13 @@ using TypeCode_ptr = TypeCode*;
 /// before any constructor runs: no order of initialisation can go wrong, and nothing is built at run time.
 class ZRSVCPP_API TypeCode : public Allocated {
  public:
-  /// What questions raise: an index at or past the count; a question that the kind has no answer to.
+  /// What questions raise: Bounds for an index at or past the count, BadKind for a question that the kind has no answer
+  /// to.
   using Bounds = PlainUserException<"IDL:omg.org/CORBA/TypeCode/Bounds:1.0">;
   using BadKind = PlainUserException<"IDL:omg.org/CORBA/TypeCode/BadKind:1.0">;
 
-  /// How deep types may be nested in one another; a type that contains itself counts once.
+  /// How deep types may be nested in one another; a type that contains itself counts once. What comes in over the wire
+  /// and is deeper does not decode.
   static constexpr ULong max_depth = 64;
 
   // For generated code, which defines constants, and for create_named_tc.
@@ -134,13 +155,14 @@ class ZRSVCPP_API TypeCode : public Allocated {
   /// How other constants of the same file name this one as a part.
   constexpr TypeCode* const* at() const { return &self_; }
 
+  /// The nil reference: null.
   static TypeCode* _nil() { return nullptr; }
-  /// The same TypeCode, counted once more; nil for nil.
+  /// The same TypeCode, counted once more, which the caller releases; nil for nil.
   static TypeCode* _duplicate(TypeCode* type);
 
   /// Never raises. An alias is of kind tk_alias: content_type() leads on.
   TCKind kind() const { return kind_; }
-  /// The same in kind, ids, names and parts. False for nil.
+  /// The same in kind, ids, names and parts, aliases too. False for nil.
   Boolean equal(const TypeCode* other, CORBA_ENV) const;
   /// The same when aliases are looked through and, where both sides have an id, only the ids are compared: what an Any
   /// asks before it gives its value.
@@ -157,25 +179,26 @@ class ZRSVCPP_API TypeCode : public Allocated {
   /// Of structs, exceptions, unions, values and enums; BadKind for others, Bounds for an index at or past the
   /// count.
   ULong member_count(CORBA_ENV) const;
-  /// "" where a peer sent no names.
+  /// The name of a member, by its place from 0, the TypeCode's own; "" where a peer sent no names.
   const char* member_name(ULong index, CORBA_ENV) const;
-  /// Not of enums.
+  /// The type of a member, which the caller releases. Not of enums.
   TypeCode* member_type(ULong index, CORBA_ENV) const;
   /// Of unions: a value of the discriminator's type, a zero octet for the default member; the caller deletes it. A
   /// member with several labels counts once for each.
   Any* member_label(ULong index, CORBA_ENV) const;
-  /// Of unions, as the two around it.
+  /// Of unions: a whole number's type, a boolean's, a character's, an octet's or an enum's, which the caller releases.
   TypeCode* discriminator_type(CORBA_ENV) const;
-  /// The index of the default member, or -1.
+  /// Of unions: the index of the default member, or -1.
   Long default_index(CORBA_ENV) const;
   /// Of strings and sequences (the bound; 0 when there is none) and arrays; BadKind for others.
   ULong length(CORBA_ENV) const;
-  /// Of sequences, arrays (their element), boxes and aliases (the type they name); BadKind for others.
+  /// Of sequences, arrays (their element), boxes and aliases (the type they name), which the caller releases; BadKind for
+  /// others. Of an array of several dimensions it is an array.
   TypeCode* content_type(CORBA_ENV) const;
-  /// Of fixed.
+  /// Of fixed: how many digits there are, and how many of them behind the point.
   UShort fixed_digits(CORBA_ENV) const;
   Short fixed_scale(CORBA_ENV) const;
-  /// Of values; the base is nil when there is none.
+  /// Of values: of one member; of the value itself; its base, which the caller releases, nil when there is none.
   Visibility member_visibility(ULong index, CORBA_ENV) const;
   ValueModifier type_modifier(CORBA_ENV) const;
   TypeCode* concrete_base_type(CORBA_ENV) const;
@@ -188,11 +211,15 @@ class ZRSVCPP_API TypeCode : public Allocated {
   /// result is a type that contains itself there, while the part that was given stays as it was.
   static TypeCode* create_named_tc(TCKind kind, const Parameters& parameters, CORBA_ENV);
 
-  struct NamedType {  // borrowed
+  /// A member, as the creators below take it: both stay the caller's.
+  struct NamedType {
     const char* name;
     TypeCode* type;
   };
-  // As in TypeCodeFactory, with members as a list of the program's: `{{"x", _tc_double}, {"y", _tc_double}}`.
+  // As in TypeCodeFactory, with members as a list of the program's, and without an ORB:
+  //
+  //   CORBA::TypeCode_var point = CORBA::TypeCode::create_struct_tc(
+  //       "IDL:Point:1.0", "Point", {{"x", CORBA::_tc_double}, {"y", CORBA::_tc_double}});
   static TypeCode* create_struct_tc(const char* id, const char* name, const std::vector<NamedType>& members,
                                     CORBA_ENV);
   static TypeCode* create_exception_tc(const char* id, const char* name,
@@ -232,13 +259,19 @@ class ZRSVCPP_API TypeCode : public Allocated {
 /// Gives one count back; null is allowed, and so is a constant, of which nothing is counted. The last count of a type
 /// that was created frees it, with its parts.
 ZRSVCPP_API void release(TypeCode* type);
+/// Whether there is none.
 inline Boolean is_nil(const TypeCode* type) { return type == nullptr; }
 
-/// Owns one count of a TypeCode.
+/// Owns one count of a TypeCode, nil at first. A plain TypeCode* that is assigned is taken over, which a constant stands as
+/// well: nothing is counted of it.
+///
+///   CORBA::TypeCode_var type = CORBA::_tc_long;
+///   type = orb->create_sequence_tc(0, type.in());  // what was held is released
 using TypeCode_var = ObjectVar<TypeCode>;
 
-// Constants. Usable from static constructors of whatever uses this library; releasing them is allowed and
-// does nothing.
+// Constants, of the types that have no parameters: `CORBA::_tc_long` is a TypeCode_ptr. Usable from static constructors of
+// whatever uses this library; releasing them is allowed and does nothing. Those of an IDL file stand beside its types
+// (`Bank::_tc_Entry`).
 extern ZRSVCPP_API TypeCode* const _tc_null;
 extern ZRSVCPP_API TypeCode* const _tc_void;
 extern ZRSVCPP_API TypeCode* const _tc_short;

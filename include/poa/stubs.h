@@ -10,9 +10,9 @@
 // Each operation marshals, waits for the reply and follows location forwards. Beside the exceptions of the
 // interface it raises the ORB core's system exceptions (INV_OBJREF without a handle, TRANSIENT, COMM_FAILURE,
 // TIMEOUT, MARSHAL, ...). A user exception that the operation does not list is left in the environment and
-// not thrown. Operations that send or return a servant raise MARSHAL: servants cannot travel. What sends one fails before
-// it is sent (completed NO); what returns one has been carried out at the other end (completed YES). References that
-// operations return are objects of this process's own classes and drive nothing elsewhere: give their handle
+// not thrown. Operations that send or return a servant raise MARSHAL: servants cannot travel. What sends one fails
+// before it is sent (completed NO); what returns one has been carried out at the other end (completed YES). References
+// that operations return are objects of this process's own classes and drive nothing elsewhere: give their handle
 // to a stub.
 //
 // UNO_IIOP_<operation> is the IIOP part alone, for a request that the caller created and completes
@@ -48,8 +48,8 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(PortableServer::POA*, the_parent)
   POA_STUB(PortableServer::POAList*, the_children)
   POA_STUB(PortableServer::POAManager*, the_POAManager)
-  // What makes missing children. An activator that is set from afar is kept and given back, but what stands in for it at
-  // the other end makes none.
+  // What makes missing children. An activator that is set from afar is kept and given back, but what stands in for it
+  // at the other end makes none.
   POA_STUB(void, the_activator, PortableServer::AdapterActivator* activator)
   POA_STUB(PortableServer::AdapterActivator*, the_activator)
   // Children, and the end of the POA. What create_POA and find_POA give is for a stub, too: its handle, not itself.
@@ -91,8 +91,8 @@ class POA_API _st_PortableServer_POA : public virtual PortableServer::POA {
   POA_STUB(CORBA::Object*, id_to_reference, const PortableServer::ObjectId& oid)
 };
 
-/// Drives a POA manager of another process: holds, discards and serves its requests, or ends it. What its POAs' state is
-/// for their clients is told at PortableServer::POAManager.
+/// Drives a POA manager of another process: holds, discards and serves its requests, or ends it. What its POAs' state
+/// is for their clients is told at PortableServer::POAManager.
 ///
 ///   _st_PortableServer_POAManager remote;
 ///   remote.set_ref(CORBA_object_duplicate(object->get_ref(), nullptr));

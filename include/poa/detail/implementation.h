@@ -1,12 +1,13 @@
-// The skeletons of the module's interfaces, and the classes of the objects that the library hands out for them. Programs
-// use these through the interfaces; what each operation does is told there (poa/interfaces.h), and only what is added
-// to that is told here.
+// The skeletons of the module's interfaces, and the classes of the objects that the library hands out for them.
+// Programs use these through the interfaces; what each operation does is told there (poa/interfaces.h), and only what
+// is added to that is told here.
 #pragma once
 
 #include "poa/interfaces.h"
 
-// The skeletons: the base of each implementation below. They add nothing to their interfaces, and are named here
-// because generated code and programs of the mapping name them.
+// The skeletons: the base of each implementation below, and of those that programs derive from (poa/implementation.h).
+// They add nothing to their interfaces, and are named here because generated code and programs of the mapping name
+// them.
 class POA_API _sk_PortableServer_POA : public virtual PortableServer::POA {};
 class POA_API _sk_PortableServer_POAManager : public virtual PortableServer::POAManager {};
 class POA_API _sk_PortableServer_AdapterActivator : public virtual PortableServer::AdapterActivator {};
@@ -35,6 +36,7 @@ using _sk_PortableServer_RequestProcessingPolicy =
 /// set_ref. What each operation does is told at PortableServer::POA. Any thread.
 class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
  public:
+  // What it is, and its place in the tree.
   char* the_name(CORBA_ENV) override;
   PortableServer::POA* the_parent(CORBA_ENV) override;
   PortableServer::POAList* the_children(CORBA_ENV) override;
@@ -45,6 +47,7 @@ class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
                                   const CORBA::PolicyList& policies, CORBA_ENV) override;
   PortableServer::POA* find_POA(const char* adapter_name, CORBA::Boolean activate_it, CORBA_ENV) override;
   void destroy(CORBA::Boolean etherealize_objects, CORBA::Boolean wait_for_completion, CORBA_ENV) override;
+  // Policies, for create_POA of any POA of the process.
   PortableServer::ThreadPolicy* create_thread_policy(PortableServer::ThreadPolicyValue value,
                                                      CORBA_ENV) override;
   PortableServer::LifespanPolicy* create_lifespan_policy(PortableServer::LifespanPolicyValue value,
@@ -59,10 +62,12 @@ class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
       PortableServer::ServantRetentionPolicyValue value, CORBA_ENV) override;
   PortableServer::RequestProcessingPolicy* create_request_processing_policy(
       PortableServer::RequestProcessingPolicyValue value, CORBA_ENV) override;
+  // Who serves objects that are not active.
   PortableServer::ServantManager* get_servant_manager(CORBA_ENV) override;
   void set_servant_manager(PortableServer::ServantManager* servantManager_ptr, CORBA_ENV) override;
   PortableServer::ServantBase* get_servant(CORBA_ENV) override;
   void set_servant(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
+  // Activation, and references of objects that need not be active.
   PortableServer::ObjectId* activate_object(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
   void activate_object_with_id(const PortableServer::ObjectId& id, PortableServer::ServantBase* p_servant,
                                CORBA_ENV) override;
@@ -70,6 +75,7 @@ class POA_API PortableServer_POA_impl : public virtual _sk_PortableServer_POA {
   CORBA::Object* create_reference(const char* intf, CORBA_ENV) override;
   CORBA::Object* create_reference_with_id(const PortableServer::ObjectId& oid, const char* intf,
                                           CORBA_ENV) override;
+  // From one of servant, id and reference to another.
   PortableServer::ObjectId* servant_to_id(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
   CORBA::Object* servant_to_reference(PortableServer::ServantBase* p_servant, CORBA_ENV) override;
   PortableServer::ServantBase* reference_to_servant(CORBA::Object* reference, CORBA_ENV) override;

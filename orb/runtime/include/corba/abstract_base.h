@@ -29,8 +29,8 @@ class ZRSVCPP_API AbstractBase : public virtual Object {
   static AbstractBase* _nil() { return nullptr; }
   /// A new reference, which the caller releases; nil for nil.
   static AbstractBase* _duplicate(AbstractBase* reference);
-  /// The same of any object: every one fits, and nothing is asked. Of a narrower abstract interface the object is asked,
-  /// as of any interface.
+  /// The same of any object: every one fits, and nothing is asked. Of a narrower abstract interface the object is
+  /// asked, as of any interface.
   static AbstractBase* _narrow(Object* object);
   static AbstractBase* _unchecked_narrow(Object* object) { return _narrow(object); }
 

@@ -160,9 +160,9 @@ class ZRSVCPP_API Any : public Allocated {
   /// Gives the value another name: an equivalent type, counted once more. BAD_TYPECODE for another one, and nil. For
   /// types with an alias, of which C++ knows nothing.
   void type(TypeCode* equivalent);
-  /// The value, which stays the Any's, as an untyped pointer: what was given to replace, or the decoded value when it came
-  /// from a wire and its type is a basic one, an enum, a string or a reference. Null when there is no value, and for other
-  /// types that came from a wire. A string or a reference is the pointer itself; a number is pointed to.
+  /// The value, which stays the Any's, as an untyped pointer: what was given to replace, or the decoded value when it
+  /// came from a wire and its type is a basic one, an enum, a string or a reference. Null when there is no value, and
+  /// for other types that came from a wire. A string or a reference is the pointer itself; a number is pointed to.
   void* value() const;
   /// Drops what the Any held, takes one more count of `type`, and holds `value`, which it owns when
   /// `release`. Without `ops` the type says how the value is held, as in value(). Null without `ops`: a type
@@ -184,8 +184,9 @@ class ZRSVCPP_API Any : public Allocated {
 
   /// The value alone, without its TypeCode, into an encoding stream; false when there is none.
   bool encode_value(CDR* cdr) const;
-  /// Replaces the value by one of the Any's type out of a decoding stream, which may have another byte order; false, and
-  /// nothing changed, when it is malformed. Octets are checked by the type here, and decoded when they are extracted.
+  /// Replaces the value by one of the Any's type out of a decoding stream, which may have another byte order; false,
+  /// and nothing changed, when it is malformed. Octets are checked by the type here, and decoded when they are
+  /// extracted.
   bool decode_value(CDR* cdr);
 
  private:
@@ -212,9 +213,9 @@ class ZRSVCPP_API Any : public Allocated {
   mutable Held decoded_;       // the same value, as the last extraction wanted to see it
 };
 
-/// Owns one Any: a fresh one holds a new empty Any, copies are deep. Null only after `_retn()` or `out()`, or where null
-/// was assigned: then nothing is to be put in or taken out. Else it takes and gives values as an Any does. The rest is as in
-/// CORBA::ValueVar; an operation that returns an any gives an `Any*`, which this owns.
+/// Owns one Any: a fresh one holds a new empty Any, copies are deep. Null only after `_retn()` or `out()`, or where
+/// null was assigned: then nothing is to be put in or taken out. Else it takes and gives values as an Any does. The
+/// rest is as in CORBA::ValueVar; an operation that returns an any gives an `Any*`, which this owns.
 ///
 ///   CORBA::Any_var result = new CORBA::Any;
 ///   result <<= CORBA::Double(0.5);
@@ -239,9 +240,9 @@ ZRSVCPP_API bool copy_value(const TypeCode* type, CDR* from, CDR* to);
 // Insertions copy unless they say otherwise, and the value that was there before goes. Without memory they throw
 // std::bad_alloc, and the old value stays.
 //
-// Extractions give false, and leave the target alone, when the Any holds another type, or came from a wire and its octets
-// do not decode. Pointers that they give stay the Any's and live until it changes or the value is extracted as another
-// C++ type: nothing that is taken out is to be freed, but for the reference of to_object.
+// Extractions give false, and leave the target alone, when the Any holds another type, or came from a wire and its
+// octets do not decode. Pointers that they give stay the Any's and live until it changes or the value is extracted as
+// another C++ type: nothing that is taken out is to be freed, but for the reference of to_object.
 
 /// The numbers that C++ tells apart: they go in and out as they are.
 template <class T>
@@ -263,8 +264,9 @@ TypeCode* number_typecode() {
   if constexpr (std::same_as<T, LongDouble>) return _tc_longdouble;
 }
 
-/// A number of exactly that type: what goes in as a Long comes out as a Long, and as nothing else. The C++ type decides,
-/// so a literal wants a word: `any <<= CORBA::Short(1)`. A `long long` is none of them where LongLong is `long`.
+/// A number of exactly that type: what goes in as a Long comes out as a Long, and as nothing else. The C++ type
+/// decides, so a literal wants a word: `any <<= CORBA::Short(1)`. A `long long` is none of them where LongLong is
+/// `long`.
 template <AnyNumber T>
 void operator<<=(Any& any, T value) {
   any.adopt(number_typecode<T>(), new T(value), ValueOpsOf<T>::ops);

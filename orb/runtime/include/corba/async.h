@@ -1,6 +1,6 @@
-// Asynchronous calls (CORBA Messaging, "Asynchronous Method Invocation"): what poaidl --async makes of operations stands on
-// this. A call is sent and goes on without a thread; its reply is taken by a thread of the library. Programs name
-// Messaging::ExceptionHolder of all this, and call the functions that the generated code has:
+// Asynchronous calls (CORBA Messaging, "Asynchronous Method Invocation"): what poaidl --async makes of operations
+// stands on this. A call is sent and goes on without a thread; its reply is taken by a thread of the library. Programs
+// name Messaging::ExceptionHolder of all this, and call the functions that the generated code has:
 //
 //   std::future<CORBA::Long> later = account->async_get_balance();
 //   balance = later.get();  // waits, and throws what the call ended with
@@ -36,8 +36,8 @@ class ZRSVCPP_API ExceptionHolder : public virtual CORBA::LocalObject {
   explicit ExceptionHolder(const CORBA::idl::ExceptionList& listed) : listed_(listed) {}
   ~ExceptionHolder() override;
 
-  /// Throws it: a system exception, or a user exception of the operation. As often as one likes; MARSHAL where it does not
-  /// decode.
+  /// Throws it: a system exception, or a user exception of the operation. As often as one likes; MARSHAL where it does
+  /// not decode.
   [[noreturn]] void raise_exception();
   /// The same; a user exception that the list has as an UnknownUserException. Others are UNKNOWN.
   [[noreturn]] void raise_exception_with_list(CORBA::ExceptionList* exceptions);

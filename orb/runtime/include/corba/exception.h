@@ -1,8 +1,9 @@
 // Exceptions and the environment (OMG IDL to C++, "Mapping for Exception Types").
 //
-// Operations fail by throwing: a user exception that their IDL lists, or one of the standard's system exceptions; without
-// memory in this process also std::bad_alloc, from what copies. All derive from CORBA::Exception, and from std::exception.
-// Catch by reference to constant; what is caught is a copy, and the catcher's for as long as it is caught.
+// Operations fail by throwing: a user exception that their IDL lists, or one of the standard's system exceptions;
+// without memory in this process also std::bad_alloc, from what copies. All derive from CORBA::Exception, and from
+// std::exception. Catch by reference to constant; what is caught is a copy, and the catcher's for as long as it is
+// caught.
 //
 //   try {
 //     balance = account->balance();
@@ -147,8 +148,8 @@ class ZRSVCPP_API SystemException : public Exception {
 };
 
 /// A standard system exception; `Name` is its name in module CORBA. Servants throw them as well: clients get the
-/// minor code and the completion status that they are made with. What a servant throws of other kinds (a std::exception, a
-/// user exception that the operation does not list) is UNKNOWN there.
+/// minor code and the completion status that they are made with. What a servant throws of other kinds (a
+/// std::exception, a user exception that the operation does not list) is UNKNOWN there.
 ///
 ///   if (amount < 0) throw CORBA::BAD_PARAM(0, CORBA::COMPLETED_NO);
 template <Text Name>
@@ -320,8 +321,9 @@ class ExceptionMember {
 };
 
 /// Owns one exception that was made with new: a fresh one holds a new exception, never null; copies are deep, of null
-/// null. A pointer that is assigned is taken over, an exception copied; what was held is deleted. Null only where null was
-/// assigned, or after `_retn()`, which hands the exception over. std::bad_alloc without memory. One thread at a time.
+/// null. A pointer that is assigned is taken over, an exception copied; what was held is deleted. Null only where null
+/// was assigned, or after `_retn()`, which hands the exception over. std::bad_alloc without memory. One thread at a
+/// time.
 ///
 ///   PortableServer::POA::InvalidPolicy_var kept;
 ///   try {
@@ -360,8 +362,8 @@ class ExceptionVar {
 };
 
 /// How an operation reports a failure beside throwing it: every operation takes one last, by default a fresh
-/// one that nobody looks at. After a call it holds what that has thrown, or nothing. Belongs to one thread at a time, and
-/// may be used for one call after the other: each begins by emptying it.
+/// one that nobody looks at. After a call it holds what that has thrown, or nothing. Belongs to one thread at a time,
+/// and may be used for one call after the other: each begins by emptying it.
 ///
 ///   CORBA::Environment ev;
 ///   try {

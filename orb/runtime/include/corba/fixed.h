@@ -1,6 +1,6 @@
 // CORBA::Fixed: decimal numbers of up to 31 digits (OMG IDL to C++, "Mapping for Fixed Types"), for money and whatever
-// else must not be rounded as binary numbers are. They may be compared, computed with and assigned as numbers are, beside
-// whole numbers and doubles too.
+// else must not be rounded as binary numbers are. They may be compared, computed with and assigned as numbers are,
+// beside whole numbers and doubles too.
 #pragma once
 
 #include <compare>
@@ -14,8 +14,8 @@ namespace CORBA {
 
 /// An exact decimal number: a whole number of at most 31 digits, `scale` of which stand behind the point. What is
 /// too large for 31 digits raises DATA_CONVERSION; digits behind the point that do not fit are cut off. A plain
-/// value: copies are independent, and nothing of it is on the heap. `typedef fixed<9, 2> Price` in IDL is a class that is
-/// one, with the digits checked. One thread at a time, as any variable.
+/// value: copies are independent, and nothing of it is on the heap. `typedef fixed<9, 2> Price` in IDL is a class that
+/// is one, with the digits checked. One thread at a time, as any variable.
 ///
 ///   CORBA::Fixed price("19.99");
 ///   CORBA::Fixed total = price * 3 + CORBA::Fixed("0.03");  // 60.00, exactly
@@ -35,22 +35,22 @@ class ZRSVCPP_API Fixed {
     const auto bits = static_cast<ULongLong>(value);
     set(negative_ ? ULongLong{0} - bits : bits);
   }
-  /// The exact value of the binary number, cut off behind 31 digits, which is rarely what a literal says: 0.1 has 31 digits
-  /// here, and Fixed("0.1") has one. DATA_CONVERSION for infinities, for no number, and for more than 31 digits before the
-  /// point.
+  /// The exact value of the binary number, cut off behind 31 digits, which is rarely what a literal says: 0.1 has 31
+  /// digits here, and Fixed("0.1") has one. DATA_CONVERSION for infinities, for no number, and for more than 31 digits
+  /// before the point.
   Fixed(Double value) : Fixed(static_cast<LongDouble>(value)) {}
   Fixed(LongDouble value);
-  /// "-12.50", with or without sign, point and a last 'd'. Zeros at the end count as digits of the scale. DATA_CONVERSION
-  /// for other texts, blanks and null.
+  /// "-12.50", with or without sign, point and a last 'd'. Zeros at the end count as digits of the scale.
+  /// DATA_CONVERSION for other texts, blanks and null.
   Fixed(const char* text);
 
   /// Without the digits behind the point, towards 0: of -2.7 it is -2. DATA_CONVERSION when it does not fit 64 bits.
   operator LongLong() const;
   /// The nearest binary number: exact for few, as digits behind a point seldom have one.
   operator LongDouble() const;
-  /// "-12.50", with all digits behind the point that there are, zeros at the end too, and one before it at least ("0.5"); no
-  /// blanks, no groups. The caller frees it with string_free; a String_var does. Reading it back gives the same number with
-  /// the same digits.
+  /// "-12.50", with all digits behind the point that there are, zeros at the end too, and one before it at least
+  /// ("0.5"); no blanks, no groups. The caller frees it with string_free; a String_var does. Reading it back gives the
+  /// same number with the same digits.
   char* to_string() const;
 
   /// With at most that many digits behind the point: half away from zero, or cut off. A number with fewer stays as it
@@ -61,9 +61,9 @@ class ZRSVCPP_API Fixed {
   Fixed round(UShort scale) const;
   Fixed truncate(UShort scale) const;
 
-  // What the operators + - * / do; DATA_CONVERSION where the digits before the point do not fit. A sum has as many digits
-  // behind the point as the longer of the two, a product as many as both together, and either as many as fit: the last
-  // ones are cut off. 1.50 + 1 is 2.50, and 1.50 * 1.5 is 2.250.
+  // What the operators + - * / do; DATA_CONVERSION where the digits before the point do not fit. A sum has as many
+  // digits behind the point as the longer of the two, a product as many as both together, and either as many as fit:
+  // the last ones are cut off. 1.50 + 1 is 2.50, and 1.50 * 1.5 is 2.250.
   Fixed plus(const Fixed& o) const { return sum(o, o.negative_); }
   Fixed minus(const Fixed& o) const { return sum(o, !o.negative_); }
   Fixed times(const Fixed& o) const;
@@ -87,12 +87,12 @@ class ZRSVCPP_API Fixed {
   /// Whether it is 0.
   bool operator!() const { return high_ == 0 && low_ == 0; }
 
-  /// How many digits there are, and how many of them behind the point: 12.50 has four, two of them behind the point; 0 has
-  /// one, and 0.05 two.
+  /// How many digits there are, and how many of them behind the point: 12.50 has four, two of them behind the point; 0
+  /// has one, and 0.05 two.
   UShort fixed_digits() const;
   UShort fixed_scale() const { return scale_; }
-  /// How many digits stand before the point: two of 12.50, none of 0.5. Those of the scale are not among them, so a Fixed
-  /// fits a type fixed<d, s> when it has at most d - s of these.
+  /// How many digits stand before the point: two of 12.50, none of 0.5. Those of the scale are not among them, so a
+  /// Fixed fits a type fixed<d, s> when it has at most d - s of these.
   UShort whole_digits() const;
 
  private:
@@ -105,8 +105,8 @@ class ZRSVCPP_API Fixed {
   bool negative_ = false;  // never of zero
 };
 
-/// What an operator takes beside a Fixed: a Fixed, or a number of C++. Both sides are templates: else a number beside a Fixed could also mean that
-/// the Fixed is to become a number.
+/// What an operator takes beside a Fixed: a Fixed, or a number of C++. Both sides are templates: else a number beside a
+/// Fixed could also mean that the Fixed is to become a number.
 template <class T>
 concept FixedOperand = std::derived_from<T, Fixed> || std::is_arithmetic_v<T>;
 /// Two of them, one of which is a Fixed.
@@ -114,7 +114,8 @@ template <class A, class B>
 concept FixedOperands = FixedOperand<A> && FixedOperand<B> &&
     (std::derived_from<A, Fixed> || std::derived_from<B, Fixed>);
 
-// Computing with a number of another type makes a Fixed of that first; comparing, too. A double brings its binary digits.
+// Computing with a number of another type makes a Fixed of that first; comparing, too. A double brings its binary
+// digits.
 //
 //   CORBA::Fixed sum = CORBA::Fixed("0.10") + 1;
 //   if (sum > 1 && sum != CORBA::Fixed("1.1") * 2) std::cout << "more than 1" << std::endl;

@@ -1,6 +1,6 @@
-// Objects that live in this process only (OMG IDL to C++, "Mapping of Local Interface"): those of IDL's local interfaces,
-// and of the library's own such as lists, requests and interceptors. They are named by X_ptr and X_var as references are,
-// and a call is a plain call of C++.
+// Objects that live in this process only (OMG IDL to C++, "Mapping of Local Interface"): those of IDL's local
+// interfaces, and of the library's own such as lists, requests and interceptors. They are named by X_ptr and X_var as
+// references are, and a call is a plain call of C++.
 #pragma once
 
 #include <atomic>
@@ -10,9 +10,9 @@
 namespace CORBA {
 
 /// Base of every local interface and of what programs implement for one. Counted: a new one has the count 1, which is
-/// the creator's; _duplicate counts up, release counts down, and the last one deletes it, so it is made with new, and its
-/// destructor runs on whatever thread gives the last count back. Counting is for any thread; the rest is the class's own
-/// affair. It has no handle, cannot be turned into text, and cannot travel (MARSHAL).
+/// the creator's; _duplicate counts up, release counts down, and the last one deletes it, so it is made with new, and
+/// its destructor runs on whatever thread gives the last count back. Counting is for any thread; the rest is the
+/// class's own affair. It has no handle, cannot be turned into text, and cannot travel (MARSHAL).
 ///
 ///   class Here : public PortableServer::ServantActivator, public CORBA::LocalObject {
 ///     PortableServer::Servant incarnate(const PortableServer::ObjectId& id, PortableServer::POA_ptr) override {
@@ -27,11 +27,12 @@ class ZRSVCPP_API LocalObject : public virtual Object {
   static LocalObject* _nil() { return nullptr; }
   /// The same object, counted once more; nil for nil.
   static LocalObject* _duplicate(LocalObject* object);
-  /// As an object of this class: the same, counted once more, nil for an object that is not local. Nothing is asked, and nothing raised.
+  /// As an object of this class: the same, counted once more, nil for an object that is not local. Nothing is asked,
+  /// and nothing raised.
   static LocalObject* _narrow(Object* object);
 
-  /// One count more and one less; how many there are, which another thread may change meanwhile. Programs that count in a
-  /// way of their own override all three; an object that is not to be deleted overrides the first two with nothing.
+  /// One count more and one less; how many there are, which another thread may change meanwhile. Programs that count in
+  /// a way of their own override all three; an object that is not to be deleted overrides the first two with nothing.
   virtual void _add_ref() { ++count_; }
   virtual void _remove_ref() {
     if (--count_ == 0) delete this;

@@ -32,8 +32,8 @@ class ZRSVCPP_API NamedValue : public virtual LocalObject {
 
   /// The argument's own; "" when it has none. Names do not travel.
   const char* name() const { return name_.in(); }
-  /// The value itself, still the argument's, to be read and changed. It is empty (_tc_null) until somebody puts one in or
-  /// says its type.
+  /// The value itself, still the argument's, to be read and changed. It is empty (_tc_null) until somebody puts one in
+  /// or says its type.
   Any* value() { return &value_; }
   /// ARG_IN, ARG_OUT or ARG_INOUT.
   Flags flags() const { return flags_; }
@@ -76,8 +76,8 @@ class ZRSVCPP_API NVList : public virtual LocalObject {
   /// Those behind it move up; it is released. Bounds as above.
   void remove(ULong index, CORBA_ENV);
 
-  /// For bridges, which pass arguments on: the values of that direction between the list and a stream: out, or in by the types that are there. False when
-  /// one does not fit.
+  /// For bridges, which pass arguments on: the values of that direction between the list and a stream: out, or in by
+  /// the types that are there. False when one does not fit.
   bool encode_values(CDR* cdr, Flags direction) const;
   bool decode_values(CDR* cdr, Flags direction);
 

@@ -66,8 +66,8 @@ class ZRSVCPP_API Object : public Allocated {
 
   /// Ask the object itself, by a call; the first compares the reference's type id before it calls. Whether it is of
   /// that interface or of one that inherits from it (BAD_PARAM for null); whether it is sure that there is no such
-  /// object, which an answer of OBJECT_NOT_EXIST says as well. False does not say that it is there for good; a server that
-  /// cannot be reached is an exception.
+  /// object, which an answer of OBJECT_NOT_EXIST says as well. False does not say that it is there for good; a server
+  /// that cannot be reached is an exception.
   Boolean _is_a(const char* repository_id, CORBA_ENV);
   Boolean _non_existent(CORBA_ENV);
   /// The interface definition, by a call, nil when its server knows none. The caller releases it.
@@ -78,8 +78,8 @@ class ZRSVCPP_API Object : public Allocated {
   /// Without a call.
   ULong _hash(ULong maximum, CORBA_ENV);
 
-  /// The ORB that the reference came from, as a new reference that the caller releases. BAD_INV_ORDER (OMGVMCID | 4) when
-  /// that one is destroyed.
+  /// The ORB that the reference came from, as a new reference that the caller releases. BAD_INV_ORDER (OMGVMCID | 4)
+  /// when that one is destroyed.
   ORB* _get_orb(CORBA_ENV);
   /// The id of the object's interface: that of the reference, or, where it has none, the object is asked. The
   /// caller frees it.
@@ -87,13 +87,13 @@ class ZRSVCPP_API Object : public Allocated {
   /// The component that the object belongs to, as a new reference, nil when it belongs to none. The object is asked.
   Object* _get_component(CORBA_ENV);
   /// Opens the connection to the object's server where there is none: true when it answers under the policies in force,
-  /// whether it has such an object or not; a failure to reach it is raised. `inconsistent` gets a new list, the caller's, of
-  /// the policies that forbid it, which is empty.
+  /// whether it has such an object or not; a failure to reach it is raised. `inconsistent` gets a new list, the
+  /// caller's, of the policies that forbid it, which is empty.
   Boolean _validate_connection(PolicyList*& inconsistent, CORBA_ENV);
 
   /// A new reference to the same object whose calls are made under these policies; this one stays as it is.
-  /// Only policies of clients count (Messaging::RelativeRoundtripTimeoutPolicy). InvalidPolicies for others and for nil,
-  /// BAD_PARAM (OMGVMCID | 30) for two of one type.
+  /// Only policies of clients count (Messaging::RelativeRoundtripTimeoutPolicy). InvalidPolicies for others and for
+  /// nil, BAD_PARAM (OMGVMCID | 30) for two of one type.
   Object* _set_policy_overrides(const PolicyList& policies, SetOverrideType how, CORBA_ENV);
   /// The overrides of this reference of those types, of all types for an empty list. The caller frees the list, which
   /// is empty where there are none.
@@ -103,8 +103,8 @@ class ZRSVCPP_API Object : public Allocated {
   Policy* _get_policy(PolicyType type, CORBA_ENV);
   Policy* _get_client_policy(PolicyType type, CORBA_ENV) { return _get_policy(type, ev); }
 
-  /// A new dynamic call of the object (corba/request.h), which is not made yet; the caller releases it. BAD_PARAM for a null
-  /// or empty operation.
+  /// A new dynamic call of the object (corba/request.h), which is not made yet; the caller releases it. BAD_PARAM for a
+  /// null or empty operation.
   Request* _request(const char* operation, CORBA_ENV);
   /// The same with arguments and a result of the program's, each null or counted once more and used in place. There
   /// are no contexts (null), and no flags that change anything.

@@ -1,5 +1,5 @@
-// CORBA::Policy, CORBA::Current and their implementation bases (CORBA, "Policy Object"). What kinds of policies there are
-// for POAs stands in poa/types.h, for calls in corba/messaging.h.
+// CORBA::Policy, CORBA::Current and their implementation bases (CORBA, "Policy Object"). What kinds of policies there
+// are for POAs stands in poa/types.h, for calls in corba/messaging.h.
 #pragma once
 
 #include "corba/local_object.h"
@@ -37,8 +37,8 @@ class ZRSVCPP_API Policy : public virtual Object {
 using Policy_ptr = Policy*;
 using Policy_var = ObjectVar<Policy>;
 
-/// Policies, in any order. An element owns its reference: what is assigned as a plain pointer is taken over. For create_POA
-/// nil elements say nothing; for calls they are InvalidPolicies.
+/// Policies, in any order. An element owns its reference: what is assigned as a plain pointer is taken over. For
+/// create_POA nil elements say nothing; for calls they are InvalidPolicies.
 class PolicyList : public Sequence<Policy_var> {
  public:
   using Sequence::Sequence;

@@ -107,7 +107,8 @@ class ZRSVCPP_API Request : public virtual LocalObject {
   ///   balance = account->balance();  // meanwhile
   ///   request->get_response();       // waits
   void send_deferred();
-  /// Whether get_response would not wait. Both: BAD_INV_ORDER (OMGVMCID | 11) when the call was not sent by send_deferred.
+  /// Whether get_response would not wait. Both: BAD_INV_ORDER (OMGVMCID | 11) when the call was not sent by
+  /// send_deferred.
   Boolean poll_response();
   /// Waits for its end, and ends as invoke() does. Again: the same.
   void get_response();
@@ -135,8 +136,8 @@ class ZRSVCPP_API Request : public virtual LocalObject {
 using Request_ptr = Request*;
 using Request_var = ObjectVar<Request>;
 
-/// Requests for ORB::send_multiple_requests_oneway and _deferred: an element owns its reference, and a plain pointer that
-/// is assigned is taken over.
+/// Requests for ORB::send_multiple_requests_oneway and _deferred: an element owns its reference, and a plain pointer
+/// that is assigned is taken over.
 ///
 ///   CORBA::RequestSeq several;
 ///   several.length(2);

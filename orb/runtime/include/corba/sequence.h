@@ -7,12 +7,12 @@
 //   numbers.length(3);                     // three zeros
 //   for (CORBA::ULong i = 0; i < numbers.length(); ++i) numbers[i] = 10 * i;
 //
-// Numbers are 0 in new elements, strings "", references nil, and structs what their members are. A sequence may stand in
-// a struct, an Any or another sequence, and copies with it; `typedef sequence<T, 8> Ts` refuses more than eight.
+// Numbers are 0 in new elements, strings "", references nil, and structs what their members are. A sequence may stand
+// in a struct, an Any or another sequence, and copies with it; `typedef sequence<T, 8> Ts` refuses more than eight.
 //
-// In an operation a sequence is an in argument of the caller's (`const Ts&`), an inout one that is changed in place, and
-// as an out argument or a result a new one that the caller deletes (`Ts*`; null there is MARSHAL for the client). Numbers,
-// and structs of them, travel in one piece and need no call an element.
+// In an operation a sequence is an in argument of the caller's (`const Ts&`), an inout one that is changed in place,
+// and as an out argument or a result a new one that the caller deletes (`Ts*`; null there is MARSHAL for the client).
+// Numbers, and structs of them, travel in one piece and need no call an element.
 #pragma once
 
 #include "corba/detail/sequence_elements.h"
@@ -78,8 +78,9 @@ class Sequence : public Allocated {
   /// Empty, with room for `max`, so that lengths up to it cost nothing; with room for none where there is no memory.
   explicit Sequence(ULong max) : _buffer(allocbuf(max)), _release(true) { _maximum = _buffer ? max : 0; }
   /// Takes `data`, room for `max` elements, as its buffer, and owns it when `rel`: then it is of allocbuf, and not the
-  /// caller's any more. Else it stays the caller's, and outlives this; elements that are assigned to are changed there, and
-  /// strings and references that are replaced are not freed. A length over the maximum is cut to it; null is an empty sequence.
+  /// caller's any more. Else it stays the caller's, and outlives this; elements that are assigned to are changed there,
+  /// and strings and references that are replaced are not freed. A length over the maximum is cut to it; null is an
+  /// empty sequence.
   Sequence(ULong max, ULong len, T* data, Boolean rel = false)
       : _maximum(data ? max : 0), _length(len < _maximum ? len : _maximum), _buffer(data), _release(rel) {}
   /// A deep copy with the same maximum, in a buffer of its own, also of a lent one; std::bad_alloc without memory.
@@ -111,8 +112,8 @@ class Sequence : public Allocated {
   ULong length() const { return _length; }
   /// Growing past the maximum moves to a new buffer of n; without memory for it std::bad_alloc is thrown and nothing
   /// changes. Who appends one by one asks for room before (the constructor with a maximum): the buffer grows to n and
-  /// no further. Shrinking keeps the buffer; elements that are left out let go of what they own and come back empty, but
-  /// numbers, and elements of a buffer that is not owned, come back as they were. With a scratch element all do.
+  /// no further. Shrinking keeps the buffer; elements that are left out let go of what they own and come back empty,
+  /// but numbers, and elements of a buffer that is not owned, come back as they were. With a scratch element all do.
   void length(ULong n) {
     if (n > _maximum) grow(n);
     if constexpr (std::is_same_v<Scratch, NoScratch>)
@@ -128,8 +129,8 @@ class Sequence : public Allocated {
     adopt(n, n, fresh, true);
   }
   /// The element, to be read and changed; of a sequence of strings or references, what it can be assigned by: a plain
-  /// pointer is taken over then, a constant one or a _var copied. What is held is freed. Good until the length changes or
-  /// the sequence ends. At or past the length: BAD_PARAM, or the scratch element.
+  /// pointer is taken over then, a constant one or a _var copied. What is held is freed. Good until the length changes
+  /// or the sequence ends. At or past the length: BAD_PARAM, or the scratch element.
   Reference operator[](ULong i) {
     if (i < _length) return Elements::at(_buffer, i, _release);
     if constexpr (std::is_same_v<Scratch, NoScratch>)

@@ -44,8 +44,8 @@ class ZRSVCPP_API ServerRequest : public virtual Object {
   /// The result, copied. BAD_INV_ORDER before arguments() or after set_exception().
   void set_result(const Any& value, CORBA_ENV);
   /// A user or system exception, copied: the reply, whatever was said of a result. Before arguments() as well, and
-  /// the last one counts. BAD_PARAM when `value` holds none. CORBA::any_insert_exception (corba/detail/any_values.h) puts
-  /// a user exception into an Any that no generated code has an operator for.
+  /// the last one counts. BAD_PARAM when `value` holds none. CORBA::any_insert_exception (corba/detail/any_values.h)
+  /// puts a user exception into an Any that no generated code has an operator for.
   void set_exception(const Any& value, CORBA_ENV);
   /// The same with a system exception at hand.
   void set_exception(const SystemException& exception, CORBA_ENV);

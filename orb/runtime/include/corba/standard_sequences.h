@@ -6,7 +6,8 @@
 //   ShortSeq  UShortSeq  LongSeq  ULongSeq  LongLongSeq  ULongLongSeq
 //   FloatSeq  DoubleSeq  LongDoubleSeq
 //
-// Names are those of the elements in IDL's spelling. They go into an Any and out of it, and stand in the IDL of other interfaces as CORBA::StringSeq and so on:
+// Names are those of the elements in IDL's spelling. They go into an Any and out of it, and stand in the IDL of other
+// interfaces as CORBA::StringSeq and so on:
 //
 //   CORBA::StringSeq_var names = new CORBA::StringSeq;
 //   names->length(1);
@@ -20,8 +21,8 @@
 
 namespace CORBA {
 
-// One row a sequence: its name before "Seq", and the descriptor of its element (corba/detail/idl_types.h). What comes of
-// it: the class, XSeq_var, XSeq_out, _tc_XSeq, and its description.
+// One row a sequence: its name before "Seq", and the descriptor of its element (corba/detail/idl_types.h). What comes
+// of it: the class, XSeq_var, XSeq_out, _tc_XSeq, and its description.
 // clang-format off
 #define CORBA_EACH_SEQUENCE(DO)                                                                      \
   DO(Any, Any) DO(Boolean, Boolean) DO(Char, Char) DO(WChar, WChar) DO(Short, Short)                 \
@@ -39,8 +40,8 @@ namespace CORBA {
   inline constexpr idl::typecode_constant<Name##Seq> _tc_##Name##Seq;
 CORBA_EACH_SEQUENCE(CORBA_DEFINE_SEQUENCE)
 #undef CORBA_DEFINE_SEQUENCE
-// OctetSeq itself, with its OctetSeq_var, stands in corba/sequence.h: object ids are made of it. An index past its length
-// gives a scratch element.
+// OctetSeq itself, with its OctetSeq_var, stands in corba/sequence.h: object ids are made of it. An index past its
+// length gives a scratch element.
 using OctetSeq_out = ValueOut<OctetSeq>;
 inline constexpr idl::typecode_constant<OctetSeq> _tc_OctetSeq;
 

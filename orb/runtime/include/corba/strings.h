@@ -31,8 +31,9 @@ inline WChar* text_dup(const WChar* text) { return wstring_dup(text); }
 inline void text_free(Char* text) { string_free(text); }
 inline void text_free(WChar* text) { wstring_free(text); }
 
-/// What the owners share: lending, exchanging and handing over a text. An owner stands by itself where an operation takes
-/// `const char*`, `char*&` or CORBA::String_out; where a compiler finds two ways, in(), inout() and out() say which.
+/// What the owners share: lending, exchanging and handing over a text. An owner stands by itself where an operation
+/// takes `const char*`, `char*&` or CORBA::String_out; where a compiler finds two ways, in(), inout() and out() say
+/// which.
 ///
 ///   CORBA::String_var name = "Ann";
 ///   if (is_customer(name)) std::cout << name.in() << std::endl;
@@ -50,8 +51,8 @@ class TextOwner {
   const C* in() const { return self().text(); }
   /// The pointer itself, for an operation that may exchange it: it frees the old text, and what it puts there is owned.
   C*& inout() { return self().filled(); }
-  /// Frees the text; the place for a new one of string_alloc or string_dup, which is owned. What an out parameter takes.
-  /// An operation that raises leaves null there.
+  /// Frees the text; the place for a new one of string_alloc or string_dup, which is owned. What an out parameter
+  /// takes. An operation that raises leaves null there.
   C*& out() {
     self().take(nullptr);
     return self().raw();

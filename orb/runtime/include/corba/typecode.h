@@ -87,8 +87,8 @@ class TypeCode;
 using TypeCode_ptr = TypeCode*;
 
 /// An immutable description of a type. May be used by several threads at once. TypeCodes that an operation
-/// returns are the caller's, who releases them (a TypeCode_var does); texts live as long as the TypeCode. Questions end with
-/// Bounds or BadKind and ask nobody: everything is here.
+/// returns are the caller's, who releases them (a TypeCode_var does); texts live as long as the TypeCode. Questions end
+/// with Bounds or BadKind and ask nobody: everything is here.
 ///
 ///   CORBA::TypeCode_var element = Bank::_tc_Entries->content_type();  // sequence<Entry>, behind the typedef's name
 ///   while (element->kind() == CORBA::tk_alias) element = element->content_type();
@@ -192,8 +192,8 @@ class ZRSVCPP_API TypeCode : public Allocated {
   Long default_index(CORBA_ENV) const;
   /// Of strings and sequences (the bound; 0 when there is none) and arrays; BadKind for others.
   ULong length(CORBA_ENV) const;
-  /// Of sequences, arrays (their element), boxes and aliases (the type they name), which the caller releases; BadKind for
-  /// others. Of an array of several dimensions it is an array.
+  /// Of sequences, arrays (their element), boxes and aliases (the type they name), which the caller releases; BadKind
+  /// for others. Of an array of several dimensions it is an array.
   TypeCode* content_type(CORBA_ENV) const;
   /// Of fixed: how many digits there are, and how many of them behind the point.
   UShort fixed_digits(CORBA_ENV) const;
@@ -262,16 +262,16 @@ ZRSVCPP_API void release(TypeCode* type);
 /// Whether there is none.
 inline Boolean is_nil(const TypeCode* type) { return type == nullptr; }
 
-/// Owns one count of a TypeCode, nil at first. A plain TypeCode* that is assigned is taken over, which a constant stands as
-/// well: nothing is counted of it.
+/// Owns one count of a TypeCode, nil at first. A plain TypeCode* that is assigned is taken over, which a constant
+/// stands as well: nothing is counted of it.
 ///
 ///   CORBA::TypeCode_var type = CORBA::_tc_long;
 ///   type = orb->create_sequence_tc(0, type.in());  // what was held is released
 using TypeCode_var = ObjectVar<TypeCode>;
 
-// Constants, of the types that have no parameters: `CORBA::_tc_long` is a TypeCode_ptr. Usable from static constructors of
-// whatever uses this library; releasing them is allowed and does nothing. Those of an IDL file stand beside its types
-// (`Bank::_tc_Entry`).
+// Constants, of the types that have no parameters: `CORBA::_tc_long` is a TypeCode_ptr. Usable from static constructors
+// of whatever uses this library; releasing them is allowed and does nothing. Those of an IDL file stand beside its
+// types (`Bank::_tc_Entry`).
 extern ZRSVCPP_API TypeCode* const _tc_null;
 extern ZRSVCPP_API TypeCode* const _tc_void;
 extern ZRSVCPP_API TypeCode* const _tc_short;

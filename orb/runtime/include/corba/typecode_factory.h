@@ -42,9 +42,10 @@ using UnionMemberSeq = Sequence<UnionMember>;
 using EnumMemberSeq = Sequence<String_var>;
 using ValueMemberSeq = Sequence<ValueMember>;
 
-/// What an ORB makes TypeCodes with. Everything is copied; results are the caller's to release. BAD_PARAM for a null text and for a union's label that
-/// is not of the discriminator's type or is there already; BAD_TYPECODE for a nil type, for types that cannot be
-/// parts, and for more than TypeCode::max_depth in one another. Ids are not looked at. Any thread.
+/// What an ORB makes TypeCodes with. Everything is copied; results are the caller's to release. BAD_PARAM for a null
+/// text and for a union's label that is not of the discriminator's type or is there already; BAD_TYPECODE for a nil
+/// type, for types that cannot be parts, and for more than TypeCode::max_depth in one another. Ids are not looked at.
+/// Any thread.
 ///
 ///   CORBA::StructMemberSeq members;
 ///   members.length(2);

@@ -24,7 +24,8 @@ namespace CORBA {
 /// True or false; one octet on the wire, where anything but 0 and 1 is MARSHAL.
 using Boolean = bool;
 /// An octet of text in UTF-8, which is what texts are in within a program. It is converted on the wire where the other
-/// side wants ISO 8859-1; a single one above 0x7F is a part of a character, cannot be converted, and is DATA_CONVERSION.
+/// side wants ISO 8859-1; a single one above 0x7F is a part of a character, cannot be converted, and is
+/// DATA_CONVERSION.
 using Char = char;
 /// A character of Unicode, UTF-16 on the wire. GIOP 1.0 has none: MARSHAL.
 using WChar = wchar_t;
@@ -44,14 +45,14 @@ using Float = float;
 using Double = double;
 using LongDouble = long double;
 
-/// Whole numbers and enums that may stand between brackets. What indexes of classes that convert to pointers are: with one type only, an index of any other would fit the pointer
-/// as well.
+/// Whole numbers and enums that may stand between brackets. What indexes of classes that convert to pointers are: with
+/// one type only, an index of any other would fit the pointer as well.
 template <class T>
 concept Index =
     std::disjunction_v<std::is_integral<T>, std::conjunction<std::is_enum<T>, std::is_convertible<T, ULong>>>;
 
-// Out parameters of them: what `out long n` is in the signature of an operation. The caller's variable itself, which the
-// operation sets; what it holds after an exception is not defined.
+// Out parameters of them: what `out long n` is in the signature of an operation. The caller's variable itself, which
+// the operation sets; what it holds after an exception is not defined.
 //
 //   void measure(CORBA::Long_out width, CORBA::Boolean_out known) { width = 80, known = true; }
 using Boolean_out = Boolean&;
@@ -69,8 +70,8 @@ using Double_out = Double&;
 using LongDouble_out = LongDouble&;
 
 /// Memory of the mapping's objects; they back the operator new and delete of its classes, so programs that use new and
-/// delete have no need of them. om_new never gives null: it throws std::bad_alloc. om_delete gives back what om_new gave;
-/// null is allowed. Any thread.
+/// delete have no need of them. om_new never gives null: it throws std::bad_alloc. om_delete gives back what om_new
+/// gave; null is allowed. Any thread.
 ZRSVCPP_API void* om_new(std::size_t octets);
 ZRSVCPP_API void om_delete(void* block) noexcept;
 
@@ -91,8 +92,8 @@ struct Allocated {
 /// Room for `length` characters and a NUL, the first set to NUL; null for a negative length or without memory. The
 /// caller frees it with string_free.
 ZRSVCPP_API char* string_alloc(Long length);
-/// A copy of `text` up to its NUL, which the caller frees; null for null. std::bad_alloc without memory, and for a text of
-/// 2 GiB.
+/// A copy of `text` up to its NUL, which the caller frees; null for null. std::bad_alloc without memory, and for a text
+/// of 2 GiB.
 ZRSVCPP_API char* string_dup(const char* text);
 /// Frees what string_alloc, string_dup or an operation returned; null is allowed. Any thread.
 ZRSVCPP_API void string_free(char* text);

@@ -25,8 +25,8 @@
 namespace CORBA {
 
 /// Owns one value on the heap, null at first: T_var of a type of variable length, which has strings, sequences, Anys or
-/// references somewhere in it. Copies are deep; std::bad_alloc without memory, and what was held stays. While it is null
-/// only ptr(), out(), _retn() and assignments are to be used: nobody looks.
+/// references somewhere in it. Copies are deep; std::bad_alloc without memory, and what was held stays. While it is
+/// null only ptr(), out(), _retn() and assignments are to be used: nobody looks.
 ///
 ///   CORBA::StringSeq_var names = orb->list_initial_services();  // taken over
 ///   CORBA::StringSeq_var copy = names;                          // deep
@@ -123,8 +123,8 @@ class ValueOut {
 };
 
 /// T_var of a type of fixed length (numbers, enums, and structs and arrays of these alone): the value itself, default
-/// at first (numbers 0). A pointer that it is made of is taken over: the value is copied, and the pointer deleted. It is
-/// never null, and out() is the value itself. Nothing of it is on the heap; it is there so that code need not know
+/// at first (numbers 0). A pointer that it is made of is taken over: the value is copied, and the pointer deleted. It
+/// is never null, and out() is the value itself. Nothing of it is on the heap; it is there so that code need not know
 /// whether a type is of fixed length.
 ///
 ///   Bank::Point_var point = Bank::Point{1.0, 2.0};
@@ -250,8 +250,8 @@ template <class Tag>
 void array_free(ArraySlice<Tag>* slice) {
   delete[] slice;
 }
-/// Copies all elements, deeply: `to` is an array of the same type, whose elements are replaced. Nothing where one of the
-/// two is null, or both are the same.
+/// Copies all elements, deeply: `to` is an array of the same type, whose elements are replaced. Nothing where one of
+/// the two is null, or both are the same.
 template <class Tag>
 void array_copy_slice(ArraySlice<Tag>* to, const ArraySlice<Tag>* from) {
   if (to && from && to != from) array_copy(array_of<Tag>(to), array_of<Tag>(from));
@@ -265,8 +265,8 @@ ArraySlice<Tag>* array_dup(const ArraySlice<Tag>* slice) {
   return copy;
 }
 
-/// Owns one array on the heap (Row_var), null at first; copies are deep, std::bad_alloc without memory. While it is null
-/// there are no elements, and an index past the array's length is the program's mistake: nobody looks.
+/// Owns one array on the heap (Row_var), null at first; copies are deep, std::bad_alloc without memory. While it is
+/// null there are no elements, and an index past the array's length is the program's mistake: nobody looks.
 ///
 ///   Bank::Row_var row = Bank::Row_alloc();      // three zeros
 ///   row[0] = 7;
@@ -343,7 +343,8 @@ class ArrayOut {
 };
 
 /// An array as Any's operators take and give it (Row_forany), as a pointer says nothing of its length. An insertion
-/// copies, an extraction lends the array that the Any holds, and false says that it holds another type. It owns nothing.
+/// copies, an extraction lends the array that the Any holds, and false says that it holds another type. It owns
+/// nothing.
 ///
 ///   Bank::Row row = {1, 2, 3};
 ///   any <<= Bank::Row_forany(row);

@@ -1,7 +1,14 @@
-// Any's operators for the types that an IDL file defines; they come from the descriptions.
+// Any's operators for the types that an IDL file defines; they come from the descriptions, so generated code has none
+// of its own. poa/mapping.h brings them to programs, which write
 //
-// Insertions of a value or a reference copy, those of a pointer to a value take over. Extractions of a pointer
-// give what stays the Any's; false, and the target alone, when the Any holds another type.
+//   any <<= entry;           a copy of a struct, union, sequence, exception or enum
+//   any <<= new Entry        taken over
+//   any <<= account          duplicated; `&account` is taken over
+//   any >>= pointer          lent; a reference too
+//   any >>= colour           an enum, copied
+//
+// Extractions give false, and leave the target alone, when the Any holds another type. A value that came from a wire is
+// decoded by the first extraction, and kept. Types are compared by _tc_T, which is built then if it was not before.
 #pragma once
 
 #include "corba/detail/describe.h"
@@ -10,11 +17,12 @@ namespace CORBA {
 
 namespace idl {
 
-/// How an Any holds a described value.
+/// How an Any holds a described value: on the heap, by the type's own copy and marshalling.
 template <class T>
 struct DescribedOps {
   static void* copy(const void* value) { return value ? new T(*static_cast<const T*>(value)) : nullptr; }
   static void destroy(void* value) { delete static_cast<T*>(value); }
+  /// What does not decode whole is freed again.
   static bool move(CDR* cdr, void*& value) {
     if (cdr->direction == CDR_ENCODE) return value && Type<T>::move(cdr, *static_cast<T*>(value));
     ValueVar<T> fresh(new T);
@@ -24,7 +32,7 @@ struct DescribedOps {
   }
   static constexpr ValueOps ops{copy, destroy, move};
 };
-/// The same of an array, by its tag; held as its slice.
+/// The same of an array, by its tag; held as its slice, made and freed as those are.
 template <class Tag>
 struct ArrayOps {
   using Slice = ArraySlice<Tag>;
@@ -39,7 +47,7 @@ struct ArrayOps {
   static constexpr ValueOps ops{copy, destroy, move};
 };
 
-/// The same of a reference.
+/// The same of a reference: held as itself, released with the Any.
 template <class X>
 struct ReferenceOpsOf {
   static void* copy(const void* value) { return X::_duplicate(static_cast<X*>(const_cast<void*>(value))); }
@@ -53,10 +61,12 @@ struct ReferenceOpsOf {
   static constexpr ValueOps ops{copy, destroy, move};
 };
 
+/// Takes over `value`, which was made with new.
 template <class T>
 void insert_owned(Any& any, T* value) {
   any.adopt(typecode<T>(), value, DescribedOps<T>::ops);
 }
+/// The Any's own value as a T; null when it holds another type, or none.
 template <class T>
 T* extracted(const Any& any) {
   void* found = nullptr;
@@ -65,7 +75,9 @@ T* extracted(const Any& any) {
 
 }  // namespace idl
 
-/// Structs, unions, sequences and exceptions; enums; the client classes of interfaces.
+// Types that generated code has described: structs, unions, sequences and exceptions; enums; the client classes of
+// interfaces. Other types find no operator here, and have their own or none.
+
 template <class T>
 concept DescribedClass = std::is_class_v<T> && requires {
   idl::Type<T>::id;
@@ -80,6 +92,7 @@ concept ClientClass = requires {
   { X::repository_id } -> std::convertible_to<const char*>;
 };
 
+/// Values: a copy, or a pointer that is taken over. The pointer that an extraction gives is the Any's.
 template <DescribedClass T>
 void operator<<=(Any& any, const T& value) {
   idl::insert_owned(any, new T(value));
@@ -101,6 +114,7 @@ Boolean operator>>=(const Any& any, T*& value) {
   return found != nullptr;
 }
 
+/// Enums, by value.
 template <DescribedEnum E>
 void operator<<=(Any& any, E value) {
   idl::insert_owned(any, new E(value));
@@ -112,6 +126,7 @@ Boolean operator>>=(const Any& any, E& value) {
   return found != nullptr;
 }
 
+/// Arrays, as their Row_forany: a copy, unless it says `nocopy`. What is extracted is the Any's.
 template <class Tag>
 void operator<<=(Any& any, const ArrayForany<Tag>& array) {
   auto* slice = array.nocopy() ? array.in() : array_dup<Tag>(array.in());
@@ -125,7 +140,9 @@ Boolean operator>>=(const Any& any, ArrayForany<Tag>& array) {
   return true;
 }
 
-/// A reference: duplicated; given by its address, taken over. What is extracted stays the Any's.
+/// A reference: duplicated; given by its address, taken over. What is extracted stays the Any's, so a program that
+/// keeps it duplicates it. The interface's own TypeCode has to be there: one of a base or a derived interface is
+/// another type.
 template <ClientClass X>
 void operator<<=(Any& any, X** reference) {
   ObjectVar<X> owned(*reference);

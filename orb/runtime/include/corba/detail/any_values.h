@@ -1,6 +1,6 @@
-// Any's operators in one line, for types that are not generated. T travels by a CORBA::idl::Wire<T> of its own. `type` is the
-// type's TypeCode: a plain TypeCode* is taken over, as by any _var, so a TypeCode that was built for the call goes in as
-// it is. It may be nil (it could not be built): insertions then throw BAD_TYPECODE, extractions give false.
+// Any's operators in one line, for types that are not generated. T travels by a CORBA::idl::Wire<T> of its own. `type`
+// is the type's TypeCode: a plain TypeCode* is taken over, as by any _var, so a TypeCode that was built for the call
+// goes in as it is. It may be nil (it could not be built): insertions then throw BAD_TYPECODE, extractions give false.
 #pragma once
 
 #include "corba/any.h"

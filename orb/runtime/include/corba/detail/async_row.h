@@ -20,6 +20,7 @@ namespace CORBA::idl {
 /// The holder of an operation that raises those exceptions.
 template <class... E>
 struct exception_holder {};
+/// An in parameter of f_excep: decoded with the exceptions that f may end with.
 template <class... E>
 struct Type<exception_holder<E...>> {
   using Holder = Messaging::ExceptionHolder;
@@ -43,22 +44,26 @@ inline constexpr Nothing nothing;
 /// The TypeCode of a type, built when it is asked for.
 using TypeCodeAt = TypeCode* const* (*)();
 
-/// A call under way. It belongs to itself once it is sent, and ends on a thread of the library.
+/// A call under way. It belongs to itself once it is sent, and ends on a thread of the library, once: `end` takes the
+/// reply, whatever it is, and the call is deleted then.
 class ZRSVCPP_API AsyncCall : private zrsv::ReplyListener {
  public:
   AsyncCall(const AsyncCall&) = delete;
   AsyncCall& operator=(const AsyncCall&) = delete;
   virtual ~AsyncCall();
-  /// Sends the call.
+  /// Sends the call, with the in and inout arguments of the slots, which are read before this returns. What keeps it
+  /// from being sent becomes `refused`.
   static void send(std::unique_ptr<AsyncCall> call, void* const* slots);
 
  protected:
+  /// Keeps a duplicate of `self`.
   AsyncCall(Object* self, const OperationInfo& operation_called);
   /// Its end: takes the reply.
   virtual void end() noexcept = 0;
-  /// The call could not be sent, for the exception that is being handled.
+  /// The call could not be sent, for the exception that is being handled, on the thread that called.
   virtual void refused() = 0;
-  /// The stream at the results. Throws what the call ended with.
+  /// The stream at the results. Throws what the call ended with; TRANSIENT (0x4B510408, completed NO) for a forward, as
+  /// nobody has the arguments any more: the next call of the reference goes to the new place.
   CDR* results();
   /// Reads the results. Throws the same.
   void read(void* const* slots);
@@ -73,7 +78,8 @@ class ZRSVCPP_API AsyncCall : private zrsv::ReplyListener {
   std::unique_ptr<CoreRequest> request_;
 };
 
-/// Sends a call whose reply becomes a call of `handler`, which may be nil.
+/// Sends a call whose reply becomes a call of `handler`, which may be nil: then nobody hears of it. The handler is
+/// duplicated, and called without waiting for it; a handler that cannot be told is a line in the log.
 ZRSVCPP_API void send_to_handler(Object* self, const OperationInfo& operation, void* const* slots,
                                  Object* handler, const TypeCodeAt* results, std::size_t count);
 
@@ -101,6 +107,7 @@ constexpr auto result_types = [] {
 }();
 
 /// What sendc_f does: sends, and has the reply become a call of the handler.
+/// The arguments are those that travel to the object; where an out one would stand, `nothing` does.
 template <class Class, class R, class... A, class... P>
 void sendc(Object* self, const operation<Class, R(A...)>& row, Object* handler, P&&... argument) {
   void* const slots[] = {nullptr, slot_of<A>(argument)...};
@@ -123,6 +130,7 @@ template <class Value, class R, class... A>
 class FutureCall final : public AsyncCall {
  public:
   FutureCall(Object* self, const OperationInfo& operation_called) : AsyncCall(self, operation_called) {}
+  /// Once, before the call is sent.
   std::future<Value> future() { return promise_.get_future(); }
 
  private:
@@ -138,6 +146,7 @@ class FutureCall final : public AsyncCall {
   }
   void refused() override { promise_.set_exception(std::current_exception()); }
 
+  /// The holder of what travels back, as a tuple of one, or none.
   template <class One>
   static auto given(typename One::Holder& holder) {
     if constexpr (One::is_out)
@@ -145,6 +154,7 @@ class FutureCall final : public AsyncCall {
     else
       return std::tuple<>();
   }
+  /// Reads the results into the holders, and makes the value of those.
   Value take(typename result<R>::Holder&& result_holder, typename A::Holder&&... holder) {
     void* const slots[] = {result_holder.slot(), holder.slot()...};
     read(slots);

@@ -7,7 +7,8 @@
 
 namespace CORBA::idl {
 
-/// The context of an operation whose clause lists `Patterns`, an array of texts.
+/// The context of an operation whose clause lists `Patterns`, an array of texts: names, or beginnings with a * behind.
+/// It is the last in parameter on the wire, and in C++ a Context_ptr.
 template <const auto& Patterns>
 struct context {};
 

@@ -1,6 +1,13 @@
 // Descriptions of the types that an IDL file defines: the specialisations of idl::Type that generated headers
 // hold, one a type. What is written there is the type's repository id, its name and its members; CDR,
-// TypeCode and Any operators come from that.
+// TypeCode and Any operators come from that. Of `struct Entry { string<10> text; long amount; };`:
+//
+//   template <> struct Type<Bank::Entry> : variable_struct<Bank::Entry>
+//     id, name     "IDL:Bank/Entry:1.0", "Entry"
+//     each         visit("text", value.text, as<string<10>>) && visit("amount", value.amount)
+//
+// `each` names the members in the order of the IDL and stops at the first that fails. It serves whatever goes over the
+// members: marshalling, the TypeCode, the layout in memory (corba/detail/flat.h).
 #pragma once
 
 #include "corba/detail/idl_types.h"
@@ -9,7 +16,8 @@ namespace CORBA::idl {
 
 // ---- Members ----------------------------------------------------------------------------------------------
 
-/// The descriptor that a member's C++ type stands for, when nothing is said.
+/// The descriptor that a member's C++ type stands for, when nothing is said: the type itself, but for what owns
+/// something.
 template <class V>
 struct DescriptorOf {
   using type = V;
@@ -48,6 +56,7 @@ struct MoveMembers {
     return Type<D>::move(cdr, member);
   }
 };
+/// Adds a row a member, for a TypeCode.
 struct ListMembers {
   std::vector<TypeCode::Member>& list;
   template <class V>
@@ -61,6 +70,7 @@ struct ListMembers {
   }
 };
 
+/// The members one after the other, by the stream's direction.
 template <class T>
 bool move_members(CDR* cdr, T& value) {
   return Type<T>::each(MoveMembers{cdr}, value);
@@ -72,7 +82,7 @@ inline std::span<const TypeCode::Member> lasting(const std::vector<TypeCode::Mem
   for (std::size_t i = 0; i < list.size(); ++i) kept[i] = list[i];
   return {kept, list.size()};
 }
-/// The members of a type with `each`.
+/// The members of a type with `each`, as its TypeCode has them.
 template <class T>
 void list_members(TypeCode::Parameters& parameters) {
   std::vector<TypeCode::Member> list;
@@ -117,6 +127,7 @@ bool move_enum(CDR* cdr, E& value) {
   value = static_cast<E>(number);
   return true;
 }
+/// Its TypeCode; a member an enumerator, without a type.
 template <class E>
 struct BuildEnum {
   static TCKind make(TypeCode::Parameters& parameters) {
@@ -128,6 +139,8 @@ struct BuildEnum {
     return tk_enum;
   }
 };
+/// What the description of an enum derives from: the enumerator's number travels, and one past the last does not
+/// decode.
 template <class E>
 struct enumeration : ByValue<E, move_enum<E>>, BuiltBy<BuildEnum<E>> {};
 
@@ -136,6 +149,7 @@ template <class Tag>
 concept AliasTag = requires {
   typename Tag::Aliased;
 };
+/// It is what the other type is, but for its TypeCode.
 template <AliasTag Tag>
 struct Type<Tag> : Type<typename Tag::Aliased> {
   static TypeCode* const* typecode_at() {

@@ -75,6 +75,7 @@ consteval Layout layout_of() {
   return layout;
 }
 
+/// Structs whose array in memory is their array on the wire, but for the octets between the numbers.
 template <class T>
 concept FlatStruct = PlainStruct<T> && layout_of<T>()
 .same;
@@ -112,7 +113,8 @@ bool is_flat(const CDR* cdr) {
   return true;
 }
 
-/// `count` numbers of `size` octets each, one behind the other.
+/// `count` numbers of `size` octets each, one behind the other, by the stream's direction; reversed where its byte
+/// order is the other one. Encoding may refer to `values` instead of copying them: they stay until the message is sent.
 ZRSVCPP_API bool move_flat(CDR* cdr, void* values, std::size_t count, std::size_t size);
 /// So many values where they are in the stream's window, which is read past them; null, and nothing read, where they
 /// cannot stay: not allowed, the other byte order, not aligned, in fragments.
@@ -121,7 +123,7 @@ ZRSVCPP_API void* view_flat(CDR* cdr, std::size_t count, std::size_t size);
 ZRSVCPP_API void* take_flat(CDR* cdr, std::size_t count, std::size_t size);
 
 /// `octets` in one piece behind the next multiple of `align`, passed over; null when they are not there.
-/// Encoding: to be filled. Decoding: of a stream in one piece.
+/// Encoding: to be filled, until the next write. Decoding: of a stream in one piece.
 ZRSVCPP_API unsigned char* claim_octets(CDR* cdr, std::uint64_t octets, std::size_t align);
 ZRSVCPP_API const unsigned char* take_octets(CDR* cdr, std::uint64_t octets, std::size_t align);
 
@@ -156,6 +158,7 @@ bool write_padded(CDR* cdr, T* values, ULong count) {
   }
   return true;
 }
+/// In one copy: what is between the numbers comes along, and nobody reads it.
 template <FlatStruct T>
 bool read_padded(CDR* cdr, T* values, ULong count) {
   const unsigned char* from = take_octets(cdr, octets_of<T>(count), layout_of<T>().unit);

@@ -11,6 +11,12 @@
 //                    the skeleton's side, and for results on both
 //   typecode_at      the place of its TypeCode
 // It comes from one line for most types; structs, unions and exceptions add the list of their members.
+//
+// Read it from the bottom of a call: a row (corba/detail/row.h) takes in<D>, which is Type<D>::InArg; that has the C++
+// type of the parameter and knows where its value stands. What decodes never leaves half a value that somebody would
+// free wrongly: a fresh one takes the old one's place when it is whole, or a value in place stays one that can be
+// destroyed. The library knows the basic types, strings, references, sequences and arrays; generated headers specialise
+// Type for the rest by the bases in corba/detail/describe.h and corba/detail/union.h.
 #pragma once
 
 #include "corba/any.h"
@@ -25,17 +31,20 @@ using TypeCode_out = ObjectOut<TypeCode>;
 
 namespace CORBA::idl {
 
+/// What a member of type D is in C++: String_mgr of a string, X_var of a reference, else the type itself.
 template <class D>
 using ValueOf = typename Type<D>::Value;
 
 // ---- Forms of parameters ----------------------------------------------------------------------------------
 
-/// A parameter of C++ type P whose slot is a V in place.
+/// A parameter of C++ type P whose slot is a V in place: on the stub's side the caller's own, on the other the
+/// holder's.
 template <class V, class P, bool (*Move)(CDR*, V&)>
 struct InPlace {
   using type = P;
   static bool move(CDR* cdr, void* slot) { return Move(cdr, *static_cast<V*>(slot)); }
   static void* address(const V& value) { return const_cast<V*>(&value); }
+  /// `pass` is what the member function gets; `take` puts its result here, and `give` hands that on.
   struct Holder {
     V value{};
     void* slot() { return &value; }
@@ -46,7 +55,7 @@ struct InPlace {
 };
 
 /// Parameters whose slot is a pointer that owns: `Own::free(P)`, `Own::move(CDR*, P&)`, which on decoding
-/// frees what was there.
+/// frees what was there. The holder owns what was decoded for an in parameter and what the servant left in an out one.
 template <class P, class Own>
 struct PointerHolder {
   P value{};
@@ -59,6 +68,7 @@ struct PointerHolder {
   void take(P v) { value = v; }
   P give() { return std::exchange(value, P{}); }
 };
+/// Such a parameter, in a signature as `Parameter`: the pointer itself, a reference to it, or a T_out.
 template <class P, class Own, class Parameter>
 struct PointerArg {
   using type = Parameter;
@@ -84,7 +94,7 @@ struct ByValue {
   using ResultArg = InArg;
 };
 
-/// Structs and unions of fixed length.
+/// Structs and unions of fixed length: out ones are filled in place, results are values.
 template <class T, bool (*Move)(CDR*, T&)>
 struct Fixed {
   using Value = T;
@@ -108,7 +118,7 @@ void hand_over_buffer(CDR* cdr, T& sequence) {
   }
 }
 
-/// Values that results and out parameters give on the heap.
+/// Values that results and out parameters give on the heap: of variable length. Null there does not encode.
 template <class T, bool (*Move)(CDR*, T&)>
 struct Variable {
   using Value = T;
@@ -135,11 +145,13 @@ struct Variable {
 
 // ---- Basic types ------------------------------------------------------------------------------------------
 
+/// A type that travels by its Wire alone.
 template <class T>
 bool move_plain(CDR* cdr, T& value) {
   return Wire<T>::move(cdr, value);
 }
 
+/// Numbers, characters, booleans and octets.
 template <class T>
 concept Basic = Number<T> || OneOf<T, Char, Boolean, Octet, WChar, long double>;
 
@@ -175,6 +187,7 @@ template <UShort Digits, Short Scale>
 struct Type<FixedType<Digits, Scale>> : Fixed<FixedType<Digits, Scale>, move_plain<FixedType<Digits, Scale>>>,
                                         BuiltBy<BuildFixed<Digits, Scale>> {};
 
+/// An Any, by its TypeCode and then its value.
 template <>
 struct Type<Any> : Variable<Any, move_plain<Any>> {
   static TypeCode* const* typecode_at() { return &_tc_any; }
@@ -182,12 +195,14 @@ struct Type<Any> : Variable<Any, move_plain<Any>> {
 
 // ---- Strings ----------------------------------------------------------------------------------------------
 
-/// A string of at most Bound characters; 0: of any length.
+/// A string of at most Bound characters; 0: of any length. A text over the bound does not travel, in neither direction;
+/// null travels as "".
 template <ULong Bound = 0>
 struct string {};
 template <ULong Bound = 0>
 struct wstring {};
 
+/// How a text of the heap travels and is freed, of both kinds of characters.
 template <class C, ULong Bound>
 struct TextMoves {
   static bool fits(const C* text) {
@@ -207,8 +222,8 @@ template <class Own>
 struct TextInArg {
   using type = const Char*;
   struct Holder {
-    const Char* value = nullptr;
-    Char* converted = nullptr;
+    const Char* value = nullptr;  // in the request, or the next one
+    Char* converted = nullptr;    // owned
     Holder() = default;
     Holder(const Holder&) = delete;
     Holder& operator=(const Holder&) = delete;
@@ -253,6 +268,7 @@ struct Type<wstring<Bound>> {
   using Value = WString_mgr;
   using Own = TextMoves<WChar, Bound>;
   static bool move(CDR* cdr, Value& value) { return Own::move(cdr, value.inout()); }
+  /// Always converted: what is in the request is UTF-16.
   struct InArg {
     using type = const WChar*;
     static bool move(CDR* cdr, void* slot) { return Own::move(cdr, *static_cast<WChar**>(slot)); }
@@ -272,6 +288,7 @@ struct Type<wstring<Bound>> {
 
 // ---- TypeCodes --------------------------------------------------------------------------------------------
 
+/// As references, but counted; nil travels as tk_null.
 struct TypeCodeMoves {
   static void free(TypeCode* type) { release(type); }
   static bool move(CDR* cdr, TypeCode*& type) {
@@ -295,7 +312,7 @@ struct Type<TypeCode> {
 
 // ---- References -------------------------------------------------------------------------------------------
 
-/// A reference of interface X.
+/// A reference of interface X. What comes in is of class X whatever its type id says: nobody is asked.
 template <class X>
 struct ref {};
 
@@ -309,6 +326,7 @@ concept AbstractInterface = std::is_same_v<typename X::_abstract_type, X>;
 /// other than a reference or nil does.
 ZRSVCPP_API bool move_abstract(CDR* cdr, bool& is_reference);
 
+/// By the handle. Local objects have none, and do not encode.
 template <class X>
 struct ReferenceMoves {
   static void free(X* reference) { release(reference); }
@@ -353,7 +371,8 @@ struct Type<ref<X>> {
   }
 };
 
-/// Takes over `handle`, also when it throws. CORBA::Object and the client classes of interfaces.
+/// A new reference of class X, CORBA::Object or the client class of an interface. Takes over `handle`, also when it
+/// throws.
 template <class X>
 X* make_reference(void* handle) try {
   X* const made = new X;
@@ -364,15 +383,19 @@ X* make_reference(void* handle) try {
   throw;
 }
 
-/// What the static members of a client class do.
+// What the static members of a client class do. Results are new references, which the caller releases; nil for nil.
+
+/// Without asking.
 template <class X>
 X* unchecked_narrow(Object* object) {
   return object ? make_reference<X>(CORBA_object_duplicate(object->get_ref(), nullptr)) : nullptr;
 }
+/// One more of the same class.
 template <class X>
 X* duplicate(X* reference) {
   return unchecked_narrow<X>(reference);
 }
+/// Nil when the object says that it is no X; a call where its type id does not tell.
 template <class X>
 X* narrow(Object* object) {
   return object && object->_is_a(X::repository_id) ? unchecked_narrow<X>(object) : nullptr;
@@ -380,7 +403,8 @@ X* narrow(Object* object) {
 
 // ---- Sequences and arrays ---------------------------------------------------------------------------------
 
-/// An element of a sequence of references, as TextElement is one of strings.
+/// An element of a sequence of references, as TextElement is one of strings: a plain pointer that is assigned is taken
+/// over, an X_var and another element duplicated.
 template <class X>
 class ReferenceElement {
  public:
@@ -410,6 +434,7 @@ class ReferenceElement {
   X*& place_;
   bool owned_;
 };
+/// How they stand in the buffer: plain pointers, nil at first.
 template <class X>
 struct ReferenceElements : OwnedElements<X*, ObjectVar<X>, ReferenceElement<X>> {
   static void copy(X* const* from, ULong n, X** to) {
@@ -417,7 +442,7 @@ struct ReferenceElements : OwnedElements<X*, ObjectVar<X>, ReferenceElement<X>> 
   }
 };
 
-/// The C++ class of a sequence of D.
+/// The C++ class of a sequence whose members are of C++ type V.
 template <class V>
 struct SequenceClass {
   using type = Sequence<V, PlainElements<V>, NoScratch>;
@@ -434,12 +459,14 @@ struct SequenceClass<ObjectVar<X>> {
 /// X_var for strings and references).
 template <class V>
 using sequence = typename SequenceClass<V>::type;
+/// The same of a bounded one.
 template <class V, ULong Bound>
 using bounded_sequence = BoundedSequence<sequence<V>, Bound>;
 
+/// The length of a sequence: false for one over the bound (0: none), in either direction.
 ZRSVCPP_API bool move_length(CDR* cdr, ULong& length, ULong bound);
 
-/// Elements one after the other.
+/// One element: as a member is where it is kept as one, else by its pointer in the buffer.
 template <class D, class Stored>
 bool move_element(CDR* cdr, Stored& element) {
   if constexpr (std::is_same_v<Stored, ValueOf<D>>)
@@ -500,6 +527,8 @@ bool move_padded_elements(CDR* cdr, S& sequence, ULong length) {
   return read_padded(cdr, sequence.get_buffer(), length);
 }
 
+/// A sequence S of elements D: in one piece where that is possible, else one after the other. What is allocated for a
+/// length that came in never exceeds what the octets that are left could fill.
 template <class S, class D, ULong Bound>
 bool move_sequence(CDR* cdr, S& sequence) {
   ULong length = sequence.length();
@@ -531,6 +560,7 @@ struct Type<Tag> {
   using Slice = ArraySlice<Tag>;
   using Element = ValueOf<typename Tag::Element>;
 
+  /// All elements, the last dimension fastest; no length.
   static bool move(CDR* cdr, Value& value) {
     auto* elements = reinterpret_cast<Element*>(&value);
     constexpr ULong count = sizeof(Value) / sizeof(Element);
@@ -541,6 +571,7 @@ struct Type<Tag> {
       if (!Type<typename Tag::Element>::move(cdr, elements[i])) return false;
     return true;
   }
+  /// An array on the heap, by its slice.
   struct Own {
     static void free(Slice* slice) { array_free<Tag>(slice); }
     static bool move(CDR* cdr, Slice*& slice) {
@@ -552,8 +583,9 @@ struct Type<Tag> {
       return true;
     }
   };
+  /// The caller's array, or the holder's.
   template <class P>
-  struct Borrowed {  // the caller's array
+  struct Borrowed {
     using type = P;
     static bool move(CDR* cdr, void* slot) { return Type::move(cdr, *static_cast<Value*>(slot)); }
     static void* address(P slice) { return const_cast<Slice*>(slice); }
@@ -577,6 +609,7 @@ struct Type<Tag> {
   }
 
  private:
+  /// The TypeCode without the typedef's name: an array of arrays, a dimension each.
   template <class A>
   struct Dimensions {
     static TCKind make(TypeCode::Parameters& parameters) {

@@ -15,7 +15,7 @@ struct ZRSVCPP_API Text {
   }
 };
 
-/// Three literals as one text, made by the compiler: `value` ends with a NUL.
+/// Three literals as one text (a prefix, a name, a version), made by the compiler: `value` ends with a NUL.
 template <std::size_t A, std::size_t B, std::size_t C>
 struct JoinedText {
   char value[A + B + C - 2]{};

@@ -1,6 +1,6 @@
-// Rows of the interfaces that the libraries themselves serve, by operation tables of the ORB core: such an object
-// may be called without a message when it is of this process, and its stub has the IIOP part as an operation of
-// its own.
+// Rows of the interfaces that the libraries themselves serve (POAs, managers, policies), by operation tables of the ORB
+// core: such an object may be called without a message when it is of this process, and its stub has the IIOP part as an
+// operation of its own. Rows of IDL files are plain ones (corba/detail/row.h).
 #pragma once
 
 #include "corba/detail/row.h"
@@ -10,11 +10,13 @@ namespace CORBA::idl {
 /// A request, completed on every way out.
 class ZRSVCPP_API OwnRequest {
  public:
+  /// Throws what keeps it from being made: INV_OBJREF for an object without a handle, and the like.
   OwnRequest(Object* self, const OperationInfo& operation, Environment& ev);
   ~OwnRequest();
   OwnRequest(const OwnRequest&) = delete;
   OwnRequest& operator=(const OwnRequest&) = delete;
 
+  /// The ORB core's request, still this one's.
   void* get() const { return request_; }
   /// The direct skeleton of the operation; null when the call goes over IIOP.
   ZR_method method(Environment& ev) const;
@@ -29,6 +31,7 @@ class ZRSVCPP_API OwnRequest {
 ZRSVCPP_API bool call_iiop(Object* self, void* request, bool response_expected,
                            const OperationInfo& operation, void* const* slots, Environment& ev);
 
+/// The row: an operation whose stub looks for the direct skeleton first.
 template <class Class, class Signature>
 struct own_operation;
 template <class Class, class R, class... A>
@@ -67,6 +70,7 @@ struct own_operation<Class, R(A...)> : operation<Class, R(A...)> {
   }
 };
 
+/// The direct skeleton of a row as an operation table has it: untyped, called as Method.
 template <const auto& Row, class Implementation>
 ZR_method in_process_skeleton() {
   using Operation = std::remove_cvref_t<decltype(Row)>;

@@ -10,6 +10,13 @@
 //
 // At run time a row is a small constant table that the functions of this library interpret; what is compiled
 // for it is shared by all operations of the interface with the same parameters.
+//
+// A value on its way stands in a slot: an untyped pointer to where the C++ code has it. The result has slot 0, the
+// parameters those from 1 on in the order of the IDL. `Argument::move` knows what is there and moves it between the
+// slot and the stream, whichever way the stream goes:
+//
+//   client: address of the caller's argument -> in slots -> request ... reply -> out slots -> Holder::give
+//   server: request -> in slots of Holders -> Holder::pass to the member function -> out slots -> reply
 #pragma once
 
 #include <array>
@@ -23,6 +30,7 @@ namespace CORBA::idl {
 
 /// What of a parameter, or of the result, is moved between the stream and its slot on the way in or out.
 struct Argument {
+  /// By the stream's direction; false when it does not fit, or is not there.
   bool (*move)(CDR* cdr, void* slot);
   unsigned short slot;  // its number
   unsigned short size;  // of a plain number, which needs no call: 4 or 8; else 0
@@ -35,16 +43,18 @@ struct Arguments {
 
 /// One user exception of an operation.
 struct ListedException {
-  const char* id;
-  UserException* (*make)();
+  const char* id;            // repository id, as it travels
+  UserException* (*make)();  // a default one, the caller's, to be decoded into
   /// Null when the exception has no members. False also when `e` is another exception of that id.
   bool (*move)(CDR* cdr, Exception* e);
 };
+/// Those of an operation, in any order; empty when it raises none.
 struct ExceptionList {
   const ListedException* first = nullptr;
   unsigned count = 0;
 };
 
+/// The row of a generated exception class.
 template <class E>
 constexpr ListedException listed_exception{E::repository_id, []() -> UserException* { return new E; },
                                            [](CDR* cdr, Exception* e) {
@@ -61,18 +71,22 @@ inline constexpr ExceptionList raises<>{};
 
 class ServerCall;
 
+/// A row without its C++ types: all that a call needs to know at run time.
 struct OperationInfo {
-  const char* name;
-  unsigned short name_length;
-  bool oneway;
-  Arguments in;   // in and inout
-  Arguments out;  // the result, inout and out
+  const char* name;            // as it travels: "_get_NAME" of an attribute
+  unsigned short name_length;  // without the NUL
+  bool oneway;                 // nobody waits for a reply
+  Arguments in;                // in and inout
+  Arguments out;               // the result, inout and out
   ExceptionList exceptions;
+  /// The skeleton: reads the arguments of `call`, runs the member function on its target and writes the reply.
   void (*run)(const OperationInfo& operation, ServerCall& call);
 };
 
 // ---- Rows -------------------------------------------------------------------------------------------------
 
+/// The parameters and the result of a row, by the descriptor of their type. Each is the form that Type<D> has for that
+/// direction, and says which way it travels.
 template <class D>
 struct in : Type<D>::InArg {
   static constexpr bool is_in = true, is_out = false;
@@ -93,6 +107,7 @@ struct result : Type<D>::ResultArg {
   static constexpr bool is_in = false, is_out = true;
   using Descriptor = D;
 };
+/// No result: nothing is moved, and its slot is null.
 template <>
 struct result<void> {
   using type = void;
@@ -105,6 +120,7 @@ struct result<void> {
   };
 };
 
+/// Octets of a plain number of 4 or 8, which is copied without a call of its move; 0 for all else.
 template <class D>
 constexpr unsigned short plain_size = 0;
 template <Flat D>
@@ -123,6 +139,7 @@ constexpr auto arguments_of = [] {
    ...);
   return list;
 }();
+/// The same list, as a row names it.
 template <bool In, class... A>
 constexpr Arguments arguments{arguments_of<In, A...>.data(),
                               (std::size_t{In ? A::is_in : A::is_out} + ... + 0)};
@@ -137,9 +154,10 @@ ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const*
 /// The same without an environment that anybody looks at.
 ZRSVCPP_API void call(Object* self, const OperationInfo& operation, void* const* slots);
 
-/// A request while a skeleton runs it.
+/// A request while a skeleton runs it, on the stack of the thread that does.
 class ZRSVCPP_API ServerCall {
  public:
+  /// Of the ORB core's `request`, for `target`, a servant as the class that the row names.
   ServerCall(void* request, bool response_expected, void* target)
       : target_(target), request_(request), response_expected_(response_expected) {}
   /// A target that `find` gives for `context` once the arguments were read; null: nobody is there.
@@ -154,11 +172,13 @@ class ZRSVCPP_API ServerCall {
   /// Writes the reply: the result and the inout and out arguments, or what the operation left in the
   /// environment.
   void encode(const OperationInfo& operation, void* const* slots);
+  /// The servant, once the arguments were read.
   template <class Class>
   Class& target() const {
     return *static_cast<Class*>(target_);
   }
 
+  /// What the operation is given, and what a failure is said in.
   Environment ev;
 
  private:
@@ -170,6 +190,8 @@ class ZRSVCPP_API ServerCall {
   bool fits_ = true;
 };
 
+/// The row of an operation of Class: an OperationInfo with the member function beside it. `Signature` is the result's
+/// descriptor and the parameters, each an in, inout or out. A constant; as a function object it is the stub.
 template <class Class, class Signature>
 struct operation;
 template <class Class, class R, class... A>
@@ -179,6 +201,7 @@ struct operation<Class, R(A...)> : OperationInfo {
   using Plain = Return (Class::*)(typename A::type...);
   using WithEnvironment = Return (Class::*)(typename A::type..., Environment&);
 
+  /// `text` is the name, a literal. The member function takes the parameters, and an Environment& last or not.
   constexpr operation(const char* text, Plain member, ExceptionList raised = {}, Oneway one_way = Oneway::no)
       : operation(text, raised, one_way, run_plain) {
     plain = member;
@@ -193,7 +216,8 @@ struct operation<Class, R(A...)> : OperationInfo {
   constexpr operation(const char* text, WithEnvironment member, Oneway one_way)
       : operation(text, member, ExceptionList{}, one_way) {}
 
-  /// The stub: calls the operation of what `self` refers to.
+  /// The stub: calls the operation of what `self` refers to, and gives the result, which is the caller's. Throws what
+  /// the call ends with; with an environment that holds it as well.
   Return operator()(Object* self, typename A::type... argument) const {
     typename Result::Holder result;
     void* const slots[] = {result.slot(), A::address(argument)...};
@@ -227,6 +251,7 @@ struct operation<Class, R(A...)> : OperationInfo {
                       run_it},
         plain(nullptr) {}
 
+  // What `run` is, for the two forms of member functions.
   static void run_plain(const OperationInfo& info, ServerCall& call) {
     const auto& self = static_cast<const operation&>(info);
     serve_with(
@@ -243,6 +268,7 @@ struct operation<Class, R(A...)> : OperationInfo {
         },
         typename Result::Holder(), typename A::Holder()...);
   }
+  /// Decodes into the holders, calls, and encodes out of them: they free what is theirs on every way out.
   template <class Call>
   static void serve_with(const operation& self, ServerCall& call, Call&& run,
                          typename Result::Holder&& result, typename A::Holder&&... holder) {
@@ -260,9 +286,9 @@ struct operation<Class, R(A...)> : OperationInfo {
 
 /// The operations of one interface by name: a hash table that the compiler makes.
 struct OperationTable {
-  const OperationInfo* const* rows;
-  const unsigned short* index;  // of row + 1, by hash; 0: none
-  unsigned mask;                // of the index
+  const OperationInfo* const* rows;  // in the order that they were named in
+  const unsigned short* index;       // of row + 1, by hash; 0: none
+  unsigned mask;                     // of the index
 };
 
 /// The octets of a W as a number, the same for the compiler and at run time.
@@ -305,6 +331,7 @@ struct OperationName {
   }
 };
 
+/// Table of N rows: open addressing, at most half full, so a search ends soon at an empty place.
 template <std::size_t N>
 struct Operations {
   static constexpr unsigned size = [] {
@@ -328,6 +355,7 @@ constexpr Operations<sizeof...(Row)> operations(const Row&... row) {
   }
   return made;
 }
+/// Of an interface without operations of its own.
 constexpr OperationTable operations() { return {nullptr, nullptr, 0}; }
 
 struct InterfaceInfo;
@@ -336,8 +364,9 @@ struct BaseInterface {
   const InterfaceInfo* info;
   void* (*upcast)(void* derived);
 };
+/// A skeleton class at run time: `_info` of a generated one.
 struct InterfaceInfo {
-  const char* id;
+  const char* id;  // repository id
   OperationTable operations;
   const BaseInterface* bases;
   unsigned base_count;
@@ -345,6 +374,7 @@ struct InterfaceInfo {
 /// Makes the interfaces known to the interface repository. Returns true.
 ZRSVCPP_API bool announce(std::initializer_list<const InterfaceInfo*> interfaces);
 
+/// The bases of a skeleton class, by its C++ bases.
 template <class Derived, class Base>
 constexpr BaseInterface base_interface{
     &Base::_info, [](void* p) -> void* { return static_cast<Base*>(static_cast<Derived*>(p)); }};

@@ -16,6 +16,16 @@ namespace CORBA {
 /// As memcpy, at full speed wherever the two are. Of the library.
 ZRSVCPP_API void copy_many(void* to, const void* from, std::size_t octets) noexcept;
 
+// What `Elements` of a sequence say, all of it static:
+//
+//   Stored, Reference, ConstReference   what stands in the buffer, and what operator[] gives
+//   make(n)            a buffer of n default elements; null without memory
+//   make_for_copy(n)   the same of elements that are all assigned next
+//   free(buffer)       with what the elements own; null is allowed
+//   copy(from, n, to)  deep, over elements that are there
+//   clear(buffer, n)   n elements let go of what they own
+//   at(buffer, i, owned)   an element; `owned`: what it replaces is to be freed
+
 /// Elements that copy as C++ values do, and arrays of them.
 template <class T>
 struct PlainElements {
@@ -68,6 +78,7 @@ struct PlainElements {
       for (std::size_t i = 0; i < count; ++i) reinterpret_cast<Single*>(buffer)[i] = Single();
     }
   }
+  // An element frees what it owns itself, whoever owns the buffer.
   static T& at(T* buffer, ULong i, bool) { return buffer[i]; }
   static const T& at(const T* buffer, ULong i) { return buffer[i]; }
 };
@@ -93,11 +104,11 @@ struct OwnedElements {
   static ConstReference at(const Pointer* buffer, ULong i) { return Element::constant(buffer[i]); }
 };
 
-/// Strings.
+/// Strings of either kind of characters: a null pointer is "".
 template <class C>
 using TextElements = OwnedElements<C*, TextVar<C, true>, TextElement<C>>;
 
-/// For sequences that refuse an index at or past the length.
+/// The scratch element of sequences that have none, and refuse an index at or past the length.
 struct NoScratch {};
 
 }  // namespace CORBA

@@ -1,5 +1,6 @@
 // TypeCodes of described types: built when they are first asked for, each once, and there until the process
-// ends. A type may contain itself.
+// ends. A type may contain itself: its parts name its place, which is filled when they are done. Any thread may ask;
+// what runs out of memory is built by the next one who asks.
 #pragma once
 
 #include <atomic>
@@ -9,14 +10,15 @@
 
 namespace CORBA::idl {
 
+/// The description of D (corba/detail/idl_types.h).
 template <class D>
 struct Type;
 
 /// Where the TypeCode of one type is, or will be. Its parts name each other by these places.
 struct TypeCodePlace {
-  TypeCode* type = nullptr;
-  std::atomic<bool> complete{false};
-  bool begun = false;
+  TypeCode* type = nullptr;           // a constant
+  std::atomic<bool> complete{false};  // with all of its parts
+  bool begun = false;                 // by the thread that builds
 };
 
 /// Lets `build` fill the place, unless that was done or is going on further out, and gives the place. What
@@ -75,6 +77,7 @@ struct BuildAlias {
     return tk_alias;
   }
 };
+/// Base of a description whose TypeCode Build makes.
 template <class Build>
 struct BuiltBy {
   static TypeCode* const* typecode_at() { return typecode_built_by<Build>(); }

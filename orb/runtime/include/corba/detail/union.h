@@ -1,4 +1,13 @@
-// Unions (OMG IDL to C++, "Mapping for Union Types"): the base of generated union classes.
+// Unions (OMG IDL to C++, "Mapping for Union Types"): the base of generated union classes, and their description. A
+// program sees of a union `switch (long) { case 1: string text; default: long number; }` a class U with
+//
+//   u.text("a");           sets the member, and the discriminator to its first label
+//   u.text()               reads it; BAD_PARAM when another member is active
+//   u._d()                 the discriminator; u._d(7) takes another label of the same member
+//   u._default()           where no label is `default`: no member
+//
+// A fresh one has discriminator 0 and that label's member. Copies are deep. As any value it belongs to one thread at a
+// time, reading included: a member that was never set is made when it is read.
 #pragma once
 
 #include <tuple>
@@ -7,10 +16,11 @@
 
 namespace CORBA {
 
-/// Holds a value of one of the types V, or none.
+/// Holds a value of one of the types V, or none; as std::variant does; types may be arrays.
 template <class... V>
 class OneOf {
  public:
+  /// The index that says that there is no value.
   static constexpr unsigned none = sizeof...(V);
   template <unsigned I>
   using At = std::tuple_element_t<I, std::tuple<V...>>;
@@ -31,11 +41,14 @@ class OneOf {
     return *this;
   }
 
+  /// Which type there is a value of.
   unsigned index() const { return index_; }
+  /// That value; nobody looks whether it is of type I.
   template <unsigned I>
   At<I>& get() {
     return *static_cast<At<I>*>(place());
   }
+  /// Where the value stands, whatever its type.
   void* place() { return &storage_; }
   /// Makes a default value of type I, unless there is one of that type.
   void select(unsigned i) {
@@ -52,6 +65,7 @@ class OneOf {
     for (std::size_t one : {sizeof(V)...}) most = one > most ? one : most;  // clang++ folds over 256 at most
     return most;
   }();
+  /// What is done with a value of one type, by its place.
   struct Alternative {
     void (*make)(void*);
     void (*copy)(void*, const void*);
@@ -95,6 +109,7 @@ class OneOf {
 template <class Self, class D, class... V>
 class Union {
  public:
+  /// Which label is in force; of a union without one for it there is no member.
   D _d() const { return discriminator_; }
   /// Only to another label of the active member, else BAD_PARAM.
   void _d(D label) {
@@ -102,7 +117,9 @@ class Union {
     discriminator_ = label;
   }
 
-  /// For the accessors of the generated class and the description.
+  // For the accessors of the generated class and the description.
+
+  /// Makes member I the active one, with a copy of `value`, which may be a part of the old one.
   template <unsigned I, class T>
   void _set(D label, T&& value) {
     typename OneOf<V...>::template At<I> fresh{};
@@ -120,13 +137,14 @@ class Union {
     members_ = std::move(fresh);
     discriminator_ = label;
   }
+  /// Member I. BAD_PARAM when the discriminator names another one.
   template <unsigned I>
   typename OneOf<V...>::template At<I>& _get() const {
     if (idl::Type<Self>::member_of(discriminator_) != I) refuse_bound();
     members_.select(I);
     return members_.template get<I>();
   }
-  /// Makes that label's member the active one.
+  /// Makes that label's member the active one, default if it was not, and gives its place: to be decoded into.
   void* _select(D label) {
     members_.select(idl::Type<Self>::member_of(label));
     discriminator_ = label;
@@ -153,11 +171,13 @@ struct Label {
 template <class U, class D, class... M>
 struct union_moves {
   static constexpr unsigned none = sizeof...(M);
+  /// The position of the member that a discriminator chooses.
   static unsigned member_of(D value) {
     for (const auto& label : Type<U>::labels)
       if (label.value == value) return label.member;
     return Type<U>::default_member;
   }
+  /// The discriminator, then the member that it chooses, if any.
   static bool move_union(CDR* cdr, U& value) {
     D discriminator = value._d();
     if (!Type<D>::move(cdr, discriminator)) return false;
@@ -182,6 +202,7 @@ constexpr LongLong label_number(D value) {
   if constexpr (std::is_same_v<D, Char>) return static_cast<Octet>(value);
   return static_cast<LongLong>(value);
 }
+/// The TypeCode: a member a label, the default one last.
 template <class U, class D, class... M>
 struct BuildUnion {
   static TCKind make(TypeCode::Parameters& parameters) {
@@ -200,6 +221,7 @@ struct BuildUnion {
     return tk_union;
   }
 };
+/// What a description derives from: of a union whose members are all of fixed length, and of others.
 template <class U, class D, class... M>
 struct fixed_union : Fixed<U, move_union<U, D, M...>>,
                      union_moves<U, D, M...>,

@@ -21,6 +21,7 @@ struct ValueOps {
 /// Values that are pointed to: T is copyable, has a default, and travels by Wire<T>.
 template <class T>
 struct ZRSVCPP_API ValueOpsOf {
+  // std::bad_alloc without memory; what does not decode whole is freed again.
   static void* copy(const void* value) { return value ? new T(*static_cast<const T*>(value)) : nullptr; }
   static void destroy(void* value) { delete static_cast<T*>(value); }
   static bool move(CDR* cdr, void*& value) {
@@ -36,10 +37,12 @@ struct ZRSVCPP_API ValueOpsOf {
 /// User exceptions: E has `repository_id`, and Wire<E> when it has members. They travel as their id and their members.
 template <class E>
 struct ZRSVCPP_API ExceptionOpsOf {
+  /// The members alone; none without a Wire<E>.
   static bool move_members([[maybe_unused]] CDR* cdr, [[maybe_unused]] E& e) {
     if constexpr (requires { idl::Wire<E>::move(cdr, e); }) return idl::Wire<E>::move(cdr, e);
     return true;
   }
+  /// With the id in front: another one does not decode.
   static bool move(CDR* cdr, void*& value) {
     const char* id = E::repository_id;
     if (cdr->direction == CDR_ENCODE) {

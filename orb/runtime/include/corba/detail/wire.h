@@ -1,4 +1,6 @@
-// How a C++ type travels: Wire<V>, one function that encodes or decodes by the stream's direction.
+// How a C++ type travels: Wire<V>, one function that encodes or decodes by the stream's direction (CORBA, "Common Data
+// Representation"). It knows no IDL: bounds, forms of parameters and TypeCodes are Type's (corba/detail/idl_types.h).
+// Decoding false leaves the target as it was, but for values that were decoded in part.
 #pragma once
 
 #include <concepts>
@@ -15,6 +17,7 @@ namespace CORBA::idl {
 template <class V>
 struct Wire;
 
+/// V is one of those types.
 template <class V, class... Of>
 concept OneOf = (std::same_as<V, Of> || ...);
 /// Travels as its octets.
@@ -25,6 +28,7 @@ template <Number V>
 struct Wire<V> {
   static bool move(CDR* cdr, V& value) { return zrsv::move_value(cdr, &value); }
 };
+/// An octet of 0 or 1; another one does not decode.
 template <>
 struct Wire<Boolean> {
   static bool move(CDR* cdr, Boolean& value) {
@@ -34,6 +38,7 @@ struct Wire<Boolean> {
     return true;
   }
 };
+/// Converted where the stream is in another code set than the program.
 template <>
 struct Wire<Char> {
   static bool move(CDR* cdr, Char& value) {
@@ -44,6 +49,7 @@ template <>
 struct Wire<Octet> {
   static bool move(CDR* cdr, Octet& value) { return zrsv::move_value(cdr, &value); }
 };
+/// A text of string_alloc, which is the caller's; what stood there before is not freed. Null encodes as "".
 template <>
 struct Wire<char*> {
   static bool move(CDR* cdr, char*& text) { return cdr_CORBA_string_cpp(cdr, &text); }
@@ -59,6 +65,7 @@ struct Wire<const char*> {
   }
 };
 
+/// References: decoding gives a new one, nil for the nil reference.
 template <>
 struct Wire<Object*> {
   static bool move(CDR* cdr, Object*& object) { return OM_cdr_object(cdr, object); }

@@ -1,4 +1,5 @@
-// Wide characters, wide strings and long doubles as they travel.
+// Wide characters, wide strings and long doubles as they travel: what stands apart from corba/detail/wire.h, as it is
+// not the same in all versions of GIOP, or has to be converted.
 #pragma once
 
 #include "corba/detail/wire.h"

@@ -369,7 +369,7 @@ bool ActiveObjectMap::holds(const Held&, const SearchedId& id, const ServantBase
 void ActiveObjectMap::vacate(int slot) {
   _ActiveObjectEntry& entry = entries[static_cast<std::size_t>(slot)];
   if (!entry.etherealized) ServantAccess::count_entry(*entry.p_servant, -1);
-  leave_index(ById(entry.oid.searched(entry.oid.octets())), position_of(slot));
+  leave_index(ById(entry.oid.searched()), position_of(slot));
   if (entry.indexed) leave_index(ByServant(entry.p_servant), position_of(slot));
   entry.indexed = 0;
   chain.room = std::min<std::size_t>(chain.room, index);
@@ -383,9 +383,8 @@ void ActiveObjectMap::vacate(int slot) {
   --used;
 }
 
-void ActiveObjectMap::deactivateByOid(const Held&, const SearchedId& id) {
+void ActiveObjectMap::deactivate_at(Position p) {
   POA_TRACE("ActiveObjectMap::deactivateByOid called...");
-  const Position p = find(ById(id), IN_USE);
   if (p == SlotIndex::NONE) {
     POA_TRACE("ActiveObjectMap::deactivateByOid end...");
     return;
@@ -394,11 +393,15 @@ void ActiveObjectMap::deactivateByOid(const Held&, const SearchedId& id) {
   POA_TRACE("ActiveObjectMap::deactivateByOid end...[servant is deactivated.]");
 }
 
+void ActiveObjectMap::deactivateByOid(const Held&, const SearchedId& id) {
+  deactivate_at(find(ById(id), IN_USE));
+}
+
 template <class Wanted, class Match>
-void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& match) {
+void ActiveObjectMap::remove_first_of_each_block(Position first, const Wanted& wanted, Match&& match) {
   POA_TRACE("ActiveObjectMap::removeById called...");
   const bool only_one = Wanted::index(chain).further == 0;
-  for (Position p = find(wanted, match); p != SlotIndex::NONE;) {
+  for (Position p = first; p != SlotIndex::NONE;) {
     chain.blocks[p / SLOTS]->vacate(static_cast<int>(p % SLOTS));
     POA_TRACE("  data is removed.");
     p = only_one ? SlotIndex::NONE : scan((p / SLOTS + 1) * SLOTS, wanted, match);
@@ -407,11 +410,21 @@ void ActiveObjectMap::remove_first_of_each_block(const Wanted& wanted, Match&& m
 }
 
 void ActiveObjectMap::removeById(const Held&, const SearchedId& id) {
-  remove_first_of_each_block(ById(id), IN_USE);
+  remove_first_of_each_block(find(ById(id), IN_USE), ById(id), IN_USE);
 }
 
 void ActiveObjectMap::removeById(const Held&, const SearchedId& id, const ServantBase* p_servant) {
-  remove_first_of_each_block(ById(id), [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); });
+  const auto is_its = [&](const auto& e) { return e.p_servant == p_servant && IN_USE(e); };
+  remove_first_of_each_block(find(ById(id), is_its), ById(id), is_its);
+}
+
+void ActiveObjectMap::takeById(const Held&, const SearchedId& id, const Ticket& found) {
+  POA_TRACE("  ActiveObjectMap::deactivateByOid call");
+  deactivate_at(found.position);
+  POA_TRACE("  ActiveObjectMap::removeById call");
+  const ServantBase* const servant = chain.entry(found.position).p_servant;
+  remove_first_of_each_block(found.position, ById(id),
+                             [&](const auto& e) { return e.p_servant == servant && IN_USE(e); });
 }
 
 void ActiveObjectMap::remove(const Ticket& ticket) {

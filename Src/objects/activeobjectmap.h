@@ -96,6 +96,8 @@ class ActiveObjectMap {
   /// Only the entries of that servant; an id that went over to another servant stays.
   void removeById(const Held& held, const SearchedId& id, const PortableServer::ServantBase* p_servant)
       ZR_REQUIRES(poa_semaphore);
+  /// Both for one that findById found just now, and its servant: without a look-up.
+  void takeById(const Held& held, const SearchedId& id, const Ticket& found) ZR_REQUIRES(poa_semaphore);
   /// Exactly that one. Nothing when it is gone.
   void remove(const Ticket& ticket);
 
@@ -181,7 +183,9 @@ class ActiveObjectMap {
   void reserve_index(PortableServer::ServantBase& servant) ZR_REQUIRES(poa_semaphore);
   void enter_servant(_ActiveObjectEntry& entry, Position p) ZR_REQUIRES(poa_semaphore);
   template <class Wanted, class Match>
-  void remove_first_of_each_block(const Wanted& wanted, Match&& match) ZR_REQUIRES(poa_semaphore);
+  void remove_first_of_each_block(Position first, const Wanted& wanted, Match&& match)
+      ZR_REQUIRES(poa_semaphore);
+  void deactivate_at(Position p) ZR_REQUIRES(poa_semaphore);
   /// Of this block, from that slot on; entries.size() when there is none.
   int find_client(const ClientData& client, int from) const ZR_REQUIRES(poa_semaphore);
   template <class Work>

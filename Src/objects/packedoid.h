@@ -81,8 +81,10 @@ class PackedObjectId {
     if (packed_.form() != PackedOctets::ELSEWHERE) return packed_ == id.packed;
     return elsewhere() == id.oid;
   }
-  /// As one to search for, with octets() of it.
-  SearchedId searched(std::string_view octets) const { return {octets, packed_}; }
+  /// As one to search for; good as long as octets(). Of one that packs nobody reads the octets: there are none.
+  SearchedId searched() const {
+    return {packed_.form() == PackedOctets::ELSEWHERE ? elsewhere() : std::string_view(), packed_};
+  }
 
  private:
   [[gnu::noinline]] static PackedOctets put_elsewhere(std::string_view octets);

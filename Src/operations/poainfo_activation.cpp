@@ -154,13 +154,12 @@ PortableServer::ServantActivator* etherealizer(POAInfo& poa) {
 ServantUse take_active(ActiveObjectMap& map, const ObjectId& oid, ServantInCall& call) {
   const SearchedId id(oid_view(oid));
   PoaSemaphoreGuard guard(__LINE__);
-  ServantUse servant = map.useServantById(guard, id);
-  if (!servant) return servant;
+  const ActiveObjectMap::Ticket found = map.findById(guard, id);
+  const _ActiveObjectEntry* const entry = map.at(guard, found);
+  if (!entry) return {};
+  ServantUse servant(entry->p_servant);
   call.enter(servant.get());
-  POA_TRACE("  ActiveObjectMap::deactivateByOid call");
-  map.deactivateByOid(guard, id);
-  POA_TRACE("  ActiveObjectMap::removeById call");
-  map.removeById(guard, id, servant.get());
+  map.takeById(guard, id, found);
   return servant;
 }
 

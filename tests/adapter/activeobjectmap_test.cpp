@@ -28,6 +28,11 @@ class ActiveMap : public ObjectTest {
     PoaSemaphoreGuard guard(__LINE__);
     map.removeById(guard, oid, only...);
   }
+  /// Those of the servant that is found.
+  void take(std::string_view oid) {
+    PoaSemaphoreGuard guard(__LINE__);
+    if (const ActiveObjectMap::Ticket found = map.findById(guard, oid)) map.takeById(guard, oid, found);
+  }
   ServantBase* find(std::string_view oid) { return map.findServantById(oid); }
   static std::string system_id(CORBA::ULong process, const SystemIdTime& time) {
     char text[UNIQUE_ID_LENGTH + 1];
@@ -104,11 +109,10 @@ TEST_F(ActiveMap, TheFirstSlotCounts) {
     const auto by_servant = first(model.begin(), [&](const Slot& slot) { return slot.second == &s; });
     ASSERT_EQ(id_of(s, map), by_servant == model.end() ? "none" : by_servant->first);
     if (step % 1500 > 1300) {
-      const bool of_one_servant = step % 3 == 0;
-      of_one_servant ? remove(id, &s) : remove(id);
-      const auto removed = [&](const Slot& slot) {
-        return same_id(slot) && (!of_one_servant || slot.second == &s);
-      };
+      const ServantBase* only = step % 3 == 0 ? &s : nullptr;  // null: of any servant
+      if (step % 3 == 1 && by_id != model.end()) only = by_id->second;
+      step % 3 == 0 ? remove(id, &s) : step % 3 == 1 ? take(id) : remove(id);
+      const auto removed = [&](const Slot& slot) { return same_id(slot) && (!only || slot.second == only); };
       for (auto block = model.begin(); block != model.end(); block += slots)
         if (const auto at = first(block, removed); at < block + slots) at->second = nullptr;
     } else if (const auto free = std::find_if(model.begin(), model.end(), is_free); free != model.end()) {

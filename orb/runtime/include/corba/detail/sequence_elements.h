@@ -23,6 +23,7 @@ ZRSVCPP_API void copy_many(void* to, const void* from, std::size_t octets) noexc
 //   make_for_copy(n)   the same of elements that are all assigned next
 //   free(buffer)       with what the elements own; null is allowed
 //   copy(from, n, to)  deep, over elements that are there
+//   move(from, n, to)  the same out of a buffer that is freed next, by exchange
 //   clear(buffer, n)   n elements let go of what they own
 //   at(buffer, i, owned)   an element; `owned`: what it replaces is to be freed
 

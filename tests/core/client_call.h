@@ -1,6 +1,7 @@
 // Calls of the ORB core, step by step, to a server that a test plays.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <list>
 #include <thread>
@@ -97,15 +98,16 @@ struct Play {
 };
 
 /// A server of the network in memory. It plays each of these for one connection, in the order in which connections come,
-/// and refuses those after the last.
+/// and refuses those after the last, or plays the last one for them all.
 class Server {
  public:
-  explicit Server(std::vector<Play> plays) : plays_(std::move(plays)) {}
+  explicit Server(std::vector<Play> plays, bool for_ever = false)
+      : plays_(std::move(plays)), for_ever_(for_ever) {}
   /// Closes the client's connections, for scripts that go on until then.
   ~Server() {
     zrsv::close_client_connections();
     join();
-    EXPECT_EQ(accepted, plays_.size());
+    EXPECT_TRUE(for_ever_ || accepted == plays_.size());
   }
   /// Waits for the scripts' ends.
   void join() {
@@ -118,8 +120,8 @@ class Server {
 
  private:
   bool arrive(int fd, memory_network::Heard* heard) {
-    if (accepted == plays_.size()) return false;
-    const Play& play = plays_[accepted++];
+    if (accepted >= plays_.size() && !for_ever_) return false;
+    const Play& play = plays_[std::min<std::size_t>(accepted++, plays_.size() - 1)];
     Peer& peer = peers_.emplace_back(fd);
     if (play.answer)
       *heard = [&] { peer.answer_all(play.answer); };
@@ -129,6 +131,7 @@ class Server {
   }
 
   const std::vector<Play> plays_;
+  const bool for_ever_;
   std::list<Peer> peers_;
   std::list<std::thread> threads_;
   const memory_network::Port port_{[this](int fd, auto* heard) { return arrive(fd, heard); }};
@@ -181,16 +184,20 @@ class Call {
     if (!created_) return;
     EXPECT_EQ(kind, unsigned{ZR_REQUEST_IIOP});
     EXPECT_TRUE(OM_req_lib_UNO_IIOP_get_cdr(request_, &cdr));
-    EXPECT_TRUE(OM_cdr_long(cdr, &word) && OM_cdr_unsigned_long_long(cdr, &argument));
-    std::vector<unsigned char> rest(filler, 'Z');
-    EXPECT_TRUE(cdr_bytes(cdr, rest.data(), static_cast<uint32_t>(filler)));
+    encoded_ = OM_cdr_long(cdr, &word) && OM_cdr_unsigned_long_long(cdr, &argument);
+    unsigned char some[1000];
+    std::fill(std::begin(some), std::end(some), 'Z');
+    for (std::size_t n = 0; encoded_ && filler > 0; filler -= n) {
+      n = std::min(filler, sizeof some);
+      encoded_ = cdr_bytes(cdr, some, static_cast<uint32_t>(n));
+    }
   }
   ~Call() { OM_req_lib_UNO_IIOP_initiator_request_complete(request_); }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
   void* get() const { return request_; }
-  bool send() { return created_ && OM_req_lib_UNO_IIOP_send_request(request_); }
+  bool send() { return encoded_ && OM_req_lib_UNO_IIOP_send_request(request_); }
   Result result() {
     uint32_t status = 9, value = 0;
     if (!OM_req_lib_UNO_IIOP_recv_reply(request_) ||
@@ -200,11 +207,26 @@ class Call {
     EXPECT_EQ(status, unsigned{ZR_REPLY_NO_EXCEPTION});
     return OM_cdr_unsigned_long(cdr, &value) ? std::to_string(value) : "no value";
   }
-  Result run() { return send() ? result() : failure(); }
+  Result run() { return send() ? result() : created_ && !encoded_ ? "MARSHAL" : failure(); }
 
   CDR* cdr = nullptr;
 
  private:
-  bool created_ = false;
+  bool created_ = false, encoded_ = false;
   void* request_ = nullptr;
 };
+
+/// Like a stub: follows forwards.
+inline Result call_and_follow(const zrsv::Ref<zrsv::Reference>& object, uint64_t argument = 42,
+                              std::size_t filler = 0) {
+  for (;;) {
+    Call one(object, argument, true, filler);
+    const Result result = one.run();
+    if (result != "forward") return result;
+    void* to = nullptr;
+    if (!OM_cdr_object(one.cdr, &to)) return "MARSHAL";
+    const bool ok = OM_req_lib_set_locate_object(object.get(), to);
+    CORBA_object_release(to);
+    if (!ok) return failure();
+  }
+}

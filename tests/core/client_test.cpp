@@ -10,20 +10,6 @@ using giop::Type;
 
 Result call(const Ref<Reference>& object, uint64_t argument = 42) { return Call(object, argument).run(); }
 
-/// Like a stub: follows forwards.
-Result call_and_follow(const Ref<Reference>& object) {
-  for (;;) {
-    Call one(object);
-    const Result result = one.run();
-    if (result != "forward") return result;
-    void* to = nullptr;
-    EXPECT_TRUE(OM_cdr_object(one.cdr, &to));
-    const bool ok = OM_req_lib_set_locate_object(object.get(), to);
-    CORBA_object_release(to);
-    if (!ok) return failure();
-  }
-}
-
 class Client : public testing::Test {
  protected:
   ~Client() override { set_options({}); }

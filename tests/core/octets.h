@@ -66,10 +66,10 @@ class Outcome {
   operator CORBA_Environment*() { return &env_; }
   /// The name of the system exception in the record, "" without one; the record is empty afterwards.
   std::string name() {
-    std::string id = env_._id ? env_._id : "";
+    const std::string_view id = env_._id ? env_._id : "", prefix = "IDL:CORBA/StExcep/";
+    std::string name(id.starts_with(prefix) ? id.substr(prefix.size(), id.size() - prefix.size() - 4) : id);
     CORBA_exception_free(&env_);
-    const std::string_view prefix = "IDL:CORBA/StExcep/";
-    return id.starts_with(prefix) ? id.substr(prefix.size(), id.size() - prefix.size() - 4) : id;
+    return name;
   }
 
  private:

@@ -42,18 +42,62 @@ TEST_F(Connections, AreLookedAtBeforeTheyAreUsed) {
   EXPECT_TRUE(failing::end());
 }
 
-TEST_F(Connections, GoOnAfterASignal) {
-  Server server({echo_each});
-  const auto target = reference_to({{server.port()}});
-  EXPECT_EQ(echoed(target, 0), "0");
-  bool interrupted = true;
-  for (uint64_t n = 1; interrupted; ++n) {
-    ASSERT_LT(n, 100u);
-    failing::begin(failing::What::interrupted, static_cast<long>(n));
-    EXPECT_EQ(echoed(target, n), std::to_string(n));
-    interrupted = failing::end();
-  }
-  EXPECT_EQ(server.accepted, 1u);
+// Each single thing that a client asks of the system fails once, on the whole road of its call.
+TEST_F(Connections, AreInOrderWhateverFails) {
+  zrsv::Options o;
+  o.fragment_size = 1000;
+  zrsv::set_options(o);
+  int asked = 0, forwards = 0;
+  const Answer count = [&](Peer& peer, const Got& got) {
+    ++asked;
+    const auto value = encoded([&](auto& out) { out.u32(static_cast<uint32_t>(got.argument)); });
+    for (const std::string& part :
+         fragments(reply(got, ZR_REPLY_NO_EXCEPTION, value + std::string(500, 'x')), 200))
+      peer.send(part);
+    return true;
+  };
+  Server there({count}, true);
+  Server here({[&](Peer& peer, const Got& got) {
+                if (forwards == 0) return count(peer, got);
+                --forwards;
+                return peer.send(reply(got, ZR_REPLY_LOCATION_FORWARD, ior({{there.port()}})));
+              }},
+              true);
+  const auto sweep = [&](failing::What what, long more, bool forwarded, std::size_t filler) {
+    const bool costs = what != failing::What::interrupted && what != failing::What::shortened;
+    bool failed = true;
+    for (long n = 1; failed && !HasFailure(); ++n) {
+      SCOPED_TRACE(std::to_string(static_cast<int>(what)) + " " + std::to_string(n));
+      ASSERT_LT(n, 300);
+      zrsv::close_client_connections();
+      const auto target = reference_to({{here.port()}});
+      asked = 0, forwards = forwarded;
+      Result seen;
+      std::thread([&] {  // with nothing kept of earlier calls
+        const Counted this_thread;
+        failing::begin(what, n, more);
+        seen = call_and_follow(target, 1, filler);
+        failed = failing::end();
+      })
+          .join();
+      EXPECT_TRUE(seen == "1" || (failed && costs)) << seen;
+      EXPECT_LE(asked, seen.starts_with("TRANSIENT") ? 0 : 1) << seen;
+      forwards = 0;
+      EXPECT_EQ(call_and_follow(target, 2), "2") << "after " << seen;
+    }
+  };
+  using enum failing::What;
+  for (const auto& [what, more] : {std::pair(allocation, 0),
+                                   {allocation, 2},
+                                   {socket, 0},
+                                   {socket, 2},
+                                   {interrupted, 0},
+                                   {interrupted, 3},
+                                   {shortened, 0},
+                                   {full, 1},
+                                   {clock, 0}})
+    for (const bool forwarded : {false, true})
+      for (const std::size_t filler : {0, 5000}) sweep(what, more, forwarded, filler);
 }
 
 // Short requests are left for the thread of a long one.

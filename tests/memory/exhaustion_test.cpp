@@ -1,6 +1,7 @@
 // Each single allocation, call to a socket and look at the clock of what a server and a client do fails once: that costs
 // a request or a connection, never the process, and the next client is served. A call that a signal ends, or that moves
-// less than was wanted, costs nothing.
+// less than was wanted, costs nothing. Which one is the n-th is up to the threads, and each n is tried once; the client's
+// part alone, where the order is the same each time, is in connections_test.cpp.
 #include <list>
 #include <optional>
 #include <thread>

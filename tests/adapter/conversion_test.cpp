@@ -144,6 +144,15 @@ TEST_F(Conversion, ImplicitActivationIsTracedStepByStep) {
   }
 }
 
+TEST_F(Conversion, TheDefaultServantsIdIsTracedBeforeItsCopy) {
+  const POAInfoPtr poa = make(NON_RETAIN, USE_DEFAULT_SERVANT, MULTIPLE_ID);
+  poa->set_servant(&servant, own_ev);
+  TraceRecorder trace;
+  const ObjectId_var copy(poa->servant_to_id(&servant, own_ev));
+  EXPECT_TRUE(trace.in_order({"POAInfo::servant_to_id end...[return oid : USE_DEFAULT_SERVANT]",
+                              "POAInfo::PortableServer_ObjectId_duplicate called..."}));
+}
+
 TEST_F(Conversion, OneServantAndIdYieldOneBoundReference) {
   const POAInfoPtr poa = make();
   const ObjectId_var oid(poa->activate_object(&servant, own_ev));

@@ -118,6 +118,20 @@ TEST(Sequences, GrowingMovesWhatIsOwned) {
   EXPECT_NE(view[0u].in(), owned) << "a lent text is copied";
 }
 
+struct Node {
+  CORBA::String_mgr name;
+  CORBA::Sequence<Node, CORBA::PlainElements<Node>, CORBA::NoScratch> below;
+};
+
+TEST(Sequences, MayBeAssignedAPartOfThemselves) {
+  Node top;
+  top.below.length(1);
+  top.below[0u].below.length(1);
+  top.below[0u].below[0u].name = "two floors below, and soon one";
+  top.below = top.below[0u].below;
+  EXPECT_STREQ(top.below[0u].name, "two floors below, and soon one");
+}
+
 template <class Var, class Sequence>
 void expect_var_behaviour(const Sequence& two_elements) {
   Var fresh;

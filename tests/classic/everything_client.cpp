@@ -56,10 +56,8 @@ void fill(T& value, int n) {
   value = static_cast<T>(n % 3);
 }
 static void fill(CORBA::Any& any, int n) {
-  if (n % 2)
-    any <<= CORBA::Short(-7);
-  else
-    any <<= "text";
+  if (n % 3 == 0) any <<= "text";
+  if (n % 3 == 1) any <<= CORBA::Short(-7);
 }
 static void fill(Sized&, int);
 static void fill(Switched&, int);
@@ -187,7 +185,7 @@ static std::string show(const CORBA::Any& any) {
   CORBA::Short number = 0;
   const char* text = nullptr;
   if (any >>= number) return show(number);
-  return (any >>= text) ? show(text) : "another any";
+  return (any >>= text) ? show(text) : CORBA::TypeCode_var(any.type())->kind() ? "another any" : "empty";
 }
 static std::string show(const Sized&);
 static std::string show(const Switched& u) { return u._d() ? show(u.number()) : "none"; }
@@ -265,12 +263,15 @@ static CORBA::Any_var echoed(const CORBA::Any& any) {
 template <class T>
 void check_any([[maybe_unused]] const T& value, [[maybe_unused]] const char* operation) {
   if constexpr (CORBA::DescribedClass<T>) {
-    CORBA::Any any;
+    CORBA::Any any, owner;
     any <<= value;
-    const CORBA::Any_var back = echoed(any);
-    const T* found = nullptr;
-    CHECK(back.in() >>= found);
-    if (found) EXPECT_SHOWN(*found, show(value), operation);
+    owner <<= new T(value);
+    for (const CORBA::Any* each : {&any, &owner}) {
+      const CORBA::Any_var back = echoed(*each);
+      const T* found = nullptr;
+      CHECK(back.in() >>= found);
+      if (found) EXPECT_SHOWN(*found, show(value), operation);
+    }
   }
 }
 
@@ -356,6 +357,11 @@ static void texts_and_references() {
   Thing_var in_out = Thing::_duplicate(the_thing), out;
   Thing_var result = the_thing->echo_things(Thing::_nil(), in_out.inout(), out.out());
   CHECK(CORBA::is_nil(result) && CORBA::is_nil(in_out) && out->_is_equivalent(the_thing));
+  CORBA::Any any;
+  any <<= the_thing;
+  const CORBA::Any_var back = echoed(any);
+  Thing_ptr found = Thing::_nil();
+  CHECK((back.in() >>= found) && found->_is_equivalent(the_thing));
 }
 static void structures() {
   HEAP(Mixed, echo_structs);

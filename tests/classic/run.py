@@ -2,7 +2,6 @@
 import contextlib
 import os
 import pathlib
-import socket
 import subprocess
 import sys
 import tempfile
@@ -29,9 +28,9 @@ def wait_for(file, server):
 
 
 @contextlib.contextmanager
-def serving(file, *arguments):
+def serving(file):
     """A server that has written its reference; its client must have ended it."""
-    server = subprocess.Popen([*program("server"), file, *arguments])
+    server = subprocess.Popen([*program("server"), file])
     try:
         wait_for(file, server)
         yield
@@ -42,33 +41,15 @@ def serving(file, *arguments):
         server.wait()
 
 
-def visit(file, *arguments):
-    status = subprocess.run([*program("client"), file, *arguments], timeout=LIMIT).returncode
+def visit(file):
+    status = subprocess.run([*program("client"), file], timeout=LIMIT).returncode
     if status != 0:
         sys.exit(f"the client ended with {status}")
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def serve_again(file):
-    """The second server serves the reference that the first one wrote."""
-    os.environ["ZR_IMPLID"] = "ledger"
-    listen = ["-ORBListen", f"127.0.0.1:{free_port()}"]
-    for generation, written in (("1", file), ("2", file.with_name("second"))):
-        with serving(written, generation, *listen):
-            visit(file, generation)
 
 
 def main():
     with tempfile.TemporaryDirectory() as scratch:
         file = pathlib.Path(scratch) / "reference"
-        if NAME == "classic_ledger":
-            serve_again(file)
-            return
         with serving(file):
             visit(file)
 

@@ -219,7 +219,9 @@ any_ = Type(put_any, get_any)
 SIMPLE = {kind: basic(name) for kind, name in {
     2: "short", 3: "long", 4: "ushort", 5: "ulong", 6: "float", 7: "double", 8: "boolean", 9: "octet", 10: "octet",
     ENUM: "ulong", 23: "longlong", 24: "ulonglong"}.items()}
-SIMPLE |= {11: any_, 12: typecode, OBJREF: reference, STRING: text, WSTRING: wide, FIXED: money, 25: longdouble, 26: wchar}
+nothing = Type(lambda e, v: None, lambda d: None)
+SIMPLE |= {0: nothing, 11: any_, 12: typecode, OBJREF: reference, STRING: text, WSTRING: wide, FIXED: money, 25: longdouble,
+           26: wchar}
 
 # --- what the interface has -------------------------------------------------------------------------------------------
 
@@ -241,7 +243,7 @@ MIXED = ["Gr\xfc\xdfe \u20ac \U0001F600", "\u03c0 \U0001F600", SMALL, [1, -2, 3]
          -2.5, [(1 << 64) - 1]]
 PLAIN = ["", "", [0, 0.0, False, 0], [0, 0, 0], ["a", "b"], "", 0, 0.0, [0]]
 TREE = ["root", [["left", []], ["right", [["leaf", []]]]]]
-ANYS = [((SHORT,), -7), ((STRING, 0), "in an any"), ((SEQUENCE, [(STRING, 0), 0]), ["x", "", "yz"]),
+ANYS = [((0,), None), ((SHORT,), -7), ((STRING, 0), "in an any"), ((SEQUENCE, [(STRING, 0), 0]), ["x", "", "yz"]),
         ((WSTRING, 0), "\u20ac"), ((FIXED, 9, 2), -5), (LEVEL_CODE, 2), (SMALL_CODE, SMALL),
         (UNKNOWN_CODE, [["one", [1, 2, 3]], ["two", [-4, 5, 6]]])]
 

@@ -191,6 +191,13 @@ TEST(Stubs, TakeAnUnlistedUserExceptionForUnknown) {
 
 // ---- TypeCodes -------------------------------------------------------------------------------------
 
+TEST(Sequences, KeepTheirBound) {
+  Corners corners;
+  corners.length(4);
+  EXPECT_THROW(corners.length(5), CORBA::BAD_PARAM);
+  EXPECT_TRUE(corners.length() == 4 && Corners().maximum() == 4);
+}
+
 TEST(Unions, ChangeTheirLabelOnlyWithinTheirMember) {
   Shape shape;
   shape.radius(2);

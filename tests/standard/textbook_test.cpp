@@ -257,9 +257,16 @@ const Row value_rows[] = {
     {"_out types",
      [](TextbookTest&) {
        const auto fill = [](CORBA::String_out text) { text = CORBA::string_dup("x"); };
+       const auto grow = [](char*& text) {
+         String_var longer = CORBA::string_alloc(2);
+         std::strcat(std::strcpy(longer.inout(), text), "y");
+         CORBA::string_free(text);
+         text = longer._retn();
+       };
        String_var s;
        fill(s);
-       return s.in() == std::string("x");
+       grow(s.inout());
+       return s.in() == std::string("xy");
      }},
     {"sequences",
      [](TextbookTest&) {
@@ -273,7 +280,12 @@ const Row value_rows[] = {
        CORBA::OctetSeq::freebuf(mine);
        CORBA::LongSeq l;
        l.length(1);
-       return o.length() == 0 && s[0].in() == std::string("x") && l.length() == 1;
+       CORBA::StringSeq_var v = new CORBA::StringSeq(s);
+       v->length(3);
+       v[1] = v[0];
+       v[0] = CORBA::string_dup("y");
+       s = v.in();
+       return o.length() == 0 && l.length() == 1 && std::string(s[0].in()) + v[1].in() + s[2].in() == "yx";
      }},
     {"Any of basic values",
      [](TextbookTest& t) {

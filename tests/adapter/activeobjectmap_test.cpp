@@ -46,21 +46,6 @@ class ActiveMap : public ObjectTest {
 
 }  // namespace
 
-TEST_F(ActiveMap, GrowsByBlocksAndUsesTheFirstFreeSlot) {
-  for (int i = 0; i < ActiveObjectMap::SLOTS; ++i) insert(std::to_string(i), one);
-  EXPECT_EQ(map.next, nullptr);
-  insert("next", two);
-  ASSERT_NE(map.next, nullptr);
-  EXPECT_EQ(map.next->entries[0].p_servant, &two);
-  for (int slot : {700, 7}) remove(std::to_string(slot));
-  EXPECT_EQ(find("7"), nullptr);
-  for (int slot : {7, 700}) {
-    insert("again" + std::to_string(slot), two);
-    EXPECT_EQ(map.entries[slot].p_servant, &two);
-  }
-  for (const char* oid : {"again7", "again700", "next"}) EXPECT_EQ(find(oid), &two);
-}
-
 // The slots of blocks from the 257th on stand in pages of 2 MiB, 64 blocks in each.
 TEST_F(ActiveMap, LateBlocksShareLargePages) {
   constexpr int slots = ActiveObjectMap::SLOTS, own = 256, blocks = own + 65;

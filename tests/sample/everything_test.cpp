@@ -161,7 +161,9 @@ TEST(Arguments, ThatAreNoValuesOfTheirTypeAreRefused) {
   EXPECT_FALSE(accepts<in<Colour>>("03000000"));
   EXPECT_FALSE(accepts<in<Colour>>("4D000000"));
   EXPECT_TRUE(accepts<in<CORBA::Boolean>>("01"));
-  EXPECT_FALSE(accepts<in<CORBA::Boolean>>("02"));
+  for (const char* neither : {"02", "80", "FF"})
+    EXPECT_FALSE(accepts<in<CORBA::Boolean>>(neither)) << neither;
+  EXPECT_TRUE(accepts<in<CORBA::Octet>>("C8"));
   EXPECT_TRUE(accepts<in<_type_Code>>("09000000 313233343536373800"));
   EXPECT_FALSE(accepts<in<_type_Code>>("0A000000 31323334353637383900")) << "longer than its bound";
   EXPECT_FALSE(accepts<in<Corners>>("05000000")) << "more than its bound";

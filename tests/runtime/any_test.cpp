@@ -250,6 +250,18 @@ TEST(AnyTest, StandardSequencesTravel) {
   EXPECT_FALSE(arrived >>= narrow);
 }
 
+TEST(AnyTest, OneThatWasMovedFromTravelsAsAnEmptyOne) {
+  Any from, to, empty;
+  from <<= CORBA::Long(1);
+  to <<= "a text";
+  to = std::move(from);
+  CORBA::Long number = 0;
+  EXPECT_TRUE((to >>= number) && number == 1);
+  const auto octets = [](Any& any) { return encoded([&](CDR* cdr) { return cdr_CORBA_Any(cdr, &any); }); };
+  EXPECT_EQ(octets(from), octets(empty)) << "not the text, as a value of no type";
+  EXPECT_EQ(from.value(), nullptr);
+}
+
 TEST(AnyTest, ReplaceOwnsByFlag) {
   CORBA::Long number = 5, found = 0;
   Any any;

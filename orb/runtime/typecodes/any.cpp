@@ -196,9 +196,10 @@ Any::Held::Held(Held&& o) noexcept
       release(std::exchange(o.release, 0)) {}
 
 Any::Held& Any::Held::operator=(Held&& o) noexcept {
-  std::swap(value, o.value);
-  std::swap(ops, o.ops);
-  std::swap(release, o.release);
+  Held taken(std::move(o));  // what was here goes with it
+  std::swap(value, taken.value);
+  std::swap(ops, taken.ops);
+  std::swap(release, taken.release);
   return *this;
 }
 

@@ -151,6 +151,7 @@ class ZRSVCPP_API Any : public Allocated {
   Any(Any&& o) noexcept = default;
   /// The old value goes once the new one is there: without memory std::bad_alloc, and nothing changes.
   Any& operator=(const Any& o);
+  /// The same; the value that was here goes at once.
   Any& operator=(Any&& o) noexcept = default;
   ~Any() = default;
 

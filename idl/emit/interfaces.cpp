@@ -46,8 +46,9 @@ Method setter_of(const Attribute& attribute) {
 
 void add_bases(const Interface& interface, std::vector<const Interface*>& all) {
   for (const Interface* base : interface.bases) {
+    if (std::find(all.begin(), all.end(), base) != all.end()) continue;
     add_bases(*base, all);
-    if (std::find(all.begin(), all.end(), base) == all.end()) all.push_back(base);
+    all.push_back(base);
   }
 }
 

@@ -94,8 +94,8 @@ void rows(Writer& out, const Spelling& spell, const Interface& interface,
 
 void skeleton(Writer& out, const Spelling& spell, const Interface& interface, bool has_rows) {
   const std::string path = spell.qualified(interface), skeleton = spell.skeleton(interface);
-  const std::string bases =
-      joined_by("", interface.bases, [&](const Interface* base) { return ", " + spell.skeleton(*base); });
+  const std::string bases = joined_by("", bases_first(interface),
+                                      [&](const Interface* base) { return ", " + spell.skeleton(*base); });
   const std::string table = rows_namespace(spell, interface) + (has_rows ? "::table.table()" : "::table");
   out.line("constinit const CORBA::idl::InterfaceInfo " + skeleton + "::_info =");
   out.line("    CORBA::idl::interface_info<" + skeleton + bases + ">(" + path + "::repository_id, " + table +

@@ -89,6 +89,18 @@ TEST_F(Command, PreprocessorErrorsSayWhere) {
   }
 }
 
+// Each has four ways to the ones two layers below.
+TEST_F(Command, LayersOfDiamondsTakeNoTime) {
+  std::string text = "interface A0 { void f(); };\ninterface B0 {};\n";
+  for (int i = 1; i < 60; ++i) {
+    const std::string layer = std::to_string(i), below = std::to_string(i - 1);
+    for (const char* name : {"A", "B"})
+      text += "interface " + (name + layer) + " : A" + below + ", B" + below + " {};\n";
+  }
+  write("a.idl", text);
+  EXPECT_EQ(run("a.idl"), 0) << err;
+}
+
 // The preprocessor would leave out what stands behind them.
 TEST_F(Command, NullCharactersAreErrors) {
   using namespace std::string_literals;

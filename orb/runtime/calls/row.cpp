@@ -1,6 +1,7 @@
 #include "corba/detail/row.h"
 
 #include <new>
+#include <span>
 
 #include "base/call_failures.h"
 #include "base/raise.h"
@@ -309,15 +310,12 @@ namespace {
   }
 }
 
-/// The same in the base interfaces; `target` becomes the part of the servant that has it.
+/// The same in the base interfaces, all of which are in the list; `target` becomes the part of the servant that has it.
 [[gnu::noinline]] const OperationInfo* find_inherited(const InterfaceInfo& interface,
                                                       const OperationName& name, void*& target) {
-  for (unsigned i = 0; i < interface.base_count; ++i) {
-    const BaseInterface& base = interface.bases[i];
-    void* part = base.upcast(target);
-    const OperationInfo* operation = find_operation(base.info->operations, name);
-    if (!operation) operation = find_inherited(*base.info, name, part);
-    if (operation) return target = part, operation;
+  for (const BaseInterface& base : std::span(interface.bases, interface.base_count)) {
+    const OperationInfo* const operation = find_operation(base.info->operations, name);
+    if (operation) return target = base.upcast(target), operation;
   }
   return nullptr;
 }
@@ -331,8 +329,8 @@ bool announce(std::initializer_list<const InterfaceInfo*> interfaces) {
 
 bool is_a(const InterfaceInfo& interface, const char* repository_id) {
   if (std::strcmp(interface.id, repository_id) == 0) return true;
-  for (unsigned i = 0; i < interface.base_count; ++i)
-    if (is_a(*interface.bases[i].info, repository_id)) return true;
+  for (const BaseInterface& base : std::span(interface.bases, interface.base_count))
+    if (std::strcmp(base.info->id, repository_id) == 0) return true;
   return std::strcmp(repository_id, "IDL:omg.org/CORBA/Object:1.0") == 0;
 }
 

@@ -224,9 +224,11 @@ void report(const std::string& complaints, const FileNames& names, Sources& sour
   }
 }
 
-// The preprocessor takes a null character for the end of the line or of the file, and says nothing.
-void refuse_null_characters(const std::vector<std::string>& files, Sources& sources,
+// The preprocessor takes a null character for the end of the line or of the file and says nothing, or reads before the
+// line. Whether there is none.
+bool refuse_null_characters(const std::vector<std::string>& files, Sources& sources,
                             Diagnostics& diagnostics) {
+  bool none = true;
   for (const std::string& file : files) {
     std::ifstream in(file);
     std::uint32_t number = 1;
@@ -235,9 +237,11 @@ void refuse_null_characters(const std::vector<std::string>& files, Sources& sour
       if (found == std::string::npos) continue;
       diagnostics.error({sources.number(file), number, static_cast<std::uint32_t>(found + 1), 1},
                         "a null character");
+      none = false;
       break;
     }
   }
+  return none;
 }
 
 // The #include lines of the file that led to one of the files that were read.
@@ -293,6 +297,7 @@ Preprocessed preprocess(const std::string& file, const PreprocessOptions& option
   sources.number(file);
   Preprocessed result;
   result.files.push_back(file);
+  if (!refuse_null_characters(result.files, sources, diagnostics)) return result;
   const Output output = run(arguments_for(file, options, orb.path()));
   result.text = rename_files(output.text, names, result.files);
   for (const std::string& read : result.files)

@@ -104,12 +104,13 @@ TEST_F(Command, LayersOfDiamondsTakeNoTime) {
 // The preprocessor would leave out what stands behind them.
 TEST_F(Command, NullCharactersAreErrors) {
   using namespace std::string_literals;
-  write("a.idl", "#include \"b.idl\"\ntypedef long T;\n\0\ninterface Left {};\n"s);
-  write("b.idl", "typedef long U; \0 interface Out {};\n// and\0here\n"s);
+  write("a.idl", "typedef long T;\n\0\ninterface Left {};\n"s);
   EXPECT_EQ(run("a.idl"), 1);
-  for (const char* message :
-       {"a.idl:3:1: error: a null character\n", "b.idl:1:17: error: a null character\n"})
-    EXPECT_NE(err.find(message), std::string::npos) << err;
+  EXPECT_TRUE(err.starts_with("a.idl:2:1: error: a null character\n")) << err;
+  write("b.idl", "#include \"c.idl\"\n"s);
+  write("c.idl", "typedef long U; \0 interface Out {};\n// and\0here\n"s);
+  EXPECT_EQ(run("b.idl"), 1);
+  EXPECT_TRUE(err.starts_with("c.idl:1:17: error: a null character\n")) << err;
 }
 
 TEST_F(Command, ErrorsInIncludedFilesHaveTheirPlace) {

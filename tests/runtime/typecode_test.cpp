@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "corba/detail/typecode_place.h"
 #include "wire.h"
 
 namespace {
@@ -270,3 +271,24 @@ TEST(TypeCodeTest, EqualComparesNamesAndEquivalentDoesNot) {
 }
 
 }  // namespace
+
+// A part that was built while its whole failed may name the whole.
+TEST(TypeCodePlaces, WhatFailsIsBuiltAgainWithItsParts) {
+  using CORBA::idl::build_typecode;
+  using CORBA::idl::TypeCodePlace;
+  static TypeCodePlace whole, part;
+  static bool there_is_memory = false;
+  const auto build_part = [](TypeCodePlace& place) { place.type = CORBA::_tc_long; };
+  const auto build_whole = [](TypeCodePlace& place) {
+    build_typecode(part, [](TypeCodePlace& inner) { inner.type = CORBA::_tc_long; });
+    if (!there_is_memory) throw std::bad_alloc();
+    place.type = CORBA::_tc_short;
+  };
+  EXPECT_THROW(build_typecode(whole, build_whole), std::bad_alloc);
+  EXPECT_FALSE(part.complete);
+  EXPECT_EQ(*build_typecode(part, build_part), CORBA::_tc_long);
+  EXPECT_TRUE(part.complete);
+  there_is_memory = true;
+  EXPECT_EQ(*build_typecode(whole, build_whole), CORBA::_tc_short);
+  EXPECT_TRUE(whole.complete);
+}

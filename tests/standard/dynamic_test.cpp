@@ -116,6 +116,7 @@ TEST_F(DynamicTest, CallsWithoutAStub) {
     request->add_in_arg() <<= "never";
     request->add_in_arg() <<= CORBA::Long(3);
     EXPECT_THROW(request->invoke(), CORBA::UNKNOWN) << "not in the list";
+    EXPECT_THROW(request->exceptions()->add(CORBA::TypeCode::_nil()), CORBA::BAD_PARAM);
     request->exceptions()->add(Demo::_tc_Refused);
     request->invoke();
     auto* const unknown = CORBA::UnknownUserException::_downcast(request->env()->exception());

@@ -17,6 +17,15 @@ constexpr ULong minor_sent_already = OMGVMCID | 10, minor_not_sent = OMGVMCID | 
 
 ExceptionList::~ExceptionList() = default;
 
+void ExceptionList::add(TypeCode* type, Environment& ev) { add_consume(TypeCode::_duplicate(type), ev); }
+
+void ExceptionList::add_consume(TypeCode* type, Environment& ev) {
+  const TypeCode_var owned(type);
+  ev.clear();
+  if (!type) raise<BAD_PARAM>(ev);
+  types_.push_back(owned);
+}
+
 TypeCode* ExceptionList::item(ULong index, Environment& ev) const {
   ev.clear();
   if (index >= types_.size()) raise<Bounds>(ev);

@@ -10,7 +10,8 @@ NVList::~NVList() = default;
 NamedValue* NVList::add_value(const char* name, const Any& value, Flags flags, Environment& ev) {
   ev.clear();
   if (flags < ARG_IN || flags > ARG_INOUT) raise<BAD_PARAM>(ev);
-  items_.emplace_back(new NamedValue(name, value, flags));
+  const NamedValue_var item(new NamedValue(name, value, flags));
+  items_.push_back(item);
   return items_.back().in();
 }
 

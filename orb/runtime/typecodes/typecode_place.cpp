@@ -12,15 +12,16 @@ TypeCode* const* build_typecode(TypeCodePlace& place, void (*build)(TypeCodePlac
   static unsigned depth = 0;
   const zrsv::RecursiveMutexLock lock(building);
   if (place.begun) return &place.type;
+  const std::size_t own = waiting.size();  // its parts stand behind it
   waiting.push_back(&place);
   place.begun = true;
   ++depth;
   try {
     build(place);
-  } catch (...) {  // without memory: whoever asks next builds it
-    place.begun = false;
-    std::erase(waiting, &place);
-    if (--depth == 0) waiting.clear();
+  } catch (...) {  // without memory: whoever asks next builds it, and its parts, which may name it
+    for (std::size_t i = own; i < waiting.size(); ++i) waiting[i]->begun = false;
+    waiting.resize(own);
+    --depth;
     throw;
   }
   if (--depth == 0) {

@@ -40,9 +40,10 @@ class ZRSVCPP_API ExceptionList : public virtual LocalObject {
 
   /// How many types there are.
   ULong count() const { return static_cast<ULong>(types_.size()); }
-  /// Counts the type once more; add_consume takes it over. Not nil; one that is no exception's lists nothing.
-  void add(TypeCode* type) { types_.emplace_back(TypeCode::_duplicate(type)); }
-  void add_consume(TypeCode* type) { types_.emplace_back(type); }
+  /// Counts the type once more; add_consume takes it over, whatever happens. BAD_PARAM for nil; a type that is no exception's
+  /// lists nothing.
+  void add(TypeCode* type, CORBA_ENV);
+  void add_consume(TypeCode* type, CORBA_ENV);
   /// A new reference. Bounds for an index at or past the count.
   TypeCode* item(ULong index, CORBA_ENV) const;
   /// Those behind it move up; the type is released. Bounds as above.

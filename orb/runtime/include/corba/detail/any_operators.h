@@ -11,6 +11,8 @@
 // decoded by the first extraction, and kept. Types are compared by _tc_T, which is built then if it was not before.
 #pragma once
 
+#include <memory>
+
 #include "corba/detail/describe.h"
 
 namespace CORBA {
@@ -64,7 +66,9 @@ struct ReferenceOpsOf {
 /// Takes over `value`, which was made with new.
 template <class T>
 void insert_owned(Any& any, T* value) {
-  any.adopt(typecode<T>(), value, DescribedOps<T>::ops);
+  std::unique_ptr<T> owned(value);
+  TypeCode* const type = typecode<T>();  // without memory there is none
+  any.adopt(type, owned.release(), DescribedOps<T>::ops);
 }
 /// The Any's own value as a T; null when it holds another type, or none.
 template <class T>
@@ -129,8 +133,9 @@ Boolean operator>>=(const Any& any, E& value) {
 /// Arrays, as their Row_forany: a copy, unless it says `nocopy`. What is extracted is the Any's.
 template <class Tag>
 void operator<<=(Any& any, const ArrayForany<Tag>& array) {
+  TypeCode* const type = idl::typecode<Tag>();
   auto* slice = array.nocopy() ? array.in() : array_dup<Tag>(array.in());
-  any.replace(idl::typecode<Tag>(), slice, 1, &idl::ArrayOps<Tag>::ops);
+  any.replace(type, slice, 1, &idl::ArrayOps<Tag>::ops);
 }
 template <class Tag>
 Boolean operator>>=(const Any& any, ArrayForany<Tag>& array) {

@@ -138,8 +138,9 @@ void expect_all_found() {
   }
 }
 
-TEST(ObjectKey, AThreadKnowsMoreThanOnePoa) {
-  expect_all_found();
+TEST(ObjectKey, AThreadKnowsMoreThanOnePoa) { expect_all_found(); }
+
+TEST(ObjectKey, IsSignedForMoreThanOnePoa) {
   ASSERT_EQ(load_secret(std::string(32, 's')), "");
   expect_all_found();
   ASSERT_EQ(load_key_secret(""), "");
